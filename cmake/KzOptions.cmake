@@ -1,0 +1,29 @@
+# What every target of the tree is compiled with: the interface target kz_options.
+
+add_library(kz_options INTERFACE)
+target_compile_features(kz_options INTERFACE cxx_std_20)
+target_compile_definitions(kz_options INTERFACE _GNU_SOURCE)
+target_compile_options(kz_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wundef -Werror
+    # The stack recorder walks frame pointers: every function keeps its frame.
+    -fno-omit-frame-pointer -fno-optimize-sibling-calls)
+
+# Strict C++20: the GNU dialect defines the macros `linux` and `unix`.
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_compile_options(kz_options INTERFACE -Wthread-safety)
+endif()
+
+if(KZ_SANITIZE)
+    target_compile_options(kz_options INTERFACE -fsanitize=${KZ_SANITIZE} -fno-sanitize-recover=all)
+    target_link_options(kz_options INTERFACE -fsanitize=${KZ_SANITIZE} -fno-sanitize-recover=all)
+endif()
+if(KZ_LIBFUZZER)
+    target_compile_options(kz_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+if(KZ_COVERAGE)
+    target_compile_options(kz_options INTERFACE --coverage)
+    target_link_options(kz_options INTERFACE --coverage)
+endif()

@@ -1,0 +1,51 @@
+# The headers that are installed, each of which compiles by itself. KZCore.h includes all the others. Those that say
+# "Usable from C11" at their top compile as C11 too.
+set(KZ_PUBLIC_HEADERS
+    CfgAccess.h
+    CookieManager.h
+    DebugFormat.h
+    DebugOutputCore.h
+    DebugStream.h
+    Endianizer.h
+    FileManager.h
+    HiResClock.h
+    InputBuf.h
+    KZApp.h
+    KZCore.h
+    KZModule.h
+    KZPlacement.h
+    KZTypes.h
+    KzErr.h
+    MemoryManager.h
+    NumericSupport.h
+    PathCache.h
+    PathClassic.h
+    PathItemElement.h   # the reference count that PathRef's inline operations touch
+    PathManager.h
+    PathRef.h
+    PlatformEvent.h
+    PlatformMutex.h
+    RFReadWrite.h
+    ResFile.h
+    ResFileFactory.h
+    ResourceManager.h
+    ServiceDependencyList.h
+    ServiceObject.h
+    ServiceRegistry.h
+    SortSearch.h
+    StackChain.h
+    StackDecoder.h
+    StringCStr.h
+    StringLStr.h
+    StringPStr.h
+    StringUtils.h
+    ThAtomic.h
+    ThEvent.h
+    ThMutex.h
+    ThreadAnnotations.h
+    UnixMutexUtil.h
+    UnixUserUtil.h
+    ZVGuid.h
+    zvexcept.h
+    zvhandle.h
+)

@@ -1,0 +1,63 @@
+# shellcheck shell=bash disable=SC2034
+# Sourced by the scripts beside it: where the tree is, what must be installed, how a preset is built.
+
+kz_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+kz_jobs=$(nproc)
+
+kz_die()
+{
+    echo "${0##*/}: $*" >&2
+    exit 2
+}
+
+kz_fuzzer_runtime=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-$(uname -m).a
+
+# The Debian package of each program or file that the scripts need.
+declare -A kz_package=(
+    [g++-12]=g++-12
+    [nm]=binutils
+    [cmake]=cmake
+    [ninja]=ninja-build
+    [python3]=python3
+    [pkg-config]=pkg-config
+    [clang++-14]=clang-14
+    [clang-format-14]=clang-format-14
+    [/usr/include/gtest/gtest.h]=libgtest-dev
+    [/usr/include/benchmark/benchmark.h]=libbenchmark-dev
+    [/usr/include/sqlite3.h]=libsqlite3-dev
+    [$kz_fuzzer_runtime]=libclang-rt-14-dev
+)
+kz_build_needs=(g++-12 cmake ninja)
+kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h)
+kz_check_needs=(nm python3 clang-format-14)
+kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/include/sqlite3.h)
+kz_fuzz_needs=(clang++-14 cmake ninja "$kz_fuzzer_runtime")
+
+# kz_need WHAT...: installs the packages of those that are missing; touches nothing when all are there.
+kz_need()
+{
+    local what packages=() sudo=()
+    for what in "$@"; do
+        if [[ $what == /* ]]; then [[ -e $what ]] || packages+=("${kz_package[$what]}")
+        else command -v "$what" >/dev/null || packages+=("${kz_package[$what]}"); fi
+    done
+    ((${#packages[@]})) || return 0
+    command -v apt-get >/dev/null || kz_die "missing, and no apt-get to install them: ${packages[*]}"
+    if ((EUID != 0)); then
+        command -v sudo >/dev/null || kz_die "run as root, or install: ${packages[*]}"
+        sudo=(sudo)
+    fi
+    echo "installing ${packages[*]}" >&2
+    "${sudo[@]}" apt-get update -qq >&2
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${packages[@]}" >&2
+}
+
+# kz_build PRESET [TARGET...]: configures and builds in build/PRESET, with all output on stderr.
+kz_build()
+{
+    local preset=$1 target targets=()
+    shift
+    for target in "$@"; do targets+=(--target "$target"); done
+    cmake -S "$kz_root" --preset "$preset" >&2
+    cmake --build "$kz_root/build/$preset" -j "$kz_jobs" "${targets[@]}" >&2
+}

@@ -1,0 +1,59 @@
+// Scalars in a fixed byte order, inlined: for code of the library that knows the order of what it reads and writes.
+#ifndef KZCORE_BYTEORDER_H
+#define KZCORE_BYTEORDER_H
+
+#include <cstring>
+#include <type_traits>
+
+#include "KZTypes.h"
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the stored forms are told for little-endian hosts");
+
+namespace kz {
+
+inline uInt16 ReverseBytes(uInt16 value)
+{
+    return __builtin_bswap16(value);
+}
+inline uInt32 ReverseBytes(uInt32 value)
+{
+    return __builtin_bswap32(value);
+}
+inline uInt64 ReverseBytes(uInt64 value)
+{
+    return __builtin_bswap64(value);
+}
+
+// The integer of type T at an address without alignment, in host order.
+template <typename T>
+inline T LoadNative(const void* source)
+{
+    static_assert(std::is_integral_v<T>);
+    T value;
+    std::memcpy(&value, source, sizeof value);
+    return value;
+}
+
+template <typename T>
+inline void StoreNative(void* dest, T value)
+{
+    static_assert(std::is_integral_v<T>);
+    std::memcpy(dest, &value, sizeof value);
+}
+
+// The same for big-endian memory; T is uInt16, uInt32 or uInt64, or their signed kin.
+template <typename T>
+inline T LoadBig(const void* source)
+{
+    return static_cast<T>(ReverseBytes(LoadNative<std::make_unsigned_t<T>>(source)));
+}
+
+template <typename T>
+inline void StoreBig(void* dest, T value)
+{
+    StoreNative(dest, ReverseBytes(static_cast<std::make_unsigned_t<T>>(value)));
+}
+
+}  // namespace kz
+
+#endif

@@ -1,0 +1,304 @@
+// The pool is static and so exists before any allocator. What a report touches of the service stands here too and not
+// in the service's object, since other threads may report while the service stops and its object goes. A record stays
+// claimed until its stream gives it back, after a stop too; a start takes back all records, and with them those of
+// streams that were dropped.
+#include "DebugStream.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "KZApp.h"
+#include "Report.h"
+#include "StackChain.h"
+#include "StackDecoder.h"
+
+namespace {
+
+constexpr char kModule[] = "source/DebugStream";
+constexpr int kPoolSize = 16;
+constexpr size_t kTextSize = sizeof DebugStreamBufferPoolRecord::text;
+
+static_assert(std::atomic_ref<uInt32>::is_always_lock_free && std::atomic<int32>::is_always_lock_free);
+constinit DebugStreamBufferPoolRecord gPool[kPoolSize] = {};
+
+// Set while the service runs. Relaxed: a record's claim is sound by itself, and either answer is right in a start.
+constinit std::atomic<bool> gReady{false};
+
+// Since the last start. Relaxed: a number that nothing else hangs on.
+constinit std::atomic<int32> gFailedCheckouts{0};
+
+// The text of a stream for which there is no memory at all; never written.
+constinit char gNoText[1] = {};
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+bool IsReleaseHost()
+{
+    constexpr uInt32 kStageShift = 12;
+    constexpr uInt32 kStageMask = 0xF;
+    constexpr uInt32 kReleaseStage = 8;
+    return ((KZGetAppEditorVersion(nullptr) >> kStageShift) & kStageMask) == kReleaseStage;
+}
+
+// A stream makes the service's object when there is none, started or not; without memory it does without.
+void MakeSureOfService()
+{
+    try {
+        DebugStreamService();
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+// Logs that a stream found no buffer, with its stack.
+void WriteClash(const StackChain& stack, int32 failedCheckouts)
+{
+    const std::unique_ptr<std::FILE, FileCloser> file(
+        std::fopen("DebugStreamClash.txt", failedCheckouts == 1 ? "we" : "ae"));
+    if (file == nullptr) {
+        return;
+    }
+    try {
+        const std::unique_ptr<StackDecoder> decoder = stack.FrameDecoder();
+        decoder->SetDecodeLevel(StackDecoder::kNameAndOffset);
+        const std::unique_ptr<StackCrawl> crawl = decoder->GetStackCrawl();
+        std::fprintf(file.get(), "=== DebugStream CLASH failedCheckoutCount=%d thread=0x%08lx\n", failedCheckouts,
+                     static_cast<unsigned long>(pthread_self()));
+        for (long i = 0; i < crawl->GetCount(); ++i) {
+            const StackFrame& frame = crawl->GetFrame(i);
+            std::fprintf(file.get(), "0x%08lx - %s + 0x%lx\n", reinterpret_cast<unsigned long>(frame.address),
+                         frame.name, static_cast<unsigned long>(frame.offset));
+        }
+        std::fputs("\n", file.get());
+    } catch (...) {
+        std::fputs("DebugStream_Service::CheckOutDebugStreamBuffer -- exception thrown\n", file.get());
+    }
+}
+
+template <typename T>
+void AppendInteger(DebugStream& stream, T value)
+{
+    char text[24];
+    const std::to_chars_result result = std::to_chars(text, text + sizeof text, value);
+    stream.Append(text, result.ptr);
+}
+
+}  // namespace
+
+DebugStream::DebugStream(const char* file, int line, const char* versionId, _DebugOutputLevel level)
+    : mFile(file),
+      mLine(line),
+      mVersionId(versionId),
+      mLevel(level),
+      mPoolRecord(DebugStream_Service::CheckOutDebugStreamBuffer())
+{
+    mText = mPoolRecord != nullptr ? mPoolRecord->text : static_cast<char*>(std::malloc(kTextSize));
+    if (mText == nullptr) {
+        mText = mCursor = mEnd = gNoText;
+        return;
+    }
+    mCursor = mText;
+    mEnd = mText + kTextSize - 1;
+    *mText = '\0';
+}
+
+void DebugStream::Append(char c)
+{
+    Append(&c, &c + 1);
+}
+
+void DebugStream::Append(const char* text)
+{
+    if (text != nullptr) {
+        Append(text, text + strnlen(text, static_cast<size_t>(mEnd - mCursor)));
+    }
+}
+
+void DebugStream::Append(const char* begin, const char* end)
+{
+    if (begin == nullptr || end == nullptr || begin >= end || mCursor == mEnd) {
+        return;
+    }
+    const auto length = static_cast<size_t>(std::min(end - begin, mEnd - mCursor));
+    std::memcpy(mCursor, begin, length);
+    mCursor += length;
+    *mCursor = '\0';
+}
+
+void DebugStream::Process() const
+{
+    DebugOutputCallHandler(mFile, mLine, mVersionId, mLevel, mHash, mText, mExtra);
+    if (mPoolRecord != nullptr) {
+        DebugStream_Service::CheckInDebugStreamBuffer(mPoolRecord);
+    } else if (mText != gNoText) {
+        std::free(mText);
+    }
+}
+
+const char* DebugStream_Service::GetName() const
+{
+    return "DebugStream_Service";
+}
+
+void DebugStream_Service::GetDependencies(IServiceDependencyList* /*list*/) const {}
+
+// Not inlined, since the clash log leaves out two calls: this one and the stream's constructor.
+__attribute__((noinline)) DebugStreamBufferPoolRecord* DebugStream_Service::CheckOutDebugStreamBuffer()
+{
+    if (!gReady.load(std::memory_order_relaxed)) {
+        MakeSureOfService();
+        return nullptr;
+    }
+    for (DebugStreamBufferPoolRecord& record : gPool) {
+        const std::atomic_ref inUse(record.inUse);
+        uInt32 expected = 0;
+        // Acquire: the owner before has written its last byte. The look ahead spares the taken records a locked access.
+        if (inUse.load(std::memory_order_relaxed) == 0 &&
+            inUse.compare_exchange_strong(expected, 1, std::memory_order_acquire)) {
+            return &record;
+        }
+    }
+    const int32 failedCheckouts = gFailedCheckouts.fetch_add(1, std::memory_order_relaxed) + 1;
+    if (!IsReleaseHost()) {
+        StackChainFS<16> stack;
+        stack.Record(2);
+        WriteClash(stack, failedCheckouts);
+    }
+    return nullptr;
+}
+
+void DebugStream_Service::CheckInDebugStreamBuffer(DebugStreamBufferPoolRecord* record)
+{
+    // Release: the next owner's swap comes after the last write to the text.
+    std::atomic_ref(record->inUse).store(0, std::memory_order_release);
+}
+
+KzErr DebugStream_Service::_Init()
+{
+    for (DebugStreamBufferPoolRecord& record : gPool) {
+        CheckInDebugStreamBuffer(&record);
+    }
+    gFailedCheckouts.store(0, std::memory_order_relaxed);
+    gReady.store(true, std::memory_order_relaxed);
+    return kzErrNone;
+}
+
+KzErr DebugStream_Service::_Uninit()
+{
+    if (const int32 failed = gFailedCheckouts.load(std::memory_order_relaxed); failed != 0) {
+        KZ_REPORT(kDbgWarning, 0x2C7A914E)
+            << failed
+            << " failed checkouts in CheckOutDebugStreamBuffer, which forced us to malloc the debugstream buffer. "
+               "Talk to Dorin Vask.";
+    }
+    gReady.store(false, std::memory_order_relaxed);
+    return kzErrNone;
+}
+
+void ToDebugStream(DebugStream& stream, bool value)
+{
+    stream.Append(value ? "true" : "false");
+}
+
+void ToDebugStream(DebugStream& stream, const char* text)
+{
+    stream.Append(text);
+}
+
+void ToDebugStream(DebugStream& stream, const LStr* text)
+{
+    if (text != nullptr && text->cnt > 0) {
+        const char* bytes = reinterpret_cast<const char*>(text) + offsetof(LStr, str);
+        stream.Append(bytes, bytes + text->cnt);
+    }
+}
+
+void ToDebugStream(DebugStream& stream, const LStr* const* text)
+{
+    if (text != nullptr) {
+        ToDebugStream(stream, *text);
+    }
+}
+
+void ToDebugStream(DebugStream& stream, void (*const& procedure)())
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "%p", reinterpret_cast<void*>(procedure));
+    stream.Append(text);
+}
+
+void ToDebugStream(DebugStream& stream, int value)
+{
+    AppendInteger(stream, value);
+}
+
+void ToDebugStream(DebugStream& stream, short value)
+{
+    AppendInteger(stream, value);
+}
+
+void ToDebugStream(DebugStream& stream, long value)
+{
+    AppendInteger(stream, static_cast<int>(value));
+}
+
+void ToDebugStream(DebugStream& stream, unsigned long value)
+{
+    AppendInteger(stream, static_cast<int>(value));
+}
+
+void ToDebugStream(DebugStream& stream, unsigned int value)
+{
+    AppendInteger(stream, value);
+}
+
+void ToDebugStream(DebugStream& stream, unsigned short value)
+{
+    AppendInteger(stream, value);
+}
+
+void ToDebugStream(DebugStream& stream, unsigned char value)
+{
+    AppendInteger(stream, static_cast<unsigned int>(value));
+}
+
+void ToDebugStream(DebugStream& stream, long long value)
+{
+    AppendInteger(stream, value);
+}
+
+void ToDebugStream(DebugStream& stream, unsigned long long value)
+{
+    AppendInteger(stream, value);
+}
+
+void ToDebugStream(DebugStream& stream, const double& value)
+{
+    char text[256];
+    std::snprintf(text, sizeof text, "%f", value);
+    stream.Append(text);
+}
+
+void ToDebugStream(DebugStream& stream, float value)
+{
+    ToDebugStream(stream, static_cast<double>(value));
+}
+
+void ToDebugStream(DebugStream& stream, const DbgFmtToDebugStream& value)
+{
+    value.ToDebugStream(stream);
+}
+
+DebugStream_Service* DebugStreamService()
+{
+    return KZSingleton_T<DebugStream_Service>::Instance();
+}

@@ -1,0 +1,119 @@
+// A report while it is being written: a short text in a pooled buffer, with its place, level and hash.
+//
+// A stream lives on one thread's stack. Any number of threads may report at once, at any time: before the first
+// service, while services stop, and after. A report allocates nothing while one of the 16 pooled buffers is free, and
+// takes no lock; a handler may report in its turn.
+#ifndef KZCORE_DEBUGSTREAM_H
+#define KZCORE_DEBUGSTREAM_H
+
+#include <type_traits>
+
+#include "DebugOutputCore.h"
+#include "KZTypes.h"
+#include "ServiceObject.h"
+
+struct DebugStreamBufferPoolRecord;
+class DbgFmtToDebugStream;
+
+class KZ_EXPORT DebugStream {
+public:
+    // Checks out a buffer. `file` and `versionId` are kept as pointers.
+    DebugStream(const char* file, int line, const char* versionId, _DebugOutputLevel level);
+    DebugStream(const DebugStream&) = delete;
+    DebugStream& operator=(const DebugStream&) = delete;
+
+    // Each appends, and drops what passes 255 bytes; the text stays NUL-terminated. Null appends nothing.
+    void Append(char c);
+    void Append(const char* text);
+    void Append(const char* begin, const char* end);
+
+    // Identifies the reporting place to the handler; 0 until set.
+    void SetHash(uInt32 hash) { mHash = hash; }
+
+    // Sends the text and gives back the buffer: exactly once.
+    void Process() const;
+
+private:
+    const char* mFile;
+    int32 mLine;
+    const char* mVersionId;
+    int32 mLevel;
+    uInt32 mHash = 0;
+    char* mText;
+    char* mCursor;
+    char* mEnd;                                // the last byte that can hold the closing NUL
+    DebugStreamBufferPoolRecord* mPoolRecord;  // null when the buffer came from malloc
+    uInt64 mExtra = 0;
+};
+
+// Each appends a value's text, as printf would write it; a Boolean as "true" or "false", strings as they stand, null
+// strings not at all.
+KZ_EXPORT void ToDebugStream(DebugStream& stream, bool value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, const char* text);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, const LStr* text);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, const LStr* const* text);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, void (*const& procedure)());
+KZ_EXPORT void ToDebugStream(DebugStream& stream, int value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, short value);
+// Both print the low 32 bits, as signed; a 64-bit value is cast to (unsigned) long long.
+KZ_EXPORT void ToDebugStream(DebugStream& stream, long value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, unsigned long value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, unsigned int value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, unsigned short value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, unsigned char value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, long long value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, unsigned long long value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, const double& value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, float value);
+KZ_EXPORT void ToDebugStream(DebugStream& stream, const DbgFmtToDebugStream& value);
+
+namespace kz {
+
+// Pointers that one of the overloads above takes as a text.
+template <typename T>
+inline constexpr bool kIsDebugText = std::is_convertible_v<T*, const char*> || std::is_convertible_v<T*, const LStr*> ||
+                                     std::is_convertible_v<T*, const LStr* const*>;
+
+}  // namespace kz
+
+// Functions of any type, as void (*)().
+template <typename T>
+requires std::is_function_v<T>
+void ToDebugStream(DebugStream& stream, T* function)
+{
+    void (*const procedure)() = reinterpret_cast<void (*)()>(function);
+    ToDebugStream(stream, procedure);
+}
+
+// Other pointers go through DbgFmtPtr; the bool overload would take them in silence.
+template <typename T>
+requires(!std::is_function_v<T> && !kz::kIsDebugText<T>) void ToDebugStream(DebugStream& stream, T* pointer) = delete;
+
+// One pooled buffer, which a stream claims by swapping `inUse` from 0 to 1.
+struct DebugStreamBufferPoolRecord {
+    uInt32 inUse;
+    char text[256];
+};
+
+// Opens the pool of buffers for as long as it runs; without it a stream's buffer comes from malloc.
+class KZ_EXPORT DebugStream_Service final : public RefcountedServiceObject_T<DebugStream_Service> {
+public:
+    const char* GetName() const override;
+    void GetDependencies(IServiceDependencyList* list) const override;
+
+    // Claims a buffer; null while the service doesn't run, or when all are taken. The latter counts as a failed
+    // checkout and, unless the host is a release, appends the caller's stack to "DebugStreamClash.txt" in the current
+    // directory, a file that the first failure after a start writes anew.
+    static DebugStreamBufferPoolRecord* CheckOutDebugStreamBuffer();
+
+    // Gives a buffer back, also after the service stopped.
+    static void CheckInDebugStreamBuffer(DebugStreamBufferPoolRecord* record);
+
+protected:
+    KzErr _Init() override;
+    KzErr _Uninit() override;
+};
+
+KZ_EXPORT DebugStream_Service* DebugStreamService();
+
+#endif

@@ -1,0 +1,72 @@
+// The fixed-width types, handles and counted strings that cross the library's boundary.
+// Usable from C11 and C++20.
+#ifndef KZCORE_KZTYPES_H
+#define KZCORE_KZTYPES_H
+
+// Marks what a host may link against; everything else is hidden.
+#define KZ_EXPORT __attribute__((visibility("default")))
+
+#ifdef __cplusplus
+#define KZ_EXTERN_C_BEGIN extern "C" {
+#define KZ_EXTERN_C_END }
+#else
+#define KZ_EXTERN_C_BEGIN
+#define KZ_EXTERN_C_END
+#endif
+
+typedef signed char int8;
+typedef unsigned char uInt8;
+typedef short int16;
+typedef unsigned short uInt16;
+typedef int int32;
+typedef unsigned int uInt32;
+typedef long long int64;
+typedef unsigned long long uInt64;
+
+// A Boolean across C functions and KZApp: 0 is false, anything else true.
+typedef int32 KzBool;
+
+// An error code; 0 is success. The values stand in KzErr.h.
+typedef int32 KzErr;
+
+// A handle: the address of a master pointer, which points to relocatable data (MemoryManager.h).
+typedef unsigned char** UHandle;
+typedef UHandle Handle;
+
+// A counted string: `cnt` bytes of text follow the count, without a terminator. A null LStr** is an empty string.
+typedef struct LStr {
+    int32 cnt;
+    unsigned char str[1];
+} LStr;
+
+// Four-character codes: the bytes in memory, lowest address first, are the code in reading order.
+typedef uInt32 _ResourceType;
+typedef uInt32 _FMFileType;
+typedef uInt32 _FMFileCreator;
+
+// The reference of an open file; null is the closed state.
+typedef struct KZFile* File_t;
+
+// The refnum of an open resource file or chain: a magic cookie, 0 for none.
+typedef uInt32 RsrcFile;
+
+#ifdef __cplusplus
+class PathRef;
+namespace kz {
+
+// The four-character code with these bytes in memory, e.g. FourCharCode("STR#").
+constexpr uInt32 FourCharCode(const char (&text)[5])
+{
+    uInt32 code = 0;
+    for (int i = 3; i >= 0; --i) {
+        code = (code << 8) | static_cast<unsigned char>(text[i]);
+    }
+    return code;
+}
+
+}  // namespace kz
+#else
+typedef struct PathRef PathRef;
+#endif
+
+#endif

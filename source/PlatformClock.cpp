@@ -1,0 +1,41 @@
+#include "PlatformClock.h"
+
+#include <time.h>
+
+#include <atomic>
+
+namespace {
+
+// Acquire and release, so that a thread that reads the new source sees what its owner prepared for it.
+constinit std::atomic<kz::TickSource> gTickSource{nullptr};
+
+uInt64 SystemTicks()
+{
+    constexpr uInt64 kTicksPerSecond = 1'000'000'000;
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uInt64>(now.tv_sec) * kTicksPerSecond + static_cast<uInt64>(now.tv_nsec);
+}
+
+}  // namespace
+
+namespace kz {
+
+uInt64 MonotonicTicks()
+{
+    const TickSource source = gTickSource.load(std::memory_order_acquire);
+    return source != nullptr ? source() : SystemTicks();
+}
+
+uInt64 Microseconds()
+{
+    constexpr uInt64 kTicksPerMicrosecond = 1'000;
+    return MonotonicTicks() / kTicksPerMicrosecond;
+}
+
+TickSource SetTickSource(TickSource source)
+{
+    return gTickSource.exchange(source, std::memory_order_acq_rel);
+}
+
+}  // namespace kz

@@ -1,0 +1,24 @@
+// The platform's clocks. All elapsed time in the library is read here, so that a test can put its own clock in place.
+#ifndef KZCORE_PLATFORMCLOCK_H
+#define KZCORE_PLATFORMCLOCK_H
+
+#include "KZTypes.h"
+
+namespace kz {
+
+// Gives the ticks of a clock that never goes back; any thread may call it.
+using TickSource = uInt64 (*)();
+
+// One tick of the monotonic clock is a nanosecond, from an unspecified start. Any thread.
+uInt64 MonotonicTicks();
+constexpr double kSecondsPerTick = 1e-9;
+
+// The same clock in microseconds.
+uInt64 Microseconds();
+
+// Puts a clock in place of the system's, null the system's back; returns the one before, null for the system's.
+TickSource SetTickSource(TickSource source);
+
+}  // namespace kz
+
+#endif

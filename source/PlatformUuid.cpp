@@ -1,0 +1,22 @@
+#include "PlatformUuid.h"
+
+#include <sys/random.h>
+
+#include <cerrno>
+#include <cstring>
+
+bool kz::PlatformUuid(uInt8 (&bytes)[16])
+{
+    uInt8 drawn[sizeof bytes];
+    ssize_t got;
+    do {
+        got = getrandom(drawn, sizeof drawn, 0);  // never short for so few bytes
+    } while (got < 0 && errno == EINTR);
+    if (got != static_cast<ssize_t>(sizeof drawn)) {
+        return false;
+    }
+    drawn[6] = static_cast<uInt8>((drawn[6] & 0x0F) | 0x40);  // version 4: random
+    drawn[8] = static_cast<uInt8>((drawn[8] & 0x3F) | 0x80);  // the variant of RFC 4122
+    std::memcpy(bytes, drawn, sizeof drawn);
+    return true;
+}

@@ -1,0 +1,45 @@
+// One report in one statement:
+//     KZ_REPORT(kDbgError, 0x5A31C07E) << "bad mutex verifier in " << name;
+//     KZ_LOG(kDbgLog) << "Disposing jar with " << count << " cookies remaining";
+// The text is collected in a DebugStream and sent at the end of the statement. Each source that reports names its
+// module in a constant `kModule` ("source/ThMutex"). The hash is a literal, different at every place: scripts/check
+// finds two that are equal. Levels 0 and 1 carry none.
+#ifndef KZCORE_REPORT_H
+#define KZCORE_REPORT_H
+
+#include "DebugFormat.h"
+#include "DebugStream.h"
+
+#define KZ_REPORT(level, hash) (::kz::Report(kModule, __LINE__, (level), (hash)))
+#define KZ_LOG(level) (::kz::Report(kModule, __LINE__, (level), 0))
+
+namespace kz {
+
+// The text that identifies the version of the sources in every report.
+inline constexpr char kVersionId[] = "kzcore";
+
+class Report {
+public:
+    Report(const char* module, int line, _DebugOutputLevel level, uInt32 hash)
+        : mStream(module, line, kVersionId, level)
+    {
+        mStream.SetHash(hash);
+    }
+    ~Report() { mStream.Process(); }
+    Report(const Report&) = delete;
+    Report& operator=(const Report&) = delete;
+
+    template <typename T>
+    Report& operator<<(const T& value)
+    {
+        ToDebugStream(mStream, value);
+        return *this;
+    }
+
+private:
+    DebugStream mStream;
+};
+
+}  // namespace kz
+
+#endif

@@ -1,0 +1,122 @@
+// Services: lazily made singletons with a counted start and stop, and the names of the services that they need.
+#ifndef KZCORE_SERVICEOBJECT_H
+#define KZCORE_SERVICEOBJECT_H
+
+#include <atomic>
+
+#include "KZTypes.h"
+#include "KzErr.h"
+
+class IServiceObject;
+
+// A list that a service fills with what it needs. The destructor pair stands last.
+class KZ_EXPORT IServiceDependencyList {
+public:
+    virtual void Add(IServiceObject* service) = 0;
+    virtual ~IServiceDependencyList() = default;
+};
+
+// A service. The slots stand in this order; the destructor pair stands last.
+class KZ_EXPORT IServiceObject {
+public:
+    // Starts the service or adds a reference; the result is that of the first start.
+    virtual KzErr Init() = 0;
+
+    // Drops a reference; the last one stops the service and destroys the object.
+    virtual KzErr Uninit() = 0;
+
+    // The service's name; owned by the service.
+    virtual const char* GetName() const = 0;
+
+    // Adds each service that this one needs to `list`.
+    virtual void GetDependencies(IServiceDependencyList* list) const = 0;
+
+    virtual ~IServiceObject() = default;
+};
+
+// Makes the object on the first Instance() call, and a new one on the first call after it was destroyed. Threads may
+// race here: one object wins, the others are deleted before anyone sees them.
+template <typename T>
+class KZ_GammaPolicy {
+public:
+    static T* Instance(std::atomic<T*>& slot)
+    {
+        T* object = slot.load(std::memory_order_acquire);
+        if (object != nullptr) {
+            return object;
+        }
+        T* made = new T;
+        if (slot.compare_exchange_strong(object, made, std::memory_order_acq_rel)) {
+            return made;
+        }
+        delete made;
+        return object;
+    }
+};
+
+// Holds the one instance of T in a static slot; the policy decides when it is made.
+template <typename T, template <typename> class Policy = KZ_GammaPolicy>
+class KZSingleton_T {
+public:
+    static T* Instance() { return Policy<T>::Instance(M_instPtr); }
+
+    // The instance, or null while there is none.
+    static inline constinit std::atomic<T*> M_instPtr{nullptr};
+};
+
+// Makes the object on the first Instance() call, from the argument of that call; it is destroyed at process exit.
+template <typename T>
+class KZ_MeyersPolicyWithData {
+public:
+    static T* Instance(unsigned long data)
+    {
+        static T object(data);
+        return &object;
+    }
+};
+
+// The one instance of T, made from one number. Later calls ignore `data`.
+template <typename T, template <typename> class Policy = KZ_MeyersPolicyWithData>
+class KZSingletonWithData_T {
+public:
+    static T* Instance(unsigned long data) { return Policy<T>::Instance(data); }
+};
+
+// The base of concrete services: counts starts, keeps the first start's result, destroys the object at the last stop.
+// T is the concrete class, whose accessor goes through KZSingleton_T<T>. A start that failed is not tried again.
+// Counting is safe from any thread; the first start and the last stop run on one thread, with no other call at the same
+// time.
+template <typename T>
+class RefcountedServiceObject_T : public IServiceObject {
+public:
+    KzErr Init() override
+    {
+        if (mRefCount.fetch_add(1) == 0) {
+            mInitResult.store(_Init(), std::memory_order_release);
+        }
+        return mInitResult.load(std::memory_order_acquire);
+    }
+
+    KzErr Uninit() override
+    {
+        if (mRefCount.fetch_sub(1) != 1) {
+            return kzErrNone;
+        }
+        const KzErr result = _Uninit();
+        // The pointer first, so that no accessor hands out the object while it dies.
+        KZSingleton_T<T>::M_instPtr.store(nullptr, std::memory_order_release);
+        delete this;
+        return result;
+    }
+
+protected:
+    // What the concrete service does when it really starts and stops.
+    virtual KzErr _Init() = 0;
+    virtual KzErr _Uninit() = 0;
+
+private:
+    std::atomic<int32> mRefCount{0};
+    std::atomic<KzErr> mInitResult{kzErrGeneric};  // a service that was never started reads as failed
+};
+
+#endif

@@ -1,0 +1,222 @@
+// The start order is found by counting: an item's fire count is the number of its needs in the same registry that are
+// not placed yet, and an item is ready at 0. Each placement lowers the count of the items that depend on it. The scan
+// for a ready item restarts at the head every time, so among ready services the order is that of their addresses.
+//
+// Items are owned by a list of their own, not by the map: a cycle empties the map while the start order still refers
+// to them. The map's keys are compared, never dereferenced, because a stop may have destroyed the services.
+#include "ServiceRegistry.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <new>
+#include <set>
+#include <vector>
+
+#include "HiResClock.h"
+#include "Report.h"
+#include "zvexcept.h"
+
+namespace {
+
+constexpr char kModule[] = "source/ServiceRegistry";
+constexpr int kMaxNameSize = 128;
+
+// The services that any registry has started and not stopped yet. Never destroyed: a registry may stop late.
+std::set<IServiceObject*>& AllInitializedServices()
+{
+    static auto* const gAllInitializedServices = new std::set<IServiceObject*>;
+    return *gAllInitializedServices;
+}
+
+class ServiceRegistry final : public IServiceRegistry {
+public:
+    KzErr RunInit() override;
+    KzErr RunUninit() override;
+    void Release() override { delete this; }
+    KzErr AddService(IServiceObject* service) override;
+    KzErr RemoveService(IServiceObject* service) override;
+    bool ContainsService(IServiceObject* service) const override { return mItems.count(service) != 0; }
+
+private:
+    bool CollectNeeds(std::vector<ServiceRegistryItem*>& workList);
+    bool LinkNeeds(ServiceRegistryItem& item, const ServiceDependencyList& needs);
+    void PlaceInOrder(std::vector<ServiceRegistryItem*>& workList);
+    KzErr StartInOrder();
+    KzErr StopNewest();
+
+    std::map<IServiceObject*, ServiceRegistryItem*> mItems;
+    std::vector<ServiceRegistryItem*> mInitOrder;
+    int32 mStartedCount = 0;
+    std::vector<std::unique_ptr<ServiceRegistryItem>> mOwnedItems;
+};
+
+KzErr ServiceRegistry::AddService(IServiceObject* service)
+{
+    if (mStartedCount > 0) {
+        return kzErrGeneric;
+    }
+    if (service == nullptr || ContainsService(service)) {
+        return kzErrArgument;
+    }
+    return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
+        mOwnedItems.push_back(std::make_unique<ServiceRegistryItem>(service));
+        mItems.emplace(service, mOwnedItems.back().get());
+        return kzErrNone;
+    });
+}
+
+KzErr ServiceRegistry::RemoveService(IServiceObject* service)
+{
+    if (mStartedCount > 0) {
+        return kzErrGeneric;
+    }
+    // The item stays owned: the order of a start that was undone may still list it.
+    return service != nullptr && mItems.erase(service) != 0 ? kzErrNone : kzErrArgument;
+}
+
+KzErr ServiceRegistry::RunInit()
+{
+    return kz::ErrOf(kModule, __LINE__, [&] {
+        std::vector<ServiceRegistryItem*> workList;
+        mInitOrder.clear();
+        if (CollectNeeds(workList)) {
+            PlaceInOrder(workList);
+        }
+        return StartInOrder();
+    });
+}
+
+// Puts all items, by address, on the work list and links each with its needs. False when a need can't be met.
+bool ServiceRegistry::CollectNeeds(std::vector<ServiceRegistryItem*>& workList)
+{
+    ServiceDependencyList needs;
+    for (const auto& [service, item] : mItems) {
+        needs.Clear();
+        item->GetDependencies(&needs);
+        if (!LinkNeeds(*item, needs)) {
+            return false;
+        }
+        workList.push_back(item);
+    }
+    return true;
+}
+
+bool ServiceRegistry::LinkNeeds(ServiceRegistryItem& item, const ServiceDependencyList& needs)
+{
+    for (unsigned long i = 0; i < needs.GetCount(); ++i) {
+        IServiceObject* const need = needs.Get(i);
+        const auto found = mItems.find(need);
+        if (found != mItems.end()) {
+            item.IncrementFireCount();
+            found->second->AddDependent(item.GetServiceObject());
+        } else if (AllInitializedServices().count(need) == 0) {
+            KZ_REPORT(kDbgFatal, 0xC41D7A62)
+                << "ServiceRegistry: Service \"" << item.GetServiceObject()->GetName() << "\" has a dependency \""
+                << need->GetName() << "\" that does not exist!";
+            return false;
+        }
+    }
+    return true;
+}
+
+void ServiceRegistry::PlaceInOrder(std::vector<ServiceRegistryItem*>& workList)
+{
+    while (!workList.empty()) {
+        const auto ready = std::find_if(workList.begin(), workList.end(),
+                                        [](const ServiceRegistryItem* item) { return item->GetFireCount() == 0; });
+        if (ready == workList.end()) {
+            KZ_REPORT(kDbgFatal, 0x6B92E80D) << "ServiceRegistry: Service dependencies form a cycle.";
+            mItems.clear();
+            return;
+        }
+        ServiceRegistryItem* const item = *ready;
+        mInitOrder.push_back(item);
+        for (unsigned long i = 0; i < item->GetDependentsCount(); ++i) {
+            mItems.find(item->GetDependent(i))->second->DecrementFireCount();
+        }
+        workList.erase(ready);
+    }
+}
+
+KzErr ServiceRegistry::StartInOrder()
+{
+    mStartedCount = 0;
+    for (ServiceRegistryItem* item : mInitOrder) {
+        const KzErr err = item->RunInit();
+        if (err != kzErrNone) {
+            KZ_LOG(kDbgLog) << "ServiceRegistry: Service " << item->GetServiceObject()->GetName()
+                            << " init failed with error " << err;
+            return err;
+        }
+        ++mStartedCount;  // first, so that a failure to record the service still leaves it to RunUninit
+        AllInitializedServices().insert(item->GetServiceObject());
+    }
+    return kzErrNone;
+}
+
+KzErr ServiceRegistry::RunUninit()
+{
+    return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
+        while (mStartedCount > 0) {
+            const KzErr err = StopNewest();
+            if (err != kzErrNone) {
+                return err;
+            }
+        }
+        return kzErrNone;
+    });
+}
+
+KzErr ServiceRegistry::StopNewest()
+{
+    ServiceRegistryItem& item = *mInitOrder[static_cast<unsigned long>(mStartedCount - 1)];
+    char name[kMaxNameSize];  // copied before the stop, which may destroy the service
+    std::snprintf(name, sizeof name, "%s", item.GetServiceObject()->GetName());
+    const KzErr err = item.RunUninit();
+    if (err != kzErrNone) {
+        KZ_LOG(kDbgLog) << "ServiceRegistry: Service " << &name[0] << " uninit failed with error " << err;
+        return err;
+    }
+    AllInitializedServices().erase(item.GetServiceObject());
+    --mStartedCount;
+    return kzErrNone;
+}
+
+}  // namespace
+
+KzErr ServiceRegistryItem::RunInit()
+{
+    mInitStart = MilliSecs();
+    mInitResult = mService->Init();
+    mInitEnd = MilliSecs();
+    return mInitResult;
+}
+
+KzErr ServiceRegistryItem::RunUninit()
+{
+    mUninitStart = MilliSecs();
+    mUninitResult = mService->Uninit();
+    mUninitEnd = MilliSecs();
+    return mUninitResult;
+}
+
+IServiceRegistry* CreateServiceRegistry(IServiceObject** services)
+{
+    if (services == nullptr) {
+        return nullptr;
+    }
+    std::unique_ptr<ServiceRegistry> registry(new (std::nothrow) ServiceRegistry);
+    for (; registry != nullptr && *services != nullptr; ++services) {
+        const KzErr err = registry->AddService(*services);
+        if (err == kzErrArgument) {
+            KZ_REPORT(kDbgFatal, 0x27B5049E)
+                << "ServiceRegistry: A service has already been registered that has the name \""
+                << (*services)->GetName() << "\".";
+        } else if (err != kzErrNone) {
+            return nullptr;
+        }
+    }
+    return registry.release();
+}

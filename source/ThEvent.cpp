@@ -1,0 +1,200 @@
+#include "ThEvent.h"
+
+#include <memory>
+#include <new>
+
+#include "KzErr.h"
+#include "PlatformEvent.h"
+#include "Report.h"
+
+namespace {
+
+constexpr char kModule[] = "source/ThEvent";
+
+constexpr uInt32 kEventVerifier = kz::FourCharCode("Evnt");
+
+}  // namespace
+
+struct ThEventRec {
+    uInt32 verifier = kEventVerifier;
+    PlatformEvent* platform = nullptr;
+};
+
+namespace {
+
+bool IsEvent(ThEvent event)
+{
+    return event->verifier == kEventVerifier;
+}
+
+// The same, reported without a text.
+bool CheckEvent(ThEvent event)
+{
+    if (!IsEvent(event)) {
+        KZ_REPORT(kDbgFatal, 0x71D4C8A3);
+        return false;
+    }
+    return true;
+}
+
+void LogLatency(const PlatformEvent& platform)
+{
+    unsigned int count = 0;
+    unsigned long long total = 0;
+    unsigned long long min = 0;
+    unsigned long long max = 0;
+    platform.GetLatencyStats(&count, &total, &min, &max, nullptr);
+    if (count == 0) {
+        return;
+    }
+    constexpr double kMillisecondsPerNanosecond = 1e-6;
+    const auto milliseconds = [](double nanoseconds) {
+        return DbgFmtNum("%.5f", nanoseconds * kMillisecondsPerNanosecond);
+    };
+    KZ_LOG(kDbgLog) << "ThEventDestroy:"
+                    << ": (ms) avg latency=" << milliseconds(static_cast<double>(total) / count) << " nEvents=" << count
+                    << " min=" << milliseconds(static_cast<double>(min))
+                    << " max=" << milliseconds(static_cast<double>(max));
+}
+
+}  // namespace
+
+namespace kz {
+
+ThEvent ThEventAdopt(PlatformEvent* platform)
+{
+    std::unique_ptr<ThEventRec> event(new (std::nothrow) ThEventRec);
+    if (event == nullptr) {
+        DestroyPlatformEvent(platform);
+        return nullptr;
+    }
+    event->platform = platform;
+    return event.release();
+}
+
+}  // namespace kz
+
+KzErr ThEventCreate(ThEvent* out, void* /*reserved*/, int32 initialState)
+{
+    if (out == nullptr) {
+        return kzErrArgument;
+    }
+    *out = nullptr;
+    PlatformEvent* const platform = CreatePlatformEvent(initialState);
+    if (platform == nullptr) {
+        return kzErrMemoryFull;
+    }
+    *out = kz::ThEventAdopt(platform);
+    return *out != nullptr ? kzErrNone : kzErrMemoryFull;
+}
+
+KzErr ThEventCreateWithCustomSignal(ThEvent* out, void* reserved, int32 initialState)
+{
+    return ThEventCreate(out, reserved, initialState);
+}
+
+void ThEventDestroy(ThEvent event)
+{
+    if (event == nullptr) {
+        KZ_REPORT(kDbgError, 0xE7035B19) << "Bad ThEvent in ThEventDestroy()";
+        return;
+    }
+    if (!CheckEvent(event)) {
+        return;
+    }
+    LogLatency(*event->platform);
+    const KzErr result = DestroyPlatformEvent(event->platform);
+    if (result != kzErrNone) {
+        KZ_REPORT(kDbgError, 0x48AF6D20) << "DestroyPlatformEvent failed with KzErr " << result;
+    }
+    delete event;
+}
+
+int32 ThEventSignal(ThEvent event)
+{
+    if (event == nullptr) {
+        return 0;
+    }
+    if (!IsEvent(event)) {
+        KZ_REPORT(kDbgFatal, 0x1C8E72BD) << "Bad verifier in event.";
+        return 0;
+    }
+    return event->platform->Signal();
+}
+
+int32 ThEventReset(ThEvent event)
+{
+    if (event == nullptr || !CheckEvent(event)) {
+        return 0;
+    }
+    return event->platform->Reset();
+}
+
+KzErr ThEventWait(ThEvent event)
+{
+    return ThEventWaitWithTimeout(event, -1);
+}
+
+KzErr ThEventWaitWithTimeout(ThEvent event, int32 milliseconds)
+{
+    if (event == nullptr || !CheckEvent(event)) {
+        return kzErrArgument;
+    }
+    switch (event->platform->Wait(milliseconds)) {
+        case kWaitSignalled:
+            return kzErrNone;
+        case kWaitTimedOut:
+            return kzErrTimeout;
+        case kWaitFailed:
+            KZ_REPORT(kDbgFatal, 0xD29F14E6) << "Wait on event failed";
+            return kzErrArgument;
+        default:
+            KZ_REPORT(kDbgWarning, 0x85B6307C) << "We were not supposed to retry here";
+            return kzErrArgument;
+    }
+}
+
+KzErr ThEventWaitAndPump(ThEvent event, ThEventPumpProc pump, int32 milliseconds, int32 arg)
+{
+    if (pump != nullptr) {
+        pump(arg);
+    }
+    if (event == nullptr || !CheckEvent(event)) {
+        return kzErrArgument;
+    }
+    return event->platform->WaitAndPump(pump, arg, milliseconds);
+}
+
+int32 ThEventMsgWaitMultiple(ThEvent event, ThEvent other, int32 milliseconds, int32 flags)
+{
+    if (event == nullptr || !CheckEvent(event) || (other != nullptr && !CheckEvent(other))) {
+        return 1;
+    }
+    int which = 0;
+    int detail = 0;
+    PlatformEvent* const second = other != nullptr ? other->platform : nullptr;
+    const int result = event->platform->MsgWaitMultiple(second, milliseconds, flags, &which, &detail);
+    return result == kWaitSignalled ? which : 0;
+}
+
+const char* ThEvent_Service::GetName() const
+{
+    return "ThEvent";
+}
+
+void ThEvent_Service::GetDependencies(IServiceDependencyList* /*list*/) const {}
+
+KzErr ThEvent_Service::_Init()
+{
+    return kzErrNone;
+}
+
+KzErr ThEvent_Service::_Uninit()
+{
+    return kzErrNone;
+}
+
+ThEvent_Service* ThEventService()
+{
+    return KZSingleton_T<ThEvent_Service>::Instance();
+}

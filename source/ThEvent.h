@@ -1,0 +1,80 @@
+// Events on which threads wait. Usable from C11 and C++20.
+//
+// An event resets itself: one signal lets one waiter through, and a signal that finds no waiter is kept for the next
+// one; a second such signal adds nothing. Times are milliseconds, a negative one meaning for ever. A block that is no
+// event is reported at level 4. Unless told otherwise any thread may call, at any time between the event's making and
+// its destruction.
+#ifndef KZCORE_THEVENT_H
+#define KZCORE_THEVENT_H
+
+#include "KZTypes.h"
+#ifdef __cplusplus
+#include "ServiceObject.h"
+#endif
+
+typedef struct ThEventRec* ThEvent;
+
+KZ_EXTERN_C_BEGIN
+
+// What ThEventWaitAndPump calls between waits, with the caller's argument. It must not throw.
+typedef void (*ThEventPumpProc)(int32 arg);
+
+// Makes an event in `*out`, to be destroyed with ThEventDestroy; signalled if `initialState` is not 0. `reserved` is
+// ignored. kzErrArgument: `out` is null; kzErrMemoryFull: the event can't be made, `*out` is null. Before the host's
+// interface is set it reports at level 2.
+KZ_EXPORT KzErr ThEventCreate(ThEvent* out, void* reserved, int32 initialState);
+
+// The same as ThEventCreate here: no platform that we run on has signals of its own to attach.
+KZ_EXPORT KzErr ThEventCreateWithCustomSignal(ThEvent* out, void* reserved, int32 initialState);
+
+// Destroys an event that nobody uses. Null is reported at level 3.
+KZ_EXPORT void ThEventDestroy(ThEvent event);
+
+// Signals the event: 1 if it woke a waiter, 0 if the signal was kept or the event is null.
+KZ_EXPORT int32 ThEventSignal(ThEvent event);
+
+// Takes back a kept signal: 1 if there was one, 0 if there was none or the event is null.
+KZ_EXPORT int32 ThEventReset(ThEvent event);
+
+// Waits for a signal, for ever. Results as ThEventWaitWithTimeout.
+KZ_EXPORT KzErr ThEventWait(ThEvent event);
+
+// Waits for a signal for at most `milliseconds`, 0 only looking. 0: it came; kzErrTimeout: it did not;
+// kzErrArgument: the event is null, or the wait failed.
+KZ_EXPORT KzErr ThEventWaitWithTimeout(ThEvent event, int32 milliseconds);
+
+// Calls `pump(arg)` once, also for a null event, then again after each `milliseconds` without a signal; returns 0 on
+// the signal, and kzErrArgument for a null event. `pump` may be null.
+KZ_EXPORT KzErr ThEventWaitAndPump(ThEvent event, ThEventPumpProc pump, int32 milliseconds, int32 arg);
+
+// Waits for one of two events or a window message, where the platform can; 1 for a null event, else 0 here.
+KZ_EXPORT int32 ThEventMsgWaitMultiple(ThEvent event, ThEvent other, int32 milliseconds, int32 flags);
+
+KZ_EXTERN_C_END
+
+#ifdef __cplusplus
+
+// The place of events in the order of services; events work without it.
+class ThEvent_Service final : public RefcountedServiceObject_T<ThEvent_Service> {
+public:
+    const char* GetName() const override;
+    void GetDependencies(IServiceDependencyList* list) const override;
+
+protected:
+    KzErr _Init() override;
+    KzErr _Uninit() override;
+};
+
+// The service, made on the first call.
+KZ_EXPORT ThEvent_Service* ThEventService();
+
+class PlatformEvent;
+namespace kz {
+
+// An event on `platform`, which it owns from then on; null, with `platform` destroyed, when out of memory.
+ThEvent ThEventAdopt(PlatformEvent* platform);
+
+}  // namespace kz
+#endif
+
+#endif

@@ -1,0 +1,172 @@
+// A counting lock: the count says how many threads beyond the holder want it, from -1 when free. Who raises it from
+// -1 holds the lock; everybody else waits on the event, and each release that leaves a waiter signals it once, which
+// hands the lock over. Between a signal and its consumer nobody else can take the lock, so at most one signal is ever
+// on its way, and the event, which keeps one, loses none.
+#include "ThMutex.h"
+
+#include <atomic>
+#include <memory>
+#include <new>
+
+#include "KzErr.h"
+#include "Report.h"
+#include "ThEvent.h"
+
+namespace {
+
+constexpr char kModule[] = "source/ThMutex";
+
+constexpr uInt32 kMutexVerifier = kz::FourCharCode("Mutx");
+constexpr int32 kFree = -1;
+
+#ifdef NDEBUG
+
+// Release builds don't ask who holds a lock.
+class OwnerCheck {
+public:
+    void BeforeTake() const {}
+    void Taken() const {}
+    bool LeaveTellsForeigner() const { return false; }
+    static void ReportForeigner() {}
+};
+
+#else
+
+// Knows which thread holds the lock. Each thread is told by the address of a variable of its own. Relaxed: a thread
+// only ever asks whether the value is its own, which no other thread stores.
+class OwnerCheck {
+public:
+    // A debug output handler may itself take locks, this one too: that must not be reported in turn, endlessly.
+    void BeforeTake() const
+    {
+        if (mOwner.load(std::memory_order_relaxed) != &tSelf || tSelf.reporting) {
+            return;
+        }
+        tSelf.reporting = true;
+        KZ_REPORT(kDbgError, 0x94B7D16E) << "ThMutexAcquire: this thread holds the mutex, and will wait for ever";
+        tSelf.reporting = false;
+    }
+
+    void Taken() { mOwner.store(&tSelf, std::memory_order_relaxed); }
+
+    // True if the lock is about to be released by a thread that does not hold it.
+    bool LeaveTellsForeigner()
+    {
+        const bool isForeigner = mOwner.load(std::memory_order_relaxed) != &tSelf;
+        mOwner.store(nullptr, std::memory_order_relaxed);
+        return isForeigner;
+    }
+
+    // To be called when the lock is no longer held: a handler may take it.
+    static void ReportForeigner()
+    {
+        KZ_REPORT(kDbgError, 0x3E60A8F5) << "ThMutexRelease: this thread does not hold the mutex";
+    }
+
+private:
+    struct Self {
+        bool reporting;
+    };
+
+    static inline constinit thread_local Self tSelf{false};
+    std::atomic<Self*> mOwner{nullptr};
+};
+
+#endif
+
+}  // namespace
+
+struct ThMutexRec {
+    std::atomic<int32> count{kFree};
+    ThEvent event = nullptr;
+    uInt32 verifier = kMutexVerifier;
+    [[no_unique_address]] OwnerCheck owner;
+};
+static_assert(std::atomic<int32>::is_always_lock_free);
+
+KzErr ThMutexCreate(ThMutex* out, const char* /*name*/)
+{
+    if (out == nullptr) {
+        return kzErrArgument;
+    }
+    *out = nullptr;
+    std::unique_ptr<ThMutexRec> mutex(new (std::nothrow) ThMutexRec);
+    if (mutex == nullptr || ThEventCreate(&mutex->event, nullptr, 0) != kzErrNone) {
+        return kzErrMemoryFull;
+    }
+    *out = mutex.release();
+    return kzErrNone;
+}
+
+void ThMutexDestroy(ThMutex mutex)
+{
+    if (mutex == nullptr) {
+        return;
+    }
+    if (mutex->verifier != kMutexVerifier) {
+        KZ_REPORT(kDbgError, 0xB05C2E97) << "bad mutex verifier in ThMutexDestroy";
+        return;
+    }
+    ThEventDestroy(mutex->event);
+    delete mutex;
+}
+
+void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
+{
+    if (mutex == nullptr) {
+        return;
+    }
+    mutex->owner.BeforeTake();
+    if (mutex->count.fetch_add(1, std::memory_order_acq_rel) != kFree) {
+        ThEventWait(mutex->event);
+    }
+    mutex->owner.Taken();
+}
+
+void ThMutexRelease(ThMutex mutex) KZ_NO_THREAD_CHECK
+{
+    if (mutex == nullptr) {
+        return;
+    }
+    const bool isForeigner = mutex->owner.LeaveTellsForeigner();
+    if (mutex->count.fetch_sub(1, std::memory_order_acq_rel) != 0) {
+        ThEventSignal(mutex->event);
+    }
+    if (isForeigner) {
+        OwnerCheck::ReportForeigner();
+    }
+}
+
+namespace kz {
+
+int32 ThMutexCount(ThMutex mutex)
+{
+    return mutex->count.load(std::memory_order_relaxed);
+}
+
+}  // namespace kz
+
+const char* ThMutex_Service::GetName() const
+{
+    return "ThMutex";
+}
+
+void ThMutex_Service::GetDependencies(IServiceDependencyList* list) const
+{
+    list->Add(ThEventService());
+}
+
+KzErr ThMutex_Service::_Init()
+{
+    return kzErrNone;
+}
+
+KzErr ThMutex_Service::_Uninit()
+{
+    return kzErrNone;
+}
+
+ThMutex_Service* ThMutexService()
+{
+    return KZSingleton_T<ThMutex_Service>::Instance();
+}

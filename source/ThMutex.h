@@ -1,0 +1,60 @@
+// Counting locks, for every lock of the library. Usable from C11 and C++20.
+//
+// A null ThMutex is valid everywhere and means nothing to lock. A lock is not recursive: a second take by the thread
+// that holds it waits for ever; debug builds report it at level 3 first. No order is promised among waiters. Taking
+// and releasing a lock that nobody else wants is one atomic addition each, without a system call.
+#ifndef KZCORE_THMUTEX_H
+#define KZCORE_THMUTEX_H
+
+#include "KZTypes.h"
+#include "ThreadAnnotations.h"
+#ifdef __cplusplus
+#include "ServiceObject.h"
+#endif
+
+typedef struct KZ_CAPABILITY("ThMutex") ThMutexRec* ThMutex;
+
+KZ_EXTERN_C_BEGIN
+
+// Makes a free lock in `*out`, to be destroyed with ThMutexDestroy. `name` says what it protects, for the reader of
+// the call; it is not kept and may be null. kzErrArgument: `out` is null; kzErrMemoryFull: out of memory, `*out` is
+// null. Before the host's interface is set it reports at level 2. Any thread.
+KZ_EXPORT KzErr ThMutexCreate(ThMutex* out, const char* name);
+
+// Destroys a lock that nobody holds or waits for. A block that is no lock is reported at level 3 and left alone.
+KZ_EXPORT void ThMutexDestroy(ThMutex mutex);
+
+// Takes the lock, waiting for it as long as it takes. Any thread that does not hold it.
+KZ_EXPORT void ThMutexAcquire(ThMutex mutex) KZ_ACQUIRE(mutex);
+
+// Releases the lock, and hands it to one waiter if there is any. The thread that holds it; debug builds report a
+// release by another thread at level 3, and release.
+KZ_EXPORT void ThMutexRelease(ThMutex mutex) KZ_RELEASE(mutex);
+
+KZ_EXTERN_C_END
+
+#ifdef __cplusplus
+
+// The place of locks in the order of services; locks work without it.
+class ThMutex_Service final : public RefcountedServiceObject_T<ThMutex_Service> {
+public:
+    const char* GetName() const override;
+    void GetDependencies(IServiceDependencyList* list) const override;
+
+protected:
+    KzErr _Init() override;
+    KzErr _Uninit() override;
+};
+
+// The service, made on the first call.
+KZ_EXPORT ThMutex_Service* ThMutexService();
+
+namespace kz {
+
+// The lock's count at this moment: -1 free, 0 held, n held with n waiters. Not for null.
+int32 ThMutexCount(ThMutex mutex);
+
+}  // namespace kz
+#endif
+
+#endif

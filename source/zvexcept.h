@@ -1,0 +1,57 @@
+// ZVExcept, the one exception of the library, and the way from an exception to an error code.
+#ifndef KZCORE_ZVEXCEPT_H
+#define KZCORE_ZVEXCEPT_H
+
+#include <exception>
+#include <utility>
+
+#include "KZTypes.h"
+#include "KzErr.h"
+#include "StackChain.h"
+
+// Carries a KzErr through code written with exceptions. No exported C function lets it out.
+class KZ_EXPORT ZVExcept : public std::exception {
+public:
+    // `detail` is cut to 127 characters, null means none; of `file` the last 31 characters are kept.
+    ZVExcept(int err, const char* detail, const char* file, int line) noexcept;
+    ~ZVExcept() override;
+    ZVExcept(const ZVExcept&) = default;
+    ZVExcept& operator=(const ZVExcept&) = default;
+
+    const char* what() const noexcept override;
+    KzErr err() const { return mErr; }
+    const char* file() const { return mFile; }
+    int32 line() const { return mLine; }
+    const char* diag() const { return mDetail; }
+    const StackChainFS<16>& stack() const { return mStack; }
+    StackChainFS<16>& stack() { return mStack; }
+
+private:
+    KzErr mErr;
+    char mDetail[128];
+    char mFile[32];
+    int32 mLine;
+    char mText[256];
+    StackChainFS<16> mStack;
+};
+
+// Called inside a catch block: the exception in flight as a ZVExcept. std::bad_alloc gives kzErrMemoryFull, a
+// ZVExcept itself, any other std::exception kzErrGeneric; anything else is reported at level 3 and thrown on.
+KZ_EXPORT ZVExcept GetExceptionInCatch_FileAndLine(const char* file, int line);
+
+namespace kz {
+
+// Runs `body`, which returns a KzErr, and turns what it throws into a code: the boundary of every exported C call.
+template <typename Body>
+KzErr ErrOf(const char* file, int line, Body&& body)
+{
+    try {
+        return std::forward<Body>(body)();
+    } catch (...) {
+        return GetExceptionInCatch_FileAndLine(file, line).err();
+    }
+}
+
+}  // namespace kz
+
+#endif

@@ -1,0 +1,19 @@
+#!/bin/bash
+# public_headers.sh COMPILER c++20|c11 SOURCE_DIR HEADER...: each header must compile by itself, with the warnings a
+# careful host uses. As C11 only those count that say "Usable from C11".
+set -euo pipefail
+
+compiler=$1 standard=$2 source=$3
+shift 3
+language=c++
+if [[ $standard == c11 ]]; then language=c; fi
+
+checked=0 failed=0
+for header in "$@"; do
+    if [[ $language == c ]] && ! grep -q "Usable from C11" "$source/$header"; then continue; fi
+    checked=$((checked + 1))
+    echo "#include \"$header\"" | "$compiler" -x $language -std="$standard" -fsyntax-only -Wall -Wextra -Wpedantic \
+        -Wshadow -Wundef -Werror -I"$source" - || failed=$((failed + 1))
+done
+echo "$compiler $standard: $checked headers, $failed failed"
+((checked > 0 && failed == 0))
