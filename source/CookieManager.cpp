@@ -1,0 +1,553 @@
+// Each change of a slot is ordered so that a reader without the lock can trust the salt: a new record's info is stored
+// before its salt, and an old record's salt is cleared before its info. A reader of 8 bytes of info therefore knows,
+// when the salt is still the cookie's after the read, that the bytes were the cookie's.
+#include "CookieManager.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cassert>
+#include <cstddef>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+#include "HiResClock.h"
+#include "MemoryManager.h"
+#include "MemoryZone.h"
+#include "PouchTree.h"
+#include "Report.h"
+#include "ScopedLock.h"
+
+using kz::CookieSlotState;
+using kz::PouchTree;
+
+namespace {
+
+constexpr char kModule[] = "source/CookieManager";
+
+constexpr uInt32 kIndexMask = PouchTree::kMaxSlots - 1;
+constexpr uInt32 kSaltMask = 0xFFF;
+constexpr uInt32 kFirstCookie = 0x100000;
+constexpr uInt32 kAtomicInfoSize = sizeof(uInt64);
+
+// A jar's tree, in the list of all jars.
+struct JarNode {
+    JarNode(uInt32 recordSize, MagicCookieJarRec* owner) : tree(recordSize), jar(owner) {}
+
+    PouchTree tree;
+    MagicCookieJarRec* jar;
+    JarNode* next = nullptr;
+    JarNode** link = nullptr;
+};
+
+// The jars that exist. The lock is taken at a jar's birth and end only, with nothing taken below it; it is no ThMutex
+// because it serves before any service could make one.
+constinit std::mutex gJarsLock;
+constinit JarNode* gJars = nullptr;
+
+}  // namespace
+
+// Lives in a handle; a handle's data is aligned to 8 because its size is a multiple of 8.
+struct MagicCookieJarRec {
+    ThMutex jarRights;
+    uInt32 nextSalt;
+    JarNode* tree;
+    uInt32 infoSize;
+    uInt32 recordSize;
+    uInt32 freeIndex;
+    uInt32 cookieCount;
+    int32 refCounting;       // 0: reference counts are not kept
+    ThMutex countRights[8];  // null without reference counts
+};
+static_assert(sizeof(MagicCookieJarRec) == 112);
+static_assert(std::atomic_ref<uInt32>::is_always_lock_free && std::atomic_ref<uInt64>::is_always_lock_free);
+static_assert(std::atomic_ref<uInt64>::required_alignment <= 8);
+
+namespace {
+
+std::atomic_ref<uInt32> SaltOf(CookieSlotState* state)
+{
+    return std::atomic_ref<uInt32>(state->salt);
+}
+
+std::atomic_ref<int32> LinkOf(CookieSlotState* state)
+{
+    return std::atomic_ref<int32>(state->link);
+}
+
+std::atomic_ref<uInt64> AtomicInfo(unsigned char* record)
+{
+    return std::atomic_ref<uInt64>(*reinterpret_cast<uInt64*>(record));
+}
+
+// Relaxed, as LiveCookieCount only adds up numbers; changed under the jar rights.
+std::atomic_ref<uInt32> CountOf(MagicCookieJarRec* jar)
+{
+    return std::atomic_ref<uInt32>(jar->cookieCount);
+}
+
+void AddToCount(MagicCookieJarRec* jar, uInt32 by)
+{
+    const std::atomic_ref<uInt32> count = CountOf(jar);
+    count.store(count.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
+}
+
+bool HoldsCookie(CookieSlotState* state, uInt32 cookie)
+{
+    return SaltOf(state).load(std::memory_order_acquire) == cookie >> PouchTree::kIndexBits &&
+           LinkOf(state).load(std::memory_order_relaxed) < 0;
+}
+
+// The record of a live cookie, or null. Needs no lock.
+unsigned char* FindCookie(const MagicCookieJarRec* jar, uInt32 cookie)
+{
+    if (cookie < kFirstCookie) {
+        return nullptr;
+    }
+    const PouchTree& tree = jar->tree->tree;
+    unsigned char* const record = tree.Find(cookie & kIndexMask);
+    return record != nullptr && HoldsCookie(tree.State(record), cookie) ? record : nullptr;
+}
+
+// The accesses to info under the jar rights. Those of 8 bytes are atomic, for the readers without the lock.
+void StoreInfo(const MagicCookieJarRec* jar, unsigned char* record, const void* info)
+{
+    if (jar->infoSize == kAtomicInfoSize) {
+        uInt64 value = 0;
+        if (info != nullptr) {
+            std::memcpy(&value, info, sizeof value);
+        }
+        AtomicInfo(record).store(value, std::memory_order_release);
+    } else if (info != nullptr) {
+        std::memcpy(record, info, jar->infoSize);
+    } else {
+        std::memset(record, 0, jar->infoSize);
+    }
+}
+
+void CopyInfo(const MagicCookieJarRec* jar, const unsigned char* record, void* infoOut)
+{
+    if (infoOut != nullptr) {
+        std::memcpy(infoOut, record, jar->infoSize);
+    }
+}
+
+// Gives a free slot's cookie; 0 when the jar is full, or when memory is out and `*missing` bytes could not be had.
+uInt32 NewCookieLocked(MagicCookieJarRec* jar, const void* info, unsigned long* missing)
+{
+    const uInt32 index = jar->freeIndex;
+    if (index > kIndexMask) {
+        return 0;
+    }
+    unsigned char* const record = jar->tree->tree.Make(index, missing);
+    if (record == nullptr) {
+        return 0;
+    }
+    const uInt32 salt = jar->nextSalt & kSaltMask;
+    jar->nextSalt = (salt + 1) & kSaltMask;
+    if (jar->nextSalt == 0) {
+        jar->nextSalt = 1;
+    }
+    CookieSlotState* const state = jar->tree->tree.State(record);
+    jar->freeIndex = static_cast<uInt32>(LinkOf(state).load(std::memory_order_relaxed));
+    AddToCount(jar, 1);
+    StoreInfo(jar, record, info);
+    LinkOf(state).store(-1, std::memory_order_relaxed);
+    SaltOf(state).store(salt, std::memory_order_release);
+    return salt << PouchTree::kIndexBits | index;
+}
+
+void FreeSlotLocked(MagicCookieJarRec* jar, unsigned char* record, uInt32 index)
+{
+    CookieSlotState* const state = jar->tree->tree.State(record);
+    SaltOf(state).store(0, std::memory_order_relaxed);
+    StoreInfo(jar, record, nullptr);
+    LinkOf(state).store(static_cast<int32>(jar->freeIndex), std::memory_order_relaxed);
+    jar->freeIndex = index;
+    AddToCount(jar, ~uInt32{0});
+}
+
+// Calls `visit(cookie, record)` for each live cookie by rising index until it returns false. Under the jar rights.
+template <typename Visit>
+void ForEachCookieLocked(const MagicCookieJarRec* jar, Visit visit)
+{
+    const PouchTree& tree = jar->tree->tree;
+    tree.ForEachSlot([&](uInt32 index, unsigned char* record) {
+        CookieSlotState* const state = tree.State(record);
+        const uInt32 salt = SaltOf(state).load(std::memory_order_relaxed);
+        return LinkOf(state).load(std::memory_order_relaxed) >= 0 ||
+               visit(salt << PouchTree::kIndexBits | index, record);
+    });
+}
+
+// The bytes of a list of `count` cookies; an empty one has room for one.
+unsigned long ListSize(uInt32 count)
+{
+    return offsetof(MagicCookieListRec, cookies) + std::max(count, 1u) * sizeof(uInt32);
+}
+
+// Fills a list of that size; false when the jar holds another number of cookies than its count says.
+bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* list)
+{
+    std::memset(list, 0, ListSize(count));
+    std::memcpy(list, &count, sizeof count);
+    unsigned char* at = list + offsetof(MagicCookieListRec, cookies);
+    uInt32 found = 0;
+    ForEachCookieLocked(jar, [&](uInt32 cookie, const unsigned char*) {
+        if (found++ < count) {
+            std::memcpy(at, &cookie, sizeof cookie);
+            at += sizeof cookie;
+        }
+        return found <= count;
+    });
+    return found == count;
+}
+
+// Fills what MCNewBigJar has zeroed; false when out of memory.
+bool SetUpJar(MagicCookieJarRec* jar, uInt32 infoSize)
+{
+    const uInt64 recordSize = PouchTree::RecordSize(infoSize);
+    if (recordSize > ~uInt32{0} || ThMutexCreate(&jar->jarRights, "JarRights") != kzErrNone) {
+        return false;
+    }
+    jar->infoSize = infoSize;
+    jar->recordSize = static_cast<uInt32>(recordSize);
+    jar->nextSalt = std::max(MilliSecs() & kSaltMask, 1u);
+    void* const storage = DSNewPClr(sizeof(JarNode));
+    if (storage == nullptr) {
+        return false;
+    }
+    jar->tree = ::new (storage) JarNode(jar->recordSize, jar);
+    std::lock_guard<std::mutex> lock(gJarsLock);
+    jar->tree->next = gJars;
+    jar->tree->link = &gJars;
+    if (gJars != nullptr) {
+        gJars->link = &jar->tree->next;
+    }
+    gJars = jar->tree;
+    return true;
+}
+
+void DisposeTree(JarNode* node)
+{
+    {
+        std::lock_guard<std::mutex> lock(gJarsLock);
+        *node->link = node->next;
+        if (node->next != nullptr) {
+            node->next->link = node->link;
+        }
+    }
+    node->~JarNode();
+    DSDisposePtr(node);
+}
+
+}  // namespace
+
+extern "C" {
+
+MagicCookieJar MCNewJar(void)
+{
+    return MCNewBigJar(kAtomicInfoSize);
+}
+
+MagicCookieJar MCNewBigJar(uInt32 infoSize)
+{
+    const auto jar = reinterpret_cast<MagicCookieJar>(DSNewHClr(sizeof(MagicCookieJarRec)));
+    if (jar != nullptr && !SetUpJar(*jar, infoSize)) {
+        MCDisposeJar(jar);
+        return nullptr;
+    }
+    return jar;
+}
+
+KzErr MCDisposeJar(MagicCookieJar jar)
+{
+    if (jar == nullptr) {
+        return kzErrNone;
+    }
+    if ((*jar)->tree != nullptr) {
+        assert(kz::CookieJarFault(jar) == nullptr);
+        if (const uInt32 count = (*jar)->cookieCount) {
+            KZ_LOG(kDbgLog) << "Disposing jar with " << count << " cookies remaining";
+        }
+        DisposeTree((*jar)->tree);
+    }
+    ThMutexDestroy((*jar)->jarRights);
+    for (ThMutex rights : (*jar)->countRights) {
+        ThMutexDestroy(rights);
+    }
+    DSDisposeHandle(jar);
+    return kzErrNone;
+}
+
+uInt32 MCNewCookie(MagicCookieJar jar, const void* info)
+{
+    if (jar == nullptr) {
+        return 0;
+    }
+    unsigned long missing = 0;
+    uInt32 cookie;
+    {
+        kz::ScopedLock lock((*jar)->jarRights);
+        cookie = NewCookieLocked(*jar, info, &missing);
+    }
+    if (missing != 0) {
+        CallSetMemFullProc(missing);
+    }
+    return cookie;
+}
+
+KzErr MCDisposeCookie(MagicCookieJar jar, uInt32 cookie, void* infoOut)
+{
+    if (jar == nullptr) {
+        return kzErrArgument;
+    }
+    kz::ScopedLock lock((*jar)->jarRights);
+    unsigned char* const record = FindCookie(*jar, cookie);
+    if (record == nullptr) {
+        return kzErrArgument;
+    }
+    CopyInfo(*jar, record, infoOut);
+    FreeSlotLocked(*jar, record, cookie & kIndexMask);
+    return kzErrNone;
+}
+
+KzBool MCIsACookie(MagicCookieJar jar, uInt32 cookie)
+{
+    return jar != nullptr && FindCookie(*jar, cookie) != nullptr;
+}
+
+KzErr MCGetCookieInfo(MagicCookieJar jar, uInt32 cookie, void* infoOut)
+{
+    if (jar == nullptr || infoOut == nullptr) {
+        return kzErrArgument;
+    }
+    if ((*jar)->infoSize != kAtomicInfoSize) {
+        kz::ScopedLock lock((*jar)->jarRights);
+        const unsigned char* const record = FindCookie(*jar, cookie);
+        if (record == nullptr) {
+            return kzErrArgument;
+        }
+        CopyInfo(*jar, record, infoOut);
+        return kzErrNone;
+    }
+    unsigned char* const record = FindCookie(*jar, cookie);
+    if (record == nullptr) {
+        return kzErrArgument;
+    }
+    uInt64 info = AtomicInfo(record).load(std::memory_order_acquire);
+    const bool stayed = HoldsCookie((*jar)->tree->tree.State(record), cookie);
+    if (!stayed) {
+        info = 0;
+    }
+    std::memcpy(infoOut, &info, sizeof info);
+    return stayed ? kzErrNone : kzErrArgument;
+}
+
+KzErr MCSetCookieInfo(MagicCookieJar jar, uInt32 cookie, const void* info)
+{
+    if (jar == nullptr || info == nullptr) {
+        return kzErrArgument;
+    }
+    kz::ScopedLock lock((*jar)->jarRights);
+    unsigned char* const record = FindCookie(*jar, cookie);
+    if (record == nullptr) {
+        return kzErrArgument;
+    }
+    StoreInfo(*jar, record, info);
+    return kzErrNone;
+}
+
+KzErr MCGetCookieInfoPtr(MagicCookieJar jar, uInt32 cookie, void** out)
+{
+    unsigned char* const record = jar == nullptr ? nullptr : FindCookie(*jar, cookie);
+    if (out != nullptr) {
+        *out = record;
+    }
+    return record == nullptr ? kzErrArgument : kzErrNone;
+}
+
+KzErr MCJarSize(MagicCookieJar jar, int32* out)
+{
+    if (jar == nullptr || out == nullptr) {
+        return kzErrArgument;
+    }
+    kz::ScopedLock lock((*jar)->jarRights);
+    *out = static_cast<int32>((*jar)->cookieCount);
+    return kzErrNone;
+}
+
+KzErr MCGetCookieList(MagicCookieJar jar, MagicCookieList* list)
+{
+    if (jar == nullptr || list == nullptr) {
+        return kzErrArgument;
+    }
+    // The list is sized without the lock, since a failure calls the host's memory-full procedure; it is sized again
+    // when the jar has outgrown it meanwhile.
+    uInt32 count = CountOf(*jar).load(std::memory_order_relaxed);
+    for (;;) {
+        const KzErr err = DSSetHandleSizeOrNewHandle(list, ListSize(count));
+        if (err != kzErrNone) {
+            return err;
+        }
+        const uInt32 room = count;
+        kz::ScopedLock lock((*jar)->jarRights);
+        count = (*jar)->cookieCount;
+        if (count <= room) {
+            if (FillListLocked(*jar, count, reinterpret_cast<unsigned char*>(**list))) {
+                return kzErrNone;
+            }
+            break;
+        }
+    }
+    KZ_REPORT(kDbgError, 0x94E0B7D3) << "PouchTree::CollectMagicCookies: cookie count discrepancy";
+    return kzErrNone;
+}
+
+uInt32 MCGetCookieForInfo(MagicCookieJar jar, const void* info)
+{
+    if (jar == nullptr || info == nullptr) {
+        return 0;
+    }
+    uInt32 found = 0;
+    kz::ScopedLock lock((*jar)->jarRights);
+    ForEachCookieLocked(*jar, [&](uInt32 cookie, const unsigned char* record) {
+        if (BlockCmp(record, info, (*jar)->infoSize) == 0) {
+            found = cookie;
+        }
+        return found == 0;
+    });
+    return found;
+}
+
+}  // extern "C"
+
+CookieList::~CookieList()
+{
+    DSDisposeHandle(mCookies);
+}
+
+KzErr CookieList::SetCount(int count)
+{
+    if (count < 0) {
+        return kzErrArgument;
+    }
+    if (count == 0) {
+        mCount = 0;
+        return DSDisposeHandleAndNull(&mCookies);
+    }
+    const auto newCount = static_cast<unsigned long>(count);
+    const auto oldCount = static_cast<unsigned long>(mCount);
+    const KzErr err = DSSetHandleSizeOrNewHandle(&mCookies, newCount * sizeof(uInt32));
+    mCount = err == kzErrNone ? count : 0;
+    if (err == kzErrNone && newCount > oldCount) {
+        ClearMem(*mCookies + oldCount * sizeof(uInt32), (newCount - oldCount) * sizeof(uInt32));
+    }
+    return err;
+}
+
+unsigned int CookieList::GetCookie(int index) const
+{
+    uInt32 cookie = 0;
+    if (index >= 0 && index < mCount) {
+        std::memcpy(&cookie, *mCookies + static_cast<unsigned long>(index) * sizeof cookie, sizeof cookie);
+    }
+    return cookie;
+}
+
+KzErr CookieList::SetCookie(int index, unsigned int cookie)
+{
+    if (index < 0 || index >= mCount) {
+        return kzErrArgument;
+    }
+    std::memcpy(*mCookies + static_cast<unsigned long>(index) * sizeof cookie, &cookie, sizeof cookie);
+    return kzErrNone;
+}
+
+BaseCookieJar::~BaseCookieJar()
+{
+    MCDisposeJar(mJar);
+}
+
+KzErr BaseCookieJar::Init(unsigned int infoSize, int refCounted)
+{
+    Uninit();
+    if (refCounted != 0) {
+        return kzErrNotSupported;
+    }
+    mJar = MCNewBigJar(infoSize);
+    return mJar == nullptr ? kzErrMemoryFull : kzErrNone;
+}
+
+KzErr BaseCookieJar::Uninit()
+{
+    const MagicCookieJar jar = mJar;
+    mJar = nullptr;
+    return MCDisposeJar(jar);
+}
+
+KzErr BaseCookieJar::GetCookieList(CookieList* list) const
+{
+    if (list == nullptr) {
+        return kzErrArgument;
+    }
+    MagicCookieList found = nullptr;
+    KzErr err = MCGetCookieList(mJar, &found);
+    if (err == kzErrNone) {
+        const int count = (*found)->count;
+        err = list->SetCount(count);
+        for (int i = 0; err == kzErrNone && i < count; ++i) {
+            err = list->SetCookie(i, (*found)->cookies[i]);
+        }
+    }
+    DSDisposeHandle(found);
+    return err;
+}
+
+namespace kz {
+
+uInt32 LiveCookieCount()
+{
+    std::lock_guard<std::mutex> lock(gJarsLock);
+    uInt32 count = 0;
+    for (const JarNode* node = gJars; node != nullptr; node = node->next) {
+        count += CountOf(node->jar).load(std::memory_order_relaxed);
+    }
+    return count;
+}
+
+const char* CookieJarFault(MagicCookieJar jar)
+{
+    const MagicCookieJarRec* const rec = *jar;
+    const PouchTree& tree = rec->tree->tree;
+    ScopedLock lock(rec->jarRights);
+    uInt32 slots = 0;
+    uInt32 live = 0;
+    const char* fault = nullptr;
+    tree.ForEachSlot([&](uInt32 /*index*/, unsigned char* record) {
+        const CookieSlotState* const state = tree.State(record);
+        const bool inUse = state->link == -1;
+        if (inUse != (state->salt != 0) || state->salt > kSaltMask || state->link < -1) {
+            fault = "a slot is neither free nor in use";
+        }
+        live += inUse;
+        ++slots;
+        return fault == nullptr;
+    });
+    uInt32 next = rec->freeIndex;
+    uInt32 freeSlots = 0;
+    for (; fault == nullptr && next < slots && freeSlots <= slots; ++freeSlots) {
+        const int32 link = tree.State(tree.Find(next))->link;
+        fault = link < 0 ? "the free chain holds a slot in use" : nullptr;
+        next = static_cast<uInt32>(link);
+    }
+    if (fault == nullptr && (next != slots || freeSlots + live != slots)) {
+        fault = "the free chain does not hold just the free slots";
+    }
+    if (fault == nullptr && live != rec->cookieCount) {
+        fault = "the count of cookies is wrong";
+    }
+    return fault;
+}
+
+}  // namespace kz

@@ -1,0 +1,138 @@
+// Where the parts of a handle's block stand. Pure arithmetic on sizes and addresses, and the header's bytes.
+//
+// From the start of the allocated block:
+//   the tag     2 bytes alignment, 2 bytes offset: only where the header's address field is not 0
+//   the header  8 bytes size of the data, 8 bytes address of the block; 0 when the block starts with the header, and
+//               alignment and offset are then both 8
+//   a guard     `guard` bytes
+//   the data    its address plus the offset is a multiple of the alignment
+//   a guard     `guard` bytes
+//
+// A guard is 0 or 8 bytes. Blocks come from malloc, so they start at a multiple of 8. With an offset of 4 modulo 8 the
+// header and the data stand at 4 modulo 8; so all fields are copied as bytes.
+#ifndef KZCORE_HANDLELAYOUT_H
+#define KZCORE_HANDLELAYOUT_H
+
+#include <cstdint>
+#include <cstring>
+
+#include "KZTypes.h"
+
+namespace kz {
+
+// The address of the data plus `offset` is a multiple of `alignment`. Always in the form that NormalAlignment and
+// AlignmentForSize give: a power of two from 8 to 32,768, a multiple of 4 up to 65,532. With alignment 8 an offset that
+// is a multiple of 8 is 8, which is what a block without a tag stands for.
+struct HandleAlignment {
+    unsigned long alignment;
+    unsigned long offset;
+
+    bool operator==(const HandleAlignment&) const = default;
+};
+
+inline constexpr unsigned long kMaxHandleAlignment = 32768;
+inline constexpr unsigned long kMaxHandleOffset = 65532;
+inline constexpr unsigned long kHandleHeaderSize = 16;
+
+// The alignment of a handle whose maker gives only its size.
+constexpr HandleAlignment AlignmentForSize(unsigned long size)
+{
+    HandleAlignment result{8, 8};
+    if (size >= 1024 * 1024) {
+        result = {4096, 0};
+    } else if (size >= 1024) {
+        result = {16, 0};
+    }
+    if (size != 0 && size % 4 == 0) {
+        result.offset = size % 8 == 0 ? 8 : 4;
+    }
+    return result;
+}
+
+// The alignment of a handle whose maker gives any two numbers.
+constexpr HandleAlignment NormalAlignment(unsigned long alignment, unsigned long offset)
+{
+    unsigned long power = 8;
+    while (power < alignment && power < kMaxHandleAlignment) {
+        power *= 2;
+    }
+    // An offset near the top of the range wraps to 0, which asks for the same addresses.
+    unsigned long rounded = offset % 4 == 0 ? offset : (offset + 4) & ~3ul;
+    if (rounded > kMaxHandleOffset) {
+        rounded %= power;  // the tag holds 16 bits; the same addresses fulfil it
+    }
+    if (power == 8 && rounded % 8 == 0) {
+        rounded = 8;
+    }
+    return {power, rounded};
+}
+
+// The size of the block for a handle of `size` bytes; 0 when it does not fit the address space.
+constexpr unsigned long HandleBlockSize(unsigned long size, HandleAlignment align, unsigned long guard)
+{
+    unsigned long block = size + 2 * guard + kHandleHeaderSize;
+    const bool offsetIsOdd4 = (align.offset & 4) != 0;
+    if (align.alignment == 8) {
+        block += offsetIsOdd4 ? 4 : 0;
+    } else {
+        block += align.alignment + align.offset + 4 + (offsetIsOdd4 ? 0 : 4);
+    }
+    block = (block + align.alignment - 1) & ~(align.alignment - 1);
+    return block > size ? block : 0;
+}
+
+// Writes header and tag into a block of HandleBlockSize bytes and returns the address of the data.
+inline unsigned char* LayOutHandle(unsigned char* block, unsigned long size, HandleAlignment align, unsigned long guard)
+{
+    const auto base = reinterpret_cast<uintptr_t>(block);
+    uintptr_t header = base;
+    if (align.alignment > 8) {
+        // The first address behind the tag that aligns the data.
+        header = base + align.alignment + align.offset + 4 + kHandleHeaderSize + guard;
+        header &= ~(align.alignment - 1);
+        header -= kHandleHeaderSize + guard + align.offset;
+    } else if ((align.offset & 4) != 0) {
+        header = base + 4;
+    }
+    const uintptr_t address = header == base ? 0 : base;
+    if (address != 0) {
+        const uInt16 tag[2] = {static_cast<uInt16>(align.alignment), static_cast<uInt16>(align.offset)};
+        std::memcpy(block, tag, sizeof tag);
+    }
+    unsigned char* const at = block + (header - base);
+    std::memcpy(at, &size, sizeof size);
+    std::memcpy(at + sizeof size, &address, sizeof address);
+    return at + kHandleHeaderSize + guard;
+}
+
+// The size stored in the header of the data.
+inline unsigned long HandleDataSize(const unsigned char* data, unsigned long guard)
+{
+    unsigned long size;
+    std::memcpy(&size, data - guard - kHandleHeaderSize, sizeof size);
+    return size;
+}
+
+// The block that the data stands in, and the alignment it was laid out with.
+struct HandlePlace {
+    unsigned char* block;
+    HandleAlignment align;
+};
+
+inline HandlePlace HandleDataPlace(unsigned char* data, unsigned long guard)
+{
+    unsigned char* const header = data - guard - kHandleHeaderSize;
+    uintptr_t address;
+    std::memcpy(&address, header + sizeof(unsigned long), sizeof address);
+    if (address == 0) {
+        return {header, {8, 8}};
+    }
+    unsigned char* const block = header - (reinterpret_cast<uintptr_t>(header) - address);
+    uInt16 tag[2];
+    std::memcpy(tag, block, sizeof tag);
+    return {block, {tag[0], tag[1]}};
+}
+
+}  // namespace kz
+
+#endif

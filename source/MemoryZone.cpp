@@ -1,0 +1,302 @@
+#include "MemoryZone.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <new>
+
+#include "HandleLayout.h"
+#include "MemoryManager.h"
+#include "ScopedLock.h"
+
+namespace kz {
+
+constinit std::atomic<AllocateProc> gAllocateProc{&std::malloc};
+constinit std::atomic<MemZoneRec*> gMemZone{nullptr};
+constinit ThMutex gMemoryRights = nullptr;
+
+static_assert(sizeof(masterBlock) == 80008);
+static_assert(std::atomic_ref<MasterWord>::is_always_lock_free);
+static_assert(std::atomic_ref<MasterWord>::required_alignment <= alignof(MasterWord));
+
+namespace {
+
+// Relaxed: a number for comparisons while nothing runs, which orders nothing.
+constinit std::atomic<int64> gLivePointers{0};
+
+struct FreeBytes {
+    void operator()(void* block) const { std::free(block); }
+};
+using IndexOwner = std::unique_ptr<MasterBlockIndex, FreeBytes>;
+
+// The word of a free master whose successor in the chain is `next`, which may be null, and back.
+MasterWord LinkTo(const MasterWord* next)
+{
+    return reinterpret_cast<MasterWord>(reinterpret_cast<uintptr_t>(next) | 1);
+}
+
+MasterWord* LinkedMaster(MasterWord link)
+{
+    return reinterpret_cast<MasterWord*>(reinterpret_cast<uintptr_t>(link) & ~uintptr_t{1});
+}
+
+// The blocks of `older` and `block`, in order; null when out of memory.
+IndexOwner MakeIndex(const MasterBlockIndex* older, masterBlock* block)
+{
+    const uInt32 count = (older == nullptr ? 0 : older->count) + 1;
+    const std::size_t size = offsetof(MasterBlockIndex, blocks) + count * sizeof(masterBlock*);
+    IndexOwner index(static_cast<MasterBlockIndex*>(AllocateBytes(std::max(size, sizeof(MasterBlockIndex)))));
+    if (index != nullptr) {
+        index->older = older;
+        index->count = count;
+        masterBlock** const end = older == nullptr ? index->blocks
+                                                   : std::merge(older->blocks, older->blocks + older->count, &block,
+                                                                &block + 1, index->blocks, std::less<>());
+        if (older == nullptr) {
+            *end = block;
+        }
+    }
+    return index;
+}
+
+// The last block not above `address`, or null.
+masterBlock* FindInIndex(const MasterBlockIndex* index, uintptr_t address)
+{
+    // Halves the range without a branch on the outcome, which would be mispredicted for random handles.
+    masterBlock* const* base = index->blocks;
+    for (uInt32 count = index->count; count > 1;) {
+        const uInt32 half = count / 2;
+        base += reinterpret_cast<uintptr_t>(base[half]) <= address ? half : 0;
+        count -= half;
+    }
+    return reinterpret_cast<uintptr_t>(*base) <= address ? *base : nullptr;
+}
+
+bool AddMasterBlockLocked(MemZoneRec* zone)
+{
+    auto* const block = static_cast<masterBlock*>(AllocatePtr(sizeof(masterBlock)));
+    if (block == nullptr) {
+        return false;
+    }
+    IndexOwner index = MakeIndex(zone->index.load(std::memory_order_relaxed), block);
+    if (index == nullptr) {
+        FreePtr(block);
+        return false;
+    }
+    for (uInt32 i = 0; i + 1 < kMastersPerBlock; ++i) {
+        block->masters[i] = LinkTo(&block->masters[i + 1]);
+    }
+    block->masters[kMastersPerBlock - 1] = LinkTo(zone->freeMasters);
+    zone->freeMasters = &block->masters[0];
+    zone->freeMasterCount += kMastersPerBlock;
+    block->next = zone->blocks;
+    zone->blocks = block;
+    ++zone->blockCount;
+    zone->index.store(index.release(), std::memory_order_release);
+    return true;
+}
+
+}  // namespace
+
+void* AllocateBytes(std::size_t size)
+{
+    // No object is larger than half the address space, whatever an allocator says.
+    if (size > PTRDIFF_MAX) {
+        return nullptr;
+    }
+    return gAllocateProc.load(std::memory_order_relaxed)(std::max<std::size_t>(size, 1));
+}
+
+void* AllocatePtr(unsigned long size)
+{
+    void* const ptr = AllocateBytes(size);
+    if (ptr != nullptr) {
+        gLivePointers.fetch_add(1, std::memory_order_relaxed);
+        if (MemZoneRec* zone = MemZone()) {
+            RaiseCounter(zone, kPointersMade);
+        }
+    }
+    return ptr;
+}
+
+void* AllocateClearedPtr(unsigned long size)
+{
+    void* const ptr = AllocatePtr(size);
+    if (ptr != nullptr) {
+        std::memset(ptr, 0, size);
+    }
+    return ptr;
+}
+
+void FreePtr(void* ptr)
+{
+    gLivePointers.fetch_sub(1, std::memory_order_relaxed);
+    std::free(ptr);
+}
+
+MemZoneRec* CreateZone()
+{
+    void* const storage = AllocateBytes(sizeof(MemZoneRec));
+    return storage == nullptr ? nullptr : ::new (storage) MemZoneRec;
+}
+
+void DestroyZone(MemZoneRec* zone)
+{
+    for (const MasterBlockIndex* index = zone->index.load(std::memory_order_relaxed); index != nullptr;) {
+        const MasterBlockIndex* const older = index->older;
+        std::free(const_cast<MasterBlockIndex*>(index));
+        index = older;
+    }
+    for (masterBlock* block = zone->blocks; block != nullptr;) {
+        masterBlock* const next = block->next;
+        FreePtr(block);
+        block = next;
+    }
+    zone->~MemZoneRec();
+    std::free(zone);
+}
+
+bool AddMasterBlock(MemZoneRec* zone)
+{
+    ScopedLock lock(gMemoryRights);
+    return AddMasterBlockLocked(zone);
+}
+
+MasterWord* TakeMaster(MemZoneRec* zone)
+{
+    ScopedLock lock(gMemoryRights);
+    if (zone->freeMasters == nullptr && !AddMasterBlockLocked(zone)) {
+        return nullptr;
+    }
+    MasterWord* const master = zone->freeMasters;
+    zone->freeMasters = LinkedMaster(LoadMaster(master));
+    --zone->freeMasterCount;
+    StoreMaster(master, nullptr);
+    return master;
+}
+
+void ReturnMaster(MemZoneRec* zone, MasterWord* master)
+{
+    ScopedLock lock(gMemoryRights);
+    StoreMaster(master, LinkTo(zone->freeMasters));
+    zone->freeMasters = master;
+    ++zone->freeMasterCount;
+}
+
+bool FindMasterBlock(MemZoneRec* zone, const void* handle)
+{
+    const MasterBlockIndex* const index = zone->index.load(std::memory_order_acquire);
+    if (index == nullptr) {
+        return false;
+    }
+    masterBlock* const block = FindInIndex(index, reinterpret_cast<uintptr_t>(handle));
+    if (!IsInBlock(block, handle)) {
+        return false;
+    }
+    // Relaxed: which of the two slots is replaced is a matter of speed only.
+    const uInt32 pick = zone->pick.load(std::memory_order_relaxed);
+    zone->recent[pick & 1].store(block, std::memory_order_release);
+    zone->pick.store(pick + 1, std::memory_order_relaxed);
+    return true;
+}
+
+int64 LivePointerCount()
+{
+    const MemZoneRec* const zone = MemZone();
+    ScopedLock lock(gMemoryRights);
+    return gLivePointers.load(std::memory_order_relaxed) - (zone == nullptr ? 0 : zone->blockCount);
+}
+
+uInt32 LiveHandleCount()
+{
+    const MemZoneRec* const zone = MemZone();
+    ScopedLock lock(gMemoryRights);
+    return zone == nullptr ? 0 : zone->blockCount * kMastersPerBlock - zone->freeMasterCount;
+}
+
+namespace {
+
+// The index against the chain of blocks.
+const char* BlocksFault(const MemZoneRec* zone)
+{
+    const MasterBlockIndex* const index = zone->index.load(std::memory_order_relaxed);
+    uInt32 count = 0;
+    for (const masterBlock* block = zone->blocks; block != nullptr; block = block->next) {
+        if (++count > zone->blockCount) {
+            return "more blocks in the chain than counted";
+        }
+        if (index == nullptr || FindInIndex(index, reinterpret_cast<uintptr_t>(block)) != block) {
+            return "a block is not in the index";
+        }
+    }
+    if (count != zone->blockCount || (index != nullptr && index->count != count)) {
+        return "fewer blocks in the chain than counted";
+    }
+    return nullptr;
+}
+
+const char* FreeChainFault(const MemZoneRec* zone)
+{
+    const MasterBlockIndex* const index = zone->index.load(std::memory_order_relaxed);
+    const MasterWord* master = zone->freeMasters;
+    for (uInt32 i = 0; i < zone->freeMasterCount; ++i) {
+        if (master == nullptr) {
+            return "the free chain is shorter than counted";
+        }
+        if (!IsInBlock(FindInIndex(index, reinterpret_cast<uintptr_t>(master)), master)) {
+            return "the free chain leaves the blocks";
+        }
+        const MasterWord word = LoadMaster(master);
+        if (!IsFreeLink(word)) {
+            return "the free chain holds a master in use";
+        }
+        master = LinkedMaster(word);
+    }
+    return master == nullptr ? nullptr : "the free chain is longer than counted";
+}
+
+const char* HandleFault(unsigned char* data, unsigned long guard)
+{
+    const HandlePlace place = HandleDataPlace(data, guard);
+    const HandleAlignment align = place.align;
+    if (align != NormalAlignment(align.alignment, align.offset)) {
+        return "a handle's alignment or offset is damaged";
+    }
+    if ((reinterpret_cast<uintptr_t>(data) + align.offset) % align.alignment != 0) {
+        return "a handle's data is not aligned as its header says";
+    }
+    if (HandleBlockSize(HandleDataSize(data, guard), align, guard) == 0) {
+        return "a handle's size is damaged";
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+const char* ZoneFault(const MemZoneRec* zone, unsigned long guard)
+{
+    ScopedLock lock(gMemoryRights);
+    const char* fault = BlocksFault(zone);
+    if (fault == nullptr) {
+        fault = FreeChainFault(zone);
+    }
+    uInt32 freeMasters = 0;
+    for (const masterBlock* block = zone->blocks; fault == nullptr && block != nullptr; block = block->next) {
+        for (const MasterWord& master : block->masters) {
+            const MasterWord word = LoadMaster(&master);
+            if (IsFreeLink(word)) {
+                ++freeMasters;
+            } else if (word != nullptr && fault == nullptr) {
+                fault = HandleFault(word, guard);
+            }
+        }
+    }
+    if (fault == nullptr && freeMasters != zone->freeMasterCount) {
+        fault = "free masters outside the free chain";
+    }
+    return fault;
+}
+
+}  // namespace kz

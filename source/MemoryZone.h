@@ -1,0 +1,156 @@
+// The zone behind the memory manager: where memory comes from, the plain pointer blocks, and the tables of master
+// pointers with the test whether an address is one.
+//
+// A master pointer is one word in one of three states: the address of data (not null, low bit clear), the handle is in
+// use; 0, it is taken and has no data yet; a link with low bit 1, it is free. Masters stand in blocks of 10,000, which
+// are never given back while the zone lives.
+//
+// Validity is tested without a lock. What those readers use is two recently hit blocks, which may be stale but only
+// ever name real blocks, and an index of all blocks in the order of their addresses. An index is immutable: a new
+// block makes a new one, published by one store, and the old ones stay until the zone goes, since a slow reader may
+// still be searching them.
+#ifndef KZCORE_MEMORYZONE_H
+#define KZCORE_MEMORYZONE_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "KZTypes.h"
+#include "ThMutex.h"
+
+namespace kz {
+
+// Where the library's memory comes from; malloc unless a test makes it fail.
+using AllocateProc = void* (*)(std::size_t size);
+extern std::atomic<AllocateProc> gAllocateProc;
+
+// `size` bytes, at least one, freed with std::free; null when out of memory.
+void* AllocateBytes(std::size_t size);
+
+// A plain pointer block; it is counted, but the memory-full procedure is the caller's to call, once it holds no lock.
+void* AllocatePtr(unsigned long size);
+void* AllocateClearedPtr(unsigned long size);
+void FreePtr(void* ptr);
+
+using MasterWord = unsigned char*;
+inline constexpr uInt32 kMastersPerBlock = 10000;
+
+struct masterBlock {
+    masterBlock* next;  // the block made before this one
+    MasterWord masters[kMastersPerBlock];
+};
+
+// All blocks of a zone, by rising address.
+struct MasterBlockIndex {
+    const MasterBlockIndex* older;
+    uInt32 count;
+    masterBlock* blocks[1];
+};
+
+enum MemoryCounter { kHandlesMade, kPointersMade, kResizes, kMoves, kNumMemoryCounters };
+
+struct MemZoneRec {
+    // Under gMemoryRights.
+    masterBlock* blocks = nullptr;
+    MasterWord* freeMasters = nullptr;
+    uInt32 blockCount = 0;
+    uInt32 freeMasterCount = 0;
+
+    // A lost count is accepted, so these are loaded and stored, not added to.
+    std::atomic<uInt32> counters[kNumMemoryCounters]{};
+
+    // The lock-free readers' part, on lines that the free chain does not touch.
+    char padding[64] = {};
+    std::atomic<masterBlock*> recent[2]{};
+    std::atomic<uInt32> pick{0};
+    std::atomic<const MasterBlockIndex*> index{nullptr};
+};
+
+// The one zone, null while the memory service does not run, and its lock, null outside the service's life.
+extern std::atomic<MemZoneRec*> gMemZone;
+extern ThMutex gMemoryRights;
+
+inline MemZoneRec* MemZone()
+{
+    return gMemZone.load(std::memory_order_acquire);
+}
+
+// A zone without blocks; null when out of memory.
+MemZoneRec* CreateZone();
+
+// Frees the zone with its blocks. Nothing may use it any more.
+void DestroyZone(MemZoneRec* zone);
+
+// Adds 10,000 free masters. False when out of memory: the zone is unchanged.
+bool AddMasterBlock(MemZoneRec* zone);
+
+// The bytes of a block, for the memory-full procedure of one that could not be added.
+inline constexpr unsigned long kMasterBlockSize = sizeof(masterBlock);
+
+// Takes a master, which is then 0. Null when there is none and no block can be added.
+MasterWord* TakeMaster(MemZoneRec* zone);
+
+// Makes the master the first of the free ones.
+void ReturnMaster(MemZoneRec* zone, MasterWord* master);
+
+// A master word is read by validity tests on any thread; relaxed, because a handle reaches another thread only by some
+// synchronisation of its users, which orders the data as well.
+inline MasterWord LoadMaster(const MasterWord* master)
+{
+    return std::atomic_ref<MasterWord>(*const_cast<MasterWord*>(master)).load(std::memory_order_relaxed);
+}
+inline void StoreMaster(MasterWord* master, MasterWord word)
+{
+    std::atomic_ref<MasterWord>(*master).store(word, std::memory_order_relaxed);
+}
+
+// The range test of an address that is in neither recent block; makes the block that it is in a recent one.
+bool FindMasterBlock(MemZoneRec* zone, const void* handle);
+
+inline bool IsFreeLink(MasterWord word)
+{
+    return (reinterpret_cast<uintptr_t>(word) & 1) != 0;
+}
+
+// Whether a master with this word belongs to a handle with data.
+inline bool IsHandleWord(MasterWord word)
+{
+    return word != nullptr && !IsFreeLink(word);
+}
+
+inline bool IsInBlock(const masterBlock* block, const void* handle)
+{
+    // One unsigned comparison for both ends. No block stands at the address 0, which an empty slot holds.
+    const uintptr_t first = reinterpret_cast<uintptr_t>(block) + offsetof(masterBlock, masters);
+    return block != nullptr && reinterpret_cast<uintptr_t>(handle) - first < sizeof(masterBlock::masters);
+}
+
+// Whether `handle` is a master in use. With `skipRange` only its word is looked at, which then must be readable.
+inline bool CheckHandleInZone(MemZoneRec* zone, const void* handle, bool skipRange)
+{
+    if (zone == nullptr || handle == nullptr || reinterpret_cast<uintptr_t>(handle) % sizeof(MasterWord) != 0) {
+        return false;
+    }
+    if (!skipRange && !IsInBlock(zone->recent[0].load(std::memory_order_acquire), handle) &&
+        !IsInBlock(zone->recent[1].load(std::memory_order_acquire), handle) && !FindMasterBlock(zone, handle)) {
+        return false;
+    }
+    return IsHandleWord(LoadMaster(static_cast<const MasterWord*>(handle)));
+}
+
+inline void RaiseCounter(MemZoneRec* zone, MemoryCounter counter)
+{
+    // Relaxed: a statistic that orders nothing.
+    std::atomic<uInt32>& count = zone->counters[counter];
+    count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+// What is wrong with the zone, or null when it is sound: the block chain, index and counts agree, the free chain holds
+// just the free masters, and each handle's header, laid out with `guard`, agrees with its place. For a zone that no
+// other thread changes.
+const char* ZoneFault(const MemZoneRec* zone, unsigned long guard);
+
+}  // namespace kz
+
+#endif
