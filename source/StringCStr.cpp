@@ -1,0 +1,236 @@
+#include "StringCStr.h"
+
+#include <algorithm>
+#include <bit>
+#include <cctype>
+#include <cstring>
+
+#include "ByteCompare.h"
+#include "Report.h"
+
+namespace {
+
+constexpr char kModule[] = "source/StringCStr";
+constexpr std::size_t kNoLimit = static_cast<std::size_t>(-1);
+
+unsigned char LowByte(int32 c)
+{
+    return static_cast<unsigned char>(c);
+}
+
+// The bytes that take part when two C strings are compared: the shorter one's text and its terminator, or the limit.
+std::size_t ComparedBytes(const char* a, const char* b, std::size_t limit)
+{
+    const std::size_t aLen = strnlen(a, limit);
+    const std::size_t shorter = strnlen(b, aLen);
+    return std::min(shorter + 1, limit);
+}
+
+// The result for the first bytes that differ; `fold` maps them when neither string ends there.
+template <typename Fold>
+int32 DifferenceAt(unsigned char a, unsigned char b, Fold fold)
+{
+    if (a == 0) {
+        return -b;
+    }
+    return b == 0 ? 1 : fold(a) - fold(b);
+}
+
+unsigned char SameByte(unsigned char c)
+{
+    return c;
+}
+
+int32 CompareWithin(const char* a, const char* b, std::size_t limit)
+{
+    const unsigned char* aBytes = kz::AsBytes(a);
+    const unsigned char* bBytes = kz::AsBytes(b);
+    const std::size_t n = ComparedBytes(a, b, limit);
+    const std::size_t i = kz::FirstDifference(aBytes, bBytes, n);
+    return i == n ? 0 : DifferenceAt(aBytes[i], bBytes[i], SameByte);
+}
+
+bool IsBlank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+// Whether s begins with pattern, folded, when the blanks of s are left out.
+bool BeginsWithSkippingBlanks(const char* s, const char* pattern)
+{
+    for (; *pattern != 0; ++pattern, ++s) {
+        while (IsBlank(*s)) {
+            ++s;
+        }
+        if (*s == 0 || ToLower(*s) != ToLower(*pattern)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool IsContinuation(char c)
+{
+    return (c & 0xC0) == 0x80;
+}
+
+}  // namespace
+
+constinit unsigned char gUseUTF8 = 0;
+
+uInt32 StrLen(const char* s)
+{
+    return static_cast<uInt32>(std::strlen(s));
+}
+
+char* StrCpy(char* dst, const char* src)
+{
+    std::memmove(dst, src, std::strlen(src) + 1);
+    return dst;
+}
+
+char* StrNCpy(char* dst, const char* src, uInt32 n)
+{
+    const std::size_t length = strnlen(src, n);
+    std::memmove(dst, src, length);
+    std::memset(dst + length, 0, n - length);
+    return dst;
+}
+
+uInt32 StrCat(char* dst, const char* src)
+{
+    const std::size_t dstLength = std::strlen(dst);
+    const std::size_t srcLength = std::strlen(src);
+    std::memmove(dst + dstLength, src, srcLength);
+    dst[dstLength + srcLength] = 0;
+    return static_cast<uInt32>(dstLength + srcLength);
+}
+
+int32 StrCmp(const char* a, const char* b)
+{
+    return CompareWithin(a, b, kNoLimit);
+}
+
+KzBool StrEqual(const char* a, const char* b)
+{
+    return std::strcmp(a, b) == 0;
+}
+
+int32 StrNCmp(const char* a, const char* b, uInt32 n)
+{
+    return CompareWithin(a, b, n);
+}
+
+KzBool StrNEqual(const char* a, const char* b, uInt32 n)
+{
+    return std::strncmp(a, b, n) == 0;
+}
+
+int32 StrCaseCmp(const char* a, const char* b)
+{
+    const unsigned char* aBytes = kz::AsBytes(a);
+    const unsigned char* bBytes = kz::AsBytes(b);
+    const std::size_t n = ComparedBytes(a, b, kNoLimit);
+    const kz::LocaleLower lower;
+    const std::size_t i = kz::FirstFoldedDifference(aBytes, bBytes, n, lower);
+    return i == n ? 0 : lower(aBytes[i]) - lower(bBytes[i]);
+}
+
+int32 StrNCaseCmp(const char* a, const char* b, uInt32 limit)
+{
+    const unsigned char* aBytes = kz::AsBytes(a);
+    const unsigned char* bBytes = kz::AsBytes(b);
+    const std::size_t n = ComparedBytes(a, b, limit);
+    const kz::LocaleLower lower;
+    const std::size_t i = kz::FirstFoldedDifference(aBytes, bBytes, n, lower);
+    return i == n ? 0 : DifferenceAt(aBytes[i], bBytes[i], lower);
+}
+
+KzBool StrNCaseEqual(const char* a, const char* b, uInt32 n)
+{
+    return StrNCaseCmp(a, b, n) == 0;
+}
+
+char* StrChr(const char* s, int32 c)
+{
+    return LowByte(c) == 0 ? nullptr : const_cast<char*>(std::strchr(s, LowByte(c)));
+}
+
+char* StrRChr(const char* s, int32 c)
+{
+    return LowByte(c) == 0 ? nullptr : const_cast<char*>(std::strrchr(s, LowByte(c)));
+}
+
+KzBool StrIStr(const char* s, const char* pattern)
+{
+    for (; *s != 0; ++s) {
+        if (BeginsWithSkippingBlanks(s, pattern)) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+char HexChar(int32 n)
+{
+    return "0123456789ABCDEF"[n & 15];
+}
+
+KzBool IsAlpha(int32 c)
+{
+    const int lower = LowByte(c) | 0x20;
+    return lower >= 'a' && lower <= 'z';
+}
+
+KzBool IsDigit(int32 c)
+{
+    return LowByte(c) >= '0' && LowByte(c) <= '9';
+}
+
+KzBool IsPunct(int32 c)
+{
+    const int byte = LowByte(c);
+    return byte >= 33 && byte <= 126 && !IsAlpha(byte) && !IsDigit(byte);
+}
+
+int32 ToUpper(int32 c)
+{
+    return LowByte(std::toupper(LowByte(c)));
+}
+
+int32 ToLower(int32 c)
+{
+    return kz::LowerByte(LowByte(c));
+}
+
+KzBool IsLower(int32 c)
+{
+    return ToUpper(c) != LowByte(c);
+}
+
+KzBool IsUpper(int32 c)
+{
+    return ToLower(c) != LowByte(c);
+}
+
+int32 StrNextChar(const char* buffer, int32 index)
+{
+    const int leadingOnes = std::countl_one(kz::AsBytes(buffer)[index]);
+    return index + (leadingOnes >= 2 && leadingOnes <= 6 ? leadingOnes : 1);
+}
+
+int32 StrPrevChar(const char* buffer, int32 index)
+{
+    if (index < 0) {
+        KZ_REPORT(kDbgWarning, 0x3D52A9C1) << "Negative index into string in StrPrevChar";
+        return 0;
+    }
+    if (index == 0) {
+        return 0;
+    }
+    int32 start = index - 1;
+    while (start > 0 && IsContinuation(buffer[start])) {
+        --start;
+    }
+    return (buffer[start] & 0xC0) == 0xC0 ? start : index - 1;
+}

@@ -1,0 +1,168 @@
+// C strings: NUL-terminated bytes. Usable from C11 and C++20.
+//
+// The destination comes first, and the caller provides its room. Null is not accepted. Lengths are bytes in 32 bits.
+// Characters are the low byte of an int32 argument. Comparisons look at bytes as unsigned; the caseless ones put two
+// bytes that differ through ToLower. Any thread; no call needs the library to be started. In C++ each call takes
+// `unsigned char*` as well as `char*`.
+#ifndef KZCORE_STRINGCSTR_H
+#define KZCORE_STRINGCSTR_H
+
+#include "KZTypes.h"
+
+KZ_EXTERN_C_BEGIN
+
+// The bytes before the first NUL.
+KZ_EXPORT uInt32 StrLen(const char* s);
+
+// Copies with the NUL; the two may overlap. Returns dst.
+KZ_EXPORT char* StrCpy(char* dst, const char* src);
+
+// Writes exactly n bytes: at most n of src, then NULs. A source of n bytes or more leaves dst without a terminator.
+// Returns dst.
+KZ_EXPORT char* StrNCpy(char* dst, const char* src, uInt32 n);
+
+// Appends src with its NUL, which may lie in dst. Returns the new length of dst.
+KZ_EXPORT uInt32 StrCat(char* dst, const char* src);
+
+// 0 when equal; the difference of the first two bytes that differ, a's minus b's; 1 when b is a shorter prefix of a;
+// minus b's next byte when a is a shorter prefix of b.
+KZ_EXPORT int32 StrCmp(const char* a, const char* b);
+KZ_EXPORT KzBool StrEqual(const char* a, const char* b);
+
+// StrCmp within n bytes; 0 for n = 0.
+KZ_EXPORT int32 StrNCmp(const char* a, const char* b, uInt32 n);
+KZ_EXPORT KzBool StrNEqual(const char* a, const char* b, uInt32 n);
+
+// The folded difference of the first two bytes that differ when folded, the NUL being an ordinary byte; 0 if none do.
+KZ_EXPORT int32 StrCaseCmp(const char* a, const char* b);
+
+// As StrNCmp, with the folded difference.
+KZ_EXPORT int32 StrNCaseCmp(const char* a, const char* b, uInt32 n);
+KZ_EXPORT KzBool StrNCaseEqual(const char* a, const char* b, uInt32 n);
+
+// The first and the last byte of s equal to c, or null. The terminator is never found.
+KZ_EXPORT char* StrChr(const char* s, int32 c);
+KZ_EXPORT char* StrRChr(const char* s, int32 c);
+
+// Whether s without its spaces and tabs contains pattern, ignoring case. An empty s contains nothing; any other s
+// contains the empty pattern.
+KZ_EXPORT KzBool StrIStr(const char* s, const char* pattern);
+
+// The digit 0-9, A-F for the low four bits of n.
+KZ_EXPORT char HexChar(int32 n);
+
+// ASCII classes of a byte.
+KZ_EXPORT KzBool IsAlpha(int32 c);
+KZ_EXPORT KzBool IsDigit(int32 c);
+KZ_EXPORT KzBool IsPunct(int32 c);
+
+// The C library's mapping of a byte in the current locale, 0 to 255.
+KZ_EXPORT int32 ToUpper(int32 c);
+KZ_EXPORT int32 ToLower(int32 c);
+
+// Whether ToUpper, or ToLower, changes the byte.
+KZ_EXPORT KzBool IsLower(int32 c);
+KZ_EXPORT KzBool IsUpper(int32 c);
+
+// The index of the UTF-8 character after the one at index, by its first byte alone: the caller compares the result
+// with its own end. A byte that starts no character is one step.
+KZ_EXPORT int32 StrNextChar(const char* buffer, int32 index);
+
+// The index of the UTF-8 character before index; index - 1 where no lead byte precedes. 0 for index 0; a negative
+// index gives 0 with a report.
+KZ_EXPORT int32 StrPrevChar(const char* buffer, int32 index);
+
+// Not 0 when stored paths are always written as UTF-8. Set at start (PathRef::Setting); no string call consults it.
+KZ_EXPORT extern unsigned char gUseUTF8;
+
+KZ_EXTERN_C_END
+
+#ifdef __cplusplus
+namespace kz {
+
+inline const char* AsChars(const unsigned char* s)
+{
+    return reinterpret_cast<const char*>(s);
+}
+inline char* AsChars(unsigned char* s)
+{
+    return reinterpret_cast<char*>(s);
+}
+inline unsigned char* AsBytes(char* s)
+{
+    return reinterpret_cast<unsigned char*>(s);
+}
+inline const unsigned char* AsBytes(const char* s)
+{
+    return reinterpret_cast<const unsigned char*>(s);
+}
+
+}  // namespace kz
+
+inline uInt32 StrLen(const unsigned char* s)
+{
+    return StrLen(kz::AsChars(s));
+}
+inline unsigned char* StrCpy(unsigned char* dst, const unsigned char* src)
+{
+    return kz::AsBytes(StrCpy(kz::AsChars(dst), kz::AsChars(src)));
+}
+inline unsigned char* StrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
+{
+    return kz::AsBytes(StrNCpy(kz::AsChars(dst), kz::AsChars(src), n));
+}
+inline uInt32 StrCat(unsigned char* dst, const unsigned char* src)
+{
+    return StrCat(kz::AsChars(dst), kz::AsChars(src));
+}
+inline int32 StrCmp(const unsigned char* a, const unsigned char* b)
+{
+    return StrCmp(kz::AsChars(a), kz::AsChars(b));
+}
+inline KzBool StrEqual(const unsigned char* a, const unsigned char* b)
+{
+    return StrEqual(kz::AsChars(a), kz::AsChars(b));
+}
+inline int32 StrNCmp(const unsigned char* a, const unsigned char* b, uInt32 n)
+{
+    return StrNCmp(kz::AsChars(a), kz::AsChars(b), n);
+}
+inline KzBool StrNEqual(const unsigned char* a, const unsigned char* b, uInt32 n)
+{
+    return StrNEqual(kz::AsChars(a), kz::AsChars(b), n);
+}
+inline int32 StrCaseCmp(const unsigned char* a, const unsigned char* b)
+{
+    return StrCaseCmp(kz::AsChars(a), kz::AsChars(b));
+}
+inline int32 StrNCaseCmp(const unsigned char* a, const unsigned char* b, uInt32 n)
+{
+    return StrNCaseCmp(kz::AsChars(a), kz::AsChars(b), n);
+}
+inline KzBool StrNCaseEqual(const unsigned char* a, const unsigned char* b, uInt32 n)
+{
+    return StrNCaseEqual(kz::AsChars(a), kz::AsChars(b), n);
+}
+inline unsigned char* StrChr(const unsigned char* s, int32 c)
+{
+    return kz::AsBytes(StrChr(kz::AsChars(s), c));
+}
+inline unsigned char* StrRChr(const unsigned char* s, int32 c)
+{
+    return kz::AsBytes(StrRChr(kz::AsChars(s), c));
+}
+inline KzBool StrIStr(const unsigned char* s, const unsigned char* pattern)
+{
+    return StrIStr(kz::AsChars(s), kz::AsChars(pattern));
+}
+inline int32 StrNextChar(const unsigned char* buffer, int32 index)
+{
+    return StrNextChar(kz::AsChars(buffer), index);
+}
+inline int32 StrPrevChar(const unsigned char* buffer, int32 index)
+{
+    return StrPrevChar(kz::AsChars(buffer), index);
+}
+#endif
+
+#endif

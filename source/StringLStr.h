@@ -1,0 +1,127 @@
+// Counted strings (`LStr`): a 32-bit count, then that many bytes. Usable from C11 and C++20.
+//
+// An `LStr**` is a handle that the caller owns; null is an empty string. `cnt` tells the text, the block may be larger.
+// The source comes first in XToY, the destination elsewhere. An `LStr*` or C string destination has no limit but the
+// caller's room. Calls that change a handle give kzErrArgument for null, and the memory manager's error when the block
+// can't grow; the string then stays as it was. A source may lie inside the handle that is changed. Comparisons look
+// at bytes as unsigned; the caseless ones put two bytes that differ through ToLower; the sign of a result is what to
+// rely on. A handle that changes is held by one thread.
+#ifndef KZCORE_STRINGLSTR_H
+#define KZCORE_STRINGLSTR_H
+
+#include "KZTypes.h"
+
+KZ_EXTERN_C_BEGIN
+
+// Makes *handle hold these bytes, in a block of exactly len + 4, made where *handle is null. With null bytes or a len
+// of 0 the handle is disposed and *handle is null. kzErrArgument for a null `handle` or a negative len;
+// kzErrMemoryFull.
+KZ_EXPORT KzErr LStrFromPtr(LStr*** handle, int32 len, const void* bytes);
+
+// LStrFromPtr of a PStr, and of a C string; null is empty. An error is reported too.
+KZ_EXPORT KzErr PToLHStr(const unsigned char* p, LStr*** handle);
+KZ_EXPORT KzErr PStrToDSLStr(const unsigned char* p, LStr*** handle);
+KZ_EXPORT KzErr CToLHStr(const char* c, LStr*** handle);
+
+// Each copies into the caller's block; null is empty. Returns the length.
+KZ_EXPORT int32 CToLStr(const char* c, LStr* dst);
+KZ_EXPORT int32 PToLStr(const unsigned char* p, LStr* dst);
+
+// Copies and terminates; null is empty. Returns the length.
+KZ_EXPORT int32 LToCStr(const LStr* s, char* dst);
+
+// Copies at most dstSize - 1 bytes and terminates; writes nothing for dstSize 0; null is empty. Returns the bytes
+// copied.
+KZ_EXPORT int32 LToCStrN(const LStr* s, char* dst, int32 dstSize);
+KZ_EXPORT int32 LToCStrNUnchecked(const LStr* s, char* dst, int32 dstSize);
+
+// The same copy; the bytes copied go to *outLen unless it is null. kzErrEmbeddedNul, after the copy, if a NUL is among
+// them. dstSize 0 gives 0 and leaves *outLen alone.
+KZ_EXPORT KzErr LToCStrNChecked(const LStr* s, char* dst, int32 dstSize, int32* outLen);
+
+// Copies; null is empty. Text over 255 bytes is cut with a report. Returns the count.
+KZ_EXPORT int32 LToPStr(const LStr* s, unsigned char* p);
+
+// Appends the low byte of c. Spare room in the block is used and kept.
+KZ_EXPORT KzErr LStrAppendChar(LStr** handle, int32 c);
+
+// Appends; spare room in the block is used and kept. A null src is empty.
+KZ_EXPORT KzErr LStrCatEfficient(LStr** handle, const LStr* src);
+
+// Appends, and leaves a block of exactly cnt + 4 bytes.
+KZ_EXPORT KzErr LStrCat(LStr** handle, const LStr* src);
+
+// Each appends in a block of exactly the new size, made where *handle is null. Null text gives 0; a null `handle`
+// kzErrArgument.
+KZ_EXPORT KzErr LStrAppendCStr(LStr*** handle, const char* c);
+KZ_EXPORT KzErr LStrAppendPStr(LStr*** handle, const unsigned char* p);
+
+// Puts c in front. Does nothing and gives 0 if `handle`, *handle or c is null.
+KZ_EXPORT KzErr LStrPrependCStr(LStr*** handle, const char* c);
+
+// Grows the block by a byte and the text by a NUL, which counts as text.
+KZ_EXPORT KzErr LStrHNullTerminate(LStr** handle);
+
+// 0 for identical arguments; a null one is below text and equal to an empty one; the comparison of the bytes of the
+// shorter length, then the count difference.
+KZ_EXPORT int32 LStrCmp(const LStr* a, const LStr* b);
+KZ_EXPORT int32 LHStrCmp(LStr* const* a, LStr* const* b);
+
+// The folded difference of the first two bytes that differ when folded, then the count difference. A null `LStr*`
+// is -1 or 1 against text, a null handle counts as 0 bytes.
+KZ_EXPORT int32 LStrCaseCmp(const LStr* a, const LStr* b);
+KZ_EXPORT int32 LHStrCaseCmp(LStr* const* a, LStr* const* b);
+
+// Whether the texts are equal; null equals empty.
+KZ_EXPORT KzBool LStrEqual(const LStr* a, const LStr* b);
+KZ_EXPORT KzBool LHStrEqual(LStr* const* a, LStr* const* b);
+KZ_EXPORT KzBool LStrCaseEqual(const LStr* a, const LStr* b);
+
+// The count difference if one is empty; else the difference of the first two bytes that differ; else the count
+// difference.
+KZ_EXPORT int32 PLStrCmp(const unsigned char* p, const LStr* s);
+KZ_EXPORT int32 PLStrCaseCmp(const unsigned char* p, const LStr* s);
+
+// Text by pointer and length. 0 for identical pointers, and for null against a length of 0; else null is below any
+// other. Then the difference of the first two bytes that differ, then of the lengths.
+KZ_EXPORT int32 PtrLenStrCmp(const void* a, int32 aLen, const void* b, int32 bLen);
+KZ_EXPORT int32 PtrLenStrCaseCmp(const void* a, int32 aLen, const void* b, int32 bLen);
+
+KZ_EXTERN_C_END
+
+#ifdef __cplusplus
+inline KzErr CToLHStr(const unsigned char* c, LStr*** handle)
+{
+    return CToLHStr(reinterpret_cast<const char*>(c), handle);
+}
+inline int32 CToLStr(const unsigned char* c, LStr* dst)
+{
+    return CToLStr(reinterpret_cast<const char*>(c), dst);
+}
+inline int32 LToCStr(const LStr* s, unsigned char* dst)
+{
+    return LToCStr(s, reinterpret_cast<char*>(dst));
+}
+inline int32 LToCStrN(const LStr* s, unsigned char* dst, int32 dstSize)
+{
+    return LToCStrN(s, reinterpret_cast<char*>(dst), dstSize);
+}
+inline int32 LToCStrNUnchecked(const LStr* s, unsigned char* dst, int32 dstSize)
+{
+    return LToCStrNUnchecked(s, reinterpret_cast<char*>(dst), dstSize);
+}
+inline KzErr LToCStrNChecked(const LStr* s, unsigned char* dst, int32 dstSize, int32* outLen)
+{
+    return LToCStrNChecked(s, reinterpret_cast<char*>(dst), dstSize, outLen);
+}
+inline KzErr LStrAppendCStr(LStr*** handle, const unsigned char* c)
+{
+    return LStrAppendCStr(handle, reinterpret_cast<const char*>(c));
+}
+inline KzErr LStrPrependCStr(LStr*** handle, const unsigned char* c)
+{
+    return LStrPrependCStr(handle, reinterpret_cast<const char*>(c));
+}
+#endif
+
+#endif

@@ -1,0 +1,226 @@
+#include "StringPStr.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "ByteCompare.h"
+#include "KzErr.h"
+#include "MemoryManager.h"
+#include "Report.h"
+
+namespace {
+
+constexpr char kModule[] = "source/StringPStr";
+constexpr std::size_t kMaxCount = 255;
+
+// The copy of a source whose destinations may be the same memory.
+struct PStrCopy {
+    explicit PStrCopy(const unsigned char* p) { PStrCpy(text, p); }
+    unsigned char text[kMaxCount + 1];
+};
+
+const unsigned char* PointedTo(const void* element)
+{
+    return *static_cast<const unsigned char* const*>(element);
+}
+
+// Grows a PStr; Append is false when the bytes don't fit.
+class PStrBuilder {
+public:
+    explicit PStrBuilder(unsigned char* p) : mText(p) { p[0] = 0; }
+
+    bool Append(const void* bytes, std::size_t n)
+    {
+        if (n > kMaxCount - mText[0]) {
+            return false;
+        }
+        std::memcpy(mText + 1 + mText[0], bytes, n);
+        mText[0] = static_cast<unsigned char>(mText[0] + n);
+        return true;
+    }
+    void DropLast() { --mText[0]; }
+
+private:
+    unsigned char* mText;
+};
+
+}  // namespace
+
+unsigned char* PStrCpy(unsigned char* dst, const unsigned char* src)
+{
+    std::memmove(dst, src, src[0] + std::size_t{1});
+    return dst;
+}
+
+unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
+{
+    if (n != 0) {
+        const std::size_t size = std::min<std::size_t>(n, src[0] + std::size_t{1});
+        std::memmove(dst, src, size);
+        dst[0] = static_cast<unsigned char>(size - 1);
+    }
+    return dst;
+}
+
+int32 PStrCat(unsigned char* dst, const unsigned char* src)
+{
+    const std::size_t n = std::min<std::size_t>(src[0], kMaxCount - dst[0]);
+    std::memmove(dst + 1 + dst[0], src + 1, n);
+    dst[0] = static_cast<unsigned char>(dst[0] + n);
+    return dst[0];
+}
+
+unsigned char* PStrDup(const unsigned char* p)
+{
+    if (p == nullptr) {
+        return nullptr;
+    }
+    const int32 size = p[0] + 1;
+    unsigned char* copy = static_cast<unsigned char*>(DSNewPtr(static_cast<unsigned long>(size)));
+    if (copy == nullptr) {
+        KZ_REPORT(kDbgWarning, 0x91C4E07B) << "PStrDup FAILED:" << DbgFmtPStr(p) << ", size " << size << ", NULL";
+        return nullptr;
+    }
+    return PStrCpy(copy, p);
+}
+
+int32 PStrCmp(const unsigned char* a, const unsigned char* b)
+{
+    return a == b ? 0 : kz::CompareBytes(a + 1, a[0], b + 1, b[0]);
+}
+
+int32 PStrCaseCmp(const unsigned char* a, const unsigned char* b)
+{
+    return a == b ? 0 : kz::CompareFolded(a + 1, a[0], b + 1, b[0]);
+}
+
+KzBool PStrEqual(const unsigned char* a, const unsigned char* b)
+{
+    return a[0] == b[0] && std::memcmp(a + 1, b + 1, a[0]) == 0;
+}
+
+KzBool PStrCaseEqual(const unsigned char* a, const unsigned char* b)
+{
+    return a[0] == b[0] && PStrCaseCmp(a, b) == 0;
+}
+
+int32 PPStrCmp(const void* a, const void* b)
+{
+    return PStrCmp(PointedTo(a), PointedTo(b));
+}
+
+int32 PPStrCaseCmp(const void* a, const void* b)
+{
+    return PStrCaseCmp(PointedTo(a), PointedTo(b));
+}
+
+KzBool PPStrEqual(const void* a, const void* b)
+{
+    return PStrEqual(PointedTo(a), PointedTo(b));
+}
+
+KzBool PPStrCaseEqual(const void* a, const void* b)
+{
+    return PStrCaseEqual(PointedTo(a), PointedTo(b));
+}
+
+KzBool PStrSplitAtChar(const unsigned char* src, int32 ch, unsigned char* left, unsigned char* right)
+{
+    const PStrCopy copy(src);
+    const unsigned char* text = copy.text;
+    const unsigned char delimiter = static_cast<unsigned char>(ch);
+    PStrBuilder leftText(left);
+    PStrBuilder rightText(right);
+    for (int i = 1; i <= text[0]; ++i) {
+        if (text[i] == delimiter) {
+            if (i == 1 || text[i - 1] != '\\') {
+                rightText.Append(text + i + 1, static_cast<std::size_t>(text[0] - i));
+                return 1;
+            }
+            leftText.DropLast();
+        }
+        leftText.Append(text + i, 1);
+    }
+    return 0;
+}
+
+KzBool PStrEndsWith(const unsigned char* p, const char* suffix)
+{
+    const std::size_t length = strnlen(suffix, p[0] + std::size_t{1});
+    if (length > p[0]) {
+        return 0;
+    }
+    const unsigned char* tail = p + 1 + p[0] - length;
+    for (std::size_t i = 0; i < length; ++i) {
+        if (kz::LowerByte(tail[i]) != static_cast<unsigned char>(suffix[i])) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+int32 PStrInPStr(const unsigned char* p, int32 start, const unsigned char* sub)
+{
+    if (sub[0] == 0) {
+        return -1;
+    }
+    for (int32 i = std::max(start, 0); i <= p[0] - sub[0]; ++i) {
+        if (kz::CompareFolded(p + 1 + i, sub[0], sub + 1, sub[0]) == 0) {
+            return i + sub[0];
+        }
+    }
+    return -1;
+}
+
+KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char* find, const char* replace)
+{
+    const PStrCopy copy(src);
+    const unsigned char* cursor = copy.text + 1;
+    const unsigned char* end = cursor + copy.text[0];
+    const std::size_t findLength = std::strlen(find);
+    const std::size_t replaceLength = std::strlen(replace);
+    PStrBuilder result(dst);
+    bool replaced = false;
+    while (cursor != end) {
+        const bool match = findLength != 0 && findLength <= static_cast<std::size_t>(end - cursor) &&
+                           std::memcmp(cursor, find, findLength) == 0;
+        const bool fits = match ? result.Append(replace, replaceLength) : result.Append(cursor, 1);
+        if (!fits) {
+            dst[0] = 0;
+            return 0;
+        }
+        cursor += match ? findLength : 1;
+        replaced = replaced || match;
+    }
+    return replaced;
+}
+
+int32 PStrTerminateIfPossible(unsigned char* p)
+{
+    if (p[0] < kMaxCount) {
+        p[1 + p[0]] = 0;
+    }
+    return p[0];
+}
+
+int32 PStrNullTerminate(unsigned char* p)
+{
+    p[std::min<std::size_t>(p[0] + std::size_t{1}, kMaxCount)] = 0;
+    return p[0];
+}
+
+int32 CToPStr(const char* c, unsigned char* p)
+{
+    const std::size_t length = strnlen(c, kMaxCount);
+    std::memmove(p + 1, c, length);
+    p[0] = static_cast<unsigned char>(length);
+    return p[0];
+}
+
+int32 PToCStr(const unsigned char* p, char* c)
+{
+    const int32 length = p[0];
+    std::memmove(c, p + 1, static_cast<std::size_t>(length));
+    c[length] = 0;
+    return length;
+}

@@ -1,0 +1,82 @@
+// Short counted strings (`PStr`): a count byte, then 0 to 255 bytes of text. Usable from C11 and C++20.
+//
+// A PStr is passed as `unsigned char*`; a buffer that is written to has 256 bytes unless a call says otherwise. The
+// destination comes first, except in XToY, whose source comes first. Text that doesn't fit is cut silently. Null is
+// accepted only where it is said. Source and destination may be the same memory. Comparisons look at bytes as unsigned;
+// the caseless ones put two bytes that differ through ToLower. Any thread; no call but PStrDup needs the library to be
+// started.
+#ifndef KZCORE_STRINGPSTR_H
+#define KZCORE_STRINGPSTR_H
+
+#include "KZTypes.h"
+
+KZ_EXTERN_C_BEGIN
+
+// Copies count and text; dst needs as many bytes. Returns dst.
+KZ_EXPORT unsigned char* PStrCpy(unsigned char* dst, const unsigned char* src);
+
+// As PStrCpy into a buffer of n bytes, count byte included: at most n - 1 bytes of text. n = 0 writes nothing.
+KZ_EXPORT unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n);
+
+// Appends as much as fits. Returns the new count.
+KZ_EXPORT int32 PStrCat(unsigned char* dst, const unsigned char* src);
+
+// A copy in a new pointer block, which the caller disposes with DSDisposePtr. Null for null, and with a report when
+// memory is full.
+KZ_EXPORT unsigned char* PStrDup(const unsigned char* p);
+
+// 0 for the same pointer. The count difference if one is empty; else the difference of the first two bytes that
+// differ, a's minus b's; else the count difference.
+KZ_EXPORT int32 PStrCmp(const unsigned char* a, const unsigned char* b);
+KZ_EXPORT int32 PStrCaseCmp(const unsigned char* a, const unsigned char* b);
+KZ_EXPORT KzBool PStrEqual(const unsigned char* a, const unsigned char* b);
+KZ_EXPORT KzBool PStrCaseEqual(const unsigned char* a, const unsigned char* b);
+
+// The same on strings that the arguments point to: callbacks for arrays of `unsigned char*`.
+KZ_EXPORT int32 PPStrCmp(const void* a, const void* b);
+KZ_EXPORT int32 PPStrCaseCmp(const void* a, const void* b);
+KZ_EXPORT KzBool PPStrEqual(const void* a, const void* b);
+KZ_EXPORT KzBool PPStrCaseEqual(const void* a, const void* b);
+
+// Splits at the first ch that no backslash precedes: what is before it goes to left, what is after it to right. An
+// escaped ch stands in left without its backslash; a backslash itself can't be escaped. 1 if it was found; 0 if not:
+// right is then empty.
+KZ_EXPORT KzBool PStrSplitAtChar(const unsigned char* src, int32 ch, unsigned char* left, unsigned char* right);
+
+// Whether the last bytes of p, in lower case, equal suffix, which is given in lower case. True for an empty suffix.
+KZ_EXPORT KzBool PStrEndsWith(const unsigned char* p, const char* suffix);
+
+// Searches sub without regard to case from text index start (0-based, not negative). Returns the index just after
+// the first match, or -1; -1 for an empty sub.
+KZ_EXPORT int32 PStrInPStr(const unsigned char* p, int32 start, const unsigned char* sub);
+
+// Copies src to dst with each match of find replaced, left to right. 1 if there was one. 0 if not, or, with an empty
+// dst, when the result would pass 255 bytes. An empty find matches nothing.
+KZ_EXPORT KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char* find, const char* replace);
+
+// Writes a NUL after the text where the count leaves room in 256 bytes. Returns the count.
+KZ_EXPORT int32 PStrTerminateIfPossible(unsigned char* p);
+
+// Writes a NUL after the text, or over its last byte when the count is 255. Returns the count, which stays.
+KZ_EXPORT int32 PStrNullTerminate(unsigned char* p);
+
+// Copies at most 255 bytes. Returns the count.
+KZ_EXPORT int32 CToPStr(const char* c, unsigned char* p);
+
+// Copies and terminates; c needs the count + 1 bytes. Returns the count.
+KZ_EXPORT int32 PToCStr(const unsigned char* p, char* c);
+
+KZ_EXTERN_C_END
+
+#ifdef __cplusplus
+inline int32 CToPStr(const unsigned char* c, unsigned char* p)
+{
+    return CToPStr(reinterpret_cast<const char*>(c), p);
+}
+inline int32 PToCStr(const unsigned char* p, unsigned char* c)
+{
+    return PToCStr(p, reinterpret_cast<char*>(c));
+}
+#endif
+
+#endif
