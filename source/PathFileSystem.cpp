@@ -1,0 +1,51 @@
+#include "PathFileSystem.h"
+
+#include <memory>
+
+#include "FileManager.h"
+#include "PathCache.h"
+#include "PathManagerImplementation.h"
+#include "PathRef.h"
+
+// True if the cache of the path or of a folder on its way says that there is nothing.
+bool PathRef::KnownAbsent() const
+{
+    using PathRefPrivate::CachedPathFlavor;
+    bool found = false;
+    const auto flavor =
+        GetCached<CachedPathFlavor::Flavor, CachedPathFlavor>(kz::kKnownFlavorKey, &found, kSearchAncestors, nullptr);
+    return found && flavor == CachedPathFlavor::kAbsent;
+}
+
+bool PathRef::Exists() const
+{
+    return FExists(this) != kFMAbsent;
+}
+
+bool PathRef::IsAFile() const
+{
+    return FExists(this) == kFMIsFile;
+}
+
+bool PathRef::IsADirectory() const
+{
+    return FExists(this) == kFMIsDirectory;
+}
+
+bool PathRef::IsSpecial() const
+{
+    if (ItemCount() == 0 || StartsWith(kRelative) || KnownAbsent()) {
+        return false;
+    }
+    bool found = false;
+    const bool cached = GetCached<bool, CachedBool>(kz::kIsSpecialKey, &found, kSearchThisOnly, nullptr);
+    if (found) {
+        return cached;
+    }
+    const bool special = kz::IsSpecialFile(*this);
+    auto item = std::make_unique<CachedBool>(special, kz::kIsSpecialTimeToLiveMs, CachedItem::kDependsOnMetaData);
+    if (Cache(kz::kIsSpecialKey, item.get()) == kzErrNone) {
+        static_cast<void>(item.release());
+    }
+    return special;
+}

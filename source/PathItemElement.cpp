@@ -1,0 +1,466 @@
+// The shared tree of path names.
+//
+//     [absolute]      [relative]      [unc]  [NULL]      bases, held by PathItemStorage's table
+//      |     |            |
+//     usr   data         ""   (an up dir)
+//      |
+//     lib  <- PathRef, PathRef, ...                      every child holds one reference on its parent
+//
+// Two paths of the same components hold the same element: a child of a given name exists once. Counts grow without a
+// lock, and shrink without one as long as they stay above 0. The last reference is dropped under mMutex only, which is
+// what lets a look-up under mMutex hand out any child that it finds: the child can't be on its way out.
+#include "PathItemElement.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "PathCache.h"
+#include "PathItemStorage.h"
+#include "Report.h"
+#include "ScopedLock.h"
+#include "StringUtils.h"
+
+constinit ThMutex PathItemElement::mMutex = nullptr;
+
+namespace {
+
+constexpr char kModule[] = "source/PathItemElement";
+
+// How far IsSane follows parents before it takes the linkage for a ring.
+constexpr int32 kDeepestSanityCheck = 512;
+// A new element's name and its first children find room.
+constexpr size_t kFreshNameLength = 12;
+constexpr size_t kFirstChildren = 2;
+
+int32 HashOf(const std::string& name)
+{
+    return static_cast<int32>(StringUtils::Hash(name, false));
+}
+
+// Finds the entry of this hash for which `matches` is true. Without one gives null, and the position behind the
+// entries of that hash, where a new one keeps the order.
+template <typename Matches>
+PathItemElement* FindByHash(const std::vector<PathItemElement::ChildItem>& children, int32 hash, size_t* index,
+                            Matches&& matches)
+{
+    auto it = std::lower_bound(children.begin(), children.end(), hash,
+                               [](const PathItemElement::ChildItem& item, int32 sought) { return item.hash < sought; });
+    for (; it != children.end() && it->hash == hash; ++it) {
+        if (matches(*it->child)) {
+            break;
+        }
+    }
+    *index = static_cast<size_t>(it - children.begin());
+    return it != children.end() && it->hash == hash ? it->child : nullptr;
+}
+
+}  // namespace
+
+PathItemElement::PathItemElement() : mName(kFreshNameLength, '0') {}
+
+PathItemElement::~PathItemElement()
+{
+    FlushOwnItems(kFlushAll);
+}
+
+// The element's end with its block, while the block can still be found: reports what is held and unlinks the element.
+void PathItemElement::RetireUnsafe()
+{
+    const int32 references = ReferenceCount();
+    if (references != 0) {
+        KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
+        KZ_LOG(kDbgInternal) << "parent= " << DbgFmtPtr(mParent);
+        KZ_REPORT(kDbgWarning, 0x3D0C7A51) << "Deleting PathItemElement with outstanding references = " << references;
+        mReferenceCount.store(0, std::memory_order_relaxed);
+    }
+    mInUse.store(0, std::memory_order_relaxed);
+    if (mParent != nullptr && !ValidElement(mParent)) {
+        KZ_LOG(kDbgInternal) << "element= " << DbgFmtPtr(this);
+        KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
+        KZ_LOG(kDbgInternal) << "parent= " << DbgFmtPtr(mParent);
+        KZ_REPORT(kDbgWarning, 0x94E6F20B) << "Invalid parent";
+        mParent = nullptr;
+    }
+    RemoveParent();
+}
+
+const PathItemElement* PathItemElement::Root() const
+{
+    const PathItemElement* at = this;
+    while (at->mParent != nullptr) {
+        at = at->mParent;
+    }
+    return at;
+}
+
+// ---- Children ----
+
+PathItemElement* PathItemElement::FindChild(const std::string& name, int32 hash, size_t* index) const
+{
+    if (index == nullptr) {
+        return nullptr;
+    }
+    return FindByHash(mChildren, hash, index, [&name](const PathItemElement& child) { return child.mName == name; });
+}
+
+PathItemElement* PathItemElement::FindChild(const PathItemElement* child, size_t* index) const
+{
+    if (index == nullptr || child == nullptr) {
+        return nullptr;
+    }
+    return FindByHash(mChildren, HashOf(child->mName), index,
+                      [child](const PathItemElement& candidate) { return &candidate == child; });
+}
+
+PathItemElement* PathItemElement::CreateChild(const std::string& name)
+{
+    const kz::ScopedLock lock(mMutex);
+    return CreateChildUnsafe(name);
+}
+
+PathItemElement* PathItemElement::CreateChildUnsafe(const std::string& name)
+{
+    const int32 hash = HashOf(name);
+    size_t index = 0;
+    if (PathItemElement* const child = FindChild(name, hash, &index)) {
+        child->AddReference();
+        return child;
+    }
+    return Create(name, hash, this, index);
+}
+
+PathItemElement* PathItemElement::Create(const std::string& name, int32 hash, PathItemElement* parent, size_t index)
+{
+    return PathItemStorage::Create(name, hash, parent, index);
+}
+
+void PathItemElement::RemoveChild(const PathItemElement* child, size_t* index)
+{
+    size_t position = 0;
+    if (FindChild(child, &position) == nullptr) {
+        return;
+    }
+    mChildren.erase(mChildren.begin() + static_cast<std::ptrdiff_t>(position));
+    mChildrenChecked = 0;
+    if (index != nullptr) {
+        *index = position;
+    }
+}
+
+bool PathItemElement::RemoveParent()
+{
+    if (InUse() || mParent == nullptr) {
+        return false;
+    }
+    PathItemElement* const parent = std::exchange(mParent, nullptr);
+    parent->RemoveChild(this, nullptr);
+    parent->ReleaseCore(true);
+    return true;
+}
+
+// ---- Life ----
+
+// Makes a claimed element this child of `parent`, with one reference. False without memory: no child was added.
+bool PathItemElement::Init(const std::string& name, int32 hash, PathItemElement* parent, size_t index)
+{
+    if (mParent != nullptr) {
+        PathItemElement* const old = std::exchange(mParent, nullptr);
+        size_t position = old->mChildren.size();
+        old->RemoveChild(this, &position);
+        if (old == parent && position < index) {
+            --index;
+        }
+        old->ReleaseCore(true);
+    }
+    try {
+        mName = name;
+        if (parent != nullptr && parent->mChildren.size() == parent->mChildren.capacity()) {
+            parent->mChildren.reserve(std::max(kFirstChildren, parent->mChildren.size() * 2));
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    FlushCore(kFlushAll);
+    mReferenceCount.store(1, std::memory_order_relaxed);
+    mParent = parent;
+    mCount = 0;
+    if (parent != nullptr) {
+        AdoptUnsafe(hash, index);
+    }
+    return true;
+}
+
+// Enters this element into its parent's children, which have room.
+void PathItemElement::AdoptUnsafe(int32 hash, size_t index)
+{
+    auto& siblings = mParent->mChildren;
+    siblings.insert(siblings.begin() + static_cast<std::ptrdiff_t>(std::min(index, siblings.size())),
+                    ChildItem{hash, this});
+    mParent->mChildrenChecked = 0;
+    mParent->AddReference();
+    mCount = mParent->mCount + 1;
+}
+
+// Drops one reference; true if it was the last: the element is then out of its parent's children, and still has it.
+bool PathItemElement::ReleaseStartUnsafe()
+{
+    if (ReferenceCount() < 1) {
+        KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
+        KZ_LOG(kDbgInternal) << "element= " << DbgFmtPtr(this);
+        KZ_LOG(kDbgInternal) << "count= " << ReferenceCount();
+        KZ_REPORT(kDbgWarning, 0xC81F4E96) << "Release of PathItemElement, but we did not have enough retains";
+    }
+    // Acquire: sees all that earlier holders did with the element before they let go of it.
+    if (mReferenceCount.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+        return false;
+    }
+    if (mParent != nullptr) {
+        mParent->RemoveChild(this, nullptr);
+    }
+    return true;
+}
+
+// Gives the element back to its block; the in-use word goes last, since an allocation may claim it at once.
+void PathItemElement::ReleaseFinishIfStartedUnsafe()
+{
+    mParent = nullptr;
+    FlushCore(kFlushAll);
+    mInUse.store(0, std::memory_order_release);
+}
+
+void PathItemElement::ReleaseCore(bool alreadyLocked)
+{
+    if (DropIfShared()) {
+        return;
+    }
+    const kz::ScopedLock lock(alreadyLocked ? nullptr : mMutex);
+    // A loop, since a chain may be longer than the stack is deep. An element whose release has started needs its parent
+    // link no more; turned round, the links lead through the started ones from the root's end.
+    PathItemElement* started = nullptr;
+    PathItemElement* at = this;
+    while (at != nullptr && at->ReleaseStartUnsafe()) {
+        PathItemElement* const parent = std::exchange(at->mParent, started);
+        started = std::exchange(at, parent);
+    }
+    while (started != nullptr) {
+        PathItemElement* const next = started->mParent;
+        started->ReleaseFinishIfStartedUnsafe();
+        started = next;
+    }
+}
+
+bool PathItemElement::GetReferencedInfo(int32* count) const
+{
+    const int32 outside = ReferenceCount() - static_cast<int32>(mChildren.size());
+    if (outside < 1) {
+        return false;
+    }
+    *count = outside;
+    return true;
+}
+
+bool PathItemElement::PurgeSelf()
+{
+    FlushCore(kFlushAll);
+    bool clean = mCache == nullptr;
+    delete std::exchange(mCache, nullptr);
+    clean = mReferenceCount.exchange(0, std::memory_order_relaxed) == 0 && clean;
+    mInUse.store(0, std::memory_order_relaxed);
+    RemoveParent();
+    mName.clear();
+    mParent = nullptr;
+    mCount = 0;
+    return clean;
+}
+
+bool PathItemElement::PurgeCore()
+{
+    // From the leaves up, without recursion: what leaked may be a chain of any length.
+    bool clean = true;
+    std::vector<PathItemElement*> chain{this};
+    while (!chain.empty()) {
+        PathItemElement* const at = chain.back();
+        if (!at->mChildren.empty()) {
+            chain.push_back(at->mChildren.back().child);
+            continue;
+        }
+        chain.pop_back();
+        clean = at->PurgeSelf() && clean;
+        if (!chain.empty() && !chain.back()->mChildren.empty() && chain.back()->mChildren.back().child == at) {
+            chain.back()->mChildren.pop_back();  // a child that did not know its parent
+        }
+    }
+    return clean;
+}
+
+// ---- Checks ----
+
+bool PathItemElement::ValidElement(const void* pointer)
+{
+    return PathItemStorage::Contains(pointer);
+}
+
+bool PathItemElement::ChildrenAreSane()
+{
+    if (ReferenceCount() < static_cast<int32>(mChildren.size())) {
+        return false;
+    }
+    if (mChildrenChecked != 0) {
+        return true;
+    }
+    for (size_t i = 0; i < mChildren.size(); ++i) {
+        if (mChildren[i].child->mParent != this || (i > 0 && mChildren[i].hash < mChildren[i - 1].hash)) {
+            return false;
+        }
+    }
+    mChildrenChecked = 1;
+    return true;
+}
+
+bool PathItemElement::IsSane(bool alreadyLocked, int32 depth)
+{
+    if (mParent == this) {
+        KZ_REPORT(kDbgWarning, 0x27B95E6C) << "PathItemElement insane because parent is self";
+        return false;
+    }
+    if (mParent != nullptr) {
+        if (depth >= kDeepestSanityCheck) {
+            KZ_REPORT(kDbgWarning, 0xE0436D18) << "Stopped sanity check because of very deep path. This could "
+                                                  "represent a recursive linkage of the elements.";
+        } else if (!mParent->IsSane(alreadyLocked, depth + 1)) {
+            return false;
+        }
+        if (mCount != mParent->mCount + 1) {
+            KZ_REPORT(kDbgWarning, 0x7FA2C305) << "PathItemElement insane because its parent has count of "
+                                               << mParent->mCount << " but this is " << mCount;
+            return false;
+        }
+    } else if (mCount != 0) {
+        KZ_REPORT(kDbgWarning, 0x1C68E7DB) << "PathItemElement insane because it is a base and has a non-zero count";
+        return false;
+    }
+    const kz::ScopedLock lock(alreadyLocked ? nullptr : mMutex);
+    return ChildrenAreSane();
+}
+
+bool PathItemElement::IsSaneDeep(bool alreadyLocked)
+{
+    const kz::ScopedLock lock(alreadyLocked ? nullptr : mMutex);
+    std::vector<PathItemElement*> open{this};
+    while (!open.empty()) {
+        PathItemElement* const at = open.back();
+        open.pop_back();
+        if (!at->IsSane(true, 0)) {
+            return false;
+        }
+        for (const ChildItem& item : at->mChildren) {
+            open.push_back(item.child);
+        }
+    }
+    return true;
+}
+
+double PathItemElement::MemorySize() const
+{
+    constexpr double kOwnBytes =
+        sizeof(PathItemElement) + (sizeof(PathItemStorage) - PathItemStorage::kElements * sizeof(PathItemElement)) /
+                                      static_cast<double>(PathItemStorage::kElements);
+    constexpr double kNameFactor = 4;
+    constexpr double kCacheBytes = 48;
+
+    const kz::ScopedLock lock(mMutex);
+    double bytes = 0;
+    for (const PathItemElement* at = this; at != nullptr; at = at->mParent) {
+        double own = kNameFactor * static_cast<double>(at->mName.size()) + kOwnBytes;
+        if (at->mCache != nullptr) {
+            own += kCacheBytes;
+            for (const auto& entry : at->mCache->items) {
+                own += entry.second->Size();
+            }
+        }
+        const int32 references = at->ReferenceCount();
+        bytes += references >= 1 ? own / references : own;
+    }
+    return bytes;
+}
+
+// ---- Walking ----
+
+namespace kz {
+
+PathTreeWalk::PathTreeWalk(PathItemElement* start) : mMutex(PathItemElement::mMutex), mCurrent(start)
+{
+    ThMutexAcquire(mMutex);
+}
+
+PathTreeWalk::~PathTreeWalk()
+{
+    if (mOwned) {
+        mCurrent->ReleaseCore(true);
+    }
+    ThMutexRelease(mMutex);
+}
+
+bool PathTreeWalk::IsBelow(const PathItemElement* base) const
+{
+    if (mCurrent == nullptr || base == nullptr || mCurrent == base) {
+        return mCurrent != nullptr && mCurrent == base;
+    }
+    return !base->mChildren.empty() && mCurrent->Root() == base;
+}
+
+KzErr PathTreeWalk::Child(const std::string& name)
+{
+    if (mCurrent == nullptr) {
+        return kzErrArgument;
+    }
+    const int32 hash = HashOf(name);
+    size_t index = 0;
+    PathItemElement* next = mCurrent->FindChild(name, hash, &index);
+    const bool made = next == nullptr;
+    if (made) {
+        next = PathItemElement::Create(name, hash, mCurrent, index);
+        if (next == nullptr) {
+            return kzErrMemoryFull;
+        }
+    }
+    if (mOwned) {
+        mCurrent->ReleaseCore(true);  // never the last: the child holds one
+    }
+    mCurrent = next;
+    mOwned = made;
+    return kzErrNone;
+}
+
+KzErr PathTreeWalk::Append(const std::string& name)
+{
+    if (name == ".") {
+        return kzErrNone;
+    }
+    if (!name.empty() && name != "..") {
+        return Child(name);
+    }
+    PathItemElement* const parent = mCurrent != nullptr ? mCurrent->Parent() : nullptr;
+    if (parent == nullptr || mCurrent->Name().empty()) {
+        return Child(std::string());
+    }
+    if (mOwned) {
+        parent->AddReference();
+        mCurrent->ReleaseCore(true);
+    }
+    mCurrent = parent;
+    return kzErrNone;
+}
+
+PathItemElement* PathTreeWalk::Take()
+{
+    if (mCurrent != nullptr && !mOwned) {
+        mCurrent->AddReference();
+    }
+    mOwned = false;
+    return mCurrent;
+}
+
+}  // namespace kz

@@ -1,0 +1,392 @@
+// Elements come from blocks of 512, linked in a ring; a search goes on where the last one ended, so an allocation looks
+// at few elements. An element is claimed by compare-and-swap of its in-use word and given back by storing 0 there, with
+// only the tree's lock held: so a claim may meet a release, but never another claim.
+#include "PathItemStorage.h"
+
+#include <algorithm>
+#include <functional>
+#include <new>
+#include <utility>
+
+#include "Report.h"
+#include "ScopedLock.h"
+
+constinit ThMutex PathItemStorage::mMutex = nullptr;
+constinit ThMutex PathItemStorage::mBaseMutex = nullptr;
+constinit PathItemStorage* PathItemStorage::mSearchPoint = nullptr;
+constinit std::vector<PathItemStorage*>* PathItemStorage::mBases = nullptr;
+constinit std::atomic<PathItemElement*> PathItemStorage::mStandard[kBaseCount]{};
+constinit std::map<std::string, PathItemElement*>* PathItemStorage::mNames = nullptr;
+constinit std::atomic<bool> PathItemStorage::mOkToSetStandardLocations{true};
+
+namespace {
+
+constexpr char kModule[] = "source/PathItemStorage";
+
+bool IsABase(int32 base)
+{
+    return base >= 0 && base < PathItemStorage::kBaseCount;
+}
+
+}  // namespace
+
+// ---- Blocks ----
+
+PathItemStorage::PathItemStorage() = default;
+
+PathItemStorage::~PathItemStorage()
+{
+    const int32 live = ReportLive();
+    if (live > 0) {
+        KZ_REPORT(kDbgWarning, 0xA2F6310D) << "Killing a storage buffer with " << live << " live object(s)";
+    }
+    for (PathItemElement& element : mElements) {
+        element.RetireUnsafe();
+    }
+    Unlink();
+}
+
+int32 PathItemStorage::ReportLive()
+{
+    int32 live = 0;
+    for (const PathItemElement& element : mElements) {
+        if (element.InUse()) {
+            KZ_LOG(kDbgInternal) << "element= 0x" << DbgFmtPtr(&element);
+            KZ_LOG(kDbgInternal) << "name= " << element.Name().c_str();
+            KZ_LOG(kDbgInternal) << "parent= " << DbgFmtPtr(element.Parent());
+            ++live;
+        }
+    }
+    return live;
+}
+
+void PathItemStorage::Unlink()
+{
+    if (mNext != nullptr) {
+        PathItemStorage* before = this;
+        while (before->mNext != this) {
+            before = before->mNext;
+        }
+        before->mNext = mNext;
+        if (mSearchPoint == this) {
+            mSearchPoint = mNext == this ? nullptr : mNext;
+        }
+        mNext = nullptr;
+    }
+    const kz::ScopedLock lock(mBaseMutex);
+    if (mBases != nullptr) {
+        mBases->erase(std::remove(mBases->begin(), mBases->end(), this), mBases->end());
+    }
+}
+
+// A new block behind `after` in the ring, or the ring's first for null. Null without memory.
+PathItemStorage* PathItemStorage::AddBlock(PathItemStorage* after)
+{
+    PathItemStorage* const block = new (std::nothrow) PathItemStorage;
+    if (block == nullptr) {
+        return nullptr;
+    }
+    try {
+        const kz::ScopedLock lock(mBaseMutex);
+        if (mBases != nullptr) {
+            mBases->insert(std::lower_bound(mBases->begin(), mBases->end(), block, std::less<>()), block);
+        }
+    } catch (const std::bad_alloc&) {
+        delete block;
+        return nullptr;
+    }
+    if (after == nullptr) {
+        block->mNext = block;
+    } else {
+        block->mNext = std::exchange(after->mNext, block);
+    }
+    mSearchPoint = block;
+    return block;
+}
+
+bool PathItemStorage::IsEmpty() const
+{
+    return std::none_of(std::begin(mElements), std::end(mElements),
+                        [](const PathItemElement& element) { return element.InUse(); });
+}
+
+bool PathItemStorage::Contains(const void* pointer)
+{
+    const kz::ScopedLock lock(mBaseMutex);
+    if (mBases == nullptr) {
+        return false;
+    }
+    const auto it =
+        std::upper_bound(mBases->begin(), mBases->end(), pointer, [](const void* sought, const PathItemStorage* block) {
+            return std::less<>()(sought, static_cast<const void*>(block));
+        });
+    if (it == mBases->begin()) {
+        return false;
+    }
+    const PathItemStorage* const block = *(it - 1);
+    return std::less<>()(pointer, static_cast<const void*>(block->mElements + kElements));
+}
+
+// ---- Allocation. Requires mMutex. ----
+
+// A free element of this block, now claimed, or null.
+PathItemElement* PathItemStorage::Claim()
+{
+    for (int32 tries = 0; tries < kElements; ++tries) {
+        PathItemElement& element = mElements[mSearchIndex];
+        mSearchIndex = mSearchIndex == 0 ? kElements - 1 : mSearchIndex - 1;
+        uInt32 expected = 0;
+        // Acquire pairs with the release of whoever gave the element back.
+        if (!element.InUse() && element.mInUse.compare_exchange_strong(expected, 1, std::memory_order_acq_rel)) {
+            return &element;
+        }
+    }
+    return nullptr;
+}
+
+PathItemElement* PathItemStorage::AllocateElement()
+{
+    if (mSearchPoint != nullptr) {
+        PathItemStorage* block = mSearchPoint;
+        do {
+            if (PathItemElement* const element = block->Claim()) {
+                mSearchPoint = block;
+                return element;
+            }
+            block = block->mNext;
+        } while (block != mSearchPoint);
+    }
+    PathItemStorage* const block = AddBlock(mSearchPoint);
+    if (block == nullptr) {
+        KZ_REPORT(kDbgWarning, 0x68D3B1F9) << "Out of memory!";
+        return nullptr;
+    }
+    return block->Claim();
+}
+
+PathItemElement* PathItemStorage::Create(const std::string& name, int32 hash, PathItemElement* parent, size_t index)
+{
+    const kz::ScopedLock lock(mMutex);
+    PathItemElement* const element = AllocateElement();
+    if (element != nullptr && !element->Init(name, hash, parent, index)) {
+        element->mInUse.store(0, std::memory_order_release);
+        return nullptr;
+    }
+    return element;
+}
+
+// ---- Bases and names. The old element is released after the lock: its release needs the outer one. ----
+
+void PathItemStorage::SetStandard(int32 base, PathItemElement* element)
+{
+    if (!IsABase(base)) {
+        return;
+    }
+    if (!mOkToSetStandardLocations.load(std::memory_order_relaxed)) {
+        KZ_REPORT(kDbgWarning, 0x0FE5A47C)
+            << "Possible threading issue, see documentation note for PathItemStorage::SetStandard!";
+    }
+    if (element != nullptr) {
+        element->AddReference();
+    }
+    PathItemElement* const old = mStandard[base].exchange(element, std::memory_order_acq_rel);
+    if (old != nullptr) {
+        old->ReleaseCore(false);
+    }
+}
+
+bool PathItemStorage::PutNamed(const std::string& name, PathItemElement* element, bool onlyIfFree)
+{
+    PathItemElement* old = nullptr;
+    {
+        const kz::ScopedLock lock(mMutex);
+        if (mNames == nullptr) {
+            return true;
+        }
+        auto it = mNames->find(name);
+        if (it == mNames->end()) {
+            if (element == nullptr) {
+                return true;
+            }
+            it = mNames->emplace(name, nullptr).first;
+        } else if (onlyIfFree && it->second != nullptr) {
+            return false;
+        }
+        if (element != nullptr) {
+            element->AddReference();
+        }
+        old = std::exchange(it->second, element);
+    }
+    if (old != nullptr) {
+        old->ReleaseCore(false);
+    }
+    return true;
+}
+
+void PathItemStorage::SetNamed(const std::string& name, PathItemElement* element)
+{
+    PutNamed(name, element, false);
+}
+
+bool PathItemStorage::SetNamedIfFree(const std::string& name, PathItemElement* element)
+{
+    return PutNamed(name, element, true);
+}
+
+PathItemElement* PathItemStorage::FindNamed(const std::string& name)
+{
+    const kz::ScopedLock lock(mMutex);
+    if (mNames == nullptr) {
+        return nullptr;
+    }
+    const auto it = mNames->find(name);
+    if (it == mNames->end() || it->second == nullptr) {
+        return nullptr;
+    }
+    it->second->AddReference();
+    return it->second;
+}
+
+// ---- Collection ----
+
+uInt64 PathItemStorage::GarbageCollect(int32 method)
+{
+    struct Held {
+        int32 references;
+        std::string name;
+    };
+    std::vector<Held> held;
+    uInt64 reclaimed = 0;
+    {
+        // Both locks once, in their order, for the whole run: a creation that runs meanwhile waits at the first.
+        const kz::ScopedLock treeLock(PathItemElement::mMutex);
+        const kz::ScopedLock lock(mMutex);
+        std::vector<PathItemStorage*> blocks;
+        for (PathItemStorage* block = mSearchPoint; block != nullptr;
+             block = block->mNext == mSearchPoint ? nullptr : block->mNext) {
+            blocks.push_back(block);
+        }
+        for (PathItemStorage* const block : blocks) {
+            if (method == 2) {
+                for (PathItemElement& element : block->mElements) {
+                    int32 references = 0;
+                    if (!element.InUse()) {
+                        element.FlushCore(kFlushAll);
+                    } else if (element.GetReferencedInfo(&references)) {
+                        held.push_back({references, element.Name()});
+                    }
+                }
+            }
+            if (method != 0 && block->IsEmpty()) {
+                delete block;
+                reclaimed += sizeof(PathItemStorage);
+            }
+        }
+    }
+    for (const Held& leak : held) {
+        KZ_LOG(kDbgInternal) << "Leaked Path Element: " << leak.references << " refs to " << leak.name.c_str();
+    }
+    KZ_LOG(kDbgInternal) << "Path Garbage Collect: " << static_cast<unsigned long long>(reclaimed)
+                         << " bytes reclaimed";
+    return reclaimed;
+}
+
+int64 PathItemStorage::LiveCount()
+{
+    const kz::ScopedLock treeLock(PathItemElement::mMutex);
+    const kz::ScopedLock lock(mMutex);
+    int64 live = 0;
+    const PathItemStorage* block = mSearchPoint;
+    if (block != nullptr) {
+        do {
+            live += std::count_if(std::begin(block->mElements), std::end(block->mElements),
+                                  [](const PathItemElement& element) { return element.InUse(); });
+            block = block->mNext;
+        } while (block != mSearchPoint);
+    }
+    return live;
+}
+
+void PathItemStorage::DestroyAllBlocks()
+{
+    const kz::ScopedLock treeLock(PathItemElement::mMutex);
+    const kz::ScopedLock lock(mMutex);
+    while (mSearchPoint != nullptr) {
+        delete mSearchPoint;
+    }
+}
+
+// ---- Start and stop ----
+
+KzErr PathItemStorage::Init()
+{
+    KzErr err = ThMutexCreate(&mMutex, "PathItemStorage::mMutex");
+    if (err == kzErrNone) {
+        err = ThMutexCreate(&mBaseMutex, "PathItemStorage::mBaseMutex");
+    }
+    if (err != kzErrNone) {
+        return err;
+    }
+    mNames = new (std::nothrow) std::map<std::string, PathItemElement*>;
+    mBases = new (std::nothrow) std::vector<PathItemStorage*>;
+    mOkToSetStandardLocations.store(true, std::memory_order_relaxed);
+    return mNames != nullptr && mBases != nullptr ? kzErrNone : kzErrMemoryFull;
+}
+
+KzErr PathItemStorage::UnInit()
+{
+    if (mNames != nullptr) {
+        for (auto& entry : *mNames) {
+            SetNamed(entry.first, nullptr);
+        }
+    }
+    for (int32 base = 0; base < kBaseCount; ++base) {
+        mOkToSetStandardLocations.store(false, std::memory_order_relaxed);
+        if (PathItemElement* const element = mStandard[base].load(std::memory_order_acquire)) {
+            const kz::ScopedLock lock(PathItemElement::mMutex);
+            element->FlushCore(kFlushSubtree);
+        }
+    }
+    GarbageCollect(2);
+    for (int32 base = 0; base < kBaseCount; ++base) {
+        mOkToSetStandardLocations.store(true, std::memory_order_relaxed);
+        PathItemElement* const element = mStandard[base].load(std::memory_order_acquire);
+        SetStandard(base, nullptr);
+        bool clean = true;
+        if (element != nullptr) {
+            const kz::ScopedLock lock(PathItemElement::mMutex);
+            clean = element->PurgeCore();
+        }
+        if (!clean) {
+            KZ_REPORT(kDbgWarning, 0xB9174D2E) << "Possible path leak, unable to purge elements of base #" << base;
+        }
+    }
+    DestroyAllBlocks();
+    delete std::exchange(mBases, nullptr);
+    delete std::exchange(mNames, nullptr);
+    ThMutexDestroy(std::exchange(mBaseMutex, nullptr));
+    ThMutexDestroy(std::exchange(mMutex, nullptr));
+    return kzErrNone;
+}
+
+// ---- Checks ----
+
+namespace kz {
+
+int64 LivePathElementCount()
+{
+    return PathItemStorage::LiveCount();
+}
+
+bool PathTreeIsSane()
+{
+    for (int32 base = 0; base < PathItemStorage::kBaseCount; ++base) {
+        PathItemElement* const element = PathItemStorage::Standard(base);
+        if (element != nullptr && !element->IsSaneDeep(false)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace kz

@@ -1,0 +1,94 @@
+// Owns the memory of all path elements, the table of bases and the named locations. Internal to the path layer.
+#ifndef KZCORE_PATHITEMSTORAGE_H
+#define KZCORE_PATHITEMSTORAGE_H
+
+#include <atomic>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "KZTypes.h"
+#include "KzErr.h"
+#include "PathItemElement.h"
+#include "ThMutex.h"
+
+// One block of elements; the static members are the class-wide state. Lock order: PathItemElement::mMutex, then
+// mMutex, then mBaseMutex.
+class PathItemStorage {
+public:
+    static constexpr int32 kElements = 512;
+    static constexpr int32 kBaseCount = 5;
+
+    // Makes the mutexes and empty tables. A failed mutex gives its error, memory kzErrMemoryFull.
+    static KzErr Init();
+    // Lets go of names and bases, reports what is still held, and frees all. Always 0.
+    static KzErr UnInit();
+
+    // A new element with one reference, or null without memory. Requires PathItemElement::mMutex.
+    static PathItemElement* Create(const std::string& name, int32 hash, PathItemElement* parent, size_t index);
+
+    // The base at this place, null where there is none. The first call ends the time to fill the table.
+    static PathItemElement* Standard(int32 base)
+    {
+        if (mOkToSetStandardLocations.load(std::memory_order_relaxed)) {
+            mOkToSetStandardLocations.store(false, std::memory_order_relaxed);
+        }
+        return mStandard[base].load(std::memory_order_acquire);
+    }
+    // Puts a base into the table, with a reference; warns when paths are in use already.
+    static void SetStandard(int32 base, PathItemElement* element);
+
+    // Maps a name to an element, with a reference; the old one is released. Null clears the entry.
+    static void SetNamed(const std::string& name, PathItemElement* element);
+    // The same unless the name stands for an element already: false then.
+    static bool SetNamedIfFree(const std::string& name, PathItemElement* element);
+    // The element of this name with one reference for the caller, or null.
+    static PathItemElement* FindNamed(const std::string& name);
+
+    // Method 0 counts, 1 frees empty blocks, 2 also lists elements held from outside. The bytes reclaimed.
+    static uInt64 GarbageCollect(int32 method);
+
+    // True if the pointer lies in a block.
+    static bool Contains(const void* pointer);
+    // Elements in use.
+    static int64 LiveCount();
+
+private:
+    friend class PathItemElement;
+
+    PathItemStorage();
+    ~PathItemStorage();  // requires PathItemElement::mMutex and mMutex to be held
+    PathItemStorage(const PathItemStorage&) = delete;
+    PathItemStorage& operator=(const PathItemStorage&) = delete;
+
+    static PathItemElement* AllocateElement();
+    static PathItemStorage* AddBlock(PathItemStorage* after);
+    static bool PutNamed(const std::string& name, PathItemElement* element, bool onlyIfFree);
+    PathItemElement* Claim();
+    bool IsEmpty() const;
+    int32 ReportLive();
+    void Unlink();
+    static void DestroyAllBlocks();
+
+    PathItemElement mElements[kElements];
+    PathItemStorage* mNext = nullptr;  // a ring
+    int32 mSearchIndex = kElements - 1;
+
+    static constinit ThMutex mMutex;      // guards the ring of blocks and mNames
+    static constinit ThMutex mBaseMutex;  // guards mBases
+    static constinit PathItemStorage* mSearchPoint;
+    static constinit std::vector<PathItemStorage*>* mBases;  // sorted by address
+    static constinit std::atomic<PathItemElement*> mStandard[kBaseCount];
+    static constinit std::map<std::string, PathItemElement*>* mNames;
+    static constinit std::atomic<bool> mOkToSetStandardLocations;
+};
+
+namespace kz {
+
+// For checks of soundness and leaks: elements in use, and whether every base's tree is sound.
+int64 LivePathElementCount();
+bool PathTreeIsSane();
+
+}  // namespace kz
+
+#endif

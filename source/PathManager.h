@@ -1,0 +1,45 @@
+// The service that starts the path layer, the stepping through path text, and the comparison of file names.
+// Usable from C11 and C++20. Any thread.
+#ifndef KZCORE_PATHMANAGER_H
+#define KZCORE_PATHMANAGER_H
+
+#include "KZTypes.h"
+
+#ifdef __cplusplus
+#include "ServiceObject.h"
+#endif
+
+KZ_EXTERN_C_BEGIN
+
+// The index of the character behind the one at `index`: by whole UTF-8 characters once the service runs, before that
+// by bytes. The end of the text is the caller's to watch.
+KZ_EXPORT int32 PathNextChar(const char* text, int32 index);
+
+// The index of the character before `index`; 0 stays. A negative index is reported and gives 0.
+KZ_EXPORT int32 PathPrevChar(const char* text, int32 index);
+
+// File names compare without case: counted strings, the first `n` bytes of C strings, whole C strings.
+KZ_EXPORT KzBool FileNameEqual(const unsigned char* a, const unsigned char* b);
+KZ_EXPORT KzBool FileNameNEqual(const char* a, const char* b, int32 n);
+KZ_EXPORT KzBool FileNameCStrEqual(const char* a, const char* b);
+
+KZ_EXTERN_C_END
+
+#ifdef __cplusplus
+
+// Starts the path layer: the locale, the stepping by character, and the tree of paths.
+class PathManager_Service final : public RefcountedServiceObject_T<PathManager_Service> {
+public:
+    const char* GetName() const override { return "PathManager"; }
+    void GetDependencies(IServiceDependencyList* list) const override;
+
+protected:
+    KzErr _Init() override;
+    KzErr _Uninit() override;
+};
+
+KZ_EXPORT PathManager_Service* PathManagerService();
+
+#endif
+
+#endif

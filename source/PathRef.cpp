@@ -1,0 +1,556 @@
+// PathRef's own data and editing. Its text is made in PathTextFormat and read in PathFormatReader; relations, the cache
+// and the file system have modules of their own.
+#include "PathRef.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <type_traits>
+
+#include "KZPlacement.h"
+#include "PathCache.h"
+#include "PathItemStorage.h"
+#include "Report.h"
+#include "ScopedLock.h"
+#include "StringCStr.h"
+#include "zvexcept.h"
+
+static_assert(sizeof(PathRef) == 2 * sizeof(void*) && !std::is_polymorphic_v<PathRef>);
+
+namespace kz {
+
+// Relaxed everywhere: it changes at start and stop, when no other thread uses paths, and by a debugging switch.
+constinit std::atomic<uInt32> gPathState{0};
+
+}  // namespace kz
+
+namespace {
+
+constexpr char kModule[] = "source/PathRef";
+
+constexpr size_t kLongestDebugText = 252;
+
+// The class-wide texts, and what NotAPath returns.
+constinit kz::StaticObject<std::string> gNotAPath;
+constinit kz::StaticObject<std::string> gPathTooLong;
+constinit kz::StaticObject<std::string> gEmptyPathRefNameString;
+constinit PathRef* gNotAPathPathRef = nullptr;
+
+// Init has run, with this result, and UnInit has not.
+constinit bool gInitRan = false;
+constinit KzErr gInitResult = kzErrNone;
+
+bool PathsRun()
+{
+    return (kz::gPathState.load(std::memory_order_relaxed) & kz::kPathsRun) != 0;
+}
+
+bool HangsFromNullPath(const PathItemElement& element)
+{
+    return element.Root() == PathItemStorage::Standard(PathRef::kNullPath);
+}
+
+KzErr MakeBases()
+{
+    static constexpr const char* kBaseNames[PathItemStorage::kBaseCount] = {"[absolute]", "[relative]", "[unc]",
+                                                                            nullptr, "[NULL]"};
+    for (int32 base = 0; base < PathItemStorage::kBaseCount; ++base) {
+        if (kBaseNames[base] == nullptr) {
+            PathItemStorage::SetStandard(base, nullptr);
+            continue;
+        }
+        PathItemElement* element = nullptr;
+        {
+            const kz::ScopedLock lock(PathItemElement::mMutex);
+            element = PathItemStorage::Create(kBaseNames[base], 0, nullptr, 0);
+        }
+        if (element == nullptr) {
+            return kzErrMemoryFull;
+        }
+        PathItemStorage::SetStandard(base, element);
+        element->ReleaseCore(false);
+    }
+    return kzErrNone;
+}
+
+KzErr StartPaths()
+{
+    KzErr err = ThMutexCreate(&PathItemElement::mMutex, "PathItemElement::mMutex");
+    if (err == kzErrNone) {
+        err = PathItemStorage::Init();
+    }
+    if (err == kzErrNone) {
+        err = MakeBases();
+    }
+    if (err == kzErrNone) {
+        gNotAPathPathRef = new (std::nothrow) PathRef;
+        err = gNotAPathPathRef != nullptr ? kzErrNone : kzErrMemoryFull;
+    }
+    return err;
+}
+
+KzErr StopPaths()
+{
+    PathRef::DisposePath(gNotAPathPathRef);
+    const KzErr err = PathItemStorage::UnInit();
+    ThMutexDestroy(std::exchange(PathItemElement::mMutex, nullptr));
+    kz::gPathState.store(0, std::memory_order_relaxed);
+    return err;
+}
+
+}  // namespace
+
+namespace kz {
+
+void PlacePathRefStrings()
+{
+    gNotAPath.Get();
+    gPathTooLong.Get();
+    gEmptyPathRefNameString.Get();
+}
+
+const std::string& NotAPathText()
+{
+    return *gNotAPath.Get();
+}
+
+const std::string& EmptyPathName()
+{
+    return *gEmptyPathRefNameString.Get();
+}
+
+}  // namespace kz
+
+// ---- Class-wide ----
+
+KzErr PathRef::Init()
+{
+    if (gInitRan) {
+        return gInitResult;
+    }
+    gInitRan = true;
+    kz::PlacePathRefStrings();
+    kz::gPathState.fetch_or(kz::kPathsRun, std::memory_order_relaxed);
+    gInitResult = kz::ErrOf(kModule, __LINE__, [] { return StartPaths(); });
+    if (gInitResult != kzErrNone) {
+        StopPaths();
+    }
+    return gInitResult;
+}
+
+KzErr PathRef::UnInit()
+{
+    const bool runs = gInitRan && gInitResult == kzErrNone;
+    gInitRan = false;
+    return runs ? StopPaths() : kzErrNone;
+}
+
+void PathRef::Setting(const char* text)
+{
+    if (text == nullptr) {
+        return;
+    }
+    if (std::strcmp(text, "debug") == 0) {
+        kz::gPathState.fetch_or(kz::kPathsDebug, std::memory_order_relaxed);
+    } else if (std::strcmp(text, "nodebug") == 0) {
+        kz::gPathState.fetch_and(~uInt32{kz::kPathsDebug}, std::memory_order_relaxed);
+    } else if (std::strcmp(text, "utf8") == 0) {
+        gUseUTF8 = 1;
+    } else if (std::strcmp(text, "sysenc") == 0) {
+        gUseUTF8 = 0;
+    }
+}
+
+void PathRef::SetNotAPathString(const std::string& text)
+{
+    *gNotAPath.Get() = text;
+}
+
+void PathRef::SetPathTooLongString(const std::string& text)
+{
+    *gPathTooLong.Get() = text;
+}
+
+uInt64 PathRef::GarbageCollect(int32 method)
+{
+    return PathItemStorage::GarbageCollect(method);
+}
+
+ThMutex PathRef::GetCacheMutex()
+{
+    return PathItemElement::mMutex;
+}
+
+// ---- The element ----
+
+void PathRef::AssignElement(PathItemElement* element, PathItemRefAssignOp op, bool alreadyLocked)
+{
+    const uInt32 state = kz::gPathState.load(std::memory_order_relaxed);
+    if ((state & kz::kPathsRun) == 0) {
+        mPathElement = nullptr;  // what it pointed to went with the tree
+        return;
+    }
+    if (element != nullptr && op == kAddReference) {
+        element->AddReference();
+    }
+    PathItemElement* const old = std::exchange(mPathElement, element);
+    if (old != nullptr) {
+        ReleaseElement(old, alreadyLocked);
+    }
+    if ((state & kz::kPathsDebug) != 0 && !alreadyLocked) {
+        // For a debugger's eyes only, so a failure does not matter.
+        static_cast<void>(
+            kz::ErrOf(kModule, __LINE__, [&] { return ConvertToString(&EnsureCache(), StringDisplay()); }));
+    }
+}
+
+void PathRef::ReleaseElement(PathItemElement* element, bool alreadyLocked)
+{
+    element->ReleaseCore(alreadyLocked);
+}
+
+void PathRef::CopySlowly(const PathRef& other) noexcept
+{
+    AssignElement(other.mPathElement, kAddReference, false);
+}
+
+void PathRef::DropText() noexcept
+{
+    delete std::exchange(mText, nullptr);
+}
+
+std::string& PathRef::EnsureCache() const
+{
+    if (mText == nullptr) {
+        mText = new std::string;
+    }
+    return *mText;
+}
+
+void PathRef::ClearAndThrow(KzErr err, const char* text, int line)
+{
+    AssignElement(nullptr, kTakeReference, false);
+    throw ZVExcept(err, text, kModule, line);
+}
+
+// ---- Making, copying, disposing ----
+
+PathRef::PathRef(PathBase base)
+{
+    if (base >= 0 && base < PathItemStorage::kBaseCount) {
+        AssignElement(PathItemStorage::Standard(base), kAddReference, false);
+    }
+}
+
+PathRef::PathRef(const PathRef* other)
+{
+    if (other != nullptr) {
+        AssignElement(other->mPathElement, kAddReference, false);
+    }
+}
+
+PathRef::PathRef(const char* name) : PathRef()
+{
+    PathItemElement* const element = name != nullptr ? PathItemStorage::FindNamed(name) : nullptr;
+    if (element == nullptr) {
+        throw ZVExcept(kzErrArgument, "Unknown standardLocationName", kModule, __LINE__);
+    }
+    AssignElement(element, kTakeReference, false);
+}
+
+PathRef& PathRef::operator=(const PathRef& other)
+{
+    if (this != &other) {
+        AssignElement(other.mPathElement, kAddReference, false);
+    }
+    return *this;
+}
+
+PathRef& PathRef::operator=(const PathRef* other)
+{
+    if (other == nullptr) {
+        AssignElement(nullptr, kTakeReference, false);
+        return *this;
+    }
+    return *this = *other;
+}
+
+KzErr PathRef::ConvertToPath(PathRef** out) const
+{
+    if (out == nullptr) {
+        return kzErrArgument;
+    }
+    if (*out != nullptr) {
+        **out = *this;
+        return kzErrNone;
+    }
+    *out = new (std::nothrow) PathRef(*this);
+    return *out != nullptr ? kzErrNone : kzErrMemoryFull;
+}
+
+void PathRef::DisposePath(PathRef*& path)
+{
+    delete std::exchange(path, nullptr);
+}
+
+PathRef* PathRef::NotAPath()
+{
+    if (gNotAPathPathRef == nullptr) {
+        KZ_REPORT(kDbgWarning, 0x4AC5E812) << "Call to GetNotAPath before PathRef::Init() or after PathRef::Uninit()?";
+    }
+    return gNotAPathPathRef;
+}
+
+KzErr PathRef::AssignToName(const char* name) const
+{
+    if (name == nullptr) {
+        return kzErrArgument;
+    }
+    return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
+        return PathItemStorage::SetNamedIfFree(name, mPathElement) ? kzErrNone : kzErrArgument;
+    });
+}
+
+// ---- Components ----
+
+// The element of component `index`, or null; a negative index counts from the end.
+PathItemElement* PathRef::FindItem(int32 index) const
+{
+    const int32 count = ItemCount();
+    const int64 place = index < 0 ? int64{index} + count : index;
+    if (place < 0 || place >= count) {
+        return nullptr;
+    }
+    PathItemElement* at = mPathElement;
+    while (at != nullptr && at->Count() > place + 1) {
+        at = at->Parent();
+    }
+    return at;
+}
+
+const std::string& PathRef::Name() const
+{
+    return ItemCount() > 0 ? mPathElement->Name() : kz::EmptyPathName();
+}
+
+const std::string& PathRef::ItemAt(int32 index) const
+{
+    const PathItemElement* const item = FindItem(index);
+    if (item == nullptr) {
+        throw ZVExcept(kzErrCorrupt, "PathRef ItemAt, invalid index", kModule, __LINE__);
+    }
+    return item->Name();
+}
+
+KzErr PathRef::CopyItemAt(int32 index, std::string* name) const
+{
+    const PathItemElement* const item = FindItem(index);
+    if (name == nullptr || item == nullptr) {
+        return kzErrArgument;
+    }
+    return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
+        *name = item->Name();
+        return kzErrNone;
+    });
+}
+
+int32 PathRef::CountUpDir() const
+{
+    int32 upDirs = 0;
+    if (mPathElement == nullptr) {
+        return upDirs;
+    }
+    for (const PathItemElement* at = mPathElement; at->Parent() != nullptr; at = at->Parent()) {
+        if (at->Name().empty()) {
+            ++upDirs;
+        } else if (upDirs > 0) {
+            KZ_REPORT(kDbgWarning, 0xD5208BE3) << "There are not supposed to be 'up dirs' in the middle of paths";
+            upDirs = 0;
+        }
+    }
+    return upDirs;
+}
+
+// ---- Editing ----
+
+void PathRef::Append(const std::string& name)
+{
+    if (name == ".") {
+        return;
+    }
+    KzErr err = kzErrArgument;
+    PathItemElement* element = nullptr;
+    {
+        kz::PathTreeWalk walk(mPathElement);
+        if (!walk.IsBelow(PathItemStorage::Standard(kNullPath))) {
+            err = walk.Append(name);
+        }
+        if (err == kzErrNone) {
+            element = walk.Take();
+        }
+    }
+    if (err != kzErrNone) {
+        ClearAndThrow(err, "Append(PathRef::StringType)", __LINE__);
+    }
+    AssignElement(element, kTakeReference, false);
+}
+
+void PathRef::Append(const char* name)
+{
+    if (name == nullptr) {
+        ClearAndThrow(kzErrArgument, "Append(PathRef::StringType)", __LINE__);
+    }
+    Append(std::string(name));
+}
+
+void PathRef::Append(const PathRef& relative)
+{
+    PathItemElement* const tail = relative.mPathElement;
+    if (mPathElement == nullptr || tail == nullptr || HangsFromNullPath(*mPathElement) || HangsFromNullPath(*tail)) {
+        ClearAndThrow(kzErrArgument, "Append(relativePath): NULL or NotAPath cannot be used", __LINE__);
+    }
+    if (!relative.StartsWith(kRelative)) {
+        ClearAndThrow(kzErrArgument, "Append(relativePath): Must be appending a relative path", __LINE__);
+    }
+    std::vector<const PathItemElement*> items(static_cast<size_t>(tail->Count()));
+    const PathItemElement* at = tail;
+    for (auto it = items.rbegin(); it != items.rend() && at != nullptr; ++it, at = at->Parent()) {
+        *it = at;
+    }
+    if (at == nullptr) {
+        ClearAndThrow(kzErrCorrupt, "Append(relativePath): Corrupt relative Path", __LINE__);
+    }
+    KzErr err = kzErrNone;
+    PathItemElement* element = nullptr;
+    {
+        kz::PathTreeWalk walk(mPathElement);
+        for (auto it = items.begin(); it != items.end() && err == kzErrNone; ++it) {
+            err = walk.Append((*it)->Name());
+        }
+        if (err == kzErrNone) {
+            element = walk.Take();
+        }
+    }
+    if (err != kzErrNone) {
+        ClearAndThrow(err, "Append(PathRef::StringType)", __LINE__);
+    }
+    AssignElement(element, kTakeReference, false);
+}
+
+void PathRef::Replace(int32 index, const std::string& name)
+{
+    if (mPathElement == nullptr) {
+        ClearAndThrow(kzErrArgument, "PathRef replace, NULL parameter", __LINE__);
+    }
+    const PathItemElement* const item = FindItem(index);
+    if (item == nullptr) {
+        ClearAndThrow(kzErrArgument, "PathRef replace, invalid element index (element)", __LINE__);
+    }
+    if (item->Parent() == nullptr) {
+        ClearAndThrow(kzErrArgument, "PathRef replace, invalid element index (parent)", __LINE__);
+    }
+    std::vector<const PathItemElement*> behind(static_cast<size_t>(mPathElement->Count() - item->Count()));
+    const PathItemElement* at = mPathElement;
+    for (auto it = behind.rbegin(); it != behind.rend() && at != nullptr; ++it, at = at->Parent()) {
+        *it = at;
+    }
+    if (at != item) {
+        ClearAndThrow(kzErrCorrupt, "PathRef replace, Corrupt Path", __LINE__);
+    }
+    KzErr err = kzErrNone;
+    PathItemElement* element = nullptr;
+    {
+        kz::PathTreeWalk walk(item->Parent());
+        err = walk.Child(name);
+        for (auto it = behind.begin(); it != behind.end() && err == kzErrNone; ++it) {
+            err = walk.Child((*it)->Name());
+        }
+        if (err == kzErrNone) {
+            element = walk.Take();
+        }
+    }
+    if (err != kzErrNone) {
+        ClearAndThrow(err, "PathRef replace, unable to allocate child", __LINE__);
+    }
+    AssignElement(element, kTakeReference, false);
+}
+
+void PathRef::Replace(int32 index, const char* name)
+{
+    if (name == nullptr) {
+        ClearAndThrow(kzErrArgument, "PathRef replace, NULL parameter", __LINE__);
+    }
+    Replace(index, std::string(name));
+}
+
+PathRef PathRef::GetParentDirectory() const
+{
+    PathRef parent;
+    if (mPathElement != nullptr) {
+        parent.AssignElement(mPathElement->Parent(), kAddReference, false);
+    }
+    return parent;
+}
+
+// ---- Checks ----
+
+bool PathRef::IsValid() const
+{
+    if (mPathElement == nullptr || !PathsRun() || !mPathElement->InUse()) {
+        return false;
+    }
+    const PathItemElement* const root = mPathElement->Root();
+    if (root == PathItemStorage::Standard(kAbsolute) || root == PathItemStorage::Standard(kRelative)) {
+        return true;
+    }
+    if (!StartsWith(kAbsolute) && !StartsWith(kRelative)) {
+        if (!StartsWith(kUNC) && !StartsWith(kNullPath)) {
+            KZ_REPORT(kDbgWarning, 0x83E41F5A) << "Need to add sanity checking for other types";
+        }
+        return false;
+    }
+    return true;
+}
+
+bool PathRef::IsSane(bool quick) const
+{
+    if (mPathElement == nullptr) {
+        return true;
+    }
+    if (!PathItemElement::ValidElement(mPathElement)) {
+        KZ_REPORT(kDbgWarning, 0x56F07BC1) << "mPathElement not in storage";
+        return false;
+    }
+    if (quick) {
+        return true;
+    }
+    if (!mPathElement->IsSane()) {
+        KZ_REPORT(kDbgWarning, 0xF9A8624E) << "mPathElement is Insane";
+        return false;
+    }
+    if (StartsWith(kUNC) || IsValid()) {
+        return true;
+    }
+    KZ_REPORT(kDbgWarning, 0x2CD19E37) << "PathRef is not valid";
+    return false;
+}
+
+double PathRef::MemorySize() const
+{
+    return sizeof(PathRef) + (mPathElement != nullptr ? mPathElement->MemorySize() : 0);
+}
+
+void ToDebugStream(DebugStream& stream, const PathRef& path)
+{
+    try {
+        const std::string& text = path.ToString(PathRef::StringDisplay());
+        stream.Append(text.size() > kLongestDebugText ? "<path too long>" : text.c_str());
+    } catch (...) {
+        const ZVExcept failure = GetExceptionInCatch_FileAndLine(kModule, __LINE__);
+        stream.Append("<display path error=");
+        ToDebugStream(stream, static_cast<int>(failure.err()));
+        stream.Append(" \"");
+        stream.Append(failure.what());
+        stream.Append("\">");
+    }
+}

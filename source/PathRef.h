@@ -1,0 +1,271 @@
+// PathRef, the library's path value: a reference to an element of a shared tree of names, never a text.
+//
+// A path has a kind, its base, and components, each any bytes; an empty name is an up dir. Text exists at the edges
+// only (the text constructor, ToString, ConvertToString), under one of the format names below. Members that return a
+// value throw ZVExcept; members named Copy... and Convert... return a KzErr; every editing member clears the path to
+// "not a path" before it throws. One object belongs to one thread; copying takes no lock, and copies on different
+// threads share their element safely. Before PathRef::Init and after PathRef::UnInit a path holds nothing: making
+// one gives not a path, dropping an old one does nothing. No path may be kept from one run of the library to the next.
+#ifndef KZCORE_PATHREF_H
+#define KZCORE_PATHREF_H
+
+#include <atomic>
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include "DebugStream.h"
+#include "KZTypes.h"
+#include "KzErr.h"
+#include "PathItemElement.h"
+
+class PathTextFormat;
+
+namespace WidePathFormat {
+class PathFormatReader;
+}
+
+namespace kz {
+
+// The path layer's state, as bits: exactly kPathsRun is the plain state in which copies need no further thought.
+enum : uInt32 { kPathsRun = 1, kPathsDebug = 2 };
+KZ_EXPORT extern std::atomic<uInt32> gPathState;
+
+}  // namespace kz
+
+class KZ_EXPORT PathRef {
+public:
+    // The root that a path hangs from.
+    enum PathBase : int32 { kAbsolute = 0, kRelative = 1, kUNC = 2, kNotAPath = 3, kNullPath = 4 };
+
+    // How two names compare, and whether Compare orders paths of different bases.
+    enum ComparePolicy : int32 {
+        kComparePlatform = 0,         // without case; different bases give -1
+        kCompareExact = 1,            // byte for byte; bases are ordered
+        kCompareCaseInsensitive = 2,  // without case; different bases give -1
+        kCompareLexical = 3           // without case; bases are ordered
+    };
+
+    enum PathItemRefAssignOp : int32 { kAddReference = 0, kTakeReference = 1 };
+
+    using CachedItem = PathCachedItem;  // PathCache.h
+    using SearchDirection = PathSearchDirection;
+
+    // ---- Making, copying, disposing ----
+
+    PathRef() noexcept = default;  // not a path
+    explicit PathRef(std::nullptr_t) noexcept {}
+    // The base itself; not a path for kNotAPath and for a value outside the list.
+    explicit PathRef(PathBase base);
+    explicit PathRef(int base) : PathRef(static_cast<PathBase>(base)) {}
+    // A copy; not a path for null.
+    explicit PathRef(const PathRef* other);
+    // The path stored under `name` by AssignToName; throws kzErrArgument for an unknown name.
+    explicit PathRef(const char* name);
+    // The path that `text` means in the named format. The not-a-path text (without case) gives not a path in every
+    // format. Throws kzErrNotSupported for an unknown format, kzErrArgument for a text that gives no valid path.
+    PathRef(const std::string& text, const char* format);
+
+    PathRef(const PathRef& other) noexcept;
+    PathRef(PathRef&& other) noexcept : mPathElement(other.mPathElement), mText(other.mText)
+    {
+        other.mPathElement = nullptr;
+        other.mText = nullptr;
+    }
+    PathRef& operator=(const PathRef& other);
+    // Exchanges the two: `other` then holds what this path held.
+    PathRef& operator=(PathRef&& other) noexcept
+    {
+        std::swap(mPathElement, other.mPathElement);
+        std::swap(mText, other.mText);
+        return *this;
+    }
+    PathRef& operator=(const PathRef* other);
+    ~PathRef();
+
+    // Copies to `**out`, in a new object (DisposePath) when `*out` is null. kzErrArgument: null `out`;
+    // kzErrMemoryFull.
+    KzErr ConvertToPath(PathRef** out) const;
+    // Destroys the object, if any, and nulls the pointer.
+    static void DisposePath(PathRef*& path);
+    // The shared not-a-path object, owned by the library; null, with a report, while paths are not up.
+    static PathRef* NotAPath();
+
+    // ---- Components. Index 0 is the first, -1 the last. ----
+
+    int32 ItemCount() const { return mPathElement != nullptr ? mPathElement->Count() : 0; }
+    // The last component's name; empty for a path without components. Valid as long as this path keeps its value.
+    const std::string& Name() const;
+    // The name at `index`, valid likewise; throws kzErrCorrupt for a bad index.
+    const std::string& ItemAt(int32 index) const;
+    // kzErrArgument: null `name` or bad index.
+    KzErr CopyItemAt(int32 index, std::string* name) const;
+    // The up dirs at the path's front.
+    int32 CountUpDir() const;
+
+    // ---- Editing ----
+
+    // Adds a name. "." changes nothing; ".." and the empty name take away a name before them, or else stay as an up
+    // dir. Throws kzErrArgument (no path, null path, null name) or kzErrMemoryFull.
+    void Append(const std::string& name);
+    void Append(const char* name);
+    // Adds every component of a relative path. Throws kzErrArgument for others, and when either is no path.
+    void Append(const PathRef& relative);
+    void AppendUpDir() { Append(std::string()); }
+    // Gives component `index` exactly this name and keeps those behind it. Throws kzErrArgument (no path, bad index,
+    // null name), kzErrMemoryFull.
+    void Replace(int32 index, const std::string& name);
+    void Replace(int32 index, const char* name);
+    // Not a path for a path without components.
+    PathRef GetParentDirectory() const;
+
+    // ---- Text, by format name ----
+
+    // The text, kept in this object until the next call or its end; throws what ConvertToString returns.
+    const std::string& ToString(const char* format) const;
+    // kzErrArgument: null argument, a null path, or in "pathref_commandline" a path without components or not
+    // valid; kzErrNotSupported: unknown format. A network path and not a path give the not-a-path text.
+    KzErr ConvertToString(std::string* text, const char* format) const;
+
+    static const char* StringDisplay() { return "pathref_display"; }
+    static const char* StringCommandLine() { return "pathref_commandline"; }
+    static const char* StringPlatformIndependent() { return "pathref_platformindependent"; }
+    static const char* StringPlatformAgnostic() { return "pathref_platformagnostic"; }
+    static const char* StringDOS() { return "pathref_dos"; }
+    static const char* StringUnix() { return "pathref_unix"; }
+
+    // The texts that stand for not a path and for a path too long to print; set at start-up, empty until then.
+    static void SetNotAPathString(const std::string& text);
+    static void SetPathTooLongString(const std::string& text);
+
+    // ---- Named locations ----
+
+    static const char* ApplicationPath() { return "os_app"; }
+    static const char* TempDir() { return "os_temp"; }
+    static const char* PreferenceDir() { return "os_pref"; }
+    static const char* DocumentsDir() { return "os_doc"; }
+    // Stores this path under `name`; kzErrArgument if the name is taken (or null), kzErrMemoryFull.
+    KzErr AssignToName(const char* name) const;
+
+    // ---- Relations ----
+
+    static bool NameEquals(const std::string& a, const std::string& b, ComparePolicy policy);
+    static int32 NameCompare(const std::string& a, const std::string& b, ComparePolicy policy);
+    bool Equals(const PathRef& other, ComparePolicy policy) const;
+    // 0 for equal paths. Otherwise the sign is the order, and the size is 1 + the number of leading components in
+    // common; a path without components gives the difference of the counts.
+    int32 Compare(const PathRef& other, ComparePolicy policy) const;
+    // True if this path hangs from `base`.
+    bool StartsWith(PathBase base) const;
+    bool StartsWith(int base) const { return StartsWith(static_cast<PathBase>(base)); }
+
+    // ---- The file system ----
+
+    bool Exists() const;
+    bool IsAFile() const;
+    bool IsADirectory() const;
+    // True for what is neither file, folder nor link. False for a relative path and one without components.
+    bool IsSpecial() const;
+
+    // ---- Checks ----
+
+    // True for an absolute or relative path.
+    bool IsValid() const;
+    // Not a path is sane. With `quick` only the element's place is checked. Reports what it finds wrong.
+    bool IsSane(bool quick) const;
+
+    // ---- The element's cache (PathCache.h), shared by all copies of the path ----
+
+    // Takes ownership of `item` on success; null removes the entry. kzErrArgument for no path or null key,
+    // kzErrMemoryFull.
+    KzErr Cache(const char* key, CachedItem* item) const;
+    // The value of a live item of ItemClass under `key`, else T(). `*found` (may be null) says which; `*holder` (may
+    // be null) becomes the path that held it, or not a path.
+    template <typename T, typename ItemClass>
+    T GetCached(const char* key, bool* found, SearchDirection direction, PathRef* holder) const;
+    // Removes what depends on the file's metadata and what has expired; the bytes given back.
+    uInt64 FlushCache() const;
+    // Guards every cached item once it was taken.
+    static ThMutex GetCacheMutex();
+
+    // ---- Class-wide ----
+
+    // "debug" and "nodebug" (keep each path's display text at hand for a debugger), "utf8" and "sysenc" (how paths
+    // are flattened); others are ignored.
+    static void Setting(const char* text);
+    // Frees unused blocks of the tree (method 1), and also reports elements held by paths (2); 0 only counts. The
+    // bytes reclaimed.
+    static uInt64 GarbageCollect(int32 method);
+    // The bytes that this path accounts for: its own and its share of the tree.
+    double MemorySize() const;
+
+    // Start and stop, by the path service. Init runs once until UnInit; later calls give its result again.
+    static KzErr Init();
+    static KzErr UnInit();
+
+    // Internal: changes the element. The old one is released; `element` gains a reference or brings one along.
+    void AssignElement(PathItemElement* element, PathItemRefAssignOp op, bool alreadyLocked);
+    PathItemElement* Element() const { return mPathElement; }
+
+private:
+    using CacheVisitor = void (*)(CachedItem* item, void* context);
+
+    static void ReleaseElement(PathItemElement* element, bool alreadyLocked);
+    void CopySlowly(const PathRef& other) noexcept;
+    void DropText() noexcept;
+    std::string& EnsureCache() const;
+    [[noreturn]] void ClearAndThrow(KzErr err, const char* text, int line);
+    PathItemElement* FindItem(int32 index) const;
+    KzErr ReadFrom(WidePathFormat::PathFormatReader& reader);
+    KzErr ReadDisplayText(const std::string& text);
+    KzErr ToStringNoThrowCore(std::string* text, const char* key, PathTextFormat& format) const;
+    void MakeText(std::string* text, PathTextFormat& format) const;
+    bool VisitCached(const char* key, const char* className, SearchDirection direction, PathRef* holder,
+                     CacheVisitor visit, void* context) const;
+    bool KnownAbsent() const;
+
+    PathItemElement* mPathElement = nullptr;  // one reference is this object's
+    mutable std::string* mText = nullptr;     // owned; what ToString returned last
+};
+
+inline PathRef::PathRef(const PathRef& other) noexcept
+{
+    if (kz::gPathState.load(std::memory_order_relaxed) != kz::kPathsRun) {
+        CopySlowly(other);
+    } else if (other.mPathElement != nullptr) {
+        mPathElement = other.mPathElement;
+        mPathElement->AddReference();
+    }
+}
+
+inline PathRef::~PathRef()
+{
+    if (mPathElement != nullptr && (kz::gPathState.load(std::memory_order_relaxed) & kz::kPathsRun) != 0 &&
+        !mPathElement->DropIfShared()) {
+        ReleaseElement(mPathElement, false);
+    }
+    if (mText != nullptr) {
+        DropText();
+    }
+}
+
+// Equal under kComparePlatform.
+inline bool operator==(const PathRef& a, const PathRef& b)
+{
+    return a.Element() == b.Element() || a.Equals(b, PathRef::kComparePlatform);
+}
+
+// Appends the display text; "<path too long>" above 252 bytes, and the error where it can't be made.
+KZ_EXPORT void ToDebugStream(DebugStream& stream, const PathRef& path);
+
+namespace kz {
+
+// Places the three texts of the path layer in static storage, where they are not placed yet.
+void PlacePathRefStrings();
+// The text that stands for not a path.
+const std::string& NotAPathText();
+const std::string& EmptyPathName();
+
+}  // namespace kz
+
+#endif

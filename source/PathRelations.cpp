@@ -1,0 +1,162 @@
+// How two paths relate. A component chain can only be walked from its end to the root, and two chains that meet stay
+// together from there; so the chains are cut to one length and walked in step until they meet.
+#include "PathRelations.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "PathItemStorage.h"
+#include "PathRef.h"
+#include "Report.h"
+#include "StringUtils.h"
+
+namespace {
+
+constexpr char kModule[] = "source/PathRelations";
+
+bool IsExact(PathRef::ComparePolicy policy)
+{
+    if (policy < PathRef::kComparePlatform || policy > PathRef::kCompareLexical) {
+        KZ_REPORT(kDbgWarning, 0x61BF3A90) << "Unexpected PathRef::ComparePolicy";
+    }
+    return policy == PathRef::kCompareExact;
+}
+
+// The place of a path's base in the order of bases: network, absolute, relative, others.
+int32 BaseRank(const PathRef& path)
+{
+    return path.StartsWith(PathRef::kUNC)        ? 0
+           : path.StartsWith(PathRef::kAbsolute) ? 1
+           : path.StartsWith(PathRef::kRelative) ? 2
+                                                 : 3;
+}
+
+int32 Sign(int32 value)
+{
+    return value < 0 ? -1 : value > 0;
+}
+
+// The ancestor of this count, or null in a chain whose counts are wrong.
+const PathItemElement* AncestorOfCount(const PathItemElement* at, int32 count)
+{
+    while (at != nullptr && at->Count() > count) {
+        at = at->Parent();
+    }
+    return at;
+}
+
+}  // namespace
+
+namespace kz {
+
+CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathRef::ComparePolicy policy)
+{
+    const int32 n = std::min(a.Count(), b.Count());
+    const PathItemElement* const shorter = a.Count() >= b.Count() ? &b : &a;
+    CommonPrefix result{kzErrNone, n, 0, shorter};
+    if (n == 0) {
+        result.comparison = a.Count() == b.Count() ? 0 : a.Count() > 0 ? 1 : -1;
+        result.element = a.Count() > 0 ? &b : &a;
+        return result;
+    }
+    const PathItemElement* atA = AncestorOfCount(&a, n);
+    const PathItemElement* atB = AncestorOfCount(&b, n);
+    // The last difference met on the way up is the first one of the paths.
+    while (atA != nullptr && atB != nullptr && atA != atB && atA->Count() > 0) {
+        const int32 difference = PathRef::NameCompare(atA->Name(), atB->Name(), policy);
+        if (difference != 0) {
+            result.count = atA->Count() - 1;
+            result.comparison = Sign(difference);
+            result.element = atA->Parent();
+        }
+        atA = atA->Parent();
+        atB = atB->Parent();
+    }
+    if (atA == nullptr || atB == nullptr) {
+        KZ_REPORT(kDbgWarning, 0xAD7C05E6) << "Corrupt Path";
+        return {kzErrCorrupt, 0, 0, nullptr};
+    }
+    if (atA != atB) {
+        return {kzErrArgument, 0, 0, nullptr};  // different bases
+    }
+    return result;
+}
+
+}  // namespace kz
+
+bool PathRef::NameEquals(const std::string& a, const std::string& b, ComparePolicy policy)
+{
+    return IsExact(policy) ? a == b : StringUtils::CaseInsensitiveEqual(a, b);
+}
+
+int32 PathRef::NameCompare(const std::string& a, const std::string& b, ComparePolicy policy)
+{
+    return IsExact(policy) ? Sign(a.compare(b)) : StringUtils::CaseInsensitiveCompare(a, b);
+}
+
+bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const
+{
+    const PathItemElement* a = mPathElement;
+    const PathItemElement* b = other.mPathElement;
+    if (a == b) {
+        return true;
+    }
+    if (a == nullptr || b == nullptr || a->Count() != b->Count()) {
+        return false;
+    }
+    for (; a != nullptr && b != nullptr && a != b; a = a->Parent(), b = b->Parent()) {
+        if (!NameEquals(a->Name(), b->Name(), policy)) {
+            return false;
+        }
+    }
+    return a == b;
+}
+
+bool PathRef::StartsWith(PathBase base) const
+{
+    if (mPathElement == nullptr) {
+        return base == kNotAPath;
+    }
+    if (base < 0 || base >= PathItemStorage::kBaseCount) {
+        return false;
+    }
+    const PathItemElement* const wanted = PathItemStorage::Standard(base);
+    const PathItemElement* const root = mPathElement->Root();
+    // By name too: a base that was replaced in the table still roots the paths made before.
+    return wanted != nullptr && (root == wanted || NameEquals(root->Name(), wanted->Name(), kCompareExact));
+}
+
+int32 PathRef::Compare(const PathRef& other, ComparePolicy policy) const
+{
+    if (mPathElement == other.mPathElement) {
+        return 0;
+    }
+    if (mPathElement == nullptr) {
+        return 1;
+    }
+    if (other.mPathElement == nullptr) {
+        return -1;
+    }
+    if (mPathElement->Root() != other.mPathElement->Root()) {
+        const int32 rank = BaseRank(*this);
+        const int32 otherRank = BaseRank(other);
+        if (rank != otherRank || rank == 3) {
+            const bool ordered = policy == kCompareExact || policy == kCompareLexical;
+            return ordered && rank > otherRank ? 1 : -1;
+        }
+    }
+    const int32 count = ItemCount();
+    const int32 otherCount = other.ItemCount();
+    if (count == 0 || otherCount == 0) {
+        return count - otherCount;
+    }
+    const kz::CommonPrefix common = kz::FindCommonPrefix(*mPathElement, *other.mPathElement, policy);
+    if (common.err != kzErrNone || common.element == nullptr) {
+        return -1;
+    }
+    if (common.count == count && count == otherCount) {
+        return 0;
+    }
+    const bool isLess = (count < otherCount && common.count == count) || common.comparison < 0;
+    return isLess ? -(common.count + 1) : common.count + 1;
+}
