@@ -1,0 +1,57 @@
+#include "ResFileFactory.h"
+
+#include "CfgAccess.h"
+#include "KzErr.h"
+#include "ResourceFormat.h"
+#include "zvresfile.h"
+
+namespace {
+
+// A counted string: 25 characters.
+constexpr unsigned char kWeakValidationToken[] = "\031UseWeakRsrcFileValidation";
+static_assert(sizeof kWeakValidationToken == 1 + 25 + 1);
+
+}  // namespace
+
+KzErr ResFileFactory::ROpenPath(const PathRef& path, int32 mode, ResFile** out, _FMFileType* type,
+                                _FMFileCreator* creator)
+{
+    return ZVResFile::ROpenPath(path, mode, out, type, creator);
+}
+
+KzErr ResFileFactory::ROpenFileref(File_t file, int32 mode, ResFile** out, _FMFileType* type, _FMFileCreator* creator)
+{
+    return ZVResFile::ROpenFileref(file, mode, out, type, creator);
+}
+
+KzErr ResFileFactory::ROpenMemFile(const unsigned char* data, unsigned long size, ResFile** out, _FMFileType* type,
+                                   _FMFileCreator* creator)
+{
+    return ZVResFile::ROpenMemFile(data, size, out, type, creator);
+}
+
+KzErr ResFileFactory::ROpenMemFile(UHandle handle, int32 mode, ResFile** out, _FMFileType* type,
+                                   _FMFileCreator* creator)
+{
+    return ZVResFile::ROpenMemFile(handle, mode, out, type, creator);
+}
+
+KzErr ResFileFactory::RGetIndInfo(const ResFile* file, _ResourceType type, int32 index, int32* id, int32* attrs,
+                                  unsigned char* name)
+{
+    const ZVResFile* known = dynamic_cast<const ZVResFile*>(file);
+    return known != nullptr ? known->RGetIndInfo(type, index, id, attrs, name) : kzErrResFileNotOpen;
+}
+
+KzErr ResFileFactory::InitResourceMgr()
+{
+    int32 weak = 0;
+    CfgGetDefault(kz::FourCharCode("Bool"), kWeakValidationToken, &weak);
+    kz::SetWeakRsrcFileValidation(weak != 0);
+    return kz::CreateResourceLock();
+}
+
+void ResFileFactory::UninitResourceMgr()
+{
+    kz::DestroyResourceLock();
+}

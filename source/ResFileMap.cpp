@@ -1,0 +1,122 @@
+#include "ResFileMap.h"
+
+#include <new>
+
+#include "Report.h"
+
+namespace {
+
+constexpr char kModule[] = "source/ResFileMap";
+
+}  // namespace
+
+NULLResFile* NULLResFile::Instance()
+{
+    static NULLResFile* const instance = new NULLResFile;  // never destroyed: calls may come after a stop
+    return instance;
+}
+
+NULLResource* NULLResource::Instance()
+{
+    static NULLResource* const instance = new NULLResource;  // never destroyed: calls may come after a stop
+    return instance;
+}
+
+KzErr NULLResource::RRelease()
+{
+    KZ_REPORT(kDbgWarning, 0x2A74E8D9) << "Releasing a non-resource";
+    return kzErrResNotFound;
+}
+
+ResFileMap::~ResFileMap()
+{
+    int32 count = 0;
+    CookieList refnums;
+    if (GetNumCookies(&count) != kzErrNone || GetCookieList(&refnums) != kzErrNone) {
+        KZ_REPORT(kDbgWarning, 0x9D03B65F) << "ResFileMap::~ResFileMap. Bad Cookie Jar()";
+    }
+    if (count != 0) {
+        KZ_REPORT(kDbgWarning, 0x587CA1E4) << "The Resource Manager is being shut down with open files!";
+    }
+    for (int32 i = 0; i < refnums.GetCount(); ++i) {
+        RemoveRefnum(refnums.GetCookie(i));
+    }
+    Uninit();
+}
+
+RsrcFile ResFileMap::Record(ResClassStorage::Kind kind, ResChain* object)
+{
+    ResClassStorage* storage = new (std::nothrow) ResClassStorage{kind, object};
+    if (storage == nullptr) {
+        return 0;
+    }
+    const RsrcFile refnum = NewCookie(storage);
+    if (refnum == 0) {
+        delete storage;
+    }
+    return refnum;
+}
+
+ResClassStorage* ResFileMap::Find(RsrcFile refnum) const
+{
+    ResClassStorage* storage = nullptr;
+    return GetCookieInfo(refnum, &storage) == kzErrNone ? storage : nullptr;
+}
+
+void ResFileMap::SetResFile(RsrcFile refnum, ResFile* file)
+{
+    if (ResClassStorage* storage = Find(refnum)) {
+        storage->object = file;
+    }
+}
+
+ResChain* ResFileMap::RemoveRefnum(RsrcFile refnum)
+{
+    ResClassStorage* storage = nullptr;
+    if (DisposeCookie(refnum, &storage) != kzErrNone || storage == nullptr) {
+        return nullptr;
+    }
+    ResChain* object = storage->object;
+    delete storage;
+    return object;
+}
+
+ResChain* ResFileMap::GetResFileBase(RsrcFile refnum) const
+{
+    const ResClassStorage* storage = Find(refnum);
+    return storage != nullptr ? storage->object : nullptr;
+}
+
+ResChain* ResFileMap::GetResBase(RsrcFile refnum) const
+{
+    ResChain* object = GetResFileBase(refnum);
+    return object != nullptr ? object : NULLResFile::Instance();
+}
+
+ResFile* ResFileMap::GetResFilePtr(RsrcFile refnum) const
+{
+    const ResClassStorage* storage = Find(refnum);
+    return storage != nullptr && storage->kind == ResClassStorage::kFile ? static_cast<ResFile*>(storage->object)
+                                                                         : nullptr;
+}
+
+ResFile* ResFileMap::GetResFile(RsrcFile refnum) const
+{
+    ResFile* file = GetResFilePtr(refnum);
+    return file != nullptr ? file : NULLResFile::Instance();
+}
+
+Resource* ResFileMap::GetResourceNoCache(UHandle handle) const
+{
+    CookieList refnums;
+    if (handle == nullptr || GetCookieList(&refnums) != kzErrNone) {
+        return nullptr;
+    }
+    for (int32 i = 0; i < refnums.GetCount(); ++i) {
+        Resource* resource = nullptr;
+        if (GetResBase(refnums.GetCookie(i))->GetResourceForHandle(handle, &resource) == kzErrNone) {
+            return resource;
+        }
+    }
+    return nullptr;
+}

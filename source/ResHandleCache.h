@@ -1,0 +1,91 @@
+// The last two pairs of a handle and its Resource, for calls that start from a handle.
+//
+// One thread at a time records and looks up. Any thread may forget, as files die on any: it only clears handles, which
+// empties slots and never mixes two pairs, so relaxed atomics are enough.
+#ifndef KZCORE_RESHANDLECACHE_H
+#define KZCORE_RESHANDLECACHE_H
+
+#include <atomic>
+
+#include "KZTypes.h"
+
+class Resource;
+
+namespace kz {
+
+class ResHandleCache {
+public:
+    // The resource of a recorded handle. Null: none is recorded, or the handle is null.
+    Resource* Find(UHandle handle)
+    {
+        ++mLookups;
+        for (Slot& slot : mSlots) {
+            if (handle != nullptr && slot.handle.load(std::memory_order_relaxed) == handle) {
+                ++mHits;
+                mLastHit = true;
+                return slot.resource.load(std::memory_order_relaxed);
+            }
+        }
+        mLastHit = false;
+        return nullptr;
+    }
+
+    // Puts a pair first; the first one moves to the second place.
+    void Record(UHandle handle, Resource* resource)
+    {
+        if (mSlots[0].handle.load(std::memory_order_relaxed) == handle) {
+            mSlots[0].resource.store(resource, std::memory_order_relaxed);
+            return;
+        }
+        mSlots[1].Set(mSlots[0].handle.load(std::memory_order_relaxed),
+                      mSlots[0].resource.load(std::memory_order_relaxed));
+        mSlots[0].Set(handle, resource);
+    }
+
+    // Empties the slots of a resource that dies.
+    void Forget(const Resource* resource)
+    {
+        for (Slot& slot : mSlots) {
+            if (slot.resource.load(std::memory_order_relaxed) == resource) {
+                slot.handle.store(nullptr, std::memory_order_relaxed);
+            }
+        }
+    }
+
+    void Clear()
+    {
+        for (Slot& slot : mSlots) {
+            slot.handle.store(nullptr, std::memory_order_relaxed);
+        }
+    }
+
+    uInt32 Lookups() const { return mLookups; }
+    uInt32 Hits() const { return mHits; }
+    // Whether the last lookup found its handle.
+    bool LastHit() const { return mLastHit; }
+
+private:
+    struct Slot {
+        std::atomic<UHandle> handle{nullptr};  // null: the slot is empty
+        std::atomic<Resource*> resource{nullptr};
+
+        void Set(UHandle newHandle, Resource* newResource)
+        {
+            handle.store(nullptr, std::memory_order_relaxed);
+            resource.store(newResource, std::memory_order_relaxed);
+            handle.store(newHandle, std::memory_order_relaxed);
+        }
+    };
+
+    Slot mSlots[2];
+    uInt32 mLookups = 0;
+    uInt32 mHits = 0;
+    bool mLastHit = false;
+};
+
+// The one of the process.
+inline constinit ResHandleCache gResHandleCache;
+
+}  // namespace kz
+
+#endif

@@ -1,0 +1,60 @@
+// The bytes behind a loaded resource: in a handle of their own, or in memory that the file's source owns.
+#ifndef KZCORE_RESOURCEDATA_H
+#define KZCORE_RESOURCEDATA_H
+
+#include <atomic>
+
+#include "KZTypes.h"
+
+// The slots stand in this order, the destructor pair first. Any thread may read; ReleaseData is the owner's.
+class ResourceData {
+public:
+    virtual ~ResourceData();
+
+    // Forgets the bytes, and a handle given out, which the caller of GetSharedDSHandle then owns.
+    virtual void ReleaseData() = 0;
+    virtual int32 GetSize() const = 0;
+    virtual const unsigned char* GetDataPtr() const = 0;
+    // A handle with the bytes, owned here; the same each time. Null when there is none or memory is full.
+    virtual UHandle GetSharedDSHandle() const = 0;
+    // Whether the handle is the one that GetSharedDSHandle gives; false for null.
+    virtual bool ContainsHandle(UHandle handle) const = 0;
+};
+
+// Owns a handle and disposes it.
+class DSHandleResource final : public ResourceData {
+public:
+    explicit DSHandleResource(UHandle handle) : mHandle(handle) {}
+    ~DSHandleResource() override;
+
+    void ReleaseData() override { mHandle = nullptr; }
+    int32 GetSize() const override;
+    const unsigned char* GetDataPtr() const override { return mHandle ? *mHandle : nullptr; }
+    UHandle GetSharedDSHandle() const override { return mHandle; }
+    bool ContainsHandle(UHandle handle) const override { return handle != nullptr && handle == mHandle; }
+
+private:
+    UHandle mHandle;
+};
+
+// Bytes that stay where they are; copied into a handle only when one is asked for.
+class MappedResource final : public ResourceData {
+public:
+    // `data` must stay valid and unchanged as long as this object uses it.
+    MappedResource(const unsigned char* data, int32 size) : mData(data), mSize(size) {}
+    ~MappedResource() override;
+
+    void ReleaseData() override;
+    int32 GetSize() const override { return mSize; }
+    const unsigned char* GetDataPtr() const override { return mData; }
+    UHandle GetSharedDSHandle() const override;
+    bool ContainsHandle(UHandle handle) const override;
+
+private:
+    const unsigned char* mData;
+    int32 mSize;
+    // Two threads may ask for the first copy at once: the one that stores it wins, acquire and release order its bytes.
+    mutable std::atomic<UHandle> mShared{nullptr};
+};
+
+#endif
