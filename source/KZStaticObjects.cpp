@@ -1,0 +1,17 @@
+#include "KZStaticObjects.h"
+
+#include "Endianizer.h"
+#include "PathRef.h"
+
+void kz::PlaceStaticObjects()
+{
+    PlaceEndianizers();
+    PlacePathRefStrings();
+}
+
+namespace {
+
+// Runs while the library loads. Load-time code of other files that runs earlier gets each object from its accessor.
+[[maybe_unused]] const bool gPlacedAtLoad = (kz::PlaceStaticObjects(), true);
+
+}  // namespace
