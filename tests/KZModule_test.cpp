@@ -1,0 +1,190 @@
+#include "KZModule.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "DebugStream.h"
+#include "Endianizer.h"
+#include "FileManager.h"
+#include "MemoryManager.h"
+#include "PathManager.h"
+#include "ResourceManager.h"
+#include "ServiceRegistry.h"
+#include "StringUtils.h"
+#include "ThAtomic.h"
+#include "ThEvent.h"
+#include "ThMutex.h"
+#include "UnixUserUtil.h"
+#include "support/ReportCatcher.h"
+#include "support/TestHost.h"
+
+namespace {
+
+using kztest::ReportCatcher;
+using kztest::RunningLibrary;
+using kztest::TestHost;
+
+template <typename Service>
+bool Exists()
+{
+    return KZSingleton_T<Service>::M_instPtr.load() != nullptr;
+}
+
+TEST(KZApp, QueriesFallBackToTheStoredInterface)
+{
+    TestHost stored;
+    TestHost given;
+    given.apiVersion = 11;
+    given.editorVersion = 12;
+    given.isTopLevel = 0;
+    given.isBoundApp = given.isRunTime = given.isFullFeatureRunTime = 1;
+    const auto ask = [](IKZApp* app) {
+        return std::vector<uInt32>{
+            KZGetAppAPIVersion(app),
+            KZGetAppEditorVersion(app),
+            static_cast<uInt32>(KZGetIsTopLevel(app)),
+            static_cast<uInt32>(KZGetIsBoundApp(app)),
+            static_cast<uInt32>(KZGetIsRunTime(app)),
+            static_cast<uInt32>(KZGetIsFullFeatureRunTime(app)),
+        };
+    };
+    EXPECT_EQ(KZApp(), nullptr);
+    EXPECT_EQ(ask(nullptr), (std::vector<uInt32>{0, 0, 0, 0, 0, 0}));
+    KZAppInterfaceSet(&stored);
+    EXPECT_EQ(KZApp(), &stored);
+    EXPECT_EQ(ask(nullptr), (std::vector<uInt32>{0x01008000, 0x01008000, 1, 0, 0, 0}));
+    EXPECT_EQ(ask(&given), (std::vector<uInt32>{11, 12, 0, 1, 1, 1}));
+    KZAppInterfaceSet(nullptr);
+    EXPECT_EQ(KZApp(), nullptr);
+}
+
+TEST(KZModule, StartsStopsAndStartsAgain)
+{
+    ReportCatcher reports;
+    for (int round = 0; round < 3; ++round) {
+        RunningLibrary library;
+        ASSERT_EQ(library.baseResult, 0);
+        EXPECT_TRUE(Exists<FileManager_Service>());
+        EXPECT_TRUE(Exists<ResourceManager_Service>());
+        UHandle handle = DSNewHandle(8);
+        EXPECT_EQ(DSDisposeHandle(handle), 0);
+        EXPECT_TRUE(BigEndianizer()->IsSwapping());
+    }
+    EXPECT_FALSE(Exists<FileManager_Service>());
+    EXPECT_FALSE(Exists<ResourceManager_Service>());
+    EXPECT_FALSE(Exists<MemoryManager_Service>());
+    EXPECT_TRUE(BigEndianizer()->IsSwapping());  // placed again after the stop
+    EXPECT_FALSE(NativeEndianizer()->IsSwapping());
+}
+
+TEST(KZModule, CallsOutOfTurnChangeNothing)
+{
+    ReportCatcher reports;
+    EXPECT_EQ(UninitKZCoreAppSupport(), 0);
+    EXPECT_EQ(UninitKZCoreBase(), 0);
+    EXPECT_FALSE(Exists<ResourceManager_Service>());
+    {
+        RunningLibrary library;
+        EXPECT_EQ(InitKZCoreBase(), kzErrArgument);
+        EXPECT_EQ(InitKZCoreAppSupport(), 0);  // adds no reference: one stop ends the service
+        EXPECT_EQ(UninitKZCoreAppSupport(), 0);
+        EXPECT_FALSE(Exists<ResourceManager_Service>());
+        EXPECT_EQ(UninitKZCoreAppSupport(), 0);
+        EXPECT_EQ(UninitKZCoreBase(), 0);
+        EXPECT_FALSE(Exists<FileManager_Service>());
+        EXPECT_EQ(UninitKZCoreBase(), 0);
+    }
+    RunningLibrary again;
+    EXPECT_EQ(again.baseResult, 0);
+}
+
+// Collects the names of needs.
+class NameList final : public IServiceDependencyList {
+public:
+    void Add(IServiceObject* service) override
+    {
+        names += names.empty() ? "" : " ";
+        names += service->GetName();
+    }
+    std::string names;
+};
+
+TEST(KZModule, ServicesHaveTheirNamesAndNeeds)
+{
+    RunningLibrary library;
+    const struct {
+        IServiceObject* service;
+        const char* name;
+        const char* needs;
+    } cases[] = {
+        {DebugStreamService(), "DebugStream_Service", ""},
+        {ThEventService(), "ThEvent", ""},
+        {StringUtilsLocaleCacheService(), "StringUtilsLocaleCache", ""},
+        {ThMutexService(), "ThMutex", "ThEvent"},
+        {ProtectedAtomicOperationsService(), "ProtectedAtomicOperations", "ThMutex"},
+        {UnixUserUtilService(), "UnixUserUtil", "ThMutex"},
+        {MemoryManagerService(), "MemoryManager", "ThMutex ProtectedAtomicOperations"},
+        {PathManagerService(), "PathManager", "MemoryManager UnixUserUtil"},
+        {FileManagerService(), "FileManager", "PathManager UnixUserUtil MemoryManager"},
+        {ResourceManagerService(), "ResourceManager", "MemoryManager PathManager FileManager"},
+    };
+    for (const auto& test : cases) {
+        EXPECT_STREQ(test.service->GetName(), test.name);
+        NameList needs;
+        test.service->GetDependencies(&needs);
+        EXPECT_EQ(needs.names, test.needs) << test.name;
+    }
+}
+
+// Needs everything, and fails to start.
+class Failing_Service final : public RefcountedServiceObject_T<Failing_Service> {
+public:
+    const char* GetName() const override { return "Failing"; }
+    void GetDependencies(IServiceDependencyList* list) const override
+    {
+        list->Add(FileManagerService());
+        list->Add(DebugStreamService());
+    }
+
+protected:
+    KzErr _Init() override { return 77; }
+    KzErr _Uninit() override { return 0; }
+};
+
+TEST(KZModule, AFailedStartUnwindsAndALaterOneWorks)
+{
+    ReportCatcher reports;
+    TestHost host;
+    KZAppInterfaceSet(&host);
+    IServiceObject* services[] = {
+        KZSingleton_T<Failing_Service>::Instance(),
+        FileManagerService(),
+        PathManagerService(),
+        MemoryManagerService(),
+        UnixUserUtilService(),
+        ProtectedAtomicOperationsService(),
+        StringUtilsLocaleCacheService(),
+        ThMutexService(),
+        ThEventService(),
+        DebugStreamService(),
+        nullptr,
+    };
+    IServiceRegistry* const registry = CreateServiceRegistry(services);
+    ASSERT_NE(registry, nullptr);
+    EXPECT_EQ(registry->RunInit(), 77);
+    EXPECT_TRUE(reports.Take(kDbgLog, "ServiceRegistry: Service Failing init failed with error 77"));
+    EXPECT_TRUE(Exists<FileManager_Service>());
+    EXPECT_EQ(registry->RunUninit(), 0);
+    registry->Release();
+    EXPECT_FALSE(Exists<FileManager_Service>());
+    EXPECT_FALSE(Exists<MemoryManager_Service>());
+    EXPECT_EQ(KZSingleton_T<Failing_Service>::Instance()->Uninit(), 0);
+    EXPECT_FALSE(Exists<Failing_Service>());
+
+    RunningLibrary library;
+    EXPECT_EQ(library.baseResult, 0);
+}
+
+}  // namespace

@@ -1,0 +1,168 @@
+#include "PathCache.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "PathTesting.h"
+
+namespace {
+
+using kztest::Describe;
+using kztest::MakePath;
+
+constexpr int32 kHour = 3600 * 1000;
+constexpr auto kMeta = PathCachedItem::kDependsOnMetaData;
+constexpr auto kFree = PathCachedItem::kIndependentOfMetaData;
+
+class PathCacheTest : public kztest::PathTest {
+protected:
+    bool Holds(const PathRef& path, const char* key)
+    {
+        bool found = false;
+        path.GetCached<bool, CachedBool>(key, &found, kSearchThisOnly, nullptr);
+        return found;
+    }
+
+    const PathRef mPath = MakePath(PathRef::kAbsolute, {"a", "b"});
+};
+
+// Counts itself, to show who frees it.
+class CountedItem final : public PathCachedItem {
+public:
+    explicit CountedItem(int* live) : PathCachedItem(kHour), mLive(live) { ++*mLive; }
+    ~CountedItem() override { --*mLive; }
+
+private:
+    int* mLive;
+};
+
+TEST_F(PathCacheTest, OneItemForEachKey)
+{
+    bool found = true;
+    EXPECT_FALSE((mPath.GetCached<bool, CachedBool>("k", &found, kSearchThisOnly, nullptr)));
+    EXPECT_FALSE(found);
+    EXPECT_EQ(mPath.Cache("k", new CachedBool(true, kHour, kFree)), kzErrNone);
+    EXPECT_TRUE((mPath.GetCached<bool, CachedBool>("k", &found, kSearchThisOnly, nullptr)));
+    EXPECT_TRUE(found);
+    // An item of another class takes the first one's place.
+    EXPECT_EQ(mPath.Cache("k", new CachedInt32(7, kHour, kFree)), kzErrNone);
+    EXPECT_FALSE(Holds(mPath, "k"));
+    EXPECT_EQ((mPath.GetCached<int32, CachedInt32>("k", nullptr, kSearchThisOnly, nullptr)), 7);
+    EXPECT_EQ(mPath.Cache("k", nullptr), kzErrNone);
+    EXPECT_EQ((mPath.GetCached<int32, CachedInt32>("k", nullptr, kSearchThisOnly, nullptr)), 0);
+
+    const std::unique_ptr<CachedBool> refused(new CachedBool(true, 0, kFree));
+    EXPECT_EQ(PathRef().Cache("k", refused.get()), kzErrArgument);
+    EXPECT_EQ(mPath.Cache(nullptr, refused.get()), kzErrArgument);
+}
+
+TEST_F(PathCacheTest, ItemsAreFreedOnce)
+{
+    int live = 0;
+    PathRef path = MakePath(PathRef::kAbsolute, {"counted"});
+    EXPECT_EQ(path.Cache("k", new CountedItem(&live)), kzErrNone);
+    EXPECT_EQ(path.Cache("k", new CountedItem(&live)), kzErrNone);
+    EXPECT_EQ(live, 1);
+    EXPECT_EQ(path.Cache("other", new CountedItem(&live)), kzErrNone);
+    path = nullptr;
+    EXPECT_EQ(live, 0);
+}
+
+TEST_F(PathCacheTest, TimeToLive)
+{
+    const CachedBool now(true, 0, kMeta);
+    EXPECT_TRUE(now.Expired());
+    CachedBool later(true, kHour, kFree);
+    EXPECT_FALSE(later.Expired());
+    EXPECT_EQ(later.Rotten(), 0);
+    later.ResetBool(false, -1000);
+    EXPECT_TRUE(later.Expired());
+    EXPECT_GE(later.Rotten(), 1000);
+    EXPECT_FALSE(later.Get());
+    EXPECT_EQ(mPath.Cache("k", new CachedBool(true, 0, kMeta)), kzErrNone);
+    EXPECT_FALSE(Holds(mPath, "k"));
+}
+
+TEST_F(PathCacheTest, ClassesAndSizes)
+{
+    const CachedPathString text("text", kHour, kMeta);
+    const CachedPath path(mPath, kHour, kFree);
+    const PathRefPrivate::CachedPathFlavor flavor(PathRefPrivate::CachedPathFlavor::kDirectory, kHour, kMeta);
+    EXPECT_TRUE(text.IsA("CachedPathString"));
+    EXPECT_TRUE(text.IsA("CachedItem"));
+    EXPECT_FALSE(text.IsA("CachedPath"));
+    EXPECT_FALSE(text.IsA(nullptr));
+    EXPECT_TRUE(path.IsA("CachedPath"));
+    EXPECT_TRUE(text.Invalidate());
+    EXPECT_FALSE(path.Invalidate());
+    EXPECT_EQ(flavor.Get(), PathRefPrivate::CachedPathFlavor::kDirectory);
+    EXPECT_EQ(text.Size(), 24 + static_cast<int32>(text.Get().capacity()));
+    EXPECT_EQ(path.Size(), 40);
+    EXPECT_EQ(CachedBool(true, 0, kMeta).Size(), 16);
+    EXPECT_EQ(CachedInt32(1, 0, kMeta).Size(), 24);
+    EXPECT_EQ(PathCachedItem(0).Size(), 16);
+}
+
+TEST_F(PathCacheTest, LookUpAlongTheTree)
+{
+    const PathRef parent = mPath.GetParentDirectory();
+    PathRef holder(1);
+    EXPECT_EQ(parent.Cache("up", new CachedInt32(1, kHour, kFree)), kzErrNone);
+    EXPECT_EQ((mPath.GetCached<int32, CachedInt32>("up", nullptr, kSearchAncestors, &holder)), 1);
+    EXPECT_EQ(Describe(holder), "0[a]");
+    EXPECT_EQ((mPath.GetCached<int32, CachedInt32>("up", nullptr, kSearchThisOnly, &holder)), 0);
+    EXPECT_EQ(holder.Element(), nullptr);
+    EXPECT_EQ(mPath.Cache("down", new CachedInt32(2, kHour, kFree)), kzErrNone);
+    EXPECT_EQ((PathRef(0).GetCached<int32, CachedInt32>("down", nullptr, kSearchDescendants, &holder)), 2);
+    EXPECT_EQ(Describe(holder), "0[a][b]");
+    // The path that asks may also be the one that gets the answer.
+    PathRef self = mPath;
+    EXPECT_EQ((self.GetCached<int32, CachedInt32>("up", nullptr, kSearchAncestors, &self)), 1);
+    EXPECT_EQ(Describe(self), "0[a]");
+    EXPECT_EQ((PathRef().GetCached<int32, CachedInt32>("up", nullptr, kSearchAncestors, &self)), 0);
+    EXPECT_EQ(self.Element(), nullptr);
+}
+
+TEST_F(PathCacheTest, Flushing)
+{
+    ASSERT_EQ(mPath.Cache("meta", new CachedBool(true, kHour, kMeta)), kzErrNone);
+    ASSERT_EQ(mPath.Cache("free", new CachedBool(true, kHour, kFree)), kzErrNone);
+    ASSERT_EQ(mPath.Cache("old", new CachedBool(true, 0, kFree)), kzErrNone);
+    EXPECT_EQ(mPath.FlushCache(), 2u * (16 + 16));
+    EXPECT_TRUE(Holds(mPath, "free"));
+    EXPECT_FALSE(Holds(mPath, "meta"));
+    ASSERT_EQ(mPath.GetParentDirectory().Cache("x", new CachedInt32(1, kHour, kFree)), kzErrNone);
+    ThMutexAcquire(PathRef::GetCacheMutex());
+    const uInt64 old = mPath.Element()->FlushCore(kFlushOld);
+    const uInt64 all = PathItemStorage::Standard(PathRef::kAbsolute)->FlushCore(kFlushSubtree);
+    ThMutexRelease(PathRef::GetCacheMutex());
+    EXPECT_EQ(old, 0u);
+    EXPECT_EQ(all, (16u + 16 + 48) + (24u + 16 + 48));
+    EXPECT_FALSE(Holds(mPath, "free"));
+    EXPECT_EQ(PathRef().FlushCache(), 0u);
+}
+
+// Items that hold paths are let go under the tree's lock, where their paths must not take it again.
+TEST_F(PathCacheTest, PathsInTheCache)
+{
+    const int64 before = kz::LivePathElementCount();
+    {
+        const PathRef key = MakePath(PathRef::kAbsolute, {"key"});
+        ASSERT_EQ(key.Cache("p", new CachedPath(MakePath(PathRef::kAbsolute, {"only", "here"}), kHour, kMeta)), 0);
+        ASSERT_EQ(key.Cache("q", new CachedPath(MakePath(PathRef::kAbsolute, {"key", "below"}), kHour, kMeta)), 0);
+        EXPECT_EQ(kz::LivePathElementCount(), before + 4);
+        PathRef::Setting("debug");
+        const auto found = key.GetCached<PathRef, CachedPath>("p", nullptr, kSearchThisOnly, nullptr);
+        PathRef::Setting("nodebug");
+        EXPECT_EQ(Describe(found), "0[only][here]");
+        ASSERT_EQ(key.Cache("p", new CachedPath(key, kHour, kMeta)), 0);
+        key.FlushCache();
+        EXPECT_EQ(kz::LivePathElementCount(), before + 3);
+        ASSERT_EQ(key.Cache("r", new CachedPath(MakePath(PathRef::kAbsolute, {"x", "y"}), kHour, kFree)), 0);
+    }
+    EXPECT_EQ(kz::LivePathElementCount(), before);
+    EXPECT_TRUE(kz::PathTreeIsSane());
+}
+
+}  // namespace

@@ -1,0 +1,355 @@
+#include "ServiceRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/ReportCatcher.h"
+
+namespace {
+
+using kztest::ReportCatcher;
+
+struct RegistryRelease {
+    void operator()(IServiceRegistry* registry) const { registry->Release(); }
+};
+using RegistryPtr = std::unique_ptr<IServiceRegistry, RegistryRelease>;
+
+// Writes its starts (+) and stops (-) to a common log.
+class TestService final : public IServiceObject {
+public:
+    KzErr Init() override
+    {
+        *log += "+" + name;
+        return initResult;
+    }
+    KzErr Uninit() override
+    {
+        *log += "-" + name;
+        return uninitResult;
+    }
+    const char* GetName() const override { return name.c_str(); }
+    void GetDependencies(IServiceDependencyList* list) const override
+    {
+        for (IServiceObject* need : needs) {
+            list->Add(need);
+        }
+    }
+
+    std::string name;
+    std::string* log = nullptr;
+    std::vector<IServiceObject*> needs;
+    KzErr initResult = kzErrNone;
+    KzErr uninitResult = kzErrNone;
+};
+
+// Services "a", "b", ... at rising addresses.
+class ServiceRegistryTest : public ::testing::Test {
+protected:
+    ServiceRegistryTest()
+    {
+        for (int i = 0; i < 6; ++i) {
+            services[i].name = std::string(1, static_cast<char>('a' + i));
+            services[i].log = &log;
+        }
+    }
+
+    TestService& Get(char name) { return services[name - 'a']; }
+
+    // "c:ab" makes c need a, then b.
+    void SetNeeds(const std::vector<std::string>& table)
+    {
+        for (const std::string& row : table) {
+            for (char need : row.substr(2)) {
+                Get(row[0]).needs.push_back(&Get(need));
+            }
+        }
+    }
+
+    RegistryPtr Create(const std::string& names)
+    {
+        std::vector<IServiceObject*> list;
+        for (char name : names) {
+            list.push_back(&Get(name));
+        }
+        list.push_back(nullptr);
+        return RegistryPtr(CreateServiceRegistry(list.data()));
+    }
+
+    ReportCatcher reports;
+    std::string log;
+    TestService services[6];
+};
+
+TEST_F(ServiceRegistryTest, CreationOfNullAndEmptyArrays)
+{
+    EXPECT_EQ(CreateServiceRegistry(nullptr), nullptr);
+    RegistryPtr registry = Create("");
+    ASSERT_NE(registry, nullptr);
+    EXPECT_EQ(registry->RunInit(), 0);
+    EXPECT_EQ(registry->RunUninit(), 0);
+    EXPECT_EQ(log, "");
+}
+
+TEST_F(ServiceRegistryTest, StartsByAddressAfterNeedsAndStopsInReverse)
+{
+    const struct {
+        std::vector<std::string> needs;
+        std::string order;
+    } cases[] = {
+        {{}, "abcdef"},
+        {{"a:f"}, "bcdefa"},
+        // d becomes ready by e, and goes before f, which was ready all the time.
+        {{"d:e"}, "abcedf"},
+        {{"a:d", "b:a", "c:ab"}, "dabcef"},
+        {{"a:b", "b:c", "c:d", "d:e", "e:f"}, "fedcba"},
+        // A need that is named twice is counted and met twice.
+        {{"a:bb"}, "bacdef"},
+    };
+    for (const auto& test : cases) {
+        for (TestService& service : services) {
+            service.needs.clear();
+        }
+        SetNeeds(test.needs);
+        RegistryPtr registry = Create("fdbeca");
+        EXPECT_EQ(registry->RunInit(), 0);
+        EXPECT_EQ(registry->RunUninit(), 0);
+        std::string expected;
+        for (char name : test.order) {
+            expected += std::string("+") + name;
+        }
+        for (auto name = test.order.rbegin(); name != test.order.rend(); ++name) {
+            expected += std::string("-") + *name;
+        }
+        EXPECT_EQ(log, expected);
+        log.clear();
+    }
+}
+
+TEST_F(ServiceRegistryTest, NeedsAreMetByWhatAnEarlierRegistryStarted)
+{
+    SetNeeds({"a:f", "b:a"});
+    RegistryPtr first = Create("f");
+    RegistryPtr second = Create("ab");
+    ASSERT_EQ(first->RunInit(), 0);
+    EXPECT_EQ(second->RunInit(), 0);
+    EXPECT_EQ(log, "+f+a+b");
+    EXPECT_EQ(second->RunUninit(), 0);
+    EXPECT_EQ(first->RunUninit(), 0);
+
+    // Once the first has stopped, the need is missing again.
+    RegistryPtr third = Create("ab");
+    log.clear();
+    EXPECT_EQ(third->RunInit(), 0);
+    EXPECT_EQ(log, "");
+    EXPECT_TRUE(reports.Take(kDbgFatal, "ServiceRegistry: Service \"a\" has a dependency \"f\" that does not exist!"));
+}
+
+TEST_F(ServiceRegistryTest, MissingNeedStartsNothing)
+{
+    SetNeeds({"b:a", "c:f"});
+    RegistryPtr registry = Create("abcd");
+    EXPECT_EQ(registry->RunInit(), 0);
+    EXPECT_EQ(registry->RunUninit(), 0);
+    EXPECT_EQ(log, "");
+    EXPECT_TRUE(reports.Take(kDbgFatal, "ServiceRegistry: Service \"c\" has a dependency \"f\" that does not exist!"));
+    EXPECT_EQ(registry->AddService(&Get('f')), 0);
+}
+
+TEST_F(ServiceRegistryTest, CycleStartsWhatWasPlacedBeforeIt)
+{
+    SetNeeds({"b:c", "c:b", "d:c"});
+    RegistryPtr registry = Create("abcde");
+    EXPECT_EQ(registry->RunInit(), 0);
+    EXPECT_TRUE(reports.Take(kDbgFatal, "ServiceRegistry: Service dependencies form a cycle."));
+    EXPECT_FALSE(registry->ContainsService(&Get('a')));
+    EXPECT_EQ(registry->RunUninit(), 0);
+    EXPECT_EQ(log, "+a+e-e-a");
+}
+
+TEST_F(ServiceRegistryTest, FailedStartIsUnwoundOnRequest)
+{
+    Get('e').initResult = 57;
+    RegistryPtr registry = Create("abcde");
+    EXPECT_EQ(registry->RunInit(), 57);
+    EXPECT_TRUE(reports.Take(kDbgLog, "ServiceRegistry: Service e init failed with error 57"));
+    EXPECT_EQ(log, "+a+b+c+d+e");
+    EXPECT_EQ(registry->AddService(&Get('f')), kzErrGeneric);
+    log.clear();
+    EXPECT_EQ(registry->RunUninit(), 0);
+    EXPECT_EQ(log, "-d-c-b-a");
+    EXPECT_EQ(registry->AddService(&Get('f')), 0);
+}
+
+TEST_F(ServiceRegistryTest, FailedStopIsTriedAgainFirst)
+{
+    RegistryPtr registry = Create("abc");
+    ASSERT_EQ(registry->RunInit(), 0);
+    log.clear();
+    Get('b').uninitResult = 58;
+    Get('b').name = std::string(300, 'n');
+    EXPECT_EQ(registry->RunUninit(), 58);
+    EXPECT_TRUE(reports.Take(kDbgLog, "Service " + std::string(127, 'n') + " uninit failed with error 58"));
+    EXPECT_EQ(log, "-c-" + Get('b').name);
+    log.clear();
+    Get('b').uninitResult = 0;
+    Get('b').name = "b";
+    EXPECT_EQ(registry->RunUninit(), 0);
+    EXPECT_EQ(log, "-b-a");
+}
+
+TEST_F(ServiceRegistryTest, AddAndRemoveOnlyWhileOpen)
+{
+    RegistryPtr registry = Create("ab");
+    EXPECT_EQ(registry->AddService(nullptr), kzErrArgument);
+    EXPECT_EQ(registry->AddService(&Get('a')), kzErrArgument);
+    EXPECT_EQ(registry->RemoveService(nullptr), kzErrArgument);
+    EXPECT_EQ(registry->RemoveService(&Get('c')), kzErrArgument);
+    EXPECT_EQ(registry->AddService(&Get('c')), 0);
+    EXPECT_TRUE(registry->ContainsService(&Get('c')));
+    EXPECT_EQ(registry->RemoveService(&Get('a')), 0);
+    EXPECT_FALSE(registry->ContainsService(&Get('a')));
+
+    ASSERT_EQ(registry->RunInit(), 0);
+    EXPECT_EQ(log, "+b+c");
+    EXPECT_EQ(registry->AddService(&Get('d')), kzErrGeneric);
+    EXPECT_EQ(registry->AddService(nullptr), kzErrGeneric);
+    EXPECT_EQ(registry->RemoveService(&Get('b')), kzErrGeneric);
+    EXPECT_FALSE(registry->ContainsService(&Get('d')));
+    EXPECT_TRUE(registry->ContainsService(&Get('b')));
+    EXPECT_EQ(registry->RunUninit(), 0);
+    EXPECT_EQ(registry->RemoveService(&Get('b')), 0);
+}
+
+TEST_F(ServiceRegistryTest, DuplicatesAreReportedAndSkipped)
+{
+    Get('c').name = "a";  // only the object counts, not its name
+    RegistryPtr registry = Create("abac");
+    ASSERT_NE(registry, nullptr);
+    EXPECT_TRUE(
+        reports.Take(kDbgFatal, "ServiceRegistry: A service has already been registered that has the name \"a\"."));
+    EXPECT_EQ(registry->RunInit(), 0);
+    EXPECT_EQ(registry->RunUninit(), 0);
+    EXPECT_EQ(log, "+a+b+a-a-b-a");
+}
+
+TEST_F(ServiceRegistryTest, DependencyListLimits)
+{
+    ServiceDependencyList list;
+    list.Add(nullptr);
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Cannot add null service dependency to dependency list."));
+    for (int i = 0; i < 1025; ++i) {
+        EXPECT_TRUE(reports.TakeAll().empty());
+        list.Add(&services[i % 2]);
+    }
+    EXPECT_TRUE(reports.Take(kDbgFatal, "Too many service dependencies (1024)."));
+    EXPECT_EQ(list.GetCount(), 1024u);
+    EXPECT_EQ(list.Get(1023), &services[1]);
+    EXPECT_EQ(list.Get(1024), nullptr);
+    EXPECT_TRUE(reports.Take(kDbgFatal, "Service dependency index 1024 not in range 0..1024"));
+    list.Clear();
+    EXPECT_EQ(list.GetCount(), 0u);
+}
+
+TEST_F(ServiceRegistryTest, ItemKeepsTheResultAndTimesTheRuns)
+{
+    ServiceRegistryItem item(&Get('a'));
+    Get('a').initResult = 3;
+    EXPECT_EQ(item.RunInit(), 3);
+    EXPECT_EQ(item.RunUninit(), 0);
+    EXPECT_LT(item.GetInitTime(), 60000u);
+    EXPECT_LT(item.GetUninitTime(), 60000u);
+}
+
+// A slot, as a pointer to a virtual member holds it.
+template <typename Member>
+long SlotOf(Member member)
+{
+    long bits[2];
+    static_assert(sizeof member == sizeof bits);
+    __builtin_memcpy(bits, &member, sizeof bits);
+    return (bits[0] - 1) / 8;
+}
+
+TEST(ServiceInterfaces, SlotOrder)
+{
+    EXPECT_EQ(SlotOf(&IServiceObject::Init), 0);
+    EXPECT_EQ(SlotOf(&IServiceObject::Uninit), 1);
+    EXPECT_EQ(SlotOf(&IServiceObject::GetName), 2);
+    EXPECT_EQ(SlotOf(&IServiceObject::GetDependencies), 3);
+    EXPECT_EQ(SlotOf(&IServiceDependencyList::Add), 0);
+    EXPECT_EQ(SlotOf(&IServiceRegistry::RunInit), 0);
+    EXPECT_EQ(SlotOf(&IServiceRegistry::RunUninit), 1);
+    EXPECT_EQ(SlotOf(&IServiceRegistry::Release), 2);
+    EXPECT_EQ(SlotOf(&IServiceRegistry::AddService), 3);
+    EXPECT_EQ(SlotOf(&IServiceRegistry::RemoveService), 4);
+    EXPECT_EQ(SlotOf(&IServiceRegistry::ContainsService), 5);
+}
+
+// What a concrete service adds: the counted start, and the singleton behind it.
+class Counted_Service final : public RefcountedServiceObject_T<Counted_Service> {
+public:
+    Counted_Service() { ++sMade; }
+    ~Counted_Service() override { ++sDestroyed; }
+    const char* GetName() const override { return "Counted"; }
+    void GetDependencies(IServiceDependencyList*) const override {}
+
+    static inline int sMade = 0;
+    static inline int sDestroyed = 0;
+    static inline int sStarts = 0;
+    static inline KzErr sInitResult = 0;
+    static inline KzErr sUninitResult = 0;
+
+protected:
+    KzErr _Init() override
+    {
+        ++sStarts;
+        return sInitResult;
+    }
+    KzErr _Uninit() override { return sUninitResult; }
+};
+
+Counted_Service* CountedService()
+{
+    return KZSingleton_T<Counted_Service>::Instance();
+}
+
+TEST(RefcountedServiceObject, FirstStartAndLastStopCount)
+{
+    Counted_Service::sMade = Counted_Service::sDestroyed = Counted_Service::sStarts = 0;
+    Counted_Service::sInitResult = 31;
+    Counted_Service::sUninitResult = 32;
+    ASSERT_EQ(KZSingleton_T<Counted_Service>::M_instPtr.load(), nullptr);
+    EXPECT_EQ(CountedService(), CountedService());
+    EXPECT_EQ(Counted_Service::sMade, 1);
+
+    EXPECT_EQ(CountedService()->Init(), 31);
+    Counted_Service::sInitResult = 0;
+    EXPECT_EQ(CountedService()->Init(), 31);  // a failed start is not tried again
+    EXPECT_EQ(Counted_Service::sStarts, 1);
+    EXPECT_EQ(CountedService()->Uninit(), 0);
+    EXPECT_EQ(Counted_Service::sDestroyed, 0);
+    EXPECT_EQ(CountedService()->Uninit(), 32);
+    EXPECT_EQ(Counted_Service::sDestroyed, 1);
+    EXPECT_EQ(KZSingleton_T<Counted_Service>::M_instPtr.load(), nullptr);
+
+    EXPECT_EQ(CountedService()->Init(), 0);  // a new object
+    EXPECT_EQ(CountedService()->Uninit(), 32);
+    EXPECT_EQ(Counted_Service::sMade, 2);
+    EXPECT_EQ(Counted_Service::sDestroyed, 2);
+}
+
+TEST(SingletonWithData, IsMadeOnceFromTheFirstArgument)
+{
+    struct Data {
+        explicit Data(unsigned long n) : number(n) {}
+        unsigned long number;
+    };
+    Data* const first = KZSingletonWithData_T<Data>::Instance(7);
+    EXPECT_EQ(KZSingletonWithData_T<Data>::Instance(8), first);
+    EXPECT_EQ(first->number, 7u);
+}
+
+}  // namespace

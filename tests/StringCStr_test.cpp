@@ -1,0 +1,108 @@
+#include "StringCStr.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "JsonLines.h"
+#include "ReportCatcher.h"
+
+namespace {
+
+TEST(StringCStr, Copying)
+{
+    char text[16] = "0123456789";
+    EXPECT_EQ(StrCpy(text, text + 3), text);
+    EXPECT_STREQ(text, "3456789");
+    EXPECT_EQ(StrCat(text, "ab"), 9u);
+    EXPECT_STREQ(text, "3456789ab");
+    char twice[16] = "abc";
+    EXPECT_EQ(StrCat(twice, twice), 6u);
+    EXPECT_STREQ(twice, "abcabc");
+
+    struct Case {
+        const char* src;
+        uInt32 n;
+        const char* result;  // the first 6 bytes of a buffer of "......"
+    };
+    const Case cases[] = {{"ab", 0, "......"}, {"ab", 2, "ab...."}, {"abc", 2, "ab...."}, {"ab", 5, "ab\0\0\0."}};
+    for (const Case& c : cases) {
+        char dst[] = "......";
+        EXPECT_EQ(StrNCpy(dst, c.src, c.n), dst);
+        EXPECT_EQ(std::memcmp(dst, c.result, 6), 0) << c.src << " " << c.n;
+    }
+}
+
+TEST(StringCStr, Searching)
+{
+    const char* text = "a.b.\xE9";
+    EXPECT_EQ(StrChr(text, '.'), text + 1);
+    EXPECT_EQ(StrRChr(text, '.'), text + 3);
+    EXPECT_EQ(StrChr(text, 0xE9), text + 4);
+    EXPECT_EQ(StrChr(text, 0x12E), text + 1) << "the low byte counts";
+    EXPECT_EQ(StrRChr(text, 'z'), nullptr);
+    EXPECT_EQ(StrChr(text, 0), nullptr);
+    EXPECT_EQ(StrRChr(text, 0x100), nullptr);
+    EXPECT_EQ(StrChr(reinterpret_cast<const unsigned char*>(text), '.'),
+              reinterpret_cast<const unsigned char*>(text) + 1);
+
+    struct Case {
+        const char *s, *pattern;
+        KzBool found;
+    };
+    const Case cases[] = {
+        {"", "", 0},         {"", "a", 0},     {"x", "", 1},
+        {" \t", "", 1},      {" \t", "a", 0},  {"my F i\tLE", "file", 1},
+        {"fi le", "i l", 0}, {"aab", "AB", 1}, {"fil e", "filed", 0},
+        {"a b c", "bc", 1},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(StrIStr(c.s, c.pattern), c.found) << c.s << " / " << c.pattern;
+    }
+}
+
+TEST(StringCStr, Classes)
+{
+    const std::string punctuation = "!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}~";
+    for (int c = -256; c < 512; ++c) {
+        const int byte = c & 0xFF;
+        const bool upper = byte >= 'A' && byte <= 'Z';
+        const bool lower = byte >= 'a' && byte <= 'z';
+        ASSERT_EQ(IsAlpha(c), upper || lower) << c;
+        ASSERT_EQ(IsDigit(c), byte >= '0' && byte <= '9') << c;
+        ASSERT_EQ(IsPunct(c), byte != 0 && punctuation.find(static_cast<char>(byte)) != std::string::npos) << c;
+        ASSERT_EQ(IsUpper(c), upper) << c;
+        ASSERT_EQ(IsLower(c), lower) << c;
+        ASSERT_EQ(ToLower(c), upper ? byte + 32 : byte) << c;
+        ASSERT_EQ(ToUpper(c), lower ? byte - 32 : byte) << c;
+    }
+    EXPECT_EQ(HexChar(0x1A), 'A');
+    EXPECT_EQ(HexChar(-1), 'F');
+}
+
+TEST(StringCStr, CharacterSteps)
+{
+    for (const kztest::Json& row : kztest::ReadJsonLines("vectors/utf8.jsonl")) {
+        const std::string& op = row["op"].Str();
+        if (op == "StrNextChar" || op == "StrPrevChar") {
+            const std::string bytes = row["bytes"].Hex();
+            const int32 index = static_cast<int32>(row["index"].Int());
+            const int32 result =
+                op == "StrNextChar" ? StrNextChar(bytes.data(), index) : StrPrevChar(bytes.data(), index);
+            EXPECT_EQ(result, row["result"].Int()) << row.Line();
+        }
+    }
+    EXPECT_EQ(StrNextChar("\xFC", 0), 6);
+    EXPECT_EQ(StrNextChar("\xFE", 0), 1);
+    EXPECT_EQ(StrNextChar("\xFF", 0), 1);
+    EXPECT_EQ(StrNextChar("\x80", 0), 1);
+    EXPECT_EQ(StrPrevChar("a\x80", 2), 1);
+    EXPECT_EQ(StrPrevChar("\x80\x80\x80", 3), 2);
+
+    kztest::ReportCatcher reports;
+    EXPECT_EQ(StrPrevChar("abc", -1), 0);
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Negative index into string in StrPrevChar"));
+}
+
+}  // namespace

@@ -1,0 +1,151 @@
+#include "StringUtils.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "JsonLines.h"
+#include "MemoryManager.h"
+#include "ReportCatcher.h"
+#include "TestHost.h"
+#include "TestStrings.h"
+
+namespace {
+
+using kztest::Json;
+using kztest::LStrHandle;
+using kztest::LStrValue;
+using kztest::PStrBuffer;
+using kztest::PStrValue;
+
+uInt32 HashOf(const Json& row)
+{
+    const std::string& text = row["text"].Str();
+    const bool ignoreCase = row["ignoreCase"].Int() != 0;
+    const unsigned long long length = row["length"].UInt();
+    return length == 0xFFFFFFFF ? StringUtils::Hash(text.c_str(), ignoreCase)
+                                : StringUtils::Hash(text.c_str(), static_cast<uInt32>(length), ignoreCase);
+}
+
+// The paths' tree keeps hashes that are made before the tables are filled, while they are in use, and after.
+TEST(StringUtils, HashIsTheSameBeforeAndAfterTheServiceRuns)
+{
+    const std::vector<Json> rows = kztest::ReadJsonLines("vectors/hashes.jsonl");
+    const auto check = [&](const char* when) {
+        for (const Json& row : rows) {
+            if (row["op"].Str() == "Hash") {
+                EXPECT_EQ(HashOf(row), row["hash"].UInt()) << when << row.Line();
+            }
+        }
+    };
+    check("before: ");
+    EXPECT_EQ(StringUtilsLocaleCacheService()->Init(), 0);
+    check("running: ");
+    EXPECT_EQ(StringUtilsLocaleCacheService()->Uninit(), 0);
+    check("after: ");
+}
+
+TEST(StringUtils, HashForms)
+{
+    EXPECT_EQ(StringUtils::Hash("a", true), StringUtils::Hash("A", false));
+    EXPECT_NE(StringUtils::Hash("a", false), StringUtils::Hash("A", false));
+    const std::string nul("ab\0c", 4);
+    EXPECT_EQ(StringUtils::Hash(nul, false), StringUtils::Hash("ab", false));
+    EXPECT_EQ(StringUtils::Hash("abc", 2, false), StringUtils::Hash("ab", false));
+    EXPECT_EQ(StringUtils::Hash("\xFF", false), 0x0FFFFF0Fu) << "bytes above 0x7F subtract";
+    EXPECT_EQ(StringUtils::Hash(nullptr, false), 0u);
+}
+
+TEST(StringUtils, CaseInsensitive)
+{
+    for (const Json& row : kztest::ReadJsonLines("vectors/text_utilities.jsonl")) {
+        if (row["op"].Str() == "CaseInsensitiveCompare") {
+            EXPECT_EQ(StringUtils::CaseInsensitiveCompare(row["a"].Str(), row["b"].Str()), row["result"].Int())
+                << row.Line();
+            EXPECT_EQ(StringUtils::CaseInsensitiveEqual(row["a"].Str(), row["b"].Str()), row["result"].Int() == 0)
+                << row.Line();
+        }
+    }
+    EXPECT_EQ(StringUtils::CaseInsensitiveCompare("z", "\xE9"), -1) << "bytes are unsigned";
+    const std::string nuls[] = {std::string("a\0b", 3), std::string("A\0C", 3)};
+    EXPECT_EQ(StringUtils::CaseInsensitiveCompare(nuls[0], nuls[1]), -1) << "a NUL ends nothing";
+}
+
+TEST(StringUtils, StartsAndEnds)
+{
+    struct Case {
+        const char *text, *part;
+        bool starts, ends;
+    };
+    const Case cases[] = {{"abc", "ab", true, false}, {"abc", "bc", false, true},  {"abc", "abc", true, true},
+                          {"abc", "", true, true},    {"bc", "abc", false, false}, {"", "", true, true},
+                          {"Abc", "a", false, false}};
+    for (const Case& c : cases) {
+        EXPECT_EQ(StringUtils::StartsWith(c.text, c.part), c.starts) << c.text << " " << c.part;
+        EXPECT_EQ(StringUtils::EndsWith(c.text, c.part), c.ends) << c.text << " " << c.part;
+    }
+    EXPECT_TRUE(StringUtils::StartsWith("ab", 'a') && !StringUtils::StartsWith("", 'a'));
+    EXPECT_TRUE(StringUtils::EndsWith("ab", 'b') && !StringUtils::EndsWith("", 'b'));
+}
+
+TEST(StringUtils, ToNarrow)
+{
+    const std::string text("n\0\xC3\xA9", 4);
+    LStrValue counted(text);
+    LStr* master = counted.Get();
+    const LStr* const* constHandle = const_cast<const LStr* const*>(&master);
+    EXPECT_EQ(StringUtils::ToNarrowString(PStrValue(text)), text);
+    EXPECT_EQ(StringUtils::ToNarrowString(counted.Get()), text);
+    EXPECT_EQ(StringUtils::ToNarrowString(constHandle), text);
+    EXPECT_EQ(StringUtils::ToNarrowString(&master), text);
+    EXPECT_EQ(StringUtils::ToNarrowString(text), text);
+
+    std::string out = "old";
+    EXPECT_EQ(StringUtils::ToNarrowStringNoThrow(static_cast<const unsigned char*>(nullptr), &out), 0);
+    EXPECT_EQ(out, "");
+    out = "old";
+    EXPECT_EQ(StringUtils::ToNarrowStringNoThrow(static_cast<LStr**>(nullptr), &out), 0);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(StringUtils::ToNarrowStringNoThrow(text, &out), 0);
+    EXPECT_EQ(out, text);
+    EXPECT_EQ(StringUtils::ToNarrowStringNoThrow(text, nullptr), kzErrArgument);
+    counted.Get()->cnt = -5;
+    EXPECT_EQ(StringUtils::ToNarrowStringNoThrow(counted.Get(), &out), 0);
+    EXPECT_EQ(out, "");
+}
+
+TEST(StringUtils, ToPStr)
+{
+    PStrBuffer p;
+    StringUtils::ToPStr(std::string(300, 'x'), p);
+    EXPECT_EQ(p.Text(), std::string(255, 'x'));
+    EXPECT_EQ(StringUtils::ToPStrNoThrow("", p), 0);
+    EXPECT_EQ(p.Text(), "");
+    EXPECT_EQ(StringUtils::ToPStrNoThrow("a", nullptr), kzErrArgument);
+    EXPECT_EQ(StringUtils::ToNarrowString(StringUtils::Str255Converter("text").String()), "text");
+}
+
+TEST(StringUtils, ToAndFromHandles)
+{
+    kztest::ReportCatcher reports;
+    kztest::RunningLibrary library;
+    LStrHandle text;
+    EXPECT_EQ(StringUtils::ToLStrHandleNoThrow("", &text.handle), 0);
+    ASSERT_NE(text.handle, nullptr) << "an empty text has a handle too";
+    EXPECT_EQ(text.Text(), "");
+    EXPECT_EQ(StringUtils::ToLStrHandleNoThrow("some text", &text.handle), 0);
+    EXPECT_EQ(text.Text(), "some text");
+    EXPECT_EQ(text.BlockSize(), 13u);
+    EXPECT_EQ(StringUtils::ToLStrHandleNoThrow("x", nullptr), kzErrArgument);
+
+    EXPECT_EQ(StringUtils::ToNarrowString(text.handle, StringUtils::kDoNotDeallocate), "some text");
+    EXPECT_EQ(DSCheckHandle(text.handle), 0);
+    EXPECT_EQ(StringUtils::ToNarrowStringNoThrow(text.handle, nullptr, StringUtils::kDeallocate), kzErrArgument);
+    EXPECT_NE(DSCheckHandle(text.handle), 0) << "disposed on failure too";
+    text.handle = StringUtils::ToLStrHandle("again");
+    EXPECT_EQ(StringUtils::ToNarrowString(text.handle, StringUtils::kDeallocate), "again");
+    EXPECT_NE(DSCheckHandle(text.handle), 0);
+    text.handle = nullptr;
+}
+
+}  // namespace

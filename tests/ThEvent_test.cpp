@@ -1,0 +1,309 @@
+#include "ThEvent.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "PlatformEvent.h"
+#include "ReportCatcher.h"
+#include "TestHost.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long MillisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+// Longer than any wait that ends as it should.
+constexpr int kHang = 60000;
+
+class ThEventTest : public testing::Test {
+protected:
+    ThEventTest() { KZAppInterfaceSet(&mHost); }
+    ~ThEventTest() override { KZAppInterfaceSet(nullptr); }
+
+    static ThEvent MakeEvent(int32 initialState)
+    {
+        ThEvent event = nullptr;
+        EXPECT_EQ(ThEventCreate(&event, nullptr, initialState), kzErrNone);
+        return event;
+    }
+
+    kztest::TestHost mHost;
+    kztest::ReportCatcher mReports;
+};
+
+TEST_F(ThEventTest, KeepsOneSignalForOneWaiter)
+{
+    const ThEvent event = MakeEvent(1);
+    EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kzErrNone);
+    EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kzErrTimeout);
+
+    EXPECT_EQ(ThEventSignal(event), 0);
+    EXPECT_EQ(ThEventSignal(event), 0);
+    EXPECT_EQ(ThEventWait(event), kzErrNone);
+    EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kzErrTimeout);
+
+    EXPECT_EQ(ThEventReset(event), 0);
+    ThEventSignal(event);
+    EXPECT_EQ(ThEventReset(event), 1);
+    EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kzErrTimeout);
+    ThEventDestroy(event);
+}
+
+TEST_F(ThEventTest, TimeOutIsNeverEarly)
+{
+    const ThEvent event = MakeEvent(0);
+    for (const int milliseconds : {1, 15, 30}) {
+        const Clock::time_point start = Clock::now();
+        EXPECT_EQ(ThEventWaitWithTimeout(event, milliseconds), kzErrTimeout);
+        EXPECT_GE(MillisecondsSince(start), milliseconds);
+    }
+    ThEventDestroy(event);
+}
+
+TEST_F(ThEventTest, SignalEndsATimedWait)
+{
+    const ThEvent event = MakeEvent(0);
+    std::thread signaller([&] {
+        while (ThEventSignal(event) == 0) {  // until a waiter was there; a signal kept before that lets it through
+            if (ThEventReset(event) == 0) {
+                return;
+            }
+        }
+    });
+    EXPECT_EQ(ThEventWaitWithTimeout(event, kHang), kzErrNone);
+    signaller.join();
+    ThEventDestroy(event);
+}
+
+TEST_F(ThEventTest, EachSignalLetsOneOfManyWaitersThrough)
+{
+    constexpr int kWaiters = 4;
+    constexpr int kSignals = 2000;
+    const ThEvent event = MakeEvent(0);
+    std::atomic<int> passed{0};
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i) {
+        waiters.emplace_back([&] {
+            for (;;) {
+                EXPECT_EQ(ThEventWait(event), kzErrNone);
+                if (stop) {
+                    return;
+                }
+                ++passed;
+            }
+        });
+    }
+    for (int signal = 1; signal <= kSignals; ++signal) {
+        ThEventSignal(event);
+        while (passed < signal) {
+            std::this_thread::yield();
+        }
+        ASSERT_EQ(passed, signal);
+    }
+    stop = true;
+    for (int i = 0; i < kWaiters; ++i) {
+        ThEventSignal(event);
+        while (ThEventReset(event) != 0) {  // not consumed yet: put it back for the next look
+            ThEventSignal(event);
+            std::this_thread::yield();
+        }
+    }
+    for (std::thread& waiter : waiters) {
+        waiter.join();
+    }
+    ThEventDestroy(event);
+}
+
+// A signaller and a waiter set off at the same moment, round after round, so that the signal often falls between the
+// waiter's look at the event and its sleep. A wake-up that is lost runs into the wait's limit.
+TEST_F(ThEventTest, NoWakeUpIsLost)
+{
+    constexpr int kRounds = 100000;
+    const ThEvent event = MakeEvent(0);
+    std::atomic<int> started{0};
+    std::atomic<int> passed{0};
+    int handedOver = 0;  // ordered by the signals
+    const auto waitFor = [](const std::atomic<int>& counter, int value) {
+        for (int tries = 0; counter < value; ++tries) {
+            if (tries > 1000) {
+                std::this_thread::yield();
+            }
+        }
+    };
+    const auto dawdle = [](int steps) {
+        for (std::atomic<int> step{0}; step < steps; ++step) {
+        }
+    };
+    std::thread waiter([&] {
+        for (int round = 1; round <= kRounds; ++round) {
+            waitFor(started, round);
+            dawdle(round % 7);
+            EXPECT_EQ(ThEventWaitWithTimeout(event, kHang), kzErrNone);
+            EXPECT_EQ(handedOver, round);
+            passed = round;
+        }
+    });
+    for (int round = 1; round <= kRounds; ++round) {
+        handedOver = round;
+        started = round;
+        dawdle(round % 11);
+        ThEventSignal(event);
+        waitFor(passed, round);
+    }
+    waiter.join();
+    ThEventDestroy(event);
+}
+
+struct Pump {
+    ThEvent event = nullptr;
+    int calls = 0;
+    int signalAt = 0;
+    int arg = 0;
+};
+Pump gPump;
+
+void CountingPump(int32 arg)
+{
+    gPump.arg = arg;
+    if (++gPump.calls == gPump.signalAt) {
+        ThEventSignal(gPump.event);
+    }
+}
+
+TEST_F(ThEventTest, PumpsUntilSignalled)
+{
+    // The first call is the one before the wait. A signal that comes during a pump ends even an endless round.
+    const struct {
+        int milliseconds;
+        int signalAt;
+    } cases[] = {{0, 1}, {0, 5}, {1, 4}, {-1, 2}, {kHang, 2}};
+    for (const auto& each : cases) {
+        gPump = {MakeEvent(0), 0, each.signalAt, 0};
+        EXPECT_EQ(ThEventWaitAndPump(gPump.event, &CountingPump, each.milliseconds, 7), kzErrNone);
+        EXPECT_EQ(gPump.calls, each.signalAt);
+        EXPECT_EQ(gPump.arg, 7);
+        EXPECT_EQ(ThEventReset(gPump.event), 0);
+        ThEventDestroy(gPump.event);
+    }
+
+    gPump = {};
+    EXPECT_EQ(ThEventWaitAndPump(nullptr, &CountingPump, 0, 8), kzErrArgument);
+    EXPECT_EQ(gPump.calls, 1);
+
+    const ThEvent signalled = MakeEvent(1);
+    EXPECT_EQ(ThEventWaitAndPump(signalled, nullptr, 0, 0), kzErrNone);
+    ThEventDestroy(signalled);
+}
+
+TEST_F(ThEventTest, NullAndForeignEvents)
+{
+    EXPECT_EQ(ThEventCreate(nullptr, nullptr, 0), kzErrArgument);
+    EXPECT_EQ(ThEventSignal(nullptr), 0);
+    EXPECT_EQ(ThEventReset(nullptr), 0);
+    EXPECT_EQ(ThEventWait(nullptr), kzErrArgument);
+    EXPECT_EQ(ThEventWaitWithTimeout(nullptr, 0), kzErrArgument);
+    EXPECT_EQ(ThEventMsgWaitMultiple(nullptr, nullptr, 0, 0), 1);
+    EXPECT_TRUE(mReports.TakeAll().empty());
+    ThEventDestroy(nullptr);
+    EXPECT_TRUE(mReports.Take(kDbgError, "Bad ThEvent in ThEventDestroy()"));
+
+    alignas(16) unsigned char block[64] = {};
+    const ThEvent foreign = reinterpret_cast<ThEvent>(block);
+    const auto onlyReport = [&](const std::string& text) {
+        const std::vector<kztest::CaughtReport> reports = mReports.TakeAll();
+        return reports.size() == 1 && reports[0].level == kDbgFatal && reports[0].text == text;
+    };
+    EXPECT_EQ(ThEventSignal(foreign), 0);
+    EXPECT_TRUE(onlyReport("Bad verifier in event."));
+    EXPECT_EQ(ThEventReset(foreign), 0);
+    EXPECT_TRUE(onlyReport(""));
+    EXPECT_EQ(ThEventWaitWithTimeout(foreign, 0), kzErrArgument);
+    EXPECT_TRUE(onlyReport(""));
+    EXPECT_EQ(ThEventWaitAndPump(foreign, nullptr, 0, 0), kzErrArgument);
+    EXPECT_TRUE(onlyReport(""));
+    ThEventDestroy(foreign);
+    EXPECT_TRUE(onlyReport(""));
+
+    const ThEvent event = MakeEvent(0);
+    EXPECT_EQ(ThEventMsgWaitMultiple(event, nullptr, 0, 0), 0);
+    EXPECT_EQ(ThEventMsgWaitMultiple(event, foreign, 0, 0), 1);
+    EXPECT_TRUE(onlyReport(""));
+    ThEventDestroy(event);
+}
+
+// A platform that answers what it is told to.
+class ScriptedEvent final : public PlatformEvent {
+public:
+    int Signal() override { return 0; }
+    int Reset() override { return 0; }
+    int Wait(int /*milliseconds*/) override { return waitResult; }
+    int WaitAndPump(void (* /*pump*/)(int), int /*pumpArg*/, int /*milliseconds*/) override { return 0; }
+    int MsgWaitMultiple(PlatformEvent*, int, int, int*, int*) override { return kWaitFailed; }
+    void GetLatencyStats(unsigned int* count, unsigned long long* total, unsigned long long* min,
+                         unsigned long long* max, unsigned long long* /*last*/) const override
+    {
+        *count = latencies;
+        *total = 4'000'000;
+        *min = 500'000;
+        *max = 1'250'000;
+    }
+    KzErr Init(int /*initialState*/) override { return kzErrNone; }
+    KzErr Uninit() override { return uninitResult; }
+
+    int waitResult = kWaitSignalled;
+    unsigned int latencies = 0;
+    KzErr uninitResult = kzErrNone;
+};
+
+TEST_F(ThEventTest, TellsWhatThePlatformCouldNotDo)
+{
+    ScriptedEvent* const platform = new ScriptedEvent;
+    const ThEvent event = kz::ThEventAdopt(platform);
+    ASSERT_NE(event, nullptr);
+    platform->waitResult = kWaitFailed;
+    EXPECT_EQ(ThEventWait(event), kzErrArgument);
+    EXPECT_TRUE(mReports.Take(kDbgFatal, "Wait on event failed"));
+    platform->waitResult = 3;
+    EXPECT_EQ(ThEventWait(event), kzErrArgument);
+    EXPECT_TRUE(mReports.Take(kDbgWarning, "We were not supposed to retry here"));
+
+    platform->latencies = 4;
+    platform->uninitResult = kzErrGeneric;
+    ThEventDestroy(event);
+    EXPECT_TRUE(mReports.Take(kDbgError, "DestroyPlatformEvent failed with KzErr 42"));
+    const std::vector<kztest::CaughtReport> reports = mReports.TakeAll();
+    ASSERT_EQ(reports.size(), 1U);
+    EXPECT_EQ(reports[0].level, kDbgLog);
+    EXPECT_EQ(reports[0].text, "ThEventDestroy:: (ms) avg latency=1.00000 nEvents=4 min=0.50000 max=1.25000");
+}
+
+TEST_F(ThEventTest, PlatformEventAlone)
+{
+    EXPECT_EQ(DestroyPlatformEvent(nullptr), kzErrNone);
+    PlatformEvent* const event = CreatePlatformEvent(1);
+    ASSERT_NE(event, nullptr);
+    EXPECT_EQ(event->Wait(0), kWaitSignalled);
+    EXPECT_EQ(event->Wait(0), kWaitTimedOut);
+    int first = 0;
+    int second = 0;
+    EXPECT_EQ(event->MsgWaitMultiple(nullptr, 0, 0, &first, &second), kWaitFailed);
+    unsigned int count = 1;
+    unsigned long long figures[4] = {1, 1, 1, 1};
+    event->GetLatencyStats(&count, &figures[0], &figures[1], nullptr, &figures[3]);
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(figures[0] + figures[1] + figures[3], 0U);
+    EXPECT_EQ(figures[2], 1U);
+    EXPECT_EQ(DestroyPlatformEvent(event), kzErrNone);
+}
+
+}  // namespace

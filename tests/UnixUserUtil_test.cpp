@@ -1,0 +1,156 @@
+#include "UnixUserUtil.h"
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KzErr.h"
+#include "ReportCatcher.h"
+#include "TestHost.h"
+
+namespace {
+
+std::vector<unsigned char> Counted(const std::string& text)
+{
+    std::vector<unsigned char> name{static_cast<unsigned char>(text.size())};
+    name.insert(name.end(), text.begin(), text.end());
+    return name;
+}
+
+std::string TextOf(const unsigned char* name)
+{
+    return {reinterpret_cast<const char*>(name + 1), name[0]};
+}
+
+using ToName = KzErr (*)(uInt32, unsigned char*);
+using ToId = KzErr (*)(const unsigned char*, uInt32*);
+
+// Ids high above those that systems give out.
+constexpr uInt32 kNobodysId = 3456789012;
+
+class UnixUserUtilTest : public testing::Test {
+protected:
+    kztest::ReportCatcher mReports;
+    kztest::RunningLibrary mLibrary;
+};
+
+TEST_F(UnixUserUtilTest, NamesAndNumbers)
+{
+    const std::string rootGroup = getgrgid(0)->gr_name;
+    const struct {
+        ToName toName;
+        ToId toId;
+        std::string nameOfZero;
+    } kinds[] = {{&UIDToName, &NameToUID, "root"}, {&GIDToName, &NameToGID, rootGroup}};
+    for (const auto& kind : kinds) {
+        unsigned char name[256];
+        EXPECT_EQ(kind.toName(0, name), kzErrNone);
+        EXPECT_EQ(TextOf(name), kind.nameOfZero);
+        EXPECT_EQ(kind.toName(kNobodysId, name), kzErrNone);
+        EXPECT_EQ(TextOf(name), std::to_string(kNobodysId));
+        EXPECT_EQ(kind.toName(0, nullptr), kzErrArgument);
+
+        const struct {
+            std::string text;
+            KzErr result;
+            uInt32 id;
+        } cases[] = {
+            {kind.nameOfZero, kzErrNone, 0},
+            {"501", kzErrNone, 501},
+            {"0012", kzErrNone, 12},
+            {"4294967295", kzErrNone, 4294967295U},
+            {"4294967296", kzErrArgument, 77},
+            {"50x", kzErrArgument, 77},
+            {"-1", kzErrArgument, 77},
+            {"+1", kzErrArgument, 77},
+            {" 1", kzErrArgument, 77},
+            {"", kzErrArgument, 77},
+            {"no such name, ever", kzErrArgument, 77},
+            {kind.nameOfZero + std::string(1, '\0'), kzErrArgument, 77},
+            {std::string(255, '9'), kzErrArgument, 77},
+        };
+        for (const auto& each : cases) {
+            uInt32 id = 77;
+            EXPECT_EQ(kind.toId(Counted(each.text).data(), &id), each.result) << each.text;
+            EXPECT_EQ(id, each.id) << each.text;
+        }
+        uInt32 id = 0;
+        EXPECT_EQ(kind.toId(nullptr, &id), kzErrArgument);
+        EXPECT_EQ(kind.toId(Counted("1").data(), nullptr), kzErrArgument);
+    }
+}
+
+TEST_F(UnixUserUtilTest, HomeDirectories)
+{
+    std::string home = "old";
+    EXPECT_EQ(GetHomeDir(&home, "root"), kzErrNone);
+    EXPECT_EQ(home, getpwnam("root")->pw_dir);
+    for (const std::string& nobody : {std::string("no such name, ever"), std::string("root\0", 5)}) {
+        home = "old";
+        EXPECT_EQ(GetHomeDir(&home, nobody), kzErrNotFound);
+        EXPECT_EQ(home, "");
+    }
+    EXPECT_EQ(GetHomeDir(nullptr, "root"), kzErrArgument);
+
+    // The environment's word counts, not the user's entry.
+    const char* const set = std::getenv("HOME");
+    const std::string before = set != nullptr ? set : "";
+    setenv("HOME", "/some/where", 1);
+    EXPECT_EQ(GetHomeDir(&home, ""), kzErrNone);
+    EXPECT_EQ(home, "/some/where");
+    unsetenv("HOME");
+    EXPECT_EQ(GetHomeDir(&home, ""), kzErrNotFound);
+    EXPECT_EQ(home, "");
+    if (set != nullptr) {
+        setenv("HOME", before.c_str(), 1);
+    }
+}
+
+// The look-ups share the system's static storage: unguarded they would mix up names, and race.
+TEST_F(UnixUserUtilTest, LookUpsFromManyThreads)
+{
+    constexpr int kRounds = 200;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int round = 0; round < kRounds; ++round) {
+                unsigned char name[256];
+                UIDToName(0, name);
+                EXPECT_EQ(TextOf(name), "root");
+                uInt32 id = 1;
+                EXPECT_EQ(NameToUID(Counted("root").data(), &id), kzErrNone);
+                EXPECT_EQ(id, 0U);
+                std::string home;
+                EXPECT_EQ(GetHomeDir(&home, "root"), kzErrNone);
+                GIDToName(kNobodysId, name);
+                EXPECT_EQ(TextOf(name), std::to_string(kNobodysId));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(UnixUserUtilGuard, IsThereWithAndWithoutTheService)
+{
+    kztest::ReportCatcher reports;
+    unsigned char name[256];
+    {
+        kztest::RunningLibrary library;
+        ASSERT_NE(UnixUserUtil_Service::Guard(), nullptr);
+        EXPECT_NE(*UnixUserUtil_Service::Guard(), nullptr);
+    }
+    ASSERT_NE(UnixUserUtil_Service::Guard(), nullptr);
+    EXPECT_EQ(*UnixUserUtil_Service::Guard(), nullptr);
+    EXPECT_EQ(UIDToName(0, name), kzErrNone);
+}
+
+}  // namespace

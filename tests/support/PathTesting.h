@@ -1,0 +1,120 @@
+// What the tests of paths share: the path layer by itself, and paths to and from their components.
+#ifndef KZCORE_TESTS_PATHTESTING_H
+#define KZCORE_TESTS_PATHTESTING_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "JsonLines.h"
+#include "PathItemStorage.h"
+#include "PathRef.h"
+#include "ReportCatcher.h"
+#include "TestHost.h"
+#include "zvexcept.h"
+
+namespace kztest {
+
+// The path layer is up, alone, for as long as this lives; what leaks is a report of level 2 at the end.
+class RunningPaths {
+public:
+    RunningPaths()
+    {
+        KZAppInterfaceSet(&host);
+        EXPECT_EQ(PathRef::Init(), kzErrNone);
+        PathRef::SetNotAPathString("<Not A Path>");
+    }
+    ~RunningPaths()
+    {
+        EXPECT_TRUE(kz::PathTreeIsSane());
+        EXPECT_EQ(PathRef::UnInit(), kzErrNone);
+        KZAppInterfaceSet(nullptr);
+    }
+    RunningPaths(const RunningPaths&) = delete;
+    RunningPaths& operator=(const RunningPaths&) = delete;
+
+    TestHost host;
+};
+
+class PathTest : public ::testing::Test {
+protected:
+    ReportCatcher mReports;
+    RunningPaths mPaths;
+};
+
+inline PathRef MakePath(PathRef::PathBase base, const std::vector<std::string>& names)
+{
+    PathRef path(base);
+    for (const std::string& name : names) {
+        path.Append(name);
+    }
+    return path;
+}
+
+// A path of a base that Append refuses is made in the tree itself.
+inline PathRef MakePathBelow(PathRef::PathBase base, const std::vector<std::string>& names)
+{
+    PathRef path(base);
+    for (const std::string& name : names) {
+        path.AssignElement(path.Element()->CreateChild(name), PathRef::kTakeReference, false);
+    }
+    return path;
+}
+
+inline PathRef PathOf(const Json& value)
+{
+    std::vector<std::string> names;
+    for (const Json& name : value["names"].Items()) {
+        names.push_back(name.Str());
+    }
+    return MakePathBelow(static_cast<PathRef::PathBase>(value["base"].Int()), names);
+}
+
+inline int BaseOf(const PathRef& path)
+{
+    for (int base = 0; base < 5; ++base) {
+        if (path.StartsWith(base)) {
+            return base;
+        }
+    }
+    return -1;
+}
+
+// The base's number and the names in brackets: "0[usr][lib]".
+inline std::string Describe(const PathRef& path)
+{
+    std::string text = std::to_string(BaseOf(path));
+    for (int i = 0; i < path.ItemCount(); ++i) {
+        text += "[" + path.ItemAt(i) + "]";
+    }
+    return text;
+}
+
+inline std::string Describe(const Json& value)
+{
+    std::string text = std::to_string(value["base"].Int());
+    for (const Json& name : value["names"].Items()) {
+        text += "[" + name.Str() + "]";
+    }
+    return text;
+}
+
+// The code of the ZVExcept that `body` throws, 0 for none; `*detail` gets its message.
+template <typename Body>
+KzErr Thrown(Body&& body, std::string* detail = nullptr)
+{
+    try {
+        body();
+        return kzErrNone;
+    } catch (const ZVExcept& failure) {
+        if (detail != nullptr) {
+            *detail = failure.diag();
+        }
+        return failure.err();
+    }
+}
+
+}  // namespace kztest
+
+#endif
