@@ -6,7 +6,7 @@
 #include "ResFile.h"
 #include "ResourceFormat.h"
 
-// Remembers the last resource found in a file, by the offset of its entry: the map's block may move.
+// Remembers an entry by its offset: the map's block may move.
 class ResCache {
 public:
     void Record(const Resource* resource, _ResourceType type, UHandle map, const RsrcList* entry);

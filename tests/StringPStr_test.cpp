@@ -81,14 +81,12 @@ TEST(StringPStr, Searching)
     EXPECT_FALSE(PStrEndsWith(PStrValue("txt"), ".txt"));
 
     struct Case {
-        const char* text;
-        int32 start;
-        const char* sub;
-        int32 after;
+        const char *text, *sub;
+        int32 start, after;
     };
     const Case cases[] = {
-        {"one TWO two", 0, "two", 7}, {"one TWO two", 5, "Two", 11}, {"one", 0, "", -1},    {"one", 0, "ones", -1},
-        {"one", 2, "e", 3},           {"one", 3, "e", -1},           {"one", 300, "e", -1}, {"", 0, "e", -1}};
+        {"one TWO two", "two", 0, 7}, {"one TWO two", "Two", 5, 11}, {"one", "", 0, -1},    {"one", "ones", 0, -1},
+        {"one", "e", 2, 3},           {"one", "e", 3, -1},           {"one", "e", 300, -1}, {"", "e", 0, -1}};
     for (const Case& c : cases) {
         EXPECT_EQ(PStrInPStr(PStrValue(c.text), c.start, PStrValue(c.sub)), c.after) << c.text << " / " << c.sub;
     }
