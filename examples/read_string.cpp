@@ -8,19 +8,13 @@
 // Exit status: 0 success; 1 no such resource or index; 2 usage; 3 not a sound resource file, or a resource that can't
 // be read; 4 the file can't be read. A failure says one line on stderr; reports of the library stand before it.
 
+#include <kzcore/KZCore.h>
+
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
-
-#include "DebugOutputCore.h"
-#include "KZApp.h"
-#include "KZModule.h"
-#include "KzErr.h"
-#include "PathRef.h"
-#include "ResourceManager.h"
-#include "zvexcept.h"
 
 namespace {
 

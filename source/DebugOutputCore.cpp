@@ -30,6 +30,22 @@ constexpr const char* TextOrEmpty(const char* text)
     return text != nullptr ? text : "";
 }
 
+// Shows the first 255 characters to an attached debugger, and breaks into it.
+void DebugOutputCoreBreak(const char* text)
+{
+    constexpr size_t kMaxLength = 255;
+    unsigned char pascal[kMaxLength + 1];
+    const size_t length = strnlen(TextOrEmpty(text), kMaxLength);
+    pascal[0] = static_cast<unsigned char>(length);
+    std::copy_n(TextOrEmpty(text), length, pascal + 1);
+    kz::DebugStr(pascal);
+}
+
+[[noreturn]] void DebugOutputCoreDie()
+{
+    kz::StopProcess();
+}
+
 }  // namespace
 
 void DebugOutputSetHandler(DebugOutputHandler handler)
@@ -78,21 +94,6 @@ void DebugOutputCallHandler(const char* file, int32 line, const char* versionId,
     if (level == kDbgFatal) {
         DebugOutputCoreDie();
     }
-}
-
-void DebugOutputCoreBreak(const char* text)
-{
-    constexpr size_t kMaxLength = 255;
-    unsigned char pascal[kMaxLength + 1];
-    const size_t length = strnlen(TextOrEmpty(text), kMaxLength);
-    pascal[0] = static_cast<unsigned char>(length);
-    std::copy_n(TextOrEmpty(text), length, pascal + 1);
-    kz::DebugStr(pascal);
-}
-
-void DebugOutputCoreDie(void)
-{
-    kz::StopProcess();
 }
 
 int32 StopHere(const char* text)

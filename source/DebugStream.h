@@ -96,7 +96,7 @@ struct DebugStreamBufferPoolRecord {
 };
 
 // Opens the pool of buffers for as long as it runs; without it a stream's buffer comes from malloc.
-class KZ_EXPORT DebugStream_Service final : public RefcountedServiceObject_T<DebugStream_Service> {
+class DebugStream_Service : public RefcountedServiceObject_T<DebugStream_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;

@@ -80,9 +80,16 @@ KzErr LockWholeFile(FILE* stream, bool shared)
     return fcntl(fileno(stream), F_SETLK, &range) == 0 ? kzErrNone : UnixToKZErr(errno);
 }
 
+// A seek writes what waits in the stream. When that fails the stream keeps an error flag, which a later read would take
+// for its own.
 KzErr SeekStream(FILE* stream, int64 offset, int whence)
 {
-    return fseeko(stream, static_cast<off_t>(offset), whence) == 0 ? kzErrNone : UnixToKZErr(errno);
+    if (fseeko(stream, static_cast<off_t>(offset), whence) == 0) {
+        return kzErrNone;
+    }
+    const int reason = errno;
+    clearerr(stream);
+    return UnixToKZErr(reason);
 }
 
 KzErr TellStream(FILE* stream, int64* position)
@@ -132,14 +139,13 @@ int32 KindOfExisting(const PathRef* path)
 KzErr FMOpen(File_t* file, const PathRef* path, int32 openMode, int32 denyMode)
 {
     return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
+        if (file != nullptr) {
+            *file = nullptr;
+        }
         if (path != nullptr) {
             path->FlushCache();
         }
-        if (file == nullptr) {
-            return kzErrArgument;
-        }
-        *file = nullptr;
-        if (!FIsAbsPath(path) || denyMode < kFMDenyAll || denyMode > kFMDenyNone || openMode < 0 ||
+        if (file == nullptr || !FIsAbsPath(path) || denyMode < kFMDenyAll || denyMode > kFMDenyNone || openMode < 0 ||
             openMode >= kOpenModeCount) {
             return kzErrArgument;
         }
@@ -179,7 +185,7 @@ KzErr FMRead(File_t file, int32 count, int32* got, void* buffer)
     }
     FILE* const stream = StreamOf(file);
     // A stream that was written must be positioned before it is read.
-    if (__fwriting(stream) != 0 && fseeko(stream, 0, SEEK_CUR) != 0) {
+    if (__fwriting(stream) != 0 && SeekStream(stream, 0, SEEK_CUR) != kzErrNone) {
         return kzErrIO;
     }
     const size_t done = fread(buffer, 1, static_cast<size_t>(count), stream);
@@ -268,15 +274,46 @@ KzErr FGetEOF(File_t file, uInt32* size)
     return err;
 }
 
+KzErr kz::FMReadAt(File_t file, int64 offset, int32 count, int32* got, void* buffer)
+{
+    int32 done = 0;
+    if (got != nullptr) {
+        *got = 0;
+    }
+    if (file == nullptr || offset < 0 || count < 0 || (buffer == nullptr && count > 0)) {
+        return kzErrArgument;
+    }
+    FILE* const stream = StreamOf(file);
+    if (__fwriting(stream) != 0 && fflush(stream) != 0) {
+        return kzErrIO;
+    }
+    while (done < count) {
+        const ssize_t now = pread(fileno(stream), static_cast<char*>(buffer) + done, static_cast<size_t>(count - done),
+                                  offset + done);
+        if (now < 0 && errno == EINTR) {
+            continue;
+        }
+        if (now <= 0) {
+            return now < 0 ? kzErrIO : kzErrEndOfFile;
+        }
+        done += static_cast<int32>(now);
+        if (got != nullptr) {
+            *got = done;
+        }
+    }
+    return kzErrNone;
+}
+
 KzErr FGetEOF64(File_t file, uInt64* size)
 {
     if (file == nullptr || size == nullptr) {
         return kzErrArgument;
     }
     FILE* const stream = StreamOf(file);
-    if (__fwriting(stream) != 0 && fflush(stream) != 0) {
-        clearerr(stream);
-        return kzErrIO;
+    if (__fwriting(stream) != 0) {
+        if (const KzErr err = SeekStream(stream, 0, SEEK_CUR); err != kzErrNone) {
+            return err;
+        }
     }
     // Asking the descriptor leaves the stream's position and its buffer alone.
     struct stat info;

@@ -36,8 +36,9 @@ KZ_EXTERN_C_BEGIN
 // Opens an existing file in `*file`, to be closed with FMClose; `*file` is null on failure. Unless `denyMode` is
 // kFMDenyNone it then locks the whole file, shared for kFMReadOnly, else exclusive, and closes it again when another
 // process holds a lock in the way: kzErrNoPermission. Such locks belong to the process: a second open in the same
-// process succeeds, and closing any open of the file gives all of them up. The path's cache is flushed.
-// kzErrArgument: a bad mode, `file` is null, or the path can't be used, see above.
+// process succeeds, and closing any open of the file gives all of them up; and an exclusive one needs write access, so
+// that kFMReadOnly + kFMSynchronous opens with kFMDenyNone only. The path's cache is flushed. kzErrNotFound: no such
+// file; kzErrArgument: a bad mode, `file` is null, or the path can't be used, see above. Any thread.
 KZ_EXPORT KzErr FMOpen(File_t* file, const PathRef* path, int32 openMode, int32 denyMode);
 
 // Closes the file, also when it fails. kzErrIO: buffered output could not be written.
@@ -75,7 +76,7 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // Owns the locks of the file manager's caches and of the process's file creation mask.
-class FileManager_Service final : public RefcountedServiceObject_T<FileManager_Service> {
+class FileManager_Service : public RefcountedServiceObject_T<FileManager_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;
@@ -91,6 +92,14 @@ private:
 
 // The service, made on the first call.
 KZ_EXPORT FileManager_Service* FileManagerService();
+
+namespace kz {
+
+// Reads as FMRead does, but from `offset`, with the position left where it is, past the input buffer and in one system
+// call as a rule: for reading here and there.
+KzErr FMReadAt(File_t file, int64 offset, int32 count, int32* got, void* buffer);
+
+}  // namespace kz
 #endif
 
 #endif

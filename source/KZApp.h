@@ -5,8 +5,6 @@
 #include "KZTypes.h"
 
 #ifdef __cplusplus
-class PathRef;
-
 // What a host implements. The library calls these operations from any thread once the interface is set.
 // Texts are NUL-terminated and stay owned by the host. Version words: see GetAppEditorVersion.
 class KZ_EXPORT KZApp {

@@ -109,7 +109,7 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // Starts and stops the handles. The stop logs and disposes each handle that is left.
-class MemoryManager_Service final : public RefcountedServiceObject_T<MemoryManager_Service> {
+class MemoryManager_Service : public RefcountedServiceObject_T<MemoryManager_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;

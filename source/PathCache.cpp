@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 #include <vector>
 
 #include "HiResClock.h"
@@ -42,7 +43,7 @@ PathCachedItem* FindInCache(const PathItemCache* cache, const char* key)
     if (cache == nullptr) {
         return nullptr;
     }
-    const auto it = cache->items.find(key);
+    const auto it = cache->items.find(std::string_view(key));
     return it == cache->items.end() ? nullptr : it->second;
 }
 
@@ -152,7 +153,7 @@ KzErr PathItemElement::Cache(const char* key, PathCachedItem* item)
         if (mCache == nullptr) {
             mCache = new PathItemCache;
         }
-        const auto it = mCache->items.find(key);
+        const auto it = mCache->items.find(std::string_view(key));
         if (it == mCache->items.end()) {
             if (item == nullptr) {
                 return kzErrNone;

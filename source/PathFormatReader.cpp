@@ -1,7 +1,9 @@
 #include "PathFormatReader.h"
 
 #include <cstring>
+#include <type_traits>
 
+#include "PathItemStorage.h"
 #include "PathManager.h"
 #include "StringUtils.h"
 #include "UnixUserUtil.h"
@@ -233,18 +235,26 @@ size_t PathFormatReaderUnix::NextSeparatorCharacter(size_t position) const
 
 // ---- The text constructor ----
 
-KzErr PathRef::ReadFrom(WidePathFormat::PathFormatReader& reader)
+template <typename Reader>
+KzErr PathRef::ReadFrom(Reader& reader)
 {
     return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
-        const PathRef base(reader.PathBase());
-        std::string name;
         KzErr err = kzErrNone;
         PathItemElement* element = nullptr;
         {
-            kz::PathTreeWalk walk(base.mPathElement);
-            for (auto it = reader.FirstElement(); it.HasMore() && err == kzErrNone; it.Next()) {
-                it.CopyName(&name);
-                err = walk.Append(name);
+            // The table of bases holds the start.
+            kz::PathTreeWalk walk(PathItemStorage::Standard(reader.PathBase()));
+            size_t offset = 0;
+            size_t length = 0;
+            std::string name;
+            for (reader.Reset(&offset, &length); err == kzErrNone && reader.HasMore(&offset, &length);
+                 reader.GetNext(&offset, &length)) {
+                if constexpr (std::is_same_v<Reader, WidePathFormat::PathFormatReaderUnix>) {
+                    err = walk.Append(reader.Element(offset, length));  // which knows ".." as well as Extract does
+                } else {
+                    reader.Extract(&offset, &length, &name);
+                    err = walk.Append(name);
+                }
             }
             if (err == kzErrNone) {
                 element = walk.Take();

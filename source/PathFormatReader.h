@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "KZTypes.h"
 #include "PathRef.h"
@@ -100,6 +101,9 @@ public:
     bool CharacterIsSeparator(size_t position) const override;
     size_t NextCharacterOffset(size_t position) const override;
     size_t NextSeparatorCharacter(size_t position) const override;
+
+    // The element's bytes in place. Requires HasMore.
+    std::string_view Element(size_t offset, size_t length) const { return {mText->data() + offset, length}; }
 
 private:
     std::string mExpanded;  // what mText points to when a "~" was expanded

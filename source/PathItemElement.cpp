@@ -34,9 +34,12 @@ constexpr int32 kDeepestSanityCheck = 512;
 constexpr size_t kFreshNameLength = 12;
 constexpr size_t kFirstChildren = 2;
 
-int32 HashOf(const std::string& name)
+// Up to so many children their names are compared before the sought one is hashed, which costs more.
+constexpr size_t kFewChildren = 4;
+
+int32 HashOf(std::string_view name)
 {
-    return static_cast<int32>(StringUtils::Hash(name, false));
+    return static_cast<int32>(StringUtils::Hash(name.data(), static_cast<uInt32>(name.size()), false));
 }
 
 // Finds the entry of this hash for which `matches` is true. Without one gives null, and the position behind the
@@ -97,12 +100,12 @@ const PathItemElement* PathItemElement::Root() const
 
 // ---- Children ----
 
-PathItemElement* PathItemElement::FindChild(const std::string& name, int32 hash, size_t* index) const
+PathItemElement* PathItemElement::FindChild(std::string_view name, int32 hash, size_t* index) const
 {
     if (index == nullptr) {
         return nullptr;
     }
-    return FindByHash(mChildren, hash, index, [&name](const PathItemElement& child) { return child.mName == name; });
+    return FindByHash(mChildren, hash, index, [name](const PathItemElement& child) { return child.mName == name; });
 }
 
 PathItemElement* PathItemElement::FindChild(const PathItemElement* child, size_t* index) const
@@ -114,24 +117,37 @@ PathItemElement* PathItemElement::FindChild(const PathItemElement* child, size_t
                       [child](const PathItemElement& candidate) { return &candidate == child; });
 }
 
-PathItemElement* PathItemElement::CreateChild(const std::string& name)
+PathItemElement* PathItemElement::FindOrCreateUnsafe(std::string_view name, bool* made)
 {
-    const kz::ScopedLock lock(mMutex);
-    return CreateChildUnsafe(name);
-}
-
-PathItemElement* PathItemElement::CreateChildUnsafe(const std::string& name)
-{
+    *made = false;
+    if (mChildren.size() <= kFewChildren) {
+        for (const ChildItem& item : mChildren) {
+            if (item.child->mName == name) {
+                return item.child;
+            }
+        }
+    }
     const int32 hash = HashOf(name);
     size_t index = 0;
     if (PathItemElement* const child = FindChild(name, hash, &index)) {
-        child->AddReference();
         return child;
     }
+    *made = true;
     return Create(name, hash, this, index);
 }
 
-PathItemElement* PathItemElement::Create(const std::string& name, int32 hash, PathItemElement* parent, size_t index)
+PathItemElement* PathItemElement::CreateChild(std::string_view name)
+{
+    const kz::ScopedLock lock(mMutex);
+    bool made = false;
+    PathItemElement* const child = FindOrCreateUnsafe(name, &made);
+    if (child != nullptr && !made) {
+        child->AddReference();
+    }
+    return child;
+}
+
+PathItemElement* PathItemElement::Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index)
 {
     return PathItemStorage::Create(name, hash, parent, index);
 }
@@ -163,7 +179,7 @@ bool PathItemElement::RemoveParent()
 // ---- Life ----
 
 // Makes a claimed element this child of `parent`, with one reference. False without memory: no child was added.
-bool PathItemElement::Init(const std::string& name, int32 hash, PathItemElement* parent, size_t index)
+bool PathItemElement::Init(std::string_view name, int32 hash, PathItemElement* parent, size_t index)
 {
     if (mParent != nullptr) {
         PathItemElement* const old = std::exchange(mParent, nullptr);
@@ -411,20 +427,15 @@ bool PathTreeWalk::IsBelow(const PathItemElement* base) const
     return !base->mChildren.empty() && mCurrent->Root() == base;
 }
 
-KzErr PathTreeWalk::Child(const std::string& name)
+KzErr PathTreeWalk::Child(std::string_view name)
 {
     if (mCurrent == nullptr) {
         return kzErrArgument;
     }
-    const int32 hash = HashOf(name);
-    size_t index = 0;
-    PathItemElement* next = mCurrent->FindChild(name, hash, &index);
-    const bool made = next == nullptr;
-    if (made) {
-        next = PathItemElement::Create(name, hash, mCurrent, index);
-        if (next == nullptr) {
-            return kzErrMemoryFull;
-        }
+    bool made = false;
+    PathItemElement* const next = mCurrent->FindOrCreateUnsafe(name, &made);
+    if (next == nullptr) {
+        return kzErrMemoryFull;
     }
     if (mOwned) {
         mCurrent->ReleaseCore(true);  // never the last: the child holds one
@@ -434,7 +445,7 @@ KzErr PathTreeWalk::Child(const std::string& name)
     return kzErrNone;
 }
 
-KzErr PathTreeWalk::Append(const std::string& name)
+KzErr PathTreeWalk::Append(std::string_view name)
 {
     if (name == ".") {
         return kzErrNone;
@@ -444,7 +455,7 @@ KzErr PathTreeWalk::Append(const std::string& name)
     }
     PathItemElement* const parent = mCurrent != nullptr ? mCurrent->Parent() : nullptr;
     if (parent == nullptr || mCurrent->Name().empty()) {
-        return Child(std::string());
+        return Child({});
     }
     if (mOwned) {
         parent->AddReference();

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KZTypes.h"
@@ -76,14 +77,15 @@ public:
     void ReleaseCore(bool alreadyLocked);
 
     // The child of this name, or null; `*index` is its position, or where it belongs. Names are case-sensitive.
-    PathItemElement* FindChild(const std::string& name, int32 hash, size_t* index) const;
+    PathItemElement* FindChild(std::string_view name, int32 hash, size_t* index) const;
     // `child` if it is one of the children, else null; `*index` as above.
     PathItemElement* FindChild(const PathItemElement* child, size_t* index) const;
 
     // The child of this name, made if there is none, with one reference for the caller; null without memory.
-    PathItemElement* CreateChild(const std::string& name);
-    PathItemElement* CreateChildUnsafe(const std::string& name);
-    static PathItemElement* Create(const std::string& name, int32 hash, PathItemElement* parent, size_t index);
+    PathItemElement* CreateChild(std::string_view name);
+    // The same, but `*made` tells whether the child is new; only then it carries a reference for the caller.
+    PathItemElement* FindOrCreateUnsafe(std::string_view name, bool* made);
+    static PathItemElement* Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index);
 
     // Takes `child` out of the children; `*index` (may be null) is where it stood. No effect on a stranger.
     void RemoveChild(const PathItemElement* child, size_t* index);
@@ -123,7 +125,7 @@ private:
 
     friend class kz::PathTreeWalk;
 
-    bool Init(const std::string& name, int32 hash, PathItemElement* parent, size_t index);
+    bool Init(std::string_view name, int32 hash, PathItemElement* parent, size_t index);
     void AdoptUnsafe(int32 hash, size_t index);
     bool ReleaseStartUnsafe();
     void ReleaseFinishIfStartedUnsafe();
@@ -160,9 +162,9 @@ public:
     // True if the walk stands on `base` or below it; cheap for a base without children.
     bool IsBelow(const PathItemElement* base) const;
     // Goes to the child of exactly this name. kzErrArgument without an element, kzErrMemoryFull.
-    KzErr Child(const std::string& name);
+    KzErr Child(std::string_view name);
     // Goes on by PathRef::Append's rules for ".", ".." and the empty name. Errors as Child.
-    KzErr Append(const std::string& name);
+    KzErr Append(std::string_view name);
     // The element reached, with one reference for the caller. Ends the walk's use; the lock stays until destruction.
     PathItemElement* Take();
 

@@ -164,7 +164,7 @@ PathItemElement* PathItemStorage::AllocateElement()
     return block->Claim();
 }
 
-PathItemElement* PathItemStorage::Create(const std::string& name, int32 hash, PathItemElement* parent, size_t index)
+PathItemElement* PathItemStorage::Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index)
 {
     const kz::ScopedLock lock(mMutex);
     PathItemElement* const element = AllocateElement();
@@ -176,6 +176,24 @@ PathItemElement* PathItemStorage::Create(const std::string& name, int32 hash, Pa
 }
 
 // ---- Bases and names. The old element is released after the lock: its release needs the outer one. ----
+
+int32 PathItemStorage::BaseOf(const PathItemElement& element)
+{
+    const PathItemElement* const root = element.Root();
+    for (int32 base = 0; base < kBaseCount; ++base) {
+        if (root == Standard(base)) {
+            return base;
+        }
+    }
+    // By name too: a base that was replaced in the table still roots the paths made before.
+    for (int32 base = 0; base < kBaseCount; ++base) {
+        const PathItemElement* const standard = Standard(base);
+        if (standard != nullptr && standard->Name() == root->Name()) {
+            return base;
+        }
+    }
+    return -1;
+}
 
 void PathItemStorage::SetStandard(int32 base, PathItemElement* element)
 {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KZTypes.h"
@@ -25,7 +26,7 @@ public:
     static KzErr UnInit();
 
     // A new element with one reference, or null without memory. Requires PathItemElement::mMutex.
-    static PathItemElement* Create(const std::string& name, int32 hash, PathItemElement* parent, size_t index);
+    static PathItemElement* Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index);
 
     // The base at this place, null where there is none. The first call ends the time to fill the table.
     static PathItemElement* Standard(int32 base)
@@ -35,6 +36,8 @@ public:
         }
         return mStandard[base].load(std::memory_order_acquire);
     }
+    // The place in the table of the base that the element hangs from; -1 if it is none of them.
+    static int32 BaseOf(const PathItemElement& element);
     // Puts a base into the table, with a reference; warns when paths are in use already.
     static void SetStandard(int32 base, PathItemElement* element);
 

@@ -49,7 +49,13 @@ KzErr PathManager_Service::_Init()
     return kz::ErrOf(kModule, __LINE__, []() -> KzErr {
         SetUpLocale();
         gStepByCharacter.store(true, std::memory_order_relaxed);
-        return PathRef::Init();
+        const KzErr err = PathRef::Init();
+        if (err != kzErrNone) {
+            // Nobody stops a service that failed to start; a later one must be free to try again.
+            gStepByCharacter.store(false, std::memory_order_relaxed);
+            PathRef::UnInit();
+        }
+        return err;
     });
 }
 

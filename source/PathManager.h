@@ -28,7 +28,7 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // Starts the path layer: the locale, the stepping by character, and the tree of paths.
-class PathManager_Service final : public RefcountedServiceObject_T<PathManager_Service> {
+class PathManager_Service : public RefcountedServiceObject_T<PathManager_Service> {
 public:
     const char* GetName() const override { return "PathManager"; }
     void GetDependencies(IServiceDependencyList* list) const override;

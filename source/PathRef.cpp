@@ -47,7 +47,7 @@ bool PathsRun()
 
 bool HangsFromNullPath(const PathItemElement& element)
 {
-    return element.Root() == PathItemStorage::Standard(PathRef::kNullPath);
+    return PathItemStorage::BaseOf(element) == PathRef::kNullPath;
 }
 
 KzErr MakeBases()
@@ -499,17 +499,11 @@ bool PathRef::IsValid() const
     if (mPathElement == nullptr || !PathsRun() || !mPathElement->InUse()) {
         return false;
     }
-    const PathItemElement* const root = mPathElement->Root();
-    if (root == PathItemStorage::Standard(kAbsolute) || root == PathItemStorage::Standard(kRelative)) {
-        return true;
+    const int32 base = PathItemStorage::BaseOf(*mPathElement);
+    if (base < 0) {
+        KZ_REPORT(kDbgWarning, 0x83E41F5A) << "Need to add sanity checking for other types";
     }
-    if (!StartsWith(kAbsolute) && !StartsWith(kRelative)) {
-        if (!StartsWith(kUNC) && !StartsWith(kNullPath)) {
-            KZ_REPORT(kDbgWarning, 0x83E41F5A) << "Need to add sanity checking for other types";
-        }
-        return false;
-    }
-    return true;
+    return base == kAbsolute || base == kRelative;
 }
 
 bool PathRef::IsSane(bool quick) const

@@ -21,10 +21,6 @@
 
 class PathTextFormat;
 
-namespace WidePathFormat {
-class PathFormatReader;
-}
-
 namespace kz {
 
 // The path layer's state, as bits: exactly kPathsRun is the plain state in which copies need no further thought.
@@ -216,7 +212,8 @@ private:
     std::string& EnsureCache() const;
     [[noreturn]] void ClearAndThrow(KzErr err, const char* text, int line);
     PathItemElement* FindItem(int32 index) const;
-    KzErr ReadFrom(WidePathFormat::PathFormatReader& reader);
+    template <typename Reader>
+    KzErr ReadFrom(Reader& reader);
     KzErr ReadDisplayText(const std::string& text);
     KzErr ToStringNoThrowCore(std::string* text, const char* key, PathTextFormat& format) const;
     void MakeText(std::string* text, PathTextFormat& format) const;

@@ -23,12 +23,20 @@ bool IsExact(PathRef::ComparePolicy policy)
 }
 
 // The place of a path's base in the order of bases: network, absolute, relative, others.
-int32 BaseRank(const PathRef& path)
+constexpr int32 kOtherRank = 3;
+
+int32 BaseRank(const PathItemElement& element)
 {
-    return path.StartsWith(PathRef::kUNC)        ? 0
-           : path.StartsWith(PathRef::kAbsolute) ? 1
-           : path.StartsWith(PathRef::kRelative) ? 2
-                                                 : 3;
+    switch (PathItemStorage::BaseOf(element)) {
+        case PathRef::kUNC:
+            return 0;
+        case PathRef::kAbsolute:
+            return 1;
+        case PathRef::kRelative:
+            return 2;
+        default:
+            return kOtherRank;
+    }
 }
 
 int32 Sign(int32 value)
@@ -114,16 +122,7 @@ bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const
 
 bool PathRef::StartsWith(PathBase base) const
 {
-    if (mPathElement == nullptr) {
-        return base == kNotAPath;
-    }
-    if (base < 0 || base >= PathItemStorage::kBaseCount) {
-        return false;
-    }
-    const PathItemElement* const wanted = PathItemStorage::Standard(base);
-    const PathItemElement* const root = mPathElement->Root();
-    // By name too: a base that was replaced in the table still roots the paths made before.
-    return wanted != nullptr && (root == wanted || NameEquals(root->Name(), wanted->Name(), kCompareExact));
+    return mPathElement == nullptr ? base == kNotAPath : PathItemStorage::BaseOf(*mPathElement) == base;
 }
 
 int32 PathRef::Compare(const PathRef& other, ComparePolicy policy) const
@@ -138,9 +137,9 @@ int32 PathRef::Compare(const PathRef& other, ComparePolicy policy) const
         return -1;
     }
     if (mPathElement->Root() != other.mPathElement->Root()) {
-        const int32 rank = BaseRank(*this);
-        const int32 otherRank = BaseRank(other);
-        if (rank != otherRank || rank == 3) {
+        const int32 rank = BaseRank(*mPathElement);
+        const int32 otherRank = BaseRank(*other.mPathElement);
+        if (rank != otherRank || rank == kOtherRank) {
             const bool ordered = policy == kCompareExact || policy == kCompareLexical;
             return ordered && rank > otherRank ? 1 : -1;
         }

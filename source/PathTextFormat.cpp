@@ -6,6 +6,7 @@
 
 #include "KZApp.h"
 #include "PathCache.h"
+#include "PathItemStorage.h"
 #include "PathRef.h"
 #include "ScopedLock.h"
 #include "zvexcept.h"
@@ -23,19 +24,23 @@ bool TextsAreCached()
     return app == nullptr || !app->IsRealTimeTarget();
 }
 
-// The key under which an element caches its text in this format; null for an unknown one.
-const char* CacheKeyOf(const char* format)
+// How a format's text is made and kept.
+struct TextForm {
+    const char* format;
+    const char* cacheKey;
+    bool namesAFile;  // refuses what is no valid path with components
+};
+
+constexpr TextForm kTextForms[] = {{"pathref_display", "internal_display", false},
+                                   {"pathref_unix", "internal_unix", false},
+                                   {"pathref_commandline", "internal_commandline", true}};
+
+// Null for an unknown format.
+const TextForm* FindTextForm(const char* format)
 {
-    struct Format {
-        const char* name;
-        const char* key;
-    };
-    static constexpr Format kFormats[] = {{"pathref_display", "internal_display"},
-                                          {"pathref_unix", "internal_unix"},
-                                          {"pathref_commandline", "internal_commandline"}};
-    for (const Format& known : kFormats) {
-        if (std::strcmp(format, known.name) == 0) {
-            return known.key;
+    for (const TextForm& form : kTextForms) {
+        if (std::strcmp(format, form.format) == 0) {
+            return &form;
         }
     }
     return nullptr;
@@ -88,9 +93,10 @@ void PathTextFormatUNIX::Finalize(std::string* /*text*/, int32 /*count*/) {}
 void PathRef::MakeText(std::string* text, PathTextFormat& format) const
 {
     const int32 count = ItemCount();
-    if (StartsWith(kAbsolute)) {
+    const int32 base = PathItemStorage::BaseOf(*mPathElement);
+    if (base == kAbsolute) {
         format.SetToAbsolutePath(text, count);
-    } else if (StartsWith(kRelative)) {
+    } else if (base == kRelative) {
         format.SetToRelativePath(text, count);
     } else {
         format.SetToUNCPath(text, std::string(), count);
@@ -117,16 +123,13 @@ void PathRef::MakeText(std::string* text, PathTextFormat& format) const
 
 KzErr PathRef::ToStringNoThrowCore(std::string* text, const char* key, PathTextFormat& format) const
 {
-    if (mPathElement == nullptr || StartsWith(kNullPath)) {
-        *text = kz::NotAPathText();
-        return mPathElement == nullptr ? kzErrNone : kzErrArgument;
-    }
     const bool cached = TextsAreCached();
     if (cached) {
         const kz::ScopedLock lock(GetCacheMutex());
         PathItemElement* holder = nullptr;
-        if (CachedItem* const item =
-                mPathElement->GetCached(key, CachedPathString::ClassName(), kSearchThisOnly, &holder)) {
+        // An expired text is as good as a new one, so this look-up does without the clock.
+        CachedItem* const item = mPathElement->GetCachedInformation(key, kSearchThisOnly, &holder);
+        if (item != nullptr && item->IsA(CachedPathString::ClassName())) {
             *text = static_cast<CachedPathString*>(item)->Get();
             return kzErrNone;
         }
@@ -148,19 +151,24 @@ KzErr PathRef::ConvertToString(std::string* text, const char* format) const
         return kzErrArgument;
     }
     return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
-        if (mPathElement != nullptr && StartsWith(kUNC)) {
+        const int32 base = mPathElement != nullptr ? PathItemStorage::BaseOf(*mPathElement) : kNotAPath;
+        if (base == kUNC) {
             *text = kz::NotAPathText();
             return kzErrNone;
         }
-        const char* const key = CacheKeyOf(format);
-        if (key == nullptr) {
+        const TextForm* const form = FindTextForm(format);
+        if (form == nullptr) {
             return kzErrNotSupported;
         }
-        if (std::strcmp(format, StringCommandLine()) == 0 && (ItemCount() == 0 || !IsValid())) {
+        if (form->namesAFile && (ItemCount() == 0 || !IsValid())) {
             return kzErrArgument;
         }
+        if (base == kNotAPath || base == kNullPath) {
+            *text = kz::NotAPathText();
+            return base == kNotAPath ? kzErrNone : kzErrArgument;
+        }
         PathTextFormatUNIX writer;
-        return ToStringNoThrowCore(text, key, writer);
+        return ToStringNoThrowCore(text, form->cacheKey, writer);
     });
 }
 

@@ -39,7 +39,8 @@ public:
 
 KZ_EXTERN_C_BEGIN
 
-// A new event, to be destroyed with DestroyPlatformEvent; null if it can't be made. Any thread.
+// A new event, to be destroyed with DestroyPlatformEvent; signalled if `initialState` is not 0; null if it can't be
+// made. Before the host's interface is set it reports at level 2. Any thread.
 KZ_EXPORT PlatformEvent* CreatePlatformEvent(int initialState);
 
 // Destroys an event that nobody uses, or does nothing for null. 0, or kzErrGeneric if the system refused to tear it

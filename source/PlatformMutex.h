@@ -10,7 +10,8 @@ class KZ_EXPORT PlatformMutex {
 public:
     virtual ~PlatformMutex() = default;
 
-    // Take and release the lock; kzErrGeneric if the system refuses. Any thread.
+    // Take and release the lock; kzErrGeneric if the system refuses, which for a take is reported at level 3. Any
+    // thread.
     virtual KzErr Acquire() = 0;
     virtual KzErr Release() = 0;
 
@@ -21,7 +22,8 @@ public:
 
 KZ_EXTERN_C_BEGIN
 
-// A new lock, to be destroyed with DestroyPlatformMutex; null if it can't be made. Any thread.
+// A new lock, to be destroyed with DestroyPlatformMutex; null if it can't be made. Before the host's interface is set
+// it reports at level 2. Any thread.
 KZ_EXPORT PlatformMutex* CreatePlatformMutex(void);
 
 // Destroys a lock that nobody holds, or does nothing for null. 0, or kzErrGeneric if the system refused to tear it

@@ -2,6 +2,7 @@
 // rule a file breaks. Numbers of the file are compared as 64-bit values, so that no sum of two of them can wrap.
 #include "ResourceFormat.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <vector>
@@ -219,14 +220,14 @@ KzErr SwapLists(unsigned char* typeMap, int64 room, ResourceFormat::Direction di
         if (toNative) {
             SwapTypeList(&native);
         }
-        const int32 count = kz::EntryCount(native);
+        const int64 count = std::max<int64>(int64{native.lastRsrcIndex} + 1, 0);
         const int64 offset = native.listOffset;
-        if (offset < typeMapSize || offset + int64{count} * static_cast<int64>(sizeof(RsrcList)) > room) {
+        if (offset < typeMapSize || offset + count * static_cast<int64>(sizeof(RsrcList)) > room) {
             return kzErrIO;
         }
         SwapTypeList(list);
         RsrcList* entry = reinterpret_cast<RsrcList*>(typeMap + offset);
-        for (int32 k = 0; k < count; ++k, ++entry) {
+        for (int64 k = 0; k < count; ++k, ++entry) {
             SwapEntry(entry);
         }
     }

@@ -115,7 +115,7 @@ KZ_EXTERN_C_END
 #include "ServiceObject.h"
 
 // Owns the table of refnums and the lock of all resource files.
-class ResourceManager_Service final : public RefcountedServiceObject_T<ResourceManager_Service> {
+class ResourceManager_Service : public RefcountedServiceObject_T<ResourceManager_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;

@@ -3,6 +3,7 @@
 #define KZCORE_SERVICEOBJECT_H
 
 #include <atomic>
+#include <type_traits>
 
 #include "KZTypes.h"
 #include "KzErr.h"
@@ -86,6 +87,9 @@ public:
 // T is the concrete class, whose accessor goes through KZSingleton_T<T>. A start that failed is not tried again.
 // Counting is safe from any thread; the first start and the last stop run on one thread, with no other call at the same
 // time.
+//
+// T is not final: a host's calls then go through the table into the image that made the object. Bound at compile time
+// they would become the host's own, and use its copy of the singleton's slot.
 template <typename T>
 class RefcountedServiceObject_T : public IServiceObject {
 public:
@@ -99,6 +103,7 @@ public:
 
     KzErr Uninit() override
     {
+        static_assert(!std::is_final_v<T>);
         if (mRefCount.fetch_sub(1) != 1) {
             return kzErrNone;
         }

@@ -22,7 +22,7 @@ public:
     virtual KzErr RunInit() = 0;
 
     // Stops what is started, newest first. A failed stop ends the run with its result; the next RunUninit begins with
-    // the same service.
+    // the same service, which must still exist.
     virtual KzErr RunUninit() = 0;
 
     // Destroys the registry, and stops nothing.

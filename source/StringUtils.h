@@ -84,7 +84,7 @@ public:
 };
 
 // Fills the case tables from the C locale in force when it starts.
-class StringUtilsLocaleCache_Service final : public RefcountedServiceObject_T<StringUtilsLocaleCache_Service> {
+class StringUtilsLocaleCache_Service : public RefcountedServiceObject_T<StringUtilsLocaleCache_Service> {
 public:
     const char* GetName() const override { return "StringUtilsLocaleCache"; }
     void GetDependencies(IServiceDependencyList*) const override {}

@@ -31,7 +31,7 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // The place of these operations in the order of services; they work without it.
-class ProtectedAtomicOperations_Service final : public RefcountedServiceObject_T<ProtectedAtomicOperations_Service> {
+class ProtectedAtomicOperations_Service : public RefcountedServiceObject_T<ProtectedAtomicOperations_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;

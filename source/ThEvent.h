@@ -27,7 +27,8 @@ KZ_EXPORT KzErr ThEventCreate(ThEvent* out, void* reserved, int32 initialState);
 // The same as ThEventCreate here: no platform that we run on has signals of its own to attach.
 KZ_EXPORT KzErr ThEventCreateWithCustomSignal(ThEvent* out, void* reserved, int32 initialState);
 
-// Destroys an event that nobody uses. Null is reported at level 3.
+// Destroys an event that nobody uses; a signal that has not returned still does. Null, and a system that refuses to
+// tear the event down, are reported at level 3.
 KZ_EXPORT void ThEventDestroy(ThEvent event);
 
 // Signals the event: 1 if it woke a waiter, 0 if the signal was kept or the event is null.
@@ -40,7 +41,7 @@ KZ_EXPORT int32 ThEventReset(ThEvent event);
 KZ_EXPORT KzErr ThEventWait(ThEvent event);
 
 // Waits for a signal for at most `milliseconds`, 0 only looking. 0: it came; kzErrTimeout: it did not;
-// kzErrArgument: the event is null, or the wait failed.
+// kzErrArgument: the event is null, or the wait failed, which is reported at level 4.
 KZ_EXPORT KzErr ThEventWaitWithTimeout(ThEvent event, int32 milliseconds);
 
 // Calls `pump(arg)` once, also for a null event, then again after each `milliseconds` without a signal; returns 0 on
@@ -55,7 +56,7 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // The place of events in the order of services; events work without it.
-class ThEvent_Service final : public RefcountedServiceObject_T<ThEvent_Service> {
+class ThEvent_Service : public RefcountedServiceObject_T<ThEvent_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;

@@ -21,7 +21,8 @@ KZ_EXTERN_C_BEGIN
 // null. Before the host's interface is set it reports at level 2. Any thread.
 KZ_EXPORT KzErr ThMutexCreate(ThMutex* out, const char* name);
 
-// Destroys a lock that nobody holds or waits for. A block that is no lock is reported at level 3 and left alone.
+// Destroys a lock that nobody holds, waits for or is still releasing: who got it from another thread must know that
+// the other one's release has returned. A block that is no lock is reported at level 3 and left alone.
 KZ_EXPORT void ThMutexDestroy(ThMutex mutex);
 
 // Takes the lock, waiting for it as long as it takes. Any thread that does not hold it.
@@ -36,7 +37,7 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // The place of locks in the order of services; locks work without it.
-class ThMutex_Service final : public RefcountedServiceObject_T<ThMutex_Service> {
+class ThMutex_Service : public RefcountedServiceObject_T<ThMutex_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;

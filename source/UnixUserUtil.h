@@ -34,7 +34,7 @@ KZ_EXTERN_C_END
 KZ_EXPORT KzErr GetHomeDir(std::string* out, const std::string& user);
 
 // Owns the lock around the system's look-ups.
-class UnixUserUtil_Service final : public RefcountedServiceObject_T<UnixUserUtil_Service> {
+class UnixUserUtil_Service : public RefcountedServiceObject_T<UnixUserUtil_Service> {
 public:
     const char* GetName() const override;
     void GetDependencies(IServiceDependencyList* list) const override;

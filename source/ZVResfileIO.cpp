@@ -1,10 +1,11 @@
 #include "ZVResfileIO.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <new>
 
+#include "ByteOrder.h"
 #include "FileManager.h"
 #include "MemoryManager.h"
 #include "PathRef.h"
@@ -17,7 +18,8 @@ namespace {
 constexpr char kModule[] = "source/ZVResfileIO";
 
 constexpr _FMFileType kMappedFileType = kz::FourCharCode("QKVZ");
-constexpr int32 kBlockHeadSize = 4;
+constexpr int32 kBlockHeadSize = 4;  // the length word of a block
+constexpr int32 kHeadRead = 4096;    // what is asked for with it: a page
 constexpr int32 kMostBytes = std::numeric_limits<int32>::max();
 
 constinit ZVResfileIO::OpenHook gOpenHook = nullptr;
@@ -39,11 +41,7 @@ UHandle MacMemMapFile(File_t file, int32 offset, int32 size)
         KZ_REPORT(kDbgWarning, 0x41D7B02C) << "MacMemMapFile:TempNewHandle returned NULL";
         return nullptr;
     }
-    KzErr err = FMSeek(file, offset, kFMFromStart);
-    if (err == kzErrNone) {
-        err = FMRead(file, size, nullptr, *copy.GetHandle());
-    }
-    if (err != kzErrNone) {
+    if (const KzErr err = kz::FMReadAt(file, offset, size, nullptr, *copy.GetHandle())) {
         KZ_REPORT(kDbgWarning, 0xD85F3E61) << "MacMemMapFile:FMRead:err=" << err;
         return nullptr;
     }
@@ -134,7 +132,7 @@ KzErr ZVResfileIO::Open(const PathRef& path, int32 mode, int32 denyMode)
 KzErr ZVResfileIO::Seek(int32 offset, int32 seekMode)
 {
     if (memData == nullptr) {
-        return FMSeek(fileRef, offset, seekMode);
+        return SeekInFile(offset, seekMode);
     }
     int64 target = 0;
     if (seekMode == kFMFromStart) {
@@ -151,10 +149,35 @@ KzErr ZVResfileIO::Seek(int32 offset, int32 seekMode)
     return kzErrNone;
 }
 
+KzErr ZVResfileIO::SeekInFile(int32 offset, int32 seekMode)
+{
+    if (fileRef == nullptr || seekMode < kFMFromStart || seekMode > kFMFromCurrent) {
+        return kzErrArgument;
+    }
+    const int32 origin = seekMode == kFMFromEnd ? fileSize : seekMode == kFMFromCurrent ? filePos : 0;
+    const int64 target = int64{origin} + offset;
+    if (target > fileSize) {
+        // The file may have grown since it was opened.
+        if (const KzErr err = LengthOf(fileRef, &fileSize)) {
+            return err;
+        }
+    }
+    if (target < 0 || target > fileSize) {
+        return kzErrEndOfFile;
+    }
+    filePos = static_cast<int32>(target);
+    return kzErrNone;
+}
+
 KzErr ZVResfileIO::Read(int32 count, int32* actual, void* buffer)
 {
     if (memData == nullptr) {
-        const KzErr err = FMRead(fileRef, count, actual, buffer);
+        int32 got = 0;
+        const KzErr err = kz::FMReadAt(fileRef, filePos, count, &got, buffer);
+        filePos += got;
+        if (actual != nullptr) {
+            *actual = got;
+        }
         return err == kzErrEndOfFile ? kzErrResFileNotOpen : err;
     }
     if (actual != nullptr) {
@@ -227,26 +250,49 @@ KzErr ZVResfileIO::Close()
     return err;
 }
 
+KzErr ZVResfileIO::LoadBlock(int32 fileOffset, int64 room, ZVResFile* owner, ResourceData** out)
+{
+    // A file is asked for more than the length word: most blocks then come in one call to the system.
+    unsigned char head[kHeadRead];
+    const int64 wanted = memData != nullptr ? kBlockHeadSize : std::min<int64>(room, kHeadRead);
+    KzErr err = Seek(fileOffset, kFMFromStart);
+    int32 got = 0;
+    if (err == kzErrNone) {
+        err = Read(static_cast<int32>(wanted), &got, head);
+    }
+    if (got < kBlockHeadSize) {
+        return err;
+    }
+    const int64 length = kz::LoadBig<uInt32>(head);
+    if (kBlockHeadSize + length > room || length > kMostBytes) {
+        return kzErrEndOfFile;
+    }
+    if (memData == nullptr && kBlockHeadSize + length <= got) {
+        return CopyIntoHandle(head + kBlockHeadSize, static_cast<int32>(length), out);
+    }
+    return CreateResDataObj(fileOffset, static_cast<int32>(length), owner, out);
+}
+
 KzErr ZVResfileIO::CreateResDataObj(int32 fileOffset, int32 size, ZVResFile* /*owner*/, ResourceData** out)
 {
     *out = nullptr;
     if (memData == nullptr) {
-        return ReadIntoHandle(size, out);
+        return ReadIntoHandle(fileOffset, size, out);
     }
     const int64 start = int64{fileOffset} - memBase + kBlockHeadSize;
     if (size < 0 || start < 0 || start + size > memSize) {
         return kzErrResFileNotOpen;
     }
     const unsigned char* bytes = memData + start;
+    // The data has to survive later changes of a handle that can be written.
     if (memHandle != nullptr && !IsReadOnly()) {
-        return CopyFromMemory(bytes, size, out);
+        return CopyIntoHandle(bytes, size, out);
     }
     *out = new (std::nothrow) MappedResource(bytes, size);
     return *out != nullptr ? kzErrNone : kzErrMemoryFull;
 }
 
-// The data has to survive later changes of the handle that it comes from.
-KzErr ZVResfileIO::CopyFromMemory(const unsigned char* bytes, int32 size, ResourceData** out) const
+KzErr ZVResfileIO::CopyIntoHandle(const unsigned char* bytes, int32 size, ResourceData** out) const
 {
     ZVHandle copy(DSNewHandle(static_cast<unsigned long>(size)));
     if (copy.GetHandle() == nullptr) {
@@ -256,7 +302,7 @@ KzErr ZVResfileIO::CopyFromMemory(const unsigned char* bytes, int32 size, Resour
     return WrapHandle(&copy, out);
 }
 
-KzErr ZVResfileIO::ReadIntoHandle(int32 size, ResourceData** out)
+KzErr ZVResfileIO::ReadIntoHandle(int32 fileOffset, int32 size, ResourceData** out)
 {
     // No memory is asked for on the word of a file that can't hold as much. It may have grown since it was opened.
     if (size < 0 || (size > fileSize && (LengthOf(fileRef, &fileSize) != kzErrNone || size > fileSize))) {
@@ -266,7 +312,12 @@ KzErr ZVResfileIO::ReadIntoHandle(int32 size, ResourceData** out)
     if (data.GetHandle() == nullptr) {
         return kzErrMemoryFull;
     }
-    if (const KzErr err = Read(size, nullptr, *data.GetHandle())) {
+    KzErr err = Seek(fileOffset, kFMFromStart);
+    if (err == kzErrNone) {
+        filePos += kBlockHeadSize;
+        err = Read(size, nullptr, *data.GetHandle());
+    }
+    if (err != kzErrNone) {
         return err;
     }
     return WrapHandle(&data, out);

@@ -42,7 +42,7 @@ public:
     // Opens a file. Codes of FMOpen, but kzErrNotFound for an absolute path that it refuses as an argument.
     KzErr Open(const PathRef& path, int32 mode, int32 denyMode);
 
-    // Moves the position; the modes are those of FMSeek. kzErrEndOfFile: outside the source.
+    // Moves the position; the modes are those of FMSeek. kzErrEndOfFile: outside the source, and the position stays.
     KzErr Seek(int32 offset, int32 seekMode);
 
     // Reads `count` bytes; `actual` may be null. kzErrResFileNotOpen: fewer are left; from memory none is read then.
@@ -58,18 +58,24 @@ public:
     // Unmaps, closes the file and disposes an owned handle.
     KzErr Close();
 
-    // Makes the data object of a block of `size` bytes whose length word stands at fileOffset and has just been read.
-    // kzErrResFileNotOpen: the source ends before the block; kzErrMemoryFull.
+    // Reads the block whose length word stands at fileOffset, and makes its data object. The block has no more than
+    // `room` bytes, at least 4, with its length word: kzErrEndOfFile when it says otherwise. Other codes: those of Seek
+    // and Read, kzErrMemoryFull.
+    KzErr LoadBlock(int32 fileOffset, int64 room, ZVResFile* owner, ResourceData** out);
+
+    // The second half of that: makes the data object of a block of `size` bytes. kzErrResFileNotOpen: the source ends
+    // before the block; kzErrMemoryFull.
     KzErr CreateResDataObj(int32 fileOffset, int32 size, ZVResFile* owner, ResourceData** out);
 
     bool IsOpen() const;
     bool IsReadOnly() const { return openMode == 1; }
-    // The length of the source at its opening, in bytes.
+    // The length of the source at its opening, or when it was last found to be longer, in bytes.
     int32 GetFileSize() const { return fileSize; }
 
 private:
-    KzErr CopyFromMemory(const unsigned char* bytes, int32 size, ResourceData** out) const;
-    KzErr ReadIntoHandle(int32 size, ResourceData** out);
+    KzErr CopyIntoHandle(const unsigned char* bytes, int32 size, ResourceData** out) const;
+    KzErr ReadIntoHandle(int32 fileOffset, int32 size, ResourceData** out);
+    KzErr SeekInFile(int32 offset, int32 seekMode);
 
     bool hookOpened = false;
     File_t fileRef = nullptr;
@@ -84,6 +90,7 @@ private:
     bool ownsHandle = false;
     int32 fileSize = 0;
     int32 memBase = 0;  // the file offset of the first byte of memData
+    int32 filePos = 0;  // the read position in fileRef, whose own position is left alone
 };
 
 #endif

@@ -28,10 +28,10 @@ public:
 
 private:
     KzErr mErr;
-    char mDetail[128];
-    char mFile[32];
+    char mDetail[128] = {};
+    char mFile[32] = {};
     int32 mLine;
-    char mText[256];
+    char mText[256] = {};
     StackChainFS<16> mStack;
 };
 

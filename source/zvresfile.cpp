@@ -781,21 +781,8 @@ KzErr ZVResFile::LoadRsrcFromListPtr(RsrcList* entry)
     if (offset + kz::kBlockHeadSize > dataSize || place > kMostBytes) {
         return kzErrEndOfFile;
     }
-    unsigned char head[kz::kBlockHeadSize];
-    KzErr err = mIO->Seek(static_cast<int32>(place), kFMFromStart);
-    if (err == kzErrNone) {
-        err = mIO->Read(sizeof head, nullptr, head);
-    }
-    if (err != kzErrNone) {
-        return err;
-    }
-    const int64 length = kz::LoadBig<uInt32>(head);
-    if (offset + length + kz::kBlockHeadSize > dataSize || length > kMostBytes) {
-        return kzErrEndOfFile;
-    }
     ResourceData* data = nullptr;
-    err = mIO->CreateResDataObj(static_cast<int32>(place), static_cast<int32>(length), this, &data);
-    if (err != kzErrNone) {
+    if (const KzErr err = mIO->LoadBlock(static_cast<int32>(place), dataSize - offset, this, &data)) {
         return err;
     }
     std::unique_ptr<ResourceData> ownedData(data);

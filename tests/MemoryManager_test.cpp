@@ -562,7 +562,7 @@ TEST(MemoryManagerService, EnvironmentSetsTheCheckLevel)
 void RandomStep(std::mt19937& random, std::map<UHandle, Bytes>& handles)
 {
     const auto below = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
-    const unsigned long size = below(20) == 0 ? 1000000 + below(100000) : below(3000);
+    const unsigned long size = below(80) == 0 ? 1000000 + below(100000) : below(3000);
     const unsigned long alignment = 1ul << below(14);
     const unsigned long offset = below(300);
     const auto fill = static_cast<unsigned char>(random());

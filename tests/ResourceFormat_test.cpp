@@ -200,6 +200,43 @@ TEST(ResourceFormat, ConversionToTheFileUndoesTheConversionToTheHost)
     }
 }
 
+TEST(ResourceFormat, WeakConversionRefusesOnlyWhatLeadsOutside)
+{
+    const ResImage sound({{"AAAA", 1, "1234", "one"}, {"BBBB", 1, ""}});
+    struct Row {
+        int line;
+        const char* broken;
+        std::size_t offset;
+        unsigned value;
+        int expected;
+    };
+    const Row kRows[] = {
+        {__LINE__, "map attributes", sound.MapField(40), 0xFFFFFFFF, 0},
+        {__LINE__, "resource attributes", sound.EntryField(0, 8), 0xFFFFFFFF, 0},
+        {__LINE__, "name offset", sound.EntryField(0, 4), 0x7FFFFFFF, 0},
+        {__LINE__, "data offset", sound.EntryField(0, 12), 0xFFFFFFFF, 0},
+        {__LINE__, "lists overlap", sound.TypeField(1, 8), sound.ListOffset(0), 0},
+        {__LINE__, "negative count", sound.TypeField(0, 4), 0x80000000, 0},
+        {__LINE__, "names behind the end", sound.MapField(48), 0x7FFFFFFF, kzErrIO},
+        {__LINE__, "type map behind the end", sound.MapField(44), 0x7FFFFFFF, kzErrIO},
+        {__LINE__, "most entries that can be said", sound.TypeField(0, 4), 0x7FFFFFFF, kzErrIO},
+        {__LINE__, "list behind the end", sound.TypeField(1, 8), 0xFFFFFFF0, kzErrIO},
+        {__LINE__, "list over the type map", sound.TypeField(1, 8), 4, kzErrIO},
+        {__LINE__, "more types than fit", sound.MapField(52), 0x7FFFFFFF, kzErrIO},
+    };
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.line);
+        ResImage image = sound;
+        image.PutU32(row.offset, row.value);
+        const RsrcHeader header = NativeHeader(image.Header());
+        MapBlock block(image.Map(), header);
+        EXPECT_EQ(ZVResFile::StandardizeRsrcMap(block.Map(), ZVResFile::toNative, &header), row.expected) << row.broken;
+        if (row.expected == 0) {
+            WalkMap(block.Map());
+        }
+    }
+}
+
 TEST(ResourceFormat, WeakConversionStaysInsideEveryMap)
 {
     kztest::ReportCatcher reports;

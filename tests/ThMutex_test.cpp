@@ -3,15 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdint>
-#include <cstring>
 #include <latch>
+#include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "PlatformMutex.h"
 #include "ReportCatcher.h"
 #include "ScopedLock.h"
+#include "SlotOf.h"
 #include "TestHost.h"
 
 namespace {
@@ -22,10 +23,17 @@ protected:
     ThMutexTest() { KZAppInterfaceSet(&mHost); }
     ~ThMutexTest() override { KZAppInterfaceSet(nullptr); }
 
-    // Where a thread is on its way to, or in, the lock's queue.
-    static void WaitForCount(ThMutex mutex, int32 count)
+    static ThMutex MakeMutex()
     {
-        while (kz::ThMutexCount(mutex) != count) {
+        ThMutex mutex = nullptr;
+        EXPECT_EQ(ThMutexCreate(&mutex, nullptr), kzErrNone);
+        return mutex;
+    }
+
+    template <typename Condition>
+    static void WaitUntil(Condition&& condition)
+    {
+        while (!condition()) {
             std::this_thread::yield();
         }
     }
@@ -34,135 +42,108 @@ protected:
     kztest::ReportCatcher mReports;
 };
 
-TEST_F(ThMutexTest, NullIsNothingToLock)
+TEST_F(ThMutexTest, NullIsNothingToLockAndForeignBlocksAreLeftAlone)
 {
     ThMutexAcquire(nullptr);
     ThMutexAcquire(nullptr);
     ThMutexRelease(nullptr);
     ThMutexDestroy(nullptr);
     EXPECT_EQ(ThMutexCreate(nullptr, "none"), kzErrArgument);
-}
+    EXPECT_EQ(DestroyPlatformMutex(nullptr), kzErrNone);
 
-TEST_F(ThMutexTest, CountTellsHolderAndWaiters)
-{
-    ThMutex mutex = nullptr;
-    ASSERT_EQ(ThMutexCreate(&mutex, nullptr), kzErrNone);
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    {
-        kz::ScopedLock lock(mutex);
-        EXPECT_EQ(kz::ThMutexCount(mutex), 0);
-    }
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-
-    // Two more threads queue up; each release lets exactly one of them in.
-    ThMutexAcquire(mutex);
-    std::atomic<int> inside{0};
-    std::atomic<int> mayLeave{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&] {
-            kz::ScopedLock lock(mutex);
-            const int order = ++inside;
-            while (mayLeave < order) {
-                std::this_thread::yield();
-            }
-        });
-    }
-    WaitForCount(mutex, 2);
-    EXPECT_EQ(inside, 0);
-    ThMutexRelease(mutex);
-    for (int order = 1; order <= 2; ++order) {
-        while (inside < order) {
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(inside, order);
-        EXPECT_EQ(kz::ThMutexCount(mutex), 2 - order);
-        mayLeave = order;
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    ThMutexDestroy(mutex);
-}
-
-class ThMutexStress : public ThMutexTest, public testing::WithParamInterface<bool> {};
-
-TEST_P(ThMutexStress, OneThreadAtATimeIsInside)
-{
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 10000;
-    mHost.isRealTimeTarget = GetParam();
-    ThMutex mutex = nullptr;
-    ASSERT_EQ(ThMutexCreate(&mutex, "counter"), kzErrNone);
-    PlatformMutex* const platform = CreatePlatformMutex();
-    ASSERT_NE(platform, nullptr);
-    int counter = 0;
-    int platformCounter = 0;
-    std::latch start(kThreads);  // all at once, or the first are done before the last begin
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&] {
-            start.arrive_and_wait();
-            for (int round = 0; round < kRounds; ++round) {
-                {
-                    kz::ScopedLock lock(mutex);
-                    ++counter;
-                }
-                EXPECT_EQ(platform->Acquire(), kzErrNone);
-                ++platformCounter;
-                EXPECT_EQ(platform->Release(), kzErrNone);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(counter, kThreads * kRounds);
-    EXPECT_EQ(platformCounter, kThreads * kRounds);
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    ThMutexDestroy(mutex);
-    EXPECT_EQ(DestroyPlatformMutex(platform), kzErrNone);
-}
-
-INSTANTIATE_TEST_SUITE_P(Targets, ThMutexStress, testing::Bool(),
-                         [](const auto& target) { return target.param ? "RealTime" : "Desktop"; });
-
-TEST_F(ThMutexTest, WhatIsNoMutexIsLeftAlone)
-{
     alignas(16) unsigned char block[128] = {};
     ThMutexDestroy(reinterpret_cast<ThMutex>(block));
     EXPECT_TRUE(mReports.Take(kDbgError, "bad mutex verifier in ThMutexDestroy"));
-    EXPECT_EQ(DestroyPlatformMutex(nullptr), kzErrNone);
 }
 
 TEST_F(ThMutexTest, MadeBeforeTheHostIsSetWorksWithAReport)
 {
     KZAppInterfaceSet(nullptr);
-    ThMutex mutex = nullptr;
-    ASSERT_EQ(ThMutexCreate(&mutex, "early"), kzErrNone);
+    const ThMutex mutex = MakeMutex();
     const std::vector<kztest::CaughtReport> reports = mReports.TakeAll();
     ASSERT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports[0].level, kDbgWarning);
     EXPECT_EQ(reports[0].text, "mutex created before kzcore is initialized, move caller to after KZApp is ready\n");
-    KZAppInterfaceSet(&mHost);
     kz::ScopedLock(ThMutex{mutex});
     ThMutexDestroy(mutex);
 }
 
-// A pointer to a virtual member holds 1 + 8 * slot; the destructor pair takes the first two slots.
+TEST_F(ThMutexTest, CountTellsHolderAndWaiters)
+{
+    const ThMutex mutex = MakeMutex();
+    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
+    ThMutexAcquire(mutex);
+    EXPECT_EQ(kz::ThMutexCount(mutex), 0);
+
+    // Two more threads queue up; each release lets exactly one of them in.
+    std::atomic<int> inside{0};
+    std::atomic<int> mayLeave{0};
+    const auto visit = [&] {
+        kz::ScopedLock lock(mutex);
+        const int order = ++inside;
+        WaitUntil([&] { return mayLeave >= order; });
+    };
+    std::thread first(visit);
+    std::thread second(visit);
+    WaitUntil([&] { return kz::ThMutexCount(mutex) == 2; });
+    EXPECT_EQ(inside, 0);
+    ThMutexRelease(mutex);
+    for (int order = 1; order <= 2; ++order) {
+        WaitUntil([&] { return inside >= order; });
+        EXPECT_EQ(inside, order);
+        EXPECT_EQ(kz::ThMutexCount(mutex), 2 - order);
+        mayLeave = order;
+    }
+    first.join();
+    second.join();
+    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
+    ThMutexDestroy(mutex);
+}
+
+TEST_F(ThMutexTest, OneThreadAtATimeIsInside)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 10000;
+    for (const KzBool isRealTime : {0, 1}) {
+        mHost.isRealTimeTarget = isRealTime;
+        const ThMutex mutex = MakeMutex();
+        PlatformMutex* const platform = CreatePlatformMutex();
+        ASSERT_NE(platform, nullptr);
+        int counter = 0;
+        int platformCounter = 0;
+        std::latch start(kThreads);  // all at once, or the first are done before the last begin
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&] {
+                start.arrive_and_wait();
+                for (int round = 0; round < kRounds; ++round) {
+                    {
+                        kz::ScopedLock lock(mutex);
+                        ++counter;
+                    }
+                    EXPECT_EQ(platform->Acquire(), kzErrNone);
+                    ++platformCounter;
+                    EXPECT_EQ(platform->Release(), kzErrNone);
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(counter, kThreads * kRounds);
+        EXPECT_EQ(platformCounter, kThreads * kRounds);
+        EXPECT_EQ(kz::ThMutexCount(mutex), -1);
+        ThMutexDestroy(mutex);
+        EXPECT_EQ(DestroyPlatformMutex(platform), kzErrNone);
+    }
+}
+
 TEST(PlatformMutexLayout, SlotsStandInOrder)
 {
-    const auto slot = [](KzErr (PlatformMutex::*member)()) {
-        uintptr_t words[2];
-        static_assert(sizeof words == sizeof member);
-        std::memcpy(words, &member, sizeof words);
-        return (words[0] - 1) / 8;
-    };
-    EXPECT_EQ(slot(&PlatformMutex::Acquire), 2U);
-    EXPECT_EQ(slot(&PlatformMutex::Release), 3U);
-    EXPECT_EQ(slot(&PlatformMutex::Init), 4U);
-    EXPECT_EQ(slot(&PlatformMutex::Uninit), 5U);
+    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Acquire), 2);
+    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Release), 3);
+    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Init), 4);
+    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Uninit), 5);
 }
 
 #ifndef NDEBUG
@@ -179,46 +160,34 @@ void WrongRelease(ThMutex mutex) KZ_NO_THREAD_CHECK
     ThMutexRelease(mutex);
 }
 
-TEST_F(ThMutexTest, SecondTakeByTheHolderIsReportedBeforeItHangs)
-{
-    ThMutex mutex = nullptr;
-    ASSERT_EQ(ThMutexCreate(&mutex, "twice"), kzErrNone);
-    std::thread holder(&WrongTake, mutex);
-    while (!mReports.Take(kDbgError, "ThMutexAcquire: this thread holds the mutex, and will wait for ever")) {
-        std::this_thread::yield();
-    }
-    WaitForCount(mutex, 1);
-
-    // Only somebody else's release lets it go on, and that is a defect too.
-    WrongRelease(mutex);
-    EXPECT_TRUE(mReports.Take(kDbgError, "ThMutexRelease: this thread does not hold the mutex"));
-    holder.join();
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    ThMutexDestroy(mutex);
-}
-
+std::mutex gTextsLock;
+std::vector<std::string> gTexts;
 ThMutex gHandlerMutex = nullptr;
-std::atomic<int> gHandlerCalls{0};
 
 // As a host's handler may, this one uses the library, and meets the very lock that is reported.
-void LockingHandler(const char*, int32, const char*, int32, uInt32, const char*, uInt64)
+void LockingHandler(const char*, int32, const char*, int32, uInt32, const char* text, uInt64)
 {
-    ++gHandlerCalls;
+    {
+        std::lock_guard<std::mutex> lock(gTextsLock);
+        gTexts.emplace_back(text);
+    }
     kz::ScopedLock lock(gHandlerMutex);
 }
 
-TEST_F(ThMutexTest, HandlerThatTakesTheReportedMutexIsNotReportedAgain)
+TEST_F(ThMutexTest, WrongUseIsReportedOnceEvenIfTheHandlerTakesTheLock)
 {
-    ASSERT_EQ(ThMutexCreate(&gHandlerMutex, "handler"), kzErrNone);
-    gHandlerCalls = 0;
+    gHandlerMutex = MakeMutex();
+    gTexts.clear();
     const DebugOutputHandler outer = DebugOutputGetHandler();
     DebugOutputSetHandler(&LockingHandler);
     std::thread holder(&WrongTake, gHandlerMutex);
-    WaitForCount(gHandlerMutex, 1);
-    WrongRelease(gHandlerMutex);  // lets the handler's take go on; its report then takes the lock too
+    WaitUntil([] { return kz::ThMutexCount(gHandlerMutex) == 1; });
+    // Only somebody else's release lets the holder's handler go on, and that is a defect too.
+    WrongRelease(gHandlerMutex);
     holder.join();
     DebugOutputSetHandler(outer);
-    EXPECT_EQ(gHandlerCalls, 2);
+    EXPECT_EQ(gTexts, (std::vector<std::string>{"ThMutexAcquire: this thread holds the mutex, and will wait for ever",
+                                                "ThMutexRelease: this thread does not hold the mutex"}));
     EXPECT_EQ(kz::ThMutexCount(gHandlerMutex), -1);
     ThMutexDestroy(gHandlerMutex);
 }

@@ -62,8 +62,8 @@ inline int RunWithGoals(int argc, char** argv, const std::vector<Goal>& goals)
         const double ours = reporter.Median(goal.ours);
         const double peer = reporter.Median(goal.peer);
         if (ours > 0.0 && peer > 0.0) {
-            std::printf("%-44s %9.1f ns %9.1f ns %7.1fx %7.1fx  %s\n", goal.work, ours, peer, peer / ours,
-                        goal.atLeast, peer / ours >= goal.atLeast ? "met" : "not met");
+            std::printf("%-44s %9.1f ns %9.1f ns %7.1fx %7.1fx  %s\n", goal.work, ours, peer, peer / ours, goal.atLeast,
+                        peer / ours >= goal.atLeast ? "met" : "not met");
         }
     }
     return 0;

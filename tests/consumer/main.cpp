@@ -1,4 +1,4 @@
-// A user's host in its smallest form: starts the library, makes a handle, stops it.
+// A user's host in its smallest form: starts the library, starts a service by itself twice, makes a handle, stops.
 
 #include <kzcore/KZCore.h>
 
@@ -30,12 +30,16 @@ int main()
     Host host;
     KZAppInterfaceSet(&host);
     const KzErr err = InitKZCoreBase();
+    // The second start is of a new object: the first stop has destroyed the first one, in the library's own eyes too.
+    KzErr serviceErr = ResourceManagerService()->Init();
+    ResourceManagerService()->Uninit();
     InitKZCoreAppSupport();
+    serviceErr |= ResourceManagerService()->Init() | ResourceManagerService()->Uninit();
     UHandle handle = DSNewHandle(12);
     const long size = DSGetHandleSize(handle);
     DSDisposeHandle(handle);
     UninitKZCoreAppSupport();
     UninitKZCoreBase();
     std::printf("start gave %d, the handle has %ld bytes\n", static_cast<int>(err), size);
-    return err == 0 && size == 12 ? 0 : 1;
+    return err == 0 && serviceErr == 0 && size == 12 ? 0 : 1;
 }
