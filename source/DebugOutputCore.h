@@ -43,8 +43,8 @@ KZ_EXPORT void DebugOutputResetNumEvents(void);
 KZ_EXPORT void DebugOutputCallHandler(const char* file, int32 line, const char* versionId, int32 level, uInt32 hash,
                                       const char* text, uInt64 extra);
 
-// Breaks into an attached debugger with the first 255 characters of the text, then sends a report of level 0: "StopHere: "
-// and the text. Null stands for an empty text. Always 0.
+// Breaks into an attached debugger with the first 255 characters of the text, then sends a report of level 0:
+// "StopHere: " and the text. Null stands for an empty text. Always 0.
 KZ_EXPORT int32 StopHere(const char* text);
 
 // Does nothing; kept for callers of old.

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +15,7 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -106,11 +106,7 @@ TEST(DebugStream, KeepsTheFirst255Bytes)
 {
     const std::string long300(300, 'x');
     const std::string full = long300.substr(0, 255);
-    const char text[] = "abcdef";
     const auto appended = [](auto... texts) { return StreamText([&](DebugStream& s) { (s.Append(texts), ...); }); };
-    const auto range = [](const char* begin, const char* end) {
-        return StreamText([&](DebugStream& s) { s.Append(begin, end); });
-    };
     EXPECT_EQ(appended(long300.c_str()), full);
     EXPECT_EQ(appended(full.c_str(), "y", 'y'), full);
     EXPECT_EQ(appended(full.c_str() + 1, "yz"), full.substr(1) + "y");
@@ -118,26 +114,22 @@ TEST(DebugStream, KeepsTheFirst255Bytes)
     EXPECT_EQ(appended("a", nullptr, 'b'), "ab");
     EXPECT_EQ(appended(), "");
 
-    EXPECT_EQ(range(long300.data(), long300.data() + 300), full);
-    EXPECT_EQ(range(text + 1, text + 3), "bc");
-    EXPECT_EQ(range(text, text), "");
-    EXPECT_EQ(range(text + 3, text + 1), "");
-    EXPECT_EQ(range(text, nullptr), "");
-    EXPECT_EQ(range(nullptr, text), "");
+    const char text[] = "abcdef";
+    EXPECT_EQ(StreamText([&](DebugStream& s) {
+                  s.Append(text + 1, text + 3);
+                  s.Append(text, text);
+                  s.Append(text, nullptr);
+                  s.Append(nullptr, text);
+              }),
+              "bc");
 }
 
 int SomeFunction(int);
 
 TEST(DebugStream, ValuesPrintByTheirType)
 {
-    // A counted string of three bytes, and what a damaged count gives.
-    unsigned char bytes[8] = {0, 0, 0, 0, 'a', 'b', 'c', 'd'};
-    const int32 length = 3;
-    std::memcpy(bytes, &length, sizeof length);
-    alignas(LStr) unsigned char storage[sizeof bytes];
-    std::memcpy(storage, bytes, sizeof bytes);
-    auto* string = reinterpret_cast<LStr*>(storage);
-    LStr** handle = &string;
+    LStr counted = {1, {'x'}};
+    LStr* string = &counted;
     LStr negative = {-1, {'x'}};
     char buffer[] = "buffer";
     void (*const noProcedure)() = nullptr;
@@ -148,14 +140,10 @@ TEST(DebugStream, ValuesPrintByTheirType)
     } kRows[] = {
         {__LINE__, ValueText(true), "true"},
         {__LINE__, ValueText(false), "false"},
-        {__LINE__, ValueText("literal"), "literal"},
-        {__LINE__, ValueText(buffer), "buffer"},
         {__LINE__, ValueText(static_cast<char*>(buffer)), "buffer"},
         {__LINE__, ValueText(static_cast<const char*>(nullptr)), ""},
-        {__LINE__, ValueText(string), "abc"},
-        {__LINE__, ValueText(static_cast<const LStr*>(string)), "abc"},
-        {__LINE__, ValueText(handle), "abc"},
-        {__LINE__, ValueText(static_cast<const LStr* const*>(handle)), "abc"},
+        {__LINE__, ValueText(string), "x"},
+        {__LINE__, ValueText(&string), "x"},
         {__LINE__, ValueText(static_cast<LStr**>(nullptr)), ""},
         {__LINE__, ValueText(static_cast<LStr*>(nullptr)), ""},
         {__LINE__, ValueText(&negative), ""},
@@ -171,7 +159,6 @@ TEST(DebugStream, ValuesPrintByTheirType)
         {__LINE__, ValueText(ULLONG_MAX), "18446744073709551615"},
         {__LINE__, ValueText(2.5), "2.500000"},
         {__LINE__, ValueText(-0.25f), "-0.250000"},
-        {__LINE__, ValueText(-std::numeric_limits<double>::max()).substr(0, 8), "-1797693"},
         {__LINE__, std::to_string(ValueText(-std::numeric_limits<double>::max()).size()), "255"},
     };
     for (const auto& row : kRows) {
@@ -179,7 +166,6 @@ TEST(DebugStream, ValuesPrintByTheirType)
         EXPECT_EQ(row.actual, row.expected);
     }
     EXPECT_EQ(ValueText(&SomeFunction).substr(0, 2), "0x");
-    EXPECT_EQ(ValueText(&SomeFunction), ValueText(SomeFunction));
 }
 
 int SomeFunction(int value)
@@ -193,8 +179,10 @@ TEST(DebugStream, AReportCarriesItsPlaceLevelAndHash)
     const int line = __LINE__ + 1;
     KZ_REPORT(kDbgError, 0x51C0A3F7) << "count " << 3 << " of " << 4u;
     KZ_LOG(kDbgInternal) << "note";
+    EXPECT_EQ(StopHere("the place"), 0);
+    EXPECT_EQ(StopHere(nullptr), 0);
     const std::vector<CaughtReport> reports = catcher.TakeAll();
-    ASSERT_EQ(reports.size(), 2u);
+    ASSERT_EQ(reports.size(), 4u);
     EXPECT_EQ(reports[0].file, kModule);
     EXPECT_EQ(reports[0].line, line);
     EXPECT_EQ(reports[0].level, kDbgError);
@@ -202,61 +190,39 @@ TEST(DebugStream, AReportCarriesItsPlaceLevelAndHash)
     EXPECT_EQ(reports[0].text, "count 3 of 4");
     EXPECT_EQ(reports[1].level, kDbgInternal);
     EXPECT_EQ(reports[1].hash, 0u);
+    EXPECT_EQ(reports[2].text, "StopHere: the place");
+    EXPECT_EQ(reports[3].text, "StopHere: ");
+    EXPECT_EQ(reports[3].level, kDbgLog);
 }
 
 TEST_F(PoolTest, BuffersComeFromThePoolOnlyWhileTheServiceRuns)
 {
-    EXPECT_EQ(DebugStream_Service::CheckOutDebugStreamBuffer(), nullptr);
+    OpenStreams early;
+    early.Open("early");
+    OpenStreams inside;
     {
         RunningService service;
-        EXPECT_STREQ(DebugStreamService()->GetName(), "DebugStream_Service");
+        early.ProcessAll();
+        inside.Open("inside");
         DebugStreamBufferPoolRecord* record = DebugStream_Service::CheckOutDebugStreamBuffer();
         ASSERT_NE(record, nullptr);
         EXPECT_EQ(record->inUse, 1u);
         DebugStream_Service::CheckInDebugStreamBuffer(record);
         EXPECT_EQ(record->inUse, 0u);
     }
+    inside.ProcessAll();
     EXPECT_EQ(DebugStream_Service::CheckOutDebugStreamBuffer(), nullptr);
     EXPECT_NE(KZSingleton_T<DebugStream_Service>::M_instPtr.load(), nullptr) << "a stream makes the object";
-}
-
-TEST_F(PoolTest, AStreamOutlivesAStartOrAStop)
-{
-    ReportCatcher catcher;
-    const auto early = std::make_unique<DebugStream>("f", 1, "", kDbgLog);
-    early->Append("early");
-    std::unique_ptr<DebugStream> inside;
-    {
-        RunningService service;
-        early->Process();
-        inside = std::make_unique<DebugStream>("f", 1, "", kDbgLog);
-        inside->Append("in");
-    }
-    inside->Append("side");
-    inside->Process();
-    EXPECT_TRUE(catcher.Take(kDbgLog, "early"));
-    EXPECT_TRUE(catcher.Take(kDbgLog, "inside"));
 }
 
 TEST_F(PoolTest, AStartTakesBackTheBuffersOfDroppedStreams)
 {
     ReportCatcher catcher;
-    mHost.editorVersion = kDevelopment;
-    {
+    for (int run = 0; run < 2; ++run) {
         RunningService service;
         const DebugStream dropped("f", 1, "", kDbgLog);
         OpenStreams streams;
-        streams.Open(kPoolSize - 1);
-        EXPECT_FALSE(HasClashFile());
-        streams.Open("one too many");
-        EXPECT_TRUE(HasClashFile());
-    }
-    EXPECT_TRUE(catcher.Take(kDbgLog, "one too many"));
-    EXPECT_TRUE(catcher.Take(kDbgWarning, std::string("1") + kFailedCheckouts));
-    {
-        RunningService service;
-        OpenStreams streams;
-        streams.Open(kPoolSize);
+        streams.Open(kPoolSize - 1);  // one more would be reported when the service stops
     }
 }
 
@@ -268,29 +234,22 @@ __attribute__((noinline)) void OpenStreamThatClashes()
     stream.Process();
 }
 
-template <typename... Args>
-std::string Formatted(const char* format, Args... args)
-{
-    char text[512];
-    std::snprintf(text, sizeof text, format, args...);
-    return text;
-}
-
-// The name in a frame's line; fails the test for a line of another form.
-std::string FunctionOf(const std::string& line)
-{
-    unsigned long address = 0;
-    unsigned long offset = 0;
-    char name[256] = "";
-    std::sscanf(line.c_str(), "0x%lx - %255s + 0x%lx", &address, name, &offset);
-    EXPECT_EQ(line, Formatted("0x%08lx - %s + 0x%lx", address, name, offset));
-    return name;
-}
-
 TEST_F(PoolTest, AClashLogsTheStackOfWhoReported)
 {
     ReportCatcher catcher;
+    {
+        RunningService service;
+        OpenStreams streams;
+        streams.Open(kPoolSize);
+        OpenStreamThatClashes();
+    }
+    EXPECT_TRUE(catcher.Take(kDbgLog, "clash")) << "the stream has a buffer all the same";
+    EXPECT_TRUE(catcher.Take(kDbgWarning, std::string("1") + kFailedCheckouts));
+    EXPECT_FALSE(HasClashFile()) << "a release host writes none";
+
     mHost.editorVersion = kDevelopment;
+    const std::regex head("=== DebugStream CLASH failedCheckoutCount=[12] thread=0x[0-9a-f]{8,}");
+    const std::regex frame("0x[0-9a-f]{8,} - \\S+ \\+ 0x[0-9a-f]+");
     for (int run = 0; run < 2; ++run) {  // the first clash after a start writes the file anew
         {
             RunningService service;
@@ -305,34 +264,16 @@ TEST_F(PoolTest, AClashLogsTheStackOfWhoReported)
         std::string line;
         for (int clash = 1; clash <= 2; ++clash) {
             ASSERT_TRUE(std::getline(lines, line));
-            EXPECT_EQ(line, Formatted("=== DebugStream CLASH failedCheckoutCount=%d thread=0x%08lx", clash,
-                                      static_cast<unsigned long>(pthread_self())));
+            EXPECT_TRUE(std::regex_match(line, head)) << line;
+            EXPECT_NE(line.find("=" + std::to_string(clash) + " "), std::string::npos) << line;
             ASSERT_TRUE(std::getline(lines, line));
-            EXPECT_NE(FunctionOf(line).find("OpenStreamThatClashes"), std::string::npos) << line;
-            while (std::getline(lines, line) && !line.empty()) {
-                EXPECT_NE(FunctionOf(line), "");
-            }
+            EXPECT_NE(line.find("OpenStreamThatClashes"), std::string::npos) << line;
+            do {
+                EXPECT_TRUE(std::regex_match(line, frame)) << line;
+            } while (std::getline(lines, line) && !line.empty());
         }
         EXPECT_FALSE(std::getline(lines, line)) << line;
     }
-}
-
-TEST_F(PoolTest, AClashWithoutAFileStillGivesABuffer)
-{
-    ReportCatcher catcher;
-    {
-        RunningService service;
-        OpenStreams streams;
-        streams.Open(kPoolSize);
-        OpenStreamThatClashes();
-        EXPECT_FALSE(HasClashFile()) << "a release host writes none";
-        mHost.editorVersion = kDevelopment;
-        ASSERT_TRUE(std::filesystem::create_directory(mFolder.File("DebugStreamClash.txt")));
-        OpenStreamThatClashes();
-    }
-    EXPECT_TRUE(catcher.Take(kDbgLog, "clash"));
-    EXPECT_TRUE(catcher.Take(kDbgLog, "clash"));
-    EXPECT_TRUE(catcher.Take(kDbgWarning, std::string("2") + kFailedCheckouts));
 }
 
 std::atomic<int> gGoodTexts;
@@ -415,11 +356,10 @@ TEST(DebugOutput, CountsAreForReportsWithoutAHandler)
     KZ_REPORT(kDbgError, 0x6E1F94B2) << "survived";
     DebugOutputIncrementEventCount(kDbgFatal);
     EXPECT_EQ(Counts(), (std::vector<int32>{2, 1, 1, 1, 1}));
-    for (const int32 unknown : {-1, 5, INT_MIN, INT_MAX}) {
+    for (const int32 unknown : {-1, 5}) {
         DebugOutputIncrementEventCount(unknown);
         EXPECT_EQ(DebugOutputGetNumEvents(unknown), 0);
     }
-    EXPECT_EQ(Counts(), (std::vector<int32>{2, 1, 1, 1, 1}));
     DebugOutputResetNumEvents();
     EXPECT_EQ(Counts(), std::vector<int32>(5));
 
@@ -438,18 +378,6 @@ TEST(DebugOutput, CountsAreForReportsWithoutAHandler)
     DebugOutputSetHandler(nullptr);
     EXPECT_EQ(Counts(), (std::vector<int32>{0, 1, 0, 0, 0}));
     DebugOutputResetNumEvents();
-}
-
-TEST(DebugOutput, StopHereLogsItsText)
-{
-    ReportCatcher catcher;
-    EXPECT_EQ(StopHere("the place"), 0);
-    EXPECT_EQ(StopHere(nullptr), 0);
-    const std::vector<CaughtReport> reports = catcher.TakeAll();
-    ASSERT_EQ(reports.size(), 2u);
-    EXPECT_EQ(reports[0].text, "StopHere: the place");
-    EXPECT_EQ(reports[1].text, "StopHere: ");
-    EXPECT_EQ(reports[0].level, kDbgLog);
 }
 
 TEST(DebugOutputDeathTest, LevelFourStopsTheProcess)
@@ -472,35 +400,28 @@ TEST(DebugOutputDeathTest, LevelFourStopsTheProcess)
 
 TEST(DebugOutput, AnErrorBreaksIntoADebuggerWithTheFirst255Characters)
 {
-    ASSERT_EQ(DebugOutputGetHandler(), nullptr);
-    const std::string head = "ERR ab12cd34: source/File(12): ";
-    const std::string long300(300, 'z');
-    for (const std::string& text : {std::string("broken"), long300}) {
-        int ends[2];
-        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        const pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            ReportUnderTrace(ends[1], text);
-        }
-        close(ends[1]);
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        const bool refused = WIFEXITED(status) && WEXITSTATUS(status) == 1;
-        EXPECT_TRUE(refused || (WIFSTOPPED(status) && WSTOPSIG(status) == SIGTRAP)) << status;
-        if (WIFSTOPPED(status)) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-        }
-        char got[1024];
-        const ssize_t size = read(ends[0], got, sizeof got);
-        close(ends[0]);
-        if (refused) {
-            GTEST_SKIP() << "tracing is not allowed here";
-        }
-        EXPECT_EQ(std::string(got, static_cast<size_t>(std::max<ssize_t>(size, 0))),
-                  (head + text).substr(0, 255) + "\n");
+    const std::string text(300, 'z');
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ReportUnderTrace(ends[1], text);
     }
+    close(ends[1]);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    char got[1024];
+    const ssize_t size = read(ends[0], got, sizeof got);
+    close(ends[0]);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 1) {
+        GTEST_SKIP() << "tracing is not allowed here";
+    }
+    ASSERT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGTRAP) << status;
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+    EXPECT_EQ(std::string(got, static_cast<size_t>(std::max<ssize_t>(size, 0))),
+              ("ERR ab12cd34: source/File(12): " + text).substr(0, 255) + "\n");
 }
 
 }  // namespace

@@ -71,40 +71,28 @@ TEST(StackChain, EntriesAreTheCallersInnermostFirst)
     EXPECT_NE(crawl->GetFrame(0).offset, crawl->GetFrame(1).offset);
     EXPECT_GT(crawl->GetFrame(0).offset, 0);
     EXPECT_EQ(crawl->GetFrame(1).offset, crawl->GetFrame(2).offset);
+
+    RecordBelow(40, chain, 0);
+    ASSERT_EQ(chain.GetCount(), 16);
+    EXPECT_EQ(chain.GetBuffer()[15], chain.GetBuffer()[1]);
 }
 
 TEST(StackChain, SkipLeavesOutTheInnermost)
 {
-    Chain whole;
-    RecordBelow(4, whole, 0);
-    const std::vector<void*> all = Addresses(whole);
-    for (long skip = 0; skip < 4; ++skip) {
+    const auto recorded = [](long skip) {
         Chain chain;
         RecordBelow(4, chain, skip);
-        const std::vector<void*> rest = Addresses(chain);
-        // Compares what lies inside RecordBelow: the call in here differs.
-        for (size_t i = 0; i + static_cast<size_t>(skip) < 5; ++i) {
-            EXPECT_EQ(rest.at(i), all.at(i + static_cast<size_t>(skip))) << skip;
-        }
+        return Addresses(chain);
+    };
+    std::vector<void*> all;
+    for (long skip = 0; skip < 4; ++skip) {
+        const std::vector<void*> rest = recorded(skip);
+        all = skip == 0 ? rest : all;
+        ASSERT_GE(rest.size(), 5u);
+        EXPECT_TRUE(std::equal(rest.begin(), rest.begin() + 5 - skip, all.begin() + skip)) << skip;
     }
-    for (const long skip : {1000L, LONG_MAX}) {
-        Chain chain;
-        RecordBelow(1, chain, 0);
-        RecordBelow(1, chain, skip);
-        EXPECT_EQ(chain.GetCount(), 0);
-    }
-}
-
-TEST(StackChain, ADeepStackKeepsTheSixteenInnermost)
-{
-    Chain chain;
-    RecordBelow(40, chain, 0);
-    ASSERT_EQ(chain.GetCount(), chain.GetBufferEntries());
-    const std::unique_ptr<StackCrawl> crawl = chain.FrameDecoder()->GetStackCrawl();
-    ASSERT_EQ(crawl->GetCount(), 16);
-    for (long i = 0; i < 16; ++i) {
-        EXPECT_TRUE(IsIn(crawl->GetFrame(i), "RecordBelow"));
-    }
+    EXPECT_TRUE(recorded(1000).empty());
+    EXPECT_TRUE(recorded(LONG_MAX).empty());
 }
 
 // Records from its own frame below `depth` calls of itself, as a signal handler does from that of a context; returns

@@ -34,7 +34,8 @@ int main()
     KzErr serviceErr = ResourceManagerService()->Init();
     ResourceManagerService()->Uninit();
     InitKZCoreAppSupport();
-    serviceErr |= ResourceManagerService()->Init() | ResourceManagerService()->Uninit();
+    serviceErr |= ResourceManagerService()->Init();
+    serviceErr |= ResourceManagerService()->Uninit();
     UHandle handle = DSNewHandle(12);
     const long size = DSGetHandleSize(handle);
     DSDisposeHandle(handle);
