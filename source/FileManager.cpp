@@ -92,6 +92,12 @@ KzErr SeekStream(FILE* stream, int64 offset, int whence)
     return UnixToKZErr(reason);
 }
 
+// Between writing and reading a stream must be positioned; that also writes what waits in it.
+KzErr FinishWriting(FILE* stream)
+{
+    return __fwriting(stream) != 0 ? SeekStream(stream, 0, SEEK_CUR) : kzErrNone;
+}
+
 KzErr TellStream(FILE* stream, int64* position)
 {
     const off_t at = ftello(stream);
@@ -184,8 +190,7 @@ KzErr FMRead(File_t file, int32 count, int32* got, void* buffer)
         return kzErrArgument;
     }
     FILE* const stream = StreamOf(file);
-    // A stream that was written must be positioned before it is read.
-    if (__fwriting(stream) != 0 && SeekStream(stream, 0, SEEK_CUR) != kzErrNone) {
+    if (FinishWriting(stream) != kzErrNone) {
         return kzErrIO;
     }
     const size_t done = fread(buffer, 1, static_cast<size_t>(count), stream);
@@ -284,12 +289,12 @@ KzErr kz::FMReadAt(File_t file, int64 offset, int32 count, int32* got, void* buf
         return kzErrArgument;
     }
     FILE* const stream = StreamOf(file);
-    if (__fwriting(stream) != 0 && fflush(stream) != 0) {
+    if (FinishWriting(stream) != kzErrNone) {
         return kzErrIO;
     }
     while (done < count) {
-        const ssize_t now = pread(fileno(stream), static_cast<char*>(buffer) + done, static_cast<size_t>(count - done),
-                                  offset + done);
+        const ssize_t now =
+            pread(fileno(stream), static_cast<char*>(buffer) + done, static_cast<size_t>(count - done), offset + done);
         if (now < 0 && errno == EINTR) {
             continue;
         }
@@ -310,10 +315,8 @@ KzErr FGetEOF64(File_t file, uInt64* size)
         return kzErrArgument;
     }
     FILE* const stream = StreamOf(file);
-    if (__fwriting(stream) != 0) {
-        if (const KzErr err = SeekStream(stream, 0, SEEK_CUR); err != kzErrNone) {
-            return err;
-        }
+    if (const KzErr err = FinishWriting(stream); err != kzErrNone) {
+        return err;
     }
     // Asking the descriptor leaves the stream's position and its buffer alone.
     struct stat info;

@@ -40,7 +40,9 @@ TEST_F(ThEventTest, KeepsOneSignalForOneWaiter)
 {
     const ThEvent event = MakeEvent(1);
     EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kzErrNone);
-    EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kzErrTimeout);
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(ThEventWaitWithTimeout(event, 30), kzErrTimeout);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(30));
 
     EXPECT_EQ(ThEventSignal(event), 0);
     EXPECT_EQ(ThEventSignal(event), 0);
@@ -51,52 +53,6 @@ TEST_F(ThEventTest, KeepsOneSignalForOneWaiter)
     ThEventSignal(event);
     EXPECT_EQ(ThEventReset(event), 1);
     EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kzErrTimeout);
-    ThEventDestroy(event);
-}
-
-TEST_F(ThEventTest, TimeOutIsNeverEarly)
-{
-    const ThEvent event = MakeEvent(0);
-    for (const int milliseconds : {1, 30}) {
-        const Clock::time_point start = Clock::now();
-        EXPECT_EQ(ThEventWaitWithTimeout(event, milliseconds), kzErrTimeout);
-        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(milliseconds));
-    }
-    ThEventDestroy(event);
-}
-
-TEST_F(ThEventTest, EachSignalLetsOneOfManyWaitersThrough)
-{
-    constexpr int kWaiters = 4;
-    constexpr int kSignals = 2000;
-    const ThEvent event = MakeEvent(0);
-    std::atomic<int> passed{0};
-    std::atomic<int> waiting{kWaiters};
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < kWaiters; ++i) {
-        waiters.emplace_back([&] {
-            while (ThEventWait(event) == kzErrNone && !stop) {
-                ++passed;
-            }
-            --waiting;
-        });
-    }
-    for (int signal = 1; signal <= kSignals; ++signal) {
-        ThEventSignal(event);
-        while (passed < signal) {
-            std::this_thread::yield();
-        }
-        ASSERT_EQ(passed, signal);
-    }
-    stop = true;
-    while (waiting > 0) {
-        ThEventSignal(event);
-        std::this_thread::yield();
-    }
-    for (std::thread& waiter : waiters) {
-        waiter.join();
-    }
     ThEventDestroy(event);
 }
 
@@ -202,7 +158,7 @@ TEST_F(ThEventTest, NullAndForeignEvents)
         {"wait", &ThEventWait, kzErrArgument, ""},
         {"pump", [](ThEvent e) { return ThEventWaitAndPump(e, nullptr, 0, 0); }, kzErrArgument, ""},
         {"message", [](ThEvent e) { return ThEventMsgWaitMultiple(e, nullptr, 0, 0); }, 1, ""},
-        {"second", [&](ThEvent e) { return ThEventMsgWaitMultiple(e ? event : e, e, 0, 0); }, 1, ""},
+        {"second", [&](ThEvent e) { return ThEventMsgWaitMultiple(e != nullptr ? event : nullptr, e, 0, 0); }, 1, ""},
     };
     for (const auto& each : cases) {
         EXPECT_EQ(each.call(nullptr), each.result) << each.name;
@@ -265,29 +221,12 @@ TEST_F(ThEventTest, TellsWhatThePlatformCouldNotDo)
     EXPECT_EQ(reports[0].text, "ThEventDestroy:: (ms) avg latency=1.00000 nEvents=4 min=0.50000 max=1.25000");
 }
 
-TEST_F(ThEventTest, PlatformHasNoLatencies)
-{
-    PlatformEvent* const event = CreatePlatformEvent(0);
-    ASSERT_NE(event, nullptr);
-    unsigned int count = 1;
-    unsigned long long figures[4] = {1, 1, 1, 1};
-    event->GetLatencyStats(&count, &figures[0], &figures[1], nullptr, &figures[3]);
-    EXPECT_EQ(count, 0U);
-    EXPECT_EQ(figures[0] + figures[1] + figures[3], 0U);
-    EXPECT_EQ(figures[2], 1U);
-    EXPECT_EQ(DestroyPlatformEvent(event), kzErrNone);
-}
-
 TEST(PlatformEventLayout, SlotsStandInOrder)
 {
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::Signal), 2);
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::Reset), 3);
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::Wait), 4);
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::WaitAndPump), 5);
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::MsgWaitMultiple), 6);
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::GetLatencyStats), 7);
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::Init), 8);
-    EXPECT_EQ(kztest::SlotOf(&PlatformEvent::Uninit), 9);
+    EXPECT_EQ(kztest::SlotsOf(&PlatformEvent::Signal, &PlatformEvent::Reset, &PlatformEvent::Wait,
+                              &PlatformEvent::WaitAndPump, &PlatformEvent::MsgWaitMultiple,
+                              &PlatformEvent::GetLatencyStats, &PlatformEvent::Init, &PlatformEvent::Uninit),
+              (std::vector<long>{2, 3, 4, 5, 6, 7, 8, 9}));
 }
 
 }  // namespace

@@ -140,10 +140,9 @@ TEST_F(ThMutexTest, OneThreadAtATimeIsInside)
 
 TEST(PlatformMutexLayout, SlotsStandInOrder)
 {
-    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Acquire), 2);
-    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Release), 3);
-    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Init), 4);
-    EXPECT_EQ(kztest::SlotOf(&PlatformMutex::Uninit), 5);
+    EXPECT_EQ(
+        kztest::SlotsOf(&PlatformMutex::Acquire, &PlatformMutex::Release, &PlatformMutex::Init, &PlatformMutex::Uninit),
+        (std::vector<long>{2, 3, 4, 5}));
 }
 
 #ifndef NDEBUG

@@ -3,6 +3,7 @@
 #define KZCORE_TESTS_SLOTOF_H
 
 #include <cstring>
+#include <vector>
 
 namespace kztest {
 
@@ -14,6 +15,12 @@ long SlotOf(Member member)
     static_assert(sizeof member == sizeof words);
     std::memcpy(words, &member, sizeof words);
     return (words[0] - 1) / 8;
+}
+
+template <typename... Members>
+std::vector<long> SlotsOf(Members... members)
+{
+    return {SlotOf(members)...};
 }
 
 }  // namespace kztest
