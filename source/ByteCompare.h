@@ -13,10 +13,10 @@
 namespace kz {
 
 // The index of the first byte in which a and b differ, or n. The C library's comparison is the fastest for equal
-// texts, but doesn't tell the place of a difference.
+// texts, but doesn't tell the place of a difference. Of no bytes the addresses may be null.
 inline std::size_t FirstDifference(const unsigned char* a, const unsigned char* b, std::size_t n)
 {
-    if (std::memcmp(a, b, n) == 0) {
+    if (n == 0 || std::memcmp(a, b, n) == 0) {
         return n;
     }
     std::size_t i = 0;

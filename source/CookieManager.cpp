@@ -186,7 +186,7 @@ unsigned long ListSize(uInt32 count)
     return offsetof(MagicCookieListRec, cookies) + std::max(count, 1u) * sizeof(uInt32);
 }
 
-// Fills a list of that size; false when the jar holds another number of cookies than its count says.
+// Fills a list of that size with at most that many cookies; false when the jar holds fewer than its count says.
 bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* list)
 {
     std::memset(list, 0, ListSize(count));
@@ -194,11 +194,13 @@ bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* l
     unsigned char* at = list + offsetof(MagicCookieListRec, cookies);
     uInt32 found = 0;
     ForEachCookieLocked(jar, [&](uInt32 cookie, const unsigned char*) {
-        if (found++ < count) {
-            std::memcpy(at, &cookie, sizeof cookie);
-            at += sizeof cookie;
+        if (found == count) {
+            return false;
         }
-        return found <= count;
+        std::memcpy(at, &cookie, sizeof cookie);
+        at += sizeof cookie;
+        ++found;
+        return true;
     });
     return found == count;
 }

@@ -62,9 +62,9 @@ public:
     void Read8ByteVal(const void* source, void* dest) const override { CopyPlain<uInt64>(source, dest); }
     void ReadExtVal(const void* source, floatExt* dest) const override
     {
-        unsigned char std[kStoredExtSize];
-        CopySwapped16(source, std);
-        StdToX(std, dest);
+        unsigned char stored[kStoredExtSize];
+        CopySwapped16(source, stored);
+        StdToX(stored, dest);
     }
     void Read16ByteVal(const void* source, void* dest) const override { std::memmove(dest, source, 16); }
     void Write2ByteVal(const void* source, void* dest) const override { CopyPlain<uInt16>(source, dest); }
@@ -72,9 +72,9 @@ public:
     void Write8ByteVal(const void* source, void* dest) const override { CopyPlain<uInt64>(source, dest); }
     void WriteExtVal(const floatExt* source, void* dest) const override
     {
-        unsigned char std[kStoredExtSize];
-        XToStd(source, std);
-        CopySwapped16(std, dest);
+        unsigned char stored[kStoredExtSize];
+        XToStd(source, stored);
+        CopySwapped16(stored, dest);
     }
     void Write16ByteVal(const void* source, void* dest) const override { std::memmove(dest, source, 16); }
     uInt32 SizeOfExt() const override { return kStoredExtSize; }

@@ -22,21 +22,6 @@ namespace {
 
 constexpr char kModule[] = "source/MemoryManager";
 
-// An exported call as its failure reports name it, with the hashes of its two reports.
-struct Call {
-    const char* name;
-    uInt32 badHandleHash;
-    uInt32 failureHash;
-};
-constexpr Call kSetHandleSize = {"DSSetHandleSize", 0x3C81E5D4, 0x9F2B60A7};
-constexpr Call kSetHSzClr = {"DSSetHSzClr", 0x71D0934E, 0xE84A17C2};
-constexpr Call kSetAlignedHandleSize = {"DSSetAlignedHandleSize", 0x0B96F3D8, 0x5D27C81F};
-constexpr Call kSetAlignedHSzClr = {"DSSetAlignedHSzClr", 0xC4E8502B, 0x263F9BE5};
-constexpr Call kSetHandleSizeOrNewHandle = {"DSSetHandleSizeOrNewHandle", 0x8A15D67C, 0xF3709E41};
-constexpr Call kSetHSzOrNewHClr = {"DSSetHSzOrNewHClr", 0x47BC2A93, 0x1AE6D50F};
-constexpr Call kDisposeHandle = {"DSDisposeHandle", 0xD92F7E36, 0x6085C4B1};
-constexpr Call kDisposeHandleAndNull = {"DSDisposeHandleAndNull", 0xB3497F0A, 0x1E52D8C6};
-
 enum class Fill { kNone, kZero };
 
 // The levels of DSSetHandleChecking from which a call looks in the tables of all handles.
@@ -168,19 +153,20 @@ KzErr ResizeGoodHandle(MasterWord* master, unsigned long size, HandleAlignment a
     return kzErrNone;
 }
 
-KzErr Failed(const Call& call, KzErr err)
+// `call` is the name of the exported function that fails, here and below.
+KzErr Failed(const char* call, KzErr err)
 {
-    KZ_REPORT(kDbgWarning, call.failureHash) << "Memory error " << err << " in " << call.name;
+    KZ_REPORT(kDbgWarning, 0x9F2B60A7) << "Memory error " << err << " in " << call;
     return err;
 }
 
-KzErr BadHandle(const Call& call)
+KzErr BadHandle(const char* call)
 {
-    KZ_REPORT(kDbgFatal, call.badHandleHash);
+    KZ_REPORT(kDbgFatal, 0x3C81E5D4);
     return Failed(call, kzErrBadZone);
 }
 
-KzErr ResizeHandle(const Call& call, void* handle, unsigned long size, HandleAlignment align, Fill fill)
+KzErr ResizeHandle(const char* call, void* handle, unsigned long size, HandleAlignment align, Fill fill)
 {
     if (!IsGoodHandle(handle, kRangeForChanges)) {
         return BadHandle(call);
@@ -202,7 +188,7 @@ void StoreVariable(void* variable, UHandle handle)
     std::memcpy(variable, &handle, sizeof handle);
 }
 
-KzErr ResizeOrNewHandle(const Call& call, void* variable, unsigned long size, Fill fill)
+KzErr ResizeOrNewHandle(const char* call, void* variable, unsigned long size, Fill fill)
 {
     if (variable == nullptr) {
         return kzErrArgument;
@@ -223,7 +209,7 @@ void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master)
     FreeData(data);
 }
 
-KzErr DisposeHandle(const Call& call, void* handle)
+KzErr DisposeHandle(const char* call, void* handle)
 {
     if (handle == nullptr) {
         return kzErrNone;
@@ -279,37 +265,37 @@ void* DSNewPClr(unsigned long size)
 
 KzErr DSSetHandleSize(void* handle, unsigned long size)
 {
-    return ResizeHandle(kSetHandleSize, handle, size, kz::AlignmentForSize(size), Fill::kNone);
+    return ResizeHandle("DSSetHandleSize", handle, size, kz::AlignmentForSize(size), Fill::kNone);
 }
 
 KzErr DSSetHSzClr(void* handle, unsigned long size)
 {
-    return ResizeHandle(kSetHSzClr, handle, size, kz::AlignmentForSize(size), Fill::kZero);
+    return ResizeHandle("DSSetHSzClr", handle, size, kz::AlignmentForSize(size), Fill::kZero);
 }
 
 KzErr DSSetAlignedHandleSize(void* handle, unsigned long size, unsigned long alignment, unsigned long offset)
 {
-    return ResizeHandle(kSetAlignedHandleSize, handle, size, kz::NormalAlignment(alignment, offset), Fill::kNone);
+    return ResizeHandle("DSSetAlignedHandleSize", handle, size, kz::NormalAlignment(alignment, offset), Fill::kNone);
 }
 
 KzErr DSSetAlignedHSzClr(void* handle, unsigned long size, unsigned long alignment, unsigned long offset)
 {
-    return ResizeHandle(kSetAlignedHSzClr, handle, size, kz::NormalAlignment(alignment, offset), Fill::kZero);
+    return ResizeHandle("DSSetAlignedHSzClr", handle, size, kz::NormalAlignment(alignment, offset), Fill::kZero);
 }
 
 KzErr DSSetHandleSizeOrNewHandle(void* handle, unsigned long size)
 {
-    return ResizeOrNewHandle(kSetHandleSizeOrNewHandle, handle, size, Fill::kNone);
+    return ResizeOrNewHandle("DSSetHandleSizeOrNewHandle", handle, size, Fill::kNone);
 }
 
 KzErr DSSetHSzOrNewHClr(void* handle, unsigned long size)
 {
-    return ResizeOrNewHandle(kSetHSzOrNewHClr, handle, size, Fill::kZero);
+    return ResizeOrNewHandle("DSSetHSzOrNewHClr", handle, size, Fill::kZero);
 }
 
 KzErr DSDisposeHandle(void* handle)
 {
-    return DisposeHandle(kDisposeHandle, handle);
+    return DisposeHandle("DSDisposeHandle", handle);
 }
 
 KzErr DSDisposeHandleAndNull(void* handle)
@@ -319,7 +305,7 @@ KzErr DSDisposeHandleAndNull(void* handle)
     }
     const UHandle old = LoadVariable(handle);
     StoreVariable(handle, nullptr);
-    return DisposeHandle(kDisposeHandleAndNull, old);
+    return DisposeHandle("DSDisposeHandleAndNull", old);
 }
 
 KzErr DSDisposePtr(void* ptr)
@@ -486,26 +472,13 @@ void MemoryManager_Service::GetDependencies(IServiceDependencyList* list) const
     list->Add(ProtectedAtomicOperationsService());
 }
 
-KzErr MemoryManager_Service::_Init()
-{
-    constexpr int kBlocksAtStart = 5;
-    gBreakMark.store(kz::ProgramBreak(), std::memory_order_relaxed);
-    MemZoneRec* const zone = kz::CreateZone();
-    if (zone == nullptr) {
-        return kzErrMemoryFull;
-    }
-    kz::gMemZone.store(zone, std::memory_order_release);
-    // A block that can't be had now is tried again by the first make that lacks it.
-    for (int i = 0; i < kBlocksAtStart; ++i) {
-        if (!kz::AddMasterBlock(zone)) {
-            CallSetMemFullProc(kz::kMasterBlockSize);
-        }
-    }
-    gMemoryInited.store(true, std::memory_order_relaxed);
-    return ThMutexCreate(&kz::gMemoryRights, "gMemoryRights");
-}
-
 namespace {
+
+void StopZone(MemZoneRec* zone)
+{
+    kz::gMemZone.store(nullptr, std::memory_order_release);
+    kz::DestroyZone(zone);
+}
 
 // Logs and disposes what the callers have left.
 void RecoverHandles(MemZoneRec* zone)
@@ -524,12 +497,35 @@ void RecoverHandles(MemZoneRec* zone)
             bytes += size;
         }
     }
-    kz::gMemZone.store(nullptr, std::memory_order_release);
-    kz::DestroyZone(zone);
+    StopZone(zone);
     KZ_LOG(kDbgLog) << "Recovered " << count << " Handles for " << bytes << " bytes.";
 }
 
 }  // namespace
+
+KzErr MemoryManager_Service::_Init()
+{
+    constexpr int kBlocksAtStart = 5;
+    gBreakMark.store(kz::ProgramBreak(), std::memory_order_relaxed);
+    MemZoneRec* const zone = kz::CreateZone();
+    if (zone == nullptr) {
+        return kzErrMemoryFull;
+    }
+    kz::gMemZone.store(zone, std::memory_order_release);
+    // A block that can't be had now is tried again by the first make that lacks it.
+    for (int i = 0; i < kBlocksAtStart; ++i) {
+        if (!kz::AddMasterBlock(zone)) {
+            CallSetMemFullProc(kz::kMasterBlockSize);
+        }
+    }
+    gMemoryInited.store(true, std::memory_order_relaxed);
+    const KzErr err = ThMutexCreate(&kz::gMemoryRights, "gMemoryRights");
+    if (err != kzErrNone) {
+        gMemoryInited.store(false, std::memory_order_relaxed);
+        StopZone(zone);
+    }
+    return err;
+}
 
 KzErr MemoryManager_Service::_Uninit()
 {

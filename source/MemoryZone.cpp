@@ -47,16 +47,12 @@ IndexOwner MakeIndex(const MasterBlockIndex* older, masterBlock* block)
 {
     const uInt32 count = (older == nullptr ? 0 : older->count) + 1;
     const std::size_t size = offsetof(MasterBlockIndex, blocks) + count * sizeof(masterBlock*);
-    IndexOwner index(static_cast<MasterBlockIndex*>(AllocateBytes(std::max(size, sizeof(MasterBlockIndex)))));
+    IndexOwner index(static_cast<MasterBlockIndex*>(AllocateBytes(size)));
     if (index != nullptr) {
         index->older = older;
         index->count = count;
-        masterBlock** const end = older == nullptr ? index->blocks
-                                                   : std::merge(older->blocks, older->blocks + older->count, &block,
-                                                                &block + 1, index->blocks, std::less<>());
-        if (older == nullptr) {
-            *end = block;
-        }
+        masterBlock* const* const first = older == nullptr ? nullptr : older->blocks;
+        std::merge(first, first + (count - 1), &block, &block + 1, index->blocks, std::less<>());
     }
     return index;
 }

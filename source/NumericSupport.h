@@ -15,7 +15,7 @@ KZ_EXTERN_C_BEGIN
 // Converts to and from the 16 bytes of stored files, which have the layout of a big-endian IEEE 754 binary128:
 // sign and exponent, 64 bits of mantissa, six bytes of 0 (which StdToX ignores). Unless the exponent word is 0, the
 // stored mantissa lacks the leading bit: XToStd shifts it out and the lowest bit becomes 0, StdToX shifts back and
-// sets the leading bit (so a negative zero comes back as the negative number next to it). `stored` needs no alignment
+// sets the leading bit (so a negative zero comes back with the mantissa of a number). `stored` needs no alignment
 // and may be the same memory. Any thread.
 KZ_EXPORT void XToStd(const floatExt* x, void* stored);
 KZ_EXPORT void StdToX(const void* stored, floatExt* x);

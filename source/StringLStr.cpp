@@ -105,7 +105,7 @@ bool NullDecides(const void* a, int32 aLen, const void* b, int32 bLen, int32& re
 
 KzErr LStrFromPtr(LStr*** handle, int32 len, const void* bytes)
 {
-    if (handle == nullptr || len < 0) {
+    if (handle == nullptr || (bytes != nullptr && len < 0)) {
         return kzErrArgument;
     }
     if (bytes != nullptr && len != 0) {

@@ -14,7 +14,7 @@
 KZ_EXTERN_C_BEGIN
 
 // Makes *handle hold these bytes, in a block of exactly len + 4, made where *handle is null. With null bytes or a len
-// of 0 the handle is disposed and *handle is null. kzErrArgument for a null `handle` or a negative len;
+// of 0 the handle is disposed and *handle is null. kzErrArgument for a null `handle`, or bytes with a negative len;
 // kzErrMemoryFull.
 KZ_EXPORT KzErr LStrFromPtr(LStr*** handle, int32 len, const void* bytes);
 

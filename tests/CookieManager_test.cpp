@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <map>
@@ -9,6 +10,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "MemoryManager.h"
@@ -19,11 +21,9 @@ namespace {
 
 using kztest::FailAllocation;
 
-constexpr uInt32 kIndexMask = 0xFFFFF;
-
 uInt32 IndexOf(uInt32 cookie)
 {
-    return cookie & kIndexMask;
+    return cookie & 0xFFFFF;
 }
 
 uInt32 SaltOf(uInt32 cookie)
@@ -35,9 +35,7 @@ class CookieManager : public testing::Test {
 protected:
     ~CookieManager() override
     {
-        if (jar != nullptr) {
-            EXPECT_EQ(nullptr, kz::CookieJarFault(jar));
-        }
+        EXPECT_EQ(nullptr, kz::CookieJarFault(jar));
         MCDisposeJar(jar);
         EXPECT_EQ(0u, kz::LiveCookieCount());
     }
@@ -85,8 +83,6 @@ TEST_F(CookieManager, LifeOfACookie)
 {
     const uInt32 first = New(11);
     const uInt32 second = New(22);
-    EXPECT_EQ(0u, IndexOf(first));
-    EXPECT_EQ(1u, IndexOf(second));
     EXPECT_TRUE(MCIsACookie(jar, first));
     uInt64 info = 33;
     EXPECT_EQ(0, MCSetCookieInfo(jar, first, &info));
@@ -102,9 +98,11 @@ TEST_F(CookieManager, LifeOfACookie)
     EXPECT_EQ(33u, info);
     EXPECT_EQ(0, MCDisposeCookie(jar, second, nullptr));
     EXPECT_EQ(0u, *static_cast<uInt64*>(ptr)) << "the record stays and is cleared";
-    const uInt32 zeroed = MCNewCookie(jar, nullptr);
-    EXPECT_EQ(0u, InfoOf(zeroed));
-    EXPECT_EQ(0, MCDisposeCookie(jar, zeroed, nullptr));
+
+    MagicCookieJar other = MCNewJar();
+    MCNewCookie(other, &info);
+    EXPECT_EQ(0, MCDisposeJar(other));
+    EXPECT_TRUE(reports.Take(0, "Disposing jar with 1 cookies remaining"));
 }
 
 TEST_F(CookieManager, NumbersThatAreNoCookies)
@@ -120,90 +118,54 @@ TEST_F(CookieManager, NumbersThatAreNoCookies)
     EXPECT_NE(SaltOf(stale), SaltOf(reused));
     MCDisposeCookie(jar, cookies[7], nullptr);
     const uInt32 wrongSalt = SaltOf(reused) % 4095 + 1;
-    for (const uInt32 bad : {0u, 5u, 0xFFFFFu, stale, cookies[7], cookies[7] & kIndexMask,
+    for (const uInt32 bad : {0u, 5u, 0xFFFFFu, stale, cookies[7], IndexOf(cookies[7]),
                              IndexOf(reused) | wrongSalt << 20, 0x100000u | 5000u, 0xFFFFFFFFu}) {
         ExpectNoCookie(jar, bad);
     }
-    ExpectNoCookie(nullptr, reused);
     EXPECT_EQ(99u, InfoOf(reused));
-}
-
-TEST_F(CookieManager, NullArguments)
-{
-    int32 size = 7;
-    uInt64 info = 1;
-    MagicCookieList list = nullptr;
+    ExpectNoCookie(nullptr, reused);
+    EXPECT_EQ(0u, MCNewCookie(nullptr, nullptr));
+    EXPECT_EQ(1, MCJarSize(nullptr, nullptr));
+    EXPECT_EQ(1, MCGetCookieList(nullptr, nullptr));
+    EXPECT_EQ(0u, MCGetCookieForInfo(nullptr, nullptr));
     EXPECT_EQ(0, MCDisposeJar(nullptr));
-    EXPECT_EQ(0u, MCNewCookie(nullptr, &info));
-    EXPECT_EQ(1, MCJarSize(nullptr, &size));
-    EXPECT_EQ(1, MCJarSize(jar, nullptr));
-    EXPECT_EQ(1, MCGetCookieList(nullptr, &list));
-    EXPECT_EQ(1, MCGetCookieList(jar, nullptr));
-    EXPECT_EQ(0u, MCGetCookieForInfo(nullptr, &info));
-    EXPECT_EQ(0u, MCGetCookieForInfo(jar, nullptr));
-    const uInt32 cookie = New(1);
-    EXPECT_EQ(1, MCGetCookieInfo(jar, cookie, nullptr));
-    EXPECT_EQ(1, MCSetCookieInfo(jar, cookie, nullptr));
 }
 
-// Across the borders of leaves and of each level of the tree.
+// Across the borders of leaves and of each level of the tree, to the last index.
 TEST_F(CookieManager, ManySlots)
 {
-    constexpr uInt32 kCount = 65536 + 200;
-    std::vector<uInt32> cookies;
-    for (uInt32 i = 0; i < kCount; ++i) {
-        cookies.push_back(New(uInt64{i} << 32 | i));
+    std::vector<uInt32> cookies(1u << 20);
+    for (uInt32 i = 0; i < cookies.size(); ++i) {
+        cookies[i] = New(uInt64{i} << 32 | i);
         ASSERT_EQ(i, IndexOf(cookies[i]));
     }
-    for (uInt32 i = 0; i < kCount; ++i) {
+    EXPECT_EQ(0u, New(1)) << "the jar is full";
+    for (uInt32 i = 0; i < cookies.size(); ++i) {
         ASSERT_EQ(uInt64{i} << 32 | i, InfoOf(cookies[i]));
     }
     EXPECT_EQ(cookies, List());
-    for (const uInt64 i : std::initializer_list<uInt64>{0, 62, 63, 64, 65, 127, 128, 2047, 2048, 65535, 65536}) {
+    for (const uInt64 i : {0u, 62u, 63u, 64u, 2047u, 2048u, 65535u, 65536u, 0xFFFFFu}) {
         const uInt64 info = i << 32 | i;
         EXPECT_EQ(cookies[i], MCGetCookieForInfo(jar, &info));
-        void* before = nullptr;
-        void* after = nullptr;
+        void *before = nullptr, *after = nullptr;
         MCGetCookieInfoPtr(jar, cookies[i], &before);
         EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(before) % 8);
         EXPECT_EQ(0, MCDisposeCookie(jar, cookies[i], nullptr));
-        cookies[i] = New(i);
-        MCGetCookieInfoPtr(jar, cookies[i], &after);
+        MCGetCookieInfoPtr(jar, New(i), &after);
         EXPECT_EQ(before, after);
-        EXPECT_EQ(i, InfoOf(cookies[i]));
     }
-}
-
-TEST_F(CookieManager, AFullJar)
-{
-    std::vector<uInt32> cookies(1u << 20);
-    for (uInt32& cookie : cookies) {
-        cookie = New(1);
-    }
-    EXPECT_EQ(0xFFFFFu, IndexOf(cookies.back()));
-    EXPECT_EQ(0u, New(1));
-    EXPECT_EQ(nullptr, kz::CookieJarFault(jar));
-    EXPECT_EQ(0, MCDisposeCookie(jar, cookies[1000], nullptr));
-    EXPECT_EQ(1000u, IndexOf(New(2)));
-    EXPECT_EQ(0u, New(1));
 }
 
 TEST_F(CookieManager, SaltsWrapPastZero)
 {
-    uInt32 salt = 0;
-    std::set<uInt32> salts;
+    uInt32 salt = SaltOf(New(1));
     for (int i = 0; i < 4095 + 10; ++i) {
         const uInt32 cookie = New(1);
-        EXPECT_EQ(0u, IndexOf(cookie));
-        if (salt != 0) {
-            ASSERT_EQ(salt % 4095 + 1, SaltOf(cookie));
-        }
+        ASSERT_EQ(1u, IndexOf(cookie));
+        ASSERT_EQ(salt % 4095 + 1, SaltOf(cookie));
         salt = SaltOf(cookie);
-        salts.insert(salt);
         ASSERT_EQ(0, MCDisposeCookie(jar, cookie, nullptr));
     }
-    EXPECT_EQ(4095u, salts.size());
-    EXPECT_EQ(0u, salts.count(0));
 }
 
 TEST_F(CookieManager, Lists)
@@ -225,7 +187,7 @@ TEST_F(CookieManager, Lists)
     EXPECT_EQ(2, (*list)->count);
     EXPECT_EQ(12u, DSGetHandleSize(list));
 
-    // A damaged count is told, and reaches nothing outside the list. It is the word at 36 of the jar.
+    // With a damaged count, the word at 36 of the jar, nothing outside the list is reached; missing cookies are told.
     uInt32 count;
     unsigned char* const at = reinterpret_cast<unsigned char*>(*jar) + 36;
     std::memcpy(&count, at, sizeof count);
@@ -235,7 +197,7 @@ TEST_F(CookieManager, Lists)
         EXPECT_NE(nullptr, kz::CookieJarFault(jar));
         EXPECT_EQ(0, MCGetCookieList(jar, &list));
         EXPECT_EQ(cookies[0], (*list)->cookies[0]);
-        EXPECT_TRUE(reports.Take(3, "PouchTree::CollectMagicCookies: cookie count discrepancy"));
+        EXPECT_EQ(wrong == 5, reports.Take(3, "PouchTree::CollectMagicCookies: cookie count discrepancy"));
     }
     std::memcpy(at, &count, sizeof count);
     DSDisposeHandle(list);
@@ -243,85 +205,46 @@ TEST_F(CookieManager, Lists)
 
 TEST_F(CookieManager, InfoOfAnySize)
 {
-    for (const uInt32 infoSize : {0u, 1u, 4u, 5u, 7u, 12u, 100u, 5000u}) {
+    for (const uInt32 infoSize : {0u, 1u, 5u, 8u, 12u, 5000u}) {
         MagicCookieJar big = MCNewBigJar(infoSize);
         ASSERT_NE(nullptr, big);
-        std::map<uInt32, std::string> model;
-        for (int i = 0; i < 130; ++i) {
-            const std::string info(infoSize, static_cast<char>(i + 1));
+        std::map<uInt32, std::string> model = {{MCNewCookie(big, nullptr), std::string(infoSize, '\0')}};
+        for (int i = 1; i < 130; ++i) {
+            const std::string info(infoSize, static_cast<char>(i));
             model[MCNewCookie(big, info.data())] = info;
         }
         EXPECT_EQ(130u, model.size());
         for (const auto& [cookie, info] : model) {
-            std::string read(infoSize + 1, '.');
+            std::string read(infoSize + 1, '.'), last = read;
             EXPECT_EQ(0, MCGetCookieInfo(big, cookie, read.data()));
             EXPECT_EQ(info + ".", read);
-            if (infoSize > 0) {
-                EXPECT_EQ(cookie, MCGetCookieForInfo(big, info.data()));
-            }
+            EXPECT_EQ(cookie, MCGetCookieForInfo(big, info.data()));
+            EXPECT_EQ(0, MCDisposeCookie(big, cookie, last.data()));
+            EXPECT_EQ(info + ".", last);
         }
         EXPECT_EQ(nullptr, kz::CookieJarFault(big));
-        for (const auto& [cookie, info] : model) {
-            std::string read(infoSize + 1, '.');
-            EXPECT_EQ(0, MCDisposeCookie(big, cookie, read.data()));
-            EXPECT_EQ(info + ".", read);
-        }
-        const uInt32 zeroed = MCNewCookie(big, nullptr);
-        std::string read(infoSize + 1, '.');
-        EXPECT_EQ(0, MCGetCookieInfo(big, zeroed, read.data()));
-        EXPECT_EQ(std::string(infoSize, '\0') + ".", read);
-        MCDisposeCookie(big, zeroed, nullptr);
         EXPECT_EQ(0, MCDisposeJar(big));
     }
     EXPECT_EQ(nullptr, MCNewBigJar(0xFFFFFFFF)) << "a record would be too large";
-    EXPECT_TRUE(reports.TakeAll().empty());
-}
-
-TEST_F(CookieManager, DisposingWithCookiesIsLogged)
-{
-    MagicCookieJar other = MCNewJar();
-    const uInt64 info = 1;
-    MCNewCookie(other, &info);
-    MCNewCookie(other, &info);
-    EXPECT_EQ(0, MCDisposeJar(other));
-    EXPECT_TRUE(reports.Take(0, "Disposing jar with 2 cookies remaining"));
 }
 
 TEST_F(CookieManager, OutOfMemory)
 {
-    const uInt32 handles = kz::LiveHandleCount();
-    const int64 pointers = kz::LivePointerCount();
-    for (int n = 1;; ++n) {
-        MagicCookieJar other;
-        {
-            FailAllocation fail(n);
-            other = MCNewJar();
-            if (!FailAllocation::Happened()) {
-                EXPECT_EQ(3, n) << "a handle and a tree";
-                MCDisposeJar(other);
-                break;
-            }
-        }
-        EXPECT_EQ(nullptr, other);
-        EXPECT_EQ(handles, kz::LiveHandleCount());
-        EXPECT_EQ(pointers, kz::LivePointerCount());
+    for (const int n : {1, 2}) {  // the jar and the tree; what is left would show at the end
+        FailAllocation fail(n);
+        EXPECT_EQ(nullptr, MCNewJar());
     }
     // The memory-full procedure may use the jar that the allocation was for.
     static MagicCookieJar sJar;
-    static int sCalls;
+    static int32 sSize;
     sJar = jar;
-    sCalls = 0;
-    SetMemFullProc([](unsigned long) {
-        ++sCalls;
-        EXPECT_FALSE(MCIsACookie(sJar, 0x100000));
-        int32 size;
-        EXPECT_EQ(0, MCJarSize(sJar, &size));
-    });
+    sSize = -1;
+    SetMemFullProc([](unsigned long) { EXPECT_EQ(0, MCJarSize(sJar, &sSize)); });
     for (int n = 1; n <= 4; ++n) {
         // The root, two inner nodes, the leaf; each failure leaves those that there are, so the next is always first.
         FailAllocation fail(n > 1 ? 2 : 1);
         EXPECT_EQ(0u, New(1)) << n;
-        EXPECT_EQ(n, sCalls);
+        EXPECT_EQ(0, std::exchange(sSize, -1));
         EXPECT_EQ(nullptr, kz::CookieJarFault(jar));
     }
     EXPECT_EQ(0u, IndexOf(New(1)));
@@ -330,63 +253,35 @@ TEST_F(CookieManager, OutOfMemory)
 TEST_F(CookieManager, JarClasses)
 {
     CookieJar<const char*> typed;
-    EXPECT_FALSE(typed.IsAValidJar());
-    EXPECT_EQ(0u, typed.NewCookie("none"));
+    EXPECT_EQ(0u, typed.NewCookie("no jar yet"));
     EXPECT_EQ(53, typed.Init(1));
+    EXPECT_FALSE(typed.IsAValidJar());
     EXPECT_EQ(0, typed.Init());
-    EXPECT_TRUE(typed.IsAValidJar());
-    const char* const text = "text";
-    const unsigned cookie = typed.NewCookie(text);
-    const unsigned other = typed.NewCookie(nullptr);
-    EXPECT_TRUE(typed.IsACookie(cookie));
-    EXPECT_EQ(cookie, typed.GetCookieForInfo(text));
+    const unsigned cookies[] = {typed.NewCookie("text"), typed.NewCookie(nullptr)};
     CookieList list;
     EXPECT_EQ(0, typed.GetCookieList(&list));
     ASSERT_EQ(2, list.GetCount());
-    EXPECT_EQ(cookie, list.GetCookie(0));
-    EXPECT_EQ(other, list.GetCookie(1));
-    const char* read = nullptr;
-    EXPECT_EQ(0, typed.DisposeCookie(cookie, &read));
-    EXPECT_EQ(text, read);
-    int count = 0;
-    EXPECT_EQ(0, typed.GetNumCookies(&count));
-    EXPECT_EQ(1, count);
-
-    BaseCookieJar base;
-    EXPECT_EQ(0, base.Init(sizeof(long), 0));
-    long info = 5;
-    const unsigned third = base.NewCookie(&info);
-    info = 6;
-    EXPECT_EQ(0, base.SetCookieInfo(third, &info));
-    info = 0;
-    EXPECT_EQ(0, base.DisposeCookie(third, &info));
-    EXPECT_EQ(6, info);
-    EXPECT_EQ(0, base.Uninit());
-    EXPECT_FALSE(base.IsAValidJar());
-    {
-        FailAllocation fail(1);
-        EXPECT_EQ(2, base.Init(8, 0));
-    }
+    EXPECT_EQ(cookies[0], list.GetCookie(0));
+    EXPECT_EQ(cookies[1], list.GetCookie(1));
+    FailAllocation fail(1);
+    EXPECT_EQ(2, BaseCookieJar().Init(8, 0));
 }
 
 TEST_F(CookieManager, CookieLists)
 {
     CookieList list;
-    EXPECT_EQ(0u, list.GetCookie(0));
-    EXPECT_EQ(1, list.SetCookie(0, 1));
     EXPECT_EQ(1, list.SetCount(-1));
     EXPECT_EQ(0, list.SetCount(3));
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(0u, list.GetCookie(i));
-        EXPECT_EQ(0, list.SetCookie(i, 10u + static_cast<unsigned>(i)));
+    EXPECT_EQ(0, list.SetCookie(1, 11));
+    EXPECT_EQ(0, list.SetCookie(2, 12));
+    for (const int index : {-1, 3}) {
+        EXPECT_EQ(1, list.SetCookie(index, 1));
+        EXPECT_EQ(0u, list.GetCookie(index));
     }
-    EXPECT_EQ(1, list.SetCookie(3, 1));
-    EXPECT_EQ(1, list.SetCookie(-1, 1));
-    EXPECT_EQ(0u, list.GetCookie(3));
     EXPECT_EQ(0, list.SetCount(2));
     EXPECT_EQ(0, list.SetCount(4));
     EXPECT_EQ(11u, list.GetCookie(1));
-    EXPECT_EQ(0u, list.GetCookie(2));
+    EXPECT_EQ(0u, list.GetCookie(0) | list.GetCookie(2) | list.GetCookie(3));
     {
         FailAllocation fail(1);
         EXPECT_EQ(2, list.SetCount(100));
@@ -394,9 +289,8 @@ TEST_F(CookieManager, CookieLists)
     }
     EXPECT_EQ(0, list.GetCount());
     EXPECT_EQ(0, list.SetCount(2));
-    EXPECT_EQ(0u, list.GetCookie(0)) << "what was there before the failure is gone";
+    EXPECT_EQ(0u, list.GetCookie(1)) << "what was there before the failure is gone";
     EXPECT_EQ(0, list.SetCount(0));
-    EXPECT_EQ(0, list.GetCount());
 }
 
 TEST_F(CookieManager, RandomSequencesAgreeWithAModel)
@@ -405,10 +299,9 @@ TEST_F(CookieManager, RandomSequencesAgreeWithAModel)
         std::mt19937 random(seed);
         std::map<uInt32, uInt64> model;
         std::vector<uInt32> stale;
-        const unsigned target = seed % 10 == 0 ? 3000 : 100;
         for (int step = 0; step < 400; ++step) {
             const uInt64 info = random();
-            if (model.empty() || (random() % 3 != 0 && model.size() < target)) {
+            if (model.empty() || (random() % 3 != 0 && model.size() < 100 + seed)) {
                 ASSERT_TRUE(model.emplace(New(info), info).second);
                 continue;
             }
@@ -427,13 +320,10 @@ TEST_F(CookieManager, RandomSequencesAgreeWithAModel)
         for (const uInt32 cookie : stale) {
             ASSERT_FALSE(MCIsACookie(jar, cookie));
         }
-        std::set<uInt32> live;
-        for (const auto& [cookie, info] : model) {
-            live.insert(cookie);
-        }
         const std::vector<uInt32> list = List();
-        ASSERT_EQ(live, std::set<uInt32>(list.begin(), list.end()));
-        for (const uInt32 cookie : live) {
+        ASSERT_EQ(model.size(), list.size());
+        for (const uInt32 cookie : list) {
+            ASSERT_EQ(1u, model.count(cookie));
             ASSERT_EQ(0, MCDisposeCookie(jar, cookie, nullptr));
         }
     }
@@ -443,54 +333,47 @@ TEST_F(CookieManager, RandomSequencesAgreeWithAModel)
 // cookie's info, or nothing.
 TEST_F(CookieManager, LookupsDuringGrowthAndDisposal)
 {
-    constexpr unsigned kPublished = 512;
-    std::vector<std::atomic<uInt64>> published(kPublished);  // cookie and the low half of its info
+    std::array<std::atomic<uInt64>, 512> published{};  // cookie and the low half of its info
     std::atomic<bool> stop{false};
     std::atomic<int> faults{0};
     std::atomic<long> hits{0};
-    std::vector<std::thread> writers;
-    std::vector<std::thread> readers;
-    for (uInt32 w = 0; w < 3; ++w) {
-        writers.emplace_back([&, w] {
-            std::mt19937 random(w);
-
-            for (uInt32 i = 0; i < 30000; ++i) {
-                const auto low = static_cast<uInt32>(random());
-                const uInt32 cookie = New(uInt64{low} << 32 | low);
-                const auto at = random() % kPublished;
-                const uInt64 old = published[at].exchange(uInt64{cookie} << 32 | low);
-                if (old != 0 && i % 4 != 0) {
-                    faults += MCDisposeCookie(jar, static_cast<uInt32>(old >> 32), nullptr) != 0;
+    const auto write = [&](uInt32 seed) {
+        std::mt19937 random(seed);
+        for (uInt32 i = 0; i < 30000; ++i) {
+            const auto low = static_cast<uInt32>(random());
+            const uInt32 cookie = New(uInt64{low} << 32 | low);
+            const uInt64 old = published[random() % published.size()].exchange(uInt64{cookie} << 32 | low);
+            if (old != 0 && i % 4 != 0) {
+                faults += MCDisposeCookie(jar, static_cast<uInt32>(old >> 32), nullptr) != 0;
+            }
+        }
+    };
+    const auto read = [&] {
+        while (!stop) {
+            for (const auto& entry : published) {
+                const uInt64 value = entry;
+                const auto low = static_cast<uInt32>(value);
+                uInt64 info = 0;
+                if (value != 0 && MCGetCookieInfo(jar, static_cast<uInt32>(value >> 32), &info) == 0) {
+                    faults += info != (uInt64{low} << 32 | low);
+                    hits.fetch_add(1, std::memory_order_relaxed);
                 }
             }
-        });
-    }
-    for (int r = 0; r < 3; ++r) {
-        readers.emplace_back([&] {
-            while (!stop) {
-                for (auto& entry : published) {
-                    const uInt64 value = entry;
-                    const auto low = static_cast<uInt32>(value);
-                    uInt64 info = 0;
-                    if (value != 0 && MCGetCookieInfo(jar, static_cast<uInt32>(value >> 32), &info) == 0) {
-                        faults += info != (uInt64{low} << 32 | low);
-                        hits.fetch_add(1, std::memory_order_relaxed);
-                    }
-                    MCIsACookie(jar, static_cast<uInt32>(value >> 32));
-                }
-                MagicCookieList list = nullptr;
-                faults += MCGetCookieList(jar, &list) != 0;
-                DSDisposeHandle(list);
-            }
-        });
-    }
-    for (std::thread& writer : writers) {
-        writer.join();
+            MagicCookieList list = nullptr;
+            faults += MCGetCookieList(jar, &list) != 0;
+            DSDisposeHandle(list);
+        }
+    };
+    std::vector<std::jthread> readers;
+    {
+        std::vector<std::jthread> writers;
+        for (uInt32 i = 0; i < 3; ++i) {
+            writers.emplace_back(write, i);
+            readers.emplace_back(read);
+        }
     }
     stop = true;
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
+    readers.clear();
     EXPECT_EQ(0, faults);
     EXPECT_GT(hits, 0);
     EXPECT_EQ(nullptr, kz::CookieJarFault(jar));

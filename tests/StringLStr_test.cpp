@@ -6,12 +6,13 @@
 
 #include "KzErr.h"
 #include "ReportCatcher.h"
+#include "RunningMemory.h"
 #include "StringPStr.h"
-#include "TestHost.h"
 #include "TestStrings.h"
 
 namespace {
 
+using kztest::FailAllocation;
 using kztest::LStrHandle;
 using kztest::LStrValue;
 using kztest::PStrBuffer;
@@ -23,7 +24,7 @@ const char* const kNoText = nullptr;
 class StringLStr : public ::testing::Test {
 protected:
     kztest::ReportCatcher reports;
-    kztest::RunningLibrary library;
+    kztest::RunningMemory memory;
 };
 
 TEST_F(StringLStr, FromPtr)
@@ -39,8 +40,11 @@ TEST_F(StringLStr, FromPtr)
     EXPECT_EQ(text.BlockSize(), 6u);
     EXPECT_EQ(LStrFromPtr(&text.handle, 0, "x"), 0);
     EXPECT_EQ(text.handle, nullptr);
-    EXPECT_EQ(LStrFromPtr(&text.handle, 5, nullptr), 0);
-    EXPECT_EQ(text.handle, nullptr);
+    for (const int32 length : {5, -1}) {
+        EXPECT_EQ(CToLHStr("old", &text.handle), 0);
+        EXPECT_EQ(LStrFromPtr(&text.handle, length, nullptr), 0);
+        EXPECT_EQ(text.handle, nullptr);
+    }
     EXPECT_EQ(LStrFromPtr(nullptr, 5, "hello"), kzErrArgument);
     EXPECT_EQ(LStrFromPtr(&text.handle, -1, "hello"), kzErrArgument);
 }
@@ -54,7 +58,6 @@ TEST_F(StringLStr, FromOtherKinds)
     EXPECT_EQ(text.Text(), "longer text");
     EXPECT_EQ(PStrToDSLStr(PStrValue(""), &text.handle), 0);
     EXPECT_EQ(text.handle, nullptr);
-
     EXPECT_EQ(PToLHStr(PStrValue("abc"), nullptr), kzErrArgument);
     EXPECT_TRUE(reports.Take(kDbgWarning, "PToLHStr FAILED:abc, size 3, 0x"));
     EXPECT_EQ(CToLHStr("abc", nullptr), kzErrArgument);
@@ -63,9 +66,7 @@ TEST_F(StringLStr, FromOtherKinds)
     LStrValue block("0123456789");
     EXPECT_EQ(CToLStr("four", block.Get()), 4);
     EXPECT_EQ(TextOf(block.Get()), "four");
-    EXPECT_EQ(PToLStr(PStrValue("three"), block.Get()), 5);
-    EXPECT_EQ(TextOf(block.Get()), "three");
-    EXPECT_EQ(CToLStr(kNoText, block.Get()), 0);
+    EXPECT_EQ(PToLStr(nullptr, block.Get()), 0);
     EXPECT_EQ(TextOf(block.Get()), "");
 }
 
@@ -86,17 +87,15 @@ TEST_F(StringLStr, ToCStr)
     };
     const Case cases[] = {{"abcdef", 4, "abc", 3, 0},
                           {"abc", 4, "abc", 3, 0},
-                          {"abc", 16, "abc", 3, 0},
                           {"abc", 1, "", 0, 0},
                           {"abc", 0, "old", -1, 0},
                           {std::string("a\0b", 3), 16, "a", 3, kzErrEmbeddedNul},
                           {std::string("ab\0", 3), 3, "ab", 2, 0}};
     for (const Case& c : cases) {
         LStrValue text(c.text);
-        char plain[16] = "old";
+        char plain[16] = "old", checked[16] = "old";
         EXPECT_EQ(LToCStrN(text.Get(), plain, c.size), c.size == 0 ? 0 : c.copied);
         EXPECT_EQ(plain, c.result);
-        char checked[16] = "old";
         int32 copied = -1;
         EXPECT_EQ(LToCStrNChecked(text.Get(), checked, c.size, &copied), c.checked);
         EXPECT_EQ(copied, c.copied) << c.text << " " << c.size;
@@ -116,75 +115,65 @@ TEST_F(StringLStr, ToPStr)
     EXPECT_TRUE(reports.Take(kDbgWarning, "LStr truncated when converting to PStr. Original LStr length=256"));
 }
 
-TEST_F(StringLStr, SpareRoomIsKeptOrGivenBack)
+// Each change of a text in a block of this size leaves that text in a block of that size.
+TEST_F(StringLStr, TextAndBlockAfterEachChange)
 {
-    LStrHandle text("ab");
-    ASSERT_EQ(DSSetHandleSize(text.handle, 100), 0);
-    EXPECT_EQ(LStrAppendChar(text.handle, 0x163), 0);
-    EXPECT_EQ(LStrCatEfficient(text.handle, LStrValue("de").Get()), 0);
-    EXPECT_EQ(text.Text(), "abcde");
-    EXPECT_EQ(text.BlockSize(), 100u);
-    EXPECT_EQ(LStrCat(text.handle, LStrValue("f").Get()), 0);
-    EXPECT_EQ(text.BlockSize(), 10u);
-    EXPECT_EQ(LStrAppendChar(text.handle, 'g'), 0);
-    EXPECT_EQ(text.BlockSize(), 11u);
-    ASSERT_EQ(DSSetHandleSize(text.handle, 100), 0);
-    EXPECT_EQ(LStrCat(text.handle, nullptr), 0);
-    EXPECT_EQ(text.Text(), "abcdefg");
-    EXPECT_EQ(text.BlockSize(), 11u);
-}
-
-TEST_F(StringLStr, AppendsAndPrependsExactly)
-{
-    LStrHandle text;
-    EXPECT_EQ(LStrPrependCStr(&text.handle, "x"), 0);
-    EXPECT_EQ(text.handle, nullptr);
-    EXPECT_EQ(LStrAppendCStr(&text.handle, kNoText), 0);
-    EXPECT_EQ(text.handle, nullptr);
-    EXPECT_EQ(LStrAppendCStr(&text.handle, "cd"), 0);
-    ASSERT_EQ(DSSetHandleSize(text.handle, 100), 0);
-    EXPECT_EQ(LStrAppendPStr(&text.handle, PStrValue("ef")), 0);
-    EXPECT_EQ(text.BlockSize(), 8u);
-    ASSERT_EQ(DSSetHandleSize(text.handle, 100), 0);
-    EXPECT_EQ(LStrPrependCStr(&text.handle, "ab"), 0);
-    EXPECT_EQ(text.Text(), "abcdef");
-    EXPECT_EQ(text.BlockSize(), 10u);
-    EXPECT_EQ(LStrHNullTerminate(text.handle), 0);
-    EXPECT_EQ(text.Text(), std::string("abcdef\0", 7));
-    EXPECT_EQ(text.BlockSize(), 11u);
-    EXPECT_EQ(LStrPrependCStr(&text.handle, reinterpret_cast<const char*>((*text.handle)->str) + 3), 0);
-    EXPECT_EQ(text.Text(), std::string("defabcdef\0", 10));
-    ASSERT_EQ(DSSetHandleSize(text.handle, 100), 0);
-    EXPECT_EQ(LStrHNullTerminate(text.handle), 0) << "grows from the block's size";
-    EXPECT_EQ(text.BlockSize(), 101u);
-}
-
-TEST_F(StringLStr, AppendsItself)
-{
-    LStrHandle text("abc");
-    EXPECT_EQ(LStrCat(text.handle, *text.handle), 0);
-    EXPECT_EQ(LStrCatEfficient(text.handle, *text.handle), 0);
-    EXPECT_EQ(text.Text(), "abcabcabcabc");
+    struct Case {
+        const char* name;
+        unsigned long room;
+        KzErr (*change)(LStr*** handle);
+        std::string text;
+        unsigned long block;
+    };
+    const Case cases[] = {
+        {"char", 100, [](LStr*** h) { return LStrAppendChar(*h, 0x178); }, "abcx", 100},
+        {"char, grown", 7, [](LStr*** h) { return LStrAppendChar(*h, 'x'); }, "abcx", 8},
+        {"efficient", 100, [](LStr*** h) { return LStrCatEfficient(*h, LStrValue("xy").Get()); }, "abcxy", 100},
+        {"exact", 100, [](LStr*** h) { return LStrCat(*h, LStrValue("xy").Get()); }, "abcxy", 9},
+        {"nothing", 100, [](LStr*** h) { return LStrCat(*h, nullptr); }, "abc", 7},
+        {"itself", 7, [](LStr*** h) { return LStrCat(*h, **h); }, "abcabc", 10},
+        {"C string", 100, [](LStr*** h) { return LStrAppendCStr(h, "xy"); }, "abcxy", 9},
+        {"null", 100, [](LStr*** h) { return LStrAppendCStr(h, kNoText); }, "abc", 100},
+        {"PStr", 100, [](LStr*** h) { return LStrAppendPStr(h, PStrValue("xy")); }, "abcxy", 9},
+        {"front", 100, [](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xyabc", 9},
+        {"front, grown", 7, [](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xyabc", 9},
+        {"NUL", 100, [](LStr*** h) { return LStrHNullTerminate(*h); }, std::string("abc\0", 4), 101},
+    };
+    for (const Case& c : cases) {
+        LStrHandle text("abc");
+        ASSERT_EQ(DSSetHandleSize(text.handle, c.room), 0);
+        EXPECT_EQ(c.change(&text.handle), 0) << c.name;
+        EXPECT_EQ(text.Text(), c.text) << c.name;
+        EXPECT_EQ(text.BlockSize(), c.block) << c.name;
+    }
+    LStrHandle kept("abc");
+    {
+        FailAllocation fail(1);
+        EXPECT_EQ(LStrCat(kept.handle, LStrValue("x").Get()), kzErrMemoryFull);
+        EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 2 in"));
+    }
+    EXPECT_EQ(kept.Text(), "abc");
+    LStrHandle front(std::string("abcdef\0", 7));
+    EXPECT_EQ(LStrPrependCStr(&front.handle, reinterpret_cast<const char*>((*front.handle)->str) + 3), 0);
+    EXPECT_EQ(front.Text(), std::string("defabcdef\0", 10)) << "out of itself";
 }
 
 TEST_F(StringLStr, NullHandles)
 {
-    EXPECT_EQ(LStrAppendChar(nullptr, 'a'), kzErrArgument);
-    EXPECT_EQ(LStrCatEfficient(nullptr, nullptr), kzErrArgument);
+    LStrHandle text;
+    EXPECT_EQ(LStrPrependCStr(&text.handle, "x"), 0);
+    EXPECT_EQ(LStrAppendCStr(&text.handle, kNoText), 0);
+    EXPECT_EQ(text.handle, nullptr);
+    EXPECT_EQ(LStrAppendCStr(&text.handle, "cd"), 0);
+    EXPECT_EQ(text.Text(), "cd");
     EXPECT_EQ(LStrCat(nullptr, LStrValue("a").Get()), kzErrArgument);
     EXPECT_EQ(LStrHNullTerminate(nullptr), kzErrArgument);
     EXPECT_EQ(LStrAppendCStr(nullptr, "a"), kzErrArgument);
-    EXPECT_EQ(LStrAppendPStr(nullptr, PStrValue("a")), kzErrArgument);
     EXPECT_EQ(LStrPrependCStr(nullptr, "a"), 0);
-}
-
-TEST_F(StringLStr, GrowthBeyondTheCountFails)
-{
-    LStrHandle text("abc");
     LStrValue huge("x");
     huge.Get()->cnt = 0x7FFFFFFF;  // refused before a byte of it is read
     EXPECT_EQ(LStrCat(text.handle, huge.Get()), kzErrMemoryFull);
-    EXPECT_EQ(text.Text(), "abc");
+    EXPECT_EQ(text.Text(), "cd");
 }
 
 }  // namespace

@@ -12,7 +12,6 @@ FOLDERS = ("source", "tests", "bench", "fuzz", "examples", "tools", "scripts", "
 MAX_FILE_LINES = 900
 MAX_FUNCTION_LINES = 60
 LITERAL = r"0x[0-9A-Fa-f]+|\b[0-9]+"
-TABLE_ROW = re.compile(r'\{\s*"[^"]*"((?:\s*,\s*0x[0-9A-Fa-f]{8})+)\s*\}')
 REPORT = re.compile(r"\bKZ_REPORT\(((?:[^()]|\([^()]*\))*)\)")
 
 
@@ -32,7 +31,6 @@ def unregistered_tests():
 
 
 def report_hashes():
-    """A hash is a literal, or a field `...Hash` of a table in the same file, whose rows are {"name", literal...}."""
     places = collections.defaultdict(list)
     for path in code_files("source"):
         text = re.sub(r"//[^\n]*", "", path.read_text())
@@ -42,18 +40,12 @@ def report_hashes():
         def place(match):
             return f"{name(path)}:{text.count(chr(10), 0, match.start()) + 1}"
 
-        has_table = False
         for match in re.finditer(REPORT, text):
             value = match.group(1).rpartition(",")[2].strip()
             if re.fullmatch(LITERAL, value):
                 places[int(value, 0)].append(place(match))
-            elif re.fullmatch(r"\w+\.\w*Hash", value):
-                has_table = True
             else:
                 yield f"{place(match)}: the hash of a report is a literal, not {value}"
-        for row in re.finditer(TABLE_ROW, text) if has_table else ():
-            for value in re.findall(LITERAL, row.group(1)):
-                places[int(value, 0)].append(place(row))
     for value, where in places.items():
         if len(where) > 1:
             yield f"report hash 0x{value:08X} is used more than once: {' '.join(where)}"

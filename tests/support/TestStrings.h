@@ -2,6 +2,8 @@
 #ifndef KZCORE_TESTS_TESTSTRINGS_H
 #define KZCORE_TESTS_TESTSTRINGS_H
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <memory>
 #include <string>
@@ -75,12 +77,7 @@ public:
         (*handle)->cnt = static_cast<int32>(text.size());
         std::memcpy((*handle)->str, text.data(), text.size());
     }
-    ~LStrHandle()
-    {
-        if (handle != nullptr) {
-            DSDisposeHandle(handle);
-        }
-    }
+    ~LStrHandle() { DSDisposeHandle(handle); }
     LStrHandle(const LStrHandle&) = delete;
     LStrHandle& operator=(const LStrHandle&) = delete;
 
