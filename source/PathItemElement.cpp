@@ -12,7 +12,6 @@
 #include "PathItemElement.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <utility>
 

@@ -1,6 +1,6 @@
 // Elements come from blocks of 512, linked in a ring; a search goes on where the last one ended, so an allocation looks
-// at few elements. An element is claimed by compare-and-swap of its in-use word and given back by storing 0 there, with
-// only the tree's lock held: so a claim may meet a release, but never another claim.
+// at few elements. An element is claimed by compare-and-swap of its in-use word and given back by storing 0 there. Both
+// happen under the tree's lock; a path asks for the word without one.
 #include "PathItemStorage.h"
 
 #include <algorithm>

@@ -48,7 +48,7 @@ public:
     // The element of this name with one reference for the caller, or null.
     static PathItemElement* FindNamed(const std::string& name);
 
-    // Method 0 counts, 1 frees empty blocks, 2 also lists elements held from outside. The bytes reclaimed.
+    // Method 0 frees nothing, 1 empty blocks, 2 also lists elements held from outside. The bytes reclaimed.
     static uInt64 GarbageCollect(int32 method);
 
     // True if the pointer lies in a block.

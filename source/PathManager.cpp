@@ -24,9 +24,10 @@ constinit std::atomic<bool> gStepByCharacter{false};
 void SetUpLocale()
 {
     if (std::getenv("LANG") == nullptr) {
-        const char* const current = std::setlocale(LC_ALL, nullptr);
+        // The characters' locale: that of all categories is no identifier where they differ.
+        const char* const current = std::setlocale(LC_CTYPE, nullptr);
         const std::string identifier = current != nullptr ? current : "C";
-        setenv("LANG", (identifier.substr(0, identifier.find_first_of(".;=")) + ".UTF-8").c_str(), 0);
+        setenv("LANG", (identifier.substr(0, identifier.find_first_of(".@")) + ".UTF-8").c_str(), 0);
     }
     std::setlocale(LC_ALL, "");
 }

@@ -5,7 +5,8 @@
 // value throw ZVExcept; members named Copy... and Convert... return a KzErr; every editing member clears the path to
 // "not a path" before it throws. One object belongs to one thread; copying takes no lock, and copies on different
 // threads share their element safely. Before PathRef::Init and after PathRef::UnInit a path holds nothing: making
-// one gives not a path, dropping an old one does nothing. No path may be kept from one run of the library to the next.
+// one gives not a path (from a text or a name: throws kzErrArgument), dropping an old one does nothing. No path may be
+// kept from one run of the library to the next.
 #ifndef KZCORE_PATHREF_H
 #define KZCORE_PATHREF_H
 
@@ -143,24 +144,27 @@ public:
     // Stores this path under `name`; kzErrArgument if the name is taken (or null), kzErrMemoryFull.
     KzErr AssignToName(const char* name) const;
 
-    // ---- Relations ----
+    // ---- Relations. A policy outside the list is reported, and means without case. ----
 
     static bool NameEquals(const std::string& a, const std::string& b, ComparePolicy policy);
+    // -1, 0 or 1.
     static int32 NameCompare(const std::string& a, const std::string& b, ComparePolicy policy);
+    // True if the bases and all names are equal; two paths that are no path are equal.
     bool Equals(const PathRef& other, ComparePolicy policy) const;
     // 0 for equal paths. Otherwise the sign is the order, and the size is 1 + the number of leading components in
-    // common; a path without components gives the difference of the counts.
+    // common; a path without components gives the difference of the counts. Not a path comes behind all others.
     int32 Compare(const PathRef& other, ComparePolicy policy) const;
     // True if this path hangs from `base`.
     bool StartsWith(PathBase base) const;
     bool StartsWith(int base) const { return StartsWith(static_cast<PathBase>(base)); }
 
-    // ---- The file system ----
+    // ---- The file system, asked anew each time; a path that FExists (FileManager.h) can't ask about is absent ----
 
     bool Exists() const;
     bool IsAFile() const;
     bool IsADirectory() const;
-    // True for what is neither file, folder nor link. False for a relative path and one without components.
+    // True for what is neither file, folder nor link. False for a relative path and one without components. The answer
+    // is kept for 4 ms.
     bool IsSpecial() const;
 
     // ---- Checks ----
@@ -189,8 +193,8 @@ public:
     // "debug" and "nodebug" (keep each path's display text at hand for a debugger), "utf8" and "sysenc" (how paths
     // are flattened); others are ignored.
     static void Setting(const char* text);
-    // Frees unused blocks of the tree (method 1), and also reports elements held by paths (2); 0 only counts. The
-    // bytes reclaimed.
+    // Frees unused blocks of the tree (method 1), and also reports elements held by paths (2); 0 frees nothing. The
+    // bytes reclaimed, which it also reports at level 1.
     static uInt64 GarbageCollect(int32 method);
     // The bytes that this path accounts for: its own and its share of the tree.
     double MemorySize() const;

@@ -3,7 +3,6 @@
 #include "PathRelations.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "PathItemStorage.h"
 #include "PathRef.h"
@@ -74,7 +73,7 @@ CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b
         const int32 difference = PathRef::NameCompare(atA->Name(), atB->Name(), policy);
         if (difference != 0) {
             result.count = atA->Count() - 1;
-            result.comparison = Sign(difference);
+            result.comparison = difference;
             result.element = atA->Parent();
         }
         atA = atA->Parent();

@@ -163,7 +163,7 @@ KzErr PathRef::ConvertToString(std::string* text, const char* format) const
         if (form->namesAFile && (ItemCount() == 0 || !IsValid())) {
             return kzErrArgument;
         }
-        if (base == kNotAPath || base == kNullPath) {
+        if (base != kAbsolute && base != kRelative) {
             *text = kz::NotAPathText();
             return base == kNotAPath ? kzErrNone : kzErrArgument;
         }

@@ -52,7 +52,7 @@ inline PathRef MakePath(PathRef::PathBase base, const std::vector<std::string>& 
     return path;
 }
 
-// A path of a base that Append refuses is made in the tree itself.
+// The same in the tree itself, where names and bases that Append has rules about go unheeded.
 inline PathRef MakePathBelow(PathRef::PathBase base, const std::vector<std::string>& names)
 {
     PathRef path(base);
@@ -71,31 +71,15 @@ inline PathRef PathOf(const Json& value)
     return MakePathBelow(static_cast<PathRef::PathBase>(value["base"].Int()), names);
 }
 
-inline int BaseOf(const PathRef& path)
-{
-    for (int base = 0; base < 5; ++base) {
-        if (path.StartsWith(base)) {
-            return base;
-        }
-    }
-    return -1;
-}
-
 // The base's number and the names in brackets: "0[usr][lib]".
 inline std::string Describe(const PathRef& path)
 {
-    std::string text = std::to_string(BaseOf(path));
+    std::string text;
+    for (int base = 0; base < PathItemStorage::kBaseCount; ++base) {
+        text += path.StartsWith(base) ? std::to_string(base) : "";
+    }
     for (int i = 0; i < path.ItemCount(); ++i) {
         text += "[" + path.ItemAt(i) + "]";
-    }
-    return text;
-}
-
-inline std::string Describe(const Json& value)
-{
-    std::string text = std::to_string(value["base"].Int());
-    for (const Json& name : value["names"].Items()) {
-        text += "[" + name.Str() + "]";
     }
     return text;
 }
