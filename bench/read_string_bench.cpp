@@ -187,5 +187,5 @@ int main(int argc, char** argv)
         argc, argv,
         {{"open, read string 3, close: SQLite", "OpenReadClose_kzcore", "OpenReadClose_sqlite", 1.0},
          {"string 3 of an open file: SQLite select", "ReadString_kzcore", "ReadString_sqlite", 20.0},
-         {"string 3 of an open file: SQLite in tx", "ReadString_kzcore", "ReadString_sqlite_transaction", 10.0}});
+         {"string 3 of an open file: SQLite in tx", "ReadString_kzcore", "ReadString_sqlite_transaction", 1.0}});
 }

@@ -30,11 +30,14 @@ constexpr char kModule[] = "source/PathRef";
 
 constexpr size_t kLongestDebugText = 252;
 
-// The class-wide texts, and what NotAPath returns.
-constinit kz::StaticObject<std::string> gNotAPath;
-constinit kz::StaticObject<std::string> gPathTooLong;
-constinit kz::StaticObject<std::string> gEmptyPathRefNameString;
-constinit PathRef* gNotAPathPathRef = nullptr;
+// What all paths share.
+struct ClassState {
+    kz::StaticObject<std::string> mNotAPath;                // the text that stands for not a path
+    kz::StaticObject<std::string> mPathTooLong;             // the text for a path too long to print
+    kz::StaticObject<std::string> mEmptyPathRefNameString;  // the name of a path without components
+    PathRef* mNotAPathPathRef = nullptr;                    // what NotAPath returns, from Init to UnInit
+};
+constinit ClassState gPathRef;
 
 // Init has run, with this result, and UnInit has not.
 constinit bool gInitRan = false;
@@ -83,15 +86,15 @@ KzErr StartPaths()
         err = MakeBases();
     }
     if (err == kzErrNone) {
-        gNotAPathPathRef = new (std::nothrow) PathRef;
-        err = gNotAPathPathRef != nullptr ? kzErrNone : kzErrMemoryFull;
+        gPathRef.mNotAPathPathRef = new (std::nothrow) PathRef;
+        err = gPathRef.mNotAPathPathRef != nullptr ? kzErrNone : kzErrMemoryFull;
     }
     return err;
 }
 
 KzErr StopPaths()
 {
-    PathRef::DisposePath(gNotAPathPathRef);
+    PathRef::DisposePath(gPathRef.mNotAPathPathRef);
     const KzErr err = PathItemStorage::UnInit();
     ThMutexDestroy(std::exchange(PathItemElement::mMutex, nullptr));
     kz::gPathState.store(0, std::memory_order_relaxed);
@@ -104,19 +107,19 @@ namespace kz {
 
 void PlacePathRefStrings()
 {
-    gNotAPath.Get();
-    gPathTooLong.Get();
-    gEmptyPathRefNameString.Get();
+    gPathRef.mNotAPath.Get();
+    gPathRef.mPathTooLong.Get();
+    gPathRef.mEmptyPathRefNameString.Get();
 }
 
 const std::string& NotAPathText()
 {
-    return *gNotAPath.Get();
+    return *gPathRef.mNotAPath.Get();
 }
 
 const std::string& EmptyPathName()
 {
-    return *gEmptyPathRefNameString.Get();
+    return *gPathRef.mEmptyPathRefNameString.Get();
 }
 
 }  // namespace kz
@@ -163,12 +166,12 @@ void PathRef::Setting(const char* text)
 
 void PathRef::SetNotAPathString(const std::string& text)
 {
-    *gNotAPath.Get() = text;
+    *gPathRef.mNotAPath.Get() = text;
 }
 
 void PathRef::SetPathTooLongString(const std::string& text)
 {
-    *gPathTooLong.Get() = text;
+    *gPathRef.mPathTooLong.Get() = text;
 }
 
 uInt64 PathRef::GarbageCollect(int32 method)
@@ -295,10 +298,10 @@ void PathRef::DisposePath(PathRef*& path)
 
 PathRef* PathRef::NotAPath()
 {
-    if (gNotAPathPathRef == nullptr) {
+    if (gPathRef.mNotAPathPathRef == nullptr) {
         KZ_REPORT(kDbgWarning, 0x4AC5E812) << "Call to GetNotAPath before PathRef::Init() or after PathRef::Uninit()?";
     }
-    return gNotAPathPathRef;
+    return gPathRef.mNotAPathPathRef;
 }
 
 KzErr PathRef::AssignToName(const char* name) const
