@@ -96,7 +96,8 @@ KZ_EXPORT FileManager_Service* FileManagerService();
 namespace kz {
 
 // Reads as FMRead does, but from `offset`, with the position left where it is, past the input buffer and in one system
-// call as a rule: for reading here and there.
+// call as a rule: for reading here and there. What was written to the stream and waits in it is written first, so that
+// the two ways of reading agree; a write that went past the stream would leave its input buffer stale.
 KzErr FMReadAt(File_t file, int64 offset, int32 count, int32* got, void* buffer);
 
 }  // namespace kz

@@ -21,7 +21,8 @@ public:
 
     // Opens a file and owns it; what the reader had before is given up. See ResFileFactory::ROpenPath.
     KzErr OpenPath(const PathRef& path, int32 mode, _FMFileType* type, _FMFileCreator* creator);
-    // Closes and deletes the object. Without one kzErrNotFound; else the result of its RCloseFile.
+    // Closes and deletes the object, whoever made it: not for that of a refnum, which would go on naming it. Without
+    // an object kzErrNotFound; else the result of its RCloseFile.
     KzErr Close();
     // The object. None is a defect, reported at level 4.
     ResChain* LowLevelResChain() const;

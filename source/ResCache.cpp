@@ -8,14 +8,6 @@ constexpr char kModule[] = "source/ResCache";
 
 }  // namespace
 
-void ResCache::Record(const Resource* resource, _ResourceType type, UHandle map, const RsrcList* entry)
-{
-    mResource = resource;
-    mType = type;
-    mMap = map;
-    mEntryOffset = static_cast<uInt32>(reinterpret_cast<const unsigned char*>(entry) - *map);
-}
-
 bool ResCache::Hit(_ResourceType* type, RsrcList** entry) const
 {
     *type = mType;

@@ -9,7 +9,13 @@
 // Remembers an entry by its offset: the map's block may move.
 class ResCache {
 public:
-    void Record(const Resource* resource, _ResourceType type, UHandle map, const RsrcList* entry);
+    void Record(const Resource* resource, _ResourceType type, UHandle map, const RsrcList* entry)
+    {
+        mResource = resource;
+        mType = type;
+        mMap = map;
+        mEntryOffset = static_cast<uInt32>(reinterpret_cast<const unsigned char*>(entry) - *map);
+    }
     void Invalidate() { mResource = nullptr; }
 
     // Each gives the entry when the resource that is asked for is the one remembered. The second asks it through

@@ -67,8 +67,8 @@ public:
     virtual KzErr GetResourceForHandle(UHandle handle, Resource** out) = 0;
 };
 
-// One resource file. The slots stand in this order, after those of ResChain. The editing operations have a body here,
-// for kinds of file that can't be edited: it gives kzErrNoPermission.
+// One resource file. The slots stand in this order, after those of ResChain. The operations that edit, and RGetModDate,
+// have a body here, for kinds of file without them: it gives kzErrNoPermission, unless told otherwise.
 class KZ_EXPORT ResFile : public ResChain {
 public:
     // Writes what was changed; 0 when nothing was.

@@ -8,18 +8,26 @@ namespace {
 
 constexpr char kModule[] = "source/ResFileMap";
 
+// The one object of its class: needs no memory, as it answers in calls that can't fail for lack of it, and is never
+// destroyed, as calls may come after a stop.
+template <typename T>
+T* Immortal()
+{
+    alignas(T) static unsigned char place[sizeof(T)];
+    static T* const instance = new (place) T;
+    return instance;
+}
+
 }  // namespace
 
 NULLResFile* NULLResFile::Instance()
 {
-    static NULLResFile* const instance = new NULLResFile;  // never destroyed: calls may come after a stop
-    return instance;
+    return Immortal<NULLResFile>();
 }
 
 NULLResource* NULLResource::Instance()
 {
-    static NULLResource* const instance = new NULLResource;  // never destroyed: calls may come after a stop
-    return instance;
+    return Immortal<NULLResource>();
 }
 
 KzErr NULLResource::RRelease()

@@ -33,10 +33,6 @@ public:
     // Puts a pair first; the first one moves to the second place.
     void Record(UHandle handle, Resource* resource)
     {
-        if (mSlots[0].handle.load(std::memory_order_relaxed) == handle) {
-            mSlots[0].resource.store(resource, std::memory_order_relaxed);
-            return;
-        }
         mSlots[1].Set(mSlots[0].handle.load(std::memory_order_relaxed),
                       mSlots[0].resource.load(std::memory_order_relaxed));
         mSlots[0].Set(handle, resource);

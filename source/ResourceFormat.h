@@ -112,7 +112,7 @@ constexpr uInt32 kMapHeadSize = sizeof(RsrcMap);           // 52: where the Type
 constexpr uInt32 kSmallestTypeMapSize = kMapHeadSize + 1;  // 53: a smaller map has no TypeMap
 constexpr uInt32 kSmallestMapSize = kMapHeadSize + sizeof(TypeMap) + sizeof(TypeList) + sizeof(RsrcList);  // 88
 constexpr uInt16 kFormatVersion = 3;  // what a writer puts, and the newest that is read
-constexpr uInt32 kBlockHeadSize = 4;  // the length word of a data block
+constexpr int32 kBlockHeadSize = 4;   // the length word of a data block
 
 // Whether header checks are skipped and maps are only converted; false unless the configuration asks for it.
 bool WeakRsrcFileValidation();

@@ -323,7 +323,7 @@ KzErr ResourceManager_Service::_Init()
 
 KzErr ResourceManager_Service::_Uninit()
 {
-    const std::unique_ptr<ResFileMap> map(std::exchange(kz::gResFileMap, nullptr));
+    delete std::exchange(kz::gResFileMap, nullptr);
     kz::gResHandleCache.Clear();
     ResFileFactory::UninitResourceMgr();
     return kzErrNone;

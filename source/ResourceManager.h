@@ -7,8 +7,9 @@
 // The handle of a resource belongs to its file: it is valid until RRelease or until the file closes, and the caller
 // owns it from RDetach on. Asking twice gives the same handle. Calls that start from a handle (RSize, RGetInfo,
 // RGetAttrs, RRelease, RDetach), and RGet, RGetNamed and RGetInd, share one cache without a lock: one thread at a time
-// makes any of them. All other calls may be made from any thread; a file that one thread closes must not be in use by
-// another. Types are four characters in memory order; names are counted strings.
+// makes any of them. The former may ask every open file, so none may be opened or closed meanwhile. All other calls may
+// be made from any thread; a file that one thread closes must not be in use by another. Types are four characters in
+// memory order; names are counted strings.
 //
 // Codes of every call that reads data: kzErrMemoryFull; kzErrEndOfFile when the resource's block does not lie inside
 // the file's data; kzErrResFileNotOpen also when the file ends too early; kzErrIO.
@@ -37,8 +38,8 @@ KZ_EXTERN_C_BEGIN
 // Each opens a resource file and gives its refnum, to be closed with RCloseFile; `type` and `creator` get the file's
 // two codes and may be null. On failure the refnum is 0 and nothing stays open. kzErrResFileNotOpen: the source is no
 // resource file, or the resource manager does not run; kzErrResFileVersion: a newer format; kzErrGeneric: a damaged
-// header or map, with the detail in a report of level 2; kzErrEndOfFile: shorter than a header; kzErrArgument: a mode
-// above 1; kzErrMemoryFull.
+// header or map, with the detail in a report of level 2; kzErrEndOfFile: shorter than a header; kzErrArgument: a null
+// source, or a mode other than 0 and 1; kzErrMemoryFull.
 //
 // A file on disk. kzErrArgument: no absolute path; kzErrNotFound and other codes of FMOpen: it can't be opened. A
 // read-only opening also finds a resource file at the end of another file.
@@ -49,7 +50,7 @@ KZ_EXPORT KzErr ROpenFileRefnum(File_t file, int32 mode, RsrcFile* refnum, _FMFi
 // The bytes in a handle, which is disposed with the resource file, and stays the caller's on failure.
 KZ_EXPORT KzErr ROpenUHandle(UHandle handle, int32 mode, RsrcFile* refnum, _FMFileType* type, _FMFileCreator* creator);
 // `size` constant bytes, read-only; they must outlive the resource file. Loading copies nothing but what a caller
-// takes as a handle.
+// takes as a handle. kzErrArgument: more bytes than 31 bits can count.
 KZ_EXPORT KzErr ROpenUPtr(const unsigned char* ptr, unsigned long size, RsrcFile* refnum, _FMFileType* type,
                           _FMFileCreator* creator);
 

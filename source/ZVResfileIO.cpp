@@ -11,6 +11,7 @@
 #include "PathRef.h"
 #include "Report.h"
 #include "ResourceData.h"
+#include "ResourceFormat.h"
 #include "zvhandle.h"
 
 namespace {
@@ -18,8 +19,7 @@ namespace {
 constexpr char kModule[] = "source/ZVResfileIO";
 
 constexpr _FMFileType kMappedFileType = kz::FourCharCode("QKVZ");
-constexpr int32 kBlockHeadSize = 4;  // the length word of a block
-constexpr int32 kHeadRead = 4096;    // what is asked for with it: a page
+constexpr int32 kHeadRead = 4096;  // what is asked for with it: a page
 constexpr int32 kMostBytes = std::numeric_limits<int32>::max();
 
 constinit ZVResfileIO::OpenHook gOpenHook = nullptr;
@@ -154,8 +154,8 @@ KzErr ZVResfileIO::SeekInFile(int32 offset, int32 seekMode)
     if (fileRef == nullptr || seekMode < kFMFromStart || seekMode > kFMFromCurrent) {
         return kzErrArgument;
     }
-    const int32 origin = seekMode == kFMFromEnd ? fileSize : seekMode == kFMFromCurrent ? filePos : 0;
-    const int64 target = int64{origin} + offset;
+    const int64 origin = seekMode == kFMFromEnd ? fileSize : seekMode == kFMFromCurrent ? filePos : 0;
+    const int64 target = origin + offset;
     if (target > fileSize) {
         // The file may have grown since it was opened.
         if (const KzErr err = LengthOf(fileRef, &fileSize)) {
@@ -165,7 +165,7 @@ KzErr ZVResfileIO::SeekInFile(int32 offset, int32 seekMode)
     if (target < 0 || target > fileSize) {
         return kzErrEndOfFile;
     }
-    filePos = static_cast<int32>(target);
+    filePos = target;
     return kzErrNone;
 }
 
@@ -208,7 +208,6 @@ KzErr ZVResfileIO::Remap(const int32* dataOffset, int32 dataSize, _FMFileType ty
     if (fileRef == nullptr || !IsReadOnly() || mappedCopy != nullptr || memHandle != nullptr || memPtr != nullptr) {
         return kzErrNone;
     }
-    memSize = dataSize;
     // A weakly checked header may claim more than the file has.
     if (type != kMappedFileType || dataSize < 0 || dataSize > fileSize) {
         return kzErrNone;
@@ -216,6 +215,7 @@ KzErr ZVResfileIO::Remap(const int32* dataOffset, int32 dataSize, _FMFileType ty
     mappedCopy = MacMemMapFile(fileRef, *dataOffset, dataSize);
     if (mappedCopy != nullptr) {
         memData = *mappedCopy;
+        memSize = dataSize;
         memBase = *dataOffset;
     }
     return kzErrNone;
@@ -254,21 +254,21 @@ KzErr ZVResfileIO::LoadBlock(int32 fileOffset, int64 room, ZVResFile* owner, Res
 {
     // A file is asked for more than the length word: most blocks then come in one call to the system.
     unsigned char head[kHeadRead];
-    const int64 wanted = memData != nullptr ? kBlockHeadSize : std::min<int64>(room, kHeadRead);
+    const int64 wanted = memData != nullptr ? kz::kBlockHeadSize : std::min<int64>(room, kHeadRead);
     KzErr err = Seek(fileOffset, kFMFromStart);
     int32 got = 0;
     if (err == kzErrNone) {
         err = Read(static_cast<int32>(wanted), &got, head);
     }
-    if (got < kBlockHeadSize) {
+    if (got < kz::kBlockHeadSize) {
         return err;
     }
     const int64 length = kz::LoadBig<uInt32>(head);
-    if (kBlockHeadSize + length > room || length > kMostBytes) {
+    if (kz::kBlockHeadSize + length > room || length > kMostBytes) {
         return kzErrEndOfFile;
     }
-    if (memData == nullptr && kBlockHeadSize + length <= got) {
-        return CopyIntoHandle(head + kBlockHeadSize, static_cast<int32>(length), out);
+    if (memData == nullptr && kz::kBlockHeadSize + length <= got) {
+        return CopyIntoHandle(head + kz::kBlockHeadSize, static_cast<int32>(length), out);
     }
     return CreateResDataObj(fileOffset, static_cast<int32>(length), owner, out);
 }
@@ -279,7 +279,7 @@ KzErr ZVResfileIO::CreateResDataObj(int32 fileOffset, int32 size, ZVResFile* /*o
     if (memData == nullptr) {
         return ReadIntoHandle(fileOffset, size, out);
     }
-    const int64 start = int64{fileOffset} - memBase + kBlockHeadSize;
+    const int64 start = int64{fileOffset} - memBase + kz::kBlockHeadSize;
     if (size < 0 || start < 0 || start + size > memSize) {
         return kzErrResFileNotOpen;
     }
@@ -314,7 +314,7 @@ KzErr ZVResfileIO::ReadIntoHandle(int32 fileOffset, int32 size, ResourceData** o
     }
     KzErr err = Seek(fileOffset, kFMFromStart);
     if (err == kzErrNone) {
-        filePos += kBlockHeadSize;
+        filePos += kz::kBlockHeadSize;
         err = Read(size, nullptr, *data.GetHandle());
     }
     if (err != kzErrNone) {

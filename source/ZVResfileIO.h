@@ -90,7 +90,9 @@ private:
     bool ownsHandle = false;
     int32 fileSize = 0;
     int32 memBase = 0;  // the file offset of the first byte of memData
-    int32 filePos = 0;  // the read position in fileRef, whose own position is left alone
+    // The read position in fileRef, whose own position is left alone: a write has to go there first, and to move both
+    // this and fileSize.
+    int64 filePos = 0;
 };
 
 #endif

@@ -124,12 +124,9 @@ void CopyName(const RsrcMap* map, const RsrcList& entry, unsigned char* name)
     }
 }
 
-// Opens `io` as a resource file. The caller keeps `io` on failure, and the outputs are cleared then.
+// Opens `io` as a resource file; on failure `io` ends here, and what its constructor was given stays open.
 KzErr CreateZVResfile(std::unique_ptr<ZVResfileIO> io, ResFile** out, _FMFileType* type, _FMFileCreator* creator)
 {
-    if (io == nullptr) {
-        return kzErrMemoryFull;
-    }
     auto file = std::make_unique<ZVResFile>();
     const KzErr err = file->Open(io.get());
     if (err != kzErrNone) {
@@ -431,9 +428,10 @@ KzErr ZVResFile::Open(ZVResfileIO* io)
 
     kz::ScopedLock lock(gResourceMutex);
     if (mIsOpen) {
-        CloseLocked();
+        DropMapLocked();
     }
-    if (mIO != io) {
+    if (mIO != nullptr && mIO != io) {
+        mIO->Close();
         delete mIO;
     }
     mIO = io;
@@ -477,6 +475,12 @@ KzErr ZVResFile::UpdateLocked()
 
 KzErr ZVResFile::CloseLocked()
 {
+    DropMapLocked();
+    return mIO->Close();
+}
+
+void ZVResFile::DropMapLocked()
+{
     CookieList loaded;
     mJar.GetCookieList(&loaded);
     for (int32 i = 0; i < loaded.GetCount(); ++i) {
@@ -489,7 +493,6 @@ KzErr ZVResFile::CloseLocked()
     DSDisposeHandle(mMap);
     mMap = nullptr;
     mIsOpen = false;
-    return mIO->Close();
 }
 
 // ---- ZVResFile: looking up ----

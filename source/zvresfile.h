@@ -4,7 +4,8 @@
 // A map entry and its Resource are linked by the entry's `dataHolder` alone, a cookie in the file's jar; 0 means not
 // loaded. One lock (ResourceLock) guards maps, jars and caches of all files; a public operation takes it and calls the
 // ...Locked members, which only call each other. A report is made after the lock is given back, as its handler may ask
-// for resources; only reports of loading a resource are made under it.
+// for resources; made under it are only reports of defects, and those of other modules while a resource is loaded or
+// dropped.
 #ifndef KZCORE_ZVRESFILE_H
 #define KZCORE_ZVRESFILE_H
 
@@ -89,7 +90,8 @@ public:
     KzErr RGetIndType(_ResourceType* type, int32 index) override;
     KzErr RGetFileAttrs(int32* attrs) override;
 
-    // Reads and checks the source, and takes it over on success. Codes: see ROpenFile.
+    // Reads and checks the source, and takes it over on success. An open file is dropped for it, and its source closed
+    // and destroyed unless it is the same. Codes: see ROpenFile.
     virtual KzErr Open(ZVResfileIO* io);
 
     // Tells about a resource without loading it; each output may be null.
@@ -126,6 +128,8 @@ private:
     KzErr UpdateLocked();
     // Closes, whatever was changed.
     KzErr CloseLocked();
+    // The part of it that leaves the source open.
+    void DropMapLocked();
 
     ZVResfileIO* mIO = nullptr;  // owned once open
     UHandle mMap = nullptr;      // owned; holds a RsrcMap in host byte order

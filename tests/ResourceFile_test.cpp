@@ -18,20 +18,19 @@
 #include "ResourceManager.h"
 #include "TempFolder.h"
 #include "TestHost.h"
+#include "ZVResfileIO.h"
+#include "zvresfile.h"
 
 namespace {
 
+using kztest::Bytes;
 using kztest::Json;
 using kztest::ResImage;
+using kztest::Text;
 
 PathRef PathOf(const std::string& file)
 {
     return PathRef(file, PathRef::StringUnix());
-}
-
-std::string Text(const unsigned char* pstr)
-{
-    return {reinterpret_cast<const char*>(pstr + 1), pstr[0]};
 }
 
 _ResourceType TypeOf(const std::string& text)
@@ -60,55 +59,80 @@ std::string Crc32(const std::string& bytes)
     return text.data();
 }
 
-// One way to open the bytes of a file.
-struct Source {
-    const char* name;
-    int mode;
-    KzErr (*open)(const std::string& file, const std::string& bytes, int mode, RsrcFile* refnum, _FMFileType* type,
-                  _FMFileCreator* creator);
+struct Opened {
+    RsrcFile refnum = 77;
+    _FMFileType type = 77;
+    _FMFileCreator creator = 77;
 };
 
-KzErr OpenPath(const std::string& file, const std::string& /*bytes*/, int mode, RsrcFile* refnum, _FMFileType* type,
-               _FMFileCreator* creator)
+KzErr OpenPath(const std::string& file, const std::string& /*bytes*/, int mode, Opened* out)
 {
     const PathRef path = PathOf(file);
-    return ROpenFile(&path, mode, refnum, type, creator);
+    return ROpenFile(&path, mode, &out->refnum, &out->type, &out->creator);
 }
 
-KzErr OpenFileRefnum(const std::string& file, const std::string& /*bytes*/, int mode, RsrcFile* refnum,
-                     _FMFileType* type, _FMFileCreator* creator)
+KzErr OpenFileRefnum(const std::string& file, const std::string& /*bytes*/, int mode, Opened* out)
 {
     const PathRef path = PathOf(file);
     File_t open = nullptr;
     EXPECT_EQ(FMOpen(&open, &path, mode, kFMDenyNone), 0);
-    const KzErr err = ROpenFileRefnum(open, mode, refnum, type, creator);
+    const KzErr err = ROpenFileRefnum(open, mode, &out->refnum, &out->type, &out->creator);
     if (err != kzErrNone) {
         EXPECT_EQ(FMClose(open), 0) << "the file stays the caller's";
     }
     return err;
 }
 
-KzErr OpenHandle(const std::string& /*file*/, const std::string& bytes, int mode, RsrcFile* refnum, _FMFileType* type,
-                 _FMFileCreator* creator)
+UHandle HandleWith(const std::string& bytes)
 {
     const UHandle handle = DSNewHandle(bytes.size());
     std::memcpy(*handle, bytes.data(), bytes.size());
-    const KzErr err = ROpenUHandle(handle, mode, refnum, type, creator);
+    return handle;
+}
+
+// Serves every path from memory.
+const std::string* gHookBytes = nullptr;
+bool ServeFromMemory(const PathRef& /*path*/, File_t* /*file*/, UHandle* mapped, unsigned char** data, int32* size)
+{
+    *mapped = HandleWith(*gHookBytes);
+    *data = **mapped;
+    *size = static_cast<int32>(gHookBytes->size());
+    return true;
+}
+
+KzErr OpenThroughHook(const std::string& /*file*/, const std::string& bytes, int mode, Opened* out)
+{
+    gHookBytes = &bytes;
+    ZVResfileIO::InitResfileIO(&ServeFromMemory);
+    const KzErr err = OpenPath("/nowhere", bytes, mode, out);
+    ZVResfileIO::InitResfileIO(nullptr);
+    return err;
+}
+
+KzErr OpenHandle(const std::string& /*file*/, const std::string& bytes, int mode, Opened* out)
+{
+    const UHandle handle = HandleWith(bytes);
+    const KzErr err = ROpenUHandle(handle, mode, &out->refnum, &out->type, &out->creator);
     if (err != kzErrNone) {
         EXPECT_EQ(DSDisposeHandle(handle), 0) << "the handle stays the caller's";
     }
     return err;
 }
 
-KzErr OpenConstant(const std::string& /*file*/, const std::string& bytes, int /*mode*/, RsrcFile* refnum,
-                   _FMFileType* type, _FMFileCreator* creator)
+KzErr OpenConstant(const std::string& /*file*/, const std::string& bytes, int /*mode*/, Opened* out)
 {
-    return ROpenUPtr(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), refnum, type, creator);
+    return ROpenUPtr(Bytes(bytes), bytes.size(), &out->refnum, &out->type, &out->creator);
 }
 
-const Source kSources[] = {
+// The ways to open the bytes of a file.
+const struct Source {
+    const char* name;
+    int mode;
+    KzErr (*open)(const std::string& file, const std::string& bytes, int mode, Opened* out);
+} kSources[] = {
     {"path, read-only", kRsrcReadOnly, &OpenPath},
     {"path, writable", kRsrcReadWrite, &OpenPath},
+    {"path, through the hook", kRsrcReadOnly, &OpenThroughHook},
     {"open file, read-only", kRsrcReadOnly, &OpenFileRefnum},
     {"open file, writable", kRsrcReadWrite, &OpenFileRefnum},
     {"handle, read-only", kRsrcReadOnly, &OpenHandle},
@@ -121,6 +145,7 @@ void CheckResource(RsrcFile refnum, const std::string& typeText, int index, cons
     SCOPED_TRACE(typeText + " at " + std::to_string(index));
     const _ResourceType type = TypeOf(typeText);
     const int id = static_cast<int>(row["id"].Int());
+    const std::string nameText = row["name"].IsNull() ? "" : row["name"].Str();
     UHandle handle = nullptr;
     int gotId = 0;
     int attrs = 0;
@@ -128,34 +153,30 @@ void CheckResource(RsrcFile refnum, const std::string& typeText, int index, cons
     EXPECT_EQ(RGetIndInfo(refnum, type, index, &gotId, &attrs, name), 0);
     EXPECT_EQ(gotId, id);
     EXPECT_EQ(attrs, row["attrs"].Int());
-    EXPECT_EQ(Text(name), row["name"].IsNull() ? "" : row["name"].Str());
+    EXPECT_EQ(Text(name), nameText);
     EXPECT_FALSE(RIsLoaded(refnum, type, id)) << "telling loads nothing";
-    if (row.Has("error")) {
-        EXPECT_EQ(RGetInd(refnum, type, index, &handle), row["error"].Int());
-        EXPECT_EQ(handle, nullptr);
-        EXPECT_FALSE(RIsLoaded(refnum, type, id));
+    const KzErr error = row.Has("error") ? static_cast<KzErr>(row["error"].Int()) : 0;
+    EXPECT_EQ(RGetInd(refnum, type, index, &handle), error);
+    EXPECT_EQ(RIsLoaded(refnum, type, id), error == 0);
+    ASSERT_EQ(handle != nullptr, error == 0);
+    if (error != 0) {
         return;
     }
-    ASSERT_EQ(RGetInd(refnum, type, index, &handle), 0);
     int size = 0;
     _ResourceType gotType = 0;
+    gotId = attrs = -1;
     EXPECT_EQ(RGetInfo(handle, &gotId, &gotType, name), 0);
     EXPECT_EQ(gotId, id);
-    EXPECT_EQ(TextOf(gotType), typeText);
-    EXPECT_EQ(Text(name), row["name"].IsNull() ? "" : row["name"].Str());
+    EXPECT_EQ(gotType, type);
+    EXPECT_EQ(Text(name), nameText);
     EXPECT_EQ(RGetAttrs(handle, &attrs), 0);
     EXPECT_EQ(attrs, row["attrs"].Int());
     EXPECT_EQ(RSize(handle, &size), 0);
-    EXPECT_EQ(size, row["size"].Int());
-    const std::string data(reinterpret_cast<const char*>(*handle), static_cast<std::size_t>(size));
-    EXPECT_EQ(Crc32(data), row["crc32"].Str());
-    if (row.Has("data")) {
-        EXPECT_EQ(data, row["data"].Hex());
-    }
+    ASSERT_EQ(size, row["size"].Int());
+    EXPECT_EQ(Crc32({reinterpret_cast<const char*>(*handle), static_cast<std::size_t>(size)}), row["crc32"].Str());
     UHandle again = nullptr;
     EXPECT_EQ(RGet(refnum, type, id, &again), 0);
     EXPECT_EQ(again, handle);
-    EXPECT_TRUE(RIsLoaded(refnum, type, id));
     EXPECT_EQ(RRelease(handle), (attrs & kRsrcChanged) != 0 ? kzErrArgument : 0);
 }
 
@@ -236,24 +257,24 @@ TEST(ResourceFile, StoredFilesGiveWhatTheIndexTells)
             SCOPED_TRACE(row["file"].Str() + " from " + source.name);
             const kztest::LiveCounts before = kztest::CountLive();
             const Json& result = row[source.mode == kRsrcReadOnly ? "readOnly" : "readWrite"];
-            RsrcFile refnum = 77;
-            _FMFileType type = 77;
-            _FMFileCreator creator = 77;
-            ASSERT_EQ(source.open(file, bytes, source.mode, &refnum, &type, &creator), result["open"].Int());
-            if (result["open"].Int() == 0) {
-                EXPECT_EQ(TextOf(type), row["content"]["fileType"].Str());
-                EXPECT_EQ(TextOf(creator), row["content"]["creator"].Str());
+            const bool opens = result["open"].Int() == 0;
+            Opened open;
+            ASSERT_EQ(source.open(file, bytes, source.mode, &open), result["open"].Int());
+            EXPECT_EQ(open.refnum != 0, opens);
+            EXPECT_EQ(TextOf(open.type), opens ? row["content"]["fileType"].Str() : TextOf(0));
+            EXPECT_EQ(TextOf(open.creator), opens ? row["content"]["creator"].Str() : TextOf(0));
+            if (opens) {
                 int attrs = -1;
-                EXPECT_EQ(RGetFileAttrs(refnum, &attrs), 0);
+                _FMFileType type = 0;
+                EXPECT_EQ(RGetFileAttrs(open.refnum, &attrs), 0);
+                EXPECT_EQ(ZVResFile::RGetFileType(PathOf(file), &type, nullptr), 0);
+                EXPECT_EQ(type, open.type) << "without opening";
                 EXPECT_EQ(attrs, source.mode == kRsrcReadOnly ? kRsrcMapReadOnly : 0);
-                CheckContent(refnum, row);
+                CheckContent(open.refnum, row);
                 while (reports.Take(kDbgWarning, "!!! Tried to release a changed resource")) {
                 }
-                EXPECT_EQ(RCloseFile(refnum), 0);
+                EXPECT_EQ(RCloseFile(open.refnum), 0);
             } else {
-                EXPECT_EQ(refnum, 0u);
-                EXPECT_EQ(type, 0u);
-                EXPECT_EQ(creator, 0u);
                 CheckDetail(&reports, result);
             }
             EXPECT_EQ(kztest::CountLive(), before);
@@ -270,32 +291,33 @@ TEST(ResourceFile, EveryTruncationFailsCleanly)
     const kztest::LiveCounts before = kztest::CountLive();
     for (std::size_t size = 0; size < whole.size(); ++size) {
         const std::string bytes = whole.substr(0, size);
-        RsrcFile refnum = 0;
-        ASSERT_EQ(OpenConstant("", bytes, 1, &refnum, nullptr, nullptr), size < 32 ? kzErrEndOfFile : kzErrGeneric)
-            << size;
-        ASSERT_EQ(OpenHandle("", bytes, 0, &refnum, nullptr, nullptr), size < 32 ? kzErrEndOfFile : kzErrGeneric)
-            << size;
+        for (const auto& open : {&OpenConstant, &OpenHandle}) {
+            Opened out;
+            ASSERT_EQ(open("", bytes, kRsrcReadWrite, &out), size < 32 ? kzErrEndOfFile : kzErrGeneric) << size;
+        }
     }
     EXPECT_EQ(kztest::CountLive(), before);
     reports.TakeAll();
 }
 
-TEST(ResourceFile, AMappedFileIsServedFromMemory)
+// What a file loses while it is open is missed; what was read at once stays.
+TEST(ResourceFile, AFileMayShrinkWhileItIsOpen)
 {
     const kztest::ReportCatcher reports;
     const kztest::RunningLibrary library;
     const kztest::TempFolder folder;
-    const std::string bytes = ResImage({{"STR ", 1, "\4text"}, {"STR ", 2, "\4more"}}, "QKVZ").Bytes();
-    const std::string file = folder.Write("mapped.rsrc", bytes);
-    RsrcFile refnum = 0;
-    ASSERT_EQ(OpenPath(file, "", kRsrcReadOnly, &refnum, nullptr, nullptr), 0);
-    folder.Write("mapped.rsrc", std::string(bytes.size(), 'x'));
-    unsigned char str[256];
-    EXPECT_EQ(RGetPStr(refnum, 1, str), 0);
-    EXPECT_EQ(Text(str), "text");
-    EXPECT_EQ(RGetPStr(refnum, 2, str), 0);
-    EXPECT_EQ(Text(str), "more");
-    EXPECT_EQ(RCloseFile(refnum), 0);
+    for (const bool mapped : {false, true}) {
+        const ResImage image({{"STR ", 1, "\4text"}, {"STR ", 2, std::string(9000, 'x')}}, mapped ? "QKVZ" : "TEST");
+        const std::string file = folder.Write("shrinks.rsrc", image.Bytes());
+        Opened open;
+        ASSERT_EQ(OpenPath(file, "", kRsrcReadOnly, &open), 0);
+        std::filesystem::resize_file(file, mapped ? 0 : 5000);
+        unsigned char str[256];
+        EXPECT_EQ(RGetPStr(open.refnum, 1, str), 0);
+        EXPECT_EQ(Text(str), "text");
+        EXPECT_EQ(RGetPStr(open.refnum, 2, str), mapped ? 0 : kzErrResFileNotOpen);
+        EXPECT_EQ(RCloseFile(open.refnum), 0);
+    }
 }
 
 TEST(ResourceFile, ARunTimeProcessTakesIdsAsSorted)
@@ -305,13 +327,36 @@ TEST(ResourceFile, ARunTimeProcessTakesIdsAsSorted)
     const std::string bytes = ResImage({{"AAAA", 3, "c"}, {"AAAA", 2, "b"}, {"AAAA", 1, "a"}}).Bytes();
     for (const KzBool runTime : {0, 1}) {
         library.host.isRunTime = runTime;
-        RsrcFile refnum = 0;
-        ASSERT_EQ(OpenConstant("", bytes, 1, &refnum, nullptr, nullptr), 0);
+        Opened open;
+        ASSERT_EQ(OpenConstant("", bytes, 1, &open), 0);
         UHandle handle = nullptr;
-        ASSERT_EQ(RGetInd(refnum, TypeOf("AAAA"), 1, &handle), 0);
+        ASSERT_EQ(RGetInd(open.refnum, TypeOf("AAAA"), 1, &handle), 0);
         EXPECT_EQ(**handle, runTime ? 'c' : 'a');
-        EXPECT_EQ(RCloseFile(refnum), 0);
+        EXPECT_EQ(RCloseFile(open.refnum), 0);
     }
+}
+
+// A file object may be opened again, from the same source or another one.
+TEST(ResourceFile, OpensAnew)
+{
+    const kztest::ReportCatcher reports;
+    const kztest::RunningLibrary library;
+    const std::string bytes = ResImage({{"AAAA", 1, "a"}}).Bytes();
+    const kztest::LiveCounts before = kztest::CountLive();
+    {
+        ZVResFile file;
+        auto* const source = new ZVResfileIO(HandleWith(bytes), kRsrcReadOnly);
+        for (ZVResfileIO* io : {source, source, new ZVResfileIO(Bytes(bytes), bytes.size())}) {
+            ASSERT_EQ(file.Open(io), 0);
+            bool loaded = true;
+            Resource* resource = nullptr;
+            EXPECT_EQ(file.RIsLoaded(TypeOf("AAAA"), 1, &loaded), 0);
+            EXPECT_FALSE(loaded);
+            ASSERT_EQ(file.RGet(TypeOf("AAAA"), 1, &resource), 0);
+            EXPECT_EQ(*resource->GetData(), 'a');
+        }
+    }
+    EXPECT_EQ(kztest::CountLive(), before);
 }
 
 // The library, started by a configuration that asks for weak validation.
@@ -357,35 +402,32 @@ TEST(ResourceFile, WeakValidationOpensWhatOnlyTheValidatorsRefuse)
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.file);
         const std::string bytes = kztest::ReadWholeFile(kztest::DataFile("rsrc/" + std::string(row.file)));
-        for (const Source& source : {kSources[4], kSources[6]}) {
-            RsrcFile refnum = 0;
-            EXPECT_EQ(source.open("", bytes, source.mode, &refnum, nullptr, nullptr), row.result) << source.name;
-            EXPECT_EQ(RCloseFile(refnum), row.result == 0 ? 0 : kzErrResFileNotOpen);
-        }
+        Opened open;
+        EXPECT_EQ(OpenConstant("", bytes, kRsrcReadOnly, &open), row.result);
+        EXPECT_EQ(RCloseFile(open.refnum), row.result == 0 ? 0 : kzErrResFileNotOpen);
     }
     while (reports.Take(kDbgWarning, "no agreement;")) {
     }
 }
 
-// A block that a weakly checked file claims to have, and the file does not.
-TEST(ResourceFile, WeakValidationReadsNothingOutsideTheFile)
+// Of a block that a weakly checked file claims to have, nothing is read outside the file.
+TEST(ResourceFile, WeakValidationTrustsNoLength)
 {
-    kztest::ReportCatcher reports;
+    const kztest::ReportCatcher reports;
     const WeakLibrary library;
     const kztest::TempFolder folder;
     ResImage image({{"AAAA", 1, "1234"}});
-    for (const std::size_t header : {std::size_t{0}, image.MapField(0)}) {
-        image.PutU32(header + 28, 0x7FFFFFF0);
-    }
+    image.PutU32(28, 0x7FFFFFF0);
+    image.PutU32(image.MapField(28), 0x7FFFFFF0);
     image.PutU32(32, 0x7FFFFF00);
     const std::string file = folder.Write("claims.rsrc", image.Bytes());
     for (const Source& source : kSources) {
         SCOPED_TRACE(source.name);
-        RsrcFile refnum = 0;
-        ASSERT_EQ(source.open(file, image.Bytes(), source.mode, &refnum, nullptr, nullptr), 0);
+        Opened open;
+        ASSERT_EQ(source.open(file, image.Bytes(), source.mode, &open), 0);
         UHandle handle = nullptr;
-        EXPECT_EQ(RGet(refnum, TypeOf("AAAA"), 1, &handle), kzErrResFileNotOpen);
-        EXPECT_EQ(RCloseFile(refnum), 0);
+        EXPECT_EQ(RGet(open.refnum, TypeOf("AAAA"), 1, &handle), kzErrResFileNotOpen);
+        EXPECT_EQ(RCloseFile(open.refnum), 0);
     }
 }
 

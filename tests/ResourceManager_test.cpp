@@ -19,21 +19,13 @@
 
 namespace {
 
+using kztest::Bytes;
 using kztest::ResImage;
+using kztest::Text;
 
 constexpr _ResourceType kAAAA = kz::FourCharCode("AAAA");
 constexpr _ResourceType kBBBB = kz::FourCharCode("BBBB");
 constexpr _ResourceType kStrList = kz::FourCharCode("STR#");
-
-const unsigned char* Bytes(const std::string& text)
-{
-    return reinterpret_cast<const unsigned char*>(text.data());
-}
-
-std::string Text(const unsigned char* pstr)
-{
-    return {reinterpret_cast<const char*>(pstr + 1), pstr[0]};
-}
 
 // The library with one file open: from constant memory, and a writable copy of it in a handle.
 class ResourceManager : public testing::Test {
@@ -59,6 +51,8 @@ protected:
                     {"AAAA", 9, "", "lucky"},
                     {"STR#", 1, std::string("\0\3\1a\0\5short", 11)},
                     {"STR#", 2, "\1"},
+                    {"STR#", 3, std::string("\0\3\1a\0\5shor", 10)},
+                    {"STR#", 4, std::string("\0\3\1a\0", 5)},
                     {"STR ", 1, "?text"},
                     {"STR ", 2, ""},
                     {"STR ", 3, std::string(300, 'x')}}};
@@ -72,39 +66,37 @@ TEST_F(ResourceManager, UnknownRefnumsAnswerNotOpen)
     const RsrcFile stale = constant;
     EXPECT_EQ(RCloseFile(constant), 0);
     for (const RsrcFile refnum : {0u, 5u, 0xFFFFFFFFu, stale}) {
-        SCOPED_TRACE(refnum);
         UHandle handle = source;
         int number = 5;
         _ResourceType type = 5;
         unsigned char str[256] = {5};
         const unsigned char* pointer = str;
-        EXPECT_EQ(RGet(refnum, kAAAA, 7, &handle), kzErrResFileNotOpen);
-        EXPECT_EQ(handle, nullptr);
-        EXPECT_EQ(RGetNamed(refnum, kAAAA, Bytes("\5lucky"), &handle), kzErrResFileNotOpen);
-        EXPECT_EQ(RGetInd(refnum, kAAAA, 1, &handle), kzErrResFileNotOpen);
-        EXPECT_EQ(RGetIndInfo(refnum, kAAAA, 1, nullptr, nullptr, nullptr), kzErrResFileNotOpen);
-        EXPECT_EQ(RGetString(refnum, 1, &handle), kzErrResFileNotOpen);
-        EXPECT_EQ(RExists(refnum, kAAAA, 7, &number), kzErrResFileNotOpen);
-        EXPECT_EQ(number, 0);
+        const KzErr results[] = {RGet(refnum, kAAAA, 7, &handle),
+                                 RGetNamed(refnum, kAAAA, Bytes("\5lucky"), &handle),
+                                 RGetInd(refnum, kAAAA, 1, &handle),
+                                 RGetIndInfo(refnum, kAAAA, 1, nullptr, nullptr, nullptr),
+                                 RGetString(refnum, 1, &handle),
+                                 RExists(refnum, kAAAA, 7, &number),
+                                 RCount(refnum, kAAAA, &number),
+                                 RCountTypes(refnum, &number),
+                                 RGetFileAttrs(refnum, &number),
+                                 RGetIndType(refnum, &type, 1),
+                                 RGetIndString(refnum, str, 1, 1),
+                                 RGetPStr(refnum, 1, str),
+                                 RGetIndStringPtr(refnum, &pointer, 1, 1, kStrList),
+                                 RCloseFile(refnum)};
+        for (const KzErr& result : results) {
+            EXPECT_EQ(result, kzErrResFileNotOpen) << refnum << ", call " << &result - results;
+        }
         EXPECT_FALSE(RIsLoaded(refnum, kAAAA, 7));
-        EXPECT_EQ(RCount(refnum, kAAAA, &number), kzErrResFileNotOpen);
-        EXPECT_EQ(RCountTypes(refnum, &number), kzErrResFileNotOpen);
-        EXPECT_EQ(RGetFileAttrs(refnum, &number), kzErrResFileNotOpen);
-        EXPECT_EQ(RGetIndType(refnum, &type, 1), kzErrResFileNotOpen);
-        EXPECT_EQ(type, 0u);
-        EXPECT_EQ(RGetIndString(refnum, str, 1, 1), kzErrResFileNotOpen);
-        EXPECT_EQ(str[0], 0);
-        EXPECT_EQ(RGetPStr(refnum, 1, str), kzErrResFileNotOpen);
-        EXPECT_EQ(RGetIndStringPtr(refnum, &pointer, 1, 1, kStrList), kzErrResFileNotOpen);
-        EXPECT_EQ(pointer, nullptr);
-        EXPECT_EQ(RCloseFile(refnum), kzErrResFileNotOpen);
+        EXPECT_TRUE(handle == nullptr && number == 0 && type == 0 && str[0] == 0 && pointer == nullptr) << refnum;
     }
 }
 
 TEST_F(ResourceManager, UnknownHandlesAnswerNotFound)
 {
-    int number = 0;
     for (const UHandle handle : {UHandle{nullptr}, source}) {
+        int number = 0;
         EXPECT_EQ(RSize(handle, &number), kzErrResNotFound);
         EXPECT_EQ(number, -1);
         EXPECT_EQ(RGetInfo(handle, nullptr, nullptr, nullptr), kzErrResNotFound);
@@ -143,42 +135,36 @@ TEST_F(ResourceManager, LookUpsFindWhatIsThere)
 
 TEST_F(ResourceManager, StringsStayInsideTheirResource)
 {
-    unsigned char str[256];
-    const unsigned char* pointer = nullptr;
-    EXPECT_EQ(RGetIndString(constant, str, 1, 1), 0);
-    EXPECT_EQ(Text(str), "a");
-    EXPECT_EQ(RGetIndString(constant, str, 1, 2), 0);
-    EXPECT_EQ(Text(str), "");
-    EXPECT_EQ(RGetIndString(constant, str, 1, 3), 0);
-    EXPECT_EQ(Text(str), "short");
-    EXPECT_EQ(RGetIndStringPtr(constant, &pointer, 1, 4, kStrList), kzErrResNotFound);
-    EXPECT_EQ(RGetIndString(constant, str, 2, 1), kzErrResNotFound) << "no count";
-    EXPECT_EQ(RGetIndString(constant, str, 3, 1), kzErrResNotFound) << "no list";
-    EXPECT_EQ(str[0], 0);
-
-    EXPECT_EQ(RGetPStr(constant, 1, str), 0);
-    EXPECT_EQ(Text(str), "text");
-    EXPECT_EQ(RGetPStr(constant, 2, str), 0);
-    EXPECT_EQ(Text(str), std::string(255, '\0'));
-    EXPECT_EQ(RGetPStr(constant, 3, str), 0);
-    EXPECT_EQ(Text(str), std::string(299 - 256, 'x'));
-    EXPECT_EQ(RGetPStr(constant, 4, str), kzErrResNotFound);
-    EXPECT_EQ(str[0], 0);
-}
-
-TEST_F(ResourceManager, AListThatEndsBehindItsDataGivesNoString)
-{
-    // Three strings are counted; the third says more bytes than there are, then there is no third at all.
-    const ResImage broken({{"STR#", 1, std::string("\0\3\1a\0\5shor", 10)}, {"STR#", 2, std::string("\0\3\1a\0", 5)}});
-    RsrcFile refnum = 0;
-    ASSERT_EQ(ROpenUPtr(Bytes(broken.Bytes()), broken.Bytes().size(), &refnum, nullptr, nullptr), 0);
-    unsigned char str[256];
-    for (const int list : {1, 2}) {
-        EXPECT_EQ(RGetIndString(refnum, str, list, 2), 0);
-        EXPECT_EQ(RGetIndString(refnum, str, list, 3), kzErrResNotFound);
-        EXPECT_EQ(str[0], 0);
+    struct Row {
+        int line;
+        int id;
+        int index;  // 0: a "STR ", not a list
+        KzErr result;
+        std::string text;
+    };
+    const Row kRows[] = {
+        {__LINE__, 1, 1, 0, "a"},
+        {__LINE__, 1, 2, 0, ""},
+        {__LINE__, 1, 3, 0, "short"},
+        {__LINE__, 1, 4, kzErrResNotFound, ""},
+        {__LINE__, 2, 1, kzErrResNotFound, ""},  // half a count
+        {__LINE__, 3, 2, 0, ""},
+        {__LINE__, 3, 3, kzErrResNotFound, ""},  // says more bytes than there are
+        {__LINE__, 4, 2, 0, ""},
+        {__LINE__, 4, 3, kzErrResNotFound, ""},  // is counted and not there
+        {__LINE__, 5, 1, kzErrResNotFound, ""},
+        {__LINE__, 1, 0, 0, "text"},
+        {__LINE__, 2, 0, 0, std::string(255, '\0')},
+        {__LINE__, 3, 0, 0, std::string(299 - 256, 'x')},
+        {__LINE__, 4, 0, kzErrResNotFound, ""},
+    };
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.line);
+        unsigned char str[256] = {5};
+        EXPECT_EQ(row.index != 0 ? RGetIndString(constant, str, row.id, row.index) : RGetPStr(constant, row.id, str),
+                  row.result);
+        EXPECT_EQ(Text(str), row.text);
     }
-    EXPECT_EQ(RCloseFile(refnum), 0);
 }
 
 TEST_F(ResourceManager, ReleasedAndDetachedResourcesLoadAnew)
@@ -286,21 +272,23 @@ TEST_F(ResourceManager, ADetachedHandleLeavesTheResourceWithoutBytes)
 TEST_F(ResourceManager, OpeningRefusesBadArguments)
 {
     RsrcFile refnum = 5;
-    const std::string& bytes = image.Bytes();
     const PathRef relative("a/b.rsrc", PathRef::StringUnix());
     const PathRef missing("/nowhere/b.rsrc", PathRef::StringUnix());
     const PathRef folder("/", PathRef::StringUnix());
-    EXPECT_EQ(ROpenFile(nullptr, 1, &refnum, nullptr, nullptr), kzErrArgument);
+    const KzErr results[] = {ROpenFile(nullptr, 1, &refnum, nullptr, nullptr),
+                             ROpenFile(&relative, 1, &refnum, nullptr, nullptr),
+                             ROpenFile(&missing, 2, &refnum, nullptr, nullptr),
+                             ROpenFile(&missing, 1, nullptr, nullptr, nullptr),
+                             ROpenFileRefnum(nullptr, 1, &refnum, nullptr, nullptr),
+                             ROpenUHandle(nullptr, 1, &refnum, nullptr, nullptr),
+                             ROpenUPtr(nullptr, 0, &refnum, nullptr, nullptr),
+                             ROpenUPtr(Bytes(image.Bytes()), 0x80000000, &refnum, nullptr, nullptr)};
+    for (const KzErr& result : results) {
+        EXPECT_EQ(result, kzErrArgument) << "call " << &result - results;
+    }
     EXPECT_EQ(refnum, 0u);
-    EXPECT_EQ(ROpenFile(&relative, 1, &refnum, nullptr, nullptr), kzErrArgument);
     EXPECT_EQ(ROpenFile(&missing, 1, &refnum, nullptr, nullptr), kzErrNotFound);
-    EXPECT_EQ(ROpenFile(&missing, 2, &refnum, nullptr, nullptr), kzErrArgument);
-    EXPECT_EQ(ROpenFile(&missing, 1, nullptr, nullptr, nullptr), kzErrArgument);
-    EXPECT_NE(ROpenFile(&folder, 1, &refnum, nullptr, nullptr), 0);
-    EXPECT_EQ(ROpenFileRefnum(nullptr, 1, &refnum, nullptr, nullptr), kzErrArgument);
-    EXPECT_EQ(ROpenUHandle(nullptr, 1, &refnum, nullptr, nullptr), kzErrArgument);
-    EXPECT_EQ(ROpenUPtr(nullptr, 0, &refnum, nullptr, nullptr), kzErrArgument);
-    EXPECT_EQ(ROpenUPtr(Bytes(bytes), 0x80000000, &refnum, nullptr, nullptr), kzErrArgument);
+    EXPECT_EQ(ROpenFile(&folder, 1, &refnum, nullptr, nullptr), kzErrIO);
     while (reports.Take(kDbgWarning, "cannot seek to start of resource file")) {
     }
 }

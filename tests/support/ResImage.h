@@ -10,6 +10,17 @@
 
 namespace kztest {
 
+inline const unsigned char* Bytes(const std::string& text)
+{
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+// The text of a counted string.
+inline std::string Text(const unsigned char* pstr)
+{
+    return {reinterpret_cast<const char*>(pstr + 1), pstr[0]};
+}
+
 struct ResEntry {
     std::string type;
     int id;
@@ -64,8 +75,6 @@ public:
     }
 
     void PutU32(std::size_t offset, unsigned value) { mBytes.replace(offset, 4, Big(value, 4)); }
-    void PutU16(std::size_t offset, unsigned value) { mBytes.replace(offset, 2, Big(value, 2)); }
-    void PutByte(std::size_t offset, unsigned value) { mBytes.replace(offset, 1, Big(value, 1)); }
 
     // Where things stand in the file: a field of the map, of a type's list, of an entry by its place.
     std::size_t MapField(std::size_t field) const { return mMap + field; }
