@@ -71,23 +71,31 @@ KzErr MakeEmptyMap(const RsrcHeader& header, ZVHandle* block)
     return kzErrNone;
 }
 
-void ClearDataHolders(RsrcMap* map)
+// Shows `visit` every entry of a map, type by type, until it returns true. Whether it did.
+template <typename Visit>
+bool VisitEntries(RsrcMap* map, const Visit& visit)
 {
     TypeMap* types = kz::GetTypeMap(map);
     const TypeList* list = types != nullptr ? kz::FirstType(types) : nullptr;
     for (int32 i = kz::TypeCount(map); i > 0; --i, ++list) {
         RsrcList* entry = kz::FirstEntry(types, *list);
         for (int32 k = kz::EntryCount(*list); k > 0; --k, ++entry) {
-            entry->dataHolder = 0;
+            if (visit(list->type, entry)) {
+                return true;
+            }
         }
     }
+    return false;
 }
 
 // Brings a map as read into the state that an open file keeps it in.
 void PrepareMap(RsrcMap* map, bool readOnly)
 {
     map->fileAttrs = readOnly ? kRsrcMapReadOnly : 0;
-    ClearDataHolders(map);
+    VisitEntries(map, [](_ResourceType, RsrcList* entry) {
+        entry->dataHolder = 0;
+        return false;
+    });
     if (map->header.version < kz::kFormatVersion) {
         map->header.formatMark[0] = '\r';
         map->header.formatMark[1] = '\n';
@@ -481,14 +489,15 @@ KzErr ZVResFile::CloseLocked()
 
 void ZVResFile::DropMapLocked()
 {
-    CookieList loaded;
-    mJar.GetCookieList(&loaded);
-    for (int32 i = 0; i < loaded.GetCount(); ++i) {
+    // Along the map, and not along a list of the jar's cookies, which would need memory.
+    VisitEntries(Map(), [this](_ResourceType, const RsrcList* entry) {
+        const uInt32 cookie = entry->dataHolder;
         Resource* resource = nullptr;
-        if (mJar.DisposeCookie(loaded.GetCookie(i), &resource) == kzErrNone) {
+        if (mJar.DisposeCookie(cookie, &resource) == kzErrNone) {
             delete resource;
         }
-    }
+        return false;
+    });
     mCache.Invalidate();
     DSDisposeHandle(mMap);
     mMap = nullptr;
@@ -715,24 +724,16 @@ Resource* ZVResFile::HeldLocked(const RsrcList& entry) const
 template <typename Match>
 KzErr ZVResFile::WalkLoadedLocked(const Match& match, _ResourceType* type, RsrcList** out) const
 {
-    RsrcMap* map = Map();
-    TypeMap* types = map != nullptr ? kz::GetTypeMap(map) : nullptr;
-    if (types == nullptr) {
-        return kzErrResNotFound;
-    }
-    const TypeList* list = kz::FirstType(types);
-    for (int32 i = kz::TypeCount(map); i > 0; --i, ++list) {
-        RsrcList* entry = kz::FirstEntry(types, *list);
-        for (int32 k = kz::EntryCount(*list); k > 0; --k, ++entry) {
-            const Resource* held = HeldLocked(*entry);
-            if (held != nullptr && match(held)) {
-                *type = list->type;
-                *out = entry;
-                return kzErrNone;
-            }
-        }
-    }
-    return kzErrResNotFound;
+    const bool found = mIsOpen && VisitEntries(Map(), [&](_ResourceType entryType, RsrcList* entry) {
+                           const Resource* held = HeldLocked(*entry);
+                           if (held == nullptr || !match(held)) {
+                               return false;
+                           }
+                           *type = entryType;
+                           *out = entry;
+                           return true;
+                       });
+    return found ? kzErrNone : kzErrResNotFound;
 }
 
 KzErr ZVResFile::FindRsrcListLocked(const Resource* resource, _ResourceType* type, RsrcList** entry) const
