@@ -167,12 +167,12 @@ void FreeSlotLocked(MagicCookieJarRec* jar, unsigned char* record, uInt32 index)
     AddToCount(jar, ~uInt32{0});
 }
 
-// Calls `visit(cookie, record)` for each live cookie by rising index until it returns false. Under the jar rights.
+// Calls `visit(cookie, record)` for each live cookie from index `from` up until it returns false. Under the jar rights.
 template <typename Visit>
-void ForEachCookieLocked(const MagicCookieJarRec* jar, Visit visit)
+void ForEachCookieLocked(const MagicCookieJarRec* jar, uInt32 from, Visit visit)
 {
     const PouchTree& tree = jar->tree->tree;
-    tree.ForEachSlot([&](uInt32 index, unsigned char* record) {
+    tree.ForEachSlot(from, [&](uInt32 index, unsigned char* record) {
         CookieSlotState* const state = tree.State(record);
         const uInt32 salt = SaltOf(state).load(std::memory_order_relaxed);
         return LinkOf(state).load(std::memory_order_relaxed) >= 0 ||
@@ -193,7 +193,7 @@ bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* l
     std::memcpy(list, &count, sizeof count);
     unsigned char* at = list + offsetof(MagicCookieListRec, cookies);
     uInt32 found = 0;
-    ForEachCookieLocked(jar, [&](uInt32 cookie, const unsigned char*) {
+    ForEachCookieLocked(jar, 0, [&](uInt32 cookie, const unsigned char*) {
         if (found == count) {
             return false;
         }
@@ -413,7 +413,7 @@ uInt32 MCGetCookieForInfo(MagicCookieJar jar, const void* info)
     }
     uInt32 found = 0;
     kz::ScopedLock lock((*jar)->jarRights);
-    ForEachCookieLocked(*jar, [&](uInt32 cookie, const unsigned char* record) {
+    ForEachCookieLocked(*jar, 0, [&](uInt32 cookie, const unsigned char* record) {
         if (BlockCmp(record, info, (*jar)->infoSize) == 0) {
             found = cookie;
         }
@@ -518,6 +518,19 @@ uInt32 LiveCookieCount()
     return count;
 }
 
+uInt32 NextCookie(MagicCookieJar jar, uInt32 cookie)
+{
+    uInt32 next = 0;
+    if (jar != nullptr) {
+        ScopedLock lock((*jar)->jarRights);
+        ForEachCookieLocked(*jar, cookie == 0 ? 0 : (cookie & kIndexMask) + 1, [&](uInt32 found, const unsigned char*) {
+            next = found;
+            return false;
+        });
+    }
+    return next;
+}
+
 const char* CookieJarFault(MagicCookieJar jar)
 {
     const MagicCookieJarRec* const rec = *jar;
@@ -526,7 +539,7 @@ const char* CookieJarFault(MagicCookieJar jar)
     uInt32 slots = 0;
     uInt32 live = 0;
     const char* fault = nullptr;
-    tree.ForEachSlot([&](uInt32 /*index*/, unsigned char* record) {
+    tree.ForEachSlot(0, [&](uInt32 /*index*/, unsigned char* record) {
         const CookieSlotState* const state = tree.State(record);
         const bool inUse = state->link == -1;
         if (inUse != (state->salt != 0) || state->salt > kSaltMask || state->link < -1) {

@@ -64,21 +64,23 @@ public:
         return reinterpret_cast<CookieSlotState*>(record + mRecordSize - sizeof(CookieSlotState));
     }
 
-    // Calls `visit(index, record)` for each slot by rising index until it returns false. The caller keeps the tree
+    // Calls `visit(index, record)` for each slot from index `from` up until it returns false. The caller keeps the tree
     // from growing.
     template <typename Visit>
-    void ForEachSlot(Visit visit) const
+    void ForEachSlot(uInt32 from, Visit visit) const
     {
-        for (uInt32 first = 0; first < kMaxSlots; first += kLeafSlots) {
+        uInt32 i = from % kLeafSlots;
+        for (uInt32 first = from - i; first < kMaxSlots; first += kLeafSlots) {
             unsigned char* const leaf = Find(first);
             if (leaf == nullptr) {
                 return;  // leaves are made in order
             }
-            for (uInt32 i = 0; i < kLeafSlots; ++i) {
+            for (; i < kLeafSlots; ++i) {
                 if (!visit(first + i, leaf + i * mRecordSize)) {
                     return;
                 }
             }
+            i = 0;
         }
     }
 

@@ -39,15 +39,14 @@ KzErr NULLResource::RRelease()
 ResFileMap::~ResFileMap()
 {
     int32 count = 0;
-    CookieList refnums;
-    if (GetNumCookies(&count) != kzErrNone || GetCookieList(&refnums) != kzErrNone) {
+    if (GetNumCookies(&count) != kzErrNone) {
         KZ_REPORT(kDbgWarning, 0x9D03B65F) << "ResFileMap::~ResFileMap. Bad Cookie Jar()";
     }
     if (count != 0) {
         KZ_REPORT(kDbgWarning, 0x587CA1E4) << "The Resource Manager is being shut down with open files!";
     }
-    for (int32 i = 0; i < refnums.GetCount(); ++i) {
-        RemoveRefnum(refnums.GetCookie(i));
+    for (RsrcFile refnum = kz::NextCookie(GetJar(), 0); refnum != 0; refnum = kz::NextCookie(GetJar(), refnum)) {
+        RemoveRefnum(refnum);
     }
     Uninit();
 }
@@ -116,13 +115,12 @@ ResFile* ResFileMap::GetResFile(RsrcFile refnum) const
 
 Resource* ResFileMap::GetResourceNoCache(UHandle handle) const
 {
-    CookieList refnums;
-    if (handle == nullptr || GetCookieList(&refnums) != kzErrNone) {
+    if (handle == nullptr) {
         return nullptr;
     }
-    for (int32 i = 0; i < refnums.GetCount(); ++i) {
-        Resource* resource = nullptr;
-        if (GetResBase(refnums.GetCookie(i))->GetResourceForHandle(handle, &resource) == kzErrNone) {
+    Resource* resource = nullptr;
+    for (RsrcFile refnum = kz::NextCookie(GetJar(), 0); refnum != 0; refnum = kz::NextCookie(GetJar(), refnum)) {
+        if (GetResBase(refnum)->GetResourceForHandle(handle, &resource) == kzErrNone) {
             return resource;
         }
     }

@@ -489,15 +489,14 @@ KzErr ZVResFile::CloseLocked()
 
 void ZVResFile::DropMapLocked()
 {
-    // Along the map, and not along a list of the jar's cookies, which would need memory.
-    VisitEntries(Map(), [this](_ResourceType, const RsrcList* entry) {
-        const uInt32 cookie = entry->dataHolder;
+    // Along the jar, not the map: the entries of a weakly checked map may overlap, and lose cookies to one another.
+    for (uInt32 cookie = kz::NextCookie(mJar.GetJar(), 0); cookie != 0;
+         cookie = kz::NextCookie(mJar.GetJar(), cookie)) {
         Resource* resource = nullptr;
         if (mJar.DisposeCookie(cookie, &resource) == kzErrNone) {
             delete resource;
         }
-        return false;
-    });
+    }
     mCache.Invalidate();
     DSDisposeHandle(mMap);
     mMap = nullptr;
