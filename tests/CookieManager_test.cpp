@@ -203,6 +203,25 @@ TEST_F(CookieManager, Lists)
     DSDisposeHandle(list);
 }
 
+TEST_F(CookieManager, AWalkMeetsEachLiveCookieWhileTheJarIsEmptied)
+{
+    std::vector<uInt32> cookies;
+    for (uInt32 i = 0; i < 200; ++i) {
+        cookies.push_back(New(i));
+    }
+    for (const uInt32 i : {0u, 63u, 64u, 126u, 127u, 128u, 199u}) {
+        MCDisposeCookie(jar, cookies[i], nullptr);
+    }
+    const std::vector<uInt32> live = List();
+    std::vector<uInt32> met;
+    for (uInt32 cookie = kz::NextCookie(jar, 0); cookie != 0; cookie = kz::NextCookie(jar, cookie)) {
+        met.push_back(cookie);
+        EXPECT_EQ(0, MCDisposeCookie(jar, cookie, nullptr));
+    }
+    EXPECT_EQ(live, met);
+    EXPECT_EQ(0u, kz::NextCookie(nullptr, 0));
+}
+
 TEST_F(CookieManager, InfoOfAnySize)
 {
     for (const uInt32 infoSize : {0u, 1u, 5u, 8u, 12u, 5000u}) {
