@@ -12,6 +12,7 @@
 #include "KzErr.h"
 #include "PathItemElement.h"
 #include "ThMutex.h"
+#include "ThreadAnnotations.h"
 
 // One block of elements; the static members are the class-wide state. Lock order: PathItemElement::mMutex, then
 // mMutex, then mBaseMutex.
@@ -20,10 +21,11 @@ public:
     static constexpr int32 kElements = 512;
     static constexpr int32 kBaseCount = 5;
 
-    // Makes the mutexes and empty tables. A failed mutex gives its error, memory kzErrMemoryFull.
-    static KzErr Init();
+    // Makes the mutexes and empty tables. A failed mutex gives its error, memory kzErrMemoryFull. No other thread may
+    // use paths during either, so neither takes the mutexes for what it only makes or drops.
+    static KzErr Init() KZ_NO_THREAD_CHECK;
     // Lets go of names and bases, reports what is still held, and frees all. Always 0.
-    static KzErr UnInit();
+    static KzErr UnInit() KZ_NO_THREAD_CHECK;
 
     // A new element with one reference, or null without memory. Requires PathItemElement::mMutex.
     static PathItemElement* Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index);
@@ -60,17 +62,17 @@ private:
     friend class PathItemElement;
 
     PathItemStorage();
-    ~PathItemStorage();  // requires PathItemElement::mMutex and mMutex to be held
+    ~PathItemStorage() KZ_REQUIRES(PathItemElement::mMutex, mMutex);
     PathItemStorage(const PathItemStorage&) = delete;
     PathItemStorage& operator=(const PathItemStorage&) = delete;
 
-    static PathItemElement* AllocateElement();
-    static PathItemStorage* AddBlock(PathItemStorage* after);
+    static PathItemElement* AllocateElement() KZ_REQUIRES(mMutex);
+    static PathItemStorage* AddBlock(PathItemStorage* after) KZ_REQUIRES(mMutex);
     static bool PutNamed(const std::string& name, PathItemElement* element, bool onlyIfFree);
     PathItemElement* Claim();
     bool IsEmpty() const;
     int32 ReportLive();
-    void Unlink();
+    void Unlink() KZ_REQUIRES(mMutex);
     static void DestroyAllBlocks();
 
     PathItemElement mElements[kElements];
@@ -79,10 +81,10 @@ private:
 
     static constinit ThMutex mMutex;      // guards the ring of blocks and mNames
     static constinit ThMutex mBaseMutex;  // guards mBases
-    static constinit PathItemStorage* mSearchPoint;
-    static constinit std::vector<PathItemStorage*>* mBases;  // sorted by address
+    static constinit PathItemStorage* mSearchPoint KZ_GUARDED_BY(mMutex);
+    static constinit std::vector<PathItemStorage*>* mBases KZ_GUARDED_BY(mBaseMutex);  // sorted by address
     static constinit std::atomic<PathItemElement*> mStandard[kBaseCount];
-    static constinit std::map<std::string, PathItemElement*>* mNames;
+    static constinit std::map<std::string, PathItemElement*>* mNames KZ_GUARDED_BY(mMutex);
     static constinit std::atomic<bool> mOkToSetStandardLocations;
 };
 
