@@ -8,6 +8,8 @@ set(KZ_PUBLIC_HEADERS
     DebugStream.h
     Endianizer.h
     FileManager.h
+    GuardBytes.h
+    HandleAllocationInterface.h
     HiResClock.h
     InputBuf.h
     KZApp.h
@@ -43,6 +45,7 @@ set(KZ_PUBLIC_HEADERS
     ThEvent.h
     ThMutex.h
     ThreadAnnotations.h
+    TrackedMalloc.h
     UnixMutexUtil.h
     UnixUserUtil.h
     ZVGuid.h

@@ -11,6 +11,7 @@
 #include "ThAtomic.h"
 #include "ThEvent.h"
 #include "ThMutex.h"
+#include "TrackedMalloc.h"
 #include "UnixUserUtil.h"
 #include "zvexcept.h"
 
@@ -31,6 +32,7 @@ IServiceRegistry* CreateBaseRegistry()
         ProtectedAtomicOperationsService(),
         UnixUserUtilService(),
         MemoryManagerService(),
+        TrackedMallocFreeService(),
         PathManagerService(),
         FileManagerService(),
         nullptr,
@@ -65,6 +67,7 @@ KzErr UninitKZCoreBase()
 KzErr InitKZCoreAppSupport()
 {
     if (!gAppSupportStarted) {
+        ReadConfigTokensForBufferCache();
         kz::ErrOf(kModule, __LINE__, [] { return ResourceManagerService()->Init(); });
         gAppSupportStarted = true;
     }

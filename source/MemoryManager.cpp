@@ -1,19 +1,19 @@
 #include "MemoryManager.h"
 
-#include <algorithm>
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
 
-#include "HandleLayout.h"
+#include "BufferCache.h"
+#include "HandleCalls.h"
 #include "KZPlacement.h"
-#include "MemoryZone.h"
 #include "PlatformHeap.h"
 #include "Report.h"
+#include "ScopedLock.h"
 #include "ThAtomic.h"
 #include "ThMutex.h"
 
-using kz::HandleAlignment;
+using kz::Blocks;
+using kz::BySize;
+using kz::Fill;
 using kz::MasterWord;
 using kz::MemZone;
 using kz::MemZoneRec;
@@ -22,203 +22,83 @@ namespace {
 
 constexpr char kModule[] = "source/MemoryManager";
 
-enum class Fill { kNone, kZero };
-
-// The levels of DSSetHandleChecking from which a call looks in the tables of all handles.
-constexpr uInt32 kRangeForQueries = 2;  // size and disposal
-constexpr uInt32 kRangeForChanges = 1;  // everything else
-constexpr uInt32 kCheckAll = 2;
-constexpr uInt32 kCheckSettingUnread = 3;  // until the environment is read; acts as kCheckAll
-
-// Relaxed: settings, which order nothing.
-constinit std::atomic<uInt32> gHandleChecking{kCheckSettingUnread};
-constinit std::atomic<bool> gMemoryInited{false};
 constinit std::atomic<uintptr_t> gBreakMark{0};
 
-void IgnoreMemFull(unsigned long /*size*/) {}
-
-constinit std::atomic<MemFullProc> gMemFullProc{&IgnoreMemFull};
-
-uInt32 HandleCheckingOf(const char* setting)
+void* NewPtr(unsigned long size, Fill fill)
 {
-    const auto is = [setting](const char* text) { return std::strcmp(setting, text) == 0; };
-    if (setting == nullptr) {
-        return kCheckAll;
-    }
-    if (is("resize") || is("1")) {
-        return 1;
-    }
-    return is("") || is("off") || is("none") || is("0") ? 0 : kCheckAll;
-}
-
-// A level that load-time code of the host has set before stays.
-bool ReadHandleChecking()
-{
-    uInt32 unread = kCheckSettingUnread;
-    return gHandleChecking.compare_exchange_strong(unread, HandleCheckingOf(std::getenv("ZVHandleCheck")));
-}
-[[maybe_unused]] const bool gHandleCheckingRead = ReadHandleChecking();
-
-// The room for the guard on each side of a handle's data.
-constexpr unsigned long HandleGuardSize()
-{
-    return 0;
-}
-
-bool IsGoodHandle(const void* handle, uInt32 rangeLevel)
-{
-    return kz::CheckHandleInZone(MemZone(), handle, gHandleChecking.load(std::memory_order_relaxed) < rangeLevel);
-}
-
-unsigned char* DataOf(const void* handle)
-{
-    return kz::LoadMaster(static_cast<const MasterWord*>(handle));
-}
-
-unsigned long SizeOf(const void* handle)
-{
-    return kz::HandleDataSize(DataOf(handle), HandleGuardSize());
-}
-
-// A laid out block of uninitialised data, or null. `*blockSize` is what was asked of the allocator, 0 when that can't
-// be said in an unsigned long.
-unsigned char* AllocateData(unsigned long size, HandleAlignment align, unsigned long* blockSize)
-{
-    *blockSize = kz::HandleBlockSize(size, align, HandleGuardSize());
-    auto* const block = *blockSize == 0 ? nullptr : static_cast<unsigned char*>(kz::AllocateBytes(*blockSize));
-    return block == nullptr ? nullptr : kz::LayOutHandle(block, size, align, HandleGuardSize());
-}
-
-void FreeData(unsigned char* data)
-{
-    std::free(kz::HandleDataPlace(data, HandleGuardSize()).block);
-}
-
-UHandle TryNewHandle(MemZoneRec* zone, unsigned long size, HandleAlignment align, Fill fill)
-{
-    MasterWord* const master = kz::TakeMaster(zone);
-    if (master == nullptr) {
-        CallSetMemFullProc(kz::kMasterBlockSize);
-        return nullptr;
-    }
-    unsigned long blockSize;
-    unsigned char* const data = AllocateData(size, align, &blockSize);
-    if (data == nullptr) {
-        kz::ReturnMaster(zone, master);
-        return nullptr;
-    }
-    if (fill == Fill::kZero) {
-        std::memset(data, 0, size);
-    }
-    kz::StoreMaster(master, data);
-    kz::RaiseCounter(zone, kz::kHandlesMade);
-    return master;
-}
-
-UHandle NewHandle(unsigned long size, HandleAlignment align, Fill fill)
-{
-    MemZoneRec* const zone = MemZone();
-    const UHandle handle = zone == nullptr ? nullptr : TryNewHandle(zone, size, align, fill);
-    if (handle == nullptr) {
+    constexpr uintptr_t kPtrAlignment = 8;
+    void* const ptr = fill == Fill::kZero ? kz::AllocateClearedPtr(size) : kz::AllocatePtr(size);
+    if (ptr == nullptr) {
         CallSetMemFullProc(size);
+    } else if (gMemoryDebugger.load(std::memory_order_relaxed) != 0) {
+        if (reinterpret_cast<uintptr_t>(ptr) % kPtrAlignment != 0) {
+            KZ_REPORT(kDbgFatal, 0xE46A2F17) << "Ptr block not ptr-aligned";
+        }
+        DSHeapCheck(0);
     }
-    return handle;
+    return ptr;
 }
 
-// The resize of a handle that has passed validation.
-KzErr ResizeGoodHandle(MasterWord* master, unsigned long size, HandleAlignment align, Fill fill)
+KzErr DisposePtr(void* ptr)
 {
-    unsigned char* const oldData = DataOf(master);
-    const unsigned long oldSize = kz::HandleDataSize(oldData, HandleGuardSize());
-    if (size == oldSize && align == kz::HandleDataPlace(oldData, HandleGuardSize()).align) {
-        return kzErrNone;
+    if (ptr == nullptr) {
+        return kzErrArgument;
     }
-    MemZoneRec* const zone = MemZone();
-    kz::RaiseCounter(zone, kz::kResizes);
-    unsigned long blockSize;
-    unsigned char* const data = AllocateData(size, align, &blockSize);
-    if (data == nullptr) {
-        if (blockSize != 0) {
-            CallSetMemFullProc(blockSize);
-        }
-        return kzErrMemoryFull;
+    if (!kz::PtrGuardsPass(ptr)) {
+        return kzErrBadZone;
     }
-    MoveBlock(oldData, data, std::min(oldSize, size));
-    if (fill == Fill::kZero && size > oldSize) {
-        std::memset(data + oldSize, 0, size - oldSize);
-    }
-    kz::StoreMaster(master, data);
-    FreeData(oldData);
-    kz::RaiseCounter(zone, kz::kMoves);
+    kz::FreePtr(ptr);
     return kzErrNone;
 }
 
-// `call` is the name of the exported function that fails, here and below.
-KzErr Failed(const char* call, KzErr err)
-{
-    KZ_REPORT(kDbgWarning, 0x9F2B60A7) << "Memory error " << err << " in " << call;
-    return err;
-}
-
-KzErr BadHandle(const char* call)
-{
-    KZ_REPORT(kDbgFatal, 0x3C81E5D4);
-    return Failed(call, kzErrBadZone);
-}
-
-KzErr ResizeHandle(const char* call, void* handle, unsigned long size, HandleAlignment align, Fill fill)
-{
-    if (!IsGoodHandle(handle, kRangeForChanges)) {
-        return BadHandle(call);
-    }
-    const KzErr err = ResizeGoodHandle(static_cast<MasterWord*>(handle), size, align, fill);
-    return err == kzErrNone ? err : Failed(call, err);
-}
-
-// Handle variables come as void*, whatever type they point to, and are copied as bytes.
-UHandle LoadVariable(const void* variable)
-{
-    UHandle handle;
-    std::memcpy(&handle, variable, sizeof handle);
-    return handle;
-}
-
-void StoreVariable(void* variable, UHandle handle)
-{
-    std::memcpy(variable, &handle, sizeof handle);
-}
-
-KzErr ResizeOrNewHandle(const char* call, void* variable, unsigned long size, Fill fill)
+// As ResizeOrNewHandle, but size 0 is no handle.
+KzErr ResizeOrNoHandle(const char* call, void* variable, unsigned long size, Fill fill)
 {
     if (variable == nullptr) {
         return kzErrArgument;
     }
-    const HandleAlignment align = kz::AlignmentForSize(size);
-    if (const UHandle old = LoadVariable(variable)) {
-        return ResizeHandle(call, old, size, align, fill);
+    return size == 0 ? kz::DisposeAndNull(call, variable) : kz::ResizeOrNewHandle(call, variable, BySize(size, fill));
+}
+
+UHandle FindHandleOf(const MemZoneRec* zone, const unsigned char* data)
+{
+    if (kz::IsFreeLink(const_cast<MasterWord>(data))) {
+        return nullptr;
     }
-    const UHandle made = NewHandle(size, align, fill);
-    StoreVariable(variable, made);
-    return made == nullptr ? kzErrMemoryFull : kzErrNone;
+    const kz::masterBlock* block;
+    {
+        // Blocks stay, and their chain only grows at its head.
+        kz::ScopedLock lock(kz::gMemoryRights);
+        block = zone->blocks;
+    }
+    for (; block != nullptr; block = block->next) {
+        for (const MasterWord& master : block->masters) {
+            if (kz::LoadMaster(&master) == data) {
+                return const_cast<MasterWord*>(&master);
+            }
+        }
+    }
+    return nullptr;
 }
 
-void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master)
+UHandle RecoverHandle(const void* ptr)
 {
-    unsigned char* const data = DataOf(master);
-    kz::ReturnMaster(zone, master);
-    FreeData(data);
-}
-
-KzErr DisposeHandle(const char* call, void* handle)
-{
+    // The pointer stands for a handle's data, so it is the handles' guards that must be whole.
+    if (ptr == nullptr || (ShouldCheckHandleGuardBytes() != 0 && CheckGuards(ptr, true) == 0)) {
+        KZ_REPORT(kDbgFatal, 0xAB1F6C05);
+        return nullptr;
+    }
+    const MemZoneRec* const zone = MemZone();
+    const UHandle handle = zone == nullptr ? nullptr : FindHandleOf(zone, static_cast<const unsigned char*>(ptr));
     if (handle == nullptr) {
-        return kzErrNone;
+        KZ_REPORT(kDbgFatal, 0x74E8D930) << "Pointer passed to BRecoverHandle not linked to master pointer!";
     }
-    if (!IsGoodHandle(handle, kRangeForQueries)) {
-        return BadHandle(call);
-    }
-    DisposeGoodHandle(MemZone(), static_cast<MasterWord*>(handle));
-    return kzErrNone;
+    return handle;
+}
+
+KzErr CheckState(const char* call, const void* handle)
+{
+    return kz::IsGoodHandle(handle, kz::kRangeForChanges) ? kzErrNone : kz::BadHandle(call);
 }
 
 }  // namespace
@@ -227,113 +107,187 @@ extern "C" {
 
 UHandle DSNewHandle(unsigned long size)
 {
-    return NewHandle(size, kz::AlignmentForSize(size), Fill::kNone);
+    return kz::NewHandle(BySize(size));
+}
+
+UHandle AZNewHandle(unsigned long size)
+{
+    return DSNewHandle(size);
 }
 
 UHandle DSNewHClr(unsigned long size)
 {
-    return NewHandle(size, kz::AlignmentForSize(size), Fill::kZero);
+    return kz::NewHandle(BySize(size, Fill::kZero));
+}
+
+UHandle AZNewHClr(unsigned long size)
+{
+    return DSNewHClr(size);
+}
+
+UHandle DSNewHandleCache(unsigned long size)
+{
+    return kz::NewHandle(BySize(size, Fill::kNone, Blocks::kCached));
+}
+
+UHandle DSNewHClrCache(unsigned long size)
+{
+    return kz::NewHandle(BySize(size, Fill::kZero, Blocks::kCached));
 }
 
 UHandle DSNewAlignedHandle(unsigned long size, unsigned long alignment, unsigned long offset)
 {
-    return NewHandle(size, kz::NormalAlignment(alignment, offset), Fill::kNone);
+    return kz::NewHandle({size, kz::NormalAlignment(alignment, offset)});
 }
 
 UHandle DSNewAlignedHClr(unsigned long size, unsigned long alignment, unsigned long offset)
 {
-    return NewHandle(size, kz::NormalAlignment(alignment, offset), Fill::kZero);
+    return kz::NewHandle({size, kz::NormalAlignment(alignment, offset), Fill::kZero});
 }
 
 void* DSNewPtr(unsigned long size)
 {
-    void* const ptr = kz::AllocatePtr(size);
-    if (ptr == nullptr) {
-        CallSetMemFullProc(size);
-    }
-    return ptr;
+    return NewPtr(size, Fill::kNone);
+}
+
+void* AZNewPtr(unsigned long size)
+{
+    return NewPtr(size, Fill::kNone);
 }
 
 void* DSNewPClr(unsigned long size)
 {
-    void* const ptr = DSNewPtr(size);
-    if (ptr != nullptr) {
-        std::memset(ptr, 0, size);
-    }
-    return ptr;
+    return NewPtr(size, Fill::kZero);
+}
+
+void* AZNewPClr(unsigned long size)
+{
+    return NewPtr(size, Fill::kZero);
 }
 
 KzErr DSSetHandleSize(void* handle, unsigned long size)
 {
-    return ResizeHandle("DSSetHandleSize", handle, size, kz::AlignmentForSize(size), Fill::kNone);
+    return kz::ResizeHandle("DSSetHandleSize", handle, BySize(size));
+}
+
+KzErr AZSetHandleSize(void* handle, unsigned long size)
+{
+    return kz::ResizeHandle("AZSetHandleSize", handle, BySize(size));
 }
 
 KzErr DSSetHSzClr(void* handle, unsigned long size)
 {
-    return ResizeHandle("DSSetHSzClr", handle, size, kz::AlignmentForSize(size), Fill::kZero);
+    return kz::ResizeHandle("DSSetHSzClr", handle, BySize(size, Fill::kZero));
+}
+
+KzErr AZSetHSzClr(void* handle, unsigned long size)
+{
+    return kz::ResizeHandle("AZSetHSzClr", handle, BySize(size, Fill::kZero));
+}
+
+KzErr DSSetHandleSizeCache(void* handle, unsigned long size)
+{
+    return kz::ResizeHandle("DSSetHandleSizeCache", handle, BySize(size, Fill::kNone, Blocks::kCached));
+}
+
+KzErr DSSetHSzClrCache(void* handle, unsigned long size)
+{
+    return kz::ResizeHandle("DSSetHSzClrCache", handle, BySize(size, Fill::kZero, Blocks::kCached));
 }
 
 KzErr DSSetAlignedHandleSize(void* handle, unsigned long size, unsigned long alignment, unsigned long offset)
 {
-    return ResizeHandle("DSSetAlignedHandleSize", handle, size, kz::NormalAlignment(alignment, offset), Fill::kNone);
+    return kz::ResizeHandle("DSSetAlignedHandleSize", handle, {size, kz::NormalAlignment(alignment, offset)});
 }
 
 KzErr DSSetAlignedHSzClr(void* handle, unsigned long size, unsigned long alignment, unsigned long offset)
 {
-    return ResizeHandle("DSSetAlignedHSzClr", handle, size, kz::NormalAlignment(alignment, offset), Fill::kZero);
+    return kz::ResizeHandle("DSSetAlignedHSzClr", handle, {size, kz::NormalAlignment(alignment, offset), Fill::kZero});
 }
 
 KzErr DSSetHandleSizeOrNewHandle(void* handle, unsigned long size)
 {
-    return ResizeOrNewHandle("DSSetHandleSizeOrNewHandle", handle, size, Fill::kNone);
+    return kz::ResizeOrNewHandle("DSSetHandleSizeOrNewHandle", handle, BySize(size));
 }
 
 KzErr DSSetHSzOrNewHClr(void* handle, unsigned long size)
 {
-    return ResizeOrNewHandle("DSSetHSzOrNewHClr", handle, size, Fill::kZero);
+    return kz::ResizeOrNewHandle("DSSetHSzOrNewHClr", handle, BySize(size, Fill::kZero));
+}
+
+KzErr DSSetHandleSizeOrNewHandleCache(void* handle, unsigned long size)
+{
+    return kz::ResizeOrNewHandle("DSSetHandleSizeOrNewHandleCache", handle, BySize(size, Fill::kNone, Blocks::kCached));
+}
+
+KzErr DSSetHSzOrNewHClrCache(void* handle, unsigned long size)
+{
+    return kz::ResizeOrNewHandle("DSSetHSzOrNewHClrCache", handle, BySize(size, Fill::kZero, Blocks::kCached));
+}
+
+KzErr DataSetHandleSizeOrNewHandle(void* handle, unsigned long size)
+{
+    return ResizeOrNoHandle("DataSetHandleSizeOrNewHandle", handle, size, Fill::kNone);
+}
+
+KzErr DataSetHSzOrNewHClr(void* handle, unsigned long size)
+{
+    return ResizeOrNoHandle("DataSetHSzOrNewHClr", handle, size, Fill::kZero);
 }
 
 KzErr DSDisposeHandle(void* handle)
 {
-    return DisposeHandle("DSDisposeHandle", handle);
+    return kz::DisposeHandle("DSDisposeHandle", handle);
+}
+
+KzErr AZDisposeHandle(void* handle)
+{
+    return kz::DisposeHandle("AZDisposeHandle", handle);
+}
+
+KzErr DSDisposeHandleCache(void* handle)
+{
+    return kz::DisposeHandle("DSDisposeHandleCache", handle, Blocks::kCached);
 }
 
 KzErr DSDisposeHandleAndNull(void* handle)
 {
-    if (handle == nullptr) {
-        return kzErrNone;
-    }
-    const UHandle old = LoadVariable(handle);
-    StoreVariable(handle, nullptr);
-    return DisposeHandle("DSDisposeHandleAndNull", old);
+    return kz::DisposeAndNull("DSDisposeHandleAndNull", handle);
 }
 
 KzErr DSDisposePtr(void* ptr)
 {
-    if (ptr == nullptr) {
-        return kzErrArgument;
-    }
-    kz::FreePtr(ptr);
-    return kzErrNone;
+    return DisposePtr(ptr);
+}
+
+KzErr AZDisposePtr(void* ptr)
+{
+    return DisposePtr(ptr);
 }
 
 unsigned long DSGetHandleSize(const void* handle)
 {
-    if (!IsGoodHandle(handle, kRangeForQueries)) {
+    if (!kz::IsGoodHandle(handle, kz::kRangeForQueries)) {
         KZ_REPORT(kDbgFatal, 0x2E76B8C5);
         return 0;
     }
-    return SizeOf(handle);
+    return kz::SizeOf(handle);
+}
+
+unsigned long AZGetHandleSize(const void* handle)
+{
+    return DSGetHandleSize(handle);
 }
 
 KzErr DSCheckHandle(const void* handle)
 {
-    return kz::CheckHandleInZone(MemZone(), handle, false) ? kzErrNone : kzErrBadZone;
+    const bool isGood = kz::CheckHandleInZone(MemZone(), handle, false) && kz::HandleGuardsPass(handle);
+    return isGood ? kzErrNone : kzErrBadZone;
 }
 
 KzErr AZCheckHandle(const void* handle)
 {
-    return IsGoodHandle(handle, kRangeForChanges) ? kzErrNone : kzErrBadZone;
+    return kz::IsGoodHandle(handle, kz::kRangeForChanges) ? kzErrNone : kzErrBadZone;
 }
 
 KzBool IsDSHandle(const void* handle)
@@ -343,99 +297,69 @@ KzBool IsDSHandle(const void* handle)
 
 KzErr DSCheckPtr(const void* ptr)
 {
-    return ptr == nullptr ? kzErrBadZone : kzErrNone;
+    return ptr != nullptr && kz::PtrGuardsPass(ptr) ? kzErrNone : kzErrBadZone;
 }
 
-KzErr DSCopyHandle(void* dest, const void* src)
+KzErr AZCheckPtr(const void* ptr)
 {
-    if (dest == nullptr) {
-        return kzErrArgument;
-    }
-    if (src == nullptr) {
-        return DSDisposeHandleAndNull(dest);
-    }
-    if (LoadVariable(dest) == src) {
-        KZ_REPORT(kDbgWarning, 0x58D3F12A) << "Should call DSHandToHand. This is a no-op";
-        return kzErrNone;
-    }
-    if (!IsGoodHandle(src, kRangeForQueries)) {
-        KZ_REPORT(kDbgFatal, 0xA0C94E67);
+    return DSCheckPtr(ptr);
+}
+
+UHandle DSRecoverHandle(const void* ptr)
+{
+    return RecoverHandle(ptr);
+}
+
+UHandle AZRecoverHandle(const void* ptr)
+{
+    return RecoverHandle(ptr);
+}
+
+KzErr DSSwapHandles(void* a, void* b)
+{
+    if (!kz::IsGoodHandle(a, kz::kRangeForChanges) || !kz::IsGoodHandle(b, kz::kRangeForChanges)) {
+        KZ_REPORT(kDbgFatal, 0x590CE3A8);
         return kzErrBadZone;
     }
-    const unsigned long size = SizeOf(src);
-    const KzErr err = DSSetHandleSizeOrNewHandle(dest, size);
-    if (err == kzErrNone) {
-        MoveBlock(DataOf(src), DataOf(LoadVariable(dest)), size);
+    if (a == b) {
+        KZ_REPORT(kDbgFatal, 0xC7824D1B);
+        return kzErrNone;
     }
-    return err;
+    unsigned char* const data = kz::DataOf(a);
+    kz::StoreMaster(static_cast<MasterWord*>(a), kz::DataOf(b));
+    kz::StoreMaster(static_cast<MasterWord*>(b), data);
+    return kzErrNone;
 }
 
-int32 BlockCmp(const void* a, const void* b, unsigned long n)
+KzErr AZHLock(void* handle)
 {
-    return n == 0 ? 0 : std::memcmp(a, b, n);
+    return CheckState("AZHLock", handle);
 }
 
-void MoveBlock(const void* src, void* dest, unsigned long n)
+KzErr AZHUnlock(void* handle)
 {
-    if (n != 0) {
-        std::memmove(dest, src, n);
-    }
+    return CheckState("AZHUnlock", handle);
 }
 
-void ClearMem(void* p, unsigned long n)
+void AZHPurge(void* handle)
 {
-    if (n != 0) {
-        std::memset(p, 0, n);
-    }
+    CheckState("AZHPurge", handle);
 }
 
-MemFullProc SetMemFullProc(MemFullProc proc)
+void AZHNoPurge(void* handle)
 {
-    return gMemFullProc.exchange(proc == nullptr ? &IgnoreMemFull : proc);
+    CheckState("AZHNoPurge", handle);
 }
 
-void CallSetMemFullProc(unsigned long size)
+void AZHSetState(void* handle, int32 /*state*/)
 {
-    gMemFullProc.load()(size);
+    CheckState("AZHSetState", handle);
 }
 
-uInt32 DSSetHandleChecking(uInt32 level)
+int32 AZHGetState(void* handle)
 {
-    const uInt32 set = std::min(level, kCheckAll);
-    gHandleChecking.store(set, std::memory_order_relaxed);
-    return set;
-}
-
-KzBool GetMemoryManagerInitialized(void)
-{
-    return gMemoryInited.load(std::memory_order_relaxed);
-}
-
-void DSReadCounters(uInt64* counters)
-{
-    if (counters == nullptr) {
-        return;
-    }
-    uInt32 values[kz::kNumMemoryCounters] = {};
-    if (const MemZoneRec* zone = MemZone()) {
-        for (int i = 0; i < kz::kNumMemoryCounters; ++i) {
-            values[i] = zone->counters[i].load(std::memory_order_relaxed);
-        }
-    }
-    std::memcpy(counters, values, sizeof values);
-}
-
-void DSSetCounters(const uInt64* counters)
-{
-    MemZoneRec* const zone = MemZone();
-    if (counters == nullptr || zone == nullptr) {
-        return;
-    }
-    uInt32 values[kz::kNumMemoryCounters];
-    std::memcpy(values, counters, sizeof values);
-    for (int i = 0; i < kz::kNumMemoryCounters; ++i) {
-        zone->counters[i].store(values[i], std::memory_order_relaxed);
-    }
+    CheckState("AZHGetState", handle);
+    return 0;
 }
 
 }  // extern "C"
@@ -446,12 +370,6 @@ uInt64 HeapGrowth()
 {
     const uintptr_t mark = gBreakMark.load(std::memory_order_relaxed);
     return mark == 0 ? 0 : ProgramBreakGrowth(mark);
-}
-
-const char* MemoryFault()
-{
-    const MemZoneRec* const zone = MemZone();
-    return zone == nullptr ? nullptr : ZoneFault(zone, HandleGuardSize());
 }
 
 }  // namespace kz
@@ -490,9 +408,9 @@ void RecoverHandles(MemZoneRec* zone)
             if (!kz::IsHandleWord(kz::LoadMaster(&master))) {
                 continue;
             }
-            const unsigned long long size = SizeOf(&master);
+            const unsigned long long size = kz::SizeOf(&master);
             KZ_LOG(kDbgLog) << "handle " << DbgFmtPtr(&master) << ", size " << size << " still allocated.";
-            DisposeGoodHandle(zone, &master);
+            kz::DisposeGoodHandle(zone, &master, Blocks::kFresh);
             ++count;
             bytes += size;
         }
@@ -507,10 +425,13 @@ KzErr MemoryManager_Service::_Init()
 {
     constexpr int kBlocksAtStart = 5;
     gBreakMark.store(kz::ProgramBreak(), std::memory_order_relaxed);
+    kz::CreateBufferCache();
     MemZoneRec* const zone = kz::CreateZone();
     if (zone == nullptr) {
+        kz::DestroyBufferCache();
         return kzErrMemoryFull;
     }
+    gMemoryDebugger.store(0, std::memory_order_relaxed);
     kz::gMemZone.store(zone, std::memory_order_release);
     // A block that can't be had now is tried again by the first make that lacks it.
     for (int i = 0; i < kBlocksAtStart; ++i) {
@@ -518,10 +439,11 @@ KzErr MemoryManager_Service::_Init()
             CallSetMemFullProc(kz::kMasterBlockSize);
         }
     }
-    gMemoryInited.store(true, std::memory_order_relaxed);
+    gMemoryInited.store(1, std::memory_order_relaxed);
     const KzErr err = ThMutexCreate(&kz::gMemoryRights, "gMemoryRights");
     if (err != kzErrNone) {
-        gMemoryInited.store(false, std::memory_order_relaxed);
+        gMemoryInited.store(0, std::memory_order_relaxed);
+        kz::DestroyBufferCache();
         StopZone(zone);
     }
     return err;
@@ -529,7 +451,8 @@ KzErr MemoryManager_Service::_Init()
 
 KzErr MemoryManager_Service::_Uninit()
 {
-    gMemoryInited.store(false, std::memory_order_relaxed);
+    gMemoryInited.store(0, std::memory_order_relaxed);
+    kz::DestroyBufferCache();
     if (MemZoneRec* const zone = MemZone()) {
         RecoverHandles(zone);
     }

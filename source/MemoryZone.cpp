@@ -7,7 +7,8 @@
 #include <memory>
 #include <new>
 
-#include "HandleLayout.h"
+#include "GuardBytes.h"
+#include "HandleData.h"
 #include "MemoryManager.h"
 #include "ScopedLock.h"
 
@@ -57,6 +58,61 @@ IndexOwner MakeIndex(const MasterBlockIndex* older, masterBlock* block)
     return index;
 }
 
+// Puts the block into the slots of the granules that it reaches into. Release, so that a reader that meets the block
+// sees its words.
+void FillSlots(GranuleTable* table, masterBlock* block)
+{
+    const auto first = reinterpret_cast<uintptr_t>(block);
+    const uintptr_t last = first + sizeof(masterBlock) - 1;
+    for (uintptr_t granule = first >> GranuleTable::kGranuleBits; granule <= last >> GranuleTable::kGranuleBits;
+         ++granule) {
+        for (std::atomic<masterBlock*>& slot : table->slots[granule & table->mask].blocks) {
+            if (slot.load(std::memory_order_relaxed) == nullptr) {
+                slot.store(block, std::memory_order_release);
+                break;
+            }
+        }
+    }
+}
+
+GranuleTable* MakeGranuleTable(uintptr_t slots, GranuleTable* older)
+{
+    const std::size_t size = offsetof(GranuleTable, slots) + slots * sizeof(GranuleTable::Slot);
+    void* const storage = AllocateBytes(size);
+    if (storage == nullptr) {
+        return nullptr;
+    }
+    std::memset(storage, 0, size);
+    auto* const table = static_cast<GranuleTable*>(storage);
+    table->older = older;
+    table->mask = slots - 1;
+    return table;
+}
+
+// Makes the block known to the table, or to a larger one that all blocks are put into. Without memory for that the
+// old one goes on: it tells of fewer blocks.
+void AddToGranules(MemZoneRec* zone, masterBlock* block)
+{
+    constexpr uintptr_t kFirstSlots = 64;
+    constexpr uintptr_t kSlotsPerBlock = 8;  // a block reaches into two or three granules
+    GranuleTable* const old = zone->granules.load(std::memory_order_relaxed);
+    if (old != nullptr && zone->blockCount * kSlotsPerBlock <= old->mask + 1) {
+        FillSlots(old, block);
+        return;
+    }
+    GranuleTable* const table = MakeGranuleTable(old == nullptr ? kFirstSlots : (old->mask + 1) * 2, old);
+    if (table == nullptr) {
+        if (old != nullptr) {
+            FillSlots(old, block);
+        }
+        return;
+    }
+    for (masterBlock* each = zone->blocks; each != nullptr; each = each->next) {
+        FillSlots(table, each);
+    }
+    zone->granules.store(table, std::memory_order_release);
+}
+
 // The last block not above `address`, or null.
 masterBlock* FindInIndex(const MasterBlockIndex* index, uintptr_t address)
 {
@@ -91,6 +147,7 @@ bool AddMasterBlockLocked(MemZoneRec* zone)
     zone->blocks = block;
     ++zone->blockCount;
     zone->index.store(index.release(), std::memory_order_release);
+    AddToGranules(zone, block);
     return true;
 }
 
@@ -107,14 +164,17 @@ void* AllocateBytes(std::size_t size)
 
 void* AllocatePtr(unsigned long size)
 {
-    void* const ptr = AllocateBytes(size);
-    if (ptr != nullptr) {
-        gLivePointers.fetch_add(1, std::memory_order_relaxed);
-        if (MemZoneRec* zone = MemZone()) {
-            RaiseCounter(zone, kPointersMade);
-        }
+    const unsigned long guards = PtrGuardsSize();
+    const unsigned long whole = size + guards;
+    void* const block = whole < size ? nullptr : AllocateBytes(whole);
+    if (block == nullptr) {
+        return nullptr;
     }
-    return ptr;
+    gLivePointers.fetch_add(1, std::memory_order_relaxed);
+    if (MemZoneRec* zone = MemZone()) {
+        RaiseCounter(zone, kPointersMade);
+    }
+    return guards == 0 ? block : InitPtrGuards(block, size);
 }
 
 void* AllocateClearedPtr(unsigned long size)
@@ -129,7 +189,7 @@ void* AllocateClearedPtr(unsigned long size)
 void FreePtr(void* ptr)
 {
     gLivePointers.fetch_sub(1, std::memory_order_relaxed);
-    std::free(ptr);
+    std::free(PtrGuardsSize() == 0 ? ptr : GetOrigPtrFromGuardedPtr(ptr));
 }
 
 MemZoneRec* CreateZone()
@@ -144,6 +204,11 @@ void DestroyZone(MemZoneRec* zone)
         const MasterBlockIndex* const older = index->older;
         std::free(const_cast<MasterBlockIndex*>(index));
         index = older;
+    }
+    for (GranuleTable* table = zone->granules.load(std::memory_order_relaxed); table != nullptr;) {
+        GranuleTable* const older = table->older;
+        std::free(table);
+        table = older;
     }
     for (masterBlock* block = zone->blocks; block != nullptr;) {
         masterBlock* const next = block->next;
@@ -160,9 +225,10 @@ bool AddMasterBlock(MemZoneRec* zone)
     return AddMasterBlockLocked(zone);
 }
 
-MasterWord* TakeMaster(MemZoneRec* zone)
+namespace {
+
+MasterWord* TakeMasterLocked(MemZoneRec* zone)
 {
-    ScopedLock lock(gMemoryRights);
     if (zone->freeMasters == nullptr && !AddMasterBlockLocked(zone)) {
         return nullptr;
     }
@@ -171,6 +237,21 @@ MasterWord* TakeMaster(MemZoneRec* zone)
     --zone->freeMasterCount;
     StoreMaster(master, nullptr);
     return master;
+}
+
+}  // namespace
+
+MasterWord* TakeMaster(MemZoneRec* zone)
+{
+    ScopedLock lock(gMemoryRights);
+    return TakeMasterLocked(zone);
+}
+
+MasterWord* TakeMasterChecked(MemZoneRec* zone, FreeChainState* state)
+{
+    ScopedLock lock(gMemoryRights);
+    *state = CheckFreeChain(zone);
+    return *state == FreeChainState::kSound ? TakeMasterLocked(zone) : nullptr;
 }
 
 void ReturnMaster(MemZoneRec* zone, MasterWord* master)
@@ -183,6 +264,10 @@ void ReturnMaster(MemZoneRec* zone, MasterWord* master)
 
 bool FindMasterBlock(MemZoneRec* zone, const void* handle)
 {
+    if (IsInBlock(zone->recent[0].load(std::memory_order_acquire), handle) ||
+        IsInBlock(zone->recent[1].load(std::memory_order_acquire), handle)) {
+        return true;
+    }
     const MasterBlockIndex* const index = zone->index.load(std::memory_order_acquire);
     if (index == nullptr) {
         return false;
@@ -223,6 +308,9 @@ const char* BlocksFault(const MemZoneRec* zone)
         if (++count > zone->blockCount) {
             return "more blocks in the chain than counted";
         }
+        if (PtrGuardsSize() != 0 && !GuardsAreSound(block, false)) {
+            return "the guards of a block of masters are damaged";
+        }
         if (index == nullptr || FindInIndex(index, reinterpret_cast<uintptr_t>(block)) != block) {
             return "a block is not in the index";
         }
@@ -233,28 +321,36 @@ const char* BlocksFault(const MemZoneRec* zone)
     return nullptr;
 }
 
-const char* FreeChainFault(const MemZoneRec* zone)
+// A free master that a link leads to, or null when the address is none.
+const MasterWord* FreeMasterAt(const MemZoneRec* zone, const MasterWord* master)
 {
     const MasterBlockIndex* const index = zone->index.load(std::memory_order_relaxed);
-    const MasterWord* master = zone->freeMasters;
-    for (uInt32 i = 0; i < zone->freeMasterCount; ++i) {
-        if (master == nullptr) {
-            return "the free chain is shorter than counted";
-        }
-        if (!IsInBlock(FindInIndex(index, reinterpret_cast<uintptr_t>(master)), master)) {
-            return "the free chain leaves the blocks";
-        }
-        const MasterWord word = LoadMaster(master);
-        if (!IsFreeLink(word)) {
-            return "the free chain holds a master in use";
-        }
-        master = LinkedMaster(word);
+    if (index == nullptr || !IsInBlock(FindInIndex(index, reinterpret_cast<uintptr_t>(master)), master) ||
+        reinterpret_cast<uintptr_t>(master) % sizeof(MasterWord) != 0) {
+        return nullptr;
     }
-    return master == nullptr ? nullptr : "the free chain is longer than counted";
+    return IsFreeLink(LoadMaster(master)) ? master : nullptr;
 }
 
-const char* HandleFault(unsigned char* data, unsigned long guard)
+const char* FreeChainFault(const MemZoneRec* zone)
 {
+    switch (CheckFreeChain(zone)) {
+        case FreeChainState::kBadCount:
+            return "the free chain is shorter than counted or leaves the free masters";
+        case FreeChainState::kNotTerminated:
+            return "the free chain is longer than counted";
+        case FreeChainState::kSound:
+            break;
+    }
+    return nullptr;
+}
+
+const char* HandleFault(unsigned char* data)
+{
+    const unsigned long guard = HandleGuardSize();
+    if (guard != 0 && !GuardsAreSound(data, true)) {
+        return "a handle's guards are damaged";
+    }
     const HandlePlace place = HandleDataPlace(data, guard);
     const HandleAlignment align = place.align;
     if (align != NormalAlignment(align.alignment, align.offset)) {
@@ -271,7 +367,23 @@ const char* HandleFault(unsigned char* data, unsigned long guard)
 
 }  // namespace
 
-const char* ZoneFault(const MemZoneRec* zone, unsigned long guard)
+FreeChainState CheckFreeChain(const MemZoneRec* zone)
+{
+    if (static_cast<int32>(zone->freeMasterCount) < 0) {
+        return FreeChainState::kBadCount;
+    }
+    const MasterWord* master = zone->freeMasters;
+    for (uInt32 i = 0; i < zone->freeMasterCount; ++i) {
+        master = FreeMasterAt(zone, master);
+        if (master == nullptr) {
+            return FreeChainState::kBadCount;
+        }
+        master = LinkedMaster(LoadMaster(master));
+    }
+    return master == nullptr ? FreeChainState::kSound : FreeChainState::kNotTerminated;
+}
+
+const char* ZoneFault(const MemZoneRec* zone)
 {
     ScopedLock lock(gMemoryRights);
     const char* fault = BlocksFault(zone);
@@ -285,7 +397,7 @@ const char* ZoneFault(const MemZoneRec* zone, unsigned long guard)
             if (IsFreeLink(word)) {
                 ++freeMasters;
             } else if (word != nullptr && fault == nullptr) {
-                fault = HandleFault(word, guard);
+                fault = HandleFault(word);
             }
         }
     }

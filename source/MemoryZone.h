@@ -5,10 +5,14 @@
 // use; 0, it is taken and has no data yet; a link with low bit 1, it is free. Masters stand in blocks of 10,000, which
 // are never given back while the zone lives.
 //
-// Validity is tested without a lock. What those readers use is two recently hit blocks, which may be stale but only
-// ever name real blocks, and an index of all blocks in the order of their addresses. An index is immutable: a new
-// block makes a new one, published by one store, and the old ones stay until the zone goes, since a slow reader may
-// still be searching them.
+// Validity is tested without a lock. What those readers use, one after the other:
+// - a table of granules, stretches of 64 KB of addresses, each with up to two blocks that reach into it. Readers write
+//   nothing and the way is the same for every handle, which keeps the test short for any pattern of use. A granule
+//   that has no room for a block is left to the next steps;
+// - the two blocks that those steps found last, which may be stale but only ever name real blocks;
+// - an index of all blocks in the order of their addresses. An index is immutable: a new block makes a new one,
+//   published by one store.
+// Old tables and indices stay until the zone goes, since a slow reader may still be searching them.
 #ifndef KZCORE_MEMORYZONE_H
 #define KZCORE_MEMORYZONE_H
 
@@ -28,7 +32,8 @@ extern std::atomic<AllocateProc> gAllocateProc;
 // `size` bytes, at least one, freed with std::free; null when out of memory.
 void* AllocateBytes(std::size_t size);
 
-// A plain pointer block; it is counted, but the memory-full procedure is the caller's to call, once it holds no lock.
+// A plain pointer block with its guards, where those are on. It is counted, but the memory-full procedure is the
+// caller's to call, once it holds no lock, and so is a check of the guards before the block is freed.
 void* AllocatePtr(unsigned long size);
 void* AllocateClearedPtr(unsigned long size);
 void FreePtr(void* ptr);
@@ -48,6 +53,22 @@ struct MasterBlockIndex {
     masterBlock* blocks[1];
 };
 
+// The blocks by granule. Slots are filled in place and never change again; a larger table replaces one that is crowded.
+struct GranuleTable {
+    static constexpr uInt32 kGranuleBits = 16;
+    struct Slot {
+        std::atomic<masterBlock*> blocks[2];  // filled in order
+    };
+
+    GranuleTable* older;
+    uintptr_t mask;  // one less than the number of slots, a power of two
+    Slot slots[1];
+
+    const Slot& SlotOf(uintptr_t address) const { return slots[(address >> kGranuleBits) & mask]; }
+};
+// Two blocks are enough for a granule as long as no third one fits between them.
+static_assert(uintptr_t{1} << GranuleTable::kGranuleBits < sizeof(masterBlock));
+
 enum MemoryCounter { kHandlesMade, kPointersMade, kResizes, kMoves, kNumMemoryCounters };
 
 struct MemZoneRec {
@@ -62,9 +83,10 @@ struct MemZoneRec {
 
     // The lock-free readers' part, on lines that the free chain does not touch.
     char padding[64] = {};
+    std::atomic<GranuleTable*> granules{nullptr};
+    std::atomic<const MasterBlockIndex*> index{nullptr};
     std::atomic<masterBlock*> recent[2]{};
     std::atomic<uInt32> pick{0};
-    std::atomic<const MasterBlockIndex*> index{nullptr};
 };
 
 // The one zone, null while the memory service does not run, and its lock, null outside the service's life.
@@ -88,8 +110,15 @@ bool AddMasterBlock(MemZoneRec* zone);
 // The bytes of a block, for the memory-full procedure of one that could not be added.
 inline constexpr unsigned long kMasterBlockSize = sizeof(masterBlock);
 
+// What is wrong with the free chain, following at most the links that are counted. Under gMemoryRights.
+enum class FreeChainState { kSound, kBadCount, kNotTerminated };
+FreeChainState CheckFreeChain(const MemZoneRec* zone);
+
 // Takes a master, which is then 0. Null when there is none and no block can be added.
 MasterWord* TakeMaster(MemZoneRec* zone);
+
+// The same after a look at the free chain; null, with what is wrong in `*state`, when that is damaged.
+MasterWord* TakeMasterChecked(MemZoneRec* zone, FreeChainState* state);
 
 // Makes the master the first of the free ones.
 void ReturnMaster(MemZoneRec* zone, MasterWord* master);
@@ -105,7 +134,8 @@ inline void StoreMaster(MasterWord* master, MasterWord word)
     std::atomic_ref<MasterWord>(*master).store(word, std::memory_order_relaxed);
 }
 
-// The range test of an address that is in neither recent block; makes the block that it is in a recent one.
+// The range test of an address that the table of granules doesn't tell of: in the recent blocks, then in the index,
+// whose block becomes a recent one.
 bool FindMasterBlock(MemZoneRec* zone, const void* handle);
 
 inline bool IsFreeLink(MasterWord word)
@@ -123,7 +153,20 @@ inline bool IsInBlock(const masterBlock* block, const void* handle)
 {
     // One unsigned comparison for both ends. No block stands at the address 0, which an empty slot holds.
     const uintptr_t first = reinterpret_cast<uintptr_t>(block) + offsetof(masterBlock, masters);
-    return block != nullptr && reinterpret_cast<uintptr_t>(handle) - first < sizeof(masterBlock::masters);
+    const bool isInRange = reinterpret_cast<uintptr_t>(handle) - first < sizeof(masterBlock::masters);
+    return isInRange & (block != nullptr);
+}
+
+inline bool IsInGranule(const GranuleTable* table, const void* handle)
+{
+    if (table == nullptr) {
+        return false;
+    }
+    const GranuleTable::Slot& slot = table->SlotOf(reinterpret_cast<uintptr_t>(handle));
+    // Both, without a branch between them, which random handles would mispredict.
+    const bool inFirst = IsInBlock(slot.blocks[0].load(std::memory_order_relaxed), handle);
+    const bool inSecond = IsInBlock(slot.blocks[1].load(std::memory_order_relaxed), handle);
+    return inFirst | inSecond;
 }
 
 // Whether `handle` is a master in use. With `skipRange` only its word is looked at, which then must be readable.
@@ -132,8 +175,8 @@ inline bool CheckHandleInZone(MemZoneRec* zone, const void* handle, bool skipRan
     if (zone == nullptr || handle == nullptr || reinterpret_cast<uintptr_t>(handle) % sizeof(MasterWord) != 0) {
         return false;
     }
-    if (!skipRange && !IsInBlock(zone->recent[0].load(std::memory_order_acquire), handle) &&
-        !IsInBlock(zone->recent[1].load(std::memory_order_acquire), handle) && !FindMasterBlock(zone, handle)) {
+    if (!skipRange && !IsInGranule(zone->granules.load(std::memory_order_acquire), handle) &&
+        !FindMasterBlock(zone, handle)) {
         return false;
     }
     return IsHandleWord(LoadMaster(static_cast<const MasterWord*>(handle)));
@@ -147,9 +190,9 @@ inline void RaiseCounter(MemZoneRec* zone, MemoryCounter counter)
 }
 
 // What is wrong with the zone, or null when it is sound: the block chain, index and counts agree, the free chain holds
-// just the free masters, and each handle's header, laid out with `guard`, agrees with its place. For a zone that no
-// other thread changes.
-const char* ZoneFault(const MemZoneRec* zone, unsigned long guard);
+// just the free masters, and each handle's header agrees with its place and its guards are whole, where they are on.
+// For a zone that no other thread changes.
+const char* ZoneFault(const MemZoneRec* zone);
 
 }  // namespace kz
 

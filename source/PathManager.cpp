@@ -10,6 +10,7 @@
 #include "Report.h"
 #include "StringCStr.h"
 #include "StringPStr.h"
+#include "TrackedMalloc.h"
 #include "UnixUserUtil.h"
 #include "zvexcept.h"
 
@@ -41,6 +42,7 @@ PathManager_Service* PathManagerService()
 
 void PathManager_Service::GetDependencies(IServiceDependencyList* list) const
 {
+    list->Add(TrackedMallocFreeService());
     list->Add(MemoryManagerService());
     list->Add(UnixUserUtilService());
 }

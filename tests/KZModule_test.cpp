@@ -15,6 +15,7 @@
 #include "ThAtomic.h"
 #include "ThEvent.h"
 #include "ThMutex.h"
+#include "TrackedMalloc.h"
 #include "UnixUserUtil.h"
 #include "support/ReportCatcher.h"
 #include "support/TestHost.h"
@@ -105,7 +106,8 @@ TEST(KZModule, ServicesHaveTheirNamesAndNeeds)
         {ProtectedAtomicOperationsService(), "ProtectedAtomicOperations", "ThMutex"},
         {UnixUserUtilService(), "UnixUserUtil", "ThMutex"},
         {MemoryManagerService(), "MemoryManager", "ThMutex ProtectedAtomicOperations"},
-        {PathManagerService(), "PathManager", "MemoryManager UnixUserUtil"},
+        {TrackedMallocFreeService(), "TrackedMallocFree", "MemoryManager"},
+        {PathManagerService(), "PathManager", "TrackedMallocFree MemoryManager UnixUserUtil"},
         {FileManagerService(), "FileManager", "PathManager UnixUserUtil MemoryManager"},
         {ResourceManagerService(), "ResourceManager", "MemoryManager PathManager FileManager"},
     };
@@ -141,6 +143,7 @@ TEST(KZModule, AFailedStartUnwindsAndALaterOneWorks)
         KZSingleton_T<Failing_Service>::Instance(),
         FileManagerService(),
         PathManagerService(),
+        TrackedMallocFreeService(),
         MemoryManagerService(),
         UnixUserUtilService(),
         ProtectedAtomicOperationsService(),

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "HandleAllocationInterface.h"
 #include "HandleLayout.h"
 #include "MemoryZone.h"
 #include "ReportCatcher.h"
@@ -185,6 +186,7 @@ TEST_F(MemoryManager, PointersAndNull)
 
 TEST_F(MemoryManager, BadHandlesAreReportedByEachCall)
 {
+    UHandle const good = DSNewHandle(3);
     UHandle const stale = DSNewHandle(8);
     DSDisposeHandle(stale);
     ForeignHandle foreign;
@@ -192,14 +194,37 @@ TEST_F(MemoryManager, BadHandlesAreReportedByEachCall)
     const struct {
         const char* name;
         KzErr (*call)(UHandle* variable);
+        unsigned fatals = 1;  // clearing resizes ask for the size first
     } calls[] = {
         {"DSSetHandleSize", [](UHandle* h) { return DSSetHandleSize(*h, 9); }},
-        {"DSSetHSzClr", [](UHandle* h) { return DSSetHSzClr(*h, 9); }},
+        {"DSSetHSzClr", [](UHandle* h) { return DSSetHSzClr(*h, 9); }, 2},
+        {"DSPtrToXHand", [](UHandle* h) { return DSPtrToXHand("x", *h, 1); }},
+        {"DSPtrAndHand", [](UHandle* h) { return DSPtrAndHand("x", *h, 1); }},
+        {"DSSetHandleFromPtr", [](UHandle* h) { return DSSetHandleFromPtr(h, "x", 1); }},
+        {"AZSetHandleSize", [](UHandle* h) { return AZSetHandleSize(*h, 9); }},
+        {"AZSetHSzClr", [](UHandle* h) { return AZSetHSzClr(*h, 9); }, 2},
+        {"AZPtrToXHand", [](UHandle* h) { return AZPtrToXHand("x", *h, 1); }},
+        {"AZPtrAndHand", [](UHandle* h) { return AZPtrAndHand("x", *h, 1); }},
+        {"AZSetHandleFromPtr", [](UHandle* h) { return AZSetHandleFromPtr(h, "x", 1); }},
+        {"DSSetHandleSizeCache", [](UHandle* h) { return DSSetHandleSizeCache(*h, 9); }},
+        {"DSSetHSzClrCache", [](UHandle* h) { return DSSetHSzClrCache(*h, 9); }, 2},
         {"DSSetAlignedHandleSize", [](UHandle* h) { return DSSetAlignedHandleSize(*h, 9, 8, 0); }},
-        {"DSSetAlignedHSzClr", [](UHandle* h) { return DSSetAlignedHSzClr(*h, 9, 8, 0); }},
+        {"DSSetAlignedHSzClr", [](UHandle* h) { return DSSetAlignedHSzClr(*h, 9, 8, 0); }, 2},
         {"DSSetHandleSizeOrNewHandle", [](UHandle* h) { return DSSetHandleSizeOrNewHandle(h, 9); }},
-        {"DSSetHSzOrNewHClr", [](UHandle* h) { return DSSetHSzOrNewHClr(h, 9); }},
+        {"DSSetHSzOrNewHClr", [](UHandle* h) { return DSSetHSzOrNewHClr(h, 9); }, 2},
+        {"DSSetHandleSizeOrNewHandleCache", [](UHandle* h) { return DSSetHandleSizeOrNewHandleCache(h, 9); }},
+        {"DSSetHSzOrNewHClrCache", [](UHandle* h) { return DSSetHSzOrNewHClrCache(h, 9); }, 2},
+        {"DataSetHandleSizeOrNewHandle", [](UHandle* h) { return DataSetHandleSizeOrNewHandle(h, 9); }},
+        {"DataSetHSzOrNewHClr", [](UHandle* h) { return DataSetHSzOrNewHClr(h, 9); }, 2},
+        {"AZHLock", [](UHandle* h) { return AZHLock(*h); }},
+        {"AZHUnlock", [](UHandle* h) { return AZHUnlock(*h); }},
+        {"AZHPurge", [](UHandle* h) { return (AZHPurge(*h), KzErr{3}); }},
+        {"AZHNoPurge", [](UHandle* h) { return (AZHNoPurge(*h), KzErr{3}); }},
+        {"AZHSetState", [](UHandle* h) { return (AZHSetState(*h, 1), KzErr{3}); }},
+        {"AZHGetState", [](UHandle* h) { return AZHGetState(*h) == 0 ? KzErr{3} : KzErr{0}; }},
         {"DSDisposeHandle", [](UHandle* h) { return DSDisposeHandle(*h); }},
+        {"AZDisposeHandle", [](UHandle* h) { return AZDisposeHandle(*h); }},
+        {"DSDisposeHandleCache", [](UHandle* h) { return DSDisposeHandleCache(*h); }},
         {"DSDisposeHandleAndNull", [](UHandle* h) { return DSDisposeHandleAndNull(h); }},
     };
     for (const auto& c : calls) {
@@ -207,18 +232,241 @@ TEST_F(MemoryManager, BadHandlesAreReportedByEachCall)
             variable = static_cast<UHandle>(bad);
             EXPECT_EQ(3, c.call(&variable)) << c.name;
             const auto all = reports.TakeAll();
-            ASSERT_EQ(2u, all.size()) << c.name;
-            EXPECT_EQ(4, all[0].level);
-            EXPECT_EQ("", all[0].text);
-            EXPECT_EQ("source/MemoryManager", all[0].file);
-            EXPECT_EQ(2, all[1].level);
-            EXPECT_EQ(std::string("Memory error 3 in ") + c.name, all[1].text);
+            ASSERT_EQ(c.fatals + 1, all.size()) << c.name;
+            for (unsigned i = 0; i < c.fatals; ++i) {
+                EXPECT_EQ(4, all[i].level);
+                EXPECT_EQ("", all[i].text);
+            }
+            EXPECT_EQ(2, all.back().level);
+            EXPECT_EQ(std::string("Memory error 3 in ") + c.name, all.back().text);
         }
     }
     EXPECT_EQ(nullptr, variable) << "the variable is nulled though the disposal failed";
     EXPECT_EQ(0u, DSGetHandleSize(stale));
-    EXPECT_EQ(0u, DSGetHandleSize(nullptr));
-    EXPECT_EQ(2u, reports.TakeAll().size());
+    EXPECT_EQ(0u, AZGetHandleSize(nullptr));
+    // Calls that only look, and fail without naming themselves.
+    variable = stale;
+    EXPECT_EQ(3, DSCopyHandle(&variable, foreign));
+    EXPECT_EQ(3, DSHandToHand(&variable));
+    EXPECT_EQ(3, DSHandAndHand(stale, good));
+    EXPECT_EQ(3, DSSwapHandles(good, stale));
+    EXPECT_EQ(3, DSSwapHandles(foreign, good));
+    EXPECT_EQ(nullptr, DSRecoverHandle(nullptr));
+    EXPECT_EQ(nullptr, AZRecoverHandle(&variable));
+    const auto all = reports.TakeAll();
+    ASSERT_EQ(9u, all.size());
+    for (const auto& report : all) {
+        EXPECT_EQ(4, report.level);
+    }
+    EXPECT_EQ("Pointer passed to BRecoverHandle not linked to master pointer!", all.back().text);
+    EXPECT_EQ(3u, DSGetHandleSize(good));
+    DSDisposeHandle(good);
+}
+
+TEST_F(MemoryManager, CopiesAndAppends)
+{
+    UHandle h = nullptr;
+    const auto text = [&h] { return h == nullptr ? "null" : std::string(*h, *h + DSGetHandleSize(h)); };
+    EXPECT_EQ(0, DSPtrToHand("abc", &h, 3));
+    EXPECT_EQ(0, DSPtrAndHand("defg", h, 4));
+    EXPECT_EQ("abcdefg", text());
+    // Sources inside the handle itself, though every resize moves it.
+    EXPECT_EQ(0, DSPtrAndHand(*h + 2, h, 4));
+    EXPECT_EQ("abcdefgcdef", text());
+    EXPECT_EQ(0, AZHandAndHand(h, h));
+    EXPECT_EQ("abcdefgcdefabcdefgcdef", text());
+    EXPECT_EQ(0, DSSetHandleFromPtr(&h, *h + 3, 5));
+    EXPECT_EQ("defgc", text());
+    EXPECT_EQ(0, AZPtrToXHand(*h + 1, h, 4));
+    EXPECT_EQ("efgc", text());
+    EXPECT_EQ(0, DSPtrToXHand("wxyz", h, 4)) << "of the same size, in place";
+    EXPECT_EQ("wxyz", text());
+    EXPECT_EQ(0, DSPtrAndHand(nullptr, h, 0));
+    UHandle const old = h;
+    EXPECT_EQ(0, DSHandToHand(&h));
+    EXPECT_NE(old, h);
+    EXPECT_EQ("wxyz", text());
+    EXPECT_EQ(h, DSRecoverHandle(*h));
+    EXPECT_EQ(0, AZSetHandleFromPtr(&h, "1", 1));
+    EXPECT_EQ(0, DSSwapHandles(h, old));
+    EXPECT_EQ("wxyz", text());
+    EXPECT_EQ(0, DSSwapHandles(h, h));
+    EXPECT_TRUE(reports.Take(kDbgFatal, ""));
+    EXPECT_EQ(0, DSSetHandleFromPtrNULLMeansEmpty(&h, "12", 2));
+    EXPECT_EQ("12", text());
+    EXPECT_EQ(0, DSSetHandleFromPtrNULLMeansEmpty(&h, nullptr, 0));
+    EXPECT_EQ(nullptr, h);
+    for (const KzErr err : {DSPtrToHand("x", nullptr, 1), DSPtrToHand(nullptr, &h, 1), DSPtrAndHand(nullptr, old, 1),
+                            DSPtrToXHand(nullptr, old, 1), DSHandToHand(nullptr),
+                            DSSetHandleFromPtrNULLMeansEmpty(nullptr, nullptr, 0)}) {
+        EXPECT_EQ(1, err);
+    }
+    EXPECT_EQ(2, DSPtrAndHand("x", old, ~0ul));
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 2 in DSPtrAndHand"));
+    EXPECT_EQ(1u, DSGetHandleSize(old));
+
+    EXPECT_EQ(0, DataSetHandleSizeOrNewHandle(&h, 0));
+    EXPECT_EQ(nullptr, h);
+    EXPECT_EQ(0, DataSetHSzOrNewHClr(&h, 2));
+    EXPECT_EQ(std::string(2, 0), text());
+    EXPECT_EQ(0, DataSetHSzOrNewHClr(&h, 0));
+    EXPECT_EQ(nullptr, h);
+    EXPECT_EQ(0, DSDisposeHandle(old));
+}
+
+TEST_F(MemoryManager, SwapsOfAnyAlignment)
+{
+    for (unsigned from = 0; from < 4; ++from) {
+        for (unsigned to = 0; to < 4; ++to) {
+            for (unsigned n = 0; n < 20; ++n) {
+                alignas(4) unsigned char a[24];
+                alignas(4) unsigned char b[24];
+                std::fill(a, a + 24, static_cast<unsigned char>(1));
+                std::fill(b, b + 24, static_cast<unsigned char>(2));
+                SwapBlock(a + from, b + to, n);
+                EXPECT_EQ(n, std::count(a + from, a + from + n, 2));
+                EXPECT_EQ(n, std::count(b + to, b + to + n, 1));
+                EXPECT_EQ(24 - n, std::count(a, a + 24, 1));
+            }
+        }
+    }
+}
+
+struct MemEvent {
+    int32 kind;
+    KzErr err;
+    bool hasHandle;
+    unsigned long newSize;
+    unsigned long oldSize;
+    bool operator==(const MemEvent&) const = default;
+};
+std::vector<MemEvent> gEvents;
+int gMoveBlocks = 0;
+
+TEST_F(MemoryManager, TraceCountersAndCallback)
+{
+    gEvents.clear();
+    SetMemEventTraceProc([](int32 kind, KzErr err, UHandle h, unsigned long newSize, unsigned long oldSize) {
+        gEvents.push_back({kind, err, h != nullptr, newSize, oldSize});
+    });
+    const uInt64 zeros[2] = {0, 0};
+    DSSetCounters(zeros);
+    UHandle const h = AZNewHClr(100);
+    AZSetHandleSize(h, 100);
+    AZSetHSzClr(h, 2000);
+    SetStressHandles(1);
+    EXPECT_TRUE(GetStressHandles());
+    DSSetHandleSize(h, 10);
+    SetStressHandles(0);
+    DSSetHandleSize(h, ~0ul - 8);
+    DSNewHandle(~0ul);
+    AZDisposeHandle(h);
+    SetMemEventTraceProc(nullptr);
+    const std::vector<MemEvent> expected = {{0, 0, true, 100, 0},       {1, 0, true, 2000, 100}, {1, 0, true, 10, 2000},
+                                            {1, 2, true, ~0ul - 8, 10}, {0, 2, false, ~0ul, 0},  {2, 0, true, 10, 0}};
+    EXPECT_EQ(expected, gEvents);
+    uInt32 counters[4];
+    uInt64 words[2];
+    DSReadCounters(words);
+    std::memcpy(counters, words, sizeof words);
+    EXPECT_EQ(1u, counters[0]);
+    EXPECT_EQ(3u, counters[2]) << "the resize that had nothing to do does not count, the failed one does";
+    EXPECT_EQ(1u, counters[3]) << "with stress handles moves are not counted";
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 2 in DSSetHandleSize"));
+
+    gMoveBlocks = 0;
+    SetMemoryCheckCallback([] { ++gMoveBlocks; });
+    char bytes[2] = {1, 2};
+    MoveBlock(bytes, bytes + 1, 1);
+    ClearMem(bytes, 2);
+    SetMemoryCheckCallback(nullptr);
+    EXPECT_EQ(2, gMoveBlocks);
+}
+
+TEST_F(MemoryManager, HeapChecksFindDamageOfTheTables)
+{
+    kz::MemZoneRec* const zone = kz::MemZone();
+    EXPECT_EQ(0, DSHeapCheck(1));
+    EXPECT_TRUE(reports.Take(kDbgLog, "Free: totFreeSize 0, maxFreeSize 0"));
+    EXPECT_TRUE(reports.Take(kDbgLog, "Allocated to ZV: totAllocSize "));
+    EXPECT_TRUE(reports.Take(kDbgLog, "Total: totPhysSize 0"));
+    const auto fails = [this](const char* text) {
+        const bool failed = AZHeapCheck(0) == 74 && reports.Take(kDbgFatal, text);
+        reports.TakeAll();
+        return failed;
+    };
+    ++zone->blockCount;
+    EXPECT_TRUE(fails("MemCheck error, m.p. block chain error 2"));
+    zone->blockCount -= 2;
+    EXPECT_TRUE(fails("MemCheck error, m.p. block chain error 1"));
+    ++zone->blockCount;
+
+    SetMemoryDebugger(1);
+    const uInt32 count = zone->freeMasterCount;
+    const struct {
+        uInt32 count;
+        const char* text;
+    } counts[] = {{0x80000000u, "bad freemaster count"},
+                  {count + 1, "bad freemaster count"},
+                  {count - 1, "freemaster chain isn't NULL terminated!"}};
+    for (const auto& c : counts) {
+        zone->freeMasterCount = c.count;
+        EXPECT_TRUE(fails(c.text)) << c.count;
+        EXPECT_EQ(nullptr, DSNewHandle(1));
+        EXPECT_TRUE(reports.Take(kDbgFatal, c.text));
+        EXPECT_NE(nullptr, kz::MemoryFault());
+        zone->freeMasterCount = count;
+    }
+    // A stray write over a free master.
+    kz::MasterWord* const second = &zone->blocks->masters[1];
+    kz::MasterWord const link = *second;
+    *second = reinterpret_cast<kz::MasterWord>(zone);
+    EXPECT_TRUE(fails("bad freemaster count"));
+    *second = link;
+    DSDisposePtr(DSNewPClr(3));
+    EXPECT_EQ(0, DSCompact());
+    EXPECT_EQ(3u, reports.TakeAll().size());
+    EXPECT_FALSE(ToggleMemoryDebugging());
+    EXPECT_TRUE(reports.Take(kDbgLog, "turning memory checking off"));
+    EXPECT_EQ(0, DSCompact());
+    EXPECT_FALSE(MemCheckHeaps());
+    EXPECT_EQ(5u, reports.TakeAll().size());
+
+    MemStatRec stats;
+    uInt64 growth = 1;
+    uInt32 last = 1;
+    EXPECT_EQ(0, AZMemStats(&stats));
+    EXPECT_EQ(0, DSMemStats2(nullptr, nullptr, nullptr, &growth, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, &last));
+    EXPECT_EQ(stats.totAllocSize, growth);
+    EXPECT_EQ(0u, last);
+    EXPECT_EQ(80u, sizeof stats);
+}
+
+TEST_F(MemoryManager, InterfacesReachTheirCalls)
+{
+    const NormalHandleAllocationInterface normal;
+    const CachedHandleAllocationInterface cached;
+    constexpr unsigned long kBig = 20000;
+    for (const HandleAllocationInterface* calls : {static_cast<const HandleAllocationInterface*>(&normal),
+                                                   static_cast<const HandleAllocationInterface*>(&cached)}) {
+        UHandle h = calls->AllocateHandle(kBig);
+        unsigned char* const data = *h;
+        EXPECT_EQ(0, calls->DeallocateHandle(h));
+        h = calls->AllocateHandleClr(kBig);
+        EXPECT_TRUE(calls == &normal || *h == data);
+        EXPECT_EQ(0, (*h)[kBig - 1]);
+        EXPECT_EQ(0, calls->ResizeHandle(h, 1));
+        (*h)[0] = 7;
+        EXPECT_EQ(0, calls->ResizeHandleClr(h, 3));
+        EXPECT_EQ(0, BlockCmp(*h, "\7\0\0", 3));
+        UHandle variable = nullptr;
+        EXPECT_EQ(0, calls->ResizeHandleOrAllocateHandleClr(&variable, 2));
+        EXPECT_EQ(0, calls->ResizeHandleOrAllocateHandle(&variable, 4));
+        EXPECT_EQ(4u, DSGetHandleSize(variable));
+        calls->DeallocateHandle(variable);
+        calls->DeallocateHandle(h);
+    }
 }
 
 TEST_F(MemoryManager, CheckLevels)

@@ -1,0 +1,229 @@
+#include "BufferCache.h"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <new>
+
+#include "CfgAccess.h"
+#include "HandleData.h"
+#include "KzErr.h"
+#include "MemoryManager.h"
+#include "MemoryPoison.h"
+#include "ScopedLock.h"
+
+constinit std::atomic<BufferCache*> s_bufferCachePtr{nullptr};
+
+namespace {
+
+constexpr unsigned long kDefaultMinSize = 16384;
+constexpr unsigned long kDefaultMaxEntries = 5;
+constexpr unsigned long kDefaultThreshold = 0x1E00000;
+constexpr float kDefaultResizeFactor = 1.5f;
+
+// No block of this size or more is looked for.
+constexpr unsigned long kBestSizeLimit = 0x7FFFFFFF;
+
+constexpr uInt32 kInt32Token = 'I' << 24 | '3' << 16 | '2' << 8 | ' ';    // "I32 "
+constexpr uInt32 kFloat32Token = 'F' << 24 | '3' << 16 | '2' << 8 | ' ';  // "F32 "
+
+// A token's name as a counted string.
+template <std::size_t N>
+struct TokenName {
+    unsigned char text[N];
+
+    explicit constexpr TokenName(const char (&name)[N]) : text{}
+    {
+        text[0] = static_cast<unsigned char>(N - 1);
+        for (std::size_t i = 0; i + 1 < N; ++i) {
+            text[i + 1] = static_cast<unsigned char>(name[i]);
+        }
+    }
+};
+constexpr TokenName kMinSizeToken{"SelectiveDeallocation.BufferCache.MinBufferSize"};
+constexpr TokenName kMaxEntriesToken{"SelectiveDeallocation.BufferCache.MaxSize"};
+constexpr TokenName kThresholdToken{"SelectiveDeallocation.BufferCache.CleanUpThreshold"};
+constexpr TokenName kResizeFactorToken{"SelectiveDeallocation.BufferCache.ResizeFactor"};
+
+void ReadSize(const unsigned char* token, std::atomic<unsigned long>& setting)
+{
+    int32 value = 0;
+    if (CfgGetDefault(kInt32Token, token, &value) == kzErrNone) {
+        setting = static_cast<unsigned long>(std::max(value, 0));
+    }
+}
+
+// Nobody may touch a block while it is kept, and what it held is not to be seen by its next owner.
+void Close(const BufferCacheQueueEntry& entry)
+{
+    kz::PoisonMemory(entry.data, entry.size);
+}
+
+void Open(const BufferCacheQueueEntry& entry)
+{
+    kz::UnpoisonMemory(entry.data, entry.size);
+}
+
+void Free(const BufferCacheQueueEntry& entry)
+{
+    Open(entry);
+    kz::FreeHandleData(entry.data);
+}
+
+}  // namespace
+
+BufferCache::BufferCache(unsigned long minSize, unsigned long maxEntries, unsigned long threshold, float factor)
+    : mMinSize(minSize), mMaxEntries(maxEntries), mThreshold(threshold), mResizeFactor(factor)
+{
+    // Without memory for its lock the cache accepts no size.
+    if (ThMutexCreate(&mLock, "BufferCacheLock") != kzErrNone) {
+        mMinSize = std::numeric_limits<unsigned long>::max();
+    }
+}
+
+BufferCache::~BufferCache()
+{
+    ClearCache();
+    ThMutexDestroy(mLock);
+}
+
+void BufferCache::ReadConfigTokens()
+{
+    if (mLock == nullptr) {
+        return;
+    }
+    ReadSize(kMinSizeToken.text, mMinSize);
+    ReadSize(kMaxEntriesToken.text, mMaxEntries);
+    ReadSize(kThresholdToken.text, mThreshold);
+    float factor = 0;
+    if (CfgGetDefault(kFloat32Token, kResizeFactorToken.text, &factor) == kzErrNone) {
+        mResizeFactor = factor;
+    }
+}
+
+bool BufferCache::FindBuffer(unsigned long size, iterator& found)
+{
+    unsigned long best = kBestSizeLimit;
+    for (auto entry = mEntries.begin(); entry != mEntries.end(); ++entry) {
+        if (entry->size >= size && entry->size < best) {
+            best = entry->size;
+            found = entry;
+        }
+    }
+    return best < kBestSizeLimit;
+}
+
+unsigned char* BufferCache::GetAllocation(unsigned long size, unsigned long alignment, unsigned long offset)
+{
+    if (!CanCacheAllocation(size)) {
+        return nullptr;
+    }
+    std::list<BufferCacheQueueEntry> taken;  // its node is freed outside the lock
+    kz::ScopedLock lock(mLock);
+    iterator best;
+    if (!FindBuffer(size, best) || best->size != size) {
+        return nullptr;
+    }
+    const kz::HandleAlignment align = kz::HandleDataAlignment(best->data);
+    if (align.alignment % alignment != 0 || align.offset != offset) {
+        return nullptr;
+    }
+    taken.splice(taken.begin(), mEntries, best);
+    mTotal -= size;
+    Open(taken.front());
+    return taken.front().data;
+}
+
+void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
+{
+    const BufferCacheQueueEntry entry{data, size};
+    std::list<BufferCacheQueueEntry> added;
+    try {
+        added.push_front(entry);
+    } catch (const std::bad_alloc&) {
+        kz::FreeHandleData(data);
+        return;
+    }
+    bool isTooMuch = false;
+    {
+        kz::ScopedLock lock(mLock);
+        Close(entry);
+        mEntries.splice(mEntries.begin(), added);
+        mTotal += size;
+        isTooMuch = mEntries.size() > mMaxEntries || mTotal > mThreshold;
+    }
+    if (isTooMuch) {
+        CleanupProc();
+    }
+}
+
+void BufferCache::CleanupProc()
+{
+    for (;;) {
+        std::list<BufferCacheQueueEntry> oldest;
+        {
+            kz::ScopedLock lock(mLock);
+            if (mEntries.empty() || (mEntries.size() <= mMaxEntries && mTotal <= mThreshold)) {
+                return;
+            }
+            oldest.splice(oldest.begin(), mEntries, std::prev(mEntries.end()));
+            mTotal -= oldest.front().size;
+        }
+        Free(oldest.front());
+    }
+}
+
+void BufferCache::ClearCache()
+{
+    kz::ScopedLock lock(mLock);
+    for (const BufferCacheQueueEntry& entry : mEntries) {
+        Free(entry);
+    }
+    mEntries.clear();
+    mTotal = 0;
+}
+
+const char* BufferCache::Fault()
+{
+    kz::ScopedLock lock(mLock);
+    unsigned long total = 0;
+    for (const BufferCacheQueueEntry& entry : mEntries) {
+        if (kz::HandleDataSize(entry.data) != entry.size) {
+            return "a kept block's header does not tell its size";
+        }
+        if (kz::HandleGuardSize() != 0 && !kz::GuardsAreSound(entry.data, true)) {
+            return "a kept block's guards are damaged";
+        }
+        total += entry.size;
+    }
+    return total == mTotal ? nullptr : "the kept blocks' sizes do not add up to the total";
+}
+
+extern "C" void ReadConfigTokensForBufferCache(void)
+{
+    if (BufferCache* const cache = s_bufferCachePtr.load(std::memory_order_acquire)) {
+        cache->ReadConfigTokens();
+    }
+}
+
+namespace kz {
+
+void CreateBufferCache()
+{
+    s_bufferCachePtr.store(
+        new (std::nothrow) BufferCache(kDefaultMinSize, kDefaultMaxEntries, kDefaultThreshold, kDefaultResizeFactor),
+        std::memory_order_release);
+}
+
+void DestroyBufferCache()
+{
+    delete s_bufferCachePtr.exchange(nullptr);
+}
+
+const char* BufferCacheFault()
+{
+    BufferCache* const cache = s_bufferCachePtr.load(std::memory_order_acquire);
+    return cache == nullptr ? nullptr : cache->Fault();
+}
+
+}  // namespace kz

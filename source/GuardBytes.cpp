@@ -1,0 +1,342 @@
+#include "GuardBytes.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "HandleLayout.h"
+#include "MemoryPoison.h"
+#include "Report.h"
+
+namespace kz {
+
+constinit std::atomic<uInt32> gGuardBytes_Handle{0};
+constinit std::atomic<uInt32> gGuardBytes_Ptr{0};
+constinit std::atomic<uInt32> gGuardBytes_NewDelete{0};
+constinit std::atomic<bool> gGuardBytes_Initialized{false};
+constinit std::atomic<bool> gGuardBytes_InitializedAndDisabled{false};
+
+}  // namespace kz
+
+namespace {
+
+constexpr char kModule[] = "source/GuardBytes";
+
+// The bits of a family's word.
+constexpr uInt32 kRoom = 1;
+constexpr uInt32 kWrite = 2;
+constexpr uInt32 kCheck = 4;
+
+constexpr char kGuard[] = "ZOR14MEM";
+constexpr unsigned long kGuardSize = sizeof kGuard - 1;
+constexpr unsigned long kSentinelSize = 3;
+constexpr unsigned long kVersionAt = 3;
+constexpr unsigned long kVersionSize = 2;
+constexpr unsigned long kSecondSentinelAt = 5;
+static_assert(kGuardSize == 8);
+
+// From a pointer block's start to its data: the size and a guard.
+constexpr unsigned long kPtrPrefix = sizeof(unsigned long) + kGuardSize;
+constexpr unsigned long kAllPtrGuards = kPtrPrefix + kGuardSize;
+
+constinit std::atomic<GuardByteCheckFailedProc> gCheckFailedProc{&StandardGuardByteCheckFailedProc};
+
+void ReadSetting(const char* variable, const char* general, std::atomic<uInt32>& word)
+{
+    const char* own = std::getenv(variable);
+    const char* const text = own != nullptr ? own : general;
+    if (text == nullptr) {
+        return;
+    }
+    if (std::strcmp(text, "off") == 0) {
+        word = 0;
+    } else if (std::strcmp(text, "alloc") == 0) {
+        word = kRoom | kWrite;
+    } else if (std::strcmp(text, "check") == 0) {
+        word = kRoom | kWrite | kCheck;
+    }
+}
+
+bool ReadSettings()
+{
+    const char* const general = std::getenv("ZVGuardBytes");
+    ReadSetting("ZVGuardBytes_Handle", general, kz::gGuardBytes_Handle);
+    ReadSetting("ZVGuardBytes_Ptr", general, kz::gGuardBytes_Ptr);
+    ReadSetting("ZVGuardBytes_NewDelete", general, kz::gGuardBytes_NewDelete);
+    kz::gGuardBytes_Initialized = true;
+    const bool playNoPart = (kz::gGuardBytes_NewDelete & kCheck) == 0 && (kz::gGuardBytes_Ptr & kRoom) == 0 &&
+                            (kz::gGuardBytes_Handle & kRoom) == 0;
+    kz::gGuardBytes_InitializedAndDisabled = playNoPart;
+    return true;
+}
+
+// At load, so that the first use finds the settings read, as a rule.
+[[maybe_unused]] const bool gReadAtLoad = (InitializeGuardByteSettingsCore(), true);
+
+uInt32 Word(const std::atomic<uInt32>& family)
+{
+    InitializeGuardByteSettingsCore();
+    return family.load(std::memory_order_relaxed);
+}
+
+bool Has(const std::atomic<uInt32>& family, uInt32 bits)
+{
+    return (Word(family) & bits) == bits;
+}
+
+// Bytes that may be poisoned, one by one: no library call may touch them.
+KZ_READS_POISON void ReadPoisoned(const unsigned char* from, unsigned char* to, unsigned long n)
+{
+    kz::RevealMemory(from, n);
+    for (unsigned long i = 0; i < n; ++i) {
+        to[i] = static_cast<const volatile unsigned char*>(from)[i];
+    }
+}
+
+struct Guard {
+    unsigned char bytes[kGuardSize];
+
+    explicit Guard(const unsigned char* at)
+    {
+        ReadPoisoned(at, bytes, kGuardSize);
+        kz::PoisonMemory(at, kGuardSize);
+    }
+    bool HasSentinels() const
+    {
+        return std::memcmp(bytes, kGuard, kSentinelSize) == 0 &&
+               std::memcmp(bytes + kSecondSentinelAt, kGuard + kSecondSentinelAt, kSentinelSize) == 0;
+    }
+    const unsigned char* Version() const { return bytes + kVersionAt; }
+};
+
+struct Finding {
+    bool isSound;
+    GuardByteFailureTypes fault;
+    char version[kVersionSize + 1];
+};
+
+Finding Inspect(const void* ptr, bool isHandle)
+{
+    const auto* const data = static_cast<const unsigned char*>(ptr);
+    const Guard before(data - kGuardSize);
+    if (!before.HasSentinels()) {
+        return {false, kGuardUnderrun, ""};
+    }
+    const unsigned long prefix = isHandle ? kz::kHandleHeaderSize + kGuardSize : kPtrPrefix;
+    unsigned long size;
+    std::memcpy(&size, data - prefix, sizeof size);
+    const Guard behind(data + size);
+    if (!behind.HasSentinels()) {
+        return {false, kGuardOverrun, ""};
+    }
+    if (std::memcmp(before.Version(), behind.Version(), kVersionSize) != 0) {
+        return {false, kGuardUnderrun, ""};
+    }
+    Finding finding = {true, kGuardVersionMismatch, ""};
+    std::memcpy(finding.version, before.Version(), kVersionSize);
+    finding.isSound = std::memcmp(finding.version, kGuard + kVersionAt, kVersionSize) == 0;
+    return finding;
+}
+
+}  // namespace
+
+extern "C" {
+
+void InitializeGuardByteSettingsCore(void)
+{
+    if (!kz::gGuardBytes_Initialized.load(std::memory_order_acquire)) {
+        [[maybe_unused]] static const bool read = ReadSettings();
+    }
+}
+
+KzBool ConfigGuardBytes(int32 on)
+{
+    bool all = true;
+    for (std::atomic<uInt32>* family : {&kz::gGuardBytes_Handle, &kz::gGuardBytes_Ptr, &kz::gGuardBytes_NewDelete}) {
+        if (!Has(*family, kRoom | kWrite)) {
+            all = false;
+        } else if (on != 0) {
+            family->fetch_or(kCheck, std::memory_order_relaxed);
+        } else {
+            family->fetch_and(~kCheck, std::memory_order_relaxed);
+        }
+    }
+    return all;
+}
+
+KzBool ShouldCheckHandleGuardBytes(void)
+{
+    return Has(kz::gGuardBytes_Handle, kCheck);
+}
+
+GuardByteCheckFailedProc SetGuardByteCheckFailedProc(GuardByteCheckFailedProc proc)
+{
+    return gCheckFailedProc.exchange(proc);
+}
+
+void StandardGuardByteCheckFailedProc(const void* ptr, int32 type, const char* version)
+{
+    switch (type) {
+        case kGuardUnderrun:
+            KZ_REPORT(kDbgError, 0x41D7B3E9)
+                << "Memory corruption detected:  buffer underrun at pointer " << DbgFmtPtr(ptr);
+            break;
+        case kGuardOverrun:
+            KZ_REPORT(kDbgError, 0x96C20F5A)
+                << "Memory corruption detected:  buffer overrun at pointer " << DbgFmtPtr(ptr);
+            break;
+        case kGuardVersionMismatch:
+            KZ_REPORT(kDbgError, 0x2A8E71C4) << "Memory misuse detected:  buffer at " << DbgFmtPtr(ptr)
+                                             << " was passed from Zorvane version " << (version ? version : "");
+            break;
+        default:
+            KZ_REPORT(kDbgError, 0xD35F048B) << "Unknown guard byte violation";
+            break;
+    }
+}
+
+void ReportGuardByteCheckFailed(const void* ptr, int32 type, const char* version)
+{
+    if (const GuardByteCheckFailedProc proc = gCheckFailedProc.load()) {
+        proc(ptr, type, version);
+    } else {
+        KZ_REPORT(kDbgError, 0x7E196DA2) << "No guard byte check failed reporting proc installed!";
+    }
+}
+
+KzBool CheckGuards(const void* ptr, KzBool isHandle)
+{
+    if (ptr == nullptr) {
+        KZ_REPORT(kDbgError, 0xB80C53F6) << "NULL ptr passed to CheckGuards";
+        return false;
+    }
+    const Finding finding = Inspect(ptr, isHandle != 0);
+    if (!finding.isSound) {
+        const bool isForeign = finding.fault == kGuardVersionMismatch;
+        ReportGuardByteCheckFailed(ptr, finding.fault, isForeign ? finding.version : nullptr);
+    }
+    return finding.isSound;
+}
+
+void InitGuards(void* data, unsigned long size)
+{
+    auto* const bytes = static_cast<unsigned char*>(data);
+    for (unsigned char* const guard : {bytes - kGuardSize, bytes + size}) {
+        kz::UnpoisonMemory(guard, kGuardSize);
+        std::memcpy(guard, kGuard, kGuardSize);
+    }
+    kz::PoisonMemory(bytes - kGuardSize, kGuardSize);
+    kz::PoisonMemory(bytes + size, kGuardSize);
+}
+
+void* InitGuardsAndSize(void* block, unsigned long size)
+{
+    std::memcpy(block, &size, sizeof size);
+    unsigned char* const data = static_cast<unsigned char*>(block) + kPtrPrefix;
+    InitGuards(data, size);
+    return data;
+}
+
+unsigned long GetOneHandleGuardSize(void)
+{
+    const uInt32 word = Word(kz::gGuardBytes_Handle);
+    return kz::GuardsDisabled() || (word & kRoom) == 0 ? 0 : kGuardSize;
+}
+
+unsigned long GetAllPtrGuardsSize(void)
+{
+    const uInt32 word = Word(kz::gGuardBytes_Ptr);
+    return kz::GuardsDisabled() || (word & kRoom) == 0 ? 0 : kAllPtrGuards;
+}
+
+unsigned long GetAllNewDeleteGuardsSize(void)
+{
+    return Has(kz::gGuardBytes_NewDelete, kRoom) ? kAllPtrGuards : 0;
+}
+
+}  // extern "C"
+
+namespace {
+
+void* GuardedData(uInt32 word, void* block, unsigned long size)
+{
+    if ((word & kWrite) != 0) {
+        return InitGuardsAndSize(block, size);
+    }
+    return (word & kRoom) != 0 ? static_cast<unsigned char*>(block) + kPtrPrefix : block;
+}
+
+void* BlockOf(uInt32 word, void* ptr)
+{
+    return (word & kRoom) != 0 ? static_cast<unsigned char*>(ptr) - kPtrPrefix : ptr;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* InitPtrGuards(void* block, unsigned long size)
+{
+    return GuardedData(Word(kz::gGuardBytes_Ptr), block, size);
+}
+
+void* InitNewDeleteGuards(void* block, unsigned long size)
+{
+    return GuardedData(Word(kz::gGuardBytes_NewDelete), block, size);
+}
+
+void* GetOrigPtrFromGuardedPtr(void* ptr)
+{
+    return BlockOf(Word(kz::gGuardBytes_Ptr), ptr);
+}
+
+void* GetOrigNewDeletePtrFromGuardedPtr(void* ptr)
+{
+    return BlockOf(Word(kz::gGuardBytes_NewDelete), ptr);
+}
+
+void InitHandleGuards(void* data)
+{
+    if (Has(kz::gGuardBytes_Handle, kWrite)) {
+        InitGuards(data, kz::HandleDataSize(static_cast<unsigned char*>(data), kGuardSize));
+    }
+}
+
+KzBool DSCheckHandleGuardBytes(const void* handle)
+{
+    if (handle == nullptr) {
+        KZ_REPORT(kDbgError, 0x05FA9C38) << "NULL handle passed to DSCheckHandleGuardBytes";
+        return false;
+    }
+    return !Has(kz::gGuardBytes_Handle, kWrite) || CheckGuards(*static_cast<void* const*>(handle), true) != 0;
+}
+
+KzBool DSCheckPtrGuardBytes(const void* ptr)
+{
+    return !Has(kz::gGuardBytes_Ptr, kWrite) || CheckGuards(ptr, false) != 0;
+}
+
+KzBool CheckHandleGuards(const void* handle)
+{
+    return !Has(kz::gGuardBytes_Handle, kCheck) || DSCheckHandleGuardBytes(handle) != 0;
+}
+
+KzBool CheckPtrGuards(const void* ptr)
+{
+    return !Has(kz::gGuardBytes_Ptr, kCheck) || DSCheckPtrGuardBytes(ptr) != 0;
+}
+
+KzBool CheckNewDeleteGuards(const void* ptr)
+{
+    return !Has(kz::gGuardBytes_NewDelete, kCheck) || CheckGuards(ptr, false) != 0;
+}
+
+}  // extern "C"
+
+namespace kz {
+
+bool GuardsAreSound(const void* ptr, bool isHandle)
+{
+    return Inspect(ptr, isHandle).isSound;
+}
+
+}  // namespace kz

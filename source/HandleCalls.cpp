@@ -1,0 +1,253 @@
+#include "HandleCalls.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+
+#include "BufferCache.h"
+#include "Report.h"
+
+namespace kz {
+
+namespace {
+
+constexpr char kModule[] = "source/HandleCalls";
+
+// In builds with assertions every changing call ends here.
+void CheckAfterChange([[maybe_unused]] const void* handle)
+{
+#if !defined(NDEBUG)
+    if (IsWalkingMemory()) {
+        if (const char* fault = MemoryFault()) {
+            KZ_REPORT(kDbgFatal, 0x8F35C1D2) << "Memory is damaged: " << fault;
+        }
+    } else if (handle != nullptr) {
+        unsigned char* const data = DataOf(handle);
+        const HandleAlignment align = HandleDataAlignment(data);
+        assert(align == NormalAlignment(align.alignment, align.offset));
+        assert((reinterpret_cast<uintptr_t>(data) + align.offset) % align.alignment == 0);
+    }
+#endif
+}
+
+// Unless nobody asked to be told.
+void Trace(MemEventKind kind, KzErr err, UHandle handle, unsigned long newSize, unsigned long oldSize)
+{
+    if (const MemEventTraceProc proc = gMemEventTraceProc.load(std::memory_order_relaxed)) {
+        proc(kind, err, handle, newSize, oldSize);
+    }
+}
+
+// `*blockSize` as AllocateHandleData sets it.
+unsigned char* ObtainData(const HandleRequest& request, unsigned long* blockSize)
+{
+    if (request.blocks == Blocks::kCached) {
+        BufferCache* const cache = s_bufferCachePtr.load(std::memory_order_acquire);
+        unsigned char* const data =
+            cache == nullptr ? nullptr
+                             : cache->GetAllocation(request.size, request.align.alignment, request.align.offset);
+        if (data != nullptr) {
+            *blockSize = request.size;
+            return data;
+        }
+    }
+    return AllocateHandleData(request.size, request.align, blockSize);
+}
+
+// A free master, or null after the reports and the memory-full call that its lack asks for.
+MasterWord* ObtainMaster(MemZoneRec* zone)
+{
+    FreeChainState state = FreeChainState::kSound;
+    MasterWord* const master =
+        gMemoryDebugger.load(std::memory_order_relaxed) != 0 ? TakeMasterChecked(zone, &state) : TakeMaster(zone);
+    if (ReportFreeChain(state) && master == nullptr) {
+        CallSetMemFullProc(kMasterBlockSize);
+    }
+    return master;
+}
+
+UHandle TryNewHandle(MemZoneRec* zone, const HandleRequest& request)
+{
+    MasterWord* const master = ObtainMaster(zone);
+    if (master == nullptr) {
+        return nullptr;
+    }
+    unsigned long blockSize;
+    unsigned char* const data = ObtainData(request, &blockSize);
+    if (data == nullptr) {
+        ReturnMaster(zone, master);
+        return nullptr;
+    }
+    if (request.fill == Fill::kZero) {
+        std::memset(data, 0, request.size);
+    }
+    StoreMaster(master, data);
+    RaiseCounter(zone, kHandlesMade);
+    return master;
+}
+
+void Insert(const Insertion& insertion, unsigned char* data)
+{
+    if (insertion.size != 0) {
+        MoveBlock(insertion.from, data + insertion.at, insertion.size);
+    }
+}
+
+// The resize of a handle that has passed validation.
+KzErr ResizeGoodHandle(MasterWord* master, const HandleRequest& request, const Insertion& insertion)
+{
+    unsigned char* const oldData = DataOf(master);
+    const unsigned long size = request.size;
+    const unsigned long oldSize = HandleDataSize(oldData);
+    if (size == oldSize && request.align == HandleDataAlignment(oldData)) {
+        Insert(insertion, oldData);
+        return kzErrNone;
+    }
+    MemZoneRec* const zone = MemZone();
+    unsigned long blockSize;
+    unsigned char* const data = ObtainData(request, &blockSize);
+    if (data == nullptr) {
+        RaiseCounter(zone, kResizes);
+        if (blockSize != 0) {
+            CallSetMemFullProc(blockSize);
+        }
+        Trace(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
+        return kzErrMemoryFull;
+    }
+    MoveBlock(oldData, data, std::min(oldSize, size));
+    if (request.fill == Fill::kZero && size > oldSize) {
+        std::memset(data + oldSize, 0, size - oldSize);
+    }
+    Insert(insertion, data);
+    StoreMaster(master, data);
+    FreeHandleData(oldData);
+    if (gStressHandles.load(std::memory_order_relaxed) == 0) {
+        RaiseCounter(zone, kMoves);
+    }
+    RaiseCounter(zone, kResizes);
+    CheckAfterChange(master);
+    Trace(kMemEventResize, kzErrNone, master, size, oldSize);
+    return kzErrNone;
+}
+
+}  // namespace
+
+bool ReportFreeChain(FreeChainState state)
+{
+    switch (state) {
+        case FreeChainState::kBadCount:
+            KZ_REPORT(kDbgFatal, 0x60B5D89E) << "bad freemaster count";
+            return false;
+        case FreeChainState::kNotTerminated:
+            KZ_REPORT(kDbgFatal, 0x1B97E2F4) << "freemaster chain isn't NULL terminated!";
+            return false;
+        case FreeChainState::kSound:
+            break;
+    }
+    return true;
+}
+
+UHandle NewHandle(const HandleRequest& request)
+{
+    MemZoneRec* const zone = MemZone();
+    const UHandle handle = zone == nullptr ? nullptr : TryNewHandle(zone, request);
+    if (handle == nullptr) {
+        CallSetMemFullProc(request.size);
+    } else {
+        CheckAfterChange(handle);
+    }
+    Trace(kMemEventMake, handle == nullptr ? kzErrMemoryFull : kzErrNone, handle, request.size, 0);
+    return handle;
+}
+
+KzErr Failed(const char* call, KzErr err)
+{
+    KZ_REPORT(kDbgWarning, 0x9F2B60A7) << "Memory error " << err << " in " << call;
+    return err;
+}
+
+KzErr BadHandle(const char* call)
+{
+    KZ_REPORT(kDbgFatal, 0x3C81E5D4);
+    return Failed(call, kzErrBadZone);
+}
+
+KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request, const Insertion& insertion)
+{
+    if (!IsGoodHandle(handle, kRangeForChanges)) {
+        if (request.fill == Fill::kZero) {
+            DSGetHandleSize(handle);  // clearing resizes ask for the old size first, and a bad handle is told of twice
+        }
+        return BadHandle(call);
+    }
+    const KzErr err = ResizeGoodHandle(static_cast<MasterWord*>(handle), request, insertion);
+    return err == kzErrNone ? err : Failed(call, err);
+}
+
+UHandle LoadVariable(const void* variable)
+{
+    UHandle handle;
+    std::memcpy(&handle, variable, sizeof handle);
+    return handle;
+}
+
+void StoreVariable(void* variable, UHandle handle)
+{
+    std::memcpy(variable, &handle, sizeof handle);
+}
+
+KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& request, const Insertion& insertion)
+{
+    if (variable == nullptr) {
+        return kzErrArgument;
+    }
+    if (const UHandle old = LoadVariable(variable)) {
+        return ResizeHandle(call, old, request, insertion);
+    }
+    const UHandle made = NewHandle(request);
+    if (made == nullptr) {
+        return kzErrMemoryFull;
+    }
+    Insert(insertion, DataOf(made));
+    StoreVariable(variable, made);
+    return kzErrNone;
+}
+
+void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master, Blocks blocks)
+{
+    unsigned char* const data = DataOf(master);
+    const unsigned long size = HandleDataSize(data);
+    ReturnMaster(zone, master);
+    BufferCache* const cache = blocks == Blocks::kCached ? s_bufferCachePtr.load(std::memory_order_acquire) : nullptr;
+    if (cache != nullptr && cache->CanCacheAllocation(size)) {
+        cache->AddAllocation(data, size);
+    } else {
+        FreeHandleData(data);
+    }
+    CheckAfterChange(nullptr);
+    Trace(kMemEventDispose, kzErrNone, master, size, 0);
+}
+
+KzErr DisposeHandle(const char* call, void* handle, Blocks blocks)
+{
+    if (handle == nullptr) {
+        return kzErrNone;
+    }
+    if (!IsGoodHandle(handle, kRangeForQueries)) {
+        return BadHandle(call);
+    }
+    DisposeGoodHandle(MemZone(), static_cast<MasterWord*>(handle), blocks);
+    return kzErrNone;
+}
+
+KzErr DisposeAndNull(const char* call, void* variable)
+{
+    if (variable == nullptr) {
+        return kzErrNone;
+    }
+    const UHandle old = LoadVariable(variable);
+    StoreVariable(variable, nullptr);
+    return DisposeHandle(call, old);
+}
+
+}  // namespace kz

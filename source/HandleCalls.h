@@ -1,0 +1,96 @@
+// What the public handle calls are made of: one make, one resize and one disposal, which take the name of the exported
+// call for the reports of its failures.
+#ifndef KZCORE_HANDLECALLS_H
+#define KZCORE_HANDLECALLS_H
+
+#include <atomic>
+
+#include "HandleData.h"
+#include "MemoryManager.h"
+#include "MemoryZone.h"
+
+// Settings that every call looks at; relaxed, since they order nothing. Null: no procedure.
+extern std::atomic<MemEventTraceProc> gMemEventTraceProc;
+extern std::atomic<KzBool> gMemoryDebugger;
+extern std::atomic<KzBool> gStressHandles;
+extern std::atomic<KzBool> gMemoryInited;
+
+namespace kz {
+
+// The levels of DSSetHandleChecking from which a call looks in the tables of all handles.
+inline constexpr uInt32 kRangeForQueries = 2;  // size and disposal
+inline constexpr uInt32 kRangeForChanges = 1;  // everything else
+extern std::atomic<uInt32> gHandleChecking;
+
+enum class Fill { kNone, kZero };
+enum class Blocks { kFresh, kCached };
+
+struct HandleRequest {
+    unsigned long size;
+    HandleAlignment align;
+    Fill fill = Fill::kNone;
+    Blocks blocks = Blocks::kFresh;
+};
+
+// A request whose alignment the size chooses.
+constexpr HandleRequest BySize(unsigned long size, Fill fill = Fill::kNone, Blocks blocks = Blocks::kFresh)
+{
+    return {size, AlignmentForSize(size), fill, blocks};
+}
+
+// Bytes that a resized handle gets at an offset. They may stand in the handle's own data: they are copied while that is
+// still there.
+struct Insertion {
+    const void* from = nullptr;
+    unsigned long at = 0;
+    unsigned long size = 0;
+};
+
+inline bool IsGoodHandle(const void* handle, uInt32 rangeLevel)
+{
+    const bool skipRange = gHandleChecking.load(std::memory_order_relaxed) < rangeLevel;
+    return CheckHandleInZone(MemZone(), handle, skipRange) && HandleGuardsPass(handle);
+}
+
+inline unsigned char* DataOf(const void* handle)
+{
+    return LoadMaster(static_cast<const MasterWord*>(handle));
+}
+
+inline unsigned long SizeOf(const void* handle)
+{
+    return HandleDataSize(DataOf(handle));
+}
+
+// Null on failure, after the memory-full procedure.
+UHandle NewHandle(const HandleRequest& request);
+
+KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request, const Insertion& insertion = {});
+
+// The handle in the variable is resized, or a new one put there when it is null; kzErrArgument for a null variable.
+KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& request,
+                        const Insertion& insertion = {});
+
+// Null gives 0.
+KzErr DisposeHandle(const char* call, void* handle, Blocks blocks = Blocks::kFresh);
+
+// Disposes the handle in the variable and nulls it, whatever happens. A null address gives 0.
+KzErr DisposeAndNull(const char* call, void* variable);
+
+// The reports of a bad handle, and of a call that failed. Both return the error.
+KzErr BadHandle(const char* call);
+KzErr Failed(const char* call, KzErr err);
+
+// Handle variables come as void*, whatever type they point to, and are copied as bytes.
+UHandle LoadVariable(const void* variable);
+void StoreVariable(void* variable, UHandle handle);
+
+// Gives a handle that has passed validation back: its data to the cache or the system.
+void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master, Blocks blocks);
+
+// Reports damage of the free chain at level 4; false for damage.
+bool ReportFreeChain(FreeChainState state);
+
+}  // namespace kz
+
+#endif

@@ -1,0 +1,262 @@
+#include <cstring>
+
+#include "HandleCalls.h"
+#include "Report.h"
+
+using kz::BySize;
+using kz::DataOf;
+using kz::Insertion;
+using kz::SizeOf;
+
+namespace {
+
+constexpr char kModule[] = "source/MemoryCopies";
+
+constinit std::atomic<MemoryCheckCallback> gMemoryCheckCallback{nullptr};
+
+void CallMemoryCheck()
+{
+    if (const MemoryCheckCallback proc = gMemoryCheckCallback.load(std::memory_order_relaxed)) {
+        proc();
+    }
+}
+
+// A size query's look at a source, and its report.
+bool IsGoodSource(const void* handle)
+{
+    if (kz::IsGoodHandle(handle, kz::kRangeForQueries)) {
+        return true;
+    }
+    KZ_REPORT(kDbgFatal, 0xA0C94E67);
+    return false;
+}
+
+// A variable of its own, or bytes: an address that is null and used.
+bool LacksBytes(const void* ptr, unsigned long n)
+{
+    return ptr == nullptr && n != 0;
+}
+
+KzErr CopyHandle(const char* call, void* dest, const void* src)
+{
+    if (dest == nullptr) {
+        return kzErrArgument;
+    }
+    if (src == nullptr) {
+        return kz::DisposeAndNull(call, dest);
+    }
+    if (kz::LoadVariable(dest) == src) {
+        KZ_REPORT(kDbgWarning, 0x58D3F12A) << "Should call DSHandToHand. This is a no-op";
+        return kzErrNone;
+    }
+    if (!IsGoodSource(src)) {
+        return kzErrBadZone;
+    }
+    const unsigned long size = SizeOf(src);
+    return kz::ResizeOrNewHandle(call, dest, BySize(size), {DataOf(src), 0, size});
+}
+
+KzErr DuplicateHandle(void* variable)
+{
+    if (variable == nullptr) {
+        return kzErrArgument;
+    }
+    const UHandle src = kz::LoadVariable(variable);
+    if (!IsGoodSource(src)) {
+        return kzErrBadZone;
+    }
+    const unsigned long size = SizeOf(src);
+    const UHandle copy = kz::NewHandle(BySize(size));
+    if (copy == nullptr) {
+        return kzErrMemoryFull;
+    }
+    MoveBlock(DataOf(src), DataOf(copy), size);
+    kz::StoreVariable(variable, copy);
+    return kzErrNone;
+}
+
+KzErr SetFromPtr(const char* call, void* variable, const void* ptr, unsigned long n)
+{
+    return LacksBytes(ptr, n) ? kzErrArgument : kz::ResizeOrNewHandle(call, variable, BySize(n), {ptr, 0, n});
+}
+
+KzErr NewFromPtr(const char* call, const void* ptr, void* variable, unsigned long n)
+{
+    if (variable == nullptr || LacksBytes(ptr, n)) {
+        return kzErrArgument;
+    }
+    kz::StoreVariable(variable, nullptr);
+    return SetFromPtr(call, variable, ptr, n);
+}
+
+KzErr ReplaceFromPtr(const char* call, const void* ptr, void* handle, unsigned long n)
+{
+    return LacksBytes(ptr, n) ? kzErrArgument : kz::ResizeHandle(call, handle, BySize(n), {ptr, 0, n});
+}
+
+KzErr AppendBytes(const char* call, const void* ptr, void* handle, unsigned long n)
+{
+    if (LacksBytes(ptr, n)) {
+        return kzErrArgument;
+    }
+    if (!kz::IsGoodHandle(handle, kz::kRangeForChanges)) {
+        return kz::BadHandle(call);
+    }
+    const unsigned long size = SizeOf(handle);
+    if (size + n < size) {
+        CallSetMemFullProc(n);
+        return kz::Failed(call, kzErrMemoryFull);
+    }
+    return kz::ResizeHandle(call, handle, BySize(size + n), {ptr, size, n});
+}
+
+KzErr AppendHandle(const char* call, const void* from, void* to)
+{
+    return IsGoodSource(from) ? AppendBytes(call, DataOf(from), to, SizeOf(from)) : kzErrBadZone;
+}
+
+// Swaps `n` bytes by words of type Word, which both areas are aligned to or which are single bytes.
+template <typename Word>
+void SwapWords(unsigned char* a, unsigned char* b, unsigned long n)
+{
+    for (unsigned long i = 0; i + sizeof(Word) <= n; i += sizeof(Word)) {
+        Word x;
+        Word y;
+        std::memcpy(&x, a + i, sizeof x);
+        std::memcpy(&y, b + i, sizeof y);
+        std::memcpy(a + i, &y, sizeof y);
+        std::memcpy(b + i, &x, sizeof x);
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+KzErr DSCopyHandle(void* dest, const void* src)
+{
+    return CopyHandle("DSCopyHandle", dest, src);
+}
+
+KzErr AZCopyHandle(void* dest, const void* src)
+{
+    return CopyHandle("AZCopyHandle", dest, src);
+}
+
+KzErr DSHandToHand(void* handle)
+{
+    return DuplicateHandle(handle);
+}
+
+KzErr AZHandToHand(void* handle)
+{
+    return DuplicateHandle(handle);
+}
+
+KzErr DSSetHandleFromPtr(void* handle, const void* ptr, unsigned long n)
+{
+    return SetFromPtr("DSSetHandleFromPtr", handle, ptr, n);
+}
+
+KzErr AZSetHandleFromPtr(void* handle, const void* ptr, unsigned long n)
+{
+    return SetFromPtr("AZSetHandleFromPtr", handle, ptr, n);
+}
+
+KzErr DSSetHandleFromPtrNULLMeansEmpty(void* handle, const void* ptr, unsigned long n)
+{
+    constexpr char kCall[] = "DSSetHandleFromPtrNULLMeansEmpty";
+    if (n != 0) {
+        return SetFromPtr(kCall, handle, ptr, n);
+    }
+    kz::DisposeAndNull(kCall, handle);
+    return handle == nullptr ? kzErrArgument : kzErrNone;
+}
+
+KzErr DSPtrToHand(const void* ptr, void* handle, unsigned long n)
+{
+    return NewFromPtr("DSPtrToHand", ptr, handle, n);
+}
+
+KzErr AZPtrToHand(const void* ptr, void* handle, unsigned long n)
+{
+    return NewFromPtr("AZPtrToHand", ptr, handle, n);
+}
+
+KzErr DSPtrToXHand(const void* ptr, void* handle, unsigned long n)
+{
+    return ReplaceFromPtr("DSPtrToXHand", ptr, handle, n);
+}
+
+KzErr AZPtrToXHand(const void* ptr, void* handle, unsigned long n)
+{
+    return ReplaceFromPtr("AZPtrToXHand", ptr, handle, n);
+}
+
+KzErr DSPtrAndHand(const void* ptr, void* handle, unsigned long n)
+{
+    return AppendBytes("DSPtrAndHand", ptr, handle, n);
+}
+
+KzErr AZPtrAndHand(const void* ptr, void* handle, unsigned long n)
+{
+    return AppendBytes("AZPtrAndHand", ptr, handle, n);
+}
+
+KzErr DSHandAndHand(const void* from, void* to)
+{
+    return AppendHandle("DSHandAndHand", from, to);
+}
+
+KzErr AZHandAndHand(const void* from, void* to)
+{
+    return AppendHandle("AZHandAndHand", from, to);
+}
+
+int32 BlockCmp(const void* a, const void* b, unsigned long n)
+{
+    return n == 0 ? 0 : std::memcmp(a, b, n);
+}
+
+void MoveBlock(const void* src, void* dest, unsigned long n)
+{
+    if (n != 0) {
+        std::memmove(dest, src, n);
+        CallMemoryCheck();
+    }
+}
+
+void ClearMem(void* p, unsigned long n)
+{
+    if (n != 0) {
+        std::memset(p, 0, n);
+    }
+    CallMemoryCheck();
+}
+
+void SwapBlock(void* a, void* b, unsigned long n)
+{
+    auto* first = static_cast<unsigned char*>(a);
+    auto* second = static_cast<unsigned char*>(b);
+    const uintptr_t address = reinterpret_cast<uintptr_t>(a);
+    if (address % sizeof(uInt32) == reinterpret_cast<uintptr_t>(b) % sizeof(uInt32)) {
+        // Bytes up to the first word, words, and the bytes behind the last.
+        const unsigned long head = (0 - address) % sizeof(uInt32);
+        if (n >= head + sizeof(uInt32)) {
+            SwapWords<unsigned char>(first, second, head);
+            const unsigned long words = (n - head) & ~(sizeof(uInt32) - 1);
+            SwapWords<uInt32>(first + head, second + head, words);
+            first += head + words;
+            second += head + words;
+            n -= head + words;
+        }
+    }
+    SwapWords<unsigned char>(first, second, n);
+}
+
+MemoryCheckCallback SetMemoryCheckCallback(MemoryCheckCallback proc)
+{
+    return gMemoryCheckCallback.exchange(proc);
+}
+
+}  // extern "C"
