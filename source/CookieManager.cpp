@@ -8,6 +8,7 @@
 #include <cassert>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <mutex>
 #include <new>
 
@@ -80,6 +81,12 @@ std::atomic_ref<uInt64> AtomicInfo(unsigned char* record)
     return std::atomic_ref<uInt64>(*reinterpret_cast<uInt64*>(record));
 }
 
+// Changed under the count rights of the slot, or before the slot has a salt.
+std::atomic_ref<int32> RefCountOf(CookieSlotState* state)
+{
+    return std::atomic_ref<int32>(state->refCount);
+}
+
 // Relaxed, as LiveCookieCount only adds up numbers; changed under the jar rights.
 std::atomic_ref<uInt32> CountOf(MagicCookieJarRec* jar)
 {
@@ -107,6 +114,25 @@ unsigned char* FindCookie(const MagicCookieJarRec* jar, uInt32 cookie)
     const PouchTree& tree = jar->tree->tree;
     unsigned char* const record = tree.Find(cookie & kIndexMask);
     return record != nullptr && HoldsCookie(tree.State(record), cookie) ? record : nullptr;
+}
+
+// Whether the record is not on its way out: in a jar with reference counts, as soon as the last one is given back.
+bool IsUsable(const MagicCookieJarRec* jar, unsigned char* record)
+{
+    return jar->refCounting == 0 || RefCountOf(jar->tree->tree.State(record)).load(std::memory_order_relaxed) > 0;
+}
+
+// The record of a live cookie that may be used, or null. Needs no lock.
+unsigned char* FindUsableCookie(const MagicCookieJarRec* jar, uInt32 cookie)
+{
+    unsigned char* const record = FindCookie(jar, cookie);
+    return record != nullptr && IsUsable(jar, record) ? record : nullptr;
+}
+
+// The lock of a slot's reference count, the same for all cookies that the slot ever has; null without counts.
+ThMutex CountRightsOf(const MagicCookieJarRec* jar, uInt32 cookie)
+{
+    return jar->countRights[cookie % std::size(jar->countRights)];
 }
 
 // The accesses to info under the jar rights. Those of 8 bytes are atomic, for the readers without the lock.
@@ -152,6 +178,7 @@ uInt32 NewCookieLocked(MagicCookieJarRec* jar, const void* info, unsigned long* 
     jar->freeIndex = static_cast<uInt32>(LinkOf(state).load(std::memory_order_relaxed));
     AddToCount(jar, 1);
     StoreInfo(jar, record, info);
+    RefCountOf(state).store(jar->refCounting != 0 ? 1 : 0, std::memory_order_relaxed);
     LinkOf(state).store(-1, std::memory_order_relaxed);
     SaltOf(state).store(salt, std::memory_order_release);
     return salt << PouchTree::kIndexBits | index;
@@ -161,6 +188,7 @@ void FreeSlotLocked(MagicCookieJarRec* jar, unsigned char* record, uInt32 index)
 {
     CookieSlotState* const state = jar->tree->tree.State(record);
     SaltOf(state).store(0, std::memory_order_relaxed);
+    RefCountOf(state).store(0, std::memory_order_relaxed);
     StoreInfo(jar, record, nullptr);
     LinkOf(state).store(static_cast<int32>(jar->freeIndex), std::memory_order_relaxed);
     jar->freeIndex = index;
@@ -205,13 +233,29 @@ bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* l
     return found == count;
 }
 
-// Fills what MCNewBigJar has zeroed; false when out of memory.
-bool SetUpJar(MagicCookieJarRec* jar, uInt32 infoSize)
+bool CreateCountRights(MagicCookieJarRec* jar)
+{
+    char name[] = "refCountRights0";
+    for (ThMutex& rights : jar->countRights) {
+        if (ThMutexCreate(&rights, name) != kzErrNone) {
+            return false;
+        }
+        ++name[sizeof name - 2];
+    }
+    return true;
+}
+
+// Fills what NewJar has zeroed; false when out of memory.
+bool SetUpJar(MagicCookieJarRec* jar, uInt32 infoSize, bool refCounting)
 {
     const uInt64 recordSize = PouchTree::RecordSize(infoSize);
     if (recordSize > ~uInt32{0} || ThMutexCreate(&jar->jarRights, "JarRights") != kzErrNone) {
         return false;
     }
+    if (refCounting && !CreateCountRights(jar)) {
+        return false;
+    }
+    jar->refCounting = refCounting;
     jar->infoSize = infoSize;
     jar->recordSize = static_cast<uInt32>(recordSize);
     jar->nextSalt = std::max(MilliSecs() & kSaltMask, 1u);
@@ -243,23 +287,46 @@ void DisposeTree(JarNode* node)
     DSDisposePtr(node);
 }
 
+MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
+{
+    const auto jar = reinterpret_cast<MagicCookieJar>(DSNewHClr(sizeof(MagicCookieJarRec)));
+    if (jar != nullptr && !SetUpJar(*jar, infoSize, refCounting)) {
+        MCDisposeJar(jar);
+        return nullptr;
+    }
+    return jar;
+}
+
+// With the count rights of the cookie held, in a jar that has them.
+KzErr EndCookie(MagicCookieJarRec* jar, uInt32 cookie, void* infoOut)
+{
+    kz::ScopedLock lock(jar->jarRights);
+    unsigned char* const record = FindCookie(jar, cookie);
+    if (record == nullptr) {
+        return kzErrArgument;
+    }
+    CopyInfo(jar, record, infoOut);
+    FreeSlotLocked(jar, record, cookie & kIndexMask);
+    return kzErrNone;
+}
+
 }  // namespace
 
 extern "C" {
 
 MagicCookieJar MCNewJar(void)
 {
-    return MCNewBigJar(kAtomicInfoSize);
+    return NewJar(kAtomicInfoSize, false);
 }
 
 MagicCookieJar MCNewBigJar(uInt32 infoSize)
 {
-    const auto jar = reinterpret_cast<MagicCookieJar>(DSNewHClr(sizeof(MagicCookieJarRec)));
-    if (jar != nullptr && !SetUpJar(*jar, infoSize)) {
-        MCDisposeJar(jar);
-        return nullptr;
-    }
-    return jar;
+    return NewJar(infoSize, false);
+}
+
+MagicCookieJar MCNewRCJar(void)
+{
+    return NewJar(kAtomicInfoSize, true);
 }
 
 KzErr MCDisposeJar(MagicCookieJar jar)
@@ -304,19 +371,13 @@ KzErr MCDisposeCookie(MagicCookieJar jar, uInt32 cookie, void* infoOut)
     if (jar == nullptr) {
         return kzErrArgument;
     }
-    kz::ScopedLock lock((*jar)->jarRights);
-    unsigned char* const record = FindCookie(*jar, cookie);
-    if (record == nullptr) {
-        return kzErrArgument;
-    }
-    CopyInfo(*jar, record, infoOut);
-    FreeSlotLocked(*jar, record, cookie & kIndexMask);
-    return kzErrNone;
+    kz::ScopedLock lock(CountRightsOf(*jar, cookie));
+    return EndCookie(*jar, cookie, infoOut);
 }
 
 KzBool MCIsACookie(MagicCookieJar jar, uInt32 cookie)
 {
-    return jar != nullptr && FindCookie(*jar, cookie) != nullptr;
+    return jar != nullptr && FindUsableCookie(*jar, cookie) != nullptr;
 }
 
 KzErr MCGetCookieInfo(MagicCookieJar jar, uInt32 cookie, void* infoOut)
@@ -326,19 +387,19 @@ KzErr MCGetCookieInfo(MagicCookieJar jar, uInt32 cookie, void* infoOut)
     }
     if ((*jar)->infoSize != kAtomicInfoSize) {
         kz::ScopedLock lock((*jar)->jarRights);
-        const unsigned char* const record = FindCookie(*jar, cookie);
+        const unsigned char* const record = FindUsableCookie(*jar, cookie);
         if (record == nullptr) {
             return kzErrArgument;
         }
         CopyInfo(*jar, record, infoOut);
         return kzErrNone;
     }
-    unsigned char* const record = FindCookie(*jar, cookie);
+    unsigned char* const record = FindUsableCookie(*jar, cookie);
     if (record == nullptr) {
         return kzErrArgument;
     }
     uInt64 info = AtomicInfo(record).load(std::memory_order_acquire);
-    const bool stayed = HoldsCookie((*jar)->tree->tree.State(record), cookie);
+    const bool stayed = HoldsCookie((*jar)->tree->tree.State(record), cookie) && IsUsable(*jar, record);
     if (!stayed) {
         info = 0;
     }
@@ -352,7 +413,7 @@ KzErr MCSetCookieInfo(MagicCookieJar jar, uInt32 cookie, const void* info)
         return kzErrArgument;
     }
     kz::ScopedLock lock((*jar)->jarRights);
-    unsigned char* const record = FindCookie(*jar, cookie);
+    unsigned char* const record = FindUsableCookie(*jar, cookie);
     if (record == nullptr) {
         return kzErrArgument;
     }
@@ -362,7 +423,7 @@ KzErr MCSetCookieInfo(MagicCookieJar jar, uInt32 cookie, const void* info)
 
 KzErr MCGetCookieInfoPtr(MagicCookieJar jar, uInt32 cookie, void** out)
 {
-    unsigned char* const record = jar == nullptr ? nullptr : FindCookie(*jar, cookie);
+    unsigned char* const record = jar == nullptr ? nullptr : FindUsableCookie(*jar, cookie);
     if (out != nullptr) {
         *out = record;
     }
@@ -474,10 +535,7 @@ BaseCookieJar::~BaseCookieJar()
 KzErr BaseCookieJar::Init(unsigned int infoSize, int refCounted)
 {
     Uninit();
-    if (refCounted != 0) {
-        return kzErrNotSupported;
-    }
-    mJar = MCNewBigJar(infoSize);
+    mJar = NewJar(infoSize, refCounted != 0);
     return mJar == nullptr ? kzErrMemoryFull : kzErrNone;
 }
 
@@ -486,6 +544,46 @@ KzErr BaseCookieJar::Uninit()
     const MagicCookieJar jar = mJar;
     mJar = nullptr;
     return MCDisposeJar(jar);
+}
+
+bool BaseCookieJar::AcquireCookieRights(const unsigned int& cookie, long* infoOut)
+{
+    MagicCookieJarRec* const jar = mJar == nullptr ? nullptr : *mJar;
+    if (jar != nullptr && jar->refCounting != 0) {
+        kz::ScopedLock lock(CountRightsOf(jar, cookie));
+        if (unsigned char* const record = FindUsableCookie(jar, cookie)) {
+            // The slot stays this cookie's: without the count rights nobody disposes it.
+            const std::atomic_ref<int32> count = RefCountOf(jar->tree->tree.State(record));
+            count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+            kz::ScopedLock jarLock(jar->jarRights);
+            CopyInfo(jar, record, infoOut);
+            return true;
+        }
+    }
+    if (infoOut != nullptr) {
+        std::memset(infoOut, 0, jar == nullptr ? sizeof *infoOut : jar->infoSize);
+    }
+    return false;
+}
+
+int BaseCookieJar::ReleaseCookieRights(const unsigned int& cookie)
+{
+    MagicCookieJarRec* const jar = mJar == nullptr ? nullptr : *mJar;
+    if (jar == nullptr || jar->refCounting == 0) {
+        return 0;
+    }
+    kz::ScopedLock lock(CountRightsOf(jar, cookie));
+    unsigned char* const record = FindUsableCookie(jar, cookie);
+    if (record == nullptr) {
+        return 0;
+    }
+    const std::atomic_ref<int32> count = RefCountOf(jar->tree->tree.State(record));
+    const int32 before = count.load(std::memory_order_relaxed);
+    count.store(before - 1, std::memory_order_relaxed);
+    if (before == 1) {
+        EndCookie(jar, cookie, nullptr);
+    }
+    return before;
 }
 
 KzErr BaseCookieJar::GetCookieList(CookieList* list) const
@@ -544,6 +642,9 @@ const char* CookieJarFault(MagicCookieJar jar)
         const bool inUse = state->link == -1;
         if (inUse != (state->salt != 0) || state->salt > kSaltMask || state->link < -1) {
             fault = "a slot is neither free nor in use";
+        }
+        if (rec->refCounting == 0 || !inUse ? state->refCount != 0 : state->refCount < 1) {
+            fault = "a slot's reference count is wrong";
         }
         live += inUse;
         ++slots;

@@ -30,6 +30,9 @@ KZ_EXPORT MagicCookieJar MCNewJar(void);
 // The same with `infoSize` bytes.
 KZ_EXPORT MagicCookieJar MCNewBigJar(uInt32 infoSize);
 
+// A jar with 8 bytes of info that counts references to its cookies, see BaseCookieJar.
+KZ_EXPORT MagicCookieJar MCNewRCJar(void);
+
 // Destroys a jar that no thread uses any more, with what is still in it, which is logged at level 0. Null does
 // nothing. Always 0.
 KZ_EXPORT KzErr MCDisposeJar(MagicCookieJar jar);
@@ -106,8 +109,8 @@ public:
     BaseCookieJar(const BaseCookieJar&) = delete;
     BaseCookieJar& operator=(const BaseCookieJar&) = delete;
 
-    // Makes the jar, in place of an earlier one. kzErrMemoryFull: out of memory; kzErrNotSupported: `refCounted` is
-    // not 0.
+    // Makes the jar, in place of an earlier one, with reference counts if `refCounted` is not 0. kzErrMemoryFull: out
+    // of memory.
     KzErr Init(unsigned int infoSize, int refCounted);
 
     // Disposes the jar. Always 0.
@@ -125,6 +128,13 @@ public:
     }
     KzErr SetCookieInfo(const unsigned int& cookie, const long* info) { return MCSetCookieInfo(mJar, cookie, info); }
     unsigned int GetCookieForInfo(const long* info) const { return MCGetCookieForInfo(mJar, info); }
+
+    // In a jar with reference counts a cookie starts with one. Acquire takes another one of a cookie that has any and
+    // copies its record to `infoOut`; false, with zeros there, if it has none. Release gives one back and returns how
+    // many there were, 0 if none; with the last one the cookie ends. Without reference counts: false and 0. `infoOut`
+    // may be null, and holds a record else.
+    bool AcquireCookieRights(const unsigned int& cookie, long* infoOut);
+    int ReleaseCookieRights(const unsigned int& cookie);
 
     // Fills `list` as MCGetCookieList does; kzErrArgument for null.
     KzErr GetCookieList(CookieList* list) const;

@@ -249,9 +249,12 @@ TEST_F(CookieManager, InfoOfAnySize)
 
 TEST_F(CookieManager, OutOfMemory)
 {
-    for (const int n : {1, 2}) {  // the jar and the tree; what is left would show at the end
-        FailAllocation fail(n);
-        EXPECT_EQ(nullptr, MCNewJar());
+    for (const auto make : {&MCNewJar, &MCNewRCJar}) {
+        kztest::FaultLoop([make](auto failed) {
+            const MagicCookieJar made = make();
+            EXPECT_EQ(failed(), made == nullptr);
+            MCDisposeJar(made);
+        });
     }
     // The memory-full procedure may use the jar that the allocation was for.
     static MagicCookieJar sJar;
@@ -273,7 +276,6 @@ TEST_F(CookieManager, JarClasses)
 {
     CookieJar<const char*> typed;
     EXPECT_EQ(0u, typed.NewCookie("no jar yet"));
-    EXPECT_EQ(53, typed.Init(1));
     EXPECT_FALSE(typed.IsAValidJar());
     EXPECT_EQ(0, typed.Init());
     const unsigned cookies[] = {typed.NewCookie("text"), typed.NewCookie(nullptr)};
@@ -312,39 +314,154 @@ TEST_F(CookieManager, CookieLists)
     EXPECT_EQ(0, list.SetCount(0));
 }
 
+struct CookieModel {
+    uInt64 info;
+    int rights;
+};
+
+// One step of a random sequence on a jar and its model; all cookies that ever ended are in `stale`.
+void RandomStep(std::mt19937& random, bool counts, BaseCookieJar& jar, std::map<uInt32, CookieModel>& model,
+                std::vector<uInt32>& stale)
+{
+    long info = static_cast<long>(random());
+    if (model.empty() || random() % 3 == 0) {
+        const uInt32 cookie = jar.NewCookie(&info);
+        ASSERT_TRUE(model.emplace(cookie, CookieModel{static_cast<uInt64>(info), counts ? 1 : 0}).second);
+        return;
+    }
+    const auto entry = std::next(model.begin(), static_cast<long>(random() % model.size()));
+    auto& [known, rights] = entry->second;
+    const uInt32 cookie = entry->first;
+    bool ends = false;
+    switch (random() % 5) {
+        case 0:
+            ASSERT_EQ(0, jar.SetCookieInfo(cookie, &info));
+            known = static_cast<uInt64>(info);
+            break;
+        case 1:
+            ASSERT_EQ(0, jar.DisposeCookie(cookie, &info));
+            ASSERT_EQ(known, static_cast<uInt64>(info));
+            ends = true;
+            break;
+        case 2:
+            ASSERT_EQ(counts, jar.AcquireCookieRights(cookie, &info));
+            ASSERT_EQ(counts ? known : 0, static_cast<uInt64>(info));
+            rights += counts;
+            break;
+        case 3:
+            ASSERT_EQ(rights, jar.ReleaseCookieRights(cookie));
+            ends = rights == 1;
+            rights -= counts;
+            break;
+        default:
+            ASSERT_TRUE(jar.IsACookie(cookie));
+            ASSERT_EQ(0, jar.GetCookieInfo(cookie, &info));
+            ASSERT_EQ(known, static_cast<uInt64>(info));
+    }
+    if (ends) {
+        stale.push_back(cookie);
+        model.erase(entry);
+    }
+}
+
 TEST_F(CookieManager, RandomSequencesAgreeWithAModel)
 {
-    for (unsigned seed = 0; seed < 100; ++seed) {
+    for (unsigned seed = 0; seed < kztest::ModelSequences(); ++seed) {
+        const bool counts = seed % 2 != 0;
         std::mt19937 random(seed);
-        std::map<uInt32, uInt64> model;
+        BaseCookieJar tested;
+        ASSERT_EQ(0, tested.Init(8, counts));
+        std::map<uInt32, CookieModel> model;
         std::vector<uInt32> stale;
-        for (int step = 0; step < 400; ++step) {
-            const uInt64 info = random();
-            if (model.empty() || (random() % 3 != 0 && model.size() < 100 + seed)) {
-                ASSERT_TRUE(model.emplace(New(info), info).second);
+        for (unsigned step = 0; step < 20 + seed % 150; ++step) {
+            RandomStep(random, counts, tested, model, stale);
+            ASSERT_EQ(nullptr, kz::CookieJarFault(tested.GetJar())) << "seed " << seed << " step " << step;
+        }
+        for (const uInt32 cookie : stale) {
+            ExpectNoCookie(tested.GetJar(), cookie);
+            ASSERT_EQ(0, tested.ReleaseCookieRights(cookie));
+        }
+        CookieList list;
+        ASSERT_EQ(0, tested.GetCookieList(&list));
+        ASSERT_EQ(model.size(), static_cast<unsigned>(list.GetCount()));
+        for (int i = 0; i < list.GetCount(); ++i) {
+            ASSERT_EQ(1u, model.count(list.GetCookie(i)));
+            ASSERT_EQ(0, tested.DisposeCookie(list.GetCookie(i), nullptr));
+        }
+    }
+}
+
+TEST_F(CookieManager, ReferenceCounts)
+{
+    BaseCookieJar counting;
+    long info = 5;
+    EXPECT_FALSE(counting.AcquireCookieRights(1, &info));
+    EXPECT_EQ(0, info);
+    EXPECT_EQ(0, counting.ReleaseCookieRights(1));
+    ASSERT_EQ(0, counting.Init(8, 1));
+    info = 77;
+    const uInt32 cookie = counting.NewCookie(&info);
+    info = 0;
+    EXPECT_TRUE(counting.AcquireCookieRights(cookie, &info));
+    EXPECT_EQ(77, info);
+    EXPECT_TRUE(counting.AcquireCookieRights(cookie, nullptr));
+    EXPECT_EQ(3, counting.ReleaseCookieRights(cookie));
+    EXPECT_EQ(2, counting.ReleaseCookieRights(cookie));
+    EXPECT_TRUE(counting.IsACookie(cookie));
+    EXPECT_EQ(1, counting.ReleaseCookieRights(cookie));
+    EXPECT_EQ(0, counting.ReleaseCookieRights(cookie));
+    EXPECT_FALSE(counting.AcquireCookieRights(cookie, &info));
+    EXPECT_EQ(0, info);
+    ExpectNoCookie(counting.GetJar(), cookie);
+    const MagicCookieJar plain = MCNewRCJar();
+    EXPECT_NE(nullptr, plain);
+    MCDisposeJar(plain);
+}
+
+// Threads share one reference-counting jar: a cookie ends once, with the last of its rights, and nobody reads it after.
+TEST_F(CookieManager, RightsAcrossThreads)
+{
+    BaseCookieJar counting;
+    ASSERT_EQ(0, counting.Init(8, 1));
+    std::array<std::atomic<uInt32>, 16> shared{};
+    std::atomic<int> faults{0};
+    std::atomic<int> made{0};
+    std::atomic<int> ended{0};
+    const auto work = [&](uInt32 seed) {
+        std::mt19937 random(seed);
+        for (int i = 0; i < 20000; ++i) {
+            auto& place = shared[random() % shared.size()];
+            if (random() % 4 == 0) {
+                long info = 1234;
+                const uInt32 cookie = counting.NewCookie(&info);
+                ++made;
+                if (const uInt32 old = place.exchange(cookie)) {
+                    ended += counting.ReleaseCookieRights(old) == 1;
+                }
                 continue;
             }
-            const auto entry = std::next(model.begin(), static_cast<long>(random() % model.size()));
-            ASSERT_EQ(entry->second, InfoOf(entry->first));
-            if (random() % 4 == 0) {
-                entry->second = info;
-                ASSERT_EQ(0, MCSetCookieInfo(jar, entry->first, &info));
-            } else {
-                ASSERT_EQ(0, MCDisposeCookie(jar, entry->first, nullptr));
-                stale.push_back(entry->first);
-                model.erase(entry);
+            const uInt32 cookie = place;
+            long info = 0;
+            if (cookie != 0 && counting.AcquireCookieRights(cookie, &info)) {
+                faults += info != 1234 || !counting.IsACookie(cookie);
+                ended += counting.ReleaseCookieRights(cookie) == 1;
             }
         }
-        ASSERT_EQ(nullptr, kz::CookieJarFault(jar));
-        for (const uInt32 cookie : stale) {
-            ASSERT_FALSE(MCIsACookie(jar, cookie));
+    };
+    {
+        std::vector<std::jthread> threads;
+        for (uInt32 i = 0; i < 8; ++i) {
+            threads.emplace_back(work, i);
         }
-        const std::vector<uInt32> list = List();
-        ASSERT_EQ(model.size(), list.size());
-        for (const uInt32 cookie : list) {
-            ASSERT_EQ(1u, model.count(cookie));
-            ASSERT_EQ(0, MCDisposeCookie(jar, cookie, nullptr));
-        }
+    }
+    EXPECT_EQ(0, faults);
+    int live = 0;
+    EXPECT_EQ(0, counting.GetNumCookies(&live));
+    EXPECT_EQ(made - ended, live);
+    EXPECT_LE(live, 16);
+    EXPECT_EQ(nullptr, kz::CookieJarFault(counting.GetJar()));
+    for (const auto& cookie : shared) {
+        counting.ReleaseCookieRights(cookie);
     }
 }
 

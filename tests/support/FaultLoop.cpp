@@ -1,0 +1,88 @@
+#include "FaultLoop.h"
+
+#include <atomic>
+#include <new>
+
+#include "MemoryZone.h"
+
+namespace {
+
+constexpr int kNever = -1;
+
+std::atomic<int> gLeft{kNever};  // allocations until the one that fails; 0: it has failed
+std::atomic<bool> gForGood{false};
+std::atomic<bool> gReachesNew{false};
+
+bool NextFails()
+{
+    int left = gLeft.load();
+    while (left > 0 && !gLeft.compare_exchange_weak(left, left - 1)) {
+    }
+    return left == 1 || (left == 0 && gForGood);
+}
+
+void* Allocate(std::size_t size)
+{
+    return NextFails() ? nullptr : std::malloc(size);
+}
+
+void* New(std::size_t size)
+{
+    return gReachesNew && NextFails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
+}  // namespace
+
+namespace kztest {
+
+FailAllocation::FailAllocation(int n, Span span, Reach reach)
+{
+    gReachesNew = reach == kBlocksAndNew;
+    gForGood = span == kForGood;
+    gLeft = n;
+    kz::gAllocateProc = &Allocate;
+}
+
+FailAllocation::~FailAllocation()
+{
+    kz::gAllocateProc = &std::malloc;
+    gLeft = kNever;
+    gReachesNew = false;
+}
+
+bool FailAllocation::Happened()
+{
+    return gLeft == 0;
+}
+
+}  // namespace kztest
+
+// The library's objects are linked into the test, so these are their operators too.
+void* operator new(std::size_t size)
+{
+    void* const memory = New(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return New(size);
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, const std::nothrow_t&) noexcept
+{
+    std::free(memory);
+}
