@@ -1,6 +1,7 @@
 # The headers that are installed, each of which compiles by itself. KZCore.h includes all the others. Those that say
 # "Usable from C11" at their top compile as C11 too.
 set(KZ_PUBLIC_HEADERS
+    ATime128.h
     CfgAccess.h
     CookieManager.h
     DebugFormat.h
@@ -28,6 +29,7 @@ set(KZ_PUBLIC_HEADERS
     PlatformEvent.h
     PlatformMutex.h
     RFReadWrite.h
+    RandomGen.h
     ResFile.h
     ResFileFactory.h
     ResourceManager.h

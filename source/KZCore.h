@@ -2,6 +2,7 @@
 #ifndef KZCORE_KZCORE_H
 #define KZCORE_KZCORE_H
 
+#include "ATime128.h"
 #include "CfgAccess.h"
 #include "CookieManager.h"
 #include "DebugFormat.h"
@@ -28,6 +29,7 @@
 #include "PlatformEvent.h"
 #include "PlatformMutex.h"
 #include "RFReadWrite.h"
+#include "RandomGen.h"
 #include "ResFile.h"
 #include "ResFileFactory.h"
 #include "ResourceManager.h"

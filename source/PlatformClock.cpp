@@ -33,6 +33,15 @@ uInt64 Microseconds()
     return MonotonicTicks() / kTicksPerMicrosecond;
 }
 
+double WallClockSince2001()
+{
+    constexpr double kSecondsFrom1970To2001 = 978307200.0;
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<double>(now.tv_sec) - kSecondsFrom1970To2001 +
+           static_cast<double>(now.tv_nsec) * kSecondsPerTick;
+}
+
 TickSource SetTickSource(TickSource source)
 {
     return gTickSource.exchange(source, std::memory_order_acq_rel);

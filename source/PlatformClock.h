@@ -16,7 +16,11 @@ constexpr double kSecondsPerTick = 1e-9;
 // The same clock in microseconds.
 uInt64 Microseconds();
 
-// Puts a clock in place of the system's, null the system's back; returns the one before, null for the system's.
+// The system's clock in seconds since 1 January 2001, 00:00 UTC. It follows the user's settings and may go back.
+double WallClockSince2001();
+
+// Puts a monotonic clock in place of the system's, null the system's back; returns the one before, null for the
+// system's.
 TickSource SetTickSource(TickSource source);
 
 }  // namespace kz

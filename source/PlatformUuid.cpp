@@ -2,10 +2,13 @@
 
 #include <sys/random.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
-bool kz::PlatformUuid(uInt8 (&bytes)[16])
+namespace {
+
+bool SystemUuid(uInt8 (&bytes)[16])
 {
     uInt8 drawn[sizeof bytes];
     ssize_t got;
@@ -19,4 +22,18 @@ bool kz::PlatformUuid(uInt8 (&bytes)[16])
     drawn[8] = static_cast<uInt8>((drawn[8] & 0x3F) | 0x80);  // the variant of RFC 4122
     std::memcpy(bytes, drawn, sizeof drawn);
     return true;
+}
+
+constinit std::atomic<kz::UuidSource> gSource{&SystemUuid};
+
+}  // namespace
+
+bool kz::PlatformUuid(uInt8 (&bytes)[16])
+{
+    return gSource.load(std::memory_order_relaxed)(bytes);
+}
+
+void kz::SetUuidSource(UuidSource source)
+{
+    gSource.store(source == nullptr ? &SystemUuid : source, std::memory_order_relaxed);
 }

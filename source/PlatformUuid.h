@@ -10,6 +10,10 @@ namespace kz {
 // when the system gives no random bytes. Any thread.
 bool PlatformUuid(uInt8 (&bytes)[16]);
 
+// Puts a source in place of the system's, null the system's back; for tests of what happens without one.
+using UuidSource = bool (*)(uInt8 (&bytes)[16]);
+void SetUuidSource(UuidSource source);
+
 }  // namespace kz
 
 #endif

@@ -6,6 +6,7 @@
 #include "DebugStream.h"
 #include "KzErr.h"
 #include "PlatformUuid.h"
+#include "RandomGen.h"
 
 namespace {
 
@@ -94,7 +95,13 @@ void ZVGuidCreate(ZVGuidType* out)
         return;
     }
     uInt8 bytes[sizeof *out] = {};
-    kz::PlatformUuid(bytes);  // leaves the zeros when it fails
+    if (!kz::PlatformUuid(bytes)) {
+        double draws[2];
+        static_assert(sizeof draws == sizeof bytes);
+        RandomGen(&draws[0]);
+        RandomGen(&draws[1]);
+        std::memcpy(bytes, draws, sizeof bytes);
+    }
     std::memcpy(out, bytes, sizeof bytes);
 }
 

@@ -1,0 +1,85 @@
+#include "RandomGen.h"
+
+#include <atomic>
+#include <cmath>
+#include <mutex>
+
+#include "HiResClock.h"
+#include "KzErr.h"
+#include "ScopedLock.h"
+
+namespace {
+
+constexpr uInt32 kSeedMask = 0x3FFF;
+constexpr uInt32 kSeedFactor = 8191;
+constexpr uInt32 kSeedInsteadOfZero = 1234;
+
+// Makes sure that the first draws of several threads seed once. No ThMutex, which would need somebody to make it.
+constinit std::mutex gSeedLock;
+constinit std::atomic<bool> gSeeded{false};
+
+constinit ThMutex gRandomRights = nullptr;
+constinit uInt32 gStreams[3] = {};  // under gRandomRights
+
+void Seed(uInt32 (&streams)[3], uInt32 seed)
+{
+    streams[0] = seed == 0 ? kSeedInsteadOfZero : seed;
+    streams[1] = (streams[0] * kSeedFactor) & kSeedMask;
+    streams[2] = (streams[1] * kSeedFactor) & kSeedMask;
+}
+
+KzErr InitLocked()
+{
+    Seed(gStreams, MilliSecs() & kSeedMask);
+    const KzErr err = gRandomRights != nullptr ? kzErrNone : ThMutexCreate(&gRandomRights, "RandomGen");
+    gSeeded.store(true, std::memory_order_release);
+    return err;
+}
+
+}  // namespace
+
+KzErr InitRandomGen(void)
+{
+    std::lock_guard<std::mutex> lock(gSeedLock);
+    return InitLocked();
+}
+
+void UninitRandomGen(void)
+{
+    std::lock_guard<std::mutex> lock(gSeedLock);
+    gSeeded.store(false, std::memory_order_release);
+    ThMutexDestroy(gRandomRights);
+    gRandomRights = nullptr;
+}
+
+void RandomGen(double* out)
+{
+    if (!gSeeded.load(std::memory_order_acquire)) {
+        std::lock_guard<std::mutex> lock(gSeedLock);
+        if (!gSeeded.load(std::memory_order_relaxed)) {
+            InitLocked();
+        }
+    }
+    uInt32 drawn[3];
+    {
+        kz::ScopedLock lock(gRandomRights);
+        drawn[0] = gStreams[0] = gStreams[0] * 171 % 30269;
+        drawn[1] = gStreams[1] = gStreams[1] * 172 % 30307;
+        drawn[2] = gStreams[2] = gStreams[2] * 170 % 30323;
+    }
+    const double sum =
+        drawn[0] * 3.3037100664045725e-5 + drawn[1] * 3.2995677566238825e-5 + drawn[2] * 3.297826732183491e-5;
+    *out = sum - std::floor(sum);
+}
+
+uInt32 RandomGenInitState(uInt32 state[3])
+{
+    double value;
+    RandomGen(&value);
+    uInt32 streams[3];
+    Seed(streams, static_cast<uInt32>(30000 * value));
+    for (int i = 0; i < 3; ++i) {
+        state[i] = streams[i];
+    }
+    return state[1];
+}
