@@ -46,6 +46,7 @@ set(KZ_PUBLIC_HEADERS
     ThAtomic.h
     ThEvent.h
     ThMutex.h
+    ThTmoEvent.h
     ThreadAnnotations.h
     TrackedMalloc.h
     UnixMutexUtil.h

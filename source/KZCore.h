@@ -46,6 +46,7 @@
 #include "ThAtomic.h"
 #include "ThEvent.h"
 #include "ThMutex.h"
+#include "ThTmoEvent.h"
 #include "ThreadAnnotations.h"
 #include "TrackedMalloc.h"
 #include "UnixMutexUtil.h"

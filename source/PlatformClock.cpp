@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <cerrno>
 
 namespace {
 
@@ -40,6 +41,18 @@ double WallClockSince2001()
     clock_gettime(CLOCK_REALTIME, &now);
     return static_cast<double>(now.tv_sec) - kSecondsFrom1970To2001 +
            static_cast<double>(now.tv_nsec) * kSecondsPerTick;
+}
+
+int WaitOnCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, int32 milliseconds)
+{
+    constexpr uInt64 kTicksPerMilli = 1'000'000;
+    constexpr uInt64 kTicksPerSecond = 1'000'000'000;
+    const bool isOwnClock = gTickSource.load(std::memory_order_acquire) == nullptr;
+    const uInt64 deadline = SystemTicks() + (isOwnClock ? static_cast<uInt64>(milliseconds) : 1) * kTicksPerMilli;
+    const timespec until = {static_cast<time_t>(deadline / kTicksPerSecond),
+                            static_cast<long>(deadline % kTicksPerSecond)};
+    const int result = pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &until);
+    return result == ETIMEDOUT && !isOwnClock ? 0 : result;
 }
 
 TickSource SetTickSource(TickSource source)

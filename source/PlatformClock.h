@@ -2,6 +2,8 @@
 #ifndef KZCORE_PLATFORMCLOCK_H
 #define KZCORE_PLATFORMCLOCK_H
 
+#include <pthread.h>
+
 #include "KZTypes.h"
 
 namespace kz {
@@ -18,6 +20,11 @@ uInt64 Microseconds();
 
 // The system's clock in seconds since 1 January 2001, 00:00 UTC. It follows the user's settings and may go back.
 double WallClockSince2001();
+
+// Waits on the condition for at most that long by the monotonic clock: 0 for a wake, ETIMEDOUT, or another error
+// number. With another clock in place the time is not known to pass: it then wakes the caller every millisecond, who
+// looks at the clock himself.
+int WaitOnCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, int32 milliseconds);
 
 // Puts a monotonic clock in place of the system's, null the system's back; returns the one before, null for the
 // system's.

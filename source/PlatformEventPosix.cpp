@@ -3,6 +3,10 @@
 // other: acquire and release would let both miss. A waiter holds the mutex from raising the count until the condition
 // wait lets go of it; so a signaller that saw the waiter, and takes the mutex, signals the condition either
 // before the waiter looked at the word, which is set by then, or while it waits.
+//
+// A waiter first tries to consume a signal without the mutex, spinning a little. It is not counted yet, so a signaller
+// that does not see it leaves the signal in the word, where this waiter or a counted one finds it. When it takes a
+// signal whose signaller has woken a counted waiter, that one looks at the word, finds nothing and waits on.
 #include "PlatformEventPosix.h"
 
 #include <cerrno>
@@ -94,9 +98,17 @@ int PlatformEventPosix::WaitStep(const timespec& deadline)
     return result == ETIMEDOUT ? kWaitTimedOut : kWaitSignalled;
 }
 
+bool PlatformEventPosix::SpinForSignal()
+{
+    return mSpin.Until([this] { return mState.load(std::memory_order_relaxed) == kSignalled && ConsumeSignal(); });
+}
+
 int PlatformEventPosix::Wait(int milliseconds)
 {
     int result = kWaitSignalled;
+    if (ConsumeSignal() || (milliseconds != 0 && SpinForSignal())) {
+        return result;
+    }
     pthread_mutex_lock(&mMutex);
     mWaiters.fetch_add(1);
     if (!ConsumeSignal()) {

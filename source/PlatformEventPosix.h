@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "PlatformEvent.h"
+#include "Spin.h"
 
 class PlatformEventPosix final : public PlatformEvent {
 public:
@@ -23,12 +24,14 @@ public:
 
 private:
     bool ConsumeSignal();
+    bool SpinForSignal();
     int WaitStep(const timespec& deadline);
 
     std::atomic<int32> mWaiters{0};
     std::atomic<int32> mState{1};
     pthread_cond_t mCondition{};
     pthread_mutex_t mMutex{};
+    kz::AdaptiveSpin mSpin;
 };
 
 #endif

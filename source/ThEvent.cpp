@@ -1,5 +1,6 @@
 #include "ThEvent.h"
 
+#include <atomic>
 #include <memory>
 #include <new>
 
@@ -12,6 +13,9 @@ namespace {
 constexpr char kModule[] = "source/ThEvent";
 
 constexpr uInt32 kEventVerifier = kz::FourCharCode("Evnt");
+
+// Relaxed: a number for comparisons while nothing runs, which orders nothing.
+constinit std::atomic<int32> gLiveEvents{0};
 
 }  // namespace
 
@@ -69,7 +73,13 @@ ThEvent ThEventAdopt(PlatformEvent* platform)
         return nullptr;
     }
     event->platform = platform;
+    gLiveEvents.fetch_add(1, std::memory_order_relaxed);
     return event.release();
+}
+
+int32 LiveEventCount()
+{
+    return gLiveEvents.load(std::memory_order_relaxed);
 }
 
 }  // namespace kz
@@ -108,6 +118,7 @@ void ThEventDestroy(ThEvent event)
         KZ_REPORT(kDbgError, 0x48AF6D20) << "DestroyPlatformEvent failed with KzErr " << result;
     }
     delete event;
+    gLiveEvents.fetch_sub(1, std::memory_order_relaxed);
 }
 
 int32 ThEventSignal(ThEvent event)

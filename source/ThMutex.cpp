@@ -9,7 +9,9 @@
 #include <new>
 
 #include "KzErr.h"
+#include "LockOrder.h"
 #include "Report.h"
+#include "Spin.h"
 #include "ThEvent.h"
 
 namespace {
@@ -19,26 +21,31 @@ constexpr char kModule[] = "source/ThMutex";
 constexpr uInt32 kMutexVerifier = kz::FourCharCode("Mutx");
 constexpr int32 kFree = -1;
 
+// Relaxed: a number for comparisons while nothing runs, which orders nothing.
+constinit std::atomic<int32> gLiveMutexes{0};
+
 #ifdef NDEBUG
 
 // Release builds don't ask who holds a lock.
 class OwnerCheck {
 public:
-    void BeforeTake() const {}
+    void BeforeTake(const void* /*mutex*/) const {}
     void Taken() const {}
-    bool LeaveTellsForeigner() const { return false; }
+    bool LeaveTellsForeigner(const void* /*mutex*/) const { return false; }
+    static void Destroyed(const void* /*mutex*/) {}
     static void ReportForeigner() {}
 };
 
 #else
 
-// Knows which thread holds the lock. Each thread is told by the address of a variable of its own. Relaxed: a thread
-// only ever asks whether the value is its own, which no other thread stores.
+// Knows which thread holds the lock, and tells the recorder of lock orders. Each thread is told by the address of a
+// variable of its own. Relaxed: a thread only ever asks whether the value is its own, which no other thread stores.
 class OwnerCheck {
 public:
     // A debug output handler may itself take locks, this one too: that must not be reported in turn, endlessly.
-    void BeforeTake() const
+    void BeforeTake(const void* mutex)
     {
+        kz::LockOrderTake(mutex);
         if (mOwner.load(std::memory_order_relaxed) != &tSelf || tSelf.reporting) {
             return;
         }
@@ -50,12 +57,15 @@ public:
     void Taken() { mOwner.store(&tSelf, std::memory_order_relaxed); }
 
     // True if the lock is about to be released by a thread that does not hold it.
-    bool LeaveTellsForeigner()
+    bool LeaveTellsForeigner(const void* mutex)
     {
+        kz::LockOrderRelease(mutex);
         const bool isForeigner = mOwner.load(std::memory_order_relaxed) != &tSelf;
         mOwner.store(nullptr, std::memory_order_relaxed);
         return isForeigner;
     }
+
+    static void Destroyed(const void* mutex) { kz::LockOrderForget(mutex); }
 
     // To be called when the lock is no longer held: a handler may take it.
     static void ReportForeigner()
@@ -80,6 +90,7 @@ struct ThMutexRec {
     std::atomic<int32> count{kFree};
     ThEvent event = nullptr;
     uInt32 verifier = kMutexVerifier;
+    kz::AdaptiveSpin spin;
     [[no_unique_address]] OwnerCheck owner;
 };
 static_assert(std::atomic<int32>::is_always_lock_free);
@@ -95,6 +106,7 @@ KzErr ThMutexCreate(ThMutex* out, const char* /*name*/)
         return kzErrMemoryFull;
     }
     *out = mutex.release();
+    gLiveMutexes.fetch_add(1, std::memory_order_relaxed);
     return kzErrNone;
 }
 
@@ -107,8 +119,10 @@ void ThMutexDestroy(ThMutex mutex)
         KZ_REPORT(kDbgError, 0xB05C2E97) << "bad mutex verifier in ThMutexDestroy";
         return;
     }
+    mutex->owner.Destroyed(mutex);
     ThEventDestroy(mutex->event);
     delete mutex;
+    gLiveMutexes.fetch_sub(1, std::memory_order_relaxed);
 }
 
 void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
@@ -116,7 +130,10 @@ void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
     if (mutex == nullptr) {
         return;
     }
-    mutex->owner.BeforeTake();
+    mutex->owner.BeforeTake(mutex);
+    if (mutex->count.load(std::memory_order_relaxed) != kFree) {
+        mutex->spin.Until([mutex] { return mutex->count.load(std::memory_order_relaxed) == kFree; });
+    }
     if (mutex->count.fetch_add(1, std::memory_order_acq_rel) != kFree) {
         ThEventWait(mutex->event);
     }
@@ -128,7 +145,7 @@ void ThMutexRelease(ThMutex mutex) KZ_NO_THREAD_CHECK
     if (mutex == nullptr) {
         return;
     }
-    const bool isForeigner = mutex->owner.LeaveTellsForeigner();
+    const bool isForeigner = mutex->owner.LeaveTellsForeigner(mutex);
     if (mutex->count.fetch_sub(1, std::memory_order_acq_rel) != 0) {
         ThEventSignal(mutex->event);
     }
@@ -138,6 +155,11 @@ void ThMutexRelease(ThMutex mutex) KZ_NO_THREAD_CHECK
 }
 
 namespace kz {
+
+int32 LiveMutexCount()
+{
+    return gLiveMutexes.load(std::memory_order_relaxed);
+}
 
 int32 ThMutexCount(ThMutex mutex)
 {

@@ -1,8 +1,9 @@
 // Counting locks, for every lock of the library. Usable from C11 and C++20.
 //
 // A null ThMutex is valid everywhere and means nothing to lock. A lock is not recursive: a second take by the thread
-// that holds it waits for ever; debug builds report it at level 3 first. No order is promised among waiters. Taking
-// and releasing a lock that nobody else wants is one atomic addition each, without a system call.
+// that holds it waits for ever; debug builds report it at level 3 first, and also locks that threads take in orders
+// that could make them wait for each other. No order is promised among waiters. Taking and releasing a lock that nobody
+// else wants is one atomic addition each, without a system call.
 #ifndef KZCORE_THMUTEX_H
 #define KZCORE_THMUTEX_H
 
@@ -54,6 +55,9 @@ namespace kz {
 
 // The lock's count at this moment: -1 free, 0 held, n held with n waiters. Not for null.
 int32 ThMutexCount(ThMutex mutex);
+
+// The locks that exist.
+int32 LiveMutexCount();
 
 }  // namespace kz
 #endif

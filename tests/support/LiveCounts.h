@@ -9,6 +9,8 @@
 #include "CookieManager.h"
 #include "MemoryManager.h"
 #include "PathItemStorage.h"
+#include "ThEvent.h"
+#include "ThMutex.h"
 
 namespace kztest {
 
@@ -18,6 +20,9 @@ struct LiveCounts {
     long cookies;
     long pathElements;
     long descriptors;
+    long locks;
+    long events;
+    long threads;
 
     bool operator==(const LiveCounts&) const = default;
 };
@@ -25,15 +30,24 @@ struct LiveCounts {
 inline std::ostream& operator<<(std::ostream& out, const LiveCounts& counts)
 {
     return out << counts.handles << " handles, " << counts.pointers << " pointers, " << counts.cookies << " cookies, "
-               << counts.pathElements << " path elements, " << counts.descriptors << " descriptors";
+               << counts.pathElements << " path elements, " << counts.descriptors << " descriptors, " << counts.locks
+               << " locks, " << counts.events << " events, " << counts.threads << " threads";
 }
 
 inline LiveCounts CountLive()
 {
-    namespace fs = std::filesystem;
-    return {static_cast<long>(kz::LiveHandleCount()), static_cast<long>(kz::LivePointerCount()),
-            static_cast<long>(kz::LiveCookieCount()), static_cast<long>(kz::LivePathElementCount()),
-            static_cast<long>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()))};
+    const auto entriesOf = [](const char* folder) {
+        namespace fs = std::filesystem;
+        return static_cast<long>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+    };
+    return {static_cast<long>(kz::LiveHandleCount()),
+            static_cast<long>(kz::LivePointerCount()),
+            static_cast<long>(kz::LiveCookieCount()),
+            static_cast<long>(kz::LivePathElementCount()),
+            entriesOf("/proc/self/fd"),
+            static_cast<long>(kz::LiveMutexCount()),
+            static_cast<long>(kz::LiveEventCount()),
+            entriesOf("/proc/self/task")};
 }
 
 }  // namespace kztest

@@ -1,0 +1,138 @@
+#include "ThTmoEvent.h"
+
+#include <pthread.h>
+
+#include <cerrno>
+
+#include "HiResClock.h"
+#include "KzErr.h"
+#include "MemoryManager.h"
+#include "PlatformClock.h"
+#include "Report.h"
+#include "UnixMutexUtil.h"
+
+struct ThTmoEventRec {
+    uInt32 verifier;
+    uInt32 time;  // under the mutex
+    pthread_mutex_t mutex;
+    pthread_cond_t condition;
+};
+
+namespace {
+
+constexpr char kModule[] = "source/ThTmoEvent";
+
+constexpr uInt32 kTmoEventVerifier = kz::FourCharCode("TmEv");
+
+bool IsTmoEvent(ThTmoEvent event)
+{
+    if (event->verifier != kTmoEventVerifier) {
+        KZ_REPORT(kDbgFatal, 0x2BC8046F);
+        return false;
+    }
+    return true;
+}
+
+class Locked {
+public:
+    explicit Locked(ThTmoEvent event) : mMutex(&event->mutex) { pthread_mutex_lock(mMutex); }
+    ~Locked() { pthread_mutex_unlock(mMutex); }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+private:
+    pthread_mutex_t* const mMutex;
+};
+
+// One wait with the mutex held, without a limit for the time 0. 0 for a wake.
+int WaitOnce(ThTmoEvent event, int32 millisecondsLeft)
+{
+    return event->time == 0 ? pthread_cond_wait(&event->condition, &event->mutex)
+                            : kz::WaitOnCondition(&event->condition, &event->mutex, millisecondsLeft);
+}
+
+}  // namespace
+
+KzErr ThTmoEventCreate(ThTmoEvent* out)
+{
+    if (out == nullptr) {
+        return kzErrArgument;
+    }
+    *out = nullptr;
+    auto* const event = static_cast<ThTmoEvent>(DSNewPClr(sizeof(ThTmoEventRec)));
+    if (event == nullptr) {
+        return kzErrMemoryFull;
+    }
+    event->verifier = kTmoEventVerifier;
+    if (kzcore_pthread_mutex_init(&event->mutex) != 0) {
+        KZ_REPORT(kDbgFatal, 0xD96F51A8) << "Bad mutex init";
+        DSDisposePtr(event);
+        return kzErrMemoryFull;
+    }
+    if (kzcore_pthread_cond_init(&event->condition) != 0) {
+        KZ_REPORT(kDbgFatal, 0x6704EB93) << "Bad condition variable init";
+        pthread_mutex_destroy(&event->mutex);
+        DSDisposePtr(event);
+        return kzErrMemoryFull;
+    }
+    *out = event;
+    return kzErrNone;
+}
+
+void ThTmoEventDestroy(ThTmoEvent event)
+{
+    if (event == nullptr) {
+        KZ_REPORT(kDbgError, 0xF1432D7C) << "Bad ThTmoEvent in ThTmoEventDestroy()";
+        return;
+    }
+    if (!IsTmoEvent(event)) {
+        return;
+    }
+    pthread_cond_destroy(&event->condition);
+    pthread_mutex_destroy(&event->mutex);
+    event->verifier = 0;
+    DSDisposePtr(event);
+}
+
+void ThTmoEventChangeTmo(ThTmoEvent event, uInt32 absoluteMs)
+{
+    if (event == nullptr || !IsTmoEvent(event)) {
+        return;
+    }
+    const Locked lock(event);
+    if (event->time != absoluteMs) {
+        event->time = absoluteMs;
+        pthread_cond_signal(&event->condition);
+    }
+}
+
+uInt32 ThTmoEventGetTmo(ThTmoEvent event)
+{
+    if (event == nullptr || !IsTmoEvent(event)) {
+        return 0;
+    }
+    const Locked lock(event);
+    return event->time;
+}
+
+void ThTmoEventWait(ThTmoEvent event)
+{
+    if (event == nullptr || !IsTmoEvent(event)) {
+        return;
+    }
+    const Locked lock(event);
+    for (;;) {
+        const int32 left = event->time == 0 ? 0 : MillisecCmp(event->time, MilliSecs());
+        if (event->time != 0 && left <= 0) {
+            return;
+        }
+        const int result = WaitOnce(event, left);
+        if (result == ETIMEDOUT) {
+            return;
+        }
+        if (result != 0 && result != EINTR) {
+            KZ_REPORT(kDbgFatal, 0x389E70B5) << "unknown cond_wait result " << result;
+            return;
+        }
+    }
+}
