@@ -84,7 +84,7 @@ bool Has(const std::atomic<uInt32>& family, uInt32 bits)
 }
 
 // Bytes that may be poisoned, one by one: no library call may touch them.
-KZ_READS_POISON void ReadPoisoned(const unsigned char* from, unsigned char* to, unsigned long n)
+KZ_TOUCHES_POISON void ReadPoisoned(const unsigned char* from, unsigned char* to, unsigned long n)
 {
     kz::RevealMemory(from, n);
     for (unsigned long i = 0; i < n; ++i) {

@@ -16,10 +16,10 @@
 
 #if defined(KZ_ASAN)
 #include <sanitizer/asan_interface.h>
-// A function that reads poisoned bytes on purpose.
-#define KZ_READS_POISON __attribute__((no_sanitize("address")))
+// A function that touches poisoned bytes on purpose.
+#define KZ_TOUCHES_POISON __attribute__((no_sanitize("address")))
 #else
-#define KZ_READS_POISON
+#define KZ_TOUCHES_POISON
 #endif
 #if defined(KZ_VALGRIND)
 #include <valgrind/memcheck.h>

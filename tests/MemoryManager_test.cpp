@@ -1,8 +1,6 @@
 #include "MemoryManager.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -17,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "ChildTest.h"
 #include "HandleAllocationInterface.h"
 #include "HandleLayout.h"
 #include "MemoryZone.h"
@@ -672,21 +671,6 @@ TEST_F(MemoryService, StartWithoutMemory)
     MemoryManagerService()->Uninit();
 }
 
-// What a process started with this ZVHandleCheck works with.
-int LevelOfChild(const char* setting)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        setting == nullptr ? unsetenv("ZVHandleCheck") : setenv("ZVHandleCheck", setting, 1);
-        execl("/proc/self/exe", "kz_memory_tests", "--gtest_filter=HandleCheckChild.DISABLED_ExitsWithItsLevel",
-              "--gtest_also_run_disabled_tests", "--gtest_brief=1", nullptr);
-        _exit(1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) - 10 : -1;
-}
-
 TEST(HandleCheckChild, DISABLED_ExitsWithItsLevel)
 {
     kztest::ReportCatcher reports;
@@ -705,55 +689,9 @@ TEST(HandleCheckChild, EnvironmentSetsTheCheckLevel)
     } cases[] = {{nullptr, 2}, {"all", 2}, {"2", 2},    {"resize", 1}, {"1", 1},
                  {"", 0},      {"off", 0}, {"none", 0}, {"0", 0},      {"what", 2}};
     for (const auto& c : cases) {
-        EXPECT_EQ(c.level, LevelOfChild(c.setting)) << (c.setting ? c.setting : "(not set)");
-    }
-}
-
-// One random change of `handles`, done to the model too.
-void RandomStep(std::mt19937& random, std::map<UHandle, Bytes>& handles)
-{
-    const auto below = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
-    const unsigned long size = below(80) == 0 ? 1000000 + below(100000) : below(3000);
-    const unsigned long alignment = 1ul << below(14);
-    const unsigned long offset = below(300);
-    if (handles.size() < 3 || below(4) == 0) {
-        UHandle made = below(2) ? DSNewHClr(size) : DSNewAlignedHClr(size, alignment, offset);
-        ASSERT_TRUE(handles.emplace(made, Bytes(size, 0)).second);
-        return;
-    }
-    const auto entry = std::next(handles.begin(), below(static_cast<unsigned>(handles.size())));
-    auto& [handle, model] = *entry;
-    ASSERT_EQ(model, ContentOf(handle));
-    switch (below(4)) {
-        case 0:
-            ASSERT_EQ(0, DSDisposeHandle(handle));
-            handles.erase(entry);
-            break;
-        case 1:
-            model.assign(model.size(), static_cast<unsigned char>(random()));
-            MoveBlock(model.data(), *handle, model.size());
-            break;
-        default:
-            ASSERT_EQ(0, below(2) ? DSSetHSzClr(handle, size) : DSSetAlignedHSzClr(handle, size, alignment, offset));
-            model.resize(size);
-    }
-}
-
-TEST_F(MemoryManager, RandomSequencesAgreeWithAModel)
-{
-    for (unsigned seed = 0; seed < 40; ++seed) {
-        std::mt19937 random(seed);
-        std::map<UHandle, Bytes> handles;
-        for (int step = 0; step < 150; ++step) {
-            RandomStep(random, handles);
-            ASSERT_FALSE(HasFatalFailure()) << "seed " << seed << " step " << step;
-        }
-        ASSERT_EQ(handles.size(), kz::LiveHandleCount());
-        ASSERT_EQ(nullptr, kz::MemoryFault());
-        for (const auto& [handle, model] : handles) {
-            ASSERT_EQ(model, ContentOf(handle));
-            DSDisposeHandle(handle);
-        }
+        const int exitCode =
+            kztest::RunChildTests("HandleCheckChild.DISABLED_ExitsWithItsLevel", {{"ZVHandleCheck", c.setting}});
+        EXPECT_EQ(c.level, exitCode - 10) << (c.setting ? c.setting : "(not set)");
     }
 }
 

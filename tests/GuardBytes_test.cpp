@@ -1,0 +1,281 @@
+#include "GuardBytes.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "BufferCache.h"
+#include "ChildTest.h"
+#include "MemoryManager.h"
+#include "MemoryPoison.h"
+#include "MemoryZone.h"
+#include "ReportCatcher.h"
+#include "RunningMemory.h"
+#include "TrackedMalloc.h"
+
+namespace {
+
+struct Failure {
+    const void* ptr;
+    int32 type;
+    std::string version;
+};
+std::vector<Failure> gFailures;
+
+// What was told since the last call: '-' for nothing, else the type's digit.
+char Told()
+{
+    const char told = gFailures.size() == 1 ? static_cast<char>('0' + gFailures[0].type)
+                      : gFailures.empty()   ? '-'
+                                            : '+';
+    gFailures.clear();
+    return told;
+}
+
+// Guards are poisoned where a checker watches them; a stray write is what they are tested with.
+KZ_TOUCHES_POISON void Poke(void* at, const char* bytes)
+{
+    for (volatile char* to = static_cast<char*>(at); *bytes != 0; ++bytes, ++to) {
+        *to = *bytes;
+    }
+}
+
+KZ_TOUCHES_POISON std::string Peek(const void* at, int n)
+{
+    std::string bytes;
+    for (const volatile char* from = static_cast<const char*>(at); n > 0; --n, ++from) {
+        bytes += *from;
+    }
+    return bytes;
+}
+
+// Damages the guards of `size` bytes at `data` in each way there is, and hands what a check must tell to `check`, with
+// the data whole again behind it.
+template <typename Check>
+void WithEachDamage(unsigned char* data, unsigned long size, Check check)
+{
+    const struct {
+        long before;        // where to poke, -1 for not there
+        const char* front;  // in the guard before the data
+        const char* back;   // in the guard behind
+        char told;
+        const char* version;
+    } kDamages[] = {
+        {7, "x", nullptr, '0', ""}, {0, "x", nullptr, '0', ""}, {3, "13", nullptr, '0', ""},
+        {0, nullptr, "x", '1', ""}, {5, nullptr, "x", '1', ""}, {3, nullptr, "15", '0', ""},
+        {3, "13", "13", '2', "13"},
+    };
+    for (const auto& damage : kDamages) {
+        SCOPED_TRACE(damage.told + std::to_string(damage.before));
+        if (damage.front != nullptr) {
+            Poke(data - 8 + damage.before, damage.front);
+        }
+        if (damage.back != nullptr) {
+            Poke(data + size + damage.before, damage.back);
+        }
+        gFailures.clear();
+        check(damage.told, std::string(damage.version));
+        Poke(data - 8, "ZOR14MEM");
+        Poke(data + size, "ZOR14MEM");
+    }
+}
+
+class GuardBytesChild : public testing::Test {
+protected:
+    GuardBytesChild()
+    {
+        SetGuardByteCheckFailedProc([](const void* ptr, int32 type, const char* version) {
+            gFailures.push_back({ptr, type, version == nullptr ? "" : version});
+        });
+    }
+
+    kztest::ReportCatcher reports;
+    kztest::RunningMemory memory;
+};
+
+// The words that the environment has set are those of KZ_EXPECTED: handles, pointers, TrackedMalloc, disabled.
+TEST_F(GuardBytesChild, DISABLED_WordsAsExpected)
+{
+    char words[40];
+    std::snprintf(words, sizeof words, "%u %u %u %d", kz::gGuardBytes_Handle.load(), kz::gGuardBytes_Ptr.load(),
+                  kz::gGuardBytes_NewDelete.load(), kz::gGuardBytes_InitializedAndDisabled.load() ? 1 : 0);
+    EXPECT_STREQ(std::getenv("KZ_EXPECTED"), words);
+    const bool all = std::strchr(words, '0') == nullptr || std::string(words).find("0 ") == std::string::npos;
+    const std::string before(words, 5);
+    EXPECT_EQ(all, ConfigGuardBytes(0) != 0);
+    EXPECT_FALSE(ShouldCheckHandleGuardBytes());
+    EXPECT_EQ(all, ConfigGuardBytes(1) != 0);
+    std::snprintf(words, sizeof words, "%u %u %u", kz::gGuardBytes_Handle.load(), kz::gGuardBytes_Ptr.load(),
+                  kz::gGuardBytes_NewDelete.load());
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        EXPECT_EQ(before[i] == '3' ? '7' : before[i], words[i]) << "only what writes guards can check them";
+    }
+    EXPECT_EQ(kz::gGuardBytes_NewDelete.load() != 0 ? 24u : 0u, GetAllNewDeleteGuardsSize());
+}
+
+// KZ_CHECKED: "1" where each use is checked, "0" where guards are only written.
+TEST_F(GuardBytesChild, DISABLED_DamageIsFound)
+{
+    const bool checks = std::getenv("KZ_CHECKED")[0] == '1';
+    // 12: data at 4 modulo 8; 2000 and 5000000: aligned blocks.
+    for (const unsigned long size : {0ul, 12ul, 13ul, 2000ul, 5000000ul}) {
+        UHandle handle = DSNewHClr(size);
+        DSSetHandleSize(handle, size + 40);
+        DSSetHandleSize(handle, size);
+        unsigned char* const data = *handle;
+        EXPECT_EQ("ZOR14MEM", Peek(data - 8, 8));
+        EXPECT_EQ("ZOR14MEM", Peek(data + size, 8));
+        WithEachDamage(data, size, [&](char told, const std::string& version) {
+            EXPECT_FALSE(DSCheckHandleGuardBytes(handle));
+            ASSERT_EQ(1u, gFailures.size());
+            EXPECT_EQ(data, gFailures[0].ptr);
+            EXPECT_EQ(version, gFailures[0].version);
+            EXPECT_EQ(told, Told());
+            EXPECT_STREQ("a handle's guards are damaged", kz::MemoryFault());
+            const KzErr expected = checks ? 3 : 0;
+            EXPECT_EQ(expected, DSCheckHandle(handle));
+            EXPECT_EQ(expected, AZCheckHandle(handle));
+            EXPECT_EQ(checks ? 0 : size, DSGetHandleSize(handle));
+            EXPECT_TRUE(IsDSHandle(handle));
+            EXPECT_EQ(checks ? nullptr : handle, DSRecoverHandle(data));
+            if (checks) {
+                EXPECT_EQ(3, DSDisposeHandle(handle));
+                EXPECT_EQ(3, DSSetHandleSize(handle, 1));
+                EXPECT_EQ(data, *handle) << "a block that fails is left alone";
+            }
+            EXPECT_EQ(checks ? 6u : 0u, gFailures.size());
+            reports.TakeAll();
+        });
+        EXPECT_EQ(0, DSDisposeHandle(handle));
+    }
+    auto* const ptr = static_cast<unsigned char*>(DSNewPClr(10));
+    WithEachDamage(ptr, 10, [&](char told, const std::string&) {
+        EXPECT_FALSE(DSCheckPtrGuardBytes(ptr));
+        EXPECT_EQ(told, Told());
+        EXPECT_EQ(checks ? 3 : 0, DSCheckPtr(ptr));
+        EXPECT_EQ(checks ? told : '-', Told());
+        if (checks) {
+            EXPECT_EQ(3, AZDisposePtr(ptr));
+        }
+    });
+    EXPECT_EQ(0, DSDisposePtr(ptr));
+    gFailures.clear();
+    auto* const tracked = static_cast<unsigned char*>(TrackedMalloc(3));
+    EXPECT_EQ(tracked - 16, GetOrigNewDeletePtrFromGuardedPtr(tracked));
+    Poke(tracked + 3, "x");
+    TrackedFree(tracked);  // told, and freed all the same
+    EXPECT_EQ(checks ? '1' : '-', Told());
+}
+
+TEST_F(GuardBytesChild, DISABLED_GuardsSurviveTheCache)
+{
+    UHandle handle = DSNewHandleCache(20000);
+    unsigned char* const data = *handle;
+    DSDisposeHandleCache(handle);
+    Poke(data + 20000, "x");
+    EXPECT_STREQ("a kept block's guards are damaged", kz::BufferCacheFault());
+    Poke(data + 20000, "Z");
+    handle = DSNewHClrCache(20000);
+    EXPECT_EQ(data, *handle);
+    EXPECT_EQ(0, DSCheckHandle(handle));
+    EXPECT_EQ(0, DSDisposeHandle(handle));
+}
+
+TEST(GuardBytes, EnvironmentSettings)
+{
+    const struct {
+        const char* all;
+        const char* handle;
+        const char* ptr;
+        const char* newDelete;
+        const char* expected;
+    } cases[] = {
+        {nullptr, nullptr, nullptr, nullptr, "0 0 0 1"},
+        {"off", nullptr, nullptr, nullptr, "0 0 0 1"},
+        {"alloc", nullptr, nullptr, nullptr, "3 3 3 0"},
+        {"check", nullptr, nullptr, nullptr, "7 7 7 0"},
+        {"what", nullptr, nullptr, nullptr, "0 0 0 1"},
+        {"check", nullptr, "off", nullptr, "7 0 7 0"},
+        {"check", "what", nullptr, "alloc", "0 7 3 0"},
+        {nullptr, nullptr, nullptr, "alloc", "0 0 3 1"},
+        {nullptr, nullptr, nullptr, "check", "0 0 7 0"},
+        {"off", "alloc", nullptr, nullptr, "3 0 0 0"},
+        {"", "off", "check", "", "0 7 0 0"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(0, kztest::RunChildTests("GuardBytesChild.DISABLED_WordsAsExpected",
+                                           {{"ZVGuardBytes", c.all},
+                                            {"ZVGuardBytes_Handle", c.handle},
+                                            {"ZVGuardBytes_Ptr", c.ptr},
+                                            {"ZVGuardBytes_NewDelete", c.newDelete},
+                                            {"KZ_EXPECTED", c.expected}}))
+            << c.expected;
+    }
+}
+
+TEST(GuardBytes, DamageIsFoundAtEachUseOrWhenAskedFor)
+{
+    constexpr char kChild[] = "GuardBytesChild.DISABLED_DamageIsFound";
+    EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "check"}, {"KZ_CHECKED", "1"}}));
+    EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "alloc"}, {"KZ_CHECKED", "0"}}));
+    EXPECT_EQ(0, kztest::RunChildTests("GuardBytesChild.DISABLED_GuardsSurviveTheCache", {{"ZVGuardBytes", "check"}}));
+}
+
+TEST(GuardBytes, OffByDefault)
+{
+    kztest::ReportCatcher reports;
+    kztest::RunningMemory memory;
+    EXPECT_EQ(0u, GetOneHandleGuardSize() + GetAllPtrGuardsSize() + GetAllNewDeleteGuardsSize());
+    EXPECT_FALSE(ConfigGuardBytes(1));
+    EXPECT_FALSE(ShouldCheckHandleGuardBytes());
+    char block[4];
+    EXPECT_EQ(block, InitPtrGuards(block, 4));
+    EXPECT_EQ(block, GetOrigPtrFromGuardedPtr(InitNewDeleteGuards(block, 4)));
+    EXPECT_TRUE(CheckHandleGuards(nullptr) && CheckPtrGuards(nullptr) && CheckNewDeleteGuards(nullptr) &&
+                DSCheckPtrGuardBytes(nullptr));
+    EXPECT_TRUE(reports.TakeAll().empty());
+    EXPECT_FALSE(DSCheckHandleGuardBytes(nullptr));
+    EXPECT_TRUE(reports.Take(kDbgError, "NULL handle passed to DSCheckHandleGuardBytes"));
+    EXPECT_FALSE(CheckGuards(nullptr, 0));
+    EXPECT_TRUE(reports.Take(kDbgError, "NULL ptr passed to CheckGuards"));
+    TrackedFree(nullptr);
+    TrackedFree(TrackedMalloc(0));
+}
+
+TEST(GuardBytes, StandardReports)
+{
+    kztest::ReportCatcher reports;
+    const void* const ptr = reinterpret_cast<const void*>(0x1234);
+    for (const int32 type : {0, 1, 2, 3}) {
+        ReportGuardByteCheckFailed(ptr, type, "13");
+    }
+    const GuardByteCheckFailedProc standard = SetGuardByteCheckFailedProc(nullptr);
+    EXPECT_EQ(&StandardGuardByteCheckFailedProc, standard);
+    ReportGuardByteCheckFailed(ptr, 0, nullptr);
+    SetGuardByteCheckFailedProc(standard);
+    for (const char* text : {"Memory corruption detected:  buffer underrun at pointer 0x0000000000001234",
+                             "Memory corruption detected:  buffer overrun at pointer 0x0000000000001234",
+                             "Memory misuse detected:  buffer at 0x0000000000001234 was passed from Zorvane version 13",
+                             "Unknown guard byte violation", "No guard byte check failed reporting proc installed!"}) {
+        EXPECT_TRUE(reports.Take(kDbgError, text)) << text;
+    }
+}
+
+#if defined(KZ_ASAN)
+TEST(GuardBytesDeathTest, TheSanitizerCatchesStrayWritesIntoTheCache)
+{
+    kztest::ReportCatcher reports;
+    kztest::RunningMemory memory;
+    UHandle const handle = DSNewHandleCache(20001);
+    unsigned char* const data = *handle;
+    DSDisposeHandleCache(handle);
+    EXPECT_DEATH(data[0] = 1, "use-after-poison");
+    EXPECT_DEATH(data[19999] = 1, "use-after-poison");
+}
+#endif
+
+}  // namespace
