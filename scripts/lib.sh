@@ -25,12 +25,19 @@ declare -A kz_package=(
     [/usr/include/gtest/gtest.h]=libgtest-dev
     [/usr/include/benchmark/benchmark.h]=libbenchmark-dev
     [/usr/include/sqlite3.h]=libsqlite3-dev
+    [/usr/include/absl/base/config.h]=libabsl-dev
+    [/usr/include/fmt/format.h]=libfmt-dev
+    [/usr/include/spdlog/spdlog.h]=libspdlog-dev
+    ["/usr/lib/$(uname -m)-linux-gnu/libmimalloc.so.2"]=libmimalloc2.0
+    ["/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2"]=libjemalloc2
     [$kz_fuzzer_runtime]=libclang-rt-14-dev
 )
 kz_build_needs=(g++-12 cmake ninja)
 kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h)
 kz_check_needs=(nm python3 clang-format-14)
-kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/include/sqlite3.h)
+kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/include/sqlite3.h
+    /usr/include/absl/base/config.h /usr/include/fmt/format.h /usr/include/spdlog/spdlog.h
+    "/usr/lib/$(uname -m)-linux-gnu/libmimalloc.so.2" "/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2")
 kz_fuzz_needs=(clang++-14 cmake ninja "$kz_fuzzer_runtime")
 
 # kz_need WHAT...: installs the packages of those that are missing; touches nothing when all are there.
