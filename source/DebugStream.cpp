@@ -84,14 +84,6 @@ void WriteClash(const StackChain& stack, int32 failedCheckouts)
     }
 }
 
-template <typename T>
-void AppendInteger(DebugStream& stream, T value)
-{
-    char text[24];
-    const std::to_chars_result result = std::to_chars(text, text + sizeof text, value);
-    stream.Append(text, result.ptr);
-}
-
 }  // namespace
 
 DebugStream::DebugStream(const char* file, int line, const char* versionId, _DebugOutputLevel level)
@@ -109,29 +101,6 @@ DebugStream::DebugStream(const char* file, int line, const char* versionId, _Deb
     mCursor = mText;
     mEnd = mText + kTextSize - 1;
     *mText = '\0';
-}
-
-void DebugStream::Append(char c)
-{
-    Append(&c, &c + 1);
-}
-
-void DebugStream::Append(const char* text)
-{
-    if (text != nullptr) {
-        Append(text, text + strnlen(text, static_cast<size_t>(mEnd - mCursor)));
-    }
-}
-
-void DebugStream::Append(const char* begin, const char* end)
-{
-    if (begin == nullptr || end == nullptr || begin >= end || mCursor == mEnd) {
-        return;
-    }
-    const auto length = static_cast<size_t>(std::min(end - begin, mEnd - mCursor));
-    std::memcpy(mCursor, begin, length);
-    mCursor += length;
-    *mCursor = '\0';
 }
 
 void DebugStream::Process() const
@@ -238,47 +207,47 @@ void ToDebugStream(DebugStream& stream, void (*const& procedure)())
 
 void ToDebugStream(DebugStream& stream, int value)
 {
-    AppendInteger(stream, value);
+    stream.AppendInteger(value);
 }
 
 void ToDebugStream(DebugStream& stream, short value)
 {
-    AppendInteger(stream, value);
+    stream.AppendInteger(value);
 }
 
 void ToDebugStream(DebugStream& stream, long value)
 {
-    AppendInteger(stream, static_cast<int>(value));
+    stream.AppendInteger(static_cast<int>(value));
 }
 
 void ToDebugStream(DebugStream& stream, unsigned long value)
 {
-    AppendInteger(stream, static_cast<int>(value));
+    stream.AppendInteger(static_cast<int>(value));
 }
 
 void ToDebugStream(DebugStream& stream, unsigned int value)
 {
-    AppendInteger(stream, value);
+    stream.AppendInteger(value);
 }
 
 void ToDebugStream(DebugStream& stream, unsigned short value)
 {
-    AppendInteger(stream, value);
+    stream.AppendInteger(value);
 }
 
 void ToDebugStream(DebugStream& stream, unsigned char value)
 {
-    AppendInteger(stream, static_cast<unsigned int>(value));
+    stream.AppendInteger(static_cast<unsigned int>(value));
 }
 
 void ToDebugStream(DebugStream& stream, long long value)
 {
-    AppendInteger(stream, value);
+    stream.AppendInteger(value);
 }
 
 void ToDebugStream(DebugStream& stream, unsigned long long value)
 {
-    AppendInteger(stream, value);
+    stream.AppendInteger(value);
 }
 
 void ToDebugStream(DebugStream& stream, const double& value)

@@ -6,6 +6,10 @@
 #ifndef KZCORE_DEBUGSTREAM_H
 #define KZCORE_DEBUGSTREAM_H
 
+#include <charconv>
+#include <concepts>
+#include <cstddef>
+#include <cstring>
 #include <type_traits>
 
 #include "DebugOutputCore.h"
@@ -23,9 +27,43 @@ public:
     DebugStream& operator=(const DebugStream&) = delete;
 
     // Each appends, and drops what passes 255 bytes; the text stays NUL-terminated. Null appends nothing.
-    void Append(char c);
-    void Append(const char* text);
-    void Append(const char* begin, const char* end);
+    void Append(char c) { Append(&c, &c + 1); }
+    void Append(const char* text)
+    {
+        if (text != nullptr) {
+            Append(text, text + std::strlen(text));  // no call for a literal
+        }
+    }
+    void Append(const char* begin, const char* end)
+    {
+        if (begin == nullptr || end == nullptr || begin >= end || mCursor == mEnd) {
+            return;
+        }
+        const auto length = static_cast<std::size_t>(end - begin);
+        const auto room = static_cast<std::size_t>(mEnd - mCursor);
+        if (length <= room) {
+            std::memcpy(mCursor, begin, length);  // of a literal: moves, no call
+            mCursor += length;
+        } else {
+            std::memcpy(mCursor, begin, room);
+            mCursor = mEnd;
+        }
+        *mCursor = '\0';
+    }
+
+    // The same of an integer in decimal digits.
+    template <std::integral T>
+    void AppendInteger(T value)
+    {
+        constexpr std::ptrdiff_t kMostDigits = 21;
+        if (mEnd - mCursor >= kMostDigits) {
+            mCursor = std::to_chars(mCursor, mEnd, value).ptr;
+            *mCursor = '\0';
+        } else {
+            char text[kMostDigits];
+            Append(text, std::to_chars(text, text + sizeof text, value).ptr);
+        }
+    }
 
     // Identifies the reporting place to the handler; 0 until set.
     void SetHash(uInt32 hash) { mHash = hash; }

@@ -21,8 +21,9 @@ inline void SpinPause()
 // Whether another processor could bring what a spin waits for.
 bool HasSeveralProcessors();
 
-// How long it pays to spin for one thing, learned from how long its spins took: a try that was in vain shortens the
-// next one, a success lengthens it. Relaxed: an estimate that orders nothing.
+// How long it pays to spin for one thing, learned from how long its spins took: a try that was in vain shortens the next
+// one, a success lengthens it. Two threads that answer each other spin in vain once both have gone to sleep, since each
+// wakes later than the other spins; so every now and then a try is a long one. Relaxed: an estimate that orders nothing.
 class AdaptiveSpin {
 public:
     // Whether `isThere()` came true.
@@ -32,32 +33,40 @@ public:
         if (!HasSeveralProcessors()) {
             return false;
         }
-        const int32 limit = mLimit.load(std::memory_order_relaxed);
+        const uInt32 failures = mFailures.load(std::memory_order_relaxed);
+        const int32 learned = mLimit.load(std::memory_order_relaxed);
+        const int32 limit = failures % kLongTurn == kLongTurn - 1 ? kMost : learned;
         for (int32 i = 0; i < limit; ++i) {
             if (isThere()) {
                 const int32 wanted = i * 2 + kFewest;
-                Learn(limit, wanted < kMost ? wanted : kMost);
+                Learn(learned, wanted < kMost ? wanted : kMost);
+                if (failures != 0) {
+                    mFailures.store(0, std::memory_order_relaxed);
+                }
                 return true;
             }
             SpinPause();
         }
-        Learn(limit, kFewest);
+        Learn(learned, kFewest);
+        mFailures.store(failures + 1, std::memory_order_relaxed);
         return false;
     }
 
 private:
     static constexpr int32 kMost = 2000;
     static constexpr int32 kFewest = 50;
+    static constexpr uInt32 kLongTurn = 16;
 
-    void Learn(int32 limit, int32 wanted)
+    void Learn(int32 learned, int32 wanted)
     {
-        const int32 learned = limit + (wanted - limit) / 4;
-        if (learned != limit) {
-            mLimit.store(learned, std::memory_order_relaxed);
+        const int32 next = learned + (wanted - learned) / 4;
+        if (next != learned) {
+            mLimit.store(next, std::memory_order_relaxed);
         }
     }
 
     std::atomic<int32> mLimit{kMost / 2};
+    std::atomic<uInt32> mFailures{0};  // in a row
 };
 
 }  // namespace kz

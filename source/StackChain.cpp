@@ -21,9 +21,10 @@ namespace {
 typedef uintptr_t FrameWord __attribute__((aligned(1), may_alias));
 constexpr uintptr_t kFrameSize = 2 * sizeof(FrameWord);
 
+constexpr uintptr_t kAlignmentBits = 3;
+
 constexpr bool IsFrame(uintptr_t frame, uintptr_t top)
 {
-    constexpr uintptr_t kAlignmentBits = 3;
     return frame != 0 && (frame & kAlignmentBits) == 0 && frame <= top && top - frame >= kFrameSize;
 }
 
@@ -50,15 +51,21 @@ __attribute__((noinline, no_sanitize("address", "thread", "undefined"))) long Re
     if (frame != present && (frame < present || !IsFrame(frame, top))) {
         return count;
     }
+    // Once every frame is known to end below the top, a link is looked at once: it lies above its frame, so it is not null.
+    const uintptr_t last = top - kFrameSize;
+    const auto isNext = [&](uintptr_t link) { return link > frame && link <= last && (link & kAlignmentBits) == 0; };
+    for (; skip > 0; --skip) {
+        const uintptr_t link = *reinterpret_cast<const FrameWord*>(frame);
+        if (!isNext(link)) {
+            return count;
+        }
+        frame = link;
+    }
     while (count < entries) {
         const auto* words = reinterpret_cast<const FrameWord*>(frame);
-        if (skip > 0) {
-            --skip;
-        } else {
-            buffer[count++] = reinterpret_cast<void*>(words[1]);
-        }
+        buffer[count++] = reinterpret_cast<void*>(words[1]);
         const uintptr_t link = words[0];
-        if (link <= frame || !IsFrame(link, top)) {
+        if (!isNext(link)) {
             break;
         }
         frame = link;
