@@ -106,7 +106,7 @@ bool HoldsCookie(CookieSlotState* state, uInt32 cookie)
 }
 
 // The record of a live cookie, or null. Needs no lock.
-unsigned char* FindCookie(const MagicCookieJarRec* jar, uInt32 cookie)
+[[gnu::always_inline]] inline unsigned char* FindCookie(const MagicCookieJarRec* jar, uInt32 cookie)
 {
     if (cookie < kFirstCookie) {
         return nullptr;
@@ -123,7 +123,7 @@ bool IsUsable(const MagicCookieJarRec* jar, unsigned char* record)
 }
 
 // The record of a live cookie that may be used, or null. Needs no lock.
-unsigned char* FindUsableCookie(const MagicCookieJarRec* jar, uInt32 cookie)
+[[gnu::always_inline]] inline unsigned char* FindUsableCookie(const MagicCookieJarRec* jar, uInt32 cookie)
 {
     unsigned char* const record = FindCookie(jar, cookie);
     return record != nullptr && IsUsable(jar, record) ? record : nullptr;
@@ -297,6 +297,18 @@ MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
     return jar;
 }
 
+// Apart from the look-up without the lock, which it would burden.
+[[gnu::noinline]] KzErr CopyInfoWithLock(const MagicCookieJarRec* jar, uInt32 cookie, void* infoOut)
+{
+    kz::ScopedLock lock(jar->jarRights);
+    const unsigned char* const record = FindUsableCookie(jar, cookie);
+    if (record == nullptr) {
+        return kzErrArgument;
+    }
+    CopyInfo(jar, record, infoOut);
+    return kzErrNone;
+}
+
 // With the count rights of the cookie held, in a jar that has them.
 KzErr EndCookie(MagicCookieJarRec* jar, uInt32 cookie, void* infoOut)
 {
@@ -386,24 +398,16 @@ KzErr MCGetCookieInfo(MagicCookieJar jar, uInt32 cookie, void* infoOut)
         return kzErrArgument;
     }
     if ((*jar)->infoSize != kAtomicInfoSize) {
-        kz::ScopedLock lock((*jar)->jarRights);
-        const unsigned char* const record = FindUsableCookie(*jar, cookie);
-        if (record == nullptr) {
-            return kzErrArgument;
-        }
-        CopyInfo(*jar, record, infoOut);
-        return kzErrNone;
+        return CopyInfoWithLock(*jar, cookie, infoOut);
     }
     unsigned char* const record = FindUsableCookie(*jar, cookie);
     if (record == nullptr) {
         return kzErrArgument;
     }
-    uInt64 info = AtomicInfo(record).load(std::memory_order_acquire);
+    const uInt64 info = AtomicInfo(record).load(std::memory_order_acquire);
     const bool stayed = HoldsCookie((*jar)->tree->tree.State(record), cookie) && IsUsable(*jar, record);
-    if (!stayed) {
-        info = 0;
-    }
-    std::memcpy(infoOut, &info, sizeof info);
+    const uInt64 given = stayed ? info : 0;
+    std::memcpy(infoOut, &given, sizeof given);
     return stayed ? kzErrNone : kzErrArgument;
 }
 

@@ -58,34 +58,60 @@ IndexOwner MakeIndex(const MasterBlockIndex* older, masterBlock* block)
     return index;
 }
 
-// Puts the block into the slots of the granules that it reaches into. Release, so that a reader that meets the block
-// sees its words.
+using Granule = uintptr_t;
+
+Granule FirstGranule(const masterBlock* block)
+{
+    return reinterpret_cast<uintptr_t>(block) >> GranuleTable::kGranuleBits;
+}
+
+Granule LastGranule(const masterBlock* block)
+{
+    return (reinterpret_cast<uintptr_t>(block) + sizeof(masterBlock) - 1) >> GranuleTable::kGranuleBits;
+}
+
+// Puts the block into the slots of the granules that it reaches into, where they have a place that answers for nothing.
 void FillSlots(GranuleTable* table, masterBlock* block)
 {
-    const auto first = reinterpret_cast<uintptr_t>(block);
-    const uintptr_t last = first + sizeof(masterBlock) - 1;
-    for (uintptr_t granule = first >> GranuleTable::kGranuleBits; granule <= last >> GranuleTable::kGranuleBits;
-         ++granule) {
-        for (std::atomic<masterBlock*>& slot : table->slots[granule & table->mask].blocks) {
-            if (slot.load(std::memory_order_relaxed) == nullptr) {
-                slot.store(block, std::memory_order_release);
+    for (Granule granule = FirstGranule(block); granule <= LastGranule(block); ++granule) {
+        const Granule slot = granule & table->mask;
+        const auto answers = [&](const masterBlock* other) {
+            for (Granule each = FirstGranule(other); each <= LastGranule(other); ++each) {
+                if ((each & table->mask) == slot) {
+                    return true;
+                }
+            }
+            return false;
+        };
+        for (std::atomic<masterBlock*>& place : table->slots[slot].blocks) {
+            masterBlock* const other = place.load(std::memory_order_relaxed);
+            if (other == block) {
+                break;
+            }
+            if (!answers(other)) {
+                place.store(block, std::memory_order_relaxed);
                 break;
             }
         }
     }
 }
 
-GranuleTable* MakeGranuleTable(uintptr_t slots, GranuleTable* older)
+// A table that knows `block` alone.
+GranuleTable* MakeGranuleTable(uintptr_t slots, GranuleTable* older, masterBlock* block)
 {
     const std::size_t size = offsetof(GranuleTable, slots) + slots * sizeof(GranuleTable::Slot);
     void* const storage = AllocateBytes(size);
     if (storage == nullptr) {
         return nullptr;
     }
-    std::memset(storage, 0, size);
     auto* const table = static_cast<GranuleTable*>(storage);
     table->older = older;
     table->mask = slots - 1;
+    for (uintptr_t i = 0; i < slots; ++i) {
+        for (std::atomic<masterBlock*>& place : table->slots[i].blocks) {
+            ::new (&place) std::atomic<masterBlock*>(block);
+        }
+    }
     return table;
 }
 
@@ -100,7 +126,7 @@ void AddToGranules(MemZoneRec* zone, masterBlock* block)
         FillSlots(old, block);
         return;
     }
-    GranuleTable* const table = MakeGranuleTable(old == nullptr ? kFirstSlots : (old->mask + 1) * 2, old);
+    GranuleTable* const table = MakeGranuleTable(old == nullptr ? kFirstSlots : (old->mask + 1) * 2, old, block);
     if (table == nullptr) {
         if (old != nullptr) {
             FillSlots(old, block);

@@ -16,6 +16,7 @@
 #ifndef KZCORE_MEMORYZONE_H
 #define KZCORE_MEMORYZONE_H
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -57,7 +58,8 @@ struct MasterBlockIndex {
 struct GranuleTable {
     static constexpr uInt32 kGranuleBits = 16;
     struct Slot {
-        std::atomic<masterBlock*> blocks[2];  // filled in order
+        // Blocks that reach into the granule, or any others: those are no answer, and spare the test for an empty place.
+        std::atomic<masterBlock*> blocks[2];
     };
 
     GranuleTable* older;
@@ -162,11 +164,13 @@ inline bool IsInGranule(const GranuleTable* table, const void* handle)
     if (table == nullptr) {
         return false;
     }
+    const auto address = reinterpret_cast<uintptr_t>(handle) - offsetof(masterBlock, masters);
     const GranuleTable::Slot& slot = table->SlotOf(reinterpret_cast<uintptr_t>(handle));
-    // Both, without a branch between them, which random handles would mispredict.
-    const bool inFirst = IsInBlock(slot.blocks[0].load(std::memory_order_relaxed), handle);
-    const bool inSecond = IsInBlock(slot.blocks[1].load(std::memory_order_relaxed), handle);
-    return inFirst | inSecond;
+    const auto offsetIn = [&](int i) {
+        return address - reinterpret_cast<uintptr_t>(slot.blocks[i].load(std::memory_order_relaxed));
+    };
+    // The smaller of the two, without a branch, which random handles would mispredict.
+    return std::min(offsetIn(0), offsetIn(1)) < sizeof(masterBlock::masters);
 }
 
 // Whether `handle` is a master in use. With `skipRange` only its word is looked at, which then must be readable.

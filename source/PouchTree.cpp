@@ -1,5 +1,10 @@
 #include "PouchTree.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
 #include "MemoryZone.h"
 
 namespace kz {
@@ -21,6 +26,11 @@ void* MakeNode(unsigned long size, unsigned long* missing)
 PouchTree::~PouchTree()
 {
     DisposeNode(mRoot.load(std::memory_order_relaxed), 0);
+    for (LeafTable* table = mLeaves.load(std::memory_order_relaxed); table != nullptr;) {
+        LeafTable* const older = table->older;
+        std::free(table);
+        table = older;
+    }
 }
 
 void PouchTree::DisposeNode(void* node, int level)
@@ -46,6 +56,39 @@ unsigned char* PouchTree::MakeLeaf(uInt32 index, unsigned long* missing) const
         }
     }
     return leaf;
+}
+
+unsigned char* PouchTree::WalkToLeaf(uInt32 index) const
+{
+    void* node = mRoot.load(std::memory_order_acquire);
+    for (int level = 0; node != nullptr && level < kLeafLevel; ++level) {
+        node = Child(node, level, index).load(std::memory_order_acquire);
+    }
+    return static_cast<unsigned char*>(node);
+}
+
+void PouchTree::AddToTable(uInt32 index, unsigned char* leaf)
+{
+    constexpr uInt32 kFirstCount = 32;
+    LeafTable* table = mLeaves.load(std::memory_order_relaxed);
+    const uInt32 place = index / kLeafSlots;
+    const uInt32 oldCount = table == nullptr ? 0 : table->count;
+    if (place >= oldCount) {
+        const uInt32 count = std::max(kFirstCount, oldCount * 2);
+        void* const storage = place < count ? AllocateBytes(offsetof(LeafTable, leaves) + count * sizeof(leaf)) : nullptr;
+        if (storage == nullptr) {
+            return;
+        }
+        auto* const larger = static_cast<LeafTable*>(storage);
+        larger->older = table;
+        larger->count = count;
+        for (uInt32 i = 0; i < count; ++i) {
+            ::new (&larger->leaves[i]) std::atomic<unsigned char*>(WalkToLeaf(i * kLeafSlots));
+        }
+        table = larger;
+        mLeaves.store(table, std::memory_order_release);
+    }
+    table->leaves[place].store(leaf, std::memory_order_release);
 }
 
 unsigned char* PouchTree::Make(uInt32 index, unsigned long* missing)
@@ -74,6 +117,7 @@ unsigned char* PouchTree::Make(uInt32 index, unsigned long* missing)
     if (mFirstLeaf.load(std::memory_order_relaxed) == nullptr) {
         mFirstLeaf.store(leaf, std::memory_order_release);
     }
+    AddToTable(index, leaf);
     return leaf + (index % kLeafSlots) * mRecordSize;
 }
 

@@ -44,14 +44,11 @@ public:
                 return leaf + index * mRecordSize;
             }
         }
-        void* node = mRoot.load(std::memory_order_acquire);
-        for (int level = 0; level < kLeafLevel; ++level) {
-            if (node == nullptr) {
-                return nullptr;
-            }
-            node = Child(node, level, index).load(std::memory_order_acquire);
-        }
-        return node == nullptr ? nullptr : static_cast<unsigned char*>(node) + (index % kLeafSlots) * mRecordSize;
+        const LeafTable* const table = mLeaves.load(std::memory_order_acquire);
+        unsigned char* const leaf = table != nullptr && index / kLeafSlots < table->count
+                                        ? table->leaves[index / kLeafSlots].load(std::memory_order_acquire)
+                                        : WalkToLeaf(index);
+        return leaf == nullptr ? nullptr : leaf + (index % kLeafSlots) * mRecordSize;
     }
 
     // The record at an index below kMaxSlots, made with its leaf where it is missing: the links of new slots lead
@@ -100,12 +97,24 @@ private:
     {
         return std::atomic_ref<void*>(static_cast<void**>(node)[(index >> kLevels[level].shift) & kLevels[level].mask]);
     }
+    // The leaves by their place, which spares all but the first slots of a jar the walk from the root. A larger table
+    // replaces one that is full; the old ones stay, as a reader may still be in them. Without memory for one there is
+    // the walk.
+    struct LeafTable {
+        LeafTable* older;
+        uInt32 count;
+        std::atomic<unsigned char*> leaves[1];
+    };
+
+    [[gnu::cold]] unsigned char* WalkToLeaf(uInt32 index) const;
+    void AddToTable(uInt32 index, unsigned char* leaf);
     static void DisposeNode(void* node, int level);
     unsigned char* MakeLeaf(uInt32 index, unsigned long* missing) const;
 
     const unsigned long mRecordSize;
     std::atomic<void*> mRoot{nullptr};
     std::atomic<unsigned char*> mFirstLeaf{nullptr};
+    std::atomic<LeafTable*> mLeaves{nullptr};
 };
 
 }  // namespace kz
