@@ -1,6 +1,7 @@
 #include "BufferCache.h"
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <limits>
 #include <new>
@@ -155,6 +156,7 @@ void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
     if (isTooMuch) {
         CleanupProc();
     }
+    assert(Fault() == nullptr);
 }
 
 void BufferCache::CleanupProc()

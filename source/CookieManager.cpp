@@ -309,6 +309,13 @@ MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
     return kzErrNone;
 }
 
+// In builds with assertions a small jar is walked after each change.
+bool IsSoundIfSmall([[maybe_unused]] MagicCookieJar jar)
+{
+    constexpr uInt32 kSmall = 16;
+    return CountOf(*jar).load(std::memory_order_relaxed) > kSmall || kz::CookieJarFault(jar) == nullptr;
+}
+
 // With the count rights of the cookie held, in a jar that has them.
 KzErr EndCookie(MagicCookieJarRec* jar, uInt32 cookie, void* infoOut)
 {
@@ -372,6 +379,7 @@ uInt32 MCNewCookie(MagicCookieJar jar, const void* info)
         kz::ScopedLock lock((*jar)->jarRights);
         cookie = NewCookieLocked(*jar, info, &missing);
     }
+    assert(IsSoundIfSmall(jar));
     if (missing != 0) {
         CallSetMemFullProc(missing);
     }
@@ -384,7 +392,9 @@ KzErr MCDisposeCookie(MagicCookieJar jar, uInt32 cookie, void* infoOut)
         return kzErrArgument;
     }
     kz::ScopedLock lock(CountRightsOf(*jar, cookie));
-    return EndCookie(*jar, cookie, infoOut);
+    const KzErr err = EndCookie(*jar, cookie, infoOut);
+    assert(IsSoundIfSmall(jar));
+    return err;
 }
 
 KzBool MCIsACookie(MagicCookieJar jar, uInt32 cookie)
@@ -647,7 +657,9 @@ const char* CookieJarFault(MagicCookieJar jar)
         if (inUse != (state->salt != 0) || state->salt > kSaltMask || state->link < -1) {
             fault = "a slot is neither free nor in use";
         }
-        if (rec->refCounting == 0 || !inUse ? state->refCount != 0 : state->refCount < 1) {
+        // A cookie whose last right was given back has none for a moment.
+        const int32 rights = RefCountOf(tree.State(record)).load(std::memory_order_relaxed);
+        if (rec->refCounting == 0 || !inUse ? rights != 0 : rights < 0) {
             fault = "a slot's reference count is wrong";
         }
         live += inUse;

@@ -39,13 +39,13 @@ void* NewPtr(unsigned long size, Fill fill)
     return ptr;
 }
 
-KzErr DisposePtr(void* ptr)
+KzErr DisposePtr(const char* call, void* ptr)
 {
     if (ptr == nullptr) {
         return kzErrArgument;
     }
     if (!kz::PtrGuardsPass(ptr)) {
-        return kzErrBadZone;
+        return kz::Failed(call, kzErrBadZone);
     }
     kz::FreePtr(ptr);
     return kzErrNone;
@@ -257,12 +257,12 @@ KzErr DSDisposeHandleAndNull(void* handle)
 
 KzErr DSDisposePtr(void* ptr)
 {
-    return DisposePtr(ptr);
+    return DisposePtr("DSDisposePtr", ptr);
 }
 
 KzErr AZDisposePtr(void* ptr)
 {
-    return DisposePtr(ptr);
+    return DisposePtr("AZDisposePtr", ptr);
 }
 
 unsigned long DSGetHandleSize(const void* handle)

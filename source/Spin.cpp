@@ -4,14 +4,29 @@
 
 namespace kz {
 
+namespace {
+
+// Relaxed: a setting, which orders nothing.
+constinit std::atomic<bool> gAllowed{true};
+
 bool HasSeveralProcessors()
 {
-    static const bool several = [] {
-        cpu_set_t allowed;
-        CPU_ZERO(&allowed);
-        return sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_COUNT(&allowed) > 1;
-    }();
-    return several;
+    cpu_set_t usable;
+    CPU_ZERO(&usable);
+    return sched_getaffinity(0, sizeof usable, &usable) == 0 && CPU_COUNT(&usable) > 1;
+}
+
+}  // namespace
+
+bool SpinsPay()
+{
+    static const bool several = HasSeveralProcessors();
+    return several && gAllowed.load(std::memory_order_relaxed);
+}
+
+void AllowSpins(bool allow)
+{
+    gAllowed.store(allow, std::memory_order_relaxed);
 }
 
 }  // namespace kz

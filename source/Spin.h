@@ -18,19 +18,23 @@ inline void SpinPause()
 #endif
 }
 
-// Whether another processor could bring what a spin waits for.
-bool HasSeveralProcessors();
+// Whether another processor could bring what a spin waits for, and spins are not turned off.
+bool SpinsPay();
 
-// How long it pays to spin for one thing, learned from how long its spins took: a try that was in vain shortens the next
-// one, a success lengthens it. Two threads that answer each other spin in vain once both have gone to sleep, since each
-// wakes later than the other spins; so every now and then a try is a long one. Relaxed: an estimate that orders nothing.
+// Turns spins off, so that every wait sleeps, and on again; for tests of sleeping and waking.
+void AllowSpins(bool allow);
+
+// How long it pays to spin for one thing, learned from how long its spins took: a try that was in vain shortens the
+// next one, a success lengthens it. Two threads that answer each other spin in vain once both have gone to sleep, since
+// each wakes later than the other spins; so every now and then a try is a long one. Relaxed: an estimate that orders
+// nothing.
 class AdaptiveSpin {
 public:
     // Whether `isThere()` came true.
     template <typename Condition>
     bool Until(Condition isThere)
     {
-        if (!HasSeveralProcessors()) {
+        if (!SpinsPay()) {
             return false;
         }
         const uInt32 failures = mFailures.load(std::memory_order_relaxed);

@@ -160,6 +160,7 @@ TEST_F(GuardBytesChild, DISABLED_DamageIsFound)
         EXPECT_EQ(checks ? told : '-', Told());
         if (checks) {
             EXPECT_EQ(3, AZDisposePtr(ptr));
+            EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 3 in AZDisposePtr"));
         }
     });
     EXPECT_EQ(0, DSDisposePtr(ptr));

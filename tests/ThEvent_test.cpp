@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <thread>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "PlatformEvent.h"
 #include "ReportCatcher.h"
 #include "SlotOf.h"
+#include "Spin.h"
 #include "TestHost.h"
 
 namespace {
@@ -31,6 +33,8 @@ protected:
         EXPECT_EQ(ThEventCreate(&event, nullptr, initialState), kzErrNone);
         return event;
     }
+
+    static void SignalAndWait(int rounds);
 
     kztest::TestHost mHost;
     kztest::ReportCatcher mReports;
@@ -58,9 +62,8 @@ TEST_F(ThEventTest, KeepsOneSignalForOneWaiter)
 
 // A signaller and a waiter set off at the same moment, round after round, so that the signal often falls between the
 // waiter's look at the event and its sleep. A wake-up that is lost runs into the wait's limit.
-TEST_F(ThEventTest, NoWakeUpIsLost)
+void ThEventTest::SignalAndWait(int rounds)
 {
-    constexpr int kRounds = 100000;
     const ThEvent event = MakeEvent(0);
     std::atomic<int> started{0};
     std::atomic<int> passed{0};
@@ -77,7 +80,7 @@ TEST_F(ThEventTest, NoWakeUpIsLost)
         }
     };
     std::thread waiter([&] {
-        for (int round = 1; round <= kRounds; ++round) {
+        for (int round = 1; round <= rounds; ++round) {
             waitFor(started, round);
             dawdle(round % 7);
             EXPECT_EQ(ThEventWaitWithTimeout(event, kHang), kzErrNone);
@@ -85,7 +88,7 @@ TEST_F(ThEventTest, NoWakeUpIsLost)
             passed = round;
         }
     });
-    for (int round = 1; round <= kRounds; ++round) {
+    for (int round = 1; round <= rounds; ++round) {
         handedOver = round;
         started = round;
         dawdle(round % 11);
@@ -94,6 +97,17 @@ TEST_F(ThEventTest, NoWakeUpIsLost)
     }
     waiter.join();
     ThEventDestroy(event);
+}
+
+// KZ_STRESS_ROUNDS raises the number of signals.
+TEST_F(ThEventTest, NoWakeUpIsLost)
+{
+    const char* const text = std::getenv("KZ_STRESS_ROUNDS");
+    const int rounds = text == nullptr ? 50000 : std::atoi(text);
+    SignalAndWait(rounds);
+    kz::AllowSpins(false);
+    SignalAndWait(rounds);
+    kz::AllowSpins(true);
 }
 
 struct Pump {
