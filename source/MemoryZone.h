@@ -58,7 +58,8 @@ struct MasterBlockIndex {
 struct GranuleTable {
     static constexpr uInt32 kGranuleBits = 16;
     struct Slot {
-        // Blocks that reach into the granule, or any others: those are no answer, and spare the test for an empty place.
+        // Blocks that reach into the granule, or any others: those are no answer, and spare the test for an empty
+        // place.
         std::atomic<masterBlock*> blocks[2];
     };
 

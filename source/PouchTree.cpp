@@ -75,7 +75,8 @@ void PouchTree::AddToTable(uInt32 index, unsigned char* leaf)
     const uInt32 oldCount = table == nullptr ? 0 : table->count;
     if (place >= oldCount) {
         const uInt32 count = std::max(kFirstCount, oldCount * 2);
-        void* const storage = place < count ? AllocateBytes(offsetof(LeafTable, leaves) + count * sizeof(leaf)) : nullptr;
+        void* const storage =
+            place < count ? AllocateBytes(offsetof(LeafTable, leaves) + count * sizeof(leaf)) : nullptr;
         if (storage == nullptr) {
             return;
         }
