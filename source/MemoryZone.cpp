@@ -83,15 +83,16 @@ void FillSlots(GranuleTable* table, masterBlock* block)
             }
             return false;
         };
-        for (std::atomic<masterBlock*>& place : table->slots[slot].blocks) {
-            masterBlock* const other = place.load(std::memory_order_relaxed);
-            if (other == block) {
-                break;
-            }
-            if (!answers(other)) {
-                place.store(block, std::memory_order_relaxed);
-                break;
-            }
+        std::atomic<masterBlock*>* const places = table->slots[slot].blocks;
+        const masterBlock* const first = places[0].load(std::memory_order_relaxed);
+        const masterBlock* const second = places[1].load(std::memory_order_relaxed);
+        if (first == block || second == block) {
+            continue;
+        }
+        if (!answers(first)) {
+            places[0].store(block, std::memory_order_relaxed);
+        } else if (second == first || !answers(second)) {
+            places[1].store(block, std::memory_order_relaxed);
         }
     }
 }
