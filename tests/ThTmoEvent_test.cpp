@@ -60,7 +60,8 @@ TEST_F(ThTmoEventTest, BadArguments)
     }
     kztest::FaultLoop([](auto failed) {
         ThTmoEvent made = nullptr;
-        EXPECT_EQ(failed() ? 2 : 0, ThTmoEventCreate(&made));
+        const KzErr err = ThTmoEventCreate(&made);
+        EXPECT_EQ(failed() ? 2 : 0, err);
         if (made != nullptr) {
             ThTmoEventDestroy(made);
         }
