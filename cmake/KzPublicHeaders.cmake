@@ -12,6 +12,8 @@ set(KZ_PUBLIC_HEADERS
     GuardBytes.h
     HandleAllocationInterface.h
     HiResClock.h
+    IniFile.h
+    IniList.h
     InputBuf.h
     KZApp.h
     KZCore.h

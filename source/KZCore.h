@@ -13,6 +13,8 @@
 #include "GuardBytes.h"
 #include "HandleAllocationInterface.h"
 #include "HiResClock.h"
+#include "IniFile.h"
+#include "IniList.h"
 #include "InputBuf.h"
 #include "KZApp.h"
 #include "KZModule.h"

@@ -47,6 +47,7 @@ public:
 
     const std::vector<Json>& Items() const { return As(kArray).mItems; }
     const Json& operator[](std::size_t index) const { return Items().at(index); }
+    const Json& operator[](int index) const { return Items().at(static_cast<std::size_t>(index)); }
     std::size_t size() const { return Items().size(); }
 
     const std::map<std::string, Json>& Members() const { return As(kObject).mMembers; }

@@ -1,0 +1,568 @@
+#include "IniFile.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "IniModel.h"
+
+using qkini::FindSection;
+using qkini::ItemAt;
+using qkini::ItemOf;
+using qkini::Place;
+using qkini::SectionAt;
+using qkini::SectionOf;
+using qkini::Text;
+using qkini::Trimmed;
+
+namespace {
+
+int Exchange(int* setting, int value)
+{
+    const int before = *setting;
+    *setting = value;
+    return before;
+}
+
+IniItem* FindItem(IniFile* ini, const char* section, const char* tag)
+{
+    IniSection* const found = ini == nullptr ? nullptr : SectionOf(ini, Text(section));
+    return found == nullptr ? nullptr : ItemOf(ini, found, Text(tag));
+}
+
+// Looks an item up for a getter, which then has a value to give.
+int Look(IniFile* ini, const char* section, const char* tag, const void* out, IniItem** item)
+{
+    if (ini == nullptr || out == nullptr) {
+        return kIniErrFile;
+    }
+    *item = FindItem(ini, section, tag);
+    return *item == nullptr ? 0 : 1;
+}
+
+// As Look, for the getters of numbers, to which an empty value is a missing one.
+int LookForValue(IniFile* ini, const char* section, const char* tag, const void* out, const char** value)
+{
+    IniItem* item = nullptr;
+    const int result = Look(ini, section, tag, out, &item);
+    if (result != 1 || Trimmed(Text(item->value)).IsEmpty()) {
+        return result == 1 ? 0 : result;
+    }
+    *value = item->value;
+    return 1;
+}
+
+// Makes room for an unescaped string, without growing for good because one value was long.
+bool SizeScratch(IniFile* ini, size_t length)
+{
+    constexpr size_t kLeast = 256;
+    constexpr size_t kSpare = 1025;
+    if (ini->scratchSize >= length + 1 && ini->scratchSize <= length + kSpare) {
+        return true;
+    }
+    const size_t size = length + 1 > kLeast ? length + 1 : kLeast;
+    auto* const scratch = static_cast<char*>(qkini::Reallocate(ini->scratch, size));
+    if (scratch == nullptr) {
+        return false;
+    }
+    ini->scratch = scratch;
+    ini->scratchSize = size;
+    return true;
+}
+
+bool HasLineEnd(Text text)
+{
+    return text.Contains('\n') || text.Contains('\r');
+}
+
+// Whether a section's line would give the same name again.
+bool IsSectionName(Text name)
+{
+    return !name.IsEmpty() && !HasLineEnd(name) && !name.Contains(']');
+}
+
+bool IsTag(const IniFile* ini, Text tag)
+{
+    const bool hasSeparator =
+        tag.Contains('=') || ((ini->readOptions & kIniReadColonAndNull) != 0 && tag.Contains(':'));
+    return !tag.IsEmpty() && !HasLineEnd(tag) && !hasSeparator && *tag.begin != ';' && *tag.begin != '[';
+}
+
+int StoreItem(IniFile* ini, IniSection* section, Text tag, Text value, int quoteChar)
+{
+    if (ini->duplicateChecking != 0) {
+        if (IniItem* const item = ItemOf(ini, section, tag)) {
+            return qkini::SetValue(item, value, quoteChar) ? 1 : kIniErrMemory;
+        }
+    }
+    const int index = qkini::AddItem(ini, section, tag, Place::kAsSorted);
+    if (index < 0) {
+        return kIniErrMemory;
+    }
+    if (!qkini::SetValue(ItemAt(section, index), value, quoteChar)) {
+        qkini::DropItem(ini, section, index);
+        return kIniErrMemory;
+    }
+    return 1;
+}
+
+// The store that all setters end in.
+int Store(IniFile* ini, Text section, Text tag, Text value, int quoteChar)
+{
+    int index = FindSection(ini, section);
+    const bool isNew = index < 0;
+    if (isNew) {
+        index = qkini::AddSection(ini, section, -1, Place::kAsSorted);
+    }
+    const int result = index < 0 ? kIniErrMemory : StoreItem(ini, SectionAt(ini, index), tag, value, quoteChar);
+    if (result != 1) {
+        if (isNew && index >= 0) {
+            qkini::DropSection(ini, index);
+        }
+        ini->currentSection = -1;
+    }
+    return result;
+}
+
+int PutPlain(IniFile* ini, const char* section, const char* tag, const char* value)
+{
+    return IniPutStringWithOptions(ini, section, tag, value, 0, 0);
+}
+
+// Copies a value, raw or unescaped, to a buffer of the caller.
+int CopyInto(IniFile* ini, const char* section, const char* tag, char* dst, size_t size, bool isRaw)
+{
+    if (dst != nullptr && size > 0) {
+        dst[0] = 0;
+    }
+    IniItem* item = nullptr;
+    const int result = Look(ini, section, tag, dst, &item);
+    if (result != 1 || size == 0) {
+        return result;
+    }
+    const Text value(item->value);
+    size_t length = value.size;
+    if (isRaw) {
+        memcpy(dst, value.begin, length < size - 1 ? length : size - 1);
+    } else {
+        length = qkini::Unescape(value, dst, size - 1);
+    }
+    dst[length < size - 1 ? length : size - 1] = 0;
+    return 1;
+}
+
+}  // namespace
+
+extern "C" {
+
+IniFile* IniNew(int sorted)
+{
+    return qkini::MakeFile(sorted != 0);
+}
+
+void IniDispose(IniFile* ini)
+{
+    if (ini != nullptr) {
+        qkini::DisposeFile(ini);
+    }
+}
+
+int IniSetDuplicateChecking(IniFile* ini, int check)
+{
+    return ini == nullptr ? kIniErrFile : Exchange(&ini->duplicateChecking, check);
+}
+
+int IniSetCaseAndWhitespaceSensitiveChecking(IniFile* ini, int sensitive)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    const int before = Exchange(&ini->caseSensitive, sensitive);
+    ini->naming.caseSensitive = sensitive != 0;
+    qkini::ForgetOrder(ini);
+    return before;
+}
+
+int IniSetWriteOptions(IniFile* ini, int maxLineLength, int breakChar, int options)
+{
+    constexpr int kFirstBadBreakChar = 128;
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    if (breakChar >= kFirstBadBreakChar || breakChar < 0) {
+        return kIniErrInt;
+    }
+    ini->maxLineLength = maxLineLength;
+    ini->breakChar = breakChar;
+    ini->writeOptions = options;
+    return 1;
+}
+
+int IniSetReadOptions(IniFile* ini, int options)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    ini->readOptions = options;
+    return 1;
+}
+
+int IniSectionExists(IniFile* ini, const char* section)
+{
+    return ini == nullptr ? kIniErrFile : FindSection(ini, Text(section)) >= 0 ? 1 : 0;
+}
+
+int IniItemExists(IniFile* ini, const char* section, const char* tag)
+{
+    return ini == nullptr ? kIniErrFile : FindItem(ini, section, tag) != nullptr ? 1 : 0;
+}
+
+int IniNumberOfSections(IniFile* ini)
+{
+    return ini == nullptr ? kIniErrFile : ini->sections.Count();
+}
+
+int IniNumberOfItems(IniFile* ini, const char* section)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    const IniSection* const found = SectionOf(ini, Text(section));
+    return found == nullptr ? 0 : found->items.Count();
+}
+
+int IniNthSectionName(IniFile* ini, int n, const char** out)
+{
+    if (ini == nullptr || out == nullptr) {
+        return kIniErrFile;
+    }
+    if (n < 1 || n > ini->sections.Count()) {
+        return 0;
+    }
+    *out = SectionAt(ini, n - 1)->name;
+    return 1;
+}
+
+}  // extern "C"
+
+namespace {
+
+// The n-th item of a section.
+int Nth(IniFile* ini, const char* section, int n, const void* out, IniItem** item)
+{
+    if (ini == nullptr || out == nullptr) {
+        return kIniErrFile;
+    }
+    const IniSection* const found = SectionOf(ini, Text(section));
+    if (found == nullptr || n < 1 || n > found->items.Count()) {
+        return 0;
+    }
+    *item = ItemAt(found, n - 1);
+    return 1;
+}
+
+}  // namespace
+
+extern "C" {
+
+int IniNthItemName(IniFile* ini, const char* section, int n, const char** out)
+{
+    IniItem* item = nullptr;
+    const int result = Nth(ini, section, n, out, &item);
+    if (result == 1) {
+        *out = item->name;
+    }
+    return result;
+}
+
+int IniNthItemPointerToString(IniFile* ini, const char* section, int n, const char** out)
+{
+    IniItem* item = nullptr;
+    const int result = Nth(ini, section, n, out, &item);
+    if (result == 1) {
+        *out = item->value;
+    }
+    return result;
+}
+
+int IniLineOfSection(IniFile* ini, const char* section)
+{
+    const IniSection* const found = ini == nullptr ? nullptr : SectionOf(ini, Text(section));
+    return found == nullptr ? -1 : found->line;
+}
+
+int IniLineOfItem(IniFile* ini, const char* section, const char* tag)
+{
+    const IniItem* const item = FindItem(ini, section, tag);
+    return item == nullptr ? -1 : item->line;
+}
+
+int IniLineOfLastAccess(IniFile* ini)
+{
+    return ini == nullptr ? -1 : ini->lastAccessLine;
+}
+
+int IniLineOfFirstUnrecognizedLine(IniFile* ini)
+{
+    return ini == nullptr ? -1 : ini->firstUnrecognizedLine;
+}
+
+int IniGetBoolean(IniFile* ini, const char* section, const char* tag, int* out)
+{
+    const char* value = nullptr;
+    const int result = LookForValue(ini, section, tag, out, &value);
+    if (result != 1) {
+        return result;
+    }
+    const bool isTrue = qkini_StrICmpWithoutSurrWhiteSpace(value, "True") == 0;
+    if (!isTrue && qkini_StrICmpWithoutSurrWhiteSpace(value, "False") != 0) {
+        return kIniErrBoolean;
+    }
+    *out = isTrue ? 1 : 0;
+    return 1;
+}
+
+int IniGetInt(IniFile* ini, const char* section, const char* tag, int* out)
+{
+    const char* value = nullptr;
+    const int result = LookForValue(ini, section, tag, out, &value);
+    return result != 1 ? result : qkini_StrToInt(value, out) == 1 ? 1 : kIniErrInt;
+}
+
+int IniGetUInt(IniFile* ini, const char* section, const char* tag, unsigned int* out)
+{
+    const char* value = nullptr;
+    const int result = LookForValue(ini, section, tag, out, &value);
+    return result != 1 ? result : qkini_StrToUInt(value, out) == 1 ? 1 : kIniErrUInt;
+}
+
+int IniGetDouble(IniFile* ini, const char* section, const char* tag, double* out)
+{
+    const char* value = nullptr;
+    const int result = LookForValue(ini, section, tag, out, &value);
+    return result != 1 ? result : qkini::ParseDouble(value, out) ? 1 : kIniErrDouble;
+}
+
+int IniGetPointerToRawString(IniFile* ini, const char* section, const char* tag, const char** out)
+{
+    IniItem* item = nullptr;
+    const int result = Look(ini, section, tag, out, &item);
+    if (result == 1) {
+        *out = item->value;
+    }
+    return result;
+}
+
+int IniGetPointerToString(IniFile* ini, const char* section, const char* tag, const char** out)
+{
+    IniItem* item = nullptr;
+    const int result = Look(ini, section, tag, out, &item);
+    if (result != 1) {
+        return result;
+    }
+    const Text value(item->value);
+    if (!SizeScratch(ini, value.size)) {
+        return kIniErrMemory;
+    }
+    ini->scratch[qkini::Unescape(value, ini->scratch, value.size)] = 0;
+    *out = ini->scratch;
+    return 1;
+}
+
+int IniGetRawStringCopy(IniFile* ini, const char* section, const char* tag, char** out)
+{
+    IniItem* item = nullptr;
+    const int result = Look(ini, section, tag, out, &item);
+    if (result != 1) {
+        return result;
+    }
+    char* const copy = qkini::Duplicate(Text(item->value));
+    if (copy == nullptr) {
+        return kIniErrMemory;
+    }
+    *out = copy;
+    return 1;
+}
+
+int IniGetStringCopy(IniFile* ini, const char* section, const char* tag, char** out)
+{
+    const int result = IniGetRawStringCopy(ini, section, tag, out);
+    if (result == 1) {
+        // Never longer than what is escaped.
+        const Text raw(*out);
+        (*out)[qkini::Unescape(raw, *out, raw.size)] = 0;
+    }
+    return result;
+}
+
+int IniGetRawStringIntoBuffer(IniFile* ini, const char* section, const char* tag, char* dst, size_t size)
+{
+    return CopyInto(ini, section, tag, dst, size, true);
+}
+
+int IniGetStringIntoBuffer(IniFile* ini, const char* section, const char* tag, char* dst, size_t size)
+{
+    return CopyInto(ini, section, tag, dst, size, false);
+}
+
+int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, const char* value, int quoted,
+                            int escaped)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    const Text sectionName = Trimmed(Text(section));
+    const Text tagName = Trimmed(Text(tag));
+    const Text given(value);
+    if (!IsSectionName(sectionName) || !IsTag(ini, tagName) || (escaped == 0 && HasLineEnd(given))) {
+        return kIniErrName;
+    }
+    const int quoteChar = quoted != 0 ? '"' : 0;
+    if (escaped == 0) {
+        return Store(ini, sectionName, tagName, Trimmed(given), quoteChar);
+    }
+    const size_t size = qkini::Escape(given, nullptr, 0);
+    auto* const text = static_cast<char*>(qkini::Allocate(size));
+    if (text == nullptr) {
+        return kIniErrMemory;
+    }
+    qkini::Escape(given, text, size);
+    const int result = Store(ini, sectionName, tagName, Trimmed(Text(text, size)), quoteChar);
+    free(text);
+    return result;
+}
+
+int IniPutString(IniFile* ini, const char* section, const char* tag, const char* value)
+{
+    return IniPutStringWithOptions(ini, section, tag, value, 1, 1);
+}
+
+int IniPutRawString(IniFile* ini, const char* section, const char* tag, const char* value)
+{
+    return IniPutStringWithOptions(ini, section, tag, value, 1, 0);
+}
+
+int IniPutBoolean(IniFile* ini, const char* section, const char* tag, int value)
+{
+    return PutPlain(ini, section, tag, value != 0 ? "True" : "False");
+}
+
+int IniPutInt(IniFile* ini, const char* section, const char* tag, int value)
+{
+    char text[32];
+    snprintf(text, sizeof text, "%d", value);
+    return PutPlain(ini, section, tag, text);
+}
+
+int IniPutUInt(IniFile* ini, const char* section, const char* tag, unsigned int value)
+{
+    char text[32];
+    snprintf(text, sizeof text, "%u", value);
+    return PutPlain(ini, section, tag, text);
+}
+
+int IniPutDouble(IniFile* ini, const char* section, const char* tag, double value)
+{
+    char text[64];
+    qkini::FormatDouble(value, text, sizeof text);
+    return PutPlain(ini, section, tag, text);
+}
+
+int IniRemoveItem(IniFile* ini, const char* section, const char* tag)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    const int sectionIndex = FindSection(ini, Text(section));
+    const int index = sectionIndex < 0 ? -1 : SectionAt(ini, sectionIndex)->items.Find(Text(tag), ini->naming);
+    if (index < 0) {
+        return 0;
+    }
+    return qkini::RemoveItem(ini, sectionIndex, index) ? 1 : kIniErrMemory;
+}
+
+int IniRemoveSection(IniFile* ini, const char* section)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    const int index = FindSection(ini, Text(section));
+    if (index < 0) {
+        return 0;
+    }
+    return qkini::RemoveSection(ini, index) ? 1 : kIniErrMemory;
+}
+
+int IniRenameSection(IniFile* ini, const char* oldName, const char* newName)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    const Text name = Trimmed(Text(newName));
+    if (!IsSectionName(name)) {
+        return kIniErrName;
+    }
+    IniSection* const section = SectionOf(ini, Text(oldName));
+    if (section == nullptr) {
+        return 0;
+    }
+    char* const copy = qkini::Duplicate(name);
+    if (copy == nullptr) {
+        return kIniErrMemory;
+    }
+    free(section->name);
+    section->name = copy;
+    ini->sections.Forget();
+    return 1;
+}
+
+int IniSortSection(IniFile* ini, const char* section)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    IniSection* const found = SectionOf(ini, Text(section));
+    if (found == nullptr) {
+        return 0;
+    }
+    qkini::SortItems(ini, found);
+    return 1;
+}
+
+int IniSortSectionList(IniFile* ini)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    qkini::SortSections(ini);
+    return 1;
+}
+
+int IniSort(IniFile* ini)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    qkini::SortSections(ini);
+    for (int i = 0; i < ini->sections.Count(); ++i) {
+        qkini::SortItems(ini, SectionAt(ini, i));
+    }
+    return 1;
+}
+
+int qkini_StrICmpWithoutSurrWhiteSpace(const char* a, const char* b)
+{
+    return qkini::CompareBlind(Text(a), Text(b));
+}
+
+int qkini_StrToInt(const char* text, int* out)
+{
+    return qkini::ParseInt(text, out) ? 1 : 0;
+}
+
+int qkini_StrToUInt(const char* text, unsigned int* out)
+{
+    return qkini::ParseUInt(text, out) ? 1 : 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,207 @@
+// Configuration text files: an object that is read from INI text, edited, and written back with its comments, order
+// and quoting intact. Usable from C11 and C++20; needs nothing but the C library.
+//
+// Text is NUL-terminated bytes of any encoding that keeps ASCII. Names of sections and tags compare without regard to
+// case and to white space at their ends, unless IniSetCaseAndWhitespaceSensitiveChecking says otherwise. Values are
+// stored raw, as they stand in the file between their quotes; the calls without "Raw" decode and encode the escapes
+// \n, \t, \", \\ and \xHH.
+//
+// Results are 1 for success or found, 0 for not found, and a negative code of the enumeration below for a failure. A
+// null object gives kIniErrFile. Getters leave their output alone unless they give 1.
+//
+// An object has no lock: its users keep their calls apart, the reading ones too, since a look-up remembers its section.
+#ifndef KZCORE_INIFILE_H
+#define KZCORE_INIFILE_H
+
+#include <stdio.h>
+
+#include "IniList.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct IniFile IniFile;
+
+enum IniError {
+    kIniErrLineTooShort = -2,     // the greatest line length leaves no room for a value behind this tag
+    kIniErrUnicodeMark = -3,      // the file starts with a mark of UTF-16 or UTF-32
+    kIniErrNoFileName = -4,       // nothing was read or written yet
+    kIniErrStream = -5,           // the stream can't be cut or positioned, or is asked to be written safely
+    kIniErrName = -6,             // an empty section or tag, or text that could not be read back as itself
+    kIniErrMemory = -12,          // out of memory
+    kIniErrPermission = -13,      // the file may not be written, or the rename failed
+    kIniErrFile = -22,            // null object, null, empty or too long file name, no such file
+    kIniErrWrite = -28,           // a write failed
+    kIniErrOpen = -5001,          // the file exists but can't be opened
+    kIniErrRead = -5002,          // a read failed
+    kIniErrTemporary = -5003,     // no temporary file could be made
+    kIniErrOpenForWrite = -5004,  // the file can't be opened for writing
+    kIniErrInt = -5021,           // not an integer of 32 bits; a break character of 128 or more
+    kIniErrUInt = -5022,          // not an unsigned integer of 32 bits
+    kIniErrDouble = -5023,        // not a number
+    kIniErrBoolean = -5024        // neither "True" nor "False"
+};
+
+enum IniReadOption {
+    kIniReadKeepEmpty = 1,          // an item with an empty value is an item, not an unrecognized line
+    kIniReadStripDoubleQuotes = 2,  // a value in double quotes loses them, and is written with them
+    kIniReadStripSingleQuotes = 4,  // the same for single quotes
+    kIniReadColonAndNull = 8,       // ":" and ":=" separate too; items before any section go to a section "(null)"
+    kIniReadKeepComments = 16       // comments, blank and unrecognized lines are kept, unless the object is sorted
+};
+
+enum IniWriteOption {
+    kIniWriteUtf8Bom = 1,       // the file starts with EF BB BF
+    kIniWriteSafely = 2,        // into a temporary file, which then takes the file's place
+    kIniWriteMkstemp = 4,       // the temporary file has a name of its own, else the file's with extension TMP
+    kIniWriteSpacedEquals = 8,  // " = " between tag and value, else "="
+    kIniWriteComments = 16,     // comments are written back
+    kIniWriteSync = 32          // the data is on the disk before the call returns
+};
+
+// A new empty object, or null when out of memory. If `sorted` is not 0, sections and items are kept in the order of
+// their names. Default options: kIniReadStripDoubleQuotes; safe writes with mkstemp and sync, " = ", lines of at most
+// 80 bytes; duplicates merge.
+INI_EXPORT IniFile* IniNew(int sorted);
+
+// Frees the object and all it holds. Null does nothing.
+INI_EXPORT void IniDispose(IniFile* ini);
+
+// Settings. The first two return the value before; without duplicate checking a second section or item of a name
+// stands beside the first. `maxLineLength` is in bytes, -1 without a limit; longer values are cut into continuation
+// lines, just behind a `breakChar` (below 128) where there is one; 0 for none. kIniErrInt: a breakChar of 128 or more,
+// nothing is set.
+INI_EXPORT int IniSetDuplicateChecking(IniFile* ini, int check);
+INI_EXPORT int IniSetCaseAndWhitespaceSensitiveChecking(IniFile* ini, int sensitive);
+INI_EXPORT int IniSetWriteOptions(IniFile* ini, int maxLineLength, int breakChar, int options);
+INI_EXPORT int IniSetReadOptions(IniFile* ini, int options);
+
+// Gives text line by line to IniRead. A call continues the line that the last one left incomplete, puts at most
+// size - 1 bytes and a NUL into `buffer`, and sets all three outputs: *lineComplete when the line's end was reached,
+// *eof when there was nothing more, *lineNumber from 1. A negative result ends the reading.
+typedef int (*IniInputFunction)(void* context, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber);
+
+// Takes one line, without its end. A negative result ends the writing.
+typedef int (*IniOutputFunction)(void* context, const char* line);
+
+// Replaces the content by what the input function gives; values cut into "tag Line0001", "tag Line0002" ... are joined.
+// kIniErrMemory, or the function's own code; what was read so far stays.
+INI_EXPORT int IniRead(IniFile* ini, IniInputFunction input, void* context);
+
+// Writes the content line by line. kIniErrLineTooShort, kIniErrMemory, or the function's own code.
+INI_EXPORT int IniWrite(IniFile* ini, IniOutputFunction output, void* context);
+
+// Reads a stream in pieces: `*actual` of at most `size` bytes into `buffer`, 0 at its end; negative for a failure.
+typedef int (*IniStreamFunction)(void* context, int size, int* actual, void* buffer);
+
+enum { kIniInputChunk = 2084 };
+
+// What IniLineFileInputFunction reads from. Zero it, then set the first two fields.
+typedef struct IniLineInput {
+    IniStreamFunction read;
+    void* context;
+    int used;
+    int available;
+    int lineNumber;
+    int insideLine;  // the last line is not complete yet
+    int lastEnd;     // the character that ended the last line, plus 1; 0 before the first
+    unsigned char chunk[kIniInputChunk];
+} IniLineInput;
+
+// An input function for streams; `input` is an IniLineInput. LF, CR and NUL each end a line, two different ones in a
+// row only one. An unfinished last line counts as complete.
+INI_EXPORT int IniLineFileInputFunction(void* input, char* buffer, int size, int* eof, int* lineComplete,
+                                        int* lineNumber);
+
+// An output function that writes the line and "\n" to a FILE*. kIniErrWrite.
+INI_EXPORT int IniFileOutputFunc(void* file, const char* line);
+
+// Replaces the content by that of a file, whose name and date are remembered, or of a stream: from its start, or from
+// where a pipe stands. A mark of UTF-8 is skipped. kIniErrFile, kIniErrOpen, kIniErrRead, kIniErrUnicodeMark,
+// kIniErrMemory.
+INI_EXPORT int IniReadFromFile(IniFile* ini, const char* path);
+INI_EXPORT int IniReadFromFilePtr(IniFile* ini, FILE* file);
+
+// Writes the content to a file and remembers its name and date. With kIniWriteSafely the file is the old or the new one
+// whatever fails, and keeps its mode and owner; a symbolic link is replaced by a file. kIniErrFile, kIniErrPermission,
+// kIniErrTemporary, kIniErrOpenForWrite, kIniErrWrite, kIniErrLineTooShort, kIniErrMemory.
+INI_EXPORT int IniWriteToFile(IniFile* ini, const char* path);
+
+// Writes the content to a stream: from its start, cut to nothing first, or at its position with `append`.
+// kIniErrStream with kIniWriteSafely; kIniErrFile, kIniErrPermission, kIniErrWrite, kIniErrLineTooShort, kIniErrMemory.
+INI_EXPORT int IniWriteToFilePtr(IniFile* ini, FILE* file, int append);
+
+// 1 when the date of the file last read or written differs from what it was then, else 0. kIniErrNoFileName,
+// kIniErrFile.
+INI_EXPORT int IniIsFileNewer(IniFile* ini);
+
+// Queries. `n` counts from 1; names and raw values stay good until the object changes. Line numbers count from 1; -1
+// for what did not come from a file or is not there.
+INI_EXPORT int IniSectionExists(IniFile* ini, const char* section);
+INI_EXPORT int IniItemExists(IniFile* ini, const char* section, const char* tag);
+INI_EXPORT int IniNumberOfSections(IniFile* ini);
+INI_EXPORT int IniNumberOfItems(IniFile* ini, const char* section);
+INI_EXPORT int IniNthSectionName(IniFile* ini, int n, const char** out);
+INI_EXPORT int IniNthItemName(IniFile* ini, const char* section, int n, const char** out);
+INI_EXPORT int IniNthItemPointerToString(IniFile* ini, const char* section, int n, const char** out);
+INI_EXPORT int IniLineOfSection(IniFile* ini, const char* section);
+INI_EXPORT int IniLineOfItem(IniFile* ini, const char* section, const char* tag);
+INI_EXPORT int IniLineOfLastAccess(IniFile* ini);
+INI_EXPORT int IniLineOfFirstUnrecognizedLine(IniFile* ini);
+
+// Getters. A missing item, and for the typed ones an empty value, gives 0; a value that is not of the type gives the
+// type's code. Numbers may have white space around them and one sign; doubles are read as in the C locale.
+INI_EXPORT int IniGetBoolean(IniFile* ini, const char* section, const char* tag, int* out);
+INI_EXPORT int IniGetInt(IniFile* ini, const char* section, const char* tag, int* out);
+INI_EXPORT int IniGetUInt(IniFile* ini, const char* section, const char* tag, unsigned int* out);
+INI_EXPORT int IniGetDouble(IniFile* ini, const char* section, const char* tag, double* out);
+
+// The raw value as stored, good until the object changes; the decoded value, good until the next such call; copies
+// from malloc, which the caller frees. kIniErrMemory.
+INI_EXPORT int IniGetPointerToRawString(IniFile* ini, const char* section, const char* tag, const char** out);
+INI_EXPORT int IniGetPointerToString(IniFile* ini, const char* section, const char* tag, const char** out);
+INI_EXPORT int IniGetRawStringCopy(IniFile* ini, const char* section, const char* tag, char** out);
+INI_EXPORT int IniGetStringCopy(IniFile* ini, const char* section, const char* tag, char** out);
+
+// Copy at most size - 1 bytes into `dst` and end them; it is emptied first, whatever the result.
+INI_EXPORT int IniGetRawStringIntoBuffer(IniFile* ini, const char* section, const char* tag, char* dst, size_t size);
+INI_EXPORT int IniGetStringIntoBuffer(IniFile* ini, const char* section, const char* tag, char* dst, size_t size);
+
+// Setters: make the section and the item where they are missing. A null value is an empty one; white space at its ends
+// is not kept. `quoted` writes it in double quotes, `escaped` encodes it. Without `escaped`, a value that holds a
+// line's end gives kIniErrName, and so does a section or tag that could not be read back. kIniErrMemory: nothing
+// changed.
+INI_EXPORT int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, const char* value,
+                                       int quoted, int escaped);
+INI_EXPORT int IniPutString(IniFile* ini, const char* section, const char* tag, const char* value);
+INI_EXPORT int IniPutRawString(IniFile* ini, const char* section, const char* tag, const char* value);
+INI_EXPORT int IniPutBoolean(IniFile* ini, const char* section, const char* tag, int value);
+INI_EXPORT int IniPutInt(IniFile* ini, const char* section, const char* tag, int value);
+INI_EXPORT int IniPutUInt(IniFile* ini, const char* section, const char* tag, unsigned int value);
+INI_EXPORT int IniPutDouble(IniFile* ini, const char* section, const char* tag, double value);
+
+// Remove an item or a section; its comments go in front of what follows. kIniErrMemory: nothing changed.
+INI_EXPORT int IniRemoveItem(IniFile* ini, const char* section, const char* tag);
+INI_EXPORT int IniRemoveSection(IniFile* ini, const char* section);
+
+// Renames a section, without moving it in a sorted object. kIniErrName, kIniErrMemory.
+INI_EXPORT int IniRenameSection(IniFile* ini, const char* oldName, const char* newName);
+
+// Sort the items of a section, the sections, or both, by name; they are kept in order from then on.
+INI_EXPORT int IniSortSection(IniFile* ini, const char* section);
+INI_EXPORT int IniSortSectionList(IniFile* ini);
+INI_EXPORT int IniSort(IniFile* ini);
+
+// Compares two texts without regard to case and to white space at their ends: -1, 0 or 1.
+INI_EXPORT int qkini_StrICmpWithoutSurrWhiteSpace(const char* a, const char* b);
+
+// Read a whole text as an integer, with white space around it and one sign: 1, or 0 when it is none of 32 bits.
+INI_EXPORT int qkini_StrToInt(const char* text, int* out);
+INI_EXPORT int qkini_StrToUInt(const char* text, unsigned int* out);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

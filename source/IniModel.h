@@ -1,0 +1,112 @@
+// The object that the INI engine reads into, edits and writes from. C library only.
+#ifndef KZCORE_INIMODEL_H
+#define KZCORE_INIMODEL_H
+
+#include "IniFile.h"
+#include "IniNames.h"
+
+enum { kIniFileNameSize = 260 };
+
+// A whole line, as read.
+struct IniComment {
+    char* text;
+    int line;
+};
+
+// Strings and lists are the structures' own. Lists of comments are null until the first one. A line is -1 for what did
+// not come from a file.
+struct IniItem {
+    char* name;
+    char* value;
+    qkini_List comments;  // in front of the item
+    int line;
+    int quoteChar;  // 0, 34 or 39
+};
+
+struct IniSection {
+    char* name;
+    qkini_List comments;    // in front of the section
+    qkini::NameList items;  // of IniItem
+    int sorted;             // whether new items go in order
+    int line;
+};
+
+struct IniFile {
+    qkini::NameList sections{};  // of IniSection
+    qkini_List trailingComments = nullptr;
+    int currentSection = -1;  // index of the last one found, so that it may move with its list
+    int sorted = 0;           // whether new sections, and the items of new sections, go in order
+    int duplicateChecking = 1;
+    int caseSensitive = 0;  // as it was set; the names compare by `naming`
+    int lastAccessLine = -1;
+    char* scratch = nullptr;
+    size_t scratchSize = 0;
+    int maxLineLength = 80;
+    int breakChar = 0;
+    int writeOptions = kIniWriteSafely | kIniWriteMkstemp | kIniWriteSpacedEquals | kIniWriteSync;
+    int readOptions = kIniReadStripDoubleQuotes;
+    int firstUnrecognizedLine = -1;
+    char fileName[kIniFileNameSize] = "";
+    long long fileDate = 0;
+    qkini::Naming naming;
+};
+
+namespace qkini {
+
+inline IniSection* SectionAt(const IniFile* ini, int index)
+{
+    return static_cast<IniSection*>(ini->sections.At(index));
+}
+
+inline IniItem* ItemAt(const IniSection* section, int index)
+{
+    return static_cast<IniItem*>(section->items.At(index));
+}
+
+// An object without content; null when out of memory.
+IniFile* MakeFile(bool sorted);
+void DisposeFile(IniFile* ini);
+
+// Drops all sections and comments.
+void Clear(IniFile* ini);
+
+// The index of a section, which becomes the current one, or -1.
+int FindSection(IniFile* ini, Text name);
+
+// The section or the item of that name, or null. A found item's line becomes that of the last access.
+IniSection* SectionOf(IniFile* ini, Text name);
+IniItem* ItemOf(IniFile* ini, IniSection* section, Text name);
+
+// Add a section, which becomes the current one, or an item without a value: behind the last, or in its place where the
+// list is kept in order. The index, or -1 when out of memory.
+enum class Place { kLast, kAsSorted };
+int AddSection(IniFile* ini, Text name, int line, Place place);
+int AddItem(const IniFile* ini, IniSection* section, Text name, Place place);
+
+// Set an item's value; false when out of memory, and it is unchanged.
+bool SetValue(IniItem* item, Text value, int quoteChar);
+
+// Remove with all that is owned.
+void DropSection(IniFile* ini, int index);
+void DropItem(const IniFile* ini, IniSection* section, int index);
+void DisposeItem(IniItem* item);
+
+// Append a comment to a list, which is made where it is null; move all comments of some lists, in their order, in
+// front of those of another. False when out of memory: all is as it was.
+bool AppendComment(qkini_List* comments, Text text, int line);
+void DisposeComments(qkini_List* comments);
+
+// Removes an item or a section and moves its comments in front of what follows. False when out of memory: nothing
+// changed.
+bool RemoveItem(IniFile* ini, int section, int item);
+bool RemoveSection(IniFile* ini, int section);
+
+void SortSections(IniFile* ini);
+void SortItems(const IniFile* ini, IniSection* section);
+
+// For a change of how names compare.
+void ForgetOrder(IniFile* ini);
+
+}  // namespace qkini
+
+#endif

@@ -1,0 +1,53 @@
+// Lists of things with names, sections and items, and how they are found by name. C library only.
+#ifndef KZCORE_ININAMES_H
+#define KZCORE_ININAMES_H
+
+#include "IniList.h"
+#include "IniText.h"
+
+namespace qkini {
+
+// How names compare in one object.
+struct Naming {
+    bool caseSensitive = false;
+    unsigned long long seed = 0;  // of the hash
+};
+
+// A list whose elements begin with `char* name`. It is found in by a hash index, which is made once the list is long
+// enough to be worth it and kept up to date as the list changes; when there is no memory for one, by a binary search
+// where the list is in order, else one by one. All three find the first of several elements of a name.
+struct NameList {
+    struct Slot {
+        unsigned hash;
+        int place;  // index in the list, plus 1; 0 for a free slot
+    };
+
+    qkini_List list;
+    Slot* slots;  // mask + 1 of them, null without an index
+    unsigned mask;
+    unsigned used;       // slots; several elements of a name have one
+    bool hasDuplicates;  // whether it may be so
+    bool isInOrder;      // of names
+
+    bool Make(int elementSize);  // false when out of memory
+    void Dispose();              // the list and the index, not what the elements own
+
+    int Count() const { return qkini_ListNumItems(list); }
+    void* At(int index) const { return qkini_ListGetPtrToItem(list, index + 1); }
+
+    int Find(Text name, const Naming& naming);  // an index, or -1
+
+    // Insert behind the last element, or in order behind those that are equal. An index, or -1 when out of memory.
+    int Append(const void* element, const Naming& naming);
+    int InsertInOrder(const void* element, const Naming& naming);
+
+    void RemoveAt(int index, const Naming& naming);
+    void Sort(const Naming& naming);
+
+    // For changes of names, and of the list by other means.
+    void Forget();
+};
+
+}  // namespace qkini
+
+#endif

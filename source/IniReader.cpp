@@ -1,0 +1,436 @@
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "IniFile.h"
+#include "IniModel.h"
+
+using qkini::AddItem;
+using qkini::AddSection;
+using qkini::AppendComment;
+using qkini::ItemAt;
+using qkini::ItemOf;
+using qkini::Place;
+using qkini::SectionAt;
+using qkini::Text;
+using qkini::Trimmed;
+using qkini::TrimmedLeft;
+using qkini::TrimmedRight;
+
+namespace {
+
+// The lines of an input function, put together from its pieces.
+class LineReader {
+public:
+    LineReader(IniInputFunction input, void* context) : m_input(input), m_context(context) {}
+    ~LineReader() { free(m_buffer); }
+    LineReader(const LineReader&) = delete;
+    LineReader& operator=(const LineReader&) = delete;
+
+    // 1 for a line, 0 when there is none left, or a negative code.
+    int Next()
+    {
+        m_used = 0;
+        for (;;) {
+            if (m_size - m_used < 2 && !Grow()) {
+                return kIniErrMemory;
+            }
+            int eof = 0;
+            int isComplete = 0;
+            const int result = m_input(m_context, m_buffer + m_used, m_size - m_used, &eof, &isComplete, &m_number);
+            if (result < 0) {
+                return result;
+            }
+            if (eof != 0) {
+                return m_used > 0 ? 1 : 0;
+            }
+            m_used += static_cast<int>(strlen(m_buffer + m_used));
+            if (isComplete != 0) {
+                return 1;
+            }
+        }
+    }
+
+    Text line() const { return {m_buffer, static_cast<size_t>(m_used)}; }
+    int number() const { return m_number; }
+
+private:
+    bool Grow()
+    {
+        constexpr int kFirstSize = 256;
+        if (m_size > INT_MAX / 2) {
+            return false;
+        }
+        const int size = m_size == 0 ? kFirstSize : m_size * 2;
+        auto* const buffer = static_cast<char*>(qkini::Reallocate(m_buffer, static_cast<size_t>(size)));
+        if (buffer == nullptr) {
+            return false;
+        }
+        m_buffer = buffer;
+        m_size = size;
+        return true;
+    }
+
+    const IniInputFunction m_input;
+    void* const m_context;
+    char* m_buffer = nullptr;
+    int m_size = 0;
+    int m_used = 0;  // bytes of the line
+    int m_number = 0;
+};
+
+// Takes an object's lines, one after the other. Each step is false when out of memory.
+class Reader {
+public:
+    explicit Reader(IniFile* ini) : m_ini(ini) {}
+    ~Reader() { qkini::DisposeComments(&m_pending); }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    bool Take(Text line, int number)
+    {
+        m_line = number;
+        const Text text = TrimmedLeft(line);
+        if (text.IsEmpty()) {
+            return TakeUnrecognized(line);
+        }
+        switch (*text.begin) {
+            case ';':
+                return Keep(line);
+            case '[':
+                return TakeSection(line, TrimmedLeft({text.begin + 1, text.end()}));
+            default:
+                return TakeItem(line, text);
+        }
+    }
+
+    // The comments behind the last item.
+    void TakeEnd()
+    {
+        m_ini->trailingComments = m_pending;
+        m_pending = nullptr;
+    }
+
+private:
+    bool Keep(Text line)
+    {
+        const bool keeps = (m_ini->readOptions & kIniReadKeepComments) != 0 && m_ini->sorted == 0;
+        return !keeps || AppendComment(&m_pending, line, m_line);
+    }
+
+    bool TakeUnrecognized(Text line)
+    {
+        if (m_ini->firstUnrecognizedLine == -1) {
+            m_ini->firstUnrecognizedLine = m_line;
+        }
+        return Keep(line);
+    }
+
+    // The comments so far become those of a section or an item.
+    void GivePending(qkini_List* comments)
+    {
+        qkini::DisposeComments(comments);
+        *comments = m_pending;
+        m_pending = nullptr;
+    }
+
+    // `text` is what follows the bracket.
+    bool TakeSection(Text line, Text text)
+    {
+        const auto* const bracket = static_cast<const char*>(memchr(text.begin, ']', text.size));
+        const Text name = TrimmedRight({text.begin, bracket == nullptr ? text.begin : bracket});
+        if (name.IsEmpty()) {
+            return TakeUnrecognized(line);
+        }
+        int index = m_ini->duplicateChecking != 0 ? qkini::FindSection(m_ini, name) : -1;
+        if (index < 0) {
+            index = AddSection(m_ini, name, m_line, Place::kLast);
+        }
+        if (index < 0) {
+            return false;
+        }
+        IniSection* const section = SectionAt(m_ini, index);
+        section->line = m_line;
+        GivePending(&section->comments);
+        m_section = index;
+        return true;
+    }
+
+    bool TakeItem(Text line, Text text)
+    {
+        const bool hasColons = (m_ini->readOptions & kIniReadColonAndNull) != 0;
+        const char* separator = text.begin;
+        while (separator != text.end() && *separator != '=' && !(hasColons && *separator == ':')) {
+            ++separator;
+        }
+        if (separator == text.begin || separator == text.end()) {
+            return TakeUnrecognized(line);
+        }
+        const bool isColonEquals = *separator == ':' && separator + 1 != text.end() && separator[1] == '=';
+        const Text tag = TrimmedRight({text.begin, separator});
+        const Text value = Trimmed({separator + (isColonEquals ? 2 : 1), text.end()});
+        if (value.IsEmpty() && (m_ini->readOptions & kIniReadKeepEmpty) == 0) {
+            return TakeUnrecognized(line);
+        }
+        if (m_section < 0) {
+            if (!hasColons) {
+                return true;
+            }
+            m_section = AddSection(m_ini, Text("(null)"), -1, Place::kLast);
+        }
+        return m_section >= 0 && StoreItem(SectionAt(m_ini, m_section), tag, value);
+    }
+
+    bool StoreItem(IniSection* section, Text tag, Text value)
+    {
+        int index = m_ini->duplicateChecking != 0 ? section->items.Find(tag, m_ini->naming) : -1;
+        const bool isNew = index < 0;
+        if (isNew) {
+            index = AddItem(m_ini, section, tag, Place::kLast);
+        }
+        if (index < 0) {
+            return false;
+        }
+        IniItem* const item = ItemAt(section, index);
+        const char quote = QuoteOf(value);
+        const Text stored = quote == 0 ? value : Text(value.begin + 1, value.size - 2);
+        if (!qkini::SetValue(item, stored, quote)) {
+            if (isNew) {
+                qkini::DropItem(m_ini, section, index);
+            }
+            return false;
+        }
+        item->line = m_line;
+        GivePending(&item->comments);
+        return true;
+    }
+
+    // The quotes to strip from a value, or 0.
+    char QuoteOf(Text value) const
+    {
+        if (value.size < 2 || *value.begin != value.end()[-1]) {
+            return 0;
+        }
+        const char quote = *value.begin;
+        const bool strips = (quote == '"' && (m_ini->readOptions & kIniReadStripDoubleQuotes) != 0) ||
+                            (quote == '\'' && (m_ini->readOptions & kIniReadStripSingleQuotes) != 0);
+        return strips ? quote : 0;
+    }
+
+    IniFile* const m_ini;
+    int m_section = -1;  // index; -1 before the first
+    int m_line = 0;
+    qkini_List m_pending = nullptr;
+};
+
+// A run of items "tag Line0001", "tag Line0002" ... from `first` up to `end`, which become one.
+struct Run {
+    int first;
+    int end;
+};
+
+bool IsContinuation(const IniItem* item, bool isFirst)
+{
+    long number = 0;
+    return qkini::ContinuationBase(item->name, &number) >= 0 && (number == 1) == isFirst;
+}
+
+Run RunAt(const IniSection* section, int first)
+{
+    Run run{first, first + 1};
+    if (IsContinuation(ItemAt(section, first), true)) {
+        while (run.end < section->items.Count() && IsContinuation(ItemAt(section, run.end), false)) {
+            ++run.end;
+        }
+    }
+    return run;
+}
+
+// Gives the run's first item the base tag and all values. False when out of memory: nothing changed.
+bool JoinRun(const IniSection* section, Run run)
+{
+    size_t size = 0;
+    for (int i = run.first; i < run.end; ++i) {
+        size += strlen(ItemAt(section, i)->value);
+    }
+    auto* const value = static_cast<char*>(qkini::Allocate(size + 1));
+    if (value == nullptr) {
+        return false;
+    }
+    char* at = value;
+    for (int i = run.first; i < run.end; ++i) {
+        const Text part(ItemAt(section, i)->value);
+        memcpy(at, part.begin, part.size);
+        at += part.size;
+    }
+    *at = 0;
+    IniItem* const first = ItemAt(section, run.first);
+    free(first->value);
+    first->value = value;
+    long number = 0;
+    first->name[qkini::ContinuationBase(first->name, &number)] = 0;
+    return true;
+}
+
+// Joins all runs of a section in one pass that moves the other items down. False when out of memory: the runs so far
+// are joined.
+bool JoinSection(IniSection* section)
+{
+    const int count = section->items.Count();
+    bool isJoined = true;
+    int kept = 0;
+    for (int i = 0; i < count;) {
+        Run run = RunAt(section, i);
+        if (isJoined && IsContinuation(ItemAt(section, i), true)) {
+            isJoined = JoinRun(section, run);
+        }
+        if (!isJoined) {
+            run.end = run.first + 1;
+        }
+        *ItemAt(section, kept) = *ItemAt(section, run.first);
+        ++kept;
+        for (i = run.first + 1; i < run.end; ++i) {
+            qkini::DisposeItem(ItemAt(section, i));
+        }
+    }
+    qkini_ListRemoveItems(section->items.list, kept + 1, count - kept);
+    section->items.Forget();
+    return isJoined;
+}
+
+bool HasRuns(const IniSection* section)
+{
+    for (int i = 0; i < section->items.Count(); ++i) {
+        if (IsContinuation(ItemAt(section, i), true)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool JoinContinuations(IniFile* ini)
+{
+    for (int i = 0; i < ini->sections.Count(); ++i) {
+        IniSection* const section = SectionAt(ini, i);
+        if (HasRuns(section) && !JoinSection(section)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool IsLineEnd(unsigned char c)
+{
+    return c == '\n' || c == '\r' || c == 0;
+}
+
+// Makes sure that there is a byte in the chunk, unless the stream is at its end.
+int FillChunk(IniLineInput* input)
+{
+    if (input->used < input->available) {
+        return 1;
+    }
+    input->used = 0;
+    input->available = 0;
+    return input->read(input->context, kIniInputChunk, &input->available, input->chunk);
+}
+
+// The bytes up to the next line's end, or to the end of the chunk.
+int LengthOfPiece(const IniLineInput* input, int limit)
+{
+    const int rest = input->available - input->used;
+    const int most = rest < limit ? rest : limit;
+    const unsigned char* const from = input->chunk + input->used;
+    int length = 0;
+    while (length < most && !IsLineEnd(from[length])) {
+        ++length;
+    }
+    return length;
+}
+
+// Skips the second half of a pair such as CR LF.
+int SkipPairedEnd(IniLineInput* input)
+{
+    const int result = FillChunk(input);
+    if (result >= 0 && input->used < input->available) {
+        const unsigned char first = input->chunk[input->used];
+        if (IsLineEnd(first) && input->lastEnd != 0 && input->lastEnd != first + 1) {
+            ++input->used;
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+int IniRead(IniFile* ini, IniInputFunction input, void* context)
+{
+    if (ini == nullptr || input == nullptr) {
+        return kIniErrFile;
+    }
+    qkini::Clear(ini);
+    ini->firstUnrecognizedLine = -1;
+    LineReader lines(input, context);
+    Reader reader(ini);
+    int result;
+    while ((result = lines.Next()) == 1) {
+        if (!reader.Take(lines.line(), lines.number())) {
+            return kIniErrMemory;
+        }
+    }
+    if (result < 0) {
+        return result;
+    }
+    reader.TakeEnd();
+    if (!JoinContinuations(ini)) {
+        return kIniErrMemory;
+    }
+    if (ini->sorted != 0) {
+        IniSort(ini);
+    }
+    return 1;
+}
+
+int IniLineFileInputFunction(void* state, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber)
+{
+    auto* const input = static_cast<IniLineInput*>(state);
+    *eof = 0;
+    *lineComplete = 0;
+    buffer[0] = 0;
+    int result = input->insideLine != 0 ? 1 : SkipPairedEnd(input);
+    int used = 0;
+    while (result >= 0 && used < size - 1 && *lineComplete == 0) {
+        result = FillChunk(input);
+        if (result < 0) {
+            break;
+        }
+        if (input->available == 0) {
+            *eof = used == 0 ? 1 : 0;
+            *lineComplete = 1 - *eof;
+            break;
+        }
+        if (input->insideLine == 0) {
+            input->insideLine = 1;
+            ++input->lineNumber;
+        }
+        const int length = LengthOfPiece(input, size - 1 - used);
+        memcpy(buffer + used, input->chunk + input->used, static_cast<size_t>(length));
+        used += length;
+        input->used += length;
+        if (used < size - 1 && input->used < input->available) {
+            input->lastEnd = input->chunk[input->used] + 1;
+            ++input->used;
+            *lineComplete = 1;
+        }
+    }
+    buffer[used] = 0;
+    if (*eof != 0 || *lineComplete != 0) {
+        input->insideLine = 0;
+    }
+    *lineNumber = input->lineNumber;
+    return result < 0 ? result : 1;
+}
+
+}  // extern "C"

@@ -1,0 +1,440 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "IniFile.h"
+#include "IniModel.h"
+#include "IniSystem.h"
+
+using qkini::g_system;
+
+namespace qkini {
+
+SystemCalls g_system = {
+    [](const char* path, int flags, mode_t mode) { return open(path, flags, mode); },
+    &mkstemp,
+    &write,
+    &fsync,
+    &close,
+    [](const char* path, struct stat* out) { return stat(path, out); },
+    [](int file, struct stat* out) { return fstat(file, out); },
+    &fchmod,
+    &fchown,
+    &rename,
+    &unlink,
+};
+
+}  // namespace qkini
+
+namespace {
+
+constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
+constexpr size_t kMarkSize = 4;  // of the longest mark, that of UTF-32
+constexpr size_t kTemporaryNameSize = 256;
+
+// Calls again what a signal has interrupted.
+template <typename Call>
+auto Retry(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+bool IsUsablePath(const char* path)
+{
+    return path != nullptr && *path != 0 && strlen(path) < kIniFileNameSize;
+}
+
+long long StampOf(const struct stat& status)
+{
+    constexpr long long kNanosecondsPerSecond = 1000000000;
+    return status.st_mtim.tv_sec * kNanosecondsPerSecond + status.st_mtim.tv_nsec;
+}
+
+// Remembers which file the object stands for, and its date.
+void Remember(IniFile* ini, const char* path, long long stamp)
+{
+    memmove(ini->fileName, path, strlen(path) + 1);
+    ini->fileDate = stamp;
+}
+
+// A stream to read from, whose first bytes were read to see a mark.
+struct MarkedStream {
+    FILE* file;
+    unsigned char head[kMarkSize];
+    size_t headSize;
+    size_t headUsed;
+};
+
+// An IniStreamFunction.
+int ReadStream(void* context, int size, int* actual, void* buffer)
+{
+    auto* const stream = static_cast<MarkedStream*>(context);
+    const size_t rest = stream->headSize - stream->headUsed;
+    if (rest > 0) {
+        memcpy(buffer, stream->head + stream->headUsed, rest);
+        stream->headUsed = stream->headSize;
+        *actual = static_cast<int>(rest);
+        return 1;
+    }
+    *actual = static_cast<int>(fread(buffer, 1, static_cast<size_t>(size), stream->file));
+    return *actual == 0 && ferror(stream->file) != 0 ? kIniErrRead : 1;
+}
+
+bool StartsWith(const MarkedStream& stream, const char* mark, size_t size)
+{
+    return stream.headSize >= size && memcmp(stream.head, mark, size) == 0;
+}
+
+// Reads the first bytes and skips a mark of UTF-8.
+int ReadMark(MarkedStream* stream)
+{
+    clearerr(stream->file);
+    stream->headSize = fread(stream->head, 1, kMarkSize, stream->file);
+    if (ferror(stream->file) != 0) {
+        return kIniErrRead;
+    }
+    if (StartsWith(*stream, "\xFF\xFE", 2) || StartsWith(*stream, "\xFE\xFF", 2) ||
+        StartsWith(*stream, "\0\0\xFE\xFF", 4)) {
+        return kIniErrUnicodeMark;
+    }
+    stream->headUsed = StartsWith(*stream, kUtf8Mark, 3) ? 3 : 0;
+    return 1;
+}
+
+// Reads a stream from where it stands.
+int ReadMarked(IniFile* ini, FILE* file)
+{
+    MarkedStream stream{file, {}, 0, 0};
+    const int result = ReadMark(&stream);
+    if (result < 0) {
+        return result;
+    }
+    IniLineInput input{};
+    input.read = &ReadStream;
+    input.context = &stream;
+    return IniRead(ini, &IniLineFileInputFunction, &input);
+}
+
+// A file that is being written. Unless it is kept in the end, it is removed.
+class OutputFile {
+public:
+    OutputFile(int file, const char* path) : m_file(file), m_path(path) {}
+    ~OutputFile()
+    {
+        if (m_file >= 0) {
+            g_system.close(m_file);
+        }
+        if (!m_isKept) {
+            g_system.unlink(m_path);
+        }
+    }
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    int file() const { return m_file; }
+
+    // An IniOutputFunction.
+    static int PutLine(void* context, const char* line)
+    {
+        auto* const self = static_cast<OutputFile*>(context);
+        const int result = self->Put(line, strlen(line));
+        return result < 0 ? result : self->Put("\n", 1);
+    }
+
+    int Put(const char* bytes, size_t size)
+    {
+        while (size > 0) {
+            const size_t room = sizeof m_buffer - m_used;
+            const size_t part = size < room ? size : room;
+            memcpy(m_buffer + m_used, bytes, part);
+            m_used += part;
+            bytes += part;
+            size -= part;
+            if (m_used == sizeof m_buffer) {
+                const int result = Flush();
+                if (result < 0) {
+                    return result;
+                }
+            }
+        }
+        return 1;
+    }
+
+    int Flush()
+    {
+        for (size_t done = 0; done < m_used;) {
+            const ssize_t written = Retry([&] { return g_system.write(m_file, m_buffer + done, m_used - done); });
+            if (written <= 0) {
+                return kIniErrWrite;
+            }
+            done += static_cast<size_t>(written);
+        }
+        m_used = 0;
+        return 1;
+    }
+
+    int Sync() const
+    {
+        // Pipes and the like have nothing to sync.
+        const bool isSynced = Retry([&] { return g_system.fsync(m_file); }) == 0 || errno == EINVAL;
+        return isSynced ? 1 : kIniErrWrite;
+    }
+
+    long long Stamp() const
+    {
+        struct stat status;
+        return g_system.fstat(m_file, &status) == 0 ? StampOf(status) : 0;
+    }
+
+    int Close()
+    {
+        const int file = m_file;
+        m_file = -1;
+        return g_system.close(file) == 0 || errno == EINTR ? 1 : kIniErrWrite;
+    }
+
+    void Keep() { m_isKept = true; }
+
+private:
+    int m_file;
+    const char* const m_path;
+    bool m_isKept = false;
+    size_t m_used = 0;
+    char m_buffer[8192];
+};
+
+int WriteContent(IniFile* ini, OutputFile* output)
+{
+    int result = 1;
+    if ((ini->writeOptions & kIniWriteUtf8Bom) != 0) {
+        result = output->Put(kUtf8Mark, sizeof kUtf8Mark - 1);
+    }
+    if (result == 1) {
+        result = IniWrite(ini, &OutputFile::PutLine, output);
+    }
+    if (result == 1) {
+        result = output->Flush();
+    }
+    if (result == 1 && (ini->writeOptions & kIniWriteSync) != 0) {
+        result = output->Sync();
+    }
+    return result;
+}
+
+// Writes over the file itself.
+int SaveInPlace(IniFile* ini, const char* path)
+{
+    const int file = Retry([&] { return g_system.open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); });
+    if (file < 0) {
+        return kIniErrOpenForWrite;
+    }
+    OutputFile output(file, path);
+    int result = WriteContent(ini, &output);
+    const long long stamp = output.Stamp();
+    if (result == 1) {
+        result = output.Close();
+    }
+    if (result == 1) {
+        output.Keep();
+        Remember(ini, path, stamp);
+    }
+    return result;
+}
+
+// The name of the file that is written before it takes the place of `path`; false when it is too long.
+bool TemporaryName(const IniFile* ini, const char* path, char* name)
+{
+    const char* const slash = strrchr(path, '/');
+    const char* const dot = strrchr(path, '.');
+    int size;
+    if ((ini->writeOptions & kIniWriteMkstemp) != 0) {
+        const int folder = slash == nullptr ? 0 : static_cast<int>(slash - path) + 1;
+        size = snprintf(name, kTemporaryNameSize, "%.*sini$$.TMPXXXXXX", folder, path);
+    } else if (slash != nullptr && dot != nullptr && dot > slash && strcmp(dot, ".TMP") != 0) {
+        size = snprintf(name, kTemporaryNameSize, "%.*s.TMP", static_cast<int>(dot - path), path);
+    } else {
+        size = snprintf(name, kTemporaryNameSize, "%s.TMP", path);
+    }
+    return size >= 0 && static_cast<size_t>(size) < kTemporaryNameSize;
+}
+
+// What a save finds in the place that it writes to.
+struct Target {
+    bool exists = false;
+    struct stat status = {};
+};
+
+// Whether the target may be written; a missing one is made and removed again to see.
+bool IsWritable(const char* path, Target* target)
+{
+    target->exists = g_system.stat(path, &target->status) == 0;
+    if (target->exists && !S_ISREG(target->status.st_mode)) {
+        return false;
+    }
+    const int flags = target->exists ? O_RDWR : O_WRONLY | O_CREAT | O_EXCL;
+    const int file = Retry([&] { return g_system.open(path, flags | O_CLOEXEC, 0666); });
+    if (file < 0) {
+        return !target->exists && errno == EEXIST;  // a link that leads nowhere, which the rename replaces
+    }
+    g_system.close(file);
+    return target->exists || g_system.unlink(path) == 0;
+}
+
+// Opens the temporary file, for nobody else to read while it is to replace one; a code for a failure.
+int OpenTemporary(const IniFile* ini, const Target& target, char* name)
+{
+    if ((ini->writeOptions & kIniWriteMkstemp) != 0) {
+        const int file = Retry([&] { return g_system.mkstemp(name); });
+        if (file < 0) {
+            return kIniErrTemporary;
+        }
+        if (!target.exists && Retry([&] { return g_system.fchmod(file, 0644); }) != 0) {
+            g_system.close(file);
+            g_system.unlink(name);
+            return kIniErrTemporary;
+        }
+        return file;
+    }
+    g_system.unlink(name);  // one that a crash has left, or a link that somebody has put there
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    const int file = Retry([&] { return g_system.open(name, flags, target.exists ? 0600 : 0666); });
+    return file < 0 ? kIniErrOpenForWrite : file;
+}
+
+// The mode and owner of the file that is replaced. As the owner may not be given away by everybody, failures are left.
+void TakeRights(int file, const Target& target)
+{
+    if (target.exists) {
+        g_system.fchown(file, target.status.st_uid, target.status.st_gid);
+        g_system.fchmod(file, target.status.st_mode & 07777);
+    }
+}
+
+int SaveSafely(IniFile* ini, const char* path)
+{
+    char name[kTemporaryNameSize];
+    Target target;
+    if (!TemporaryName(ini, path, name)) {
+        return kIniErrFile;
+    }
+    if (!IsWritable(path, &target)) {
+        return kIniErrPermission;
+    }
+    const int file = OpenTemporary(ini, target, name);
+    if (file < 0) {
+        return file;
+    }
+    OutputFile output(file, name);
+    int result = WriteContent(ini, &output);
+    const long long stamp = output.Stamp();
+    TakeRights(file, target);
+    if (result == 1) {
+        result = output.Close();
+    }
+    if (result == 1) {
+        result = Retry([&] { return g_system.rename(name, path); }) == 0 ? 1 : kIniErrPermission;
+    }
+    if (result == 1) {
+        output.Keep();
+        Remember(ini, path, stamp);
+    }
+    return result;
+}
+
+// Empties a stream for a new content.
+int CutStream(FILE* file)
+{
+    if (fflush(file) != 0) {
+        return kIniErrWrite;
+    }
+    if (Retry([&] { return ftruncate(fileno(file), 0); }) != 0) {
+        return errno == EBADF || errno == EACCES ? kIniErrPermission : kIniErrStream;
+    }
+    return fseek(file, 0, SEEK_SET) == 0 ? 1 : kIniErrStream;
+}
+
+}  // namespace
+
+extern "C" {
+
+int IniReadFromFile(IniFile* ini, const char* path)
+{
+    if (ini == nullptr || !IsUsablePath(path)) {
+        return kIniErrFile;
+    }
+    struct stat status;
+    FILE* const file = fopen(path, "rbe");
+    if (file == nullptr) {
+        return g_system.stat(path, &status) == 0 ? kIniErrOpen : kIniErrFile;
+    }
+    // The date before the reading, so that a change during it is seen later.
+    const long long stamp = g_system.fstat(fileno(file), &status) == 0 ? StampOf(status) : 0;
+    const int result = ReadMarked(ini, file);
+    fclose(file);
+    if (result == 1) {
+        Remember(ini, path, stamp);
+    }
+    return result;
+}
+
+int IniReadFromFilePtr(IniFile* ini, FILE* file)
+{
+    if (ini == nullptr || file == nullptr) {
+        return kIniErrFile;
+    }
+    fseek(file, 0, SEEK_SET);  // not for pipes, which are read from where they stand
+    return ReadMarked(ini, file);
+}
+
+int IniWriteToFile(IniFile* ini, const char* path)
+{
+    if (ini == nullptr || !IsUsablePath(path)) {
+        return kIniErrFile;
+    }
+    return (ini->writeOptions & kIniWriteSafely) != 0 ? SaveSafely(ini, path) : SaveInPlace(ini, path);
+}
+
+int IniWriteToFilePtr(IniFile* ini, FILE* file, int append)
+{
+    if (ini == nullptr || file == nullptr) {
+        return kIniErrFile;
+    }
+    if ((ini->writeOptions & kIniWriteSafely) != 0) {
+        return kIniErrStream;
+    }
+    int result = append != 0 ? 1 : CutStream(file);
+    if (result == 1 && (ini->writeOptions & kIniWriteUtf8Bom) != 0 && fputs(kUtf8Mark, file) < 0) {
+        result = kIniErrWrite;
+    }
+    if (result == 1) {
+        result = IniWrite(ini, &IniFileOutputFunc, file);
+    }
+    if (result == 1 && fflush(file) != 0) {
+        result = kIniErrWrite;
+    }
+    return result;
+}
+
+int IniIsFileNewer(IniFile* ini)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    if (ini->fileName[0] == 0) {
+        return kIniErrNoFileName;
+    }
+    struct stat status;
+    if (g_system.stat(ini->fileName, &status) != 0) {
+        return kIniErrFile;
+    }
+    return StampOf(status) != ini->fileDate ? 1 : 0;
+}
+
+}  // extern "C"

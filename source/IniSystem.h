@@ -1,0 +1,29 @@
+// What the INI engine asks of the system to save a file, in a table so that tests can make each call fail.
+#ifndef KZCORE_INISYSTEM_H
+#define KZCORE_INISYSTEM_H
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+namespace qkini {
+
+// Each as the POSIX call of its name.
+struct SystemCalls {
+    int (*open)(const char* path, int flags, mode_t mode);
+    int (*mkstemp)(char* name);
+    ssize_t (*write)(int file, const void* bytes, size_t size);
+    int (*fsync)(int file);
+    int (*close)(int file);
+    int (*stat)(const char* path, struct stat* out);
+    int (*fstat)(int file, struct stat* out);
+    int (*fchmod)(int file, mode_t mode);
+    int (*fchown)(int file, uid_t owner, gid_t group);
+    int (*rename)(const char* from, const char* to);
+    int (*unlink)(const char* path);
+};
+
+extern SystemCalls g_system;
+
+}  // namespace qkini
+
+#endif

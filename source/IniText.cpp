@@ -1,0 +1,319 @@
+#include "IniText.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <locale.h>
+#include <math.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+namespace qkini {
+
+namespace {
+
+AllocateProc g_allocate = &realloc;
+
+// Zero for what is no hexadecimal digit, else the digit and 16.
+constexpr int HexDigit(char c)
+{
+    if (IsDigit(c)) {
+        return 16 + (c - '0');
+    }
+    const char upper = ToUpper(c);
+    return upper >= 'A' && upper <= 'F' ? 16 + 10 + (upper - 'A') : 0;
+}
+
+// Collects bytes as far as there is room, and counts them all.
+class BoundedOutput {
+public:
+    BoundedOutput(char* out, size_t room) : m_out(out), m_room(room) {}
+
+    void Put(char c)
+    {
+        if (m_size < m_room) {
+            m_out[m_size] = c;
+        }
+        ++m_size;
+    }
+    size_t size() const { return m_size; }
+
+private:
+    char* const m_out;
+    const size_t m_room;
+    size_t m_size = 0;
+};
+
+// Eight bytes, those of lower-case letters made upper-case, all at once.
+uint64_t FoldWord(uint64_t word)
+{
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    constexpr uint64_t kHighs = kOnes * 0x80;
+    const uint64_t ascii = word & ~kHighs;
+    const uint64_t fromA = ascii + kOnes * (0x80 - 'a');        // high bit: at least 'a'
+    const uint64_t behindZ = ascii + kOnes * (0x80 - 'z' - 1);  // high bit: above 'z'
+    const uint64_t isLower = fromA & ~behindZ & ~word & kHighs;
+    return word ^ (isLower >> 2);  // 0x80 >> 2 is the bit of the case
+}
+
+uint64_t Mix(uint64_t a, uint64_t b)
+{
+    __extension__ typedef unsigned __int128 Wide;
+    const Wide product = static_cast<Wide>(a) * b;
+    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+}
+
+// An integer's sign and magnitude of at most 32 bits.
+bool ParseMagnitude(const char* text, bool* isNegative, unsigned int* magnitude)
+{
+    constexpr unsigned int kTenth = UINT_MAX / 10;  // 429,496,729
+    const Text trimmed = Trimmed(Text(text));
+    const char* at = trimmed.begin;
+    *isNegative = at != trimmed.end() && *at == '-';
+    if (at != trimmed.end() && (*at == '-' || *at == '+')) {
+        ++at;
+    }
+    if (at == trimmed.end()) {
+        return false;
+    }
+    unsigned int value = 0;
+    for (; at != trimmed.end(); ++at) {
+        const auto digit = static_cast<unsigned int>(*at - '0');
+        if (!IsDigit(*at) || value > kTenth || (value == kTenth && digit > 5)) {
+            return false;
+        }
+        value = value * 10 + digit;
+    }
+    *magnitude = value;
+    return true;
+}
+
+// The locale of files, for the time of a call into the C library.
+class CLocale {
+public:
+    CLocale() : m_locale(newlocale(LC_ALL_MASK, "C", nullptr)), m_before(uselocale(m_locale)) {}
+    ~CLocale()
+    {
+        uselocale(m_before);
+        freelocale(m_locale);
+    }
+    CLocale(const CLocale&) = delete;
+    CLocale& operator=(const CLocale&) = delete;
+
+private:
+    const locale_t m_locale;
+    const locale_t m_before;
+};
+
+}  // namespace
+
+void SetAllocator(AllocateProc proc)
+{
+    g_allocate = proc == nullptr ? &realloc : proc;
+}
+
+void* Allocate(size_t size)
+{
+    return g_allocate(nullptr, size == 0 ? 1 : size);
+}
+
+void* Reallocate(void* old, size_t size)
+{
+    return g_allocate(old, size == 0 ? 1 : size);
+}
+
+Text TrimmedLeft(Text text)
+{
+    const char* at = text.begin;
+    while (at != text.end() && IsSpace(*at)) {
+        ++at;
+    }
+    return {at, text.end()};
+}
+
+Text TrimmedRight(Text text)
+{
+    size_t size = text.size;
+    while (size > 0 && IsSpace(text.begin[size - 1])) {
+        --size;
+    }
+    return {text.begin, size};
+}
+
+Text Trimmed(Text text)
+{
+    return TrimmedRight(TrimmedLeft(text));
+}
+
+char* Duplicate(Text text)
+{
+    auto* const copy = static_cast<char*>(Allocate(text.size + 1));
+    if (copy != nullptr) {
+        memcpy(copy, text.begin, text.size);
+        copy[text.size] = 0;
+    }
+    return copy;
+}
+
+unsigned HashOf(Text name, unsigned long long seed)
+{
+    // Multiply and fold the product, as in wyhash by Wang Yi; its constants.
+    constexpr uint64_t kFirst = 0xA0761D6478BD642F;
+    constexpr uint64_t kSecond = 0xE7037ED1A0B428DB;
+    const Text trimmed = Trimmed(name);
+    uint64_t hash = seed ^ kFirst;
+    size_t done = 0;
+    for (; done + sizeof(uint64_t) <= trimmed.size; done += sizeof(uint64_t)) {
+        uint64_t word;
+        memcpy(&word, trimmed.begin + done, sizeof word);
+        hash = Mix(hash ^ FoldWord(word), kSecond ^ seed);
+    }
+    uint64_t tail = 0;
+    memcpy(&tail, trimmed.begin + done, trimmed.size - done);
+    hash = Mix(hash ^ FoldWord(tail), kSecond ^ seed);
+    hash = Mix(hash ^ trimmed.size, kFirst);
+    return static_cast<unsigned>(hash ^ (hash >> 32));
+}
+
+int CompareBlind(Text a, Text b)
+{
+    const Text x = Trimmed(a);
+    const Text y = Trimmed(b);
+    const size_t common = x.size < y.size ? x.size : y.size;
+    for (size_t i = 0; i < common; ++i) {
+        const auto p = static_cast<unsigned char>(ToUpper(x.begin[i]));
+        const auto q = static_cast<unsigned char>(ToUpper(y.begin[i]));
+        if (p != q) {
+            return p < q ? -1 : 1;
+        }
+    }
+    return x.size == y.size ? 0 : x.size < y.size ? -1 : 1;
+}
+
+bool AreSameName(const char* stored, Text name, bool caseSensitive)
+{
+    if (strncmp(stored, name.begin, name.size) == 0 && stored[name.size] == 0) {
+        return true;
+    }
+    return !caseSensitive && CompareBlind(Text(stored), name) == 0;
+}
+
+long ContinuationBase(const char* tag, long* number)
+{
+    constexpr char kMark[] = " Line";
+    const char* const mark = strstr(tag, kMark);
+    if (mark == nullptr) {
+        return -1;
+    }
+    const char* const digits = mark + sizeof kMark - 1;
+    long value = 0;
+    for (const char* at = digits; *at != 0; ++at) {
+        const long digit = *at - '0';
+        if (!IsDigit(*at) || value > (LONG_MAX - digit) / 10) {
+            return -1;
+        }
+        value = value * 10 + digit;
+    }
+    *number = value;
+    return *digits == 0 ? -1 : mark - tag;
+}
+
+size_t Escape(Text text, char* out, size_t room)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    BoundedOutput output(out, room);
+    for (size_t i = 0; i < text.size; ++i) {
+        const char c = text.begin[i];
+        if (c == '\t' || c == '\n' || c == '"' || c == '\\') {
+            output.Put('\\');
+            output.Put(c == '\t' ? 't' : c == '\n' ? 'n' : c);
+        } else if (const auto byte = static_cast<unsigned char>(c); byte < ' ' || byte == 0x7F) {
+            output.Put('\\');
+            output.Put('x');
+            output.Put(kDigits[byte >> 4]);
+            output.Put(kDigits[byte & 15]);
+        } else {
+            output.Put(c);
+        }
+    }
+    return output.size();
+}
+
+size_t Unescape(Text text, char* out, size_t room)
+{
+    BoundedOutput output(out, room);
+    for (const char* at = text.begin; at != text.end(); ++at) {
+        if (*at != '\\') {
+            output.Put(*at);
+            continue;
+        }
+        if (++at == text.end()) {
+            break;
+        }
+        const bool hasTwoDigits = *at == 'x' && text.end() - at > 2 && HexDigit(at[1]) != 0 && HexDigit(at[2]) != 0;
+        if (hasTwoDigits) {
+            output.Put(static_cast<char>((HexDigit(at[1]) & 15) * 16 + (HexDigit(at[2]) & 15)));
+            at += 2;
+        } else {
+            output.Put(*at == 'n' ? '\n' : *at == 't' ? '\t' : *at);
+        }
+    }
+    return output.size();
+}
+
+bool ParseInt(const char* text, int* out)
+{
+    bool isNegative = false;
+    unsigned int magnitude = 0;
+    if (!ParseMagnitude(text, &isNegative, &magnitude)) {
+        return false;
+    }
+    if (magnitude > static_cast<unsigned int>(INT_MAX) + (isNegative ? 1 : 0)) {
+        return false;
+    }
+    *out = static_cast<int>(isNegative ? 0u - magnitude : magnitude);
+    return true;
+}
+
+bool ParseUInt(const char* text, unsigned int* out)
+{
+    bool isNegative = false;
+    unsigned int magnitude = 0;
+    if (!ParseMagnitude(text, &isNegative, &magnitude) || isNegative) {
+        return false;
+    }
+    *out = magnitude;
+    return true;
+}
+
+bool ParseDouble(const char* text, double* out)
+{
+    const Text whole(text);
+    if (CompareBlind(whole, Text("+Inf")) == 0 || CompareBlind(whole, Text("Inf")) == 0) {
+        *out = HUGE_VAL;
+        return true;
+    }
+    if (CompareBlind(whole, Text("-Inf")) == 0) {
+        *out = -HUGE_VAL;
+        return true;
+    }
+    const CLocale locale;
+    const int before = errno;
+    errno = 0;
+    char* end = nullptr;
+    const double value = strtod(text, &end);
+    const bool isNumber = errno == 0 && end == whole.end() && end != text;
+    errno = before;
+    if (isNumber) {
+        *out = value;
+    }
+    return isNumber;
+}
+
+void FormatDouble(double value, char* out, size_t size)
+{
+    const CLocale locale;
+    snprintf(out, size, "%.14e", value);
+}
+
+}  // namespace qkini

@@ -1,0 +1,79 @@
+// Text as the INI engine sees it: bytes, of which only those of ASCII mean anything, in whatever locale the process
+// runs. C library only.
+#ifndef KZCORE_INITEXT_H
+#define KZCORE_INITEXT_H
+
+#include <stddef.h>
+#include <string.h>
+
+namespace qkini {
+
+// Where the engine's memory comes from: realloc, unless a test makes it fail. `old` may be null.
+using AllocateProc = void* (*)(void* old, size_t size);
+void SetAllocator(AllocateProc proc);  // null for realloc
+void* Allocate(size_t size);
+void* Reallocate(void* old, size_t size);
+
+// A piece of text that is somebody else's.
+struct Text {
+    const char* begin;
+    size_t size;
+
+    Text(const char* from, size_t length) : begin(from), size(length) {}
+    Text(const char* from, const char* to) : begin(from), size(static_cast<size_t>(to - from)) {}
+    // Up to its NUL; null is empty.
+    explicit Text(const char* text) : begin(text == nullptr ? "" : text), size(strlen(begin)) {}
+
+    const char* end() const { return begin + size; }
+    bool IsEmpty() const { return size == 0; }
+    bool Contains(char c) const { return memchr(begin, c, size) != nullptr; }
+};
+
+constexpr bool IsSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+constexpr bool IsDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+constexpr char ToUpper(char c)
+{
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+// The text without white space at both ends, and at one.
+Text TrimmedLeft(Text text);
+Text TrimmedRight(Text text);
+Text Trimmed(Text text);
+
+// A copy with a NUL behind it; null when out of memory.
+char* Duplicate(Text text);
+
+// A hash that is equal for names that compare equal, whatever the case and the white space at the ends. `seed` keeps
+// names from being chosen to collide.
+unsigned HashOf(Text name, unsigned long long seed);
+
+// Names compare without regard to case and to white space at their ends, or byte for byte.
+int CompareBlind(Text a, Text b);  // -1, 0 or 1
+bool AreSameName(const char* stored, Text name, bool caseSensitive);
+
+// The base tag's length when the tag is that of a continuation line, "base Line0001", else -1; and its number.
+long ContinuationBase(const char* tag, long* number);
+
+// Escapes: \t, \n, \", \\, and \x with two hexadecimal digits for other control characters. Both give the size of the
+// result, which is written, without a NUL, as far as it fits in `room` bytes.
+size_t Escape(Text text, char* out, size_t room);
+size_t Unescape(Text text, char* out, size_t room);
+
+// Numbers as in the C locale, in the whole text with white space around integers; false for anything else.
+bool ParseInt(const char* text, int* out);
+bool ParseUInt(const char* text, unsigned int* out);
+bool ParseDouble(const char* text, double* out);
+void FormatDouble(double value, char* out, size_t size);  // "%.14e"
+
+}  // namespace qkini
+
+#endif
