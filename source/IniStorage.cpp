@@ -193,6 +193,13 @@ public:
         return g_system.fstat(m_file, &status) == 0 ? StampOf(status) : 0;
     }
 
+    // Whether it is a file, and not a device or a pipe.
+    bool IsRegular() const
+    {
+        struct stat status;
+        return g_system.fstat(m_file, &status) == 0 && S_ISREG(status.st_mode);
+    }
+
     int Close()
     {
         const int file = m_file;
@@ -236,6 +243,9 @@ int SaveInPlace(IniFile* ini, const char* path)
         return kIniErrOpenForWrite;
     }
     OutputFile output(file, path);
+    if (!output.IsRegular()) {
+        output.Keep();
+    }
     int result = WriteContent(ini, &output);
     const long long stamp = output.Stamp();
     if (result == 1) {
@@ -274,8 +284,8 @@ struct Target {
 // Whether the target may be written; a missing one is made and removed again to see.
 bool IsWritable(const char* path, Target* target)
 {
-    target->exists = g_system.stat(path, &target->status) == 0;
-    if (target->exists && !S_ISREG(target->status.st_mode)) {
+    target->exists = Retry([&] { return g_system.stat(path, &target->status); }) == 0;
+    if (target->exists ? !S_ISREG(target->status.st_mode) : errno != ENOENT) {
         return false;
     }
     const int flags = target->exists ? O_RDWR : O_WRONLY | O_CREAT | O_EXCL;

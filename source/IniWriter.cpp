@@ -194,14 +194,23 @@ private:
         const void* const breakAt = m_ini->breakChar == 0 ? nullptr : memrchr(value.begin, m_ini->breakChar, most);
         const size_t size =
             breakAt == nullptr ? most : static_cast<size_t>(static_cast<const char*>(breakAt) - value.begin) + 1;
-        return item.quoteChar != 0 ? size : LengthWithoutLoss(value, size);
+        return item.quoteChar != 0 ? size : LengthWithoutLoss(value, size, most);
     }
 
-    // An unquoted value is read without white space at its ends: the cut moves to the left until there is none.
-    static size_t LengthWithoutLoss(Text value, size_t size)
+    // An unquoted value is read without white space at its ends: the cut moves to the nearest place on the left, or
+    // else the last one on the right, that has none on either side, if there is one.
+    static size_t LengthWithoutLoss(Text value, size_t size, size_t most)
     {
+        const auto keepsAll = [&](size_t i) {
+            return !qkini::IsSpace(value.begin[i - 1]) && !qkini::IsSpace(value.begin[i]);
+        };
         for (size_t i = size; i > 0; --i) {
-            if (!qkini::IsSpace(value.begin[i - 1]) && !qkini::IsSpace(value.begin[i])) {
+            if (keepsAll(i)) {
+                return i;
+            }
+        }
+        for (size_t i = most; i > size; --i) {
+            if (keepsAll(i)) {
                 return i;
             }
         }

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstdio>
+#include <cstring>
+#include <random>
 #include <string>
 
 #include "IniFile.h"
@@ -230,6 +233,197 @@ TEST(IniFormat, EditsWritten)
         }
         EXPECT_EQ(LinesIn(row["lines"]), LinesOf(ini.get()));
     }
+}
+
+TEST(IniFormat, EndsOfLines)
+{
+    const struct {
+        int line;
+        std::string text;
+        std::string kept;  // lines, each ended by a bar
+    } rows[] = {
+        {__LINE__, "a\nb", "a|b|"},
+        {__LINE__, "a\nb\n", "a|b|"},
+        {__LINE__, "a\r\nb\r\n", "a|b|"},
+        {__LINE__, "a\n\rb", "a|b|"},
+        {__LINE__, "a\r\n\r\nb", "a||b|"},
+        {__LINE__, "a\n\nb", "a||b|"},
+        {__LINE__, "a\r\rb", "a||b|"},
+        {__LINE__, "a\n\r\nb", "a||b|"},  // LF CR is a pair, LF ends a line
+        {__LINE__, {"a\0\nb\0\0c", 7}, "a|b||c|"},
+        {__LINE__, "\n", "|"},
+        {__LINE__, "\r\n", "|"},
+        {__LINE__, "", ""},
+        {__LINE__, std::string(255, 'x') + "\n" + std::string(256, 'y') + "\r\n\n" + std::string(511, 'z'),
+         std::string(255, 'x') + "|" + std::string(256, 'y') + "||" + std::string(511, 'z') + "|"},
+        {__LINE__, std::string(kIniInputChunk - 1, 'x') + "\r\ny", std::string(kIniInputChunk - 1, 'x') + "|y|"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        for (const std::size_t piece : {1, 2, 3, int{kIniInputChunk}}) {
+            const IniOwner ini = NewIni();
+            IniSetReadOptions(ini.get(), kIniReadKeepComments);
+            IniSetWriteOptions(ini.get(), -1, 0, kIniWriteComments);
+            ASSERT_EQ(1, ReadText(ini.get(), row.text, piece));
+            std::string kept;
+            for (const std::string& line : LinesOf(ini.get())) {
+                kept += line + "|";
+            }
+            EXPECT_EQ(row.kept, kept) << "in pieces of " << piece;
+        }
+    }
+}
+
+// Values whose cuts could lose something, over lines of each length. Without quotes a line must have room for a place
+// to cut that has no white space on either side.
+TEST(IniFormat, CutValuesReadBackEqual)
+{
+    const std::string values[] = {
+        "plain text without anything special in it that goes on for a while",
+        "a b  c   d    e     f      g       h        i         j          k",
+        "one, two, three, four, five, six, seven, eight, nine, ten, eleven,",
+        "\"quoted\" and 'quoted' and \\\" escaped \\\\ \\n = [x] ; y Line0001=z",
+    };
+    for (const std::string& value : values) {
+        for (int quoted = 0; quoted < 2; ++quoted) {
+            for (const int breakChar : {0, int{','}, int{' '}}) {
+                const bool hasPlaces = quoted != 0 || value.find("  ") == std::string::npos;
+                for (int length = quoted != 0 ? 18 : 30; hasPlaces && length < 90; ++length) {
+                    SCOPED_TRACE(testing::Message() << value << ", " << quoted << ", " << breakChar << ", " << length);
+                    const IniOwner ini = NewIni();
+                    IniSetWriteOptions(ini.get(), length, breakChar, kIniWriteSpacedEquals);
+                    ASSERT_EQ(1, IniPutStringWithOptions(ini.get(), "s", "tag", value.c_str(), quoted, 0));
+                    const Lines lines = LinesOf(ini.get());
+                    for (const std::string& line : lines) {
+                        EXPECT_LE(line.size(), static_cast<std::size_t>(length));
+                    }
+                    const IniOwner again = NewIni();
+                    ASSERT_EQ(1, ReadText(again.get(), kztest::TextOf(lines)));
+                    ASSERT_EQ(SectionsOf(ini.get()), SectionsOf(again.get()));
+                }
+            }
+        }
+    }
+    const IniOwner ini = NewIni();
+    IniPutString(ini.get(), "s", "tag", "too long a value");
+    IniSetWriteOptions(ini.get(), 17, 0, kIniWriteSpacedEquals);
+    EXPECT_EQ(1, LinesOf(ini.get(), kIniErrLineTooShort).size()) << "the section alone";
+}
+
+// Text in the form that is written comes back byte for byte, comments and all.
+TEST(IniFormat, UntouchedTextIsWrittenAsItWas)
+{
+    const char* const pieces[] = {
+        "; a comment",     "",          "  ; indented", "junk", "[unclosed", "[section %d]", "tag%d=value",
+        "tag%d=\"  q  \"", "tag%d='s'", "\t "};
+    std::minstd_rand random(7);
+    for (int round = 0; round < 500; ++round) {
+        std::string text;
+        for (auto i = static_cast<int>(random() % 30); i > 0; --i) {
+            char line[64];
+            const char* const piece = pieces[(random() >> 8) % std::size(pieces)];
+            snprintf(line, sizeof line, piece, i);
+            text += line;
+            text += "\n";
+        }
+        if (text.find("[section") > text.find("tag")) {
+            text = "[section 0]\n" + text;  // where items stand before a section they are dropped
+        }
+        const IniOwner ini = NewIni();
+        IniSetReadOptions(ini.get(), kIniReadKeepComments | kIniReadStripDoubleQuotes | kIniReadStripSingleQuotes);
+        IniSetWriteOptions(ini.get(), -1, 0, kIniWriteComments);
+        ASSERT_EQ(1, ReadText(ini.get(), text));
+        ASSERT_EQ(text, kztest::TextOf(LinesOf(ini.get())));
+    }
+}
+
+TEST(IniFormat, ContinuationsAreJoinedInRuns)
+{
+    const struct {
+        int line;
+        const char* text;
+        Items items;
+    } rows[] = {
+        {__LINE__, "k Line0001=ab\nk Line0002=cd\n", {{"k", "abcd"}}},
+        {__LINE__, "k Line0002=cd\n", {{"k Line0002", "cd"}}},
+        {__LINE__, "k Line1=a\nk Line7=b\nk Line3=c\n", {{"k", "abc"}}},
+        {__LINE__, "a Line1=x\nb Line2=y\n", {{"a", "xy"}}},
+        {__LINE__, "a Line1=x\nb Line1=y\n", {{"a", "x"}, {"b", "y"}}},
+        {__LINE__, "a Line1=x\nb=y\na Line2=z\n", {{"a", "x"}, {"b", "y"}, {"a Line2", "z"}}},
+        {__LINE__, "a Line1x=x\na Line=y\na Linex1=z\n", {{"a Line1x", "x"}, {"a Line", "y"}, {"a Linex1", "z"}}},
+        {__LINE__, "a Line1=x\na Line99999999999999999999=y\n", {{"a", "x"}, {"a Line99999999999999999999", "y"}}},
+        {__LINE__, "a Line2 Line1=x\n", {{"a Line2 Line1", "x"}}},
+        {__LINE__, "a Line1=\"x \"\na Line2=y\n", {{"a", "x y"}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const IniOwner ini = NewIni();
+        ASSERT_EQ(1, ReadText(ini.get(), std::string("[s]\n") + row.text));
+        EXPECT_EQ((Sections{{"s", row.items}}), SectionsOf(ini.get()));
+    }
+}
+
+// The function's own code ends the work, and what was read so far stays.
+TEST(IniFormat, CodesOfTheCallersFunctions)
+{
+    struct Source {
+        int left;
+        static int Next(void* context, char* buffer, int, int* eof, int* complete, int* number)
+        {
+            auto* const self = static_cast<Source*>(context);
+            *eof = 0;
+            *complete = 1;
+            *number = 1;
+            std::strcpy(buffer, "[s]");
+            return --self->left < 0 ? -77 : 1;
+        }
+    };
+    const IniOwner ini = NewIni();
+    Source source{3};
+    EXPECT_EQ(-77, IniRead(ini.get(), &Source::Next, &source));
+    EXPECT_EQ(1, IniNumberOfSections(ini.get()));
+    int calls = 0;
+    const auto refuse = [](void* context, const char*) { return ++*static_cast<int*>(context) == 2 ? -78 : 1; };
+    EXPECT_EQ(-78, IniWrite(ini.get(), refuse, &calls));
+    EXPECT_EQ(2, calls);
+}
+
+// Sizes at which quadratic work would not end within the test's time.
+TEST(IniFormat, HostileText)
+{
+    const auto read = [](const std::string& text, int sorted = 0) {
+        IniOwner ini = NewIni(sorted);
+        EXPECT_EQ(1, ReadText(ini.get(), text));
+        return ini;
+    };
+    std::string tags = "[s]\n";
+    std::string sections;
+    for (int i = 0; i < 300000; ++i) {
+        tags += "tag" + std::to_string(i) + "=v\n";
+        sections += "[" + std::to_string(i) + "]\n";
+    }
+    EXPECT_EQ(300000, IniNumberOfItems(read(tags).get(), "s"));
+    EXPECT_EQ(300000, IniNumberOfItems(read(tags, 1).get(), "s"));
+    EXPECT_EQ(300000, IniNumberOfSections(read(sections).get()));
+
+    std::string duplicates = "[s]\n";
+    std::string runs = "[s]\n";
+    for (int i = 0; i < 1000000; ++i) {
+        duplicates += "tag=" + std::to_string(i) + "\n";
+        runs += "x Line0001=\"" + std::to_string(i) + "\"\n";
+    }
+    const IniOwner merged = read(duplicates);
+    int last = 0;
+    EXPECT_EQ(1, IniGetInt(merged.get(), "s", "tag", &last));
+    EXPECT_EQ(999999, last);
+    EXPECT_EQ(1, IniNumberOfItems(read(runs).get(), "s")) << "one tag, before it is cut";
+
+    const std::string huge(16 << 20, 'x');
+    const IniOwner longLine = read("[s]\nt=" + huge + "\n" + huge + "\n[" + huge + "]\n");
+    const char* value = nullptr;
+    ASSERT_EQ(1, IniGetPointerToString(longLine.get(), "s", "t", &value));
+    EXPECT_EQ(huge.size(), std::strlen(value));
+    EXPECT_EQ(2, IniNumberOfSections(longLine.get()));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <new>
 
+#include "IniText.h"
 #include "MemoryZone.h"
 
 namespace {
@@ -26,6 +27,11 @@ void* Allocate(std::size_t size)
     return NextFails() ? nullptr : std::malloc(size);
 }
 
+void* Reallocate(void* old, std::size_t size)
+{
+    return NextFails() ? nullptr : std::realloc(old, size);
+}
+
 void* New(std::size_t size)
 {
     return gReachesNew && NextFails() ? nullptr : std::malloc(size == 0 ? 1 : size);
@@ -41,11 +47,13 @@ FailAllocation::FailAllocation(int n, Span span, Reach reach)
     gForGood = span == kForGood;
     gLeft = n;
     kz::gAllocateProc = &Allocate;
+    qkini::SetAllocator(&Reallocate);
 }
 
 FailAllocation::~FailAllocation()
 {
     kz::gAllocateProc = &std::malloc;
+    qkini::SetAllocator(nullptr);
     gLeft = kNever;
     gReachesNew = false;
 }

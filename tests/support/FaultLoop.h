@@ -34,8 +34,9 @@ public:
 // Runs the scenario with its first allocation failing, then the second, and so on until it gets by without one more:
 // first each alone, then each with all that follow. The scenario is told whether an allocation has failed when it calls
 // its argument, and checks what it is promised for that; it gives back all that it takes, and takes nothing for itself.
+// With kBlocks it may use operator new as it likes.
 template <typename Scenario>
-void FaultLoop(Scenario scenario)
+void FaultLoop(Scenario scenario, FailAllocation::Reach reach = FailAllocation::kBlocksAndNew)
 {
     const auto happened = [] { return FailAllocation::Happened(); };
     scenario(happened);  // whatever is made once and kept
@@ -45,7 +46,7 @@ void FaultLoop(Scenario scenario)
             const LiveCounts before = CountLive();
             bool failed = false;
             {
-                FailAllocation fail(n, span, FailAllocation::kBlocksAndNew);
+                FailAllocation fail(n, span, reach);
                 scenario(happened);
                 failed = FailAllocation::Happened();
             }
