@@ -310,7 +310,7 @@ MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
 }
 
 // In builds with assertions a small jar is walked after each change.
-bool IsSoundIfSmall([[maybe_unused]] MagicCookieJar jar)
+[[maybe_unused]] bool IsSoundIfSmall(MagicCookieJar jar)
 {
     constexpr uInt32 kSmall = 16;
     return CountOf(*jar).load(std::memory_order_relaxed) > kSmall || kz::CookieJarFault(jar) == nullptr;
