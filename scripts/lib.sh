@@ -28,6 +28,10 @@ declare -A kz_package=(
     [/usr/include/absl/base/config.h]=libabsl-dev
     [/usr/include/fmt/format.h]=libfmt-dev
     [/usr/include/spdlog/spdlog.h]=libspdlog-dev
+    [/usr/include/glib-2.0/glib.h]=libglib2.0-dev
+    [/usr/include/SimpleIni.h]=libsimpleini-dev
+    [/usr/include/ini.h]=libinih-dev
+    [/usr/include/boost/version.hpp]=libboost-dev
     ["/usr/lib/$(uname -m)-linux-gnu/libmimalloc.so.2"]=libmimalloc2.0
     ["/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2"]=libjemalloc2
     [$kz_fuzzer_runtime]=libclang-rt-14-dev
@@ -36,7 +40,8 @@ kz_build_needs=(g++-12 cmake ninja)
 kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h)
 kz_check_needs=(nm python3 clang-format-14)
 kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/include/sqlite3.h
-    /usr/include/absl/base/config.h /usr/include/fmt/format.h /usr/include/spdlog/spdlog.h
+    /usr/include/absl/base/config.h /usr/include/fmt/format.h /usr/include/spdlog/spdlog.h pkg-config
+    /usr/include/glib-2.0/glib.h /usr/include/SimpleIni.h /usr/include/ini.h /usr/include/boost/version.hpp
     "/usr/lib/$(uname -m)-linux-gnu/libmimalloc.so.2" "/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2")
 kz_fuzz_needs=(clang++-14 cmake ninja "$kz_fuzzer_runtime")
 

@@ -9,10 +9,12 @@
 using qkini::FindSection;
 using qkini::ItemAt;
 using qkini::ItemOf;
+using qkini::NameKey;
 using qkini::Place;
 using qkini::SectionAt;
 using qkini::SectionOf;
 using qkini::Text;
+using qkini::Texts;
 using qkini::Trimmed;
 
 namespace {
@@ -24,10 +26,10 @@ int Exchange(int* setting, int value)
     return before;
 }
 
-IniItem* FindItem(IniFile* ini, const char* section, const char* tag)
+IniItem* FindItem(IniFile* ini, Text section, Text tag)
 {
-    IniSection* const found = ini == nullptr ? nullptr : SectionOf(ini, Text(section));
-    return found == nullptr ? nullptr : ItemOf(ini, found, Text(tag));
+    IniSection* const found = ini == nullptr ? nullptr : SectionOf(ini, section);
+    return found == nullptr ? nullptr : ItemOf(ini, found, {tag, ini->naming.seed});
 }
 
 // Looks an item up for a getter, which then has a value to give.
@@ -36,7 +38,7 @@ int Look(IniFile* ini, const char* section, const char* tag, const void* out, In
     if (ini == nullptr || out == nullptr) {
         return kIniErrFile;
     }
-    *item = FindItem(ini, section, tag);
+    *item = FindItem(ini, Text(section), Text(tag));
     return *item == nullptr ? 0 : 1;
 }
 
@@ -88,40 +90,40 @@ bool IsTag(const IniFile* ini, Text tag)
     return !tag.IsEmpty() && !HasLineEnd(tag) && !hasSeparator && *tag.begin != ';' && *tag.begin != '[';
 }
 
-int StoreItem(IniFile* ini, IniSection* section, Text tag, Text value, int quoteChar)
+// A value as it is stored; null when out of memory.
+char* StoredValue(Text value, bool isEscaped)
 {
-    if (ini->duplicateChecking != 0) {
-        if (IniItem* const item = ItemOf(ini, section, tag)) {
-            return qkini::SetValue(item, value, quoteChar) ? 1 : kIniErrMemory;
-        }
+    if (!isEscaped) {
+        return qkini::Duplicate(Trimmed(value));
     }
-    const int index = qkini::AddItem(ini, section, tag, Place::kAsSorted);
-    if (index < 0) {
-        return kIniErrMemory;
+    // Trimmed once it is escaped: white space other than blanks has an escape.
+    char* const stored = qkini::Escaped(value);
+    if (stored != nullptr) {
+        const Text trimmed = Trimmed(Text(stored));
+        memmove(stored, trimmed.begin, trimmed.size);
+        stored[trimmed.size] = 0;
     }
-    if (!qkini::SetValue(ItemAt(section, index), value, quoteChar)) {
-        qkini::DropItem(ini, section, index);
-        return kIniErrMemory;
-    }
-    return 1;
+    return stored;
 }
 
-// The store that all setters end in.
-int Store(IniFile* ini, Text section, Text tag, Text value, int quoteChar)
+// Makes an item without a value, and its section where that is missing; null when out of memory.
+IniItem* MakeItem(IniFile* ini, Text section, Text tag)
 {
-    int index = FindSection(ini, section);
-    const bool isNew = index < 0;
-    if (isNew) {
-        index = qkini::AddSection(ini, section, -1, Place::kAsSorted);
+    const int found = FindSection(ini, section);
+    const int sectionIndex = found >= 0 ? found : qkini::AddSection(ini, section, -1, Place::kAsSorted);
+    if (sectionIndex < 0) {
+        return nullptr;
     }
-    const int result = index < 0 ? kIniErrMemory : StoreItem(ini, SectionAt(ini, index), tag, value, quoteChar);
-    if (result != 1) {
-        if (isNew && index >= 0) {
-            qkini::DropSection(ini, index);
-        }
-        ini->currentSection = -1;
+    IniSection* const owner = SectionAt(ini, sectionIndex);
+    const int index = qkini::AddItem(ini, owner, {tag, ini->naming.seed}, Place::kAsSorted, Texts::kOwned);
+    if (index >= 0) {
+        return ItemAt(owner, index);
     }
-    return result;
+    if (found < 0) {
+        qkini::DropSection(ini, sectionIndex);
+    }
+    ini->currentSection = -1;
+    return nullptr;
 }
 
 int PutPlain(IniFile* ini, const char* section, const char* tag, const char* value)
@@ -214,7 +216,7 @@ int IniSectionExists(IniFile* ini, const char* section)
 
 int IniItemExists(IniFile* ini, const char* section, const char* tag)
 {
-    return ini == nullptr ? kIniErrFile : FindItem(ini, section, tag) != nullptr ? 1 : 0;
+    return ini == nullptr ? kIniErrFile : FindItem(ini, Text(section), Text(tag)) != nullptr ? 1 : 0;
 }
 
 int IniNumberOfSections(IniFile* ini)
@@ -293,7 +295,7 @@ int IniLineOfSection(IniFile* ini, const char* section)
 
 int IniLineOfItem(IniFile* ini, const char* section, const char* tag)
 {
-    const IniItem* const item = FindItem(ini, section, tag);
+    const IniItem* const item = FindItem(ini, Text(section), Text(tag));
     return item == nullptr ? -1 : item->line;
 }
 
@@ -414,22 +416,23 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
     const Text sectionName = Trimmed(Text(section));
     const Text tagName = Trimmed(Text(tag));
     const Text given(value);
-    if (!IsSectionName(sectionName) || !IsTag(ini, tagName) || (escaped == 0 && HasLineEnd(given))) {
+    if (escaped == 0 && HasLineEnd(given)) {
         return kIniErrName;
     }
-    const int quoteChar = quoted != 0 ? '"' : 0;
-    if (escaped == 0) {
-        return Store(ini, sectionName, tagName, Trimmed(given), quoteChar);
+    IniItem* item = ini->duplicateChecking != 0 ? FindItem(ini, sectionName, tagName) : nullptr;
+    if (item == nullptr && (!IsSectionName(sectionName) || !IsTag(ini, tagName))) {
+        return kIniErrName;
     }
-    const size_t size = qkini::Escape(given, nullptr, 0);
-    auto* const text = static_cast<char*>(qkini::Allocate(size));
-    if (text == nullptr) {
+    char* const stored = StoredValue(given, escaped != 0);
+    if (stored != nullptr && item == nullptr) {
+        item = MakeItem(ini, sectionName, tagName);
+    }
+    if (stored == nullptr || item == nullptr) {
+        free(stored);
         return kIniErrMemory;
     }
-    qkini::Escape(given, text, size);
-    const int result = Store(ini, sectionName, tagName, Trimmed(Text(text, size)), quoteChar);
-    free(text);
-    return result;
+    qkini::SetValue(item, stored, Texts::kOwned, quoted != 0 ? '"' : '\0');
+    return 1;
 }
 
 int IniPutString(IniFile* ini, const char* section, const char* tag, const char* value)
@@ -474,7 +477,8 @@ int IniRemoveItem(IniFile* ini, const char* section, const char* tag)
         return kIniErrFile;
     }
     const int sectionIndex = FindSection(ini, Text(section));
-    const int index = sectionIndex < 0 ? -1 : SectionAt(ini, sectionIndex)->items.Find(Text(tag), ini->naming);
+    const int index =
+        sectionIndex < 0 ? -1 : SectionAt(ini, sectionIndex)->items.Find({Text(tag), ini->naming.seed}, ini->naming);
     if (index < 0) {
         return 0;
     }

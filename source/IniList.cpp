@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "IniListRec.h"
 #include "IniText.h"
 
 namespace {
@@ -23,18 +24,6 @@ Block* BlockOf(void** handle)
 {
     return static_cast<Block*>(*handle) - 1;
 }
-
-}  // namespace
-
-// The head of a list's block; the elements follow it.
-struct qkini_ListRec {
-    char magic[4];
-    int capacity;
-    int elementSize;
-    int count;
-};
-
-namespace {
 
 bool IsList(qkini_List list)
 {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr size_t kFirstScratchSize = 256;
 
-// Keeps the memory of a comment list until it is taken over by its new place.
+// Puts lists of comments together.
 class CommentCollector {
 public:
     CommentCollector() : m_list(qkini_ListCreate(sizeof(IniComment))) {}
@@ -19,7 +19,6 @@ public:
     CommentCollector(const CommentCollector&) = delete;
     CommentCollector& operator=(const CommentCollector&) = delete;
 
-    // Copies the entries, whose texts stay where they are.
     void Add(qkini_List comments)
     {
         const int count = qkini_ListNumItems(comments);
@@ -48,18 +47,11 @@ private:
 void DisposeSection(IniSection* section)
 {
     free(section->name);
-    DisposeComments(&section->comments);
-    for (int i = 0; i < section->items.Count(); ++i) {
+    DropComments(&section->comments);
+    for (int i = 0; section->items.list != nullptr && i < section->items.Count(); ++i) {
         DisposeItem(ItemAt(section, i));
     }
     section->items.Dispose();
-}
-
-// Forgets the lists whose comments have moved, and keeps the texts.
-void ReleaseComments(qkini_List* comments)
-{
-    qkini_ListDispose(*comments);
-    *comments = nullptr;
 }
 
 // The list of comments behind the section.
@@ -100,20 +92,24 @@ void DisposeFile(IniFile* ini)
 
 void Clear(IniFile* ini)
 {
-    for (int i = 0; i < ini->sections.Count(); ++i) {
+    for (int i = 0; ini->sections.list != nullptr && i < ini->sections.Count(); ++i) {
         DisposeSection(SectionAt(ini, i));
     }
-    qkini_ListRemoveItems(ini->sections.list, 1, ini->sections.Count());
-    ini->sections.Forget();
-    DisposeComments(&ini->trailingComments);
+    if (ini->sections.list != nullptr) {
+        qkini_ListRemoveItems(ini->sections.list, 1, ini->sections.Count());
+        ini->sections.Forget();
+    }
+    DropComments(&ini->trailingComments);
+    ini->arena.Clear();
     ini->currentSection = -1;
 }
 
 int FindSection(IniFile* ini, Text name)
 {
-    if (ini->currentSection < 0 ||
-        !AreSameName(SectionAt(ini, ini->currentSection)->name, name, ini->naming.caseSensitive)) {
-        const int found = ini->sections.Find(name, ini->naming);
+    const bool isCurrent = ini->currentSection >= 0 &&
+                           AreSameName(SectionAt(ini, ini->currentSection)->name, name, ini->naming.caseSensitive);
+    if (!isCurrent) {
+        const int found = ini->sections.Find({name, ini->naming.seed}, ini->naming);
         if (found < 0) {
             return -1;
         }
@@ -128,9 +124,9 @@ IniSection* SectionOf(IniFile* ini, Text name)
     return index < 0 ? nullptr : SectionAt(ini, index);
 }
 
-IniItem* ItemOf(IniFile* ini, IniSection* section, Text name)
+IniItem* ItemOf(IniFile* ini, IniSection* section, const NameKey& key)
 {
-    const int index = section->items.Find(name, ini->naming);
+    const int index = section->items.Find(key, ini->naming);
     if (index < 0) {
         return nullptr;
     }
@@ -147,8 +143,9 @@ int AddSection(IniFile* ini, Text name, int line, Place place)
     section.name = Duplicate(name);
     int index = -1;
     if (section.name != nullptr && section.items.Make(sizeof(IniItem))) {
-        index = place == Place::kAsSorted && ini->sorted != 0 ? ini->sections.InsertInOrder(&section, ini->naming)
-                                                              : ini->sections.Append(&section, ini->naming);
+        const NameKey key(name, ini->naming.seed);
+        index = place == Place::kAsSorted && ini->sorted != 0 ? ini->sections.InsertInOrder(&section, key, ini->naming)
+                                                              : ini->sections.Append(&section, key, ini->naming);
     }
     if (index < 0) {
         DisposeSection(&section);
@@ -158,15 +155,17 @@ int AddSection(IniFile* ini, Text name, int line, Place place)
     return index;
 }
 
-int AddItem(const IniFile* ini, IniSection* section, Text name, Place place)
+int AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts)
 {
     IniItem item{};
     item.line = -1;
-    item.name = Duplicate(name);
+    item.ownsName = texts == Texts::kOwned;
+    item.name = item.ownsName ? Duplicate(key.name) : ini->arena.Copy(key.name);
     int index = -1;
     if (item.name != nullptr) {
-        index = place == Place::kAsSorted && section->sorted != 0 ? section->items.InsertInOrder(&item, ini->naming)
-                                                                  : section->items.Append(&item, ini->naming);
+        index = place == Place::kAsSorted && section->sorted != 0
+                    ? section->items.InsertInOrder(&item, key, ini->naming)
+                    : section->items.Append(&item, key, ini->naming);
     }
     if (index < 0) {
         DisposeItem(&item);
@@ -174,16 +173,14 @@ int AddItem(const IniFile* ini, IniSection* section, Text name, Place place)
     return index;
 }
 
-bool SetValue(IniItem* item, Text value, int quoteChar)
+void SetValue(IniItem* item, char* value, Texts texts, char quoteChar)
 {
-    char* const copy = Duplicate(value);
-    if (copy == nullptr) {
-        return false;
+    if (item->ownsValue) {
+        free(item->value);
     }
-    free(item->value);
-    item->value = copy;
+    item->value = value;
+    item->ownsValue = texts == Texts::kOwned;
     item->quoteChar = quoteChar;
-    return true;
 }
 
 void DropSection(IniFile* ini, int index)
@@ -205,31 +202,28 @@ void DropItem(const IniFile* ini, IniSection* section, int index)
 
 void DisposeItem(IniItem* item)
 {
-    free(item->name);
-    free(item->value);
-    DisposeComments(&item->comments);
+    if (item->ownsName) {
+        free(item->name);
+    }
+    if (item->ownsValue) {
+        free(item->value);
+    }
+    DropComments(&item->comments);
 }
 
-bool AppendComment(qkini_List* comments, Text text, int line)
+bool AppendComment(IniFile* ini, qkini_List* comments, Text text, int line)
 {
     if (*comments == nullptr) {
         *comments = qkini_ListCreate(sizeof(IniComment));
     }
-    const IniComment comment{Duplicate(text), line};
-    if (comment.text != nullptr && qkini_ListInsertItem(*comments, &comment, 0) == 1) {
-        return true;
-    }
-    free(comment.text);
-    return false;
+    const IniComment comment{ini->arena.Copy(text), line};
+    return comment.text != nullptr && qkini_ListInsertItem(*comments, &comment, 0) == 1;
 }
 
-void DisposeComments(qkini_List* comments)
+void DropComments(qkini_List* comments)
 {
-    const int count = qkini_ListNumItems(*comments);
-    for (int i = 1; i <= count; ++i) {
-        free(static_cast<IniComment*>(qkini_ListGetPtrToItem(*comments, i))->text);
-    }
-    ReleaseComments(comments);
+    qkini_ListDispose(*comments);
+    *comments = nullptr;
 }
 
 bool RemoveItem(IniFile* ini, int sectionIndex, int index)
@@ -245,7 +239,6 @@ bool RemoveItem(IniFile* ini, int sectionIndex, int index)
         if (!collected.Replace(behind)) {
             return false;
         }
-        ReleaseComments(&item->comments);
     }
     DropItem(ini, section, index);
     return true;
@@ -263,10 +256,6 @@ bool RemoveSection(IniFile* ini, int index)
     collected.Add(*behind);
     if (!collected.Replace(behind)) {
         return false;
-    }
-    ReleaseComments(&section->comments);
-    for (int i = 0; i < section->items.Count(); ++i) {
-        ReleaseComments(&ItemAt(section, i)->comments);
     }
     DropSection(ini, index);
     return true;

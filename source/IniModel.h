@@ -2,29 +2,31 @@
 #ifndef KZCORE_INIMODEL_H
 #define KZCORE_INIMODEL_H
 
+#include "IniArena.h"
 #include "IniFile.h"
 #include "IniNames.h"
 
 enum { kIniFileNameSize = 260 };
 
-// A whole line, as read.
+// A whole line, as read. Its text stands in the object's arena.
 struct IniComment {
     char* text;
     int line;
 };
 
-// Strings and lists are the structures' own. Lists of comments are null until the first one. A line is -1 for what did
-// not come from a file.
+// Lists of comments are null until the first one. A line is -1 for what did not come from a file.
 struct IniItem {
     char* name;
     char* value;
     qkini_List comments;  // in front of the item
     int line;
-    int quoteChar;  // 0, 34 or 39
+    char quoteChar;  // 0, 34 or 39
+    bool ownsName;   // rather than that it stands in the object's arena
+    bool ownsValue;
 };
 
 struct IniSection {
-    char* name;
+    char* name;             // owned
     qkini_List comments;    // in front of the section
     qkini::NameList items;  // of IniItem
     int sorted;             // whether new items go in order
@@ -49,6 +51,7 @@ struct IniFile {
     char fileName[kIniFileNameSize] = "";
     long long fileDate = 0;
     qkini::Naming naming;
+    qkini::Arena arena;  // of the texts that were read
 };
 
 namespace qkini {
@@ -75,26 +78,26 @@ int FindSection(IniFile* ini, Text name);
 
 // The section or the item of that name, or null. A found item's line becomes that of the last access.
 IniSection* SectionOf(IniFile* ini, Text name);
-IniItem* ItemOf(IniFile* ini, IniSection* section, Text name);
+IniItem* ItemOf(IniFile* ini, IniSection* section, const NameKey& key);
 
 // Add a section, which becomes the current one, or an item without a value: behind the last, or in its place where the
-// list is kept in order. The index, or -1 when out of memory.
+// list is kept in order. The index, or -1 when out of memory. An item's texts are read into the arena or its own.
 enum class Place { kLast, kAsSorted };
+enum class Texts { kInArena, kOwned };
 int AddSection(IniFile* ini, Text name, int line, Place place);
-int AddItem(const IniFile* ini, IniSection* section, Text name, Place place);
+int AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts);
 
-// Set an item's value; false when out of memory, and it is unchanged.
-bool SetValue(IniItem* item, Text value, int quoteChar);
+// Replaces an item's value.
+void SetValue(IniItem* item, char* value, Texts texts, char quoteChar);
 
 // Remove with all that is owned.
 void DropSection(IniFile* ini, int index);
 void DropItem(const IniFile* ini, IniSection* section, int index);
 void DisposeItem(IniItem* item);
 
-// Append a comment to a list, which is made where it is null; move all comments of some lists, in their order, in
-// front of those of another. False when out of memory: all is as it was.
-bool AppendComment(qkini_List* comments, Text text, int line);
-void DisposeComments(qkini_List* comments);
+// Appends a comment to a list, which is made where it is null. False when out of memory.
+bool AppendComment(IniFile* ini, qkini_List* comments, Text text, int line);
+void DropComments(qkini_List* comments);
 
 // Removes an item or a section and moves its comments in front of what follows. False when out of memory: nothing
 // changed.

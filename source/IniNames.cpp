@@ -9,6 +9,9 @@ namespace {
 // Below this many names a look at each is as fast.
 constexpr int kIndexFrom = 8;
 
+// From half full to an eighth.
+constexpr unsigned kGrowth = 4;
+
 const char* NameOf(const void* element)
 {
     return *static_cast<char* const*>(element);
@@ -53,12 +56,12 @@ int FindOneByOne(const NameList& names, int from, Text name, const Naming& namin
 }
 
 // The slot of the name, or the free one where it belongs.
-NameList::Slot* SlotOf(const NameList& names, unsigned hash, Text name, const Naming& naming)
+NameList::Slot* SlotOf(const NameList& names, const NameKey& key, const Naming& naming)
 {
-    for (unsigned at = hash & names.mask;; at = (at + 1) & names.mask) {
+    for (unsigned at = key.hash & names.mask;; at = (at + 1) & names.mask) {
         NameList::Slot* const slot = &names.slots[at];
-        if (slot->place == 0 ||
-            (slot->hash == hash && AreSameName(NameOf(names.At(slot->place - 1)), name, naming.caseSensitive))) {
+        if (slot->place == 0 || (slot->hash == key.hash &&
+                                 AreSameName(NameOf(names.At(slot->place - 1)), key.name, naming.caseSensitive))) {
             return slot;
         }
     }
@@ -100,17 +103,15 @@ bool ResizeIndex(NameList* names, unsigned size)
 }
 
 // Enters the element at `index`. Without memory for it the index goes.
-void AddToIndex(NameList* names, int index, const Naming& naming)
+void AddToIndex(NameList* names, int index, const NameKey& key, const Naming& naming)
 {
-    if (names->used * 2 > names->mask && !ResizeIndex(names, (names->mask + 1) * 2)) {
+    if (names->used * 2 > names->mask && !ResizeIndex(names, (names->mask + 1) * kGrowth)) {
         DropIndex(names);
         return;
     }
-    const Text name(NameOf(names->At(index)));
-    const unsigned hash = HashOf(name, naming.seed);
-    NameList::Slot* const slot = SlotOf(*names, hash, name, naming);
+    NameList::Slot* const slot = SlotOf(*names, key, naming);
     if (slot->place == 0) {
-        *slot = {hash, index + 1};
+        *slot = {key.hash, index + 1};
         ++names->used;
     } else {
         names->hasDuplicates = true;
@@ -123,14 +124,14 @@ void AddToIndex(NameList* names, int index, const Naming& naming)
 void BuildIndex(NameList* names, const Naming& naming)
 {
     unsigned size = 4 * kIndexFrom;
-    while (size / 2 < static_cast<unsigned>(names->Count())) {
+    while (size / 4 < static_cast<unsigned>(names->Count())) {
         size *= 2;
     }
     if (!ResizeIndex(names, size)) {
         return;
     }
     for (int i = 0; i < names->Count() && names->slots != nullptr; ++i) {
-        AddToIndex(names, i, naming);
+        AddToIndex(names, i, {Text(NameOf(names->At(i))), naming.seed}, naming);
     }
 }
 
@@ -162,10 +163,10 @@ void FreeSlot(NameList* names, NameList::Slot* slot)
 // Takes the element at `index` out of the index, which then tells of the next one of its name.
 void RemoveFromIndex(NameList* names, int index, const Naming& naming)
 {
-    const Text name(NameOf(names->At(index)));
-    NameList::Slot* const slot = SlotOf(*names, HashOf(name, naming.seed), name, naming);
+    const NameKey key(Text(NameOf(names->At(index))), naming.seed);
+    NameList::Slot* const slot = SlotOf(*names, key, naming);
     if (slot->place == index + 1) {
-        const int next = names->hasDuplicates ? FindOneByOne(*names, index + 1, name, naming) : -1;
+        const int next = names->hasDuplicates ? FindOneByOne(*names, index + 1, key.name, naming) : -1;
         if (next < 0) {
             FreeSlot(names, slot);
         } else {
@@ -176,13 +177,14 @@ void RemoveFromIndex(NameList* names, int index, const Naming& naming)
 }
 
 // The index learns of an element that was put at `index`.
-void EnterNew(NameList* names, int index, const Naming& naming)
+void EnterNew(NameList* names, int index, const NameKey& key, const Naming& naming)
 {
+    names->elements = static_cast<char*>(qkini_ListGetPtrToItem(names->list, 1));
     if (names->slots != nullptr) {
         if (index + 1 < names->Count()) {
             ShiftPlaces(names, index + 1, 1);
         }
-        AddToIndex(names, index, naming);
+        AddToIndex(names, index, key, naming);
     } else if (names->Count() > kIndexFrom) {
         BuildIndex(names, naming);
     }
@@ -190,10 +192,11 @@ void EnterNew(NameList* names, int index, const Naming& naming)
 
 }  // namespace
 
-bool NameList::Make(int elementSize)
+bool NameList::Make(size_t size)
 {
     *this = {};
-    list = qkini_ListCreate(elementSize);
+    list = qkini_ListCreate(static_cast<int>(size));
+    elementSize = size;
     isInOrder = true;
     return list != nullptr;
 }
@@ -205,38 +208,38 @@ void NameList::Dispose()
     list = nullptr;
 }
 
-int NameList::Find(Text name, const Naming& naming)
+int NameList::Find(const NameKey& key, const Naming& naming)
 {
     if (slots == nullptr && Count() > kIndexFrom) {
         BuildIndex(this, naming);
     }
     if (slots != nullptr) {
-        return SlotOf(*this, HashOf(name, naming.seed), name, naming)->place - 1;
+        return SlotOf(*this, key, naming)->place - 1;
     }
     if (isInOrder && Count() > kIndexFrom) {
-        return qkini_ListBinSearch(list, &name, naming.caseSensitive ? &CompareKeyExact : &CompareKeyBlind) - 1;
+        return qkini_ListBinSearch(list, &key.name, naming.caseSensitive ? &CompareKeyExact : &CompareKeyBlind) - 1;
     }
-    return FindOneByOne(*this, 0, name, naming);
+    return FindOneByOne(*this, 0, key.name, naming);
 }
 
-int NameList::Append(const void* element, const Naming& naming)
+int NameList::Append(const void* element, const NameKey& key, const Naming& naming)
 {
     if (qkini_ListInsertItem(list, element, 0) != 1) {
         return -1;
     }
     const int index = Count() - 1;
     isInOrder = isInOrder && index == 0;
-    EnterNew(this, index, naming);
+    EnterNew(this, index, key, naming);
     return index;
 }
 
-int NameList::InsertInOrder(const void* element, const Naming& naming)
+int NameList::InsertInOrder(const void* element, const NameKey& key, const Naming& naming)
 {
     const int position = qkini_ListInsertInOrder(list, element, CompareOf(naming));
     if (position < 1) {
         return -1;
     }
-    EnterNew(this, position - 1, naming);
+    EnterNew(this, position - 1, key, naming);
     return position - 1;
 }
 

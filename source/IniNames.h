@@ -3,6 +3,7 @@
 #define KZCORE_ININAMES_H
 
 #include "IniList.h"
+#include "IniListRec.h"
 #include "IniText.h"
 
 namespace qkini {
@@ -23,23 +24,26 @@ struct NameList {
     };
 
     qkini_List list;
+    char* elements;  // of the list
+    size_t elementSize;
     Slot* slots;  // mask + 1 of them, null without an index
     unsigned mask;
     unsigned used;       // slots; several elements of a name have one
     bool hasDuplicates;  // whether it may be so
     bool isInOrder;      // of names
 
-    bool Make(int elementSize);  // false when out of memory
-    void Dispose();              // the list and the index, not what the elements own
+    bool Make(size_t size);  // for elements of that size; false when out of memory
+    void Dispose();          // the list and the index, not what the elements own
 
-    int Count() const { return qkini_ListNumItems(list); }
-    void* At(int index) const { return qkini_ListGetPtrToItem(list, index + 1); }
+    int Count() const { return (*list)->count; }
+    void* At(int index) const { return elements + static_cast<size_t>(index) * elementSize; }
 
-    int Find(Text name, const Naming& naming);  // an index, or -1
+    int Find(const NameKey& key, const Naming& naming);  // an index, or -1
 
-    // Insert behind the last element, or in order behind those that are equal. An index, or -1 when out of memory.
-    int Append(const void* element, const Naming& naming);
-    int InsertInOrder(const void* element, const Naming& naming);
+    // Insert behind the last element, or in order behind those that are equal. `key` is the element's name. An index,
+    // or -1 when out of memory.
+    int Append(const void* element, const NameKey& key, const Naming& naming);
+    int InsertInOrder(const void* element, const NameKey& key, const Naming& naming);
 
     void RemoveAt(int index, const Naming& naming);
     void Sort(const Naming& naming);

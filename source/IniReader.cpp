@@ -1,4 +1,5 @@
 #include <limits.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -9,10 +10,10 @@ using qkini::AddItem;
 using qkini::AddSection;
 using qkini::AppendComment;
 using qkini::ItemAt;
-using qkini::ItemOf;
 using qkini::Place;
 using qkini::SectionAt;
 using qkini::Text;
+using qkini::Texts;
 using qkini::Trimmed;
 using qkini::TrimmedLeft;
 using qkini::TrimmedRight;
@@ -83,7 +84,7 @@ private:
 class Reader {
 public:
     explicit Reader(IniFile* ini) : m_ini(ini) {}
-    ~Reader() { qkini::DisposeComments(&m_pending); }
+    ~Reader() { qkini::DropComments(&m_pending); }
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 
@@ -111,11 +112,14 @@ public:
         m_pending = nullptr;
     }
 
+    // Whether there was the first part of a value that is to be joined.
+    bool hasContinuations() const { return m_hasContinuations; }
+
 private:
     bool Keep(Text line)
     {
         const bool keeps = (m_ini->readOptions & kIniReadKeepComments) != 0 && m_ini->sorted == 0;
-        return !keeps || AppendComment(&m_pending, line, m_line);
+        return !keeps || AppendComment(m_ini, &m_pending, line, m_line);
     }
 
     bool TakeUnrecognized(Text line)
@@ -129,7 +133,7 @@ private:
     // The comments so far become those of a section or an item.
     void GivePending(qkini_List* comments)
     {
-        qkini::DisposeComments(comments);
+        qkini::DropComments(comments);
         *comments = m_pending;
         m_pending = nullptr;
     }
@@ -183,23 +187,22 @@ private:
 
     bool StoreItem(IniSection* section, Text tag, Text value)
     {
-        int index = m_ini->duplicateChecking != 0 ? section->items.Find(tag, m_ini->naming) : -1;
-        const bool isNew = index < 0;
-        if (isNew) {
-            index = AddItem(m_ini, section, tag, Place::kLast);
+        const char quote = QuoteOf(value);
+        char* const stored = m_ini->arena.Copy(quote == 0 ? value : Text(value.begin + 1, value.size - 2));
+        if (stored == nullptr) {
+            return false;
+        }
+        const qkini::NameKey key(tag, m_ini->naming.seed);
+        int index = m_ini->duplicateChecking != 0 ? section->items.Find(key, m_ini->naming) : -1;
+        if (index < 0) {
+            index = AddItem(m_ini, section, key, Place::kLast, Texts::kInArena);
         }
         if (index < 0) {
             return false;
         }
         IniItem* const item = ItemAt(section, index);
-        const char quote = QuoteOf(value);
-        const Text stored = quote == 0 ? value : Text(value.begin + 1, value.size - 2);
-        if (!qkini::SetValue(item, stored, quote)) {
-            if (isNew) {
-                qkini::DropItem(m_ini, section, index);
-            }
-            return false;
-        }
+        qkini::SetValue(item, stored, Texts::kInArena, quote);
+        m_hasContinuations = m_hasContinuations || qkini::ContinuationOf(tag).number == 1;
         item->line = m_line;
         GivePending(&item->comments);
         return true;
@@ -218,6 +221,7 @@ private:
     }
 
     IniFile* const m_ini;
+    bool m_hasContinuations = false;
     int m_section = -1;  // index; -1 before the first
     int m_line = 0;
     qkini_List m_pending = nullptr;
@@ -231,8 +235,8 @@ struct Run {
 
 bool IsContinuation(const IniItem* item, bool isFirst)
 {
-    long number = 0;
-    return qkini::ContinuationBase(item->name, &number) >= 0 && (number == 1) == isFirst;
+    const long number = qkini::ContinuationOf(Text(item->name)).number;
+    return isFirst ? number == 1 : number >= 0 && number != 1;
 }
 
 Run RunAt(const IniSection* section, int first)
@@ -265,10 +269,8 @@ bool JoinRun(const IniSection* section, Run run)
     }
     *at = 0;
     IniItem* const first = ItemAt(section, run.first);
-    free(first->value);
-    first->value = value;
-    long number = 0;
-    first->name[qkini::ContinuationBase(first->name, &number)] = 0;
+    qkini::SetValue(first, value, Texts::kOwned, first->quoteChar);
+    first->name[qkini::ContinuationOf(Text(first->name)).baseSize] = 0;
     return true;
 }
 
@@ -298,21 +300,11 @@ bool JoinSection(IniSection* section)
     return isJoined;
 }
 
-bool HasRuns(const IniSection* section)
-{
-    for (int i = 0; i < section->items.Count(); ++i) {
-        if (IsContinuation(ItemAt(section, i), true)) {
-            return true;
-        }
-    }
-    return false;
-}
-
 bool JoinContinuations(IniFile* ini)
 {
     for (int i = 0; i < ini->sections.Count(); ++i) {
         IniSection* const section = SectionAt(ini, i);
-        if (HasRuns(section) && !JoinSection(section)) {
+        if (!JoinSection(section)) {
             return false;
         }
     }
@@ -335,14 +327,19 @@ int FillChunk(IniLineInput* input)
     return input->read(input->context, kIniInputChunk, &input->available, input->chunk);
 }
 
-// The bytes up to the next line's end, or to the end of the chunk.
-int LengthOfPiece(const IniLineInput* input, int limit)
+// The number of bytes in front of the first line's end, at most `size`.
+int LengthOfLine(const unsigned char* from, int size)
 {
-    const int rest = input->available - input->used;
-    const int most = rest < limit ? rest : limit;
-    const unsigned char* const from = input->chunk + input->used;
+    constexpr uint64_t kOnes = 0x0101010101010101;
     int length = 0;
-    while (length < most && !IsLineEnd(from[length])) {
+    // Eight at a time where none is below 14, so that none is an end.
+    for (uint64_t word; length + int{sizeof word} <= size; length += int{sizeof word}) {
+        memcpy(&word, from + length, sizeof word);
+        if (((word - kOnes * ('\r' + 1)) & ~word & (kOnes * 0x80)) != 0) {
+            break;
+        }
+    }
+    while (length < size && !IsLineEnd(from[length])) {
         ++length;
     }
     return length;
@@ -384,7 +381,7 @@ int IniRead(IniFile* ini, IniInputFunction input, void* context)
         return result;
     }
     reader.TakeEnd();
-    if (!JoinContinuations(ini)) {
+    if (reader.hasContinuations() && !JoinContinuations(ini)) {
         return kIniErrMemory;
     }
     if (ini->sorted != 0) {
@@ -415,7 +412,9 @@ int IniLineFileInputFunction(void* state, char* buffer, int size, int* eof, int*
             input->insideLine = 1;
             ++input->lineNumber;
         }
-        const int length = LengthOfPiece(input, size - 1 - used);
+        const int rest = input->available - input->used;
+        const int room = size - 1 - used;
+        const int length = LengthOfLine(input->chunk + input->used, rest < room ? rest : room);
         memcpy(buffer + used, input->chunk + input->used, static_cast<size_t>(length));
         used += length;
         input->used += length;

@@ -24,6 +24,42 @@ constexpr int HexDigit(char c)
     return upper >= 'A' && upper <= 'F' ? 16 + 10 + (upper - 'A') : 0;
 }
 
+// How many bytes stand for each byte.
+struct EscapeSizes {
+    unsigned char sizes[256];
+
+    constexpr EscapeSizes() : sizes()
+    {
+        for (int byte = 0; byte < 256; ++byte) {
+            const bool isControl = byte < ' ' || byte == 0x7F;
+            const bool isShort = byte == '\t' || byte == '\n' || byte == '"' || byte == '\\';
+            sizes[byte] = isShort ? 2 : isControl ? 4 : 1;
+        }
+    }
+    constexpr size_t operator[](unsigned char byte) const { return sizes[byte]; }
+};
+constexpr EscapeSizes kEscapeSizes;
+
+void WriteEscaped(Text text, char* out)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    for (size_t i = 0; i < text.size; ++i) {
+        const char c = text.begin[i];
+        const auto byte = static_cast<unsigned char>(c);
+        const size_t size = kEscapeSizes[byte];
+        if (size > 1) {
+            *out++ = '\\';
+        }
+        if (size < 4) {
+            *out++ = size == 1 ? c : c == '\t' ? 't' : c == '\n' ? 'n' : c;
+        } else {
+            *out++ = 'x';
+            *out++ = kDigits[byte >> 4];
+            *out++ = kDigits[byte & 15];
+        }
+    }
+}
+
 // Collects bytes as far as there is room, and counts them all.
 class BoundedOutput {
 public:
@@ -198,45 +234,51 @@ bool AreSameName(const char* stored, Text name, bool caseSensitive)
     return !caseSensitive && CompareBlind(Text(stored), name) == 0;
 }
 
-long ContinuationBase(const char* tag, long* number)
+Continuation ContinuationOf(Text tag)
 {
-    constexpr char kMark[] = " Line";
-    const char* const mark = strstr(tag, kMark);
-    if (mark == nullptr) {
-        return -1;
+    constexpr Text kMark(" Line", size_t{5});
+    constexpr Continuation kNone{0, -1};
+    const char* digits = tag.end();
+    while (digits != tag.begin && IsDigit(digits[-1])) {
+        --digits;
     }
-    const char* const digits = mark + sizeof kMark - 1;
-    long value = 0;
-    for (const char* at = digits; *at != 0; ++at) {
-        const long digit = *at - '0';
-        if (!IsDigit(*at) || value > (LONG_MAX - digit) / 10) {
-            return -1;
+    const Text front(tag.begin, digits);
+    if (digits == tag.end() || front.size < kMark.size ||
+        memcmp(front.end() - kMark.size, kMark.begin, kMark.size) != 0) {
+        return kNone;
+    }
+    const size_t baseSize = front.size - kMark.size;
+    if (memmem(front.begin, front.size, kMark.begin, kMark.size) != front.begin + baseSize) {
+        return kNone;
+    }
+    long number = 0;
+    for (; digits != tag.end(); ++digits) {
+        const long digit = *digits - '0';
+        if (number > (LONG_MAX - digit) / 10) {
+            return kNone;
         }
-        value = value * 10 + digit;
+        number = number * 10 + digit;
     }
-    *number = value;
-    return *digits == 0 ? -1 : mark - tag;
+    return {baseSize, number};
 }
 
-size_t Escape(Text text, char* out, size_t room)
+char* Escaped(Text text)
 {
-    constexpr char kDigits[] = "0123456789abcdef";
-    BoundedOutput output(out, room);
+    size_t size = text.size;
     for (size_t i = 0; i < text.size; ++i) {
-        const char c = text.begin[i];
-        if (c == '\t' || c == '\n' || c == '"' || c == '\\') {
-            output.Put('\\');
-            output.Put(c == '\t' ? 't' : c == '\n' ? 'n' : c);
-        } else if (const auto byte = static_cast<unsigned char>(c); byte < ' ' || byte == 0x7F) {
-            output.Put('\\');
-            output.Put('x');
-            output.Put(kDigits[byte >> 4]);
-            output.Put(kDigits[byte & 15]);
-        } else {
-            output.Put(c);
-        }
+        size += kEscapeSizes[static_cast<unsigned char>(text.begin[i])] - 1;
     }
-    return output.size();
+    auto* const result = static_cast<char*>(Allocate(size + 1));
+    if (result == nullptr) {
+        return nullptr;
+    }
+    result[size] = 0;
+    if (size == text.size) {
+        memcpy(result, text.begin, size);
+    } else {
+        WriteEscaped(text, result);
+    }
+    return result;
 }
 
 size_t Unescape(Text text, char* out, size_t room)

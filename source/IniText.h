@@ -19,7 +19,7 @@ struct Text {
     const char* begin;
     size_t size;
 
-    Text(const char* from, size_t length) : begin(from), size(length) {}
+    constexpr Text(const char* from, size_t length) : begin(from), size(length) {}
     Text(const char* from, const char* to) : begin(from), size(static_cast<size_t>(to - from)) {}
     // Up to its NUL; null is empty.
     explicit Text(const char* text) : begin(text == nullptr ? "" : text), size(strlen(begin)) {}
@@ -56,16 +56,29 @@ char* Duplicate(Text text);
 // names from being chosen to collide.
 unsigned HashOf(Text name, unsigned long long seed);
 
+// A name to be found, with its hash.
+struct NameKey {
+    Text name;
+    unsigned hash;
+
+    NameKey(Text text, unsigned long long seed) : name(text), hash(HashOf(text, seed)) {}
+};
+
 // Names compare without regard to case and to white space at their ends, or byte for byte.
 int CompareBlind(Text a, Text b);  // -1, 0 or 1
 bool AreSameName(const char* stored, Text name, bool caseSensitive);
 
-// The base tag's length when the tag is that of a continuation line, "base Line0001", else -1; and its number.
-long ContinuationBase(const char* tag, long* number);
+// What a tag like "base Line0001" stands for; the number is -1 for any other.
+struct Continuation {
+    size_t baseSize;
+    long number;
+};
+Continuation ContinuationOf(Text tag);
 
-// Escapes: \t, \n, \", \\, and \x with two hexadecimal digits for other control characters. Both give the size of the
-// result, which is written, without a NUL, as far as it fits in `room` bytes.
-size_t Escape(Text text, char* out, size_t room);
+// Escapes: \t, \n, \", \\, and \x with two hexadecimal digits for other control characters. An escaped text is the
+// caller's to free, null when out of memory. The other gives the size of the result, which is written, without a NUL,
+// as far as it fits in `room` bytes.
+char* Escaped(Text text);
 size_t Unescape(Text text, char* out, size_t room);
 
 // Numbers as in the C locale, in the whole text with white space around integers; false for anything else.
