@@ -91,7 +91,7 @@ bool Format(const char* format, const char* letters, const char* modifier, T val
         std::find(conversion.begin, conversion.modifier, '*') != conversion.modifier) {
         return false;
     }
-    char rebuilt[32];
+    char rebuilt[256];  // as long as the longest text
     const int length =
         std::snprintf(rebuilt, sizeof rebuilt, "%.*s%s%c", static_cast<int>(conversion.modifier - conversion.begin),
                       conversion.begin, modifier, conversion.letter);

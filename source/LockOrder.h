@@ -1,6 +1,8 @@
 // Learns in which order threads take locks, and reports at level 3, with both call chains, when two orders contradict
-// each other: the threads could wait for each other for ever, even if they never did so far. In builds with assertions;
-// in others there is nothing here.
+// each other: the threads could wait for each other for ever, even if they never did so far. A lock that a thread takes
+// while it holds it is such a contradiction too. In builds with assertions; in others there is nothing here.
+//
+// A lock that one thread takes and another gives back belongs to no thread: from then on it has no order.
 //
 // The recorder allocates nothing. It knows a limited number of orders and of locks held at once, and learns no more
 // beyond that. Any thread.
@@ -13,20 +15,28 @@ namespace kz {
 
 #ifdef NDEBUG
 
-inline void LockOrderTake(const void* /*lock*/) {}
-inline void LockOrderRelease(const void* /*lock*/) {}
-inline void LockOrderForget(const void* /*lock*/) {}
+class LockOrder {
+public:
+    void Take() {}
+    void Release() {}
+};
 
 #else
 
-// The thread is about to take the lock.
-void LockOrderTake(const void* lock);
+// What the recorder knows a lock by, as a field of it.
+class LockOrder {
+public:
+    LockOrder();
+    ~LockOrder();
+    LockOrder(const LockOrder&) = delete;
+    LockOrder& operator=(const LockOrder&) = delete;
 
-// The thread gives the lock back.
-void LockOrderRelease(const void* lock);
+    void Take();     // the thread is about to take the lock
+    void Release();  // the thread gives the lock back, or one that another thread took
 
-// The lock is gone; its address may become another lock's.
-void LockOrderForget(const void* lock);
+private:
+    const uInt64 mId;  // locks are counted as they are made, so that a new one at an old address is another
+};
 
 #endif
 

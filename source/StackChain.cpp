@@ -48,11 +48,10 @@ __attribute__((noinline, no_sanitize("address", "thread", "undefined"))) long Re
         frame = reinterpret_cast<uintptr_t>(givenFrame);
     }
     const uintptr_t top = kz::StackTop(frame);
-    if (frame != present && (frame < present || !IsFrame(frame, top))) {
+    if (frame != present && !IsFrame(frame, top)) {
         return count;
     }
-    // Once every frame is known to end below the top, a link is looked at once: it lies above its frame, so it is not
-    // null.
+    // A link is looked at once: it lies above its frame, so it is not null.
     const uintptr_t last = top - kFrameSize;
     const auto isNext = [&](uintptr_t link) { return link > frame && link <= last && (link & kAlignmentBits) == 0; };
     for (; skip > 0; --skip) {

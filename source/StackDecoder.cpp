@@ -216,11 +216,15 @@ Lookup NameFromFile(const char* path, uInt64 value, char* name, size_t size, uIn
     if (!file.FindSymbol(table, value, &symbol)) {
         return Lookup::NotThere;
     }
+    char first = '\0';
+    if (file.ReadSome(symbol.nameOffset, &first, 1) != 1 || first == '\0') {
+        return Lookup::NotThere;
+    }
     const auto room = static_cast<size_t>(std::min<uInt64>(symbol.nameRoom, size - 1));
     const size_t length = file.ReadSome(symbol.nameOffset, name, room);
     CopyName(name, strnlen(name, length), name, size);
     *start = symbol.value;
-    return name[0] != '\0' ? Lookup::Found : Lookup::NotThere;
+    return Lookup::Found;
 }
 
 // What the dynamic loader knows, for an image without a readable file.

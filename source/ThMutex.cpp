@@ -24,66 +24,6 @@ constexpr int32 kFree = -1;
 // Relaxed: a number for comparisons while nothing runs, which orders nothing.
 constinit std::atomic<int32> gLiveMutexes{0};
 
-#ifdef NDEBUG
-
-// Release builds don't ask who holds a lock.
-class OwnerCheck {
-public:
-    void BeforeTake(const void* /*mutex*/) const {}
-    void Taken() const {}
-    bool LeaveTellsForeigner(const void* /*mutex*/) const { return false; }
-    static void Destroyed(const void* /*mutex*/) {}
-    static void ReportForeigner() {}
-};
-
-#else
-
-// Knows which thread holds the lock, and tells the recorder of lock orders. Each thread is told by the address of a
-// variable of its own. Relaxed: a thread only ever asks whether the value is its own, which no other thread stores.
-class OwnerCheck {
-public:
-    // A debug output handler may itself take locks, this one too: that must not be reported in turn, endlessly.
-    void BeforeTake(const void* mutex)
-    {
-        kz::LockOrderTake(mutex);
-        if (mOwner.load(std::memory_order_relaxed) != &tSelf || tSelf.reporting) {
-            return;
-        }
-        tSelf.reporting = true;
-        KZ_REPORT(kDbgError, 0x94B7D16E) << "ThMutexAcquire: this thread holds the mutex, and will wait for ever";
-        tSelf.reporting = false;
-    }
-
-    void Taken() { mOwner.store(&tSelf, std::memory_order_relaxed); }
-
-    // True if the lock is about to be released by a thread that does not hold it.
-    bool LeaveTellsForeigner(const void* mutex)
-    {
-        kz::LockOrderRelease(mutex);
-        const bool isForeigner = mOwner.load(std::memory_order_relaxed) != &tSelf;
-        mOwner.store(nullptr, std::memory_order_relaxed);
-        return isForeigner;
-    }
-
-    static void Destroyed(const void* mutex) { kz::LockOrderForget(mutex); }
-
-    // To be called when the lock is no longer held: a handler may take it.
-    static void ReportForeigner()
-    {
-        KZ_REPORT(kDbgError, 0x3E60A8F5) << "ThMutexRelease: this thread does not hold the mutex";
-    }
-
-private:
-    struct Self {
-        bool reporting;
-    };
-
-    static inline constinit thread_local Self tSelf{false};
-    std::atomic<Self*> mOwner{nullptr};
-};
-
-#endif
-
 }  // namespace
 
 struct ThMutexRec {
@@ -91,7 +31,7 @@ struct ThMutexRec {
     ThEvent event = nullptr;
     uInt32 verifier = kMutexVerifier;
     kz::AdaptiveSpin spin;
-    [[no_unique_address]] OwnerCheck owner;
+    [[no_unique_address]] kz::LockOrder order;
 };
 static_assert(std::atomic<int32>::is_always_lock_free);
 
@@ -119,7 +59,6 @@ void ThMutexDestroy(ThMutex mutex)
         KZ_REPORT(kDbgError, 0xB05C2E97) << "bad mutex verifier in ThMutexDestroy";
         return;
     }
-    mutex->owner.Destroyed(mutex);
     ThEventDestroy(mutex->event);
     delete mutex;
     gLiveMutexes.fetch_sub(1, std::memory_order_relaxed);
@@ -130,14 +69,13 @@ void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
     if (mutex == nullptr) {
         return;
     }
-    mutex->owner.BeforeTake(mutex);
+    mutex->order.Take();
     if (mutex->count.load(std::memory_order_relaxed) != kFree) {
         mutex->spin.Until([mutex] { return mutex->count.load(std::memory_order_relaxed) == kFree; });
     }
     if (mutex->count.fetch_add(1, std::memory_order_acq_rel) != kFree) {
         ThEventWait(mutex->event);
     }
-    mutex->owner.Taken();
 }
 
 void ThMutexRelease(ThMutex mutex) KZ_NO_THREAD_CHECK
@@ -145,12 +83,9 @@ void ThMutexRelease(ThMutex mutex) KZ_NO_THREAD_CHECK
     if (mutex == nullptr) {
         return;
     }
-    const bool isForeigner = mutex->owner.LeaveTellsForeigner(mutex);
+    mutex->order.Release();
     if (mutex->count.fetch_sub(1, std::memory_order_acq_rel) != 0) {
         ThEventSignal(mutex->event);
-    }
-    if (isForeigner) {
-        OwnerCheck::ReportForeigner();
     }
 }
 

@@ -1,7 +1,7 @@
 // Counting locks, for every lock of the library. Usable from C11 and C++20.
 //
 // A null ThMutex is valid everywhere and means nothing to lock. A lock is not recursive: a second take by the thread
-// that holds it waits for ever; debug builds report it at level 3 first, and also locks that threads take in orders
+// that holds it waits for ever. Debug builds report that at level 3 first, and also locks that threads take in orders
 // that could make them wait for each other. No order is promised among waiters. Taking and releasing a lock that nobody
 // else wants is one atomic addition each, without a system call.
 #ifndef KZCORE_THMUTEX_H
@@ -29,8 +29,8 @@ KZ_EXPORT void ThMutexDestroy(ThMutex mutex);
 // Takes the lock, waiting for it as long as it takes. Any thread that does not hold it.
 KZ_EXPORT void ThMutexAcquire(ThMutex mutex) KZ_ACQUIRE(mutex);
 
-// Releases the lock, and hands it to one waiter if there is any. The thread that holds it; debug builds report a
-// release by another thread at level 3, and release.
+// Releases the lock, and hands it to one waiter if there is any. Whether it is held, and by which thread, is not looked
+// at: a lock may be released by another thread than the one that took it.
 KZ_EXPORT void ThMutexRelease(ThMutex mutex) KZ_RELEASE(mutex);
 
 KZ_EXTERN_C_END

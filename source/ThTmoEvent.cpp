@@ -126,11 +126,9 @@ void ThTmoEventWait(ThTmoEvent event)
         if (event->time != 0 && left <= 0) {
             return;
         }
+        // After a time-out too the time is looked at again: it may have been changed at that moment.
         const int result = WaitOnce(event, left);
-        if (result == ETIMEDOUT) {
-            return;
-        }
-        if (result != 0 && result != EINTR) {
+        if (result != 0 && result != EINTR && result != ETIMEDOUT) {
             KZ_REPORT(kDbgFatal, 0x389E70B5) << "unknown cond_wait result " << result;
             return;
         }

@@ -27,7 +27,8 @@ KZ_EXPORT KzErr ZVGuidToCStr(const ZVGuidType* guid, char* out);
 // characters long, with `out` unchanged. The digits are not checked: what is no hexadecimal digit counts as 0.
 KZ_EXPORT KzErr ZVGuidFromCStr(const char* text, ZVGuidType* out);
 
-// A new random GUID; all zero when the system gives no random bytes. Null does nothing.
+// A new random GUID: from the system's random bytes, or, should there be none, from the random generator of the
+// library, which can be foretold. Null does nothing.
 KZ_EXPORT void ZVGuidCreate(ZVGuidType* out);
 
 // The text of a new GUID, as by ZVGuidToCStr.

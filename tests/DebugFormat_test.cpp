@@ -54,12 +54,14 @@ TEST(DebugFormat, NumbersPrintAtTheirOwnWidthWhateverTheModifier)
 
 TEST(DebugFormat, AFormatThatDoesNotFitTheNumberIsNeverUsed)
 {
-    for (const char* format : {"%s", "%n", "%p", "%f", "%*d", "%.*d", "%d%d", "%", "",
-                               "%00000000000000000000000000000d", static_cast<const char*>(nullptr)}) {
+    const std::string tooLong = "%" + std::string(255, '0') + "d";
+    for (const char* format :
+         {"%s", "%n", "%p", "%f", "%*d", "%.*d", "%d%d", "%", "", tooLong.c_str(), static_cast<const char*>(nullptr)}) {
         SCOPED_TRACE(format != nullptr ? format : "null");
         EXPECT_EQ(ValueText(DbgFmtNum(format, 1)), kBadFormat);
         EXPECT_EQ(ValueText(DbgFmtHex(format, 1ull)), kBadFormat);
     }
+    EXPECT_EQ(ValueText(DbgFmtNum("%000000000000000000000000000000000003d", 1)), "001");
     for (const char* format : {"%d", "%x", "%s", "%n", "%*f"}) {
         SCOPED_TRACE(format);
         EXPECT_EQ(ValueText(DbgFmtNum(format, 1.0)), kBadFormat);

@@ -3,6 +3,8 @@
 #include <alloca.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <climits>
@@ -160,11 +162,42 @@ TEST(StackChain, ALinkThatIsNoneEndsTheWalk)
         EXPECT_EQ(reinterpret_cast<uintptr_t>(chain.GetBuffer()[0]), 0x1111u);
     }
     // A frame pointer that is none gives the program counter alone.
-    for (const uintptr_t frame : {uintptr_t{1}, first - 4096 * 16, first + 1, UINTPTR_MAX - 7}) {
+    for (const uintptr_t frame : {uintptr_t{1}, first + 1, UINTPTR_MAX - 7}) {
         Chain chain;
         chain.RecordFrom(reinterpret_cast<void*>(frame), words, -1);
         EXPECT_EQ(Addresses(chain), std::vector<void*>{words});
     }
+}
+
+// A second thread's stack ends at its control block, wherever the frame lies: what is above is not its own.
+TEST(StackChain, ASecondThreadFollowsNothingAboveItsStack)
+{
+    const auto map = [] {
+        void* const page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        return static_cast<uintptr_t*>(page);
+    };
+    const auto record = [](uintptr_t* words) {
+        words[0] = reinterpret_cast<uintptr_t>(words + 2);
+        words[1] = 0x1111;
+        words[2] = 0;
+        words[3] = 0x2222;
+        Chain chain;
+        chain.RecordFrom(words, nullptr, -1);
+        return chain.GetCount();
+    };
+    uintptr_t* const above = map();  // mappings go downwards
+    std::thread([&] {
+        uintptr_t* const below = map();
+        const auto self = static_cast<uintptr_t>(pthread_self());
+        if (reinterpret_cast<uintptr_t>(above) > self) {
+            EXPECT_EQ(record(above), 0);
+        }
+        if (reinterpret_cast<uintptr_t>(below) < self) {
+            EXPECT_EQ(record(below), 2) << "as a handler asks for the frames that its signal interrupted";
+        }
+        munmap(below, 4096);
+    }).join();
+    munmap(above, 4096);
 }
 
 TEST(StackChain, WorksOnASecondThreadAndIsCopiedByValue)
