@@ -517,6 +517,7 @@ int IniRenameSection(IniFile* ini, const char* oldName, const char* newName)
     free(section->name);
     section->name = copy;
     ini->sections.Forget();
+    ini->currentHash = qkini::HashOf(name, ini->naming.seed);
     return 1;
 }
 

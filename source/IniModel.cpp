@@ -106,16 +106,20 @@ void Clear(IniFile* ini)
 
 int FindSection(IniFile* ini, Text name)
 {
-    const bool isCurrent = ini->currentSection >= 0 &&
-                           AreSameName(SectionAt(ini, ini->currentSection)->name, name, ini->naming.caseSensitive);
-    if (!isCurrent) {
-        const int found = ini->sections.Find({name, ini->naming.seed}, ini->naming);
-        if (found < 0) {
-            return -1;
-        }
-        ini->currentSection = found;
+    const char* const current = ini->currentSection < 0 ? nullptr : SectionAt(ini, ini->currentSection)->name;
+    if (current != nullptr && AreSameName(current, name, true)) {
+        return ini->currentSection;
     }
-    return ini->currentSection;
+    const NameKey key(name, ini->naming.seed);
+    if (current != nullptr && key.hash == ini->currentHash && AreSameName(current, name, ini->naming.caseSensitive)) {
+        return ini->currentSection;
+    }
+    const int found = ini->sections.Find(key, ini->naming);
+    if (found >= 0) {
+        ini->currentSection = found;
+        ini->currentHash = key.hash;
+    }
+    return found;
 }
 
 IniSection* SectionOf(IniFile* ini, Text name)
@@ -141,9 +145,9 @@ int AddSection(IniFile* ini, Text name, int line, Place place)
     section.sorted = ini->sorted;
     section.line = line;
     section.name = Duplicate(name);
+    const NameKey key(name, ini->naming.seed);
     int index = -1;
     if (section.name != nullptr && section.items.Make(sizeof(IniItem))) {
-        const NameKey key(name, ini->naming.seed);
         index = place == Place::kAsSorted && ini->sorted != 0 ? ini->sections.InsertInOrder(&section, key, ini->naming)
                                                               : ini->sections.Append(&section, key, ini->naming);
     }
@@ -151,6 +155,7 @@ int AddSection(IniFile* ini, Text name, int line, Place place)
         DisposeSection(&section);
     } else {
         ini->currentSection = index;
+        ini->currentHash = key.hash;
     }
     return index;
 }

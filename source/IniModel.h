@@ -50,6 +50,7 @@ struct IniFile {
     int firstUnrecognizedLine = -1;
     char fileName[kIniFileNameSize] = "";
     long long fileDate = 0;
+    unsigned currentHash = 0;  // of the current section's name
     qkini::Naming naming;
     qkini::Arena arena;  // of the texts that were read
 };

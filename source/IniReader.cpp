@@ -20,6 +20,102 @@ using qkini::TrimmedRight;
 
 namespace {
 
+bool IsLineEnd(unsigned char c)
+{
+    return c == '\n' || c == '\r' || c == 0;
+}
+
+// Makes sure that there is a byte in the chunk, unless the stream is at its end.
+int FillChunk(IniLineInput* input)
+{
+    if (input->used < input->available) {
+        return 1;
+    }
+    input->used = 0;
+    input->available = 0;
+    return input->read(input->context, kIniInputChunk, &input->available, input->chunk);
+}
+
+// The number of bytes in front of the first line's end, at most `size`.
+int LengthOfLine(const unsigned char* from, int size)
+{
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    int length = 0;
+    // Eight at a time where none is below 14, so that none is an end.
+    for (uint64_t word; length + int{sizeof word} <= size; length += int{sizeof word}) {
+        memcpy(&word, from + length, sizeof word);
+        if (((word - kOnes * ('\r' + 1)) & ~word & (kOnes * 0x80)) != 0) {
+            break;
+        }
+    }
+    while (length < size && !IsLineEnd(from[length])) {
+        ++length;
+    }
+    return length;
+}
+
+// Skips the second half of a pair such as CR LF.
+int SkipPairedEnd(IniLineInput* input)
+{
+    const int result = FillChunk(input);
+    if (result >= 0 && input->used < input->available) {
+        const unsigned char first = input->chunk[input->used];
+        if (IsLineEnd(first) && input->lastEnd != 0 && input->lastEnd != first + 1) {
+            ++input->used;
+        }
+    }
+    return result;
+}
+
+// What an input function gave: part of a line, its end, or the end of all.
+struct Piece {
+    int result;  // 1, or a negative code
+    int size;
+    int lineNumber;
+    bool isEnd;
+    bool isComplete;
+};
+
+// Gives at most size - 1 bytes, and a NUL.
+Piece ReadPiece(IniLineInput* input, char* buffer, int size)
+{
+    Piece piece{};
+    piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input);
+    while (piece.result >= 0 && piece.size < size - 1 && !piece.isComplete) {
+        piece.result = FillChunk(input);
+        if (piece.result < 0) {
+            break;
+        }
+        if (input->available == 0) {
+            piece.isEnd = piece.size == 0;
+            piece.isComplete = !piece.isEnd;
+            break;
+        }
+        if (input->insideLine == 0) {
+            input->insideLine = 1;
+            ++input->lineNumber;
+        }
+        const int rest = input->available - input->used;
+        const int room = size - 1 - piece.size;
+        const int length = LengthOfLine(input->chunk + input->used, rest < room ? rest : room);
+        memcpy(buffer + piece.size, input->chunk + input->used, static_cast<size_t>(length));
+        piece.size += length;
+        input->used += length;
+        if (piece.size < size - 1 && input->used < input->available) {
+            input->lastEnd = input->chunk[input->used] + 1;
+            ++input->used;
+            piece.isComplete = true;
+        }
+    }
+    buffer[piece.size] = 0;
+    if (piece.isEnd || piece.isComplete) {
+        input->insideLine = 0;
+    }
+    piece.lineNumber = input->lineNumber;
+    piece.result = piece.result < 0 ? piece.result : 1;
+    return piece;
+}
+
 // The lines of an input function, put together from its pieces.
 class LineReader {
 public:
@@ -36,17 +132,15 @@ public:
             if (m_size - m_used < 2 && !Grow()) {
                 return kIniErrMemory;
             }
-            int eof = 0;
-            int isComplete = 0;
-            const int result = m_input(m_context, m_buffer + m_used, m_size - m_used, &eof, &isComplete, &m_number);
-            if (result < 0) {
-                return result;
+            const Piece piece = NextPiece();
+            if (piece.result < 0) {
+                return piece.result;
             }
-            if (eof != 0) {
+            if (piece.isEnd) {
                 return m_used > 0 ? 1 : 0;
             }
-            m_used += static_cast<int>(strlen(m_buffer + m_used));
-            if (isComplete != 0) {
+            m_used += piece.size;
+            if (piece.isComplete) {
                 return 1;
             }
         }
@@ -56,6 +150,25 @@ public:
     int number() const { return m_number; }
 
 private:
+    Piece NextPiece()
+    {
+        char* const buffer = m_buffer + m_used;
+        const int room = m_size - m_used;
+        if (m_input == &IniLineFileInputFunction) {
+            const Piece piece = ReadPiece(static_cast<IniLineInput*>(m_context), buffer, room);
+            m_number = piece.lineNumber;
+            return piece;
+        }
+        int eof = 0;
+        int isComplete = 0;
+        Piece piece{};
+        piece.result = m_input(m_context, buffer, room, &eof, &isComplete, &m_number);
+        piece.isEnd = eof != 0;
+        piece.isComplete = isComplete != 0;
+        piece.size = piece.result < 0 || piece.isEnd ? 0 : static_cast<int>(strlen(buffer));
+        return piece;
+    }
+
     bool Grow()
     {
         constexpr int kFirstSize = 256;
@@ -311,53 +424,6 @@ bool JoinContinuations(IniFile* ini)
     return true;
 }
 
-bool IsLineEnd(unsigned char c)
-{
-    return c == '\n' || c == '\r' || c == 0;
-}
-
-// Makes sure that there is a byte in the chunk, unless the stream is at its end.
-int FillChunk(IniLineInput* input)
-{
-    if (input->used < input->available) {
-        return 1;
-    }
-    input->used = 0;
-    input->available = 0;
-    return input->read(input->context, kIniInputChunk, &input->available, input->chunk);
-}
-
-// The number of bytes in front of the first line's end, at most `size`.
-int LengthOfLine(const unsigned char* from, int size)
-{
-    constexpr uint64_t kOnes = 0x0101010101010101;
-    int length = 0;
-    // Eight at a time where none is below 14, so that none is an end.
-    for (uint64_t word; length + int{sizeof word} <= size; length += int{sizeof word}) {
-        memcpy(&word, from + length, sizeof word);
-        if (((word - kOnes * ('\r' + 1)) & ~word & (kOnes * 0x80)) != 0) {
-            break;
-        }
-    }
-    while (length < size && !IsLineEnd(from[length])) {
-        ++length;
-    }
-    return length;
-}
-
-// Skips the second half of a pair such as CR LF.
-int SkipPairedEnd(IniLineInput* input)
-{
-    const int result = FillChunk(input);
-    if (result >= 0 && input->used < input->available) {
-        const unsigned char first = input->chunk[input->used];
-        if (IsLineEnd(first) && input->lastEnd != 0 && input->lastEnd != first + 1) {
-            ++input->used;
-        }
-    }
-    return result;
-}
-
 }  // namespace
 
 extern "C" {
@@ -392,44 +458,11 @@ int IniRead(IniFile* ini, IniInputFunction input, void* context)
 
 int IniLineFileInputFunction(void* state, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber)
 {
-    auto* const input = static_cast<IniLineInput*>(state);
-    *eof = 0;
-    *lineComplete = 0;
-    buffer[0] = 0;
-    int result = input->insideLine != 0 ? 1 : SkipPairedEnd(input);
-    int used = 0;
-    while (result >= 0 && used < size - 1 && *lineComplete == 0) {
-        result = FillChunk(input);
-        if (result < 0) {
-            break;
-        }
-        if (input->available == 0) {
-            *eof = used == 0 ? 1 : 0;
-            *lineComplete = 1 - *eof;
-            break;
-        }
-        if (input->insideLine == 0) {
-            input->insideLine = 1;
-            ++input->lineNumber;
-        }
-        const int rest = input->available - input->used;
-        const int room = size - 1 - used;
-        const int length = LengthOfLine(input->chunk + input->used, rest < room ? rest : room);
-        memcpy(buffer + used, input->chunk + input->used, static_cast<size_t>(length));
-        used += length;
-        input->used += length;
-        if (used < size - 1 && input->used < input->available) {
-            input->lastEnd = input->chunk[input->used] + 1;
-            ++input->used;
-            *lineComplete = 1;
-        }
-    }
-    buffer[used] = 0;
-    if (*eof != 0 || *lineComplete != 0) {
-        input->insideLine = 0;
-    }
-    *lineNumber = input->lineNumber;
-    return result < 0 ? result : 1;
+    const Piece piece = ReadPiece(static_cast<IniLineInput*>(state), buffer, size);
+    *eof = piece.isEnd ? 1 : 0;
+    *lineComplete = piece.isComplete ? 1 : 0;
+    *lineNumber = piece.lineNumber;
+    return piece.result;
 }
 
 }  // extern "C"

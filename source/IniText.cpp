@@ -92,6 +92,33 @@ uint64_t FoldWord(uint64_t word)
     return word ^ (isLower >> 2);  // 0x80 >> 2 is the bit of the case
 }
 
+uint64_t LoadWord(const char* from)
+{
+    uint64_t word;
+    memcpy(&word, from, sizeof word);
+    return word;
+}
+
+// The last eight bytes, or all of a shorter text.
+uint64_t LastWord(Text text)
+{
+    if (text.size >= sizeof(uint64_t)) {
+        return LoadWord(text.end() - sizeof(uint64_t));
+    }
+    if (text.size >= sizeof(uint32_t)) {
+        uint32_t first;
+        uint32_t last;
+        memcpy(&first, text.begin, sizeof first);
+        memcpy(&last, text.end() - sizeof last, sizeof last);
+        return (uint64_t{first} << 32) | last;
+    }
+    uint64_t word = 0;
+    for (size_t i = 0; i < text.size; ++i) {
+        word = (word << 8) | static_cast<unsigned char>(text.begin[i]);
+    }
+    return word;
+}
+
 uint64_t Mix(uint64_t a, uint64_t b)
 {
     __extension__ typedef unsigned __int128 Wide;
@@ -197,17 +224,13 @@ unsigned HashOf(Text name, unsigned long long seed)
     constexpr uint64_t kFirst = 0xA0761D6478BD642F;
     constexpr uint64_t kSecond = 0xE7037ED1A0B428DB;
     const Text trimmed = Trimmed(name);
-    uint64_t hash = seed ^ kFirst;
-    size_t done = 0;
-    for (; done + sizeof(uint64_t) <= trimmed.size; done += sizeof(uint64_t)) {
-        uint64_t word;
-        memcpy(&word, trimmed.begin + done, sizeof word);
-        hash = Mix(hash ^ FoldWord(word), kSecond ^ seed);
+    uint64_t hash = seed ^ (kFirst + trimmed.size);
+    const char* at = trimmed.begin;
+    for (size_t rest = trimmed.size; rest > sizeof(uint64_t); rest -= sizeof(uint64_t)) {
+        hash = Mix(hash ^ FoldWord(LoadWord(at)), kSecond ^ seed);
+        at += sizeof(uint64_t);
     }
-    uint64_t tail = 0;
-    memcpy(&tail, trimmed.begin + done, trimmed.size - done);
-    hash = Mix(hash ^ FoldWord(tail), kSecond ^ seed);
-    hash = Mix(hash ^ trimmed.size, kFirst);
+    hash = Mix(hash ^ FoldWord(LastWord(trimmed)), kSecond ^ seed);
     return static_cast<unsigned>(hash ^ (hash >> 32));
 }
 
