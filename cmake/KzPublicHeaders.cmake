@@ -2,6 +2,8 @@
 # "Usable from C11" at their top compile as C11 too.
 set(KZ_PUBLIC_HEADERS
     ATime128.h
+    BinDataReader.h
+    BinDataWriter.h
     CfgAccess.h
     CookieManager.h
     DebugFormat.h
@@ -23,6 +25,7 @@ set(KZ_PUBLIC_HEADERS
     KzErr.h
     MemoryManager.h
     NumericSupport.h
+    OutputBuf.h
     PathCache.h
     PathClassic.h
     PathItemElement.h   # the reference count that PathRef's inline operations touch

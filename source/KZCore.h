@@ -3,6 +3,8 @@
 #define KZCORE_KZCORE_H
 
 #include "ATime128.h"
+#include "BinDataReader.h"
+#include "BinDataWriter.h"
 #include "CfgAccess.h"
 #include "CookieManager.h"
 #include "DebugFormat.h"
@@ -23,6 +25,7 @@
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "NumericSupport.h"
+#include "OutputBuf.h"
 #include "PathCache.h"
 #include "PathClassic.h"
 #include "PathItemElement.h"

@@ -1,4 +1,4 @@
-// The extended float and its stored form. Usable from C11 and C++20.
+// The extended float and its stored form, and the numeric types by their codes. Usable from C11 and C++20.
 #ifndef KZCORE_NUMERICSUPPORT_H
 #define KZCORE_NUMERICSUPPORT_H
 
@@ -12,13 +12,42 @@ typedef struct floatExt {
 
 KZ_EXTERN_C_BEGIN
 
+// The extended 0.
+KZ_EXPORT extern const floatExt EZero;
+
 // Converts to and from the 16 bytes of stored files, which have the layout of a big-endian IEEE 754 binary128:
-// sign and exponent, 64 bits of mantissa, six bytes of 0 (which StdToX ignores). Unless the exponent word is 0, the
-// stored mantissa lacks the leading bit: XToStd shifts it out and the lowest bit becomes 0, StdToX shifts back and
-// sets the leading bit (so a negative zero comes back with the mantissa of a number). `stored` needs no alignment
-// and may be the same memory. Any thread.
+// sign and exponent, 64 bits of mantissa, six bytes of 0 (which StdToX ignores). Unless the 15 bits of exponent are 0,
+// the stored mantissa lacks the leading bit: XToStd shifts it out and the lowest bit becomes 0, StdToX shifts back and
+// sets the leading bit. `stored` needs no alignment and may be the same memory. Any thread.
 KZ_EXPORT void XToStd(const floatExt* x, void* stored);
 KZ_EXPORT void StdToX(const void* stored, floatExt* x);
+
+// The codes of the numeric types: integers and unsigned integers of 8, 16, 32 and 64 bits, floats of 32, 64 and 80
+// bits, and complex numbers of two such floats.
+enum NumType {
+    kNumI8 = 1,
+    kNumI16,
+    kNumI32,
+    kNumI64,
+    kNumU8,
+    kNumU16,
+    kNumU32,
+    kNumU64,
+    kNumF32,
+    kNumF64,
+    kNumFX,
+    kNumC32,
+    kNumC64,
+    kNumCX
+};
+
+enum NumTypeClass { kNumClassSigned = 0, kNumClassUnsigned = 1, kNumClassFloat = 2, kNumClassComplex = 3 };
+
+// The bytes of a value of the type; 0 for any other code. Any thread.
+KZ_EXPORT int32 NumSize(int32 type);
+
+// The type's NumTypeClass; 64 for any other code. Any thread.
+KZ_EXPORT int32 NumClass(int32 type);
 
 KZ_EXTERN_C_END
 

@@ -91,13 +91,13 @@ TEST(Endianizer, ExtendedFloats)
             EXPECT_EQ(std::memcmp(read.bytes, x.bytes, 10), 0) << value;
         }
     }
-    // Where the compiler's float would differ: a sign alone gains the leading bit of a number, and a mantissa with no
-    // exponent is stored as it stands.
+    // Where the compiler's float would differ: a mantissa with no exponent is stored as it stands, whatever the sign.
     const unsigned char denormal[16] = {0, 0, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
     const unsigned char negativeZero[16] = {0x80};
     floatExt x;
     BigEndianizer()->ReadExtVal(negativeZero, &x);
-    EXPECT_EQ(std::memcmp(x.bytes, "\0\0\0\0\0\0\0\x80\0\x80", 10), 0);
+    EXPECT_EQ(std::memcmp(x.bytes, "\0\0\0\0\0\0\0\0\0\x80", 10), 0);
+    EXPECT_EQ(std::memcmp(Written(BigEndianizer(), x).data(), negativeZero, 16), 0);
     BigEndianizer()->ReadExtVal(denormal, &x);
     EXPECT_EQ(std::memcmp(x.bytes, "\xEF\xCD\xAB\x89\x67\x45\x23\x01\0\0", 10), 0);
     EXPECT_EQ(std::memcmp(Written(BigEndianizer(), x).data(), denormal, 16), 0);

@@ -260,7 +260,7 @@ TEST(IniFormat, EndsOfLines)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        for (const std::size_t piece : {1, 2, 3, int{kIniInputChunk}}) {
+        for (const std::size_t piece : {1u, 2u, 3u, unsigned{kIniInputChunk}}) {
             const IniOwner ini = NewIni();
             IniSetReadOptions(ini.get(), kIniReadKeepComments);
             IniSetWriteOptions(ini.get(), -1, 0, kIniWriteComments);

@@ -29,6 +29,7 @@ public:
     }
 
     bool IsNull() const { return mKind == kWord && mText == "null"; }
+    bool IsString() const { return mKind == kString; }
 
     // A number, or 0 and 1 for a truth value.
     long long Int() const { return mText == "true" ? 1 : mText == "false" ? 0 : std::stoll(As(kWord).mText); }

@@ -1,0 +1,244 @@
+#include "OutputBuf.h"
+
+#include <climits>
+#include <new>
+
+#include "MemoryManager.h"
+#include "Report.h"
+
+namespace {
+
+constexpr char kModule[] = "source/OutputBuf";
+
+// What a handle gets beyond what it needs, at each growth.
+constexpr unsigned long kMargin = 4096;
+
+constexpr unsigned long kCountSize = sizeof(int32);
+constexpr unsigned long kGreatestText = INT_MAX;
+
+// Makes room for `size` more bytes behind `written`, in a handle whose data starts with `head` bytes of its own. An
+// error where the sizes overflow or the handle can't grow: nothing changed.
+KzErr Grow(void* handle, unsigned long head, unsigned long written, unsigned long size, unsigned long* capacity)
+{
+    if (size <= *capacity - written) {
+        return kzErrNone;
+    }
+    if (size > ULONG_MAX - written - head - kMargin) {
+        return kzErrMemoryFull;
+    }
+    const unsigned long grown = written + size + kMargin;
+    const KzErr err = DSSetHandleSize(handle, grown + head);
+    if (err == kzErrNone) {
+        *capacity = grown;
+    }
+    return err;
+}
+
+}  // namespace
+
+bool OutputBuf::IsOnlyDeterminingSize() const
+{
+    return false;
+}
+
+StaticOutputBuf::StaticOutputBuf(void* data, unsigned long size)
+    : mData(static_cast<unsigned char*>(data)), mCapacity(data == nullptr ? 0 : size)
+{}
+
+StaticOutputBuf::~StaticOutputBuf()
+{
+    if (mError != kzErrNone) {
+        KZ_REPORT(kDbgWarning, 0x41D7A59C) << "StaticOutputBuf finished with " << mError << " error";
+    }
+}
+
+void* StaticOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
+{
+    if (mError == kzErrNone && size > mCapacity - mWritten) {
+        mError = kzErrCorrupt;
+    }
+    err = mError;
+    if (mError != kzErrNone || size == 0) {
+        return nullptr;
+    }
+    void* const start = mData + mWritten;
+    mWritten += size;
+    return start;
+}
+
+unsigned long StaticOutputBuf::GetBytesWritten() const
+{
+    return mWritten;
+}
+
+HandleOutputBuf::HandleOutputBuf(unsigned long initialSize)
+    : mHandle(DSNewHandle(initialSize)), mCapacity(mHandle == nullptr ? 0 : initialSize)
+{
+    if (mHandle == nullptr) {
+        mError = kzErrMemoryFull;
+    }
+}
+
+HandleOutputBuf::~HandleOutputBuf()
+{
+    if (mError != kzErrNone) {
+        KZ_REPORT(kDbgWarning, 0x9A2E6F07) << "HandleOutputBuf finished with " << mError << " error";
+    }
+    DSDisposeHandle(mHandle);
+}
+
+void* HandleOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
+{
+    if (mError == kzErrNone && size != 0) {
+        mError = mHandle == nullptr ? kzErrArgument : Grow(mHandle, 0, mWritten, size, &mCapacity);
+    }
+    err = mError;
+    if (mError != kzErrNone || size == 0) {
+        return nullptr;
+    }
+    void* const start = *mHandle + mWritten;
+    mWritten += size;
+    return start;
+}
+
+unsigned long HandleOutputBuf::GetBytesWritten() const
+{
+    return mWritten;
+}
+
+UHandle HandleOutputBuf::GetHandle(bool release)
+{
+    if (mError == kzErrNone && mHandle == nullptr) {
+        mError = kzErrArgument;
+    }
+    if (mError != kzErrNone) {
+        return nullptr;
+    }
+    mError = DSSetHandleSize(mHandle, mWritten);
+    if (mError == kzErrNone) {
+        mCapacity = mWritten;
+    }
+    const UHandle handle = mHandle;
+    if (release) {
+        mHandle = nullptr;
+    }
+    return handle;
+}
+
+void LStrOutputBuf::Make(unsigned long room)
+{
+    const unsigned long size = room + kCountSize;
+    mHandle = size < room ? nullptr : reinterpret_cast<LStr**>(DSNewHandle(size));
+    if (mHandle == nullptr) {
+        mError = kzErrMemoryFull;
+    } else {
+        mCapacity = room;
+    }
+}
+
+LStrOutputBuf::LStrOutputBuf(unsigned long initialSize)
+{
+    Make(initialSize);
+}
+
+LStrOutputBuf::LStrOutputBuf(LStr** handle, unsigned long initialSize) : mHandle(handle)
+{
+    if (handle == nullptr) {
+        Make(initialSize == 0 ? kMargin : initialSize);
+    } else if (initialSize == 0) {
+        const unsigned long size = DSGetHandleSize(handle);
+        mCapacity = size < kCountSize ? 0 : size - kCountSize;
+    } else {
+        const unsigned long size = initialSize + kCountSize;
+        mError = size < initialSize ? kzErrMemoryFull : DSSetHandleSize(handle, size);
+        mCapacity = mError == kzErrNone ? initialSize : 0;
+    }
+}
+
+LStrOutputBuf::~LStrOutputBuf()
+{
+    if (mError != kzErrNone) {
+        KZ_REPORT(kDbgWarning, 0xE5086BD3) << "LStrOutputBuf finished with " << mError << " error";
+    }
+    DSDisposeHandle(mHandle);
+}
+
+void* LStrOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
+{
+    if (mError == kzErrNone && size != 0) {
+        mError = mHandle == nullptr                ? kzErrArgument
+                 : size > kGreatestText - mWritten ? kzErrMemoryFull
+                                                   : Grow(mHandle, kCountSize, mWritten, size, &mCapacity);
+    }
+    err = mError;
+    if (mError != kzErrNone || size == 0) {
+        return nullptr;
+    }
+    void* const start = reinterpret_cast<unsigned char*>(*mHandle) + kCountSize + mWritten;
+    mWritten += size;
+    return start;
+}
+
+unsigned long LStrOutputBuf::GetBytesWritten() const
+{
+    return mWritten;
+}
+
+LStr** LStrOutputBuf::GetHandle(bool release)
+{
+    if (mError == kzErrNone && mHandle == nullptr) {
+        mError = kzErrArgument;
+    }
+    if (mError != kzErrNone) {
+        return nullptr;
+    }
+    mError = DSSetHandleSize(mHandle, mWritten + kCountSize);
+    if (mError == kzErrNone) {
+        mCapacity = mWritten;
+    }
+    if (DSGetHandleSize(mHandle) >= kCountSize) {
+        (*mHandle)->cnt = static_cast<int32>(mWritten);
+    }
+    LStr** const handle = mHandle;
+    if (release) {
+        mHandle = nullptr;
+    }
+    return handle;
+}
+
+void* PreflightOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
+{
+    err = kzErrNone;
+    mWritten += size;
+    return nullptr;
+}
+
+unsigned long PreflightOutputBuf::GetBytesWritten() const
+{
+    return mWritten;
+}
+
+bool PreflightOutputBuf::IsOnlyDeterminingSize() const
+{
+    return true;
+}
+
+OutputBuf* CreateStaticOutputBuf(void* data, unsigned long size)
+{
+    return new (std::nothrow) StaticOutputBuf(data, size);
+}
+
+OutputBuf* CreatePreflightOutputBuf()
+{
+    return new (std::nothrow) PreflightOutputBuf;
+}
+
+OutputBuf* CreateHandleOutputBuf(unsigned long initialSize)
+{
+    return new (std::nothrow) HandleOutputBuf(initialSize);
+}
+
+OutputBuf* CreateLStrOutputBuf(unsigned long initialSize)
+{
+    return new (std::nothrow) LStrOutputBuf(initialSize);
+}

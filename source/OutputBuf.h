@@ -1,0 +1,115 @@
+// Output buffers: raw memory to write into, handed out by pointer.
+#ifndef KZCORE_OUTPUTBUF_H
+#define KZCORE_OUTPUTBUF_H
+
+#include "KZTypes.h"
+#include "KzErr.h"
+
+// The first error latches: after it every access gives null and that error. One thread at a time. A buffer that ends
+// with an error reports it, and disposes of the handle that it still has. The slots stand in this order, the destructor
+// pair first.
+class KZ_EXPORT OutputBuf {
+public:
+    virtual ~OutputBuf() = default;
+
+    // A pointer to the next `size` bytes, to be written to before the next access; the position moves past them. Null
+    // with the latched error in `err`; null without an error for a size of 0, and from a buffer that only counts.
+    virtual void* GetDataPointer(unsigned long size, KzErr& err) = 0;
+
+    // The position.
+    virtual unsigned long GetBytesWritten() const = 0;
+
+    // Whether the bytes are counted only.
+    virtual bool IsOnlyDeterminingSize() const;
+};
+
+// Writes into memory of the caller's, which must outlive the buffer. kzErrCorrupt: it is full.
+class KZ_EXPORT StaticOutputBuf : public OutputBuf {
+public:
+    StaticOutputBuf(void* data, unsigned long size);
+    ~StaticOutputBuf() override;
+    StaticOutputBuf(const StaticOutputBuf&) = delete;
+    StaticOutputBuf& operator=(const StaticOutputBuf&) = delete;
+
+    void* GetDataPointer(unsigned long size, KzErr& err) override;
+    unsigned long GetBytesWritten() const override;
+
+private:
+    KzErr mError = kzErrNone;
+    unsigned char* mData;
+    unsigned long mCapacity;
+    unsigned long mWritten = 0;
+};
+
+// Writes into a handle that it makes, and grows by what is needed and 4,096 bytes. kzErrMemoryFull.
+class KZ_EXPORT HandleOutputBuf : public OutputBuf {
+public:
+    explicit HandleOutputBuf(unsigned long initialSize);
+    ~HandleOutputBuf() override;
+    HandleOutputBuf(const HandleOutputBuf&) = delete;
+    HandleOutputBuf& operator=(const HandleOutputBuf&) = delete;
+
+    void* GetDataPointer(unsigned long size, KzErr& err) override;
+    unsigned long GetBytesWritten() const override;
+
+    // The handle, cut to what was written; a failure to cut it latches. With `release` it is the caller's from now on.
+    // Null with an error latched, and with kzErrArgument, which latches, when it was released before.
+    UHandle GetHandle(bool release);
+
+private:
+    KzErr mError = kzErrNone;
+    UHandle mHandle;
+    unsigned long mCapacity;
+    unsigned long mWritten = 0;
+};
+
+// Writes the text of a counted string, and grows likewise. A text of 2^31 bytes or more is kzErrMemoryFull, as its
+// count could not tell it.
+class KZ_EXPORT LStrOutputBuf : public OutputBuf {
+public:
+    // A new string with room for `initialSize` bytes.
+    explicit LStrOutputBuf(unsigned long initialSize);
+
+    // A string that the buffer owns from now on and writes from its start: resized to the room of `initialSize` bytes,
+    // or with the room that it has if that is 0. A null one is made, with room for 4,096 bytes if `initialSize` is 0.
+    LStrOutputBuf(LStr** handle, unsigned long initialSize);
+
+    ~LStrOutputBuf() override;
+    LStrOutputBuf(const LStrOutputBuf&) = delete;
+    LStrOutputBuf& operator=(const LStrOutputBuf&) = delete;
+
+    void* GetDataPointer(unsigned long size, KzErr& err) override;
+    unsigned long GetBytesWritten() const override;
+
+    // As HandleOutputBuf::GetHandle. The count is set here only.
+    LStr** GetHandle(bool release);
+
+private:
+    void Make(unsigned long room);
+
+    KzErr mError = kzErrNone;
+    LStr** mHandle = nullptr;
+    unsigned long mCapacity = 0;  // of the text
+    unsigned long mWritten = 0;
+};
+
+// Counts what another buffer would be given. Never has an error.
+class KZ_EXPORT PreflightOutputBuf : public OutputBuf {
+public:
+    void* GetDataPointer(unsigned long size, KzErr& err) override;
+    unsigned long GetBytesWritten() const override;
+    bool IsOnlyDeterminingSize() const override;
+
+private:
+    unsigned long mWritten = 0;
+};
+
+// Each makes a buffer, which the caller deletes; null when memory is full.
+KZ_EXTERN_C_BEGIN
+KZ_EXPORT OutputBuf* CreateStaticOutputBuf(void* data, unsigned long size);
+KZ_EXPORT OutputBuf* CreatePreflightOutputBuf(void);
+KZ_EXPORT OutputBuf* CreateHandleOutputBuf(unsigned long initialSize);
+KZ_EXPORT OutputBuf* CreateLStrOutputBuf(unsigned long initialSize);
+KZ_EXTERN_C_END
+
+#endif
