@@ -24,6 +24,7 @@ set(KZ_PUBLIC_HEADERS
     KZTypes.h
     KzErr.h
     MemoryManager.h
+    NumberText.h
     NumericSupport.h
     OutputBuf.h
     PathCache.h

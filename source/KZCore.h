@@ -24,6 +24,7 @@
 #include "KZTypes.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
+#include "NumberText.h"
 #include "NumericSupport.h"
 #include "OutputBuf.h"
 #include "PathCache.h"
