@@ -44,8 +44,10 @@ set(KZ_PUBLIC_HEADERS
     SortSearch.h
     StackChain.h
     StackDecoder.h
+    StringCPStr.h
     StringCStr.h
     StringLStr.h
+    StringLStrArray.h
     StringPStr.h
     StringUtils.h
     ThAtomic.h
