@@ -12,6 +12,7 @@ set(KZ_PUBLIC_HEADERS
     Endianizer.h
     FileManager.h
     GuardBytes.h
+    HObjList.h
     HandleAllocationInterface.h
     HiResClock.h
     IniFile.h
@@ -44,6 +45,7 @@ set(KZ_PUBLIC_HEADERS
     SortSearch.h
     StackChain.h
     StackDecoder.h
+    StringCLStr.h
     StringCPStr.h
     StringCStr.h
     StringLStr.h

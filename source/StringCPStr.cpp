@@ -3,21 +3,22 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <limits>
 
 #include "ByteOrder.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
+#include "PackedList.h"
 #include "Report.h"
 #include "SortSearch.h"
 #include "StringPStr.h"
 
+using kz::kListCountSize;
+using kz::kMaxListSize;
+using Walk = kz::ShortStringWalk;
+
 namespace {
 
 constexpr char kModule[] = "source/StringCPStr";
-constexpr std::size_t kCountSize = sizeof(int32);
-constexpr std::size_t kMaxListSize = std::numeric_limits<int32>::max();
-constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
 
 enum Fit { kKeepSpareRoom, kExactBlock };
 
@@ -30,63 +31,6 @@ int32 CountOf(const CPStr* list)
 {
     return list == nullptr ? 0 : std::max(list->cnt, 0);
 }
-
-// Steps over the whole strings of a list, of which each stands from At to End, as offsets in the block.
-class Walk {
-public:
-    Walk(const CPStr* list, std::size_t block)
-        : mBytes(reinterpret_cast<const unsigned char*>(list)),
-          mBlock(block),
-          mCount(list == nullptr || block < kCountSize ? 0 : list->cnt)
-    {}
-    explicit Walk(CPStr** handle) : Walk(handle, DSGetHandleSize(handle)) {}
-
-    // On to the next string; false, and nothing changes, when there is none.
-    bool Next()
-    {
-        if (mIndex + 1 >= mCount || mEnd >= mBlock || mBlock - mEnd <= mBytes[mEnd]) {
-            return false;
-        }
-        mAt = mEnd;
-        mEnd += 1u + mBytes[mEnd];
-        ++mIndex;
-        return true;
-    }
-
-    // On to the string of this index, or to the last one if it is above, or the first if it is negative.
-    void Seek(int32 index)
-    {
-        const int32 target = std::max(index, 0);
-        while (mIndex < target && Next()) {
-        }
-    }
-
-    // Over all strings; what stood before is returned.
-    Walk Finish()
-    {
-        const Walk before = *this;
-        while (Next()) {
-        }
-        return before;
-    }
-
-    int32 Count() const { return mIndex + 1; }  // strings so far
-    std::size_t At() const { return mAt; }
-    std::size_t End() const { return mEnd; }
-    std::size_t Size() const { return mEnd - mAt; }
-    std::size_t Block() const { return mBlock; }
-    const unsigned char* String() const { return mBytes + mAt; }
-
-private:
-    Walk(CPStr** handle, std::size_t block) : Walk(block < kCountSize ? nullptr : *handle, block) {}
-
-    const unsigned char* mBytes;
-    std::size_t mBlock;
-    int32 mCount;
-    int32 mIndex = -1;
-    std::size_t mAt = kCountSize;
-    std::size_t mEnd = kCountSize;
-};
 
 bool IsMissing(CPStr** handle)
 {
@@ -175,7 +119,7 @@ public:
         order = reinterpret_cast<int32*>(block + 2 * entries);
         unsigned char* const copy = reinterpret_cast<unsigned char*>(order + mCount);
         std::memcpy(copy, list, end.End());
-        const unsigned char* string = copy + kCountSize;
+        const unsigned char* string = copy + kListCountSize;
         for (std::size_t i = 0; i < mCount; ++i) {
             order[i] = static_cast<int32>(i);
             strings[i] = string;
@@ -220,7 +164,7 @@ void SortWithParallel(SortRoom& room, int32 count, UHandle parallel)
 
 int32 CPStrSize(const CPStr* p)
 {
-    Walk walk(p, kNoLimit);
+    Walk walk(p);
     walk.Finish();
     return static_cast<int32>(std::min(walk.End(), kMaxListSize));
 }
@@ -230,7 +174,7 @@ unsigned char* CPStrIndex(CPStr** handle, int32 i)
     if (IsMissing(handle)) {
         return nullptr;
     }
-    Walk walk(handle);
+    Walk walk = Walk::OfHandle(handle);
     walk.Seek(i);
     return walk.Count() == 0 ? nullptr : BytesOf(*handle) + walk.At();
 }
@@ -241,7 +185,7 @@ KzErr CPStrInsertEfficient(CPStr** handle, const unsigned char* p, int32 i, KzBo
         KZ_REPORT(kDbgWarning, 0x49D6F0A2) << "Bad inputs to CPStrInsertEfficient";
         return kzErrGeneric;
     }
-    Walk walk(handle);
+    Walk walk = Walk::OfHandle(handle);
     if (i > 0) {
         walk.Seek(i - 1);
     }
@@ -260,7 +204,7 @@ KzErr CPStrRemove(CPStr** handle, int32 i)
     if (IsMissing(handle)) {
         return kzErrArgument;
     }
-    Walk walk(handle);
+    Walk walk = Walk::OfHandle(handle);
     walk.Seek(i);
     if (walk.Count() == 0) {
         return kzErrArgument;
@@ -274,7 +218,7 @@ KzErr CPStrReplace(CPStr** handle, const unsigned char* p, int32 i)
     if (IsMissing(handle) || p == nullptr) {
         return kzErrArgument;
     }
-    Walk walk(handle);
+    Walk walk = Walk::OfHandle(handle);
     walk.Seek(i);
     const Walk old = walk.Finish();
     return Apply(handle, walk.Block(), {walk.End(), old.At(), old.End(), p, walk.Count()}, kExactBlock);
@@ -285,7 +229,7 @@ KzErr CPStrClear(CPStr** handle)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    const KzErr err = DSSetHandleSize(handle, kCountSize);
+    const KzErr err = DSSetHandleSize(handle, kListCountSize);
     if (err == kzErrNone) {
         (*handle)->cnt = 0;
     }
@@ -298,7 +242,7 @@ KzErr CPStrSetToNEmptyStrings(CPStr*** handle, int32 n)
         return kzErrArgument;
     }
     const std::size_t strings = static_cast<std::size_t>(n);
-    if (const KzErr err = DSSetHandleSizeOrNewHandle(handle, kCountSize + strings)) {
+    if (const KzErr err = DSSetHandleSizeOrNewHandle(handle, kListCountSize + strings)) {
         return err;
     }
     (**handle)->cnt = n;
@@ -311,9 +255,9 @@ int32 CPStrSearch(CPStr** handle, const unsigned char* p, PStrCompareProc compar
     if (IsMissing(handle)) {
         return -1;
     }
-    Walk walk(handle);
+    Walk walk = Walk::OfHandle(handle);
     while (walk.Next()) {
-        if (compare(p, walk.String()) == 0) {
+        if (compare(p, walk.Record()) == 0) {
             return walk.Count() - 1;
         }
     }
@@ -322,10 +266,10 @@ int32 CPStrSearch(CPStr** handle, const unsigned char* p, PStrCompareProc compar
 
 int32 CPStrCmp(const CPStr* a, const CPStr* b)
 {
-    Walk left(a, kNoLimit);
-    Walk right(b, kNoLimit);
+    Walk left(a);
+    Walk right(b);
     while (left.Next() && right.Next()) {
-        if (const int32 order = PStrCmp(left.String(), right.String())) {
+        if (const int32 order = PStrCmp(left.Record(), right.Record())) {
             return order;
         }
     }
@@ -342,7 +286,7 @@ KzErr LSort(CPStr** handle, UHandle parallel)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    Walk walk(handle);
+    Walk walk = Walk::OfHandle(handle);
     walk.Finish();
     const int32 count = walk.Count();
     if (parallel != nullptr && DSGetHandleSize(parallel) / sizeof(void*) < static_cast<std::size_t>(count)) {
@@ -382,7 +326,7 @@ KzErr StrPoundToCPStr(UHandle handle, CPStr* p)
     const int16 count = kz::LoadBig<int16>(*handle);
     std::memmove(p->str, *handle + sizeof(int16), strings);
     p->cnt = count;
-    Walk walk(p, kCountSize + strings);
+    Walk walk(p, kListCountSize + strings);
     walk.Finish();
     p->cnt = walk.Count();
     return kzErrNone;
