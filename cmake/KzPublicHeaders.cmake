@@ -4,6 +4,7 @@ set(KZ_PUBLIC_HEADERS
     ATime128.h
     BinDataReader.h
     BinDataWriter.h
+    CPStrList.h
     CfgAccess.h
     CookieManager.h
     DebugFormat.h

@@ -5,6 +5,7 @@
 #include "ATime128.h"
 #include "BinDataReader.h"
 #include "BinDataWriter.h"
+#include "CPStrList.h"
 #include "CfgAccess.h"
 #include "CookieManager.h"
 #include "DebugFormat.h"
