@@ -70,7 +70,6 @@ CPStrList::CPStrList(unsigned char** resource)
         return;
     }
     (*mHandle)->cnt = RevBL((*mHandle)->cnt);
-    (*mHandle)->cnt = Count();
 }
 
 CPStrList::~CPStrList()

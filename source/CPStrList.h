@@ -18,7 +18,7 @@ public:
     explicit CPStrList(const CPStr* list);
 
     // Takes the handle of a loaded resource that holds a list with a big-endian count, which RDetach detaches from its
-    // file. A count that the data doesn't hold becomes the number of whole strings. Where RDetach fails the list is
+    // file. A count that the data doesn't hold stands for the whole strings in it. Where RDetach fails the list is
     // empty, and the handle stays its owner's.
     explicit CPStrList(unsigned char** resource);
 

@@ -98,6 +98,11 @@ TEST_F(StringLStrArray, CountsThatTheBlockDoesNotHold)
     EXPECT_EQ(list.Strings(), (Texts{"a", "b"}));
     EXPECT_EQ(ReallocLStrArrayHandle(&array.handle, 3), 0);
     EXPECT_EQ(array.Strings(), (Texts{"a", "b", ""}));
+    LStr** const stale = (*array.handle)->str[1];
+    (*array.handle)->cnt = 1;
+    EXPECT_EQ(ReallocLStrArrayHandle(&array.handle, 4), 0);
+    EXPECT_EQ(array.Strings(), (Texts{"a", "", "", ""})) << "what stood behind the array doesn't join it";
+    DSDisposeHandle(stale);
     LStrArrayHandle bare;
     bare.handle = reinterpret_cast<_LStrArray**>(DSNewHandle(0));
     EXPECT_EQ(ReallocLStrArrayHandle(&bare.handle, 2), 0);
