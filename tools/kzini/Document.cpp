@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -17,6 +18,9 @@ namespace {
 
 constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 constexpr std::size_t kMarkSize = sizeof kUtf8Mark - 1;
+
+// What the engine takes for white space.
+constexpr char kBlanks[] = " \t\n\v\f\r";
 
 // More is no configuration.
 constexpr std::size_t kMostBytes = 256u << 20;
@@ -179,8 +183,10 @@ Content Document::ContentOf(IniFile* ini) const
     return content;
 }
 
-void Document::RenameItem(const std::string& section, const std::string& tag, const std::string& newTag)
+void Document::RenameItem(const std::string& section, const std::string& tag, std::string_view newTag)
 {
+    newTag.remove_prefix(std::min(newTag.find_first_not_of(kBlanks), newTag.size()));
+    newTag = newTag.substr(0, newTag.find_last_not_of(kBlanks) + 1);
     // The library has no call for it: the item's line is changed in the text that it writes, which is read again.
     IniSetWriteOptions(m_ini.get(), -1, 0, m_writeOptions);
     std::string text = TextToWrite();

@@ -80,7 +80,7 @@ public:
     Content content() const { return ContentOf(m_ini.get()); }
 
     // Gives an item another tag where it stands. Throws Failure.
-    void RenameItem(const std::string& section, const std::string& tag, const std::string& newTag);
+    void RenameItem(const std::string& section, const std::string& tag, std::string_view newTag);
 
     int LineCount() const;
     std::vector<BadLine> BadLines() const;
