@@ -43,6 +43,7 @@ enum Kind {
     kF32,
     kF64,
     kFX,  // the last scalar
+    kArray,
     kBytes,
     kSkip,
     kAlign,
@@ -67,7 +68,7 @@ struct Order {
 // What an operation has read: a number as the host has it, or text.
 struct Value {
     Kind kind;
-    uInt32 boundary;
+    uInt32 boundary;  // the width of an array's numbers
     std::string bytes;
 };
 
@@ -262,6 +263,8 @@ public:
             const auto argument = static_cast<unsigned char>(program[1]);
             if (kind <= kFX) {
                 Number(kind);
+            } else if (kind == kArray) {
+                Array(argument);
             } else if (kind <= kAlign) {
                 Piece(kind, argument);
             } else if (kind <= kLStrAsNarrow) {
@@ -292,6 +295,24 @@ private:
         }
         Need(got == Decoded(kind, m_order, wire), "a number is another");
         Keep(kind, 0, got);
+    }
+
+    void Array(unsigned char argument)
+    {
+        constexpr uInt32 kWidths[] = {1, 2, 4, 8, 16};
+        const uInt32 width = kWidths[argument % std::size(kWidths)];
+        const std::size_t count = argument / std::size(kWidths);
+        const unsigned char* const wire = m_model.Take(count * width);
+        std::string expected = wire == nullptr ? std::string(count * width, '\0') : TextAt(wire, count * width);
+        for (auto each = expected.begin(); m_order.isBig && each != expected.end(); each += width) {
+            std::reverse(each, each + width);
+        }
+        std::string got(count * width, 'x');
+        m_reader.ReadArray(got.data(), count, width);
+        Need(got == expected, "an array is another");
+        if (!m_model.hasFailed()) {
+            Keep(kArray, width, got);
+        }
     }
 
     // Bytes without a meaning.
@@ -432,6 +453,8 @@ unsigned long WriteValue(BinDataWriter& writer, const Value& value)
 {
     const std::string& bytes = value.bytes;
     switch (value.kind) {
+        case kArray:
+            return writer.WriteArray(bytes.data(), bytes.size() / value.boundary, value.boundary);
         case kBytes:
         case kSkip:
             return writer.WriteBytes(bytes.data(), bytes.size());
@@ -510,6 +533,8 @@ void ReadBack(const std::string& written, const Order& order, const std::vector<
         std::string got = value.bytes;
         if (value.kind <= kFX) {
             got = ReadNumber(reader, value.kind);
+        } else if (value.kind == kArray) {
+            reader.ReadArray(got.data(), got.size() / value.boundary, value.boundary);
         } else if (value.kind == kAlign) {
             reader.Align(value.boundary);
         } else if (value.kind <= kAlign) {
