@@ -87,7 +87,8 @@ KzErr WideToNarrow(const std::wstring& text, std::string& out)
 // `out` has what was converted, or nothing after an error.
 KzErr Iconv(kz::IconvPair pair, const char* bytes, std::size_t size, std::string& out)
 {
-    const kz::IconvResult result = kz::ConvertByIconv(pair, bytes, size, 4, out);
+    const bool widens = pair == kz::IconvPair::kUtf8ToWide;
+    const kz::IconvResult result = kz::ConvertByIconv(pair, bytes, size, widens ? sizeof(wchar_t) : 1, out);
     if (result == kz::IconvResult::kDone) {
         return kzErrNone;
     }
@@ -95,7 +96,6 @@ KzErr Iconv(kz::IconvPair pair, const char* bytes, std::size_t size, std::string
     if (result == kz::IconvResult::kNoConverter) {
         return kzErrMemoryFull;
     }
-    const bool widens = pair == kz::IconvPair::kUtf8ToWide;
     KZ_REPORT(kDbgWarning, 0x5E0A37C6) << "Unable to convert from " << (widens ? kz::kIconvUtf8 : kz::kIconvWide)
                                        << " to " << (widens ? kz::kIconvWide : kz::kIconvUtf8);
     return kzErrArgument;

@@ -1,6 +1,7 @@
 #include "Utf8.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
@@ -21,53 +22,37 @@ constexpr bool StartsNoCharacter(unsigned char lead)
     return (lead >= 0x80 && lead < 0xC2) || lead > 0xF4;
 }
 
-// Table 3-7 of the Unicode standard: what the first byte leaves of the continuation bytes for the second. It shuts out
-// longer forms than needed, surrogates, and values above 0x10FFFF.
-constexpr bool SecondFitsLead(unsigned char lead, unsigned char second)
-{
-    switch (lead) {
-        case 0xE0:
-            return second >= 0xA0;
-        case 0xED:
-            return second <= 0x9F;
-        case 0xF0:
-            return second >= 0x90;
-        case 0xF4:
-            return second <= 0x8F;
-        default:
-            return true;
-    }
-}
-
-// The length of the well-formed character at `bytes`, whose value is stored, or 0 where there is none.
+// The length of the well-formed character at `bytes`, whose value is stored, or 0 where there is none. Forms longer
+// than needed, surrogates and values that are too high show in the value, as the rows of table 3-7 shut them out.
 inline std::ptrdiff_t WellFormedCharacter(const unsigned char* bytes, const unsigned char* end, uInt32& value)
 {
-    const unsigned char lead = bytes[0];
+    // A continuation byte with its mark taken off is below 0x40.
+    const auto part = [bytes](int i) -> uInt32 { return bytes[i] ^ 0x80u; };
+    const uInt32 lead = bytes[0];
     const std::ptrdiff_t left = end - bytes;
     if (lead < 0x80) {
         value = lead;
         return 1;
     }
-    if (StartsNoCharacter(lead) || left < 2 || !IsUtf8Continuation(bytes[1])) {
-        return 0;
-    }
     if (lead < 0xE0) {
-        value = (lead & 0x1Fu) << 6 | (bytes[1] & 0x3Fu);
+        if (lead < 0xC2 || left < 2 || part(1) >= 0x40) {
+            return 0;
+        }
+        value = (lead & 0x1F) << 6 | part(1);
         return 2;
     }
-    if (left < 3 || !IsUtf8Continuation(bytes[2]) || !SecondFitsLead(lead, bytes[1])) {
-        return 0;
-    }
-    const uInt32 tail = (bytes[1] & 0x3Fu) << 6 | (bytes[2] & 0x3Fu);
     if (lead < 0xF0) {
-        value = (lead & 0x0Fu) << 12 | tail;
-        return 3;
+        if (left < 3 || (part(1) | part(2)) >= 0x40) {
+            return 0;
+        }
+        value = (lead & 0x0F) << 12 | part(1) << 6 | part(2);
+        return value >= 0x800 && (value < 0xD800 || value > 0xDFFF) ? 3 : 0;
     }
-    if (left < 4 || !IsUtf8Continuation(bytes[3])) {
+    if (lead > 0xF4 || left < 4 || (part(1) | part(2) | part(3)) >= 0x40) {
         return 0;
     }
-    value = (lead & 0x07u) << 18 | tail << 6 | (bytes[3] & 0x3Fu);
-    return 4;
+    value = (lead & 0x07) << 18 | part(1) << 12 | part(2) << 6 | part(3);
+    return value >= 0x10000 && value <= kz::kLastCodePoint ? 4 : 0;
 }
 
 // What to move on by where no well-formed character stands.
@@ -81,7 +66,10 @@ std::ptrdiff_t MalformedLength(const unsigned char* bytes, const unsigned char* 
     return continues || StartsNoCharacter(bytes[0]) ? length : 1;
 }
 
-constexpr std::ptrdiff_t kBlock = 16;
+// Vectors of 16 bytes, which compilers keep in whatever registers there are.
+typedef signed char ByteBlock __attribute__((vector_size(16)));
+typedef unsigned short HalfBlock __attribute__((vector_size(16)));
+constexpr std::ptrdiff_t kBlock = sizeof(ByteBlock);
 
 bool IsAsciiBlock(const unsigned char* bytes)
 {
@@ -91,6 +79,58 @@ bool IsAsciiBlock(const unsigned char* bytes)
     return ((words[0] | words[1]) & 0x8080808080808080) == 0;
 }
 
+// Each element behind, or on the other kind of processor before, one of zero: together an element of twice the size.
+// The first half of the elements, then the second.
+struct Widened {
+    ByteBlock parts[2];
+};
+
+Widened Widen(ByteBlock block)
+{
+    constexpr ByteBlock kZero = {};
+    const ByteBlock a = std::endian::native == std::endian::little ? block : kZero;
+    const ByteBlock b = std::endian::native == std::endian::little ? kZero : block;
+    return {{__builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23),
+             __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31)}};
+}
+
+Widened Widen(HalfBlock block)
+{
+    constexpr HalfBlock kZero = {};
+    const HalfBlock a = std::endian::native == std::endian::little ? block : kZero;
+    const HalfBlock b = std::endian::native == std::endian::little ? kZero : block;
+    return {{std::bit_cast<ByteBlock>(__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11)),
+             std::bit_cast<ByteBlock>(__builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15))}};
+}
+
+void WidenBlock(const unsigned char* bytes, wchar_t* out)
+{
+    static_assert(sizeof(wchar_t) == 4);
+    ByteBlock block;
+    std::memcpy(&block, bytes, sizeof block);
+    for (const ByteBlock half : Widen(block).parts) {
+        const Widened values = Widen(std::bit_cast<HalfBlock>(half));
+        std::memcpy(out, &values, sizeof values);
+        out += sizeof values / sizeof *out;
+    }
+}
+
+// The bytes among up to 255 blocks that are no continuation: all from -64 on, as signed.
+std::size_t CountStartsInBlocks(const unsigned char* bytes, std::ptrdiff_t blocks)
+{
+    ByteBlock counts = {};
+    for (std::ptrdiff_t i = 0; i < blocks; ++i) {
+        ByteBlock block;
+        std::memcpy(&block, bytes + i * kBlock, sizeof block);
+        counts -= block > -65;  // a lane that compares true is -1
+    }
+    std::size_t count = 0;
+    for (std::ptrdiff_t lane = 0; lane < kBlock; ++lane) {
+        count += static_cast<unsigned char>(counts[lane]);
+    }
+    return count;
+}
+
 }  // namespace
 
 namespace kz {
@@ -98,12 +138,10 @@ namespace kz {
 std::size_t CountUtf8Starts(const unsigned char* at, const unsigned char* end)
 {
     std::size_t count = 0;
-    for (; end - at >= kBlock; at += kBlock) {
-        unsigned char starts = 0;
-        for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
-            starts = static_cast<unsigned char>(starts + !IsUtf8Continuation(at[i]));
-        }
-        count += starts;
+    while (end - at >= kBlock) {
+        const std::ptrdiff_t blocks = std::min<std::ptrdiff_t>((end - at) / kBlock, 255);
+        count += CountStartsInBlocks(at, blocks);
+        at += blocks * kBlock;
     }
     return count +
            static_cast<std::size_t>(std::count_if(at, end, [](unsigned char c) { return !IsUtf8Continuation(c); }));
@@ -114,9 +152,7 @@ wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char*
     const unsigned char* at = cursor;
     while (at < end) {
         if (end - at >= kBlock && IsAsciiBlock(at)) {
-            for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
-                out[i] = at[i];
-            }
+            WidenBlock(at, out);
             at += kBlock;
             out += kBlock;
             continue;
@@ -149,7 +185,7 @@ uInt32 ConvertUTF8toUTF32(const unsigned char** cursor, const unsigned char* end
     uInt32 value = 0;
     const std::ptrdiff_t length = WellFormedCharacter(bytes, end, value);
     *cursor = bytes + (length != 0 ? length : MalformedLength(bytes, end));
-    return value;
+    return length != 0 ? value : 0;
 }
 
 KzBool ConvertUTF32toUTF8(const uInt32** source, const uInt32* sourceEnd, unsigned char** target,
