@@ -36,6 +36,7 @@ set(KZ_PUBLIC_HEADERS
     PathRef.h
     PlatformEvent.h
     PlatformMutex.h
+    PlatformText.h
     RFReadWrite.h
     RandomGen.h
     ResFile.h
@@ -62,6 +63,7 @@ set(KZ_PUBLIC_HEADERS
     TrackedMalloc.h
     UnixMutexUtil.h
     UnixUserUtil.h
+    Utf8.h
     ZVGuid.h
     zvexcept.h
     zvhandle.h
