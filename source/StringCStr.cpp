@@ -4,8 +4,10 @@
 #include <bit>
 #include <cctype>
 #include <cstring>
+#include <limits>
 
 #include "ByteCompare.h"
+#include "MemoryManager.h"
 #include "Report.h"
 
 namespace {
@@ -77,6 +79,17 @@ bool IsContinuation(char c)
 }  // namespace
 
 constinit unsigned char gUseUTF8 = 0;
+constinit unsigned char gDecimalPoint = '.';
+
+int32 StrGetDecimalPoint()
+{
+    return gDecimalPoint;
+}
+
+void StrSetDecimalPoint(int32 c)
+{
+    gDecimalPoint = LowByte(c);
+}
 
 uInt32 StrLen(const char* s)
 {
@@ -85,14 +98,14 @@ uInt32 StrLen(const char* s)
 
 char* StrCpy(char* dst, const char* src)
 {
-    std::memmove(dst, src, std::strlen(src) + 1);
+    MoveBlock(src, dst, std::strlen(src) + 1);
     return dst;
 }
 
 char* StrNCpy(char* dst, const char* src, uInt32 n)
 {
     const std::size_t length = strnlen(src, n);
-    std::memmove(dst, src, length);
+    MoveBlock(src, dst, length);
     std::memset(dst + length, 0, n - length);
     return dst;
 }
@@ -101,7 +114,7 @@ uInt32 StrCat(char* dst, const char* src)
 {
     const std::size_t dstLength = std::strlen(dst);
     const std::size_t srcLength = std::strlen(src);
-    std::memmove(dst + dstLength, src, srcLength);
+    MoveBlock(src, dst + dstLength, srcLength);
     dst[dstLength + srcLength] = 0;
     return static_cast<uInt32>(dstLength + srcLength);
 }
@@ -163,8 +176,12 @@ char* StrRChr(const char* s, int32 c)
 
 KzBool StrIStr(const char* s, const char* pattern)
 {
+    if (*pattern == 0) {
+        return *s != 0;
+    }
     for (; *s != 0; ++s) {
-        if (BeginsWithSkippingBlanks(s, pattern)) {
+        // From a blank the search would only go on to the byte behind it.
+        if (!IsBlank(*s) && BeginsWithSkippingBlanks(s, pattern)) {
             return 1;
         }
     }
@@ -216,7 +233,8 @@ KzBool IsUpper(int32 c)
 int32 StrNextChar(const char* buffer, int32 index)
 {
     const int leadingOnes = std::countl_one(kz::AsBytes(buffer)[index]);
-    return index + (leadingOnes >= 2 && leadingOnes <= 6 ? leadingOnes : 1);
+    const int64 next = int64{index} + (leadingOnes >= 2 && leadingOnes <= 6 ? leadingOnes : 1);
+    return static_cast<int32>(std::min<int64>(next, std::numeric_limits<int32>::max()));
 }
 
 int32 StrPrevChar(const char* buffer, int32 index)

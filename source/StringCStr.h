@@ -8,6 +8,9 @@
 #define KZCORE_STRINGCSTR_H
 
 #include "KZTypes.h"
+#ifdef __cplusplus
+#include <type_traits>
+#endif
 
 KZ_EXTERN_C_BEGIN
 
@@ -72,6 +75,12 @@ KZ_EXPORT int32 StrNextChar(const char* buffer, int32 index);
 // index gives 0 with a report.
 KZ_EXPORT int32 StrPrevChar(const char* buffer, int32 index);
 
+// The decimal separator of number text, unless a call names its own: '.' at first. Setting keeps the low byte; set it
+// before other threads write numbers.
+KZ_EXPORT extern unsigned char gDecimalPoint;
+KZ_EXPORT int32 StrGetDecimalPoint(void);
+KZ_EXPORT void StrSetDecimalPoint(int32 c);
+
 // Not 0 when stored paths are always written as UTF-8. Set at start (PathRef::Setting); no string call consults it.
 KZ_EXPORT extern unsigned char gUseUTF8;
 
@@ -79,6 +88,10 @@ KZ_EXTERN_C_END
 
 #ifdef __cplusplus
 namespace kz {
+
+// In the overloads of calls that take null: null constants keep to the call itself.
+template <typename Given, typename Byte>
+concept Spelled = std::is_same_v<Given, Byte>;
 
 inline const char* AsChars(const unsigned char* s)
 {

@@ -48,7 +48,7 @@ private:
 
 unsigned char* PStrCpy(unsigned char* dst, const unsigned char* src)
 {
-    std::memmove(dst, src, src[0] + std::size_t{1});
+    MoveBlock(src, dst, src[0] + std::size_t{1});
     return dst;
 }
 
@@ -56,7 +56,7 @@ unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
 {
     if (n != 0) {
         const std::size_t size = std::min<std::size_t>(n, src[0] + std::size_t{1});
-        std::memmove(dst, src, size);
+        MoveBlock(src, dst, size);
         dst[0] = static_cast<unsigned char>(size - 1);
     }
     return dst;
@@ -65,7 +65,7 @@ unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
 int32 PStrCat(unsigned char* dst, const unsigned char* src)
 {
     const std::size_t n = std::min<std::size_t>(src[0], kMaxCount - dst[0]);
-    std::memmove(dst + 1 + dst[0], src + 1, n);
+    MoveBlock(src + 1, dst + 1 + dst[0], n);
     dst[0] = static_cast<unsigned char>(dst[0] + n);
     return dst[0];
 }
@@ -122,6 +122,11 @@ KzBool PPStrEqual(const void* a, const void* b)
 KzBool PPStrCaseEqual(const void* a, const void* b)
 {
     return PStrCaseEqual(PointedTo(a), PointedTo(b));
+}
+
+KzBool FileNameEqual(const unsigned char* a, const unsigned char* b)
+{
+    return PStrCaseEqual(a, b);
 }
 
 KzBool PStrSplitAtChar(const unsigned char* src, int32 ch, unsigned char* left, unsigned char* right)
@@ -212,7 +217,7 @@ int32 PStrNullTerminate(unsigned char* p)
 int32 CToPStr(const char* c, unsigned char* p)
 {
     const std::size_t length = strnlen(c, kMaxCount);
-    std::memmove(p + 1, c, length);
+    MoveBlock(c, p + 1, length);
     p[0] = static_cast<unsigned char>(length);
     return p[0];
 }
@@ -220,7 +225,7 @@ int32 CToPStr(const char* c, unsigned char* p)
 int32 PToCStr(const unsigned char* p, char* c)
 {
     const int32 length = p[0];
-    std::memmove(c, p + 1, static_cast<std::size_t>(length));
+    MoveBlock(p + 1, c, static_cast<std::size_t>(length));
     c[length] = 0;
     return length;
 }

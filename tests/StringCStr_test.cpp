@@ -48,8 +48,8 @@ TEST(StringCStr, Searching)
         const char *s, *pattern;
         KzBool found;
     };
-    const Case cases[] = {{"", "", 0},         {" \t", "", 1},   {" \t", "a", 0},      {"my F i\tLE", "file", 1},
-                          {"fi le", "i l", 0}, {"aab", "AB", 1}, {"fil e", "filed", 0}};
+    const Case cases[] = {{"", "", 0},         {" \t", "", 1},   {" \t", "a", 0},       {"my F i\tLE", "file", 1},
+                          {"fi le", "i l", 0}, {"aab", "AB", 1}, {"fil e", "filed", 0}, {" ab", "AB", 1}};
     for (const Case& c : cases) {
         EXPECT_EQ(StrIStr(c.s, c.pattern), c.found) << c.s << " / " << c.pattern;
     }
@@ -71,6 +71,14 @@ TEST(StringCStr, Classes)
         ASSERT_EQ(ToUpper(c), lower ? byte - 32 : byte) << c;
     }
     EXPECT_EQ(HexChar(-1), 'F');
+}
+
+TEST(StringCStr, DecimalPoint)
+{
+    EXPECT_EQ(StrGetDecimalPoint(), '.');
+    StrSetDecimalPoint(0x1FF);
+    EXPECT_EQ(StrGetDecimalPoint(), 0xFF);
+    StrSetDecimalPoint('.');
 }
 
 TEST(StringCStr, CharacterSteps)
