@@ -33,6 +33,7 @@ set(KZ_PUBLIC_HEADERS
     PathRef.h
     PlatformEvent.h
     PlatformMutex.h
+    PlatformText.h
     RFReadWrite.h
     RandomGen.h
     ResFile.h
@@ -56,6 +57,7 @@ set(KZ_PUBLIC_HEADERS
     TrackedMalloc.h
     UnixMutexUtil.h
     UnixUserUtil.h
+    Utf8.h
     ZVGuid.h
     zvexcept.h
     zvhandle.h

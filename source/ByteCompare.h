@@ -8,7 +8,7 @@
 
 #include "ByteOrder.h"
 #include "KZTypes.h"
-#include "PlatformText.h"
+#include "PlatformLocale.h"
 
 namespace kz {
 

@@ -1,0 +1,119 @@
+#!/usr/bin/env python3
+"""Writes source/UnicodeCaseTables.h: the full case mappings of Unicode, without those that depend on a locale or on
+what stands beside a character, from the character data of this Python.
+
+`make_case_tables.py` prints the file; `make_case_tables.py --check` fails where the one in the tree is another. With
+another version of the data it cannot tell, says so and is content.
+"""
+import pathlib
+import re
+import sys
+import unicodedata
+
+FILE = pathlib.Path(__file__).resolve().parent.parent / "source/UnicodeCaseTables.h"
+HEAD = """\
+// Case mappings of Unicode {version}, made by tools/make_case_tables.py: full, without the conditional ones.
+#ifndef KZCORE_UNICODECASETABLES_H
+#define KZCORE_UNICODECASETABLES_H
+
+#include "KZTypes.h"
+
+namespace kz {{
+
+// Each step-th character from first to last is moved by delta.
+struct CaseRange {{
+    uInt32 first;
+    uInt32 last;
+    int32 step;
+    int32 delta;
+}};
+
+// A character that becomes several; 0 ends those that are two.
+struct CaseExpansion {{
+    char16_t from;
+    char16_t to[3];
+}};
+
+// All in ascending order. No mapping leads out of the plane of 0x10000 characters that it starts in.
+// clang-format off
+"""
+TAIL = """\
+// clang-format on
+
+}  // namespace kz
+
+#endif
+"""
+
+
+def characters():
+    return (chr(c) for c in range(sys.maxunicode + 1) if not 0xD800 <= c <= 0xDFFF)
+
+
+def ranges(mapping):
+    """Runs of characters, adjacent or alternating, that one difference maps."""
+    runs = []
+    for c in characters():
+        to = mapping(c)
+        if to == c or len(to) > 1:
+            continue
+        code, delta = ord(c), ord(to) - ord(c)
+        assert code >> 16 == ord(to) >> 16, hex(code)
+        if runs and runs[-1][3] == delta:
+            first, last, step, _ = runs[-1]
+            if code - last == step or (first == last and code - last == 2):
+                runs[-1] = (first, code, code - last, delta)
+                continue
+        runs.append((code, code, 1, delta))
+    return [f"{{0x{a:X}, 0x{b:X}, {step}, {delta}}}" for a, b, step, delta in runs]
+
+
+def expansions(mapping):
+    rows = []
+    for c in characters():
+        to = mapping(c)
+        if len(to) > 1:
+            assert len(to) <= 3 and max(c + to) <= "\uFFFF", hex(ord(c))
+            units = ", ".join(f"0x{ord(t):X}" for t in to.ljust(3, "\0"))
+            rows.append(f"{{0x{ord(c):X}, {{{units}}}}}")
+    return rows
+
+
+def table(declaration, rows):
+    lines = [f"inline constexpr {declaration}[] = {{"]
+    line = ""
+    for row in rows:
+        if len(line) + len(row) + 2 > 114:
+            lines.append("    " + line.rstrip())
+            line = ""
+        line += row + ", "
+    return "\n".join(lines + ["    " + line.rstrip(), "};"]) + "\n"
+
+
+def text():
+    # Of the conditional mappings Python knows only that of a final sigma, which takes a letter before it.
+    return HEAD.format(version=unicodedata.unidata_version) + "\n".join((
+        table("CaseRange kUpperRanges", ranges(str.upper)),
+        table("CaseRange kLowerRanges", ranges(str.lower)),
+        table("CaseExpansion kUpperExpansions", expansions(str.upper)),
+        table("CaseExpansion kLowerExpansions", expansions(str.lower)),
+    )) + TAIL
+
+
+def main():
+    if sys.argv[1:] != ["--check"]:
+        sys.stdout.write(text())
+        return 0
+    stored = FILE.read_text()
+    version = re.search(r"Unicode ([0-9.]*[0-9])", stored).group(1)
+    if version != unicodedata.unidata_version:
+        print(f"{FILE.name} has Unicode {version}, this Python {unicodedata.unidata_version}: not compared")
+        return 0
+    if stored != text():
+        print(f"{FILE.name} is not what tools/make_case_tables.py writes", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
