@@ -7,7 +7,9 @@
 #include <limits>
 
 #include "ByteCompare.h"
+#include "KzErr.h"
 #include "MemoryManager.h"
+#include "PlatformText.h"
 #include "Report.h"
 
 namespace {
@@ -74,6 +76,39 @@ bool BeginsWithSkippingBlanks(const char* s, const char* pattern)
 bool IsContinuation(char c)
 {
     return (c & 0xC0) == 0x80;
+}
+
+// The case of ASCII text, whose letters from `first` on change sides; false, with nothing done, for any other text.
+bool MapAsciiCase(unsigned char* bytes, std::size_t length, unsigned char first)
+{
+    unsigned char all = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+        all |= bytes[i];
+    }
+    if (all >= 0x80) {
+        return false;
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+        const bool changes = static_cast<unsigned char>(bytes[i] - first) < 26;
+        bytes[i] = static_cast<unsigned char>(bytes[i] ^ (changes ? 0x20 : 0));
+    }
+    return true;
+}
+
+KzErr MapCase(unsigned char* bytes, int32 length, PlatformText::Status (PlatformText::*map)())
+{
+    const std::size_t size = static_cast<std::size_t>(std::max(length, 0));
+    PlatformText text;
+    PlatformText::Status status = text.SetUtf8(bytes, size);
+    if (status == PlatformText::kNotUtf8) {
+        status = text.SetEscapedUtf8(bytes, size);
+    }
+    const std::size_t units = text.Length();
+    if (status != PlatformText::kDone || (text.*map)() != PlatformText::kDone) {
+        return kzErrMemoryFull;
+    }
+    text.GetUtf8(0, units, bytes, size);
+    return kzErrNone;
 }
 
 }  // namespace
@@ -228,6 +263,18 @@ KzBool IsLower(int32 c)
 KzBool IsUpper(int32 c)
 {
     return ToLower(c) != LowByte(c);
+}
+
+KzErr StrToUpper(unsigned char* bytes, int32 length)
+{
+    const bool done = MapAsciiCase(bytes, static_cast<std::size_t>(std::max(length, 0)), 'a');
+    return done ? kzErrNone : MapCase(bytes, length, &PlatformText::Upper);
+}
+
+KzErr StrToLower(unsigned char* bytes, int32 length)
+{
+    const bool done = MapAsciiCase(bytes, static_cast<std::size_t>(std::max(length, 0)), 'A');
+    return done ? kzErrNone : MapCase(bytes, length, &PlatformText::Lower);
 }
 
 int32 StrNextChar(const char* buffer, int32 index)

@@ -75,6 +75,13 @@ KZ_EXPORT int32 StrNextChar(const char* buffer, int32 index);
 // index gives 0 with a report.
 KZ_EXPORT int32 StrPrevChar(const char* buffer, int32 index);
 
+// Map the case of `length` bytes of UTF-8 text in place, by Unicode's full mappings in no locale: at most as many bytes
+// and as many UTF-16 units as the text had, so that what grows loses its end and what shrinks leaves the last bytes as
+// they were ("stra\u00DFe" becomes "STRASSe"). In text that is not valid UTF-8 each step of ConvertUTF8toUTF32
+// that gives 0 becomes U+FFFD first. kzErrMemoryFull: nothing is changed; never for ASCII.
+KZ_EXPORT KzErr StrToUpper(unsigned char* bytes, int32 length);
+KZ_EXPORT KzErr StrToLower(unsigned char* bytes, int32 length);
+
 // The decimal separator of number text, unless a call names its own: '.' at first. Setting keeps the low byte; set it
 // before other threads write numbers.
 KZ_EXPORT extern unsigned char gDecimalPoint;
@@ -167,6 +174,14 @@ inline unsigned char* StrRChr(const unsigned char* s, int32 c)
 inline KzBool StrIStr(const unsigned char* s, const unsigned char* pattern)
 {
     return StrIStr(kz::AsChars(s), kz::AsChars(pattern));
+}
+inline KzErr StrToUpper(char* bytes, int32 length)
+{
+    return StrToUpper(kz::AsBytes(bytes), length);
+}
+inline KzErr StrToLower(char* bytes, int32 length)
+{
+    return StrToLower(kz::AsBytes(bytes), length);
 }
 inline int32 StrNextChar(const unsigned char* buffer, int32 index)
 {

@@ -275,6 +275,16 @@ KzErr LStrHNullTerminate(LStr** handle)
     return kzErrNone;
 }
 
+KzErr LStrToUpper(LStr** handle)
+{
+    return Target(handle) == nullptr ? kzErrNone : StrToUpper((*handle)->str, Count(*handle));
+}
+
+KzErr LStrToLower(LStr** handle)
+{
+    return Target(handle) == nullptr ? kzErrNone : StrToLower((*handle)->str, Count(*handle));
+}
+
 int32 LStrCmp(const LStr* a, const LStr* b)
 {
     int32 result = 0;

@@ -63,6 +63,10 @@ KZ_EXPORT KzErr LStrPrependCStr(LStr*** handle, const char* c);
 // Grows the block by a byte and the text by a NUL, which counts as text.
 KZ_EXPORT KzErr LStrHNullTerminate(LStr** handle);
 
+// StrToUpper and StrToLower of the text; null gives 0.
+KZ_EXPORT KzErr LStrToUpper(LStr** handle);
+KZ_EXPORT KzErr LStrToLower(LStr** handle);
+
 // 0 for identical arguments; a null one is below text and equal to an empty one; the comparison of the bytes of the
 // shorter length, then the count difference.
 KZ_EXPORT int32 LStrCmp(const LStr* a, const LStr* b);

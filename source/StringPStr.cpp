@@ -19,6 +19,18 @@ struct PStrCopy {
     unsigned char text[kMaxCount + 1];
 };
 
+// The ELF object format's hash, in 28 bits.
+uInt32 HashBytes(const unsigned char* bytes, std::size_t n)
+{
+    uInt32 hash = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        hash = (hash << 4) + bytes[i];
+        const uInt32 top = hash & 0xF0000000;
+        hash = (hash ^ (top >> 24)) & 0x0FFFFFFF;
+    }
+    return hash;
+}
+
 const unsigned char* PointedTo(const void* element)
 {
     return *static_cast<const unsigned char* const*>(element);
@@ -198,6 +210,19 @@ KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char*
         replaced = replaced || match;
     }
     return replaced;
+}
+
+uInt32 PStrHash32(const unsigned char* p, KzBool ignoreCase)
+{
+    if (p == nullptr) {
+        return 0;
+    }
+    if (ignoreCase == 0) {
+        return HashBytes(p + 1, p[0]);
+    }
+    PStrCopy copy(p);
+    StrToUpper(copy.text + 1, copy.text[0]);
+    return HashBytes(copy.text + 1, copy.text[0]);
 }
 
 int32 PStrTerminateIfPossible(unsigned char* p)

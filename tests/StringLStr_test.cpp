@@ -147,6 +147,7 @@ TEST_F(StringLStr, TextAndBlockAfterEachChange)
         {"PStr", 100, [](LStr*** h) { return LStrAppendPStr(h, PStrValue("xy")); }, "abcxy", 9},
         {"front", 100, [](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xyabc", 9},
         {"front, grown", 7, [](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xyabc", 9},
+        {"case", 100, [](LStr*** h) { return LStrToUpper(*h); }, "ABC", 100},
         {"NUL", 100, [](LStr*** h) { return LStrHNullTerminate(*h); }, std::string("abc\0", 4), 101},
     };
     for (const Case& c : cases) {
@@ -306,6 +307,7 @@ TEST_F(StringLStr, NullHandles)
     EXPECT_EQ(text.Text(), "cd");
     EXPECT_EQ(LStrCat(nullptr, LStrValue("a").Get()), kzErrArgument);
     EXPECT_EQ(LStrHNullTerminate(nullptr), kzErrArgument);
+    EXPECT_EQ(LStrToLower(nullptr), 0);
     EXPECT_EQ(LStrAppendCStr(nullptr, "a"), kzErrArgument);
     EXPECT_EQ(LStrPrependCStr(nullptr, "a"), 0);
     EXPECT_EQ(LStrCatEfficient(nullptr, nullptr), kzErrArgument);

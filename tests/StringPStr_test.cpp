@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "JsonLines.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
 #include "RunningMemory.h"
@@ -123,6 +124,18 @@ TEST(StringPStr, Replacing)
         PStrFindReplace(inPlace, inPlace, c.find.c_str(), c.replace.c_str());
         EXPECT_EQ(inPlace.Text(), c.result) << c.src;
     }
+}
+
+TEST(StringPStr, Hashes)
+{
+    for (const kztest::Json& row : kztest::ReadJsonLines("vectors/hashes.jsonl")) {
+        if (row["op"].Str() == "PStrHash32") {
+            EXPECT_EQ(PStrHash32(PStrValue(row["text"].Str()), row["ignoreCase"].Int() != 0), row["hash"].UInt())
+                << row.Line();
+        }
+    }
+    EXPECT_EQ(PStrHash32(nullptr, 1), 0u);
+    EXPECT_EQ(PStrHash32(PStrValue("stra\u00DFe"), 1), PStrHash32(PStrValue("STRASSe"), 0));
 }
 
 TEST(StringPStr, BothSpellings)
