@@ -31,6 +31,12 @@ const LStr* Target(LStr* const* handle)
     return handle == nullptr ? nullptr : *handle;
 }
 
+// A handle that is not in use has none: the resize reports it.
+bool HasRoom(LStr* const* handle, std::size_t size)
+{
+    return kz::IsGoodHandle(handle, kz::kRangeForQueries) && kz::SizeOf(handle) >= size;
+}
+
 // Puts n bytes behind the first `at` bytes of the text, where the text then ends. Makes the handle where there is
 // none.
 KzErr Splice(LStr*** handle, int32 at, const void* bytes, std::size_t n, Fit fit)
@@ -40,13 +46,11 @@ KzErr Splice(LStr*** handle, int32 at, const void* bytes, std::size_t n, Fit fit
     }
     const std::size_t start = kCountSize + static_cast<std::size_t>(at);
     const std::size_t needed = start + n;
-    if (fit == kExactBlock || *handle == nullptr || DSGetHandleSize(*handle) < needed) {
-        const char* const call = *handle == nullptr ? "DSNewHandle" : "DSSetHandleSize";
-        if (const KzErr err = kz::ResizeOrNewHandle(call, handle, kz::BySize(needed), {bytes, start, n})) {
-            return err;
-        }
-    } else {
+    if (fit == kKeepSpareRoom && HasRoom(*handle, needed)) {
         MoveBlock(bytes, (**handle)->str + at, n);
+    } else if (const KzErr err =
+                   kz::ResizeOrNewHandle("DSSetHandleSize", handle, kz::BySize(needed), {bytes, start, n})) {
+        return err;
     }
     (**handle)->cnt = static_cast<int32>(needed - kCountSize);
     return kzErrNone;
@@ -93,17 +97,13 @@ int32 FillCStr(const LStr* s, char* dst, int32 limit)
     return n;
 }
 
-// The rule of null strings: true when it decides, with the result.
-bool NullDecides(const LStr* a, const LStr* b, int32& result)
+// The order of two strings of which one at least is null: only text is above null.
+int32 OrderOfNull(const LStr* a, const LStr* b)
 {
-    if (a != b && a != nullptr && b != nullptr) {
-        return false;
-    }
-    result = a == b ? 0 : (Count(b) != 0 ? -1 : 0) + (Count(a) != 0 ? 1 : 0);
-    return true;
+    return (Count(a) != 0 ? 1 : 0) - (Count(b) != 0 ? 1 : 0);
 }
 
-// The same for text by pointer and length.
+// The rule of null for text by pointer and length: true when it decides, with the result.
 bool NullDecides(const void* a, int32 aLen, const void* b, int32 bLen, int32& result)
 {
     if (a != b && a != nullptr && b != nullptr) {
@@ -287,14 +287,14 @@ KzErr LStrToLower(LStr** handle)
 
 int32 LStrCmp(const LStr* a, const LStr* b)
 {
-    int32 result = 0;
-    if (NullDecides(a, b, result)) {
-        return result;
+    if (a == b) {
+        return 0;
     }
-    const int32 aCount = Count(a);
-    const int32 bCount = Count(b);
-    const int order = std::memcmp(a->str, b->str, static_cast<std::size_t>(std::min(aCount, bCount)));
-    return order != 0 ? order : aCount - bCount;
+    if (a == nullptr || b == nullptr) {
+        return OrderOfNull(a, b);
+    }
+    const int32 order = kz::OrderOfBytes(a->str, b->str, static_cast<std::size_t>(std::min(Count(a), Count(b))));
+    return order != 0 ? order : Count(a) - Count(b);
 }
 
 int32 LHStrCmp(LStr* const* a, LStr* const* b)
@@ -304,9 +304,11 @@ int32 LHStrCmp(LStr* const* a, LStr* const* b)
 
 int32 LStrCaseCmp(const LStr* a, const LStr* b)
 {
-    int32 result = 0;
-    if (NullDecides(a, b, result)) {
-        return result;
+    if (a == b) {
+        return 0;
+    }
+    if (a == nullptr || b == nullptr) {
+        return OrderOfNull(a, b);
     }
     return kz::CompareFolded(a->str, Count(a), b->str, Count(b));
 }
@@ -320,7 +322,8 @@ int32 LHStrCaseCmp(LStr* const* a, LStr* const* b)
 
 KzBool LStrEqual(const LStr* a, const LStr* b)
 {
-    return Count(a) == Count(b) && LStrCmp(a, b) == 0;
+    const int32 n = Count(a);
+    return n == Count(b) && (n == 0 || kz::EqualBytes(a->str, b->str, static_cast<std::size_t>(n)));
 }
 
 KzBool LHStrEqual(LStr* const* a, LStr* const* b)
