@@ -281,7 +281,8 @@ TEST(IniFile, TextThatCouldNotBeReadBackIsRefused)
         EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), section, "t", 1));
         EXPECT_EQ(kIniErrName, IniRenameSection(ini.get(), "s", section));
     }
-    for (const char* tag : {"", "\t", "a\nb", "a\rb", "a=b", "=", ";a", " [a", "a Line1", "b Line0002", static_cast<const char*>(nullptr)}) {
+    for (const char* tag : {"", "\t", "a\nb", "a\rb", "a=b", "=", ";a", " [a", "a Line1", "b Line0002",
+                            static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), "s", tag, 1));
     }
     EXPECT_EQ(1, IniPutInt(ini.get(), "s", "a:b", 1));
