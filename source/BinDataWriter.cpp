@@ -142,7 +142,7 @@ OutputBuf* BinDataWriter::SetBuffer(OutputBuf* buffer)
 unsigned long BinDataWriter::Align(uInt32 boundary)
 {
     const unsigned long padding = kz::PaddingOf(mBuffer->GetBytesWritten(), boundary);
-    return Put(padding, [&](unsigned char* dest) { std::memset(dest, 0, padding); });
+    return padding == 0 ? 0 : Put(padding, [&](unsigned char* dest) { std::memset(dest, 0, padding); });
 }
 
 unsigned long BinDataWriter::WriteI8(int8 value)
