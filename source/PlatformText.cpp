@@ -27,25 +27,33 @@ constexpr bool IsSurrogate(uInt32 value)
     return value >= 0xD800 && value <= 0xDFFF;
 }
 
-// Take units, to count them or to store them.
-struct UnitCounter {
-    std::size_t count = 0;
-    void Put(char16_t) { ++count; }
+// Stores the units that fit and counts them all.
+class UnitWriter {
+public:
+    UnitWriter(char16_t* units, std::size_t room) : mUnits(units), mRoom(room) {}
+
+    void Put(char16_t unit)
+    {
+        if (mCount < mRoom) {
+            mUnits[mCount] = unit;
+        }
+        ++mCount;
+    }
+    std::size_t Count() const { return mCount; }
+
+private:
+    char16_t* mUnits;
+    std::size_t mRoom;
+    std::size_t mCount = 0;
 };
 
-struct UnitWriter {
-    char16_t* at;
-    void Put(char16_t unit) { *at++ = unit; }
-};
-
-template <typename Sink>
-void PutCharacter(Sink& sink, uInt32 value)
+void PutCharacter(UnitWriter& writer, uInt32 value)
 {
     if (value < 0x10000) {
-        sink.Put(static_cast<char16_t>(value));
+        writer.Put(static_cast<char16_t>(value));
     } else {
-        sink.Put(static_cast<char16_t>(0xD800 + ((value - 0x10000) >> 10)));
-        sink.Put(static_cast<char16_t>(0xDC00 + (value & 0x3FF)));
+        writer.Put(static_cast<char16_t>(0xD800 + ((value - 0x10000) >> 10)));
+        writer.Put(static_cast<char16_t>(0xDC00 + (value & 0x3FF)));
     }
 }
 
@@ -61,10 +69,14 @@ uInt32 NextCharacter(const char16_t*& at, const char16_t* end)
 }
 
 // False where the bytes are not UTF-8 and nothing stands in for what is wrong.
-template <bool kEscape, typename Sink>
-bool DecodeUtf8(const unsigned char* bytes, const unsigned char* end, Sink& sink)
+template <bool kEscape>
+bool DecodeUtf8(const unsigned char* bytes, const unsigned char* end, UnitWriter& writer)
 {
     while (bytes < end) {
+        if (*bytes > 0 && *bytes < 0x80) {
+            writer.Put(*bytes++);
+            continue;
+        }
         const bool isNul = *bytes == 0;
         uInt32 value = ConvertUTF8toUTF32(&bytes, end);
         if (value == 0) {
@@ -74,113 +86,153 @@ bool DecodeUtf8(const unsigned char* bytes, const unsigned char* end, Sink& sink
                 return false;
             }
         }
-        PutCharacter(sink, value);
+        PutCharacter(writer, value);
     }
     return true;
 }
 
+// The characters with case are on the first of the pages of 256.
+constexpr uInt32 kPages = (std::max(std::end(kz::kUpperRanges)[-1].last, std::end(kz::kLowerRanges)[-1].last) >> 8) + 1;
+
+// For each page the number of ranges that end before it, so that a search looks at few.
+struct PageIndex {
+    template <std::size_t kCount>
+    explicit constexpr PageIndex(const kz::CaseRange (&ranges)[kCount])
+    {
+        static_assert(kCount < 0x100);
+        std::size_t before = 0;
+        for (uInt32 page = 0; page <= kPages; ++page) {
+            while (before < kCount && ranges[before].last < page << 8) {
+                ++before;
+            }
+            starts[page] = static_cast<unsigned char>(before);
+        }
+    }
+
+    unsigned char starts[kPages + 1] = {};
+};
+
+// The mappings of one direction, with the letters of ASCII apart.
 class CaseMapping {
 public:
-    constexpr CaseMapping(const kz::CaseRange* ranges, std::size_t rangeCount, const kz::CaseExpansion* expansions,
-                          std::size_t expansionCount)
+    template <std::size_t kCount>
+    constexpr CaseMapping(const kz::CaseRange (&ranges)[kCount], const kz::CaseExpansion* expansions, char firstLetter,
+                          int letterDelta)
         : mRanges(ranges),
-          mRangesEnd(ranges + rangeCount),
+          mRangesEnd(ranges + kCount),
+          mPages(ranges),
           mExpansions(expansions),
-          mExpansionsEnd(expansions + expansionCount)
+          mFirstLetter(static_cast<unsigned char>(firstLetter)),
+          mLetterDelta(static_cast<uInt32>(letterDelta))
     {}
 
-    template <typename Sink>
-    void Put(Sink& sink, uInt32 value) const
+    void Put(UnitWriter& writer, uInt32 value) const
     {
-        if (const kz::CaseExpansion* const expansion = FindExpansion(value)) {
-            sink.Put(expansion->to[0]);
-            sink.Put(expansion->to[1]);
-            if (expansion->to[2] != 0) {
-                sink.Put(expansion->to[2]);
-            }
+        if (value < 0x80) {
+            writer.Put(static_cast<char16_t>(value - mFirstLetter < 26 ? value + mLetterDelta : value));
+            return;
+        }
+        const kz::CaseRange* const range = Find(value);
+        if (range == nullptr) {
+            PutCharacter(writer, value);
+            return;
+        }
+        const uInt32 place = value - range->first;
+        const uInt32 delta = static_cast<uInt32>(range->delta);
+        if (range->step == 0) {
+            PutExpansion(writer, mExpansions[delta + place]);
         } else {
-            PutCharacter(sink, Map(value));
+            const uInt32 skipped = place & static_cast<uInt32>(range->step - 1);  // the step is 1 or 2
+            PutCharacter(writer, skipped == 0 ? value + delta : value);
         }
     }
 
 private:
-    const kz::CaseExpansion* FindExpansion(uInt32 value) const
+    const kz::CaseRange* Find(uInt32 value) const
     {
-        const auto found = std::lower_bound(mExpansions, mExpansionsEnd, value,
-                                            [](const kz::CaseExpansion& e, uInt32 v) { return e.from < v; });
-        return found != mExpansionsEnd && found->from == value ? found : nullptr;
+        const uInt32 page = value >> 8;
+        if (page >= kPages) {
+            return nullptr;
+        }
+        const kz::CaseRange* const begin = mRanges + mPages.starts[page];
+        const kz::CaseRange* const end = mRanges + mPages.starts[page + 1];
+        // What begins on this page and ends on a later one, or there is none, is at `end`.
+        const auto found =
+            std::lower_bound(begin, end, value, [](const kz::CaseRange& r, uInt32 v) { return r.last < v; });
+        return found != mRangesEnd && found->first <= value ? found : nullptr;
     }
 
-    uInt32 Map(uInt32 value) const
+    static void PutExpansion(UnitWriter& writer, const kz::CaseExpansion& expansion)
     {
-        const auto found =
-            std::lower_bound(mRanges, mRangesEnd, value, [](const kz::CaseRange& r, uInt32 v) { return r.last < v; });
-        if (found == mRangesEnd || value < found->first ||
-            (value - found->first) % static_cast<uInt32>(found->step) != 0) {
-            return value;
+        writer.Put(expansion.to[0]);
+        writer.Put(expansion.to[1]);
+        if (expansion.to[2] != 0) {
+            writer.Put(expansion.to[2]);
         }
-        return value + static_cast<uInt32>(found->delta);
     }
 
     const kz::CaseRange* mRanges;
     const kz::CaseRange* mRangesEnd;
+    PageIndex mPages;
     const kz::CaseExpansion* mExpansions;
-    const kz::CaseExpansion* mExpansionsEnd;
+    uInt32 mFirstLetter;  // of the 26 that are moved
+    uInt32 mLetterDelta;
 };
 
-constexpr CaseMapping kToUpper(kz::kUpperRanges, std::size(kz::kUpperRanges), kz::kUpperExpansions,
-                               std::size(kz::kUpperExpansions));
-constexpr CaseMapping kToLower(kz::kLowerRanges, std::size(kz::kLowerRanges), kz::kLowerExpansions,
-                               std::size(kz::kLowerExpansions));
+constexpr CaseMapping kToUpper(kz::kUpperRanges, kz::kUpperExpansions, 'a', 'A' - 'a');
+constexpr CaseMapping kToLower(kz::kLowerRanges, kz::kLowerExpansions, 'A', 'a' - 'A');
 
-template <typename Sink>
-bool MapUnits(const CaseMapping& mapping, const char16_t* at, const char16_t* end, Sink& sink)
+bool MapUnits(const CaseMapping& mapping, const char16_t* at, const char16_t* end, UnitWriter& writer)
 {
     while (at < end) {
-        mapping.Put(sink, NextCharacter(at, end));
+        mapping.Put(writer, NextCharacter(at, end));
     }
     return true;
 }
 
 }  // namespace
 
-// Makes the units of what `produce` puts into a sink, in a first pass to count them; false from it means no UTF-8.
+// Takes the units that `produce` puts into a writer, mostly no more than `room`; false from it means no UTF-8.
 template <typename Produce>
-PlatformText::Status PlatformText::Rebuild(const Produce& produce) noexcept
+PlatformText::Status PlatformText::Rebuild(std::size_t room, const Produce& produce) noexcept
 {
-    UnitCounter counter;
-    if (!produce(counter)) {
-        return kNotUtf8;
+    for (;;) {
+        std::unique_ptr<char16_t[]> units(new (std::nothrow) char16_t[room]);
+        if (units == nullptr) {
+            return kNoMemory;
+        }
+        UnitWriter writer(units.get(), room);
+        if (!produce(writer)) {
+            return kNotUtf8;
+        }
+        if (writer.Count() <= room) {
+            mUnits = std::move(units);
+            mLength = writer.Count();
+            return kDone;
+        }
+        room = writer.Count();
     }
-    std::unique_ptr<char16_t[]> units(new (std::nothrow) char16_t[counter.count]);
-    if (units == nullptr) {
-        return kNoMemory;
-    }
-    UnitWriter writer{units.get()};
-    produce(writer);
-    mUnits = std::move(units);
-    mLength = counter.count;
-    return kDone;
 }
 
+// No byte, and no step over what is wrong, makes more than one unit.
 PlatformText::Status PlatformText::SetUtf8(const unsigned char* bytes, std::size_t length) noexcept
 {
-    return Rebuild([&](auto& sink) { return DecodeUtf8<false>(bytes, bytes + length, sink); });
+    return Rebuild(length, [&](UnitWriter& writer) { return DecodeUtf8<false>(bytes, bytes + length, writer); });
 }
 
 PlatformText::Status PlatformText::SetEscapedUtf8(const unsigned char* bytes, std::size_t length) noexcept
 {
-    return Rebuild([&](auto& sink) { return DecodeUtf8<true>(bytes, bytes + length, sink); });
+    return Rebuild(length, [&](UnitWriter& writer) { return DecodeUtf8<true>(bytes, bytes + length, writer); });
 }
 
 PlatformText::Status PlatformText::Upper() noexcept
 {
-    return Rebuild([&](auto& sink) { return MapUnits(kToUpper, Units(), Units() + mLength, sink); });
+    return Rebuild(mLength, [&](UnitWriter& w) { return MapUnits(kToUpper, Units(), Units() + mLength, w); });
 }
 
 PlatformText::Status PlatformText::Lower() noexcept
 {
-    return Rebuild([&](auto& sink) { return MapUnits(kToLower, Units(), Units() + mLength, sink); });
+    return Rebuild(mLength, [&](UnitWriter& w) { return MapUnits(kToLower, Units(), Units() + mLength, w); });
 }
 
 std::size_t PlatformText::GetUtf8(std::size_t first, std::size_t count, unsigned char* out,

@@ -41,7 +41,7 @@ public:
 
 private:
     template <typename Produce>
-    Status Rebuild(const Produce& produce) noexcept;
+    Status Rebuild(std::size_t room, const Produce& produce) noexcept;
 
     std::unique_ptr<char16_t[]> mUnits;
     std::size_t mLength = 0;

@@ -5,12 +5,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <exception>
 #include <limits>
-#include <new>
 
 #include "ByteCompare.h"
-#include "MemoryManager.h"
 
 namespace {
 
@@ -83,45 +80,6 @@ const unsigned char* Bytes(const char* text)
     return reinterpret_cast<const unsigned char*>(text);
 }
 
-void Assign(std::string& out, const unsigned char* bytes, std::size_t length)
-{
-    out.assign(reinterpret_cast<const char*>(bytes), length);
-}
-
-// Runs a conversion; what a std::string throws means that memory is full.
-template <typename Convert>
-KzErr NoThrow(const void* out, Convert convert)
-{
-    if (out == nullptr) {
-        return kzErrArgument;
-    }
-    try {
-        convert();
-        return kzErrNone;
-    } catch (const std::exception&) {
-        return kzErrMemoryFull;
-    }
-}
-
-// Disposes a handle when the scope ends, if the policy says so.
-class DisposeByPolicy {
-public:
-    DisposeByPolicy(LStr** handle, StringUtils::DeallocationPolicy policy)
-        : mHandle(policy == StringUtils::kDeallocate ? handle : nullptr)
-    {}
-    ~DisposeByPolicy()
-    {
-        if (mHandle != nullptr) {
-            DSDisposeHandle(mHandle);
-        }
-    }
-    DisposeByPolicy(const DisposeByPolicy&) = delete;
-    DisposeByPolicy& operator=(const DisposeByPolicy&) = delete;
-
-private:
-    LStr** mHandle;
-};
-
 }  // namespace
 
 uInt32 StringUtils::Hash(const char* bytes, uInt32 length, bool ignoreCase)
@@ -162,176 +120,6 @@ bool StringUtils::CaseInsensitiveEqual(const char* a, std::size_t aLen, const ch
 bool StringUtils::CaseInsensitiveEqual(const std::string& a, const std::string& b)
 {
     return CaseInsensitiveEqual(a.data(), a.size(), b.data(), b.size());
-}
-
-void StringUtils::ToNarrowString(const unsigned char* pstr, std::string& out)
-{
-    if (pstr == nullptr) {
-        out.clear();
-    } else {
-        Assign(out, pstr + 1, pstr[0]);
-    }
-}
-
-void StringUtils::ToNarrowString(const LStr* text, std::string& out)
-{
-    if (text == nullptr || text->cnt <= 0) {
-        out.clear();
-    } else {
-        Assign(out, text->str, static_cast<std::size_t>(text->cnt));
-    }
-}
-
-void StringUtils::ToNarrowString(const LStr* const* text, std::string& out)
-{
-    ToNarrowString(text == nullptr ? nullptr : *text, out);
-}
-
-void StringUtils::ToNarrowString(LStr** text, std::string& out)
-{
-    ToNarrowString(static_cast<const LStr* const*>(text), out);
-}
-
-void StringUtils::ToNarrowString(LStr** text, std::string& out, DeallocationPolicy policy)
-{
-    const DisposeByPolicy disposer(text, policy);
-    ToNarrowString(text, out);
-}
-
-void StringUtils::ToNarrowString(const std::string& text, std::string& out)
-{
-    out = text;
-}
-
-KzErr StringUtils::ToNarrowStringNoThrow(const unsigned char* pstr, std::string* out)
-{
-    return NoThrow(out, [&] { ToNarrowString(pstr, *out); });
-}
-
-KzErr StringUtils::ToNarrowStringNoThrow(const LStr* text, std::string* out)
-{
-    return NoThrow(out, [&] { ToNarrowString(text, *out); });
-}
-
-KzErr StringUtils::ToNarrowStringNoThrow(const LStr* const* text, std::string* out)
-{
-    return NoThrow(out, [&] { ToNarrowString(text, *out); });
-}
-
-KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out)
-{
-    return NoThrow(out, [&] { ToNarrowString(text, *out); });
-}
-
-KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out, DeallocationPolicy policy)
-{
-    const DisposeByPolicy disposer(text, policy);
-    return NoThrow(out, [&] { ToNarrowString(text, *out); });
-}
-
-KzErr StringUtils::ToNarrowStringNoThrow(const std::string& text, std::string* out)
-{
-    return NoThrow(out, [&] { ToNarrowString(text, *out); });
-}
-
-std::string StringUtils::ToNarrowString(const unsigned char* pstr)
-{
-    std::string out;
-    ToNarrowString(pstr, out);
-    return out;
-}
-
-std::string StringUtils::ToNarrowString(const LStr* text)
-{
-    std::string out;
-    ToNarrowString(text, out);
-    return out;
-}
-
-std::string StringUtils::ToNarrowString(const LStr* const* text)
-{
-    std::string out;
-    ToNarrowString(text, out);
-    return out;
-}
-
-std::string StringUtils::ToNarrowString(LStr** text)
-{
-    std::string out;
-    ToNarrowString(text, out);
-    return out;
-}
-
-std::string StringUtils::ToNarrowString(LStr** text, DeallocationPolicy policy)
-{
-    std::string out;
-    ToNarrowString(text, out, policy);
-    return out;
-}
-
-std::string StringUtils::ToNarrowString(const std::string& text)
-{
-    return text;
-}
-
-void StringUtils::ToPStr(const std::string& text, unsigned char* out)
-{
-    const std::size_t length = std::min<std::size_t>(text.size(), 255);
-    text.copy(reinterpret_cast<char*>(out + 1), length);
-    out[0] = static_cast<unsigned char>(length);
-}
-
-KzErr StringUtils::ToPStrNoThrow(const std::string& text, unsigned char* out)
-{
-    return NoThrow(out, [&] { ToPStr(text, out); });
-}
-
-void StringUtils::ToLStrHandle(const std::string& text, LStr**& out)
-{
-    const std::size_t length = text.size();
-    if (length > static_cast<std::size_t>(std::numeric_limits<int32>::max()) ||
-        DSSetHandleSizeOrNewHandle(&out, length + sizeof(int32)) != kzErrNone) {
-        throw std::bad_alloc();
-    }
-    text.copy(reinterpret_cast<char*>((*out)->str), length);
-    (*out)->cnt = static_cast<int32>(length);
-}
-
-KzErr StringUtils::ToLStrHandleNoThrow(const std::string& text, LStr*** out)
-{
-    return NoThrow(out, [&] { ToLStrHandle(text, *out); });
-}
-
-LStr** StringUtils::ToLStrHandle(const std::string& text)
-{
-    LStr** handle = nullptr;
-    ToLStrHandle(text, handle);
-    return handle;
-}
-
-bool StringUtils::StartsWith(std::string_view text, std::string_view prefix)
-{
-    return text.substr(0, prefix.size()) == prefix;
-}
-
-bool StringUtils::StartsWith(std::string_view text, char first)
-{
-    return !text.empty() && text.front() == first;
-}
-
-bool StringUtils::EndsWith(std::string_view text, std::string_view suffix)
-{
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
-
-bool StringUtils::EndsWith(std::string_view text, char last)
-{
-    return !text.empty() && text.back() == last;
-}
-
-StringUtils::Str255Converter::Str255Converter(const std::string& text)
-{
-    ToPStr(text, mText);
 }
 
 KzErr StringUtilsLocaleCache_Service::_Init()

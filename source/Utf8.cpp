@@ -1,6 +1,9 @@
 #include "Utf8.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstring>
 
 #include "Utf8Codec.h"
 
@@ -19,35 +22,159 @@ constexpr bool StartsNoCharacter(unsigned char lead)
     return (lead >= 0x80 && lead < 0xC2) || lead > 0xF4;
 }
 
-// Table 3-7 of the Unicode standard: what the first byte leaves of the continuation bytes for the second. It shuts out
-// longer forms than needed, surrogates, and values above 0x10FFFF.
-constexpr bool SecondFitsLead(unsigned char lead, unsigned char second)
+// The length of the well-formed character at `bytes`, whose value is stored, or 0 where there is none. Forms longer
+// than needed, surrogates and values that are too high show in the value, as the rows of table 3-7 shut them out.
+inline std::ptrdiff_t WellFormedCharacter(const unsigned char* bytes, const unsigned char* end, uInt32& value)
 {
-    switch (lead) {
-        case 0xE0:
-            return second >= 0xA0;
-        case 0xED:
-            return second <= 0x9F;
-        case 0xF0:
-            return second >= 0x90;
-        case 0xF4:
-            return second <= 0x8F;
-        default:
-            return true;
+    // A continuation byte with its mark taken off is below 0x40.
+    const auto part = [bytes](int i) -> uInt32 { return bytes[i] ^ 0x80u; };
+    const uInt32 lead = bytes[0];
+    const std::ptrdiff_t left = end - bytes;
+    if (lead < 0x80) {
+        value = lead;
+        return 1;
+    }
+    if (lead < 0xE0) {
+        if (lead < 0xC2 || left < 2 || part(1) >= 0x40) {
+            return 0;
+        }
+        value = (lead & 0x1F) << 6 | part(1);
+        return 2;
+    }
+    if (lead < 0xF0) {
+        if (left < 3 || (part(1) | part(2)) >= 0x40) {
+            return 0;
+        }
+        value = (lead & 0x0F) << 12 | part(1) << 6 | part(2);
+        return value >= 0x800 && (value < 0xD800 || value > 0xDFFF) ? 3 : 0;
+    }
+    if (lead > 0xF4 || left < 4 || (part(1) | part(2) | part(3)) >= 0x40) {
+        return 0;
+    }
+    value = (lead & 0x07) << 18 | part(1) << 12 | part(2) << 6 | part(3);
+    return value >= 0x10000 && value <= kz::kLastCodePoint ? 4 : 0;
+}
+
+// What to move on by where no well-formed character stands.
+std::ptrdiff_t MalformedLength(const unsigned char* bytes, const unsigned char* end)
+{
+    const std::ptrdiff_t length = SequenceLength(bytes[0]);
+    if (length > end - bytes) {
+        return end - bytes;
+    }
+    const bool continues = std::all_of(bytes + 1, bytes + length, IsUtf8Continuation);
+    return continues || StartsNoCharacter(bytes[0]) ? length : 1;
+}
+
+// Vectors of 16 bytes, which compilers keep in whatever registers there are.
+typedef signed char ByteBlock __attribute__((vector_size(16)));
+typedef unsigned short HalfBlock __attribute__((vector_size(16)));
+constexpr std::ptrdiff_t kBlock = sizeof(ByteBlock);
+
+bool IsAsciiBlock(const unsigned char* bytes)
+{
+    uInt64 words[2];
+    static_assert(sizeof words == kBlock);
+    std::memcpy(words, bytes, sizeof words);
+    return ((words[0] | words[1]) & 0x8080808080808080) == 0;
+}
+
+// Each element behind, or on the other kind of processor before, one of zero: together an element of twice the size.
+// The first half of the elements, then the second.
+struct Widened {
+    ByteBlock parts[2];
+};
+
+Widened Widen(ByteBlock block)
+{
+    constexpr ByteBlock kZero = {};
+    const ByteBlock a = std::endian::native == std::endian::little ? block : kZero;
+    const ByteBlock b = std::endian::native == std::endian::little ? kZero : block;
+    return {{__builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23),
+             __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31)}};
+}
+
+Widened Widen(HalfBlock block)
+{
+    constexpr HalfBlock kZero = {};
+    const HalfBlock a = std::endian::native == std::endian::little ? block : kZero;
+    const HalfBlock b = std::endian::native == std::endian::little ? kZero : block;
+    return {{std::bit_cast<ByteBlock>(__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11)),
+             std::bit_cast<ByteBlock>(__builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15))}};
+}
+
+void WidenBlock(const unsigned char* bytes, wchar_t* out)
+{
+    static_assert(sizeof(wchar_t) == 4);
+    ByteBlock block;
+    std::memcpy(&block, bytes, sizeof block);
+    for (const ByteBlock half : Widen(block).parts) {
+        const Widened values = Widen(std::bit_cast<HalfBlock>(half));
+        std::memcpy(out, &values, sizeof values);
+        out += sizeof values / sizeof *out;
     }
 }
 
-// A sequence of 2 to 4 bytes, well-formed.
-uInt32 Assemble(const unsigned char* bytes, std::ptrdiff_t length)
+// The bytes among up to 255 blocks that are no continuation: all from -64 on, as signed.
+std::size_t CountStartsInBlocks(const unsigned char* bytes, std::ptrdiff_t blocks)
 {
-    uInt32 value = bytes[0] & (0xFFu >> (length + 1));
-    for (std::ptrdiff_t i = 1; i < length; ++i) {
-        value = value << 6 | (bytes[i] & 0x3Fu);
+    ByteBlock counts = {};
+    for (std::ptrdiff_t i = 0; i < blocks; ++i) {
+        ByteBlock block;
+        std::memcpy(&block, bytes + i * kBlock, sizeof block);
+        counts -= block > -65;  // a lane that compares true is -1
     }
-    return value;
+    std::size_t count = 0;
+    for (std::ptrdiff_t lane = 0; lane < kBlock; ++lane) {
+        count += static_cast<unsigned char>(counts[lane]);
+    }
+    return count;
 }
 
 }  // namespace
+
+namespace kz {
+
+std::size_t CountUtf8Starts(const unsigned char* at, const unsigned char* end)
+{
+    std::size_t count = 0;
+    while (end - at >= kBlock) {
+        const std::ptrdiff_t blocks = std::min<std::ptrdiff_t>((end - at) / kBlock, 255);
+        count += CountStartsInBlocks(at, blocks);
+        at += blocks * kBlock;
+    }
+    return count +
+           static_cast<std::size_t>(std::count_if(at, end, [](unsigned char c) { return !IsUtf8Continuation(c); }));
+}
+
+wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char* end, wchar_t* out)
+{
+    const unsigned char* at = cursor;
+    while (at < end) {
+        if (end - at >= kBlock && IsAsciiBlock(at)) {
+            WidenBlock(at, out);
+            at += kBlock;
+            out += kBlock;
+            continue;
+        }
+        // Another look at a whole block pays after as much.
+        const unsigned char* const blockEnd = at + std::min(kBlock, end - at);
+        while (at < blockEnd) {
+            uInt32 value = 0;
+            const std::ptrdiff_t length = WellFormedCharacter(at, end, value);
+            if (length == 0) {
+                cursor = at;
+                return out;
+            }
+            *out++ = static_cast<wchar_t>(value);
+            at += length;
+        }
+    }
+    cursor = at;
+    return out;
+}
+
+}  // namespace kz
 
 uInt32 ConvertUTF8toUTF32(const unsigned char** cursor, const unsigned char* end)
 {
@@ -55,27 +182,10 @@ uInt32 ConvertUTF8toUTF32(const unsigned char** cursor, const unsigned char* end
     if (bytes >= end) {
         return 0;
     }
-    if (bytes[0] < 0x80) {
-        *cursor = bytes + 1;
-        return bytes[0];
-    }
-    const std::ptrdiff_t length = SequenceLength(bytes[0]);
-    if (length > end - bytes) {
-        *cursor = end;
-        return 0;
-    }
-    if (StartsNoCharacter(bytes[0])) {
-        *cursor = bytes + length;
-        return 0;
-    }
-    for (std::ptrdiff_t i = 1; i < length; ++i) {
-        if (!IsUtf8Continuation(bytes[i])) {
-            *cursor = bytes + 1;
-            return 0;
-        }
-    }
-    *cursor = bytes + length;
-    return SecondFitsLead(bytes[0], bytes[1]) ? Assemble(bytes, length) : 0;
+    uInt32 value = 0;
+    const std::ptrdiff_t length = WellFormedCharacter(bytes, end, value);
+    *cursor = bytes + (length != 0 ? length : MalformedLength(bytes, end));
+    return length != 0 ? value : 0;
 }
 
 KzBool ConvertUTF32toUTF8(const uInt32** source, const uInt32* sourceEnd, unsigned char** target,

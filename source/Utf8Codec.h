@@ -1,4 +1,4 @@
-// Single characters of UTF-8, inline for the modules that walk whole texts.
+// UTF-8 for the modules that walk whole texts: single characters inline, and runs of well-formed text.
 #ifndef KZCORE_UTF8CODEC_H
 #define KZCORE_UTF8CODEC_H
 
@@ -48,6 +48,13 @@ constexpr bool IsUtf8Continuation(unsigned char c)
 {
     return (c & 0xC0) == 0x80;
 }
+
+// The bytes that are no continuation: as many as there are characters, where the text is well-formed.
+std::size_t CountUtf8Starts(const unsigned char* at, const unsigned char* end);
+
+// Decodes the well-formed characters from `cursor` on, NULs too, and moves it to where they end. `out` has room for
+// CountUtf8Starts values. Returns the end of what it wrote.
+wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char* end, wchar_t* out);
 
 }  // namespace kz
 

@@ -20,7 +20,8 @@ HEAD = """\
 
 namespace kz {{
 
-// Each step-th character from first to last is moved by delta.
+// Each step-th character from first to last is moved by delta, the step being 1 or 2. With step 0 each becomes several
+// characters: those of the expansion with the index delta for the first, and so on.
 struct CaseRange {{
     uInt32 first;
     uInt32 last;
@@ -28,13 +29,12 @@ struct CaseRange {{
     int32 delta;
 }};
 
-// A character that becomes several; 0 ends those that are two.
+// 2 or 3 characters; 0 stands behind 2.
 struct CaseExpansion {{
-    char16_t from;
     char16_t to[3];
 }};
 
-// All in ascending order. No mapping leads out of the plane of 0x10000 characters that it starts in.
+// The ranges are in ascending order. No mapping leads out of the plane of 0x10000 characters that it starts in.
 // clang-format off
 """
 TAIL = """\
@@ -50,33 +50,28 @@ def characters():
     return (chr(c) for c in range(sys.maxunicode + 1) if not 0xD800 <= c <= 0xDFFF)
 
 
-def ranges(mapping):
-    """Runs of characters, adjacent or alternating, that one difference maps."""
-    runs = []
+def tables(mapping):
+    """Runs of characters, adjacent or alternating, that one difference maps or that become several; and what those
+    become."""
+    runs, expansions = [], []
     for c in characters():
-        to = mapping(c)
-        if to == c or len(to) > 1:
-            continue
-        code, delta = ord(c), ord(to) - ord(c)
-        assert code >> 16 == ord(to) >> 16, hex(code)
-        if runs and runs[-1][3] == delta:
-            first, last, step, _ = runs[-1]
-            if code - last == step or (first == last and code - last == 2):
-                runs[-1] = (first, code, code - last, delta)
-                continue
-        runs.append((code, code, 1, delta))
-    return [f"{{0x{a:X}, 0x{b:X}, {step}, {delta}}}" for a, b, step, delta in runs]
-
-
-def expansions(mapping):
-    rows = []
-    for c in characters():
-        to = mapping(c)
+        to, code = mapping(c), ord(c)
+        first, last, step, delta = runs[-1] if runs else (0, 0, 0, 0)
         if len(to) > 1:
-            assert len(to) <= 3 and max(c + to) <= "\uFFFF", hex(ord(c))
-            units = ", ".join(f"0x{ord(t):X}" for t in to.ljust(3, "\0"))
-            rows.append(f"{{0x{ord(c):X}, {{{units}}}}}")
-    return rows
+            assert len(to) <= 3 and max(c + to) <= "\uFFFF", hex(code)
+            if runs and step == 0 and last == code - 1:
+                runs[-1] = (first, code, 0, delta)
+            else:
+                runs.append((code, code, 0, len(expansions)))
+            expansions.append("{{" + ", ".join(f"0x{ord(t):X}" for t in to.ljust(3, "\0")) + "}}")
+        elif to != c:
+            assert code >> 16 == ord(to) >> 16, hex(code)
+            gap = code - last
+            if step != 0 and delta == ord(to) - code and (gap == step or (first == last and gap == 2)):
+                runs[-1] = (first, code, gap, delta)
+            else:
+                runs.append((code, code, 1, ord(to) - code))
+    return [f"{{0x{a:X}, 0x{b:X}, {step}, {delta}}}" for a, b, step, delta in runs], expansions
 
 
 def table(declaration, rows):
@@ -92,12 +87,12 @@ def table(declaration, rows):
 
 def text():
     # Of the conditional mappings Python knows only that of a final sigma, which takes a letter before it.
-    return HEAD.format(version=unicodedata.unidata_version) + "\n".join((
-        table("CaseRange kUpperRanges", ranges(str.upper)),
-        table("CaseRange kLowerRanges", ranges(str.lower)),
-        table("CaseExpansion kUpperExpansions", expansions(str.upper)),
-        table("CaseExpansion kLowerExpansions", expansions(str.lower)),
-    )) + TAIL
+    parts = []
+    for name, mapping in (("Upper", str.upper), ("Lower", str.lower)):
+        runs, expansions = tables(mapping)
+        parts.append(table(f"CaseRange k{name}Ranges", runs))
+        parts.append(table(f"CaseExpansion k{name}Expansions", expansions))
+    return HEAD.format(version=unicodedata.unidata_version) + "\n".join(parts) + TAIL
 
 
 def main():

@@ -1,0 +1,540 @@
+// The conversions of StringUtils. Narrow text goes to wide and UTF-8 by iconv; wide text goes to narrow by `wcstombs`.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <new>
+
+#include "MemoryManager.h"
+#include "PlatformConvert.h"
+#include "Report.h"
+#include "StringUtils.h"
+#include "Utf8Codec.h"
+
+namespace {
+
+constexpr char kModule[] = "source/StringUtils";
+
+void Assign(std::string& out, const unsigned char* bytes, std::size_t length)
+{
+    out.assign(reinterpret_cast<const char*>(bytes), length);
+}
+
+// Runs what may throw; what a standard string throws means that memory is full.
+template <typename Run>
+KzErr NoThrow(const void* out, Run run)
+{
+    if (out == nullptr) {
+        return kzErrArgument;
+    }
+    try {
+        return run();
+    } catch (const std::exception&) {
+        return kzErrMemoryFull;
+    }
+}
+
+// The same for a conversion that can't fail otherwise.
+template <typename Convert>
+KzErr NoThrowPlain(const void* out, Convert convert)
+{
+    return NoThrow(out, [&] {
+        convert();
+        return kzErrNone;
+    });
+}
+
+// Disposes a handle when the scope ends, if the policy says so.
+class DisposeByPolicy {
+public:
+    DisposeByPolicy(LStr** handle, StringUtils::DeallocationPolicy policy)
+        : mHandle(policy == StringUtils::kDeallocate ? handle : nullptr)
+    {}
+    ~DisposeByPolicy()
+    {
+        if (mHandle != nullptr) {
+            DSDisposeHandle(mHandle);
+        }
+    }
+    DisposeByPolicy(const DisposeByPolicy&) = delete;
+    DisposeByPolicy& operator=(const DisposeByPolicy&) = delete;
+
+private:
+    LStr** mHandle;
+};
+
+// 0, or kzErrArgument for a text that does not convert, after a report and with `out` empty.
+KzErr WideToNarrow(const std::wstring& text, std::string& out)
+{
+    out.clear();
+    const locale_t locale = kz::Utf8Locale();
+    const std::size_t size = kz::WideToUtf8Size(text.c_str(), locale);
+    if (size == static_cast<std::size_t>(-1)) {
+        KZ_REPORT(kDbgWarning, 0x2C81F05B) << "wcstombs failed: " << errno;
+        return kzErrArgument;
+    }
+    out.resize(size);
+    if (kz::WideToUtf8(text.c_str(), locale, out.data(), size) != size) {
+        out.clear();
+        KZ_REPORT(kDbgWarning, 0x71B3D94E) << "wcstombs failed";
+        return kzErrArgument;
+    }
+    return kzErrNone;
+}
+
+// `out` has what was converted, or nothing after an error.
+KzErr Iconv(kz::IconvPair pair, const char* bytes, std::size_t size, std::string& out)
+{
+    const bool widens = pair == kz::IconvPair::kUtf8ToWide;
+    const kz::IconvResult result = kz::ConvertByIconv(pair, bytes, size, widens ? sizeof(wchar_t) : 1, out);
+    if (result == kz::IconvResult::kDone) {
+        return kzErrNone;
+    }
+    out.clear();
+    if (result == kz::IconvResult::kNoConverter) {
+        return kzErrMemoryFull;
+    }
+    KZ_REPORT(kDbgWarning, 0x5E0A37C6) << "Unable to convert from " << (widens ? kz::kIconvUtf8 : kz::kIconvWide)
+                                       << " to " << (widens ? kz::kIconvWide : kz::kIconvUtf8);
+    return kzErrArgument;
+}
+
+// The bytes of platform text.
+std::string NarrowOf(const CFString* text)
+{
+    std::string out;
+    if (text != nullptr) {
+        constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
+        out.resize(text->GetUtf8(0, text->Length(), nullptr, kNoLimit));
+        text->GetUtf8(0, text->Length(), reinterpret_cast<unsigned char*>(out.data()), out.size());
+    }
+    return out;
+}
+
+// A value that is never destroyed, for callers that run while the process ends.
+template <typename T>
+union Lasting {
+    Lasting() : value() {}
+    ~Lasting() {}
+    T value;
+};
+
+}  // namespace
+
+const char* StringUtils::GetIconvUTF8EncodingString()
+{
+    return kz::kIconvUtf8;
+}
+
+const char* StringUtils::GetCurrentPlatformIconvWideEncodingString()
+{
+    return kz::kIconvWide;
+}
+
+KzErr StringUtils::iconv_UTF8ToWideString(const std::string& text, std::wstring& out)
+{
+    // Well-formed text, which iconv makes nothing else of, takes the short way.
+    const unsigned char* at = reinterpret_cast<const unsigned char*>(text.data());
+    const unsigned char* const end = at + text.size();
+    out.resize(kz::CountUtf8Starts(at, end));
+    const wchar_t* const outEnd = kz::DecodeWellFormedUtf8(at, end, out.data());
+    out.resize(static_cast<std::size_t>(outEnd - out.data()));
+    if (at == end) {
+        return kzErrNone;
+    }
+    std::string bytes;
+    out.clear();
+    const KzErr error = Iconv(kz::IconvPair::kUtf8ToWide, text.data(), text.size(), bytes);
+    out.resize(bytes.size() / sizeof(wchar_t));
+    std::memcpy(out.data(), bytes.data(), out.size() * sizeof(wchar_t));
+    return error;
+}
+
+KzErr StringUtils::iconv_WideToUTF8String(const std::wstring& text, std::string& out)
+{
+    std::string bytes;
+    const KzErr error = Iconv(kz::IconvPair::kWideToUtf8, reinterpret_cast<const char*>(text.data()),
+                              text.size() * sizeof(wchar_t), bytes);
+    out.assign(bytes);
+    return error;
+}
+
+void StringUtils::ToNarrowString(const unsigned char* pstr, std::string& out)
+{
+    if (pstr == nullptr) {
+        out.clear();
+    } else {
+        Assign(out, pstr + 1, pstr[0]);
+    }
+}
+
+void StringUtils::ToNarrowString(const LStr* text, std::string& out)
+{
+    if (text == nullptr || text->cnt <= 0) {
+        out.clear();
+    } else {
+        Assign(out, text->str, static_cast<std::size_t>(text->cnt));
+    }
+}
+
+void StringUtils::ToNarrowString(const LStr* const* text, std::string& out)
+{
+    ToNarrowString(text == nullptr ? nullptr : *text, out);
+}
+
+void StringUtils::ToNarrowString(LStr** text, std::string& out)
+{
+    ToNarrowString(static_cast<const LStr* const*>(text), out);
+}
+
+void StringUtils::ToNarrowString(LStr** text, std::string& out, DeallocationPolicy policy)
+{
+    const DisposeByPolicy disposer(text, policy);
+    ToNarrowString(text, out);
+}
+
+void StringUtils::ToNarrowString(const std::wstring& text, std::string& out)
+{
+    WideToNarrow(text, out);
+}
+
+void StringUtils::ToNarrowString(const std::string& text, std::string& out)
+{
+    out = text;
+}
+
+KzErr StringUtils::ToNarrowStringNoThrow(const unsigned char* pstr, std::string* out)
+{
+    return NoThrowPlain(out, [&] { ToNarrowString(pstr, *out); });
+}
+
+KzErr StringUtils::ToNarrowStringNoThrow(const LStr* text, std::string* out)
+{
+    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+}
+
+KzErr StringUtils::ToNarrowStringNoThrow(const LStr* const* text, std::string* out)
+{
+    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+}
+
+KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out)
+{
+    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+}
+
+KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out, DeallocationPolicy policy)
+{
+    const DisposeByPolicy disposer(text, policy);
+    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+}
+
+KzErr StringUtils::ToNarrowStringNoThrow(const std::wstring& text, std::string* out)
+{
+    return NoThrow(out, [&] { return WideToNarrow(text, *out); });
+}
+
+KzErr StringUtils::ToNarrowStringNoThrow(const std::string& text, std::string* out)
+{
+    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+}
+
+std::string StringUtils::ToNarrowString(const unsigned char* pstr)
+{
+    std::string out;
+    ToNarrowString(pstr, out);
+    return out;
+}
+
+std::string StringUtils::ToNarrowString(const LStr* text)
+{
+    std::string out;
+    ToNarrowString(text, out);
+    return out;
+}
+
+std::string StringUtils::ToNarrowString(const LStr* const* text)
+{
+    std::string out;
+    ToNarrowString(text, out);
+    return out;
+}
+
+std::string StringUtils::ToNarrowString(LStr** text)
+{
+    std::string out;
+    ToNarrowString(text, out);
+    return out;
+}
+
+std::string StringUtils::ToNarrowString(LStr** text, DeallocationPolicy policy)
+{
+    std::string out;
+    ToNarrowString(text, out, policy);
+    return out;
+}
+
+std::string StringUtils::ToNarrowString(const std::wstring& text)
+{
+    std::string out;
+    ToNarrowString(text, out);
+    return out;
+}
+
+std::string StringUtils::ToNarrowString(const std::string& text)
+{
+    return text;
+}
+
+void StringUtils::ToWideString(const std::string& text, std::wstring& out)
+{
+    iconv_UTF8ToWideString(text, out);
+}
+
+void StringUtils::ToWideString(const unsigned char* pstr, std::wstring& out)
+{
+    iconv_UTF8ToWideString(ToNarrowString(pstr), out);
+}
+
+void StringUtils::ToWideString(const LStr* text, std::wstring& out)
+{
+    iconv_UTF8ToWideString(ToNarrowString(text), out);
+}
+
+void StringUtils::ToWideString(LStr** text, std::wstring& out)
+{
+    iconv_UTF8ToWideString(ToNarrowString(text), out);
+}
+
+void StringUtils::ToWideString(const CFString* text, std::wstring& out)
+{
+    iconv_UTF8ToWideString(NarrowOf(text), out);
+}
+
+KzErr StringUtils::ToWideStringNoThrow(const std::string& text, std::wstring* out)
+{
+    return NoThrow(out, [&] { return iconv_UTF8ToWideString(text, *out); });
+}
+
+KzErr StringUtils::ToWideStringNoThrow(const unsigned char* pstr, std::wstring* out)
+{
+    return NoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(pstr), *out); });
+}
+
+KzErr StringUtils::ToWideStringNoThrow(const LStr* text, std::wstring* out)
+{
+    return NoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
+}
+
+KzErr StringUtils::ToWideStringNoThrow(LStr** text, std::wstring* out)
+{
+    return NoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
+}
+
+KzErr StringUtils::ToWideStringNoThrow(const CFString* text, std::wstring* out)
+{
+    return NoThrow(out, [&] { return iconv_UTF8ToWideString(NarrowOf(text), *out); });
+}
+
+std::wstring StringUtils::ToWideString(const std::string& text)
+{
+    std::wstring out;
+    ToWideString(text, out);
+    return out;
+}
+
+std::wstring StringUtils::ToWideString(const unsigned char* pstr)
+{
+    std::wstring out;
+    ToWideString(pstr, out);
+    return out;
+}
+
+std::wstring StringUtils::ToWideString(const LStr* text)
+{
+    std::wstring out;
+    ToWideString(text, out);
+    return out;
+}
+
+std::wstring StringUtils::ToWideString(LStr** text)
+{
+    std::wstring out;
+    ToWideString(text, out);
+    return out;
+}
+
+std::wstring StringUtils::ToWideString(const CFString* text)
+{
+    std::wstring out;
+    ToWideString(text, out);
+    return out;
+}
+
+void StringUtils::ToUTF8String(const std::wstring& text, std::string& out)
+{
+    iconv_WideToUTF8String(text, out);
+}
+
+void StringUtils::ToUTF8String(const std::string& text, std::string& out)
+{
+    out = text;
+}
+
+KzErr StringUtils::ToUTF8StringNoThrow(const std::wstring& text, std::string* out)
+{
+    return NoThrow(out, [&] { return iconv_WideToUTF8String(text, *out); });
+}
+
+KzErr StringUtils::ToUTF8StringNoThrow(const std::string& text, std::string* out)
+{
+    return ToNarrowStringNoThrow(text, out);
+}
+
+std::string StringUtils::ToUTF8String(const std::wstring& text)
+{
+    std::string out;
+    ToUTF8String(text, out);
+    return out;
+}
+
+std::string StringUtils::ToUTF8String(const std::string& text)
+{
+    return text;
+}
+
+void StringUtils::ToPStr(const std::string& text, unsigned char* out)
+{
+    const std::size_t length = std::min<std::size_t>(text.size(), 255);
+    text.copy(reinterpret_cast<char*>(out + 1), length);
+    out[0] = static_cast<unsigned char>(length);
+}
+
+void StringUtils::ToPStr(const std::wstring& text, unsigned char* out)
+{
+    ToPStr(ToNarrowString(text), out);
+}
+
+KzErr StringUtils::ToPStrNoThrow(const std::string& text, unsigned char* out)
+{
+    return NoThrowPlain(out, [&] { ToPStr(text, out); });
+}
+
+KzErr StringUtils::ToPStrNoThrow(const std::wstring& text, unsigned char* out)
+{
+    return NoThrow(out, [&] {
+        std::string narrow;
+        const KzErr error = WideToNarrow(text, narrow);
+        ToPStr(narrow, out);
+        return error;
+    });
+}
+
+void StringUtils::ToLStrHandle(const std::string& text, LStr**& out)
+{
+    const std::size_t length = text.size();
+    if (length > static_cast<std::size_t>(std::numeric_limits<int32>::max()) ||
+        DSSetHandleSizeOrNewHandle(&out, length + sizeof(int32)) != kzErrNone) {
+        throw std::bad_alloc();
+    }
+    text.copy(reinterpret_cast<char*>((*out)->str), length);
+    (*out)->cnt = static_cast<int32>(length);
+}
+
+void StringUtils::ToLStrHandle(const std::wstring& text, LStr**& out)
+{
+    ToLStrHandle(ToNarrowString(text), out);
+}
+
+KzErr StringUtils::ToLStrHandleNoThrow(const std::string& text, LStr*** out)
+{
+    return NoThrowPlain(out, [&] { ToLStrHandle(text, *out); });
+}
+
+KzErr StringUtils::ToLStrHandleNoThrow(const std::wstring& text, LStr*** out)
+{
+    return NoThrow(out, [&] {
+        std::string narrow;
+        const KzErr error = WideToNarrow(text, narrow);
+        ToLStrHandle(narrow, *out);
+        return error;
+    });
+}
+
+LStr** StringUtils::ToLStrHandle(const std::string& text)
+{
+    LStr** handle = nullptr;
+    ToLStrHandle(text, handle);
+    return handle;
+}
+
+LStr** StringUtils::ToLStrHandle(const std::wstring& text)
+{
+    return ToLStrHandle(ToNarrowString(text));
+}
+
+KzErr StringUtils::ToCFStringNoThrow(const std::wstring& text, AutoCFString* out)
+{
+    return NoThrow(out, [&]() -> KzErr {
+        std::string utf8;
+        const KzErr error = iconv_WideToUTF8String(text, utf8);
+        if (error != kzErrNone) {
+            return error;
+        }
+        auto made = std::make_unique<CFString>();
+        if (made->SetUtf8(reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size()) != CFString::kDone) {
+            return kzErrMemoryFull;
+        }
+        out->Attach(made.release());
+        return kzErrNone;
+    });
+}
+
+KzErr StringUtils::AppendNoThrow(std::string* target, const char* text)
+{
+    return text == nullptr ? kzErrArgument : NoThrowPlain(target, [&] { target->append(text); });
+}
+
+KzErr StringUtils::AppendNoThrow(std::string* target, const std::string& text)
+{
+    return NoThrowPlain(target, [&] { target->append(text); });
+}
+
+KzErr StringUtils::AppendNoThrow(std::wstring* target, const std::wstring& text)
+{
+    return NoThrowPlain(target, [&] { target->append(text); });
+}
+
+KzErr StringUtils::AssignNoThrow(std::string* target, const char* text)
+{
+    return text == nullptr ? kzErrArgument : NoThrowPlain(target, [&] { target->assign(text); });
+}
+
+KzErr StringUtils::AssignNoThrow(std::string* target, const std::string& text)
+{
+    return NoThrowPlain(target, [&] { target->assign(text); });
+}
+
+KzErr StringUtils::AssignNoThrow(std::wstring* target, const std::wstring& text)
+{
+    return NoThrowPlain(target, [&] { target->assign(text); });
+}
+
+const std::string& StringUtils::EmptyNarrowString()
+{
+    static const Lasting<std::string> sEmpty;
+    return sEmpty.value;
+}
+
+const std::wstring& StringUtils::EmptyWideString()
+{
+    static const Lasting<std::wstring> sEmpty;
+    return sEmpty.value;
+}
+
+StringUtils::Str255Converter::Str255Converter(const std::string& text)
+{
+    ToPStr(text, mText);
+}
