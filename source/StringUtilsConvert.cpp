@@ -139,7 +139,7 @@ KzErr StringUtils::iconv_UTF8ToWideString(const std::string& text, std::wstring&
     const unsigned char* at = reinterpret_cast<const unsigned char*>(text.data());
     const unsigned char* const end = at + text.size();
     out.resize(kz::CountUtf8Starts(at, end));
-    const wchar_t* const outEnd = kz::DecodeWellFormedUtf8(at, end, out.data());
+    const wchar_t* const outEnd = kz::DecodeWellFormedUtf8(at, end, out.data(), out.data() + out.size());
     out.resize(static_cast<std::size_t>(outEnd - out.data()));
     if (at == end) {
         return kzErrNone;
