@@ -1,5 +1,6 @@
 # What `cmake --install` gives: the shared library, its public headers under include/kzcore, a CMake package and a
-# pkg-config file. Both find their prefix from where they lie, so that an installed tree can be moved.
+# pkg-config file, and the command-line companions. All find their prefix from where they lie, so that an installed tree
+# can be moved.
 
 include(CMakePackageConfigHelpers)
 include(${CMAKE_CURRENT_LIST_DIR}/KzPublicHeaders.cmake)
@@ -7,6 +8,9 @@ include(${CMAKE_CURRENT_LIST_DIR}/KzPublicHeaders.cmake)
 set(kz_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kzcore)
 
 install(TARGETS kzcore EXPORT kzcoreTargets)
+if(KZ_BUILD_TOOLS)
+    install(TARGETS kzini)
+endif()
 list(TRANSFORM KZ_PUBLIC_HEADERS PREPEND source/ OUTPUT_VARIABLE kz_public_header_files)
 install(FILES ${kz_public_header_files} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kzcore)
 

@@ -4,6 +4,7 @@ set(KZ_PUBLIC_HEADERS
     ATime128.h
     BinDataReader.h
     BinDataWriter.h
+    CPStrList.h
     CfgAccess.h
     CookieManager.h
     DebugFormat.h
@@ -12,6 +13,7 @@ set(KZ_PUBLIC_HEADERS
     Endianizer.h
     FileManager.h
     GuardBytes.h
+    HObjList.h
     HandleAllocationInterface.h
     HiResClock.h
     IniFile.h
@@ -24,6 +26,7 @@ set(KZ_PUBLIC_HEADERS
     KZTypes.h
     KzErr.h
     MemoryManager.h
+    NumberText.h
     NumericSupport.h
     OutputBuf.h
     PathCache.h
@@ -45,8 +48,11 @@ set(KZ_PUBLIC_HEADERS
     SortSearch.h
     StackChain.h
     StackDecoder.h
+    StringCLStr.h
+    StringCPStr.h
     StringCStr.h
     StringLStr.h
+    StringLStrArray.h
     StringPStr.h
     StringUtils.h
     ThAtomic.h

@@ -35,6 +35,7 @@ declare -A kz_package=(
     ["/usr/lib/$(uname -m)-linux-gnu/libmimalloc.so.2"]=libmimalloc2.0
     ["/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2"]=libjemalloc2
     [$kz_fuzzer_runtime]=libclang-rt-14-dev
+    [/usr/share/i18n/locales/tr_TR]=locales
 )
 kz_build_needs=(g++-12 cmake ninja)
 kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h)

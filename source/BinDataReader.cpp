@@ -1,10 +1,13 @@
 #include "BinDataReader.h"
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstring>
 #include <new>
+#include <typeinfo>
 
+#include "BufferAccess.h"
 #include "ByteOrder.h"
 #include "MemoryManager.h"
 #include "Padding.h"
@@ -16,7 +19,13 @@ constexpr int32 kTrustedCount = 0x200000;
 
 }  // namespace
 
-BinDataReader::BinDataReader(InputBuf* buffer, const Endianizer* endianizer) : mEndianizer(endianizer), mBuffer(buffer)
+// With a buffer in memory and one of the shared byte order objects, scalars are taken from within, without two calls
+// for each.
+BinDataReader::BinDataReader(InputBuf* buffer, const Endianizer* endianizer)
+    : mEndianizer(endianizer),
+      mIsAtHand(buffer != nullptr && typeid(*buffer) == typeid(MemInputBuf) && kz::IsSharedEndianizer(endianizer)),
+      mIsReversed(endianizer == BigEndianizer()),
+      mBuffer(buffer)
 {}
 
 BinDataReader::~BinDataReader() = default;
@@ -32,6 +41,46 @@ void BinDataReader::SetError(KzErr err)
 inline const void* BinDataReader::Take(unsigned long size)
 {
     return mError != kzErrNone ? nullptr : mBuffer->GetDataPointer(size, mError);
+}
+
+// A scalar of the size of T, which is an unsigned integer.
+template <typename T, BinDataReader::Numbers numbers>
+inline T BinDataReader::ReadScalar()
+{
+    if (mError == kzErrNone && mIsAtHand) {
+        auto& buffer = static_cast<MemInputBuf&>(*mBuffer);
+        if (kz::MemInputAccess::Has(buffer, sizeof(T))) {
+            const T value = kz::LoadNative<T>(kz::MemInputAccess::Take(buffer, sizeof(T)));
+            if constexpr (sizeof(T) == 1) {
+                return value;
+            } else {
+                return mIsReversed ? kz::ReverseBytes(value) : value;
+            }
+        }
+    }
+    return ReadScalarByCalls<T, numbers>();
+}
+
+template <typename T, BinDataReader::Numbers numbers>
+__attribute__((noinline)) T BinDataReader::ReadScalarByCalls()
+{
+    T value = 0;
+    const void* const source = Take(sizeof(T));
+    if (source == nullptr) {
+        return value;
+    }
+    if constexpr (sizeof(T) == 1) {
+        value = *static_cast<const T*>(source);
+    } else if constexpr (sizeof(T) == sizeof(uInt16)) {
+        value = static_cast<T>(mEndianizer->ReadAWord(source));
+    } else if constexpr (sizeof(T) == sizeof(uInt64)) {
+        mEndianizer->Read8ByteVal(source, &value);
+    } else if constexpr (numbers == kFloats) {
+        mEndianizer->Read4ByteVal(source, &value);
+    } else {
+        value = static_cast<T>(mEndianizer->ReadALong(source));
+    }
+    return value;
 }
 
 InputBuf* BinDataReader::GetBuffer() const
@@ -62,54 +111,47 @@ void BinDataReader::Align(uInt32 boundary)
 
 int8 BinDataReader::ReadI8()
 {
-    return static_cast<int8>(BinDataReader::ReadU8());
+    return static_cast<int8>(ReadScalar<uInt8, kIntegers>());
 }
 
 uInt8 BinDataReader::ReadU8()
 {
-    const void* const source = Take(sizeof(uInt8));
-    return source == nullptr ? uInt8{0} : *static_cast<const uInt8*>(source);
+    return ReadScalar<uInt8, kIntegers>();
 }
 
 uInt8 BinDataReader::ReadBool()
 {
-    return BinDataReader::ReadU8();
+    return ReadScalar<uInt8, kIntegers>();
 }
 
 int16 BinDataReader::ReadI16()
 {
-    const void* const source = Take(sizeof(int16));
-    return source == nullptr ? int16{0} : static_cast<int16>(mEndianizer->ReadAWord(source));
+    return static_cast<int16>(ReadScalar<uInt16, kIntegers>());
 }
 
 uInt16 BinDataReader::ReadU16()
 {
-    return static_cast<uInt16>(BinDataReader::ReadI16());
+    return ReadScalar<uInt16, kIntegers>();
 }
 
 int32 BinDataReader::ReadI32()
 {
-    const void* const source = Take(sizeof(int32));
-    return source == nullptr ? 0 : mEndianizer->ReadALong(source);
+    return static_cast<int32>(ReadScalar<uInt32, kIntegers>());
 }
 
 uInt32 BinDataReader::ReadU32()
 {
-    return static_cast<uInt32>(BinDataReader::ReadI32());
-}
-
-uInt64 BinDataReader::ReadU64()
-{
-    uInt64 value = 0;
-    if (const void* const source = Take(sizeof value)) {
-        mEndianizer->Read8ByteVal(source, &value);
-    }
-    return value;
+    return ReadScalar<uInt32, kIntegers>();
 }
 
 int64 BinDataReader::ReadI64()
 {
-    return static_cast<int64>(BinDataReader::ReadU64());
+    return static_cast<int64>(ReadScalar<uInt64, kIntegers>());
+}
+
+uInt64 BinDataReader::ReadU64()
+{
+    return ReadScalar<uInt64, kIntegers>();
 }
 
 uInt32 BinDataReader::Read4Char()
@@ -120,20 +162,12 @@ uInt32 BinDataReader::Read4Char()
 
 float BinDataReader::ReadF32()
 {
-    float value = 0;
-    if (const void* const source = Take(sizeof value)) {
-        mEndianizer->Read4ByteVal(source, &value);
-    }
-    return value;
+    return std::bit_cast<float>(ReadScalar<uInt32, kFloats>());
 }
 
 double BinDataReader::ReadF64()
 {
-    double value = 0;
-    if (const void* const source = Take(sizeof value)) {
-        mEndianizer->Read8ByteVal(source, &value);
-    }
-    return value;
+    return std::bit_cast<double>(ReadScalar<uInt64, kFloats>());
 }
 
 floatExt BinDataReader::ReadFX()
@@ -155,6 +189,20 @@ void BinDataReader::ReadBytes(void* dest, unsigned long n)
         std::memset(dest, 0, n);
     } else {
         MoveBlock(source, dest, n);
+    }
+}
+
+void BinDataReader::ReadArray(void* dest, unsigned long count, uInt32 width)
+{
+    unsigned long size = 0;
+    if (__builtin_mul_overflow(count, static_cast<unsigned long>(width), &size)) {
+        SetError(kzErrCorrupt);
+        return;
+    }
+    if (const void* const source = Take(size)) {
+        mEndianizer->ReadArray(source, dest, count, width);
+    } else if (size != 0) {
+        std::memset(dest, 0, size);
     }
 }
 

@@ -68,13 +68,24 @@ public:
     // Latches an error, unless there is one already.
     void SetError(KzErr err);
 
+    // Reads `count` numbers of `width` bytes, 1, 2, 4, 8 or 16, in one piece. On a failure `dest` is cleared.
+    void ReadArray(void* dest, unsigned long count, uInt32 width);
+
 private:
+    enum Numbers { kIntegers, kFloats };
+
     const void* Take(unsigned long size);
+    template <typename T, Numbers numbers>
+    T ReadScalar();
+    template <typename T, Numbers numbers>
+    T ReadScalarByCalls();
     int32 ReadCount();
     void SkipPadding(unsigned long size, uInt32 boundary);
 
     const Endianizer* mEndianizer;
     KzErr mError = kzErrNone;
+    bool mIsAtHand;    // the buffer is just a MemInputBuf, the byte order object one of the shared ones
+    bool mIsReversed;  // of the latter, the big-endian one
     InputBuf* mBuffer;
 };
 

@@ -1,9 +1,12 @@
 #include "BinDataWriter.h"
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstring>
+#include <typeinfo>
 
+#include "BufferAccess.h"
 #include "ByteOrder.h"
 #include "Padding.h"
 #include "Report.h"
@@ -16,8 +19,28 @@ constexpr unsigned long kLongestShortText = 255;
 
 }  // namespace
 
-BinDataWriter::BinDataWriter(OutputBuf* buffer, const Endianizer* endianizer) : mEndianizer(endianizer), mBuffer(buffer)
+// With a buffer that holds its bytes and one of the shared byte order objects, scalars are stored from within, without
+// two calls for each.
+BinDataWriter::BinDataWriter(OutputBuf* buffer, const Endianizer* endianizer)
+    : mEndianizer(endianizer),
+      mIsShared(kz::IsSharedEndianizer(endianizer)),
+      mIsReversed(endianizer == BigEndianizer()),
+      mKind(mIsShared ? KindOf(buffer) : kOtherKind),
+      mBuffer(buffer)
 {}
+
+BinDataWriter::Kind BinDataWriter::KindOf(const OutputBuf* buffer)
+{
+    if (buffer == nullptr) {
+        return kOtherKind;
+    }
+    const std::type_info& type = typeid(*buffer);
+    return type == typeid(HandleOutputBuf)      ? kHandle
+           : type == typeid(StaticOutputBuf)    ? kStatic
+           : type == typeid(PreflightOutputBuf) ? kPreflight
+           : type == typeid(LStrOutputBuf)      ? kLStr
+                                                : kOtherKind;
+}
 
 BinDataWriter::~BinDataWriter()
 {
@@ -43,6 +66,60 @@ inline unsigned long BinDataWriter::Put(unsigned long size, Store store)
     return size;
 }
 
+// Stores a scalar where the buffer has room for it.
+template <typename T, typename Buffer>
+inline bool BinDataWriter::PutInto(Buffer& buffer, T value)
+{
+    if (!kz::OutputAccess::Has(buffer, sizeof value)) {
+        return false;
+    }
+    unsigned char* const dest = kz::OutputAccess::Take(buffer, sizeof value);
+    if constexpr (sizeof value == 1) {
+        *dest = value;
+    } else {
+        kz::StoreNative(dest, mIsReversed ? kz::ReverseBytes(value) : value);
+    }
+    return true;
+}
+
+// A scalar of the size of T, which is an unsigned integer.
+template <typename T>
+inline unsigned long BinDataWriter::PutScalar(T value)
+{
+    if (mError == kzErrNone) {
+        if (mKind == kHandle && PutInto(static_cast<HandleOutputBuf&>(*mBuffer), value)) {
+            return sizeof value;
+        }
+        if (mKind == kStatic && PutInto(static_cast<StaticOutputBuf&>(*mBuffer), value)) {
+            return sizeof value;
+        }
+        if (mKind == kLStr && PutInto(static_cast<LStrOutputBuf&>(*mBuffer), value)) {
+            return sizeof value;
+        }
+        if (mKind == kPreflight) {
+            kz::OutputAccess::Count(static_cast<PreflightOutputBuf&>(*mBuffer), sizeof value);
+            return sizeof value;
+        }
+    }
+    return PutScalarByCalls(value);
+}
+
+template <typename T>
+__attribute__((noinline)) unsigned long BinDataWriter::PutScalarByCalls(T value)
+{
+    return Put(sizeof value, [&](unsigned char* dest) {
+        if constexpr (sizeof value == 1) {
+            *dest = value;
+        } else if constexpr (sizeof value == sizeof(uInt16)) {
+            mEndianizer->Write2ByteVal(&value, dest);
+        } else if constexpr (sizeof value == sizeof(uInt32)) {
+            mEndianizer->Write4ByteVal(&value, dest);
+        } else {
+            mEndianizer->Write8ByteVal(&value, dest);
+        }
+    });
+}
+
 KzErr BinDataWriter::GetError()
 {
     Put(0, [](unsigned char*) {});
@@ -58,6 +135,7 @@ OutputBuf* BinDataWriter::SetBuffer(OutputBuf* buffer)
 {
     OutputBuf* const before = mBuffer;
     mBuffer = buffer;
+    mKind = mIsShared ? KindOf(buffer) : kOtherKind;
     return before;
 }
 
@@ -69,47 +147,47 @@ unsigned long BinDataWriter::Align(uInt32 boundary)
 
 unsigned long BinDataWriter::WriteI8(int8 value)
 {
-    return BinDataWriter::WriteU8(static_cast<uInt8>(value));
+    return PutScalar(static_cast<uInt8>(value));
 }
 
 unsigned long BinDataWriter::WriteU8(uInt8 value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { *dest = value; });
+    return PutScalar(value);
 }
 
 unsigned long BinDataWriter::WriteBool(uInt8 value)
 {
-    return BinDataWriter::WriteU8(value);
+    return PutScalar(value);
 }
 
 unsigned long BinDataWriter::WriteI16(int16 value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write2ByteVal(&value, dest); });
+    return PutScalar(static_cast<uInt16>(value));
 }
 
 unsigned long BinDataWriter::WriteU16(uInt16 value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write2ByteVal(&value, dest); });
+    return PutScalar(value);
 }
 
 unsigned long BinDataWriter::WriteI32(int32 value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write4ByteVal(&value, dest); });
+    return PutScalar(static_cast<uInt32>(value));
 }
 
 unsigned long BinDataWriter::WriteU32(uInt32 value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write4ByteVal(&value, dest); });
+    return PutScalar(value);
 }
 
 unsigned long BinDataWriter::WriteI64(int64 value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write8ByteVal(&value, dest); });
+    return PutScalar(static_cast<uInt64>(value));
 }
 
 unsigned long BinDataWriter::WriteU64(uInt64 value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write8ByteVal(&value, dest); });
+    return PutScalar(value);
 }
 
 unsigned long BinDataWriter::Write4Char(uInt32 value)
@@ -119,12 +197,12 @@ unsigned long BinDataWriter::Write4Char(uInt32 value)
 
 unsigned long BinDataWriter::WriteF32(float value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write4ByteVal(&value, dest); });
+    return PutScalar(std::bit_cast<uInt32>(value));
 }
 
 unsigned long BinDataWriter::WriteF64(double value)
 {
-    return Put(sizeof value, [&](unsigned char* dest) { mEndianizer->Write8ByteVal(&value, dest); });
+    return PutScalar(std::bit_cast<uInt64>(value));
 }
 
 unsigned long BinDataWriter::WriteFX(const floatExt& value)
@@ -182,4 +260,14 @@ unsigned long BinDataWriter::WriteLStr(const LStr* string)
 unsigned long BinDataWriter::WriteBytes(const void* data, unsigned long n)
 {
     return Put(n, [&](unsigned char* dest) { std::memcpy(dest, data, n); });
+}
+
+unsigned long BinDataWriter::WriteArray(const void* data, unsigned long count, uInt32 width)
+{
+    unsigned long size = 0;
+    if (__builtin_mul_overflow(count, static_cast<unsigned long>(width), &size)) {
+        mError = mError == kzErrNone ? KzErr{kzErrArgument} : mError;
+        return 0;
+    }
+    return Put(size, [&](unsigned char* dest) { mEndianizer->WriteArray(data, dest, count, width); });
 }

@@ -62,14 +62,29 @@ public:
 
     virtual ~BinDataWriter();
 
+    // Writes `count` numbers of `width` bytes, 1, 2, 4, 8 or 16, in one piece.
+    unsigned long WriteArray(const void* data, unsigned long count, uInt32 width);
+
 private:
+    enum Kind : uInt8 { kOtherKind, kHandle, kStatic, kPreflight, kLStr };
+
+    static Kind KindOf(const OutputBuf* buffer);
     template <typename Store>
     unsigned long Put(unsigned long size, Store store);
+    template <typename T, typename Buffer>
+    bool PutInto(Buffer& buffer, T value);
+    template <typename T>
+    unsigned long PutScalar(T value);
+    template <typename T>
+    unsigned long PutScalarByCalls(T value);
     unsigned long PutCounted(const void* text, unsigned long size);
     unsigned long PutShort(const void* text, unsigned long size, uInt32 boundary);
 
     const Endianizer* mEndianizer;
     KzErr mError = kzErrNone;
+    bool mIsShared;    // the byte order object is one of the shared ones
+    bool mIsReversed;  // and the big-endian one
+    Kind mKind;        // of the buffer, where it is just one of these and mIsShared
     OutputBuf* mBuffer;
 };
 

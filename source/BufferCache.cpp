@@ -25,8 +25,8 @@ constexpr float kDefaultResizeFactor = 1.5f;
 // No block of this size or more is looked for.
 constexpr unsigned long kBestSizeLimit = 0x7FFFFFFF;
 
-constexpr uInt32 kInt32Token = 'I' << 24 | '3' << 16 | '2' << 8 | ' ';    // "I32 "
-constexpr uInt32 kFloat32Token = 'F' << 24 | '3' << 16 | '2' << 8 | ' ';  // "F32 "
+constexpr uInt32 kInt32Token = kz::FourCharCode("I32 ");
+constexpr uInt32 kFloat32Token = kz::FourCharCode("F32 ");
 
 // A token's name as a counted string.
 template <std::size_t N>
@@ -193,7 +193,7 @@ const char* BufferCache::Fault()
         if (kz::HandleDataSize(entry.data) != entry.size) {
             return "a kept block's header does not tell its size";
         }
-        if (kz::HandleGuardSize() != 0 && !kz::GuardsAreSound(entry.data, true)) {
+        if (ShouldCheckHandleGuardBytes() && !kz::GuardsAreSound(entry.data, true)) {
             return "a kept block's guards are damaged";
         }
         total += entry.size;

@@ -3,6 +3,7 @@
 #define KZCORE_BYTECOMPARE_H
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
@@ -12,24 +13,74 @@
 
 namespace kz {
 
-// The index of the first byte in which a and b differ, or n. The C library's comparison is the fastest for equal
+// The index of the lowest byte that is not 0 in what LoadNative gave.
+inline std::size_t FirstByteSet(uInt64 word)
+{
+    return static_cast<std::size_t>(std::countr_zero(word)) / 8;
+}
+
+// FirstDifference of at most 16 bytes, by two loads of each text that overlap.
+inline std::size_t FirstDifferenceOfFew(const unsigned char* a, const unsigned char* b, std::size_t n)
+{
+    if (n >= 8) {
+        const uInt64 low = LoadNative<uInt64>(a) ^ LoadNative<uInt64>(b);
+        if (low != 0) {
+            return FirstByteSet(low);
+        }
+        const uInt64 high = LoadNative<uInt64>(a + n - 8) ^ LoadNative<uInt64>(b + n - 8);
+        return high == 0 ? n : n - 8 + FirstByteSet(high);
+    }
+    if (n >= 4) {
+        const uInt32 low = LoadNative<uInt32>(a) ^ LoadNative<uInt32>(b);
+        if (low != 0) {
+            return FirstByteSet(low);
+        }
+        const uInt32 high = LoadNative<uInt32>(a + n - 4) ^ LoadNative<uInt32>(b + n - 4);
+        return high == 0 ? n : n - 4 + FirstByteSet(high);
+    }
+    std::size_t i = 0;
+    while (i < n && a[i] == b[i]) {
+        ++i;
+    }
+    return i;
+}
+
+// The index of the first byte in which a and b differ, or n. The C library's comparison is the fastest for long equal
 // texts, but doesn't tell the place of a difference. Of no bytes the addresses may be null.
 inline std::size_t FirstDifference(const unsigned char* a, const unsigned char* b, std::size_t n)
 {
-    if (n == 0 || std::memcmp(a, b, n) == 0) {
+    if (n <= 16) {
+        return FirstDifferenceOfFew(a, b, n);
+    }
+    if (std::memcmp(a, b, n) == 0) {
         return n;
     }
     std::size_t i = 0;
     for (; n - i >= 8; i += 8) {
         const uInt64 difference = LoadNative<uInt64>(a + i) ^ LoadNative<uInt64>(b + i);
         if (difference != 0) {
-            return i + static_cast<std::size_t>(__builtin_ctzll(difference)) / 8;
+            return i + FirstByteSet(difference);
         }
     }
     while (i < n && a[i] == b[i]) {
         ++i;
     }
     return i;
+}
+
+// As memcmp, without its call for few bytes.
+inline int32 OrderOfBytes(const unsigned char* a, const unsigned char* b, std::size_t n)
+{
+    if (n > 16) {
+        return std::memcmp(a, b, n);
+    }
+    const std::size_t i = FirstDifferenceOfFew(a, b, n);
+    return i == n ? 0 : a[i] - b[i];
+}
+
+inline bool EqualBytes(const unsigned char* a, const unsigned char* b, std::size_t n)
+{
+    return n <= 16 ? FirstDifferenceOfFew(a, b, n) == n : std::memcmp(a, b, n) == 0;
 }
 
 // 16 bytes that the compiler handles in one register.
@@ -42,6 +93,15 @@ inline ByteBlock LoadBlock(const unsigned char* p)
     return block;
 }
 
+// The first and the last 8 of 8 to 16 bytes.
+inline ByteBlock LoadEnds(const unsigned char* p, std::size_t n)
+{
+    const uInt64 halves[2] = {LoadNative<uInt64>(p), LoadNative<uInt64>(p + n - 8)};
+    ByteBlock block;
+    std::memcpy(&block, halves, sizeof block);
+    return block;
+}
+
 // Whether no bit is set.
 inline bool IsClear(ByteBlock block)
 {
@@ -50,27 +110,50 @@ inline bool IsClear(ByteBlock block)
     return (halves[0] | halves[1]) == 0;
 }
 
-// Whether two blocks are equal but for the case of ASCII letters.
-inline bool BlocksEqualAsciiFolded(const unsigned char* a, const unsigned char* b)
+// Clear where two blocks are equal but for the case of ASCII letters.
+inline ByteBlock AsciiFoldedDifference(ByteBlock a, ByteBlock b)
 {
-    const ByteBlock blockA = LoadBlock(a);
-    const ByteBlock difference = blockA ^ LoadBlock(b);
-    const ByteBlock letters = (blockA | 0x20) - 'a';
+    const ByteBlock letters = (a | 0x20) - 'a';
     const ByteBlock isLetter = reinterpret_cast<ByteBlock>(letters < 26);
-    return IsClear(difference & ~(isLetter & 0x20));
+    return (a ^ b) & ~(isLetter & 0x20);
 }
 
-// The index of the first byte in which a and b differ after `fold`, which maps a byte to a byte; or n. Long texts go
-// by blocks as far as ASCII letters explain their differences.
+// How many bytes from the start are known to be equal but for the case of ASCII letters: up to the block that holds a
+// difference, or n. At least 8 bytes.
+inline std::size_t AsciiFoldedBytes(const unsigned char* a, const unsigned char* b, std::size_t n)
+{
+    constexpr std::size_t kBlock = sizeof(ByteBlock);
+    if (n < kBlock) {
+        return IsClear(AsciiFoldedDifference(LoadEnds(a, n), LoadEnds(b, n))) ? n : 0;
+    }
+    std::size_t i = 0;
+    for (; n - i >= 4 * kBlock; i += 4 * kBlock) {
+        ByteBlock different{};
+        for (std::size_t k = 0; k < 4 * kBlock; k += kBlock) {
+            different |= AsciiFoldedDifference(LoadBlock(a + i + k), LoadBlock(b + i + k));
+        }
+        if (!IsClear(different)) {
+            break;
+        }
+    }
+    for (; n - i >= kBlock; i += kBlock) {
+        if (!IsClear(AsciiFoldedDifference(LoadBlock(a + i), LoadBlock(b + i)))) {
+            return i;
+        }
+    }
+    const std::size_t last = n - kBlock;
+    return IsClear(AsciiFoldedDifference(LoadBlock(a + last), LoadBlock(b + last))) ? n : i;
+}
+
+// The index of the first byte in which a and b differ after `fold`, which maps a byte to a byte; or n. All but the
+// shortest texts go by blocks as far as the case of ASCII letters explains their differences.
 template <typename Fold>
 inline std::size_t FirstFoldedDifference(const unsigned char* a, const unsigned char* b, std::size_t n,
                                          const Fold& fold)
 {
     std::size_t i = FirstDifference(a, b, n);
-    if (n - i >= sizeof(ByteBlock) && fold.MapsAsciiLetters()) {
-        while (n - i >= sizeof(ByteBlock) && BlocksEqualAsciiFolded(a + i, b + i)) {
-            i += sizeof(ByteBlock);
-        }
+    if (n - i >= 8 && fold.MapsAsciiLetters()) {
+        i += AsciiFoldedBytes(a + i, b + i, n - i);
     }
     while (i < n && (a[i] == b[i] || fold(a[i]) == fold(b[i]))) {
         ++i;

@@ -56,4 +56,10 @@ inline void StoreBig(void* dest, T value)
 
 }  // namespace kz
 
+// The four bytes of a 32-bit value in reverse order.
+inline int32 RevBL(int32 value)
+{
+    return static_cast<int32>(kz::ReverseBytes(static_cast<uInt32>(value)));
+}
+
 #endif

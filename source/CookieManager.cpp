@@ -119,14 +119,18 @@ bool HoldsCookie(CookieSlotState* state, uInt32 cookie)
 // Whether the record is not on its way out: in a jar with reference counts, as soon as the last one is given back.
 bool IsUsable(const MagicCookieJarRec* jar, unsigned char* record)
 {
-    return jar->refCounting == 0 || RefCountOf(jar->tree->tree.State(record)).load(std::memory_order_relaxed) > 0;
+    return jar->refCounting == 0 || RefCountOf(jar->tree->tree.State(record)).load(std::memory_order_acquire) > 0;
 }
 
-// The record of a live cookie that may be used, or null. Needs no lock.
+// The record of a live cookie that may be used, or null. Needs no lock: where there are counts the slot is looked at
+// again after its count, which could be that of the cookie that has the slot next.
 [[gnu::always_inline]] inline unsigned char* FindUsableCookie(const MagicCookieJarRec* jar, uInt32 cookie)
 {
     unsigned char* const record = FindCookie(jar, cookie);
-    return record != nullptr && IsUsable(jar, record) ? record : nullptr;
+    if (record == nullptr || jar->refCounting == 0) {
+        return record;
+    }
+    return IsUsable(jar, record) && HoldsCookie(jar->tree->tree.State(record), cookie) ? record : nullptr;
 }
 
 // The lock of a slot's reference count, the same for all cookies that the slot ever has; null without counts.
@@ -212,6 +216,16 @@ void ForEachCookieLocked(const MagicCookieJarRec* jar, uInt32 from, Visit visit)
 unsigned long ListSize(uInt32 count)
 {
     return offsetof(MagicCookieListRec, cookies) + std::max(count, 1u) * sizeof(uInt32);
+}
+
+// Makes or resizes the list variable at `list`; the list is an empty one then, until it is filled.
+KzErr SizeList(MagicCookieList* list, uInt32 count)
+{
+    const KzErr err = DSSetHandleSizeOrNewHandle(list, ListSize(count));
+    if (err == kzErrNone) {
+        std::memset(**list, 0, sizeof(uInt32));
+    }
+    return err;
 }
 
 // Fills a list of that size with at most that many cookies; false when the jar holds fewer than its count says.
@@ -463,7 +477,7 @@ KzErr MCGetCookieList(MagicCookieJar jar, MagicCookieList* list)
     // when the jar has outgrown it meanwhile.
     uInt32 count = CountOf(*jar).load(std::memory_order_relaxed);
     for (;;) {
-        const KzErr err = DSSetHandleSizeOrNewHandle(list, ListSize(count));
+        const KzErr err = SizeList(list, count);
         if (err != kzErrNone) {
             return err;
         }

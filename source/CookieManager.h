@@ -63,7 +63,8 @@ KZ_EXPORT KzErr MCGetCookieInfoPtr(MagicCookieJar jar, uInt32 cookie, void** out
 KZ_EXPORT KzErr MCJarSize(MagicCookieJar jar, int32* out);
 
 // Fills the list variable at `list` with all live cookies in the order of their indices; a null list is made, another
-// is resized. kzErrArgument: a null jar or address; else the error of the handle call, with the old list in place.
+// is resized. kzErrArgument: a null jar or address; else the error of the handle call, with the old list in place, or
+// an empty one if the jar grew meanwhile.
 KZ_EXPORT KzErr MCGetCookieList(MagicCookieJar jar, MagicCookieList* list);
 
 // The cookie of lowest index whose record equals the bytes at `info`, 0 when there is none or an argument is null.

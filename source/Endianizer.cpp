@@ -4,6 +4,7 @@
 
 #include "ByteOrder.h"
 #include "KZPlacement.h"
+#include "SwapArray.h"
 
 namespace {
 
@@ -33,6 +34,20 @@ void CopySwapped16(const void* source, void* dest)
 }
 
 }  // namespace
+
+void Endianizer::ReadArray(const void* source, void* dest, unsigned long count, uInt32 width) const
+{
+    if (IsSwapping()) {
+        kz::ReverseEach(source, dest, count, width);
+    } else if (count != 0 && source != dest) {
+        std::memcpy(dest, source, count * width);
+    }
+}
+
+void Endianizer::WriteArray(const void* source, void* dest, unsigned long count, uInt32 width) const
+{
+    Endianizer::ReadArray(source, dest, count, width);
+}
 
 class _SwappingEndianizer final : public Endianizer {
 public:
@@ -102,6 +117,11 @@ void kz::PlaceEndianizers()
     gNative.Get();
     gBig.Get();
     gLittle.Get();
+}
+
+bool kz::IsSharedEndianizer(const Endianizer* endianizer)
+{
+    return endianizer == BigEndianizer() || endianizer == LittleEndianizer() || endianizer == NativeEndianizer();
 }
 
 const Endianizer* NativeEndianizer()

@@ -62,10 +62,10 @@ bool ReadSettings()
     ReadSetting("ZVGuardBytes_Handle", general, kz::gGuardBytes_Handle);
     ReadSetting("ZVGuardBytes_Ptr", general, kz::gGuardBytes_Ptr);
     ReadSetting("ZVGuardBytes_NewDelete", general, kz::gGuardBytes_NewDelete);
-    kz::gGuardBytes_Initialized = true;
     const bool playNoPart = (kz::gGuardBytes_NewDelete & kCheck) == 0 && (kz::gGuardBytes_Ptr & kRoom) == 0 &&
                             (kz::gGuardBytes_Handle & kRoom) == 0;
     kz::gGuardBytes_InitializedAndDisabled = playNoPart;
+    kz::gGuardBytes_Initialized = true;  // last: whoever sees it goes by all of them
     return true;
 }
 
@@ -98,7 +98,9 @@ struct Guard {
     explicit Guard(const unsigned char* at)
     {
         ReadPoisoned(at, bytes, kGuardSize);
-        kz::PoisonMemory(at, kGuardSize);
+        if (HasSentinels()) {
+            kz::PoisonMemory(at, kGuardSize);
+        }
     }
     bool HasSentinels() const
     {

@@ -13,23 +13,6 @@ namespace {
 
 constexpr char kModule[] = "source/HandleCalls";
 
-// In builds with assertions every changing call ends here.
-void CheckAfterChange([[maybe_unused]] const void* handle)
-{
-#if !defined(NDEBUG)
-    if (IsWalkingMemory()) {
-        if (const char* fault = MemoryFault()) {
-            KZ_REPORT(kDbgFatal, 0x8F35C1D2) << "Memory is damaged: " << fault;
-        }
-    } else if (handle != nullptr) {
-        unsigned char* const data = DataOf(handle);
-        const HandleAlignment align = HandleDataAlignment(data);
-        assert(align == NormalAlignment(align.alignment, align.offset));
-        assert((reinterpret_cast<uintptr_t>(data) + align.offset) % align.alignment == 0);
-    }
-#endif
-}
-
 // Unless nobody asked to be told.
 void Trace(MemEventKind kind, KzErr err, UHandle handle, unsigned long newSize, unsigned long oldSize)
 {
@@ -111,6 +94,7 @@ KzErr ResizeGoodHandle(MasterWord* master, const HandleRequest& request, const I
         if (blockSize != 0) {
             CallSetMemFullProc(blockSize);
         }
+        CheckAfterChange(master);
         Trace(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
         return kzErrMemoryFull;
     }
@@ -131,6 +115,22 @@ KzErr ResizeGoodHandle(MasterWord* master, const HandleRequest& request, const I
 }
 
 }  // namespace
+
+void CheckAfterChange([[maybe_unused]] const void* handle)
+{
+#if !defined(NDEBUG)
+    if (IsWalkingMemory()) {
+        if (const char* fault = MemoryFault()) {
+            KZ_REPORT(kDbgFatal, 0x8F35C1D2) << "Memory is damaged: " << fault;
+        }
+    } else if (handle != nullptr) {
+        unsigned char* const data = DataOf(handle);
+        const HandleAlignment align = HandleDataAlignment(data);
+        assert(align == NormalAlignment(align.alignment, align.offset));
+        assert((reinterpret_cast<uintptr_t>(data) + align.offset) % align.alignment == 0);
+    }
+#endif
+}
 
 bool ReportFreeChain(FreeChainState state)
 {
@@ -176,7 +176,7 @@ KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request,
 {
     if (!IsGoodHandle(handle, kRangeForChanges)) {
         if (request.fill == Fill::kZero) {
-            DSGetHandleSize(handle);  // clearing resizes ask for the old size first, and a bad handle is told of twice
+            KZ_REPORT(kDbgFatal, 0x5D19A0F3);  // clearing resizes ask for the size first, and so tell of it twice
         }
         return BadHandle(call);
     }

@@ -52,6 +52,9 @@ inline bool IsGoodHandle(const void* handle, uInt32 rangeLevel)
     return CheckHandleInZone(MemZone(), handle, skipRange) && HandleGuardsPass(handle);
 }
 
+// In builds with assertions every changing call ends here: walks all memory, or looks at a handle that isn't null.
+void CheckAfterChange(const void* handle);
+
 inline unsigned char* DataOf(const void* handle)
 {
     return LoadMaster(static_cast<const MasterWord*>(handle));

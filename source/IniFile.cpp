@@ -77,17 +77,21 @@ bool HasLineEnd(Text text)
     return text.Contains('\n') || text.Contains('\r');
 }
 
-// Whether a section's line would give the same name again.
+// Whether a section's line would give the same name again. That of the items before any section is not written.
 bool IsSectionName(Text name)
 {
-    return !name.IsEmpty() && !HasLineEnd(name) && !name.Contains(']');
+    const Text unwritten("(null)");
+    const bool isUnwritten = name.size == unwritten.size && memcmp(name.begin, unwritten.begin, name.size) == 0;
+    return !name.IsEmpty() && !HasLineEnd(name) && !name.Contains(']') && !isUnwritten;
 }
 
 bool IsTag(const IniFile* ini, Text tag)
 {
     const bool hasSeparator =
         tag.Contains('=') || ((ini->readOptions & kIniReadColonAndNull) != 0 && tag.Contains(':'));
-    return !tag.IsEmpty() && !HasLineEnd(tag) && !hasSeparator && *tag.begin != ';' && *tag.begin != '[';
+    const bool isContinuation = qkini::ContinuationOf(tag).number >= 0;
+    return !tag.IsEmpty() && !HasLineEnd(tag) && !hasSeparator && !isContinuation && *tag.begin != ';' &&
+           *tag.begin != '[';
 }
 
 // A value as it is stored; null when out of memory.
@@ -420,7 +424,8 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
         return kIniErrName;
     }
     IniItem* item = ini->duplicateChecking != 0 ? FindItem(ini, sectionName, tagName) : nullptr;
-    if (item == nullptr && (!IsSectionName(sectionName) || !IsTag(ini, tagName))) {
+    const bool isSection = FindSection(ini, sectionName) >= 0 || IsSectionName(sectionName);
+    if (item == nullptr && (!isSection || !IsTag(ini, tagName))) {
         return kIniErrName;
     }
     char* const stored = StoredValue(given, escaped != 0);
@@ -482,6 +487,7 @@ int IniRemoveItem(IniFile* ini, const char* section, const char* tag)
     if (index < 0) {
         return 0;
     }
+    ini->lastAccessLine = ItemAt(SectionAt(ini, sectionIndex), index)->line;
     return qkini::RemoveItem(ini, sectionIndex, index) ? 1 : kIniErrMemory;
 }
 

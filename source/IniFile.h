@@ -3,11 +3,12 @@
 //
 // Text is NUL-terminated bytes of any encoding that keeps ASCII. Names of sections and tags compare without regard to
 // case and to white space at their ends, unless IniSetCaseAndWhitespaceSensitiveChecking says otherwise. Values are
-// stored raw, as they stand in the file between their quotes; the calls without "Raw" decode and encode the escapes
-// \n, \t, \", \\ and \xHH.
+// stored raw, as they stand in the file between their quotes; the getters and setters without "Raw" in their names
+// decode and encode the escapes \n, \t, \", \\ and \xHH.
 //
 // Results are 1 for success or found, 0 for not found, and a negative code of the enumeration below for a failure. A
-// null object gives kIniErrFile. Getters leave their output alone unless they give 1.
+// null object gives kIniErrFile, or -1 where a line number is asked for. Getters leave their output alone unless they
+// give 1, but for those into a buffer.
 //
 // An object has no lock: its users keep their calls apart, the reading ones too, since a look-up remembers its section.
 #ifndef KZCORE_INIFILE_H
@@ -37,7 +38,7 @@ enum IniError {
     kIniErrRead = -5002,          // a read failed
     kIniErrTemporary = -5003,     // no temporary file could be made
     kIniErrOpenForWrite = -5004,  // the file can't be opened for writing
-    kIniErrInt = -5021,           // not an integer of 32 bits; a break character of 128 or more
+    kIniErrInt = -5021,           // not an integer of 32 bits; a break character outside 0 to 127
     kIniErrUInt = -5022,          // not an unsigned integer of 32 bits
     kIniErrDouble = -5023,        // not a number
     kIniErrBoolean = -5024        // neither "True" nor "False"
@@ -54,10 +55,11 @@ enum IniReadOption {
 enum IniWriteOption {
     kIniWriteUtf8Bom = 1,       // the file starts with EF BB BF
     kIniWriteSafely = 2,        // into a temporary file, which then takes the file's place
-    kIniWriteMkstemp = 4,       // the temporary file has a name of its own, else the file's with extension TMP
+    kIniWriteMkstemp = 4,       // the temporary file has a name of its own; else the file's with the extension TMP,
+                                // and a file that has this name already is lost
     kIniWriteSpacedEquals = 8,  // " = " between tag and value, else "="
     kIniWriteComments = 16,     // comments are written back
-    kIniWriteSync = 32          // the data is on the disk before the call returns
+    kIniWriteSync = 32          // the data is on the disk before IniWriteToFile returns
 };
 
 // A new empty object, or null when out of memory. If `sorted` is not 0, sections and items are kept in the order of
@@ -70,16 +72,16 @@ INI_EXPORT void IniDispose(IniFile* ini);
 
 // Settings. The first two return the value before; without duplicate checking a second section or item of a name
 // stands beside the first. `maxLineLength` is in bytes, -1 without a limit; longer values are cut into continuation
-// lines, just behind a `breakChar` (below 128) where there is one; 0 for none. kIniErrInt: a breakChar of 128 or more,
-// nothing is set.
+// lines, just behind a `breakChar` (0 to 127) where there is one; 0 for none. kIniErrInt: a breakChar outside that
+// range, nothing is set.
 INI_EXPORT int IniSetDuplicateChecking(IniFile* ini, int check);
 INI_EXPORT int IniSetCaseAndWhitespaceSensitiveChecking(IniFile* ini, int sensitive);
 INI_EXPORT int IniSetWriteOptions(IniFile* ini, int maxLineLength, int breakChar, int options);
 INI_EXPORT int IniSetReadOptions(IniFile* ini, int options);
 
 // Gives text line by line to IniRead. A call continues the line that the last one left incomplete, puts at most
-// size - 1 bytes and a NUL into `buffer`, and sets all three outputs: *lineComplete when the line's end was reached,
-// *eof when there was nothing more, *lineNumber from 1. A negative result ends the reading.
+// size - 1 bytes and a NUL into `buffer` (size is 2 or more), and sets all three outputs: *lineComplete when the line's
+// end was reached, *eof when there was nothing more, *lineNumber from 1. A negative result ends the reading.
 typedef int (*IniInputFunction)(void* context, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber);
 
 // Takes one line, without its end. A negative result ends the writing.
@@ -110,7 +112,7 @@ typedef struct IniLineInput {
 } IniLineInput;
 
 // An input function for streams; `input` is an IniLineInput. LF, CR and NUL each end a line, two different ones in a
-// row only one. An unfinished last line counts as complete.
+// row only one. An unfinished last line counts as complete. kIniErrRead: a size below 2; else the stream's own code.
 INI_EXPORT int IniLineFileInputFunction(void* input, char* buffer, int size, int* eof, int* lineComplete,
                                         int* lineNumber);
 
@@ -124,7 +126,8 @@ INI_EXPORT int IniReadFromFile(IniFile* ini, const char* path);
 INI_EXPORT int IniReadFromFilePtr(IniFile* ini, FILE* file);
 
 // Writes the content to a file and remembers its name and date. With kIniWriteSafely the file is the old or the new one
-// whatever fails, and keeps its mode and owner; a symbolic link is replaced by a file. kIniErrFile, kIniErrPermission,
+// whatever fails, and keeps its mode and owner; a symbolic link is replaced by a file, and what is no file (a device, a
+// pipe, a folder) gives kIniErrPermission. kIniErrFile, kIniErrPermission,
 // kIniErrTemporary, kIniErrOpenForWrite, kIniErrWrite, kIniErrLineTooShort, kIniErrMemory.
 INI_EXPORT int IniWriteToFile(IniFile* ini, const char* path);
 
@@ -151,7 +154,8 @@ INI_EXPORT int IniLineOfLastAccess(IniFile* ini);
 INI_EXPORT int IniLineOfFirstUnrecognizedLine(IniFile* ini);
 
 // Getters. A missing item, and for the typed ones an empty value, gives 0; a value that is not of the type gives the
-// type's code. Numbers may have white space around them and one sign; doubles are read as in the C locale.
+// type's code. Integers may have white space around them and one sign; doubles are read as in the C locale, the whole
+// value.
 INI_EXPORT int IniGetBoolean(IniFile* ini, const char* section, const char* tag, int* out);
 INI_EXPORT int IniGetInt(IniFile* ini, const char* section, const char* tag, int* out);
 INI_EXPORT int IniGetUInt(IniFile* ini, const char* section, const char* tag, unsigned int* out);
@@ -169,9 +173,11 @@ INI_EXPORT int IniGetRawStringIntoBuffer(IniFile* ini, const char* section, cons
 INI_EXPORT int IniGetStringIntoBuffer(IniFile* ini, const char* section, const char* tag, char* dst, size_t size);
 
 // Setters: make the section and the item where they are missing. A null value is an empty one; white space at its ends
-// is not kept. `quoted` writes it in double quotes, `escaped` encodes it. Without `escaped`, a value that holds a
-// line's end gives kIniErrName, and so does a section or tag that could not be read back. kIniErrMemory: nothing
-// changed.
+// is not kept, but for line feeds and tabs that `escaped` encodes. `quoted` writes it in double quotes, `escaped`
+// encodes it. Without `escaped`, a value that holds a line's end gives kIniErrName, and so does a section or tag that
+// could not be read back as itself: with a line's end, "]" in a section, "=" in a tag (or ":", where it separates), ";"
+// or "[" in front of a tag, " Line" and digits at its end; and a section "(null)" that isn't there. kIniErrMemory:
+// nothing changed.
 INI_EXPORT int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, const char* value,
                                        int quoted, int escaped);
 INI_EXPORT int IniPutString(IniFile* ini, const char* section, const char* tag, const char* value);

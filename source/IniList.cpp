@@ -189,7 +189,9 @@ int qkini_ListGetItems(qkini_List list, void* out, int position, int count)
     if (index < 0 || count < 0 || count > (*list)->count - index) {
         return 0;
     }
-    memcpy(out, ElementAt(list, index), BytesOf(list, count));
+    if (count > 0) {
+        memcpy(out, ElementAt(list, index), BytesOf(list, count));
+    }
     return 1;
 }
 
@@ -219,6 +221,9 @@ int qkini_ListInsertItems(qkini_List list, const void* items, int position, int 
 {
     if (!IsList(list) || count < 0 || position < -1 || position > (*list)->count + 1) {
         return 0;
+    }
+    if (count == 0) {
+        return 1;
     }
     const int old = (*list)->count;
     const int index = position == 0 ? old : position == -1 ? 0 : position - 1;

@@ -80,6 +80,10 @@ struct Piece {
 Piece ReadPiece(IniLineInput* input, char* buffer, int size)
 {
     Piece piece{};
+    if (size < 2) {
+        piece.result = kIniErrRead;
+        return piece;
+    }
     piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input);
     while (piece.result >= 0 && piece.size < size - 1 && !piece.isComplete) {
         piece.result = FillChunk(input);
@@ -440,13 +444,14 @@ int IniRead(IniFile* ini, IniInputFunction input, void* context)
     int result;
     while ((result = lines.Next()) == 1) {
         if (!reader.Take(lines.line(), lines.number())) {
-            return kIniErrMemory;
+            result = kIniErrMemory;
+            break;
         }
     }
+    reader.TakeEnd();
     if (result < 0) {
         return result;
     }
-    reader.TakeEnd();
     if (reader.hasContinuations() && !JoinContinuations(ini)) {
         return kIniErrMemory;
     }

@@ -53,8 +53,11 @@ bool IsUsablePath(const char* path)
 
 long long StampOf(const struct stat& status)
 {
-    constexpr long long kNanosecondsPerSecond = 1000000000;
-    return status.st_mtim.tv_sec * kNanosecondsPerSecond + status.st_mtim.tv_nsec;
+    // Unsigned, as dates from 2262 on wrap.
+    constexpr unsigned long long kNanosecondsPerSecond = 1000000000;
+    const auto seconds = static_cast<unsigned long long>(status.st_mtim.tv_sec);
+    return static_cast<long long>(seconds * kNanosecondsPerSecond +
+                                  static_cast<unsigned long long>(status.st_mtim.tv_nsec));
 }
 
 // Remembers which file the object stands for, and its date.
@@ -301,7 +304,12 @@ bool IsWritable(const char* path, Target* target)
 int OpenTemporary(const IniFile* ini, const Target& target, char* name)
 {
     if ((ini->writeOptions & kIniWriteMkstemp) != 0) {
-        const int file = Retry([&] { return g_system.mkstemp(name); });
+        constexpr size_t kRandomPart = 6;
+        char* const random = name + strlen(name) - kRandomPart;
+        const int file = Retry([&] {
+            memset(random, 'X', kRandomPart);  // a call that fails may have filled it in
+            return g_system.mkstemp(name);
+        });
         if (file < 0) {
             return kIniErrTemporary;
         }

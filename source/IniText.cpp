@@ -158,7 +158,9 @@ public:
     ~CLocale()
     {
         uselocale(m_before);
-        freelocale(m_locale);
+        if (m_locale != nullptr) {
+            freelocale(m_locale);
+        }
     }
     CLocale(const CLocale&) = delete;
     CLocale& operator=(const CLocale&) = delete;

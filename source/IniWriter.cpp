@@ -186,23 +186,24 @@ private:
         }
     }
 
-    size_t LengthOfChunk(const IniItem& item, Text value, size_t most) const
+    size_t LengthOfChunk(const IniItem& item, Text value, size_t room) const
     {
-        if (value.size <= most) {
-            return value.size;
-        }
+        const size_t most = room < value.size ? room : value.size;
         const void* const breakAt = m_ini->breakChar == 0 ? nullptr : memrchr(value.begin, m_ini->breakChar, most);
         const size_t size =
             breakAt == nullptr ? most : static_cast<size_t>(static_cast<const char*>(breakAt) - value.begin) + 1;
         return item.quoteChar != 0 ? size : LengthWithoutLoss(value, size, most);
     }
 
-    // An unquoted value is read without white space at its ends: the cut moves to the nearest place on the left, or
-    // else the last one on the right, that has none on either side, if there is one.
+    // An unquoted chunk is read without white space at its ends, and without the same quotes on both: the cut moves to
+    // the nearest place on the left, or else the last one on the right, where nothing is lost, if there is one.
     static size_t LengthWithoutLoss(Text value, size_t size, size_t most)
     {
         const auto keepsAll = [&](size_t i) {
-            return !qkini::IsSpace(value.begin[i - 1]) && !qkini::IsSpace(value.begin[i]);
+            const char last = value.begin[i - 1];
+            const bool isCut = i < value.size;
+            const bool isTrimmed = isCut && (qkini::IsSpace(last) || qkini::IsSpace(value.begin[i]));
+            return !isTrimmed && (i < 2 || *value.begin != last || (last != '"' && last != '\''));
         };
         for (size_t i = size; i > 0; --i) {
             if (keepsAll(i)) {

@@ -5,6 +5,10 @@
 #include "KZTypes.h"
 #include "KzErr.h"
 
+namespace kz {
+struct MemInputAccess;
+}
+
 // The first error latches: after it every access gives null and that error. One thread at a time. A buffer that ends
 // with an error reports it. The slots stand in this order, the destructor pair last.
 class KZ_EXPORT InputBuf {
@@ -38,6 +42,8 @@ public:
     unsigned long GetSize() const override;
 
 private:
+    friend struct kz::MemInputAccess;
+
     KzErr mError = kzErrNone;
     const unsigned char* mData;
     unsigned long mSize;

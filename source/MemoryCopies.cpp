@@ -1,3 +1,4 @@
+#include <climits>
 #include <cstring>
 
 #include "HandleCalls.h"
@@ -104,8 +105,7 @@ KzErr AppendBytes(const char* call, const void* ptr, void* handle, unsigned long
     }
     const unsigned long size = SizeOf(handle);
     if (size + n < size) {
-        CallSetMemFullProc(n);
-        return kz::Failed(call, kzErrMemoryFull);
+        return kz::ResizeHandle(call, handle, BySize(ULONG_MAX), {});  // no block is that large
     }
     return kz::ResizeHandle(call, handle, BySize(size + n), {ptr, size, n});
 }

@@ -328,6 +328,7 @@ KzErr DSSwapHandles(void* a, void* b)
     unsigned char* const data = kz::DataOf(a);
     kz::StoreMaster(static_cast<MasterWord*>(a), kz::DataOf(b));
     kz::StoreMaster(static_cast<MasterWord*>(b), data);
+    kz::CheckAfterChange(a);
     return kzErrNone;
 }
 
@@ -407,6 +408,9 @@ void RecoverHandles(MemZoneRec* zone)
         for (MasterWord& master : block->masters) {
             if (!kz::IsHandleWord(kz::LoadMaster(&master))) {
                 continue;
+            }
+            if (!kz::HandleGuardsPass(&master)) {
+                continue;  // told of; neither its size nor its block can be trusted
             }
             const unsigned long long size = kz::SizeOf(&master);
             KZ_LOG(kDbgLog) << "handle " << DbgFmtPtr(&master) << ", size " << size << " still allocated.";

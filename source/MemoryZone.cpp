@@ -90,9 +90,9 @@ void FillSlots(GranuleTable* table, masterBlock* block)
             continue;
         }
         if (!answers(first)) {
-            places[0].store(block, std::memory_order_relaxed);
+            places[0].store(block, std::memory_order_release);
         } else if (second == first || !answers(second)) {
-            places[1].store(block, std::memory_order_relaxed);
+            places[1].store(block, std::memory_order_release);
         }
     }
 }
@@ -239,7 +239,9 @@ void DestroyZone(MemZoneRec* zone)
     }
     for (masterBlock* block = zone->blocks; block != nullptr;) {
         masterBlock* const next = block->next;
-        FreePtr(block);
+        if (PtrGuardsPass(block)) {
+            FreePtr(block);
+        }
         block = next;
     }
     zone->~MemZoneRec();

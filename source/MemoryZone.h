@@ -168,7 +168,7 @@ inline bool IsInGranule(const GranuleTable* table, const void* handle)
     const auto address = reinterpret_cast<uintptr_t>(handle) - offsetof(masterBlock, masters);
     const GranuleTable::Slot& slot = table->SlotOf(reinterpret_cast<uintptr_t>(handle));
     const auto offsetIn = [&](int i) {
-        return address - reinterpret_cast<uintptr_t>(slot.blocks[i].load(std::memory_order_relaxed));
+        return address - reinterpret_cast<uintptr_t>(slot.blocks[i].load(std::memory_order_acquire));
     };
     // The smaller of the two, without a branch, which random handles would mispredict.
     return std::min(offsetIn(0), offsetIn(1)) < sizeof(masterBlock::masters);

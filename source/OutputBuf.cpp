@@ -1,5 +1,6 @@
 #include "OutputBuf.h"
 
+#include <algorithm>
 #include <climits>
 #include <new>
 
@@ -125,6 +126,11 @@ UHandle HandleOutputBuf::GetHandle(bool release)
     return handle;
 }
 
+void LStrOutputBuf::SetCapacity(unsigned long room)
+{
+    mCapacity = std::min(room, kGreatestText);
+}
+
 void LStrOutputBuf::Make(unsigned long room)
 {
     const unsigned long size = room + kCountSize;
@@ -132,7 +138,7 @@ void LStrOutputBuf::Make(unsigned long room)
     if (mHandle == nullptr) {
         mError = kzErrMemoryFull;
     } else {
-        mCapacity = room;
+        SetCapacity(room);
     }
 }
 
@@ -147,11 +153,11 @@ LStrOutputBuf::LStrOutputBuf(LStr** handle, unsigned long initialSize) : mHandle
         Make(initialSize == 0 ? kMargin : initialSize);
     } else if (initialSize == 0) {
         const unsigned long size = DSGetHandleSize(handle);
-        mCapacity = size < kCountSize ? 0 : size - kCountSize;
+        SetCapacity(size < kCountSize ? 0 : size - kCountSize);
     } else {
         const unsigned long size = initialSize + kCountSize;
         mError = size < initialSize ? kzErrMemoryFull : DSSetHandleSize(handle, size);
-        mCapacity = mError == kzErrNone ? initialSize : 0;
+        SetCapacity(mError == kzErrNone ? initialSize : 0);
     }
 }
 
@@ -169,6 +175,7 @@ void* LStrOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
         mError = mHandle == nullptr                ? kzErrArgument
                  : size > kGreatestText - mWritten ? kzErrMemoryFull
                                                    : Grow(mHandle, kCountSize, mWritten, size, &mCapacity);
+        SetCapacity(mCapacity);
     }
     err = mError;
     if (mError != kzErrNone || size == 0) {

@@ -5,6 +5,10 @@
 #include "KZTypes.h"
 #include "KzErr.h"
 
+namespace kz {
+struct OutputAccess;
+}
+
 // The first error latches: after it every access gives null and that error. One thread at a time. A buffer that ends
 // with an error reports it, and disposes of the handle that it still has. The slots stand in this order, the destructor
 // pair first.
@@ -35,6 +39,8 @@ public:
     unsigned long GetBytesWritten() const override;
 
 private:
+    friend struct kz::OutputAccess;
+
     KzErr mError = kzErrNone;
     unsigned char* mData;
     unsigned long mCapacity;
@@ -57,6 +63,8 @@ public:
     UHandle GetHandle(bool release);
 
 private:
+    friend struct kz::OutputAccess;
+
     KzErr mError = kzErrNone;
     UHandle mHandle;
     unsigned long mCapacity;
@@ -85,11 +93,14 @@ public:
     LStr** GetHandle(bool release);
 
 private:
+    friend struct kz::OutputAccess;
+
     void Make(unsigned long room);
+    void SetCapacity(unsigned long room);
 
     KzErr mError = kzErrNone;
     LStr** mHandle = nullptr;
-    unsigned long mCapacity = 0;  // of the text
+    unsigned long mCapacity = 0;  // of the text, no more than its count can tell
     unsigned long mWritten = 0;
 };
 
@@ -101,6 +112,8 @@ public:
     bool IsOnlyDeterminingSize() const override;
 
 private:
+    friend struct kz::OutputAccess;
+
     unsigned long mWritten = 0;
 };
 

@@ -85,11 +85,6 @@ int32 PathPrevChar(const char* text, int32 index)
     return gStepByCharacter.load(std::memory_order_relaxed) ? StrPrevChar(text, index) : index - 1;
 }
 
-KzBool FileNameEqual(const unsigned char* a, const unsigned char* b)
-{
-    return PStrCaseEqual(a, b);
-}
-
 KzBool FileNameNEqual(const char* a, const char* b, int32 n)
 {
     return StrNCaseEqual(a, b, static_cast<uInt32>(n));

@@ -4,6 +4,7 @@
 #define KZCORE_PATHMANAGER_H
 
 #include "KZTypes.h"
+#include "StringPStr.h"
 
 #ifdef __cplusplus
 #include "ServiceObject.h"
@@ -18,8 +19,8 @@ KZ_EXPORT int32 PathNextChar(const char* text, int32 index);
 // The index of the character before `index`; 0 stays. A negative index is reported and gives 0.
 KZ_EXPORT int32 PathPrevChar(const char* text, int32 index);
 
-// File names compare without case: counted strings, the first `n` bytes of C strings, whole C strings.
-KZ_EXPORT KzBool FileNameEqual(const unsigned char* a, const unsigned char* b);
+// File names compare without case: the first `n` bytes of C strings, whole C strings; FileNameEqual of StringPStr.h
+// compares counted strings.
 KZ_EXPORT KzBool FileNameNEqual(const char* a, const char* b, int32 n);
 KZ_EXPORT KzBool FileNameCStrEqual(const char* a, const char* b);
 

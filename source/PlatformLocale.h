@@ -16,14 +16,8 @@ public:
 
     unsigned char operator()(unsigned char c) const { return static_cast<unsigned char>(mTable[c]); }
 
-    // Whether ASCII letters map to their lower case, as they do outside the Turkic locales.
-    bool MapsAsciiLetters() const
-    {
-        static constexpr int kLetters[26] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm',
-                                             'n', 'o', 'p', 'q', 'r', 's', 't', 'u', 'v', 'w', 'x', 'y', 'z'};
-        return std::memcmp(mTable + 'A', kLetters, sizeof kLetters) == 0 &&
-               std::memcmp(mTable + 'a', kLetters, sizeof kLetters) == 0;
-    }
+    // Whether the two cases of each ASCII letter map to the same, as they do outside the Turkic locales.
+    bool MapsAsciiLetters() const { return std::memcmp(mTable + 'A', mTable + 'a', 26 * sizeof *mTable) == 0; }
 
 private:
     const int* mTable;

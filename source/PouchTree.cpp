@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "GuardBytes.h"
 #include "MemoryZone.h"
 
 namespace kz {
@@ -43,7 +44,9 @@ void PouchTree::DisposeNode(void* node, int level)
             DisposeNode(Child(node, level, i << kLevels[level].shift).load(std::memory_order_relaxed), level + 1);
         }
     }
-    FreePtr(node);
+    if (PtrGuardsPass(node)) {
+        FreePtr(node);
+    }
 }
 
 unsigned char* PouchTree::MakeLeaf(uInt32 index, unsigned long* missing) const
@@ -74,9 +77,11 @@ void PouchTree::AddToTable(uInt32 index, unsigned char* leaf)
     const uInt32 place = index / kLeafSlots;
     const uInt32 oldCount = table == nullptr ? 0 : table->count;
     if (place >= oldCount) {
-        const uInt32 count = std::max(kFirstCount, oldCount * 2);
-        void* const storage =
-            place < count ? AllocateBytes(offsetof(LeafTable, leaves) + count * sizeof(leaf)) : nullptr;
+        uInt32 count = std::max(kFirstCount, oldCount * 2);
+        while (count <= place) {
+            count *= 2;
+        }
+        void* const storage = AllocateBytes(offsetof(LeafTable, leaves) + count * sizeof(leaf));
         if (storage == nullptr) {
             return;
         }

@@ -17,7 +17,9 @@ typedef int32 (*KzCompareExProc)(const void* a, const void* b, void* context);
 // Sort `count` elements of `size` bytes in place; the 2 forms take elements that start `stride` bytes apart, of which
 // the first `size` are moved and the rest stays; the Ex forms hand `context` to each compare call. Equal elements end
 // in any order. Fewer than 2 elements, or a size or stride below 1, do nothing.
-// Quicksort on the median of the first, middle and last element: n log n compares on most orders, n squared on some.
+// Quicksort on the median of the first, middle and last element, which gives way to a heap sort where its splits stay
+// bad: some 1.2 n log2 n compares on a random order, a constant times n log n on each, and no memory but some 600 bytes
+// of the stack.
 KZ_EXPORT void QSort(void* base, int32 count, int32 size, KzCompareProc compare);
 KZ_EXPORT void QSort2(void* base, int32 count, int32 size, int32 stride, KzCompareProc compare);
 KZ_EXPORT void QSortEx(void* base, int32 count, int32 size, KzCompareExProc compare, void* context);

@@ -1,11 +1,17 @@
 #include "StringCStr.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <bit>
 #include <cctype>
 #include <cstring>
+#include <limits>
 
 #include "ByteCompare.h"
+#include "KzErr.h"
+#include "MemoryManager.h"
+#include "PlatformText.h"
 #include "Report.h"
 
 namespace {
@@ -19,35 +25,47 @@ unsigned char LowByte(int32 c)
 }
 
 // The bytes that take part when two C strings are compared: the shorter one's text and its terminator, or the limit.
-std::size_t ComparedBytes(const char* a, const char* b, std::size_t limit)
+std::size_t ComparedBytes(const unsigned char* a, const unsigned char* b, std::size_t limit)
 {
-    const std::size_t aLen = strnlen(a, limit);
-    const std::size_t shorter = strnlen(b, aLen);
+    const std::size_t aLen = strnlen(kz::AsChars(a), limit);
+    const std::size_t shorter = strnlen(kz::AsChars(b), aLen);
     return std::min(shorter + 1, limit);
 }
 
-// The result for the first bytes that differ; `fold` maps them when neither string ends there.
+struct AsItIs {
+    unsigned char operator()(unsigned char c) const { return c; }
+    bool MapsAsciiLetters() const { return false; }
+};
+
+// The index of the first bytes of two C strings that differ when folded; one of the terminator, or the limit, where
+// none do. Few texts are alike for long, so the first bytes are looked at before the ends are searched.
 template <typename Fold>
-int32 DifferenceAt(unsigned char a, unsigned char b, Fold fold)
+std::size_t DifferenceWithin(const unsigned char* a, const unsigned char* b, std::size_t limit, const Fold& fold)
 {
-    if (a == 0) {
-        return -b;
+    constexpr std::size_t kNear = 32;
+    for (std::size_t i = 0; i < kNear; ++i) {
+        if (i == limit || a[i] == 0 || (a[i] != b[i] && fold(a[i]) != fold(b[i]))) {
+            return i;
+        }
     }
-    return b == 0 ? 1 : fold(a) - fold(b);
-}
-
-unsigned char SameByte(unsigned char c)
-{
-    return c;
-}
-
-int32 CompareWithin(const char* a, const char* b, std::size_t limit)
-{
-    const unsigned char* aBytes = kz::AsBytes(a);
-    const unsigned char* bBytes = kz::AsBytes(b);
     const std::size_t n = ComparedBytes(a, b, limit);
-    const std::size_t i = kz::FirstDifference(aBytes, bBytes, n);
-    return i == n ? 0 : DifferenceAt(aBytes[i], bBytes[i], SameByte);
+    return std::min(kz::FirstFoldedDifference(a, b, n, fold), n == limit ? limit : n - 1);
+}
+
+// The result where the first bytes differ, folded when neither string ends there.
+template <typename Fold>
+int32 CompareWithin(const char* a, const char* b, std::size_t limit, const Fold& fold)
+{
+    const unsigned char* const aBytes = kz::AsBytes(a);
+    const unsigned char* const bBytes = kz::AsBytes(b);
+    const std::size_t i = DifferenceWithin(aBytes, bBytes, limit, fold);
+    if (i == limit) {
+        return 0;
+    }
+    if (aBytes[i] == 0) {
+        return -bBytes[i];
+    }
+    return bBytes[i] == 0 ? 1 : fold(aBytes[i]) - fold(bBytes[i]);
 }
 
 bool IsBlank(char c)
@@ -74,9 +92,53 @@ bool IsContinuation(char c)
     return (c & 0xC0) == 0x80;
 }
 
+// The case of ASCII text, whose letters from `first` on change sides; false, with nothing done, for any other text.
+bool MapAsciiCase(unsigned char* bytes, std::size_t length, unsigned char first)
+{
+    unsigned char all = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+        all |= bytes[i];
+    }
+    if (all >= 0x80) {
+        return false;
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+        const bool changes = static_cast<unsigned char>(bytes[i] - first) < 26;
+        bytes[i] = static_cast<unsigned char>(bytes[i] ^ (changes ? 0x20 : 0));
+    }
+    return true;
+}
+
+KzErr MapCase(unsigned char* bytes, int32 length, PlatformText::Status (PlatformText::*map)())
+{
+    const std::size_t size = static_cast<std::size_t>(std::max(length, 0));
+    PlatformText text;
+    PlatformText::Status status = text.SetUtf8(bytes, size);
+    if (status == PlatformText::kNotUtf8) {
+        status = text.SetEscapedUtf8(bytes, size);
+    }
+    const std::size_t units = text.Length();
+    if (status != PlatformText::kDone || (text.*map)() != PlatformText::kDone) {
+        return kzErrMemoryFull;
+    }
+    text.GetUtf8(0, units, bytes, size);
+    return kzErrNone;
+}
+
 }  // namespace
 
 constinit unsigned char gUseUTF8 = 0;
+constinit unsigned char gDecimalPoint = '.';
+
+int32 StrGetDecimalPoint()
+{
+    return gDecimalPoint;
+}
+
+void StrSetDecimalPoint(int32 c)
+{
+    gDecimalPoint = LowByte(c);
+}
 
 uInt32 StrLen(const char* s)
 {
@@ -85,14 +147,14 @@ uInt32 StrLen(const char* s)
 
 char* StrCpy(char* dst, const char* src)
 {
-    std::memmove(dst, src, std::strlen(src) + 1);
+    MoveBlock(src, dst, std::strlen(src) + 1);
     return dst;
 }
 
 char* StrNCpy(char* dst, const char* src, uInt32 n)
 {
     const std::size_t length = strnlen(src, n);
-    std::memmove(dst, src, length);
+    MoveBlock(src, dst, length);
     std::memset(dst + length, 0, n - length);
     return dst;
 }
@@ -101,14 +163,15 @@ uInt32 StrCat(char* dst, const char* src)
 {
     const std::size_t dstLength = std::strlen(dst);
     const std::size_t srcLength = std::strlen(src);
-    std::memmove(dst + dstLength, src, srcLength);
+    MoveBlock(src, dst + dstLength, srcLength);
     dst[dstLength + srcLength] = 0;
     return static_cast<uInt32>(dstLength + srcLength);
 }
 
+// The C library tells fastest whether two texts are equal, but of a difference it promises the sign only.
 int32 StrCmp(const char* a, const char* b)
 {
-    return CompareWithin(a, b, kNoLimit);
+    return std::strcmp(a, b) == 0 ? 0 : CompareWithin(a, b, kNoLimit, AsItIs());
 }
 
 KzBool StrEqual(const char* a, const char* b)
@@ -118,7 +181,7 @@ KzBool StrEqual(const char* a, const char* b)
 
 int32 StrNCmp(const char* a, const char* b, uInt32 n)
 {
-    return CompareWithin(a, b, n);
+    return std::strncmp(a, b, n) == 0 ? 0 : CompareWithin(a, b, n, AsItIs());
 }
 
 KzBool StrNEqual(const char* a, const char* b, uInt32 n)
@@ -128,22 +191,17 @@ KzBool StrNEqual(const char* a, const char* b, uInt32 n)
 
 int32 StrCaseCmp(const char* a, const char* b)
 {
-    const unsigned char* aBytes = kz::AsBytes(a);
-    const unsigned char* bBytes = kz::AsBytes(b);
-    const std::size_t n = ComparedBytes(a, b, kNoLimit);
+    if (strcasecmp(a, b) == 0) {
+        return 0;
+    }
     const kz::LocaleLower lower;
-    const std::size_t i = kz::FirstFoldedDifference(aBytes, bBytes, n, lower);
-    return i == n ? 0 : lower(aBytes[i]) - lower(bBytes[i]);
+    const std::size_t i = DifferenceWithin(kz::AsBytes(a), kz::AsBytes(b), kNoLimit, lower);
+    return ToLower(a[i]) - ToLower(b[i]);
 }
 
-int32 StrNCaseCmp(const char* a, const char* b, uInt32 limit)
+int32 StrNCaseCmp(const char* a, const char* b, uInt32 n)
 {
-    const unsigned char* aBytes = kz::AsBytes(a);
-    const unsigned char* bBytes = kz::AsBytes(b);
-    const std::size_t n = ComparedBytes(a, b, limit);
-    const kz::LocaleLower lower;
-    const std::size_t i = kz::FirstFoldedDifference(aBytes, bBytes, n, lower);
-    return i == n ? 0 : DifferenceAt(aBytes[i], bBytes[i], lower);
+    return strncasecmp(a, b, n) == 0 ? 0 : CompareWithin(a, b, n, kz::LocaleLower());
 }
 
 KzBool StrNCaseEqual(const char* a, const char* b, uInt32 n)
@@ -163,8 +221,12 @@ char* StrRChr(const char* s, int32 c)
 
 KzBool StrIStr(const char* s, const char* pattern)
 {
+    if (*pattern == 0) {
+        return *s != 0;
+    }
     for (; *s != 0; ++s) {
-        if (BeginsWithSkippingBlanks(s, pattern)) {
+        // From a blank the search would only go on to the byte behind it.
+        if (!IsBlank(*s) && BeginsWithSkippingBlanks(s, pattern)) {
             return 1;
         }
     }
@@ -213,10 +275,23 @@ KzBool IsUpper(int32 c)
     return ToLower(c) != LowByte(c);
 }
 
+KzErr StrToUpper(unsigned char* bytes, int32 length)
+{
+    const bool done = MapAsciiCase(bytes, static_cast<std::size_t>(std::max(length, 0)), 'a');
+    return done ? kzErrNone : MapCase(bytes, length, &PlatformText::Upper);
+}
+
+KzErr StrToLower(unsigned char* bytes, int32 length)
+{
+    const bool done = MapAsciiCase(bytes, static_cast<std::size_t>(std::max(length, 0)), 'A');
+    return done ? kzErrNone : MapCase(bytes, length, &PlatformText::Lower);
+}
+
 int32 StrNextChar(const char* buffer, int32 index)
 {
     const int leadingOnes = std::countl_one(kz::AsBytes(buffer)[index]);
-    return index + (leadingOnes >= 2 && leadingOnes <= 6 ? leadingOnes : 1);
+    const int64 next = int64{index} + (leadingOnes >= 2 && leadingOnes <= 6 ? leadingOnes : 1);
+    return static_cast<int32>(std::min<int64>(next, std::numeric_limits<int32>::max()));
 }
 
 int32 StrPrevChar(const char* buffer, int32 index)

@@ -8,6 +8,9 @@
 #define KZCORE_STRINGCSTR_H
 
 #include "KZTypes.h"
+#ifdef __cplusplus
+#include <type_traits>
+#endif
 
 KZ_EXTERN_C_BEGIN
 
@@ -72,6 +75,19 @@ KZ_EXPORT int32 StrNextChar(const char* buffer, int32 index);
 // index gives 0 with a report.
 KZ_EXPORT int32 StrPrevChar(const char* buffer, int32 index);
 
+// Map the case of `length` bytes of UTF-8 text in place, by Unicode's full mappings in no locale: at most as many bytes
+// and as many UTF-16 units as the text had, so that what grows loses its end and what shrinks leaves the last bytes as
+// they were ("stra\u00DFe" becomes "STRASSe"). In text that is not valid UTF-8 each step of ConvertUTF8toUTF32
+// that gives 0 becomes U+FFFD first. kzErrMemoryFull: nothing is changed; never for ASCII.
+KZ_EXPORT KzErr StrToUpper(unsigned char* bytes, int32 length);
+KZ_EXPORT KzErr StrToLower(unsigned char* bytes, int32 length);
+
+// The decimal separator of number text, unless a call names its own: '.' at first. Setting keeps the low byte; set it
+// before other threads write numbers.
+KZ_EXPORT extern unsigned char gDecimalPoint;
+KZ_EXPORT int32 StrGetDecimalPoint(void);
+KZ_EXPORT void StrSetDecimalPoint(int32 c);
+
 // Not 0 when stored paths are always written as UTF-8. Set at start (PathRef::Setting); no string call consults it.
 KZ_EXPORT extern unsigned char gUseUTF8;
 
@@ -79,6 +95,10 @@ KZ_EXTERN_C_END
 
 #ifdef __cplusplus
 namespace kz {
+
+// In the overloads of calls that take null: null constants keep to the call itself.
+template <typename Given, typename Byte>
+concept Spelled = std::is_same_v<Given, Byte>;
 
 inline const char* AsChars(const unsigned char* s)
 {
@@ -154,6 +174,14 @@ inline unsigned char* StrRChr(const unsigned char* s, int32 c)
 inline KzBool StrIStr(const unsigned char* s, const unsigned char* pattern)
 {
     return StrIStr(kz::AsChars(s), kz::AsChars(pattern));
+}
+inline KzErr StrToUpper(char* bytes, int32 length)
+{
+    return StrToUpper(kz::AsBytes(bytes), length);
+}
+inline KzErr StrToLower(char* bytes, int32 length)
+{
+    return StrToLower(kz::AsBytes(bytes), length);
 }
 inline int32 StrNextChar(const unsigned char* buffer, int32 index)
 {

@@ -1,21 +1,23 @@
-// Every change of a handle's text goes through Splice, which keeps a source inside the same block valid while the
-// resize moves the block.
+// Every change of a handle's text goes through Splice. One resize moves the old text and puts the new bytes behind it
+// while the old block still stands, so that a source may lie in that block, and nothing has changed when it fails.
 #include "StringLStr.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <limits>
 
 #include "ByteCompare.h"
+#include "HandleCalls.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "Report.h"
+#include "StringPStr.h"
 
 namespace {
 
 constexpr char kModule[] = "source/StringLStr";
 constexpr std::size_t kCountSize = sizeof(int32);
+constexpr int32 kMaxCount = std::numeric_limits<int32>::max();
 
 enum Fit { kKeepSpareRoom, kExactBlock };
 
@@ -29,68 +31,79 @@ const LStr* Target(LStr* const* handle)
     return handle == nullptr ? nullptr : *handle;
 }
 
-// The block of `handle` holds exactly `text` bytes of text after this.
-KzErr MakeExact(LStr** handle, int64 text)
+// A handle that is not in use has none: the resize reports it.
+bool HasRoom(LStr* const* handle, std::size_t size)
 {
-    const std::size_t size = static_cast<std::size_t>(text) + kCountSize;
-    return DSGetHandleSize(handle) == size ? kzErrNone : DSSetHandleSize(handle, size);
+    return kz::IsGoodHandle(handle, kz::kRangeForQueries) && kz::SizeOf(handle) >= size;
 }
 
 // Puts n bytes behind the first `at` bytes of the text, where the text then ends. Makes the handle where there is
-// none. The source may lie in the block. A block that can't grow leaves the string as it was.
-KzErr Splice(LStr*** handle, int32 at, const void* bytes, int32 n, Fit fit)
+// none.
+KzErr Splice(LStr*** handle, int32 at, const void* bytes, std::size_t n, Fit fit)
 {
-    const int64 text = int64{at} + n;
-    if (text > std::numeric_limits<int32>::max()) {
+    if (n > static_cast<std::size_t>(kMaxCount - at)) {
         return kzErrMemoryFull;
     }
-    const std::size_t needed = static_cast<std::size_t>(text) + kCountSize;
-    const LStr* const old = Target(*handle);
-    const std::size_t block = old == nullptr ? 0 : DSGetHandleSize(*handle);
-    const unsigned char* source = static_cast<const unsigned char*>(bytes);
-    if (block < needed) {
-        const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(bytes) - reinterpret_cast<std::uintptr_t>(old);
-        if (const KzErr err = DSSetHandleSizeOrNewHandle(handle, needed)) {
-            return err;
-        }
-        if (offset < block) {
-            source = reinterpret_cast<const unsigned char*>(**handle) + offset;
-        }
+    const std::size_t start = kCountSize + static_cast<std::size_t>(at);
+    const std::size_t needed = start + n;
+    if (fit == kKeepSpareRoom && HasRoom(*handle, needed)) {
+        MoveBlock(bytes, (**handle)->str + at, n);
+    } else if (const KzErr err =
+                   kz::ResizeOrNewHandle("DSSetHandleSize", handle, kz::BySize(needed), {bytes, start, n})) {
+        return err;
     }
-    LStr* const string = **handle;
-    if (n != 0) {
-        std::memmove(string->str + at, source, static_cast<std::size_t>(n));
-    }
-    string->cnt = static_cast<int32>(text);
-    return fit == kExactBlock && block > needed ? MakeExact(*handle, text) : kzErrNone;
+    (**handle)->cnt = static_cast<int32>(needed - kCountSize);
+    return kzErrNone;
 }
 
-int32 LengthOf(const char* c)
+// LStrFromPtr on a length that no argument can hold too.
+KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
 {
-    return c == nullptr ? 0 : static_cast<int32>(std::strlen(c));
+    if (handle == nullptr) {
+        return kzErrArgument;
+    }
+    if (bytes != nullptr && n != 0) {
+        return Splice(handle, 0, bytes, n, kExactBlock);
+    }
+    DSDisposeHandleAndNull(handle);
+    return kzErrNone;
+}
+
+KzErr Append(LStr*** handle, const void* bytes, std::size_t n, Fit fit)
+{
+    return Splice(handle, Count(Target(*handle)), bytes, n, fit);
+}
+
+std::size_t LengthOf(const char* c)
+{
+    return c == nullptr ? 0 : std::strlen(c);
 }
 
 // Copies into a caller's block, whose count is set last: the source may be the block itself.
-int32 FillLStr(LStr* dst, const void* bytes, int32 n)
+int32 FillLStr(LStr* dst, const void* bytes, std::size_t n)
 {
-    if (n != 0) {
-        std::memmove(dst->str, bytes, static_cast<std::size_t>(n));
-    }
-    dst->cnt = n;
+    const std::size_t count = std::min<std::size_t>(n, kMaxCount);
+    MoveBlock(bytes, dst->str, count);
+    dst->cnt = static_cast<int32>(count);
+    return dst->cnt;
+}
+
+// Copies at most `limit` bytes and terminates.
+int32 FillCStr(const LStr* s, char* dst, int32 limit)
+{
+    const int32 n = std::min(Count(s), limit);
+    MoveBlock(n == 0 ? nullptr : s->str, dst, static_cast<unsigned long>(n));
+    dst[n] = 0;
     return n;
 }
 
-// The rule of null strings: true when it decides, with the result.
-bool NullDecides(const LStr* a, const LStr* b, int32& result)
+// The order of two strings of which one at least is null: only text is above null.
+int32 OrderOfNull(const LStr* a, const LStr* b)
 {
-    if (a != b && a != nullptr && b != nullptr) {
-        return false;
-    }
-    result = a == b ? 0 : (Count(b) != 0 ? -1 : 0) + (Count(a) != 0 ? 1 : 0);
-    return true;
+    return (Count(a) != 0 ? 1 : 0) - (Count(b) != 0 ? 1 : 0);
 }
 
-// The same for text by pointer and length.
+// The rule of null for text by pointer and length: true when it decides, with the result.
 bool NullDecides(const void* a, int32 aLen, const void* b, int32 bLen, int32& result)
 {
     if (a != b && a != nullptr && b != nullptr) {
@@ -105,17 +118,10 @@ bool NullDecides(const void* a, int32 aLen, const void* b, int32 bLen, int32& re
 
 KzErr LStrFromPtr(LStr*** handle, int32 len, const void* bytes)
 {
-    if (handle == nullptr || (bytes != nullptr && len < 0)) {
+    if (bytes != nullptr && len < 0) {
         return kzErrArgument;
     }
-    if (bytes != nullptr && len != 0) {
-        return Splice(handle, 0, bytes, len, kExactBlock);
-    }
-    if (*handle != nullptr) {
-        DSDisposeHandle(*handle);
-        *handle = nullptr;
-    }
-    return kzErrNone;
+    return Replace(handle, bytes, static_cast<std::size_t>(len));
 }
 
 KzErr PToLHStr(const unsigned char* p, LStr*** handle)
@@ -136,11 +142,14 @@ KzErr PStrToDSLStr(const unsigned char* p, LStr*** handle)
 
 KzErr CToLHStr(const char* c, LStr*** handle)
 {
-    const int32 length = LengthOf(c);
-    const KzErr err = LStrFromPtr(handle, length, c);
+    const std::size_t length = LengthOf(c);
+    const KzErr err = Replace(handle, c, length);
     if (err != kzErrNone) {
-        KZ_REPORT(kDbgWarning, 0xA27F16C8) << "CToLHStr FAILED:" << c << ", size " << length << ", "
-                                           << DbgFmtPtr(handle == nullptr ? nullptr : *handle);
+        unsigned char shown[256];
+        CToPStr(c == nullptr ? "" : c, shown);
+        KZ_REPORT(kDbgWarning, 0xA27F16C8)
+            << "CToLHStr FAILED:" << DbgFmtPStr(shown) << ", size " << static_cast<unsigned long long>(length) << ", "
+            << DbgFmtPtr(handle == nullptr ? nullptr : *handle);
     }
     return err;
 }
@@ -157,25 +166,12 @@ int32 PToLStr(const unsigned char* p, LStr* dst)
 
 int32 LToCStr(const LStr* s, char* dst)
 {
-    const int32 n = Count(s);
-    if (n != 0) {
-        std::memmove(dst, s->str, static_cast<std::size_t>(n));
-    }
-    dst[n] = 0;
-    return n;
+    return FillCStr(s, dst, kMaxCount);
 }
 
 int32 LToCStrN(const LStr* s, char* dst, int32 dstSize)
 {
-    if (dstSize <= 0) {
-        return 0;
-    }
-    const int32 n = std::min(Count(s), dstSize - 1);
-    if (n != 0) {
-        std::memmove(dst, s->str, static_cast<std::size_t>(n));
-    }
-    dst[n] = 0;
-    return n;
+    return dstSize <= 0 ? 0 : FillCStr(s, dst, dstSize - 1);
 }
 
 int32 LToCStrNUnchecked(const LStr* s, char* dst, int32 dstSize)
@@ -202,9 +198,7 @@ int32 LToPStr(const LStr* s, unsigned char* p)
         KZ_REPORT(kDbgWarning, 0x0C63D95A) << "LStr truncated when converting to PStr. Original LStr length=" << n;
         n = 255;
     }
-    if (n != 0) {
-        std::memmove(p + 1, s->str, static_cast<std::size_t>(n));
-    }
+    MoveBlock(n == 0 ? nullptr : s->str, p + 1, static_cast<unsigned long>(n));
     p[0] = static_cast<unsigned char>(n);
     return n;
 }
@@ -215,7 +209,7 @@ KzErr LStrAppendChar(LStr** handle, int32 c)
         return kzErrArgument;
     }
     const unsigned char byte = static_cast<unsigned char>(c);
-    return Splice(&handle, Count(*handle), &byte, 1, kKeepSpareRoom);
+    return Append(&handle, &byte, 1, kKeepSpareRoom);
 }
 
 KzErr LStrCatEfficient(LStr** handle, const LStr* src)
@@ -223,13 +217,15 @@ KzErr LStrCatEfficient(LStr** handle, const LStr* src)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    return Splice(&handle, Count(*handle), src == nullptr ? nullptr : src->str, Count(src), kKeepSpareRoom);
+    return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(Count(src)), kKeepSpareRoom);
 }
 
 KzErr LStrCat(LStr** handle, const LStr* src)
 {
-    const KzErr err = LStrCatEfficient(handle, src);
-    return err != kzErrNone ? err : MakeExact(handle, Count(*handle));
+    if (handle == nullptr) {
+        return kzErrArgument;
+    }
+    return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(Count(src)), kExactBlock);
 }
 
 KzErr LStrAppendCStr(LStr*** handle, const char* c)
@@ -237,10 +233,7 @@ KzErr LStrAppendCStr(LStr*** handle, const char* c)
     if (c == nullptr) {
         return kzErrNone;
     }
-    if (handle == nullptr) {
-        return kzErrArgument;
-    }
-    return Splice(handle, Count(Target(*handle)), c, LengthOf(c), kExactBlock);
+    return handle == nullptr ? kzErrArgument : Append(handle, c, std::strlen(c), kExactBlock);
 }
 
 KzErr LStrAppendPStr(LStr*** handle, const unsigned char* p)
@@ -248,10 +241,7 @@ KzErr LStrAppendPStr(LStr*** handle, const unsigned char* p)
     if (p == nullptr) {
         return kzErrNone;
     }
-    if (handle == nullptr) {
-        return kzErrArgument;
-    }
-    return Splice(handle, Count(Target(*handle)), p + 1, p[0], kExactBlock);
+    return handle == nullptr ? kzErrArgument : Append(handle, p + 1, p[0], kExactBlock);
 }
 
 KzErr LStrPrependCStr(LStr*** handle, const char* c)
@@ -260,12 +250,12 @@ KzErr LStrPrependCStr(LStr*** handle, const char* c)
         return kzErrNone;
     }
     const int32 oldCount = Count(**handle);
-    if (const KzErr err = Splice(handle, oldCount, c, LengthOf(c), kKeepSpareRoom)) {
+    if (const KzErr err = Append(handle, c, std::strlen(c), kExactBlock)) {
         return err;
     }
     LStr* const string = **handle;
     std::rotate(string->str, string->str + oldCount, string->str + string->cnt);
-    return MakeExact(*handle, string->cnt);
+    return kzErrNone;
 }
 
 KzErr LStrHNullTerminate(LStr** handle)
@@ -274,7 +264,7 @@ KzErr LStrHNullTerminate(LStr** handle)
         return kzErrArgument;
     }
     const int32 oldCount = Count(*handle);
-    if (oldCount == std::numeric_limits<int32>::max()) {
+    if (oldCount == kMaxCount) {
         return kzErrMemoryFull;
     }
     if (const KzErr err = DSSetHandleSize(handle, DSGetHandleSize(handle) + 1)) {
@@ -285,16 +275,26 @@ KzErr LStrHNullTerminate(LStr** handle)
     return kzErrNone;
 }
 
+KzErr LStrToUpper(LStr** handle)
+{
+    return Target(handle) == nullptr ? kzErrNone : StrToUpper((*handle)->str, Count(*handle));
+}
+
+KzErr LStrToLower(LStr** handle)
+{
+    return Target(handle) == nullptr ? kzErrNone : StrToLower((*handle)->str, Count(*handle));
+}
+
 int32 LStrCmp(const LStr* a, const LStr* b)
 {
-    int32 result = 0;
-    if (NullDecides(a, b, result)) {
-        return result;
+    if (a == b) {
+        return 0;
     }
-    const int32 aCount = Count(a);
-    const int32 bCount = Count(b);
-    const int order = std::memcmp(a->str, b->str, static_cast<std::size_t>(std::min(aCount, bCount)));
-    return order != 0 ? order : aCount - bCount;
+    if (a == nullptr || b == nullptr) {
+        return OrderOfNull(a, b);
+    }
+    const int32 order = kz::OrderOfBytes(a->str, b->str, static_cast<std::size_t>(std::min(Count(a), Count(b))));
+    return order != 0 ? order : Count(a) - Count(b);
 }
 
 int32 LHStrCmp(LStr* const* a, LStr* const* b)
@@ -304,9 +304,11 @@ int32 LHStrCmp(LStr* const* a, LStr* const* b)
 
 int32 LStrCaseCmp(const LStr* a, const LStr* b)
 {
-    int32 result = 0;
-    if (NullDecides(a, b, result)) {
-        return result;
+    if (a == b) {
+        return 0;
+    }
+    if (a == nullptr || b == nullptr) {
+        return OrderOfNull(a, b);
     }
     return kz::CompareFolded(a->str, Count(a), b->str, Count(b));
 }
@@ -320,7 +322,8 @@ int32 LHStrCaseCmp(LStr* const* a, LStr* const* b)
 
 KzBool LStrEqual(const LStr* a, const LStr* b)
 {
-    return Count(a) == Count(b) && LStrCmp(a, b) == 0;
+    const int32 n = Count(a);
+    return n == Count(b) && (n == 0 || kz::EqualBytes(a->str, b->str, static_cast<std::size_t>(n)));
 }
 
 KzBool LHStrEqual(LStr* const* a, LStr* const* b)

@@ -10,6 +10,7 @@
 #define KZCORE_STRINGLSTR_H
 
 #include "KZTypes.h"
+#include "StringCStr.h"
 
 KZ_EXTERN_C_BEGIN
 
@@ -62,6 +63,10 @@ KZ_EXPORT KzErr LStrPrependCStr(LStr*** handle, const char* c);
 // Grows the block by a byte and the text by a NUL, which counts as text.
 KZ_EXPORT KzErr LStrHNullTerminate(LStr** handle);
 
+// StrToUpper and StrToLower of the text; null gives 0.
+KZ_EXPORT KzErr LStrToUpper(LStr** handle);
+KZ_EXPORT KzErr LStrToLower(LStr** handle);
+
 // 0 for identical arguments; a null one is below text and equal to an empty one; the comparison of the bytes of the
 // shorter length, then the count difference.
 KZ_EXPORT int32 LStrCmp(const LStr* a, const LStr* b);
@@ -90,37 +95,73 @@ KZ_EXPORT int32 PtrLenStrCaseCmp(const void* a, int32 aLen, const void* b, int32
 KZ_EXTERN_C_END
 
 #ifdef __cplusplus
-inline KzErr CToLHStr(const unsigned char* c, LStr*** handle)
+template <kz::Spelled<char> Byte>
+inline KzErr PToLHStr(const Byte* p, LStr*** handle)
 {
-    return CToLHStr(reinterpret_cast<const char*>(c), handle);
+    return PToLHStr(kz::AsBytes(p), handle);
 }
-inline int32 CToLStr(const unsigned char* c, LStr* dst)
+template <kz::Spelled<char> Byte>
+inline KzErr PStrToDSLStr(const Byte* p, LStr*** handle)
 {
-    return CToLStr(reinterpret_cast<const char*>(c), dst);
+    return PStrToDSLStr(kz::AsBytes(p), handle);
+}
+template <kz::Spelled<unsigned char> Byte>
+inline KzErr CToLHStr(const Byte* c, LStr*** handle)
+{
+    return CToLHStr(kz::AsChars(c), handle);
+}
+template <kz::Spelled<unsigned char> Byte>
+inline int32 CToLStr(const Byte* c, LStr* dst)
+{
+    return CToLStr(kz::AsChars(c), dst);
+}
+template <kz::Spelled<char> Byte>
+inline int32 PToLStr(const Byte* p, LStr* dst)
+{
+    return PToLStr(kz::AsBytes(p), dst);
 }
 inline int32 LToCStr(const LStr* s, unsigned char* dst)
 {
-    return LToCStr(s, reinterpret_cast<char*>(dst));
+    return LToCStr(s, kz::AsChars(dst));
 }
 inline int32 LToCStrN(const LStr* s, unsigned char* dst, int32 dstSize)
 {
-    return LToCStrN(s, reinterpret_cast<char*>(dst), dstSize);
+    return LToCStrN(s, kz::AsChars(dst), dstSize);
 }
 inline int32 LToCStrNUnchecked(const LStr* s, unsigned char* dst, int32 dstSize)
 {
-    return LToCStrNUnchecked(s, reinterpret_cast<char*>(dst), dstSize);
+    return LToCStrNUnchecked(s, kz::AsChars(dst), dstSize);
 }
 inline KzErr LToCStrNChecked(const LStr* s, unsigned char* dst, int32 dstSize, int32* outLen)
 {
-    return LToCStrNChecked(s, reinterpret_cast<char*>(dst), dstSize, outLen);
+    return LToCStrNChecked(s, kz::AsChars(dst), dstSize, outLen);
 }
-inline KzErr LStrAppendCStr(LStr*** handle, const unsigned char* c)
+inline int32 LToPStr(const LStr* s, char* p)
 {
-    return LStrAppendCStr(handle, reinterpret_cast<const char*>(c));
+    return LToPStr(s, kz::AsBytes(p));
 }
-inline KzErr LStrPrependCStr(LStr*** handle, const unsigned char* c)
+template <kz::Spelled<unsigned char> Byte>
+inline KzErr LStrAppendCStr(LStr*** handle, const Byte* c)
 {
-    return LStrPrependCStr(handle, reinterpret_cast<const char*>(c));
+    return LStrAppendCStr(handle, kz::AsChars(c));
+}
+template <kz::Spelled<char> Byte>
+inline KzErr LStrAppendPStr(LStr*** handle, const Byte* p)
+{
+    return LStrAppendPStr(handle, kz::AsBytes(p));
+}
+template <kz::Spelled<unsigned char> Byte>
+inline KzErr LStrPrependCStr(LStr*** handle, const Byte* c)
+{
+    return LStrPrependCStr(handle, kz::AsChars(c));
+}
+inline int32 PLStrCmp(const char* p, const LStr* s)
+{
+    return PLStrCmp(kz::AsBytes(p), s);
+}
+inline int32 PLStrCaseCmp(const char* p, const LStr* s)
+{
+    return PLStrCaseCmp(kz::AsBytes(p), s);
 }
 #endif
 

@@ -19,6 +19,18 @@ struct PStrCopy {
     unsigned char text[kMaxCount + 1];
 };
 
+// The ELF object format's hash, in 28 bits.
+uInt32 HashBytes(const unsigned char* bytes, std::size_t n)
+{
+    uInt32 hash = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        hash = (hash << 4) + bytes[i];
+        const uInt32 top = hash & 0xF0000000;
+        hash = (hash ^ (top >> 24)) & 0x0FFFFFFF;
+    }
+    return hash;
+}
+
 const unsigned char* PointedTo(const void* element)
 {
     return *static_cast<const unsigned char* const*>(element);
@@ -48,7 +60,7 @@ private:
 
 unsigned char* PStrCpy(unsigned char* dst, const unsigned char* src)
 {
-    std::memmove(dst, src, src[0] + std::size_t{1});
+    MoveBlock(src, dst, src[0] + std::size_t{1});
     return dst;
 }
 
@@ -56,7 +68,7 @@ unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
 {
     if (n != 0) {
         const std::size_t size = std::min<std::size_t>(n, src[0] + std::size_t{1});
-        std::memmove(dst, src, size);
+        MoveBlock(src, dst, size);
         dst[0] = static_cast<unsigned char>(size - 1);
     }
     return dst;
@@ -65,7 +77,7 @@ unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
 int32 PStrCat(unsigned char* dst, const unsigned char* src)
 {
     const std::size_t n = std::min<std::size_t>(src[0], kMaxCount - dst[0]);
-    std::memmove(dst + 1 + dst[0], src + 1, n);
+    MoveBlock(src + 1, dst + 1 + dst[0], n);
     dst[0] = static_cast<unsigned char>(dst[0] + n);
     return dst[0];
 }
@@ -122,6 +134,11 @@ KzBool PPStrEqual(const void* a, const void* b)
 KzBool PPStrCaseEqual(const void* a, const void* b)
 {
     return PStrCaseEqual(PointedTo(a), PointedTo(b));
+}
+
+KzBool FileNameEqual(const unsigned char* a, const unsigned char* b)
+{
+    return PStrCaseEqual(a, b);
 }
 
 KzBool PStrSplitAtChar(const unsigned char* src, int32 ch, unsigned char* left, unsigned char* right)
@@ -195,6 +212,19 @@ KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char*
     return replaced;
 }
 
+uInt32 PStrHash32(const unsigned char* p, KzBool ignoreCase)
+{
+    if (p == nullptr) {
+        return 0;
+    }
+    if (ignoreCase == 0) {
+        return HashBytes(p + 1, p[0]);
+    }
+    PStrCopy copy(p);
+    StrToUpper(copy.text + 1, copy.text[0]);
+    return HashBytes(copy.text + 1, copy.text[0]);
+}
+
 int32 PStrTerminateIfPossible(unsigned char* p)
 {
     if (p[0] < kMaxCount) {
@@ -212,7 +242,7 @@ int32 PStrNullTerminate(unsigned char* p)
 int32 CToPStr(const char* c, unsigned char* p)
 {
     const std::size_t length = strnlen(c, kMaxCount);
-    std::memmove(p + 1, c, length);
+    MoveBlock(c, p + 1, length);
     p[0] = static_cast<unsigned char>(length);
     return p[0];
 }
@@ -220,7 +250,7 @@ int32 CToPStr(const char* c, unsigned char* p)
 int32 PToCStr(const unsigned char* p, char* c)
 {
     const int32 length = p[0];
-    std::memmove(c, p + 1, static_cast<std::size_t>(length));
+    MoveBlock(p + 1, c, static_cast<std::size_t>(length));
     c[length] = 0;
     return length;
 }

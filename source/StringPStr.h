@@ -1,14 +1,15 @@
 // Short counted strings (`PStr`): a count byte, then 0 to 255 bytes of text. Usable from C11 and C++20.
 //
-// A PStr is passed as `unsigned char*`; a buffer that is written to has 256 bytes unless a call says otherwise. The
-// destination comes first, except in XToY, whose source comes first. Text that doesn't fit is cut silently. Null is
-// accepted only where it is said. Source and destination may be the same memory. Comparisons look at bytes as unsigned;
-// the caseless ones put two bytes that differ through ToLower. Any thread; no call but PStrDup needs the library to be
-// started.
+// A PStr is passed as `unsigned char*`, in C++ as `char*` too; a buffer that is written to has 256 bytes unless a call
+// says otherwise. The destination comes first, except in XToY, whose source comes first. Text that doesn't fit is cut
+// silently. Null is accepted only where it is said. Source and destination may be the same memory. Comparisons look at
+// bytes as unsigned; the caseless ones put two bytes that differ through ToLower. Any thread; no call needs the
+// library to be started.
 #ifndef KZCORE_STRINGPSTR_H
 #define KZCORE_STRINGPSTR_H
 
 #include "KZTypes.h"
+#include "StringCStr.h"
 
 KZ_EXTERN_C_BEGIN
 
@@ -38,6 +39,9 @@ KZ_EXPORT int32 PPStrCaseCmp(const void* a, const void* b);
 KZ_EXPORT KzBool PPStrEqual(const void* a, const void* b);
 KZ_EXPORT KzBool PPStrCaseEqual(const void* a, const void* b);
 
+// Whether two file names are the same: PStrCaseEqual.
+KZ_EXPORT KzBool FileNameEqual(const unsigned char* a, const unsigned char* b);
+
 // Splits at the first ch that no backslash precedes: what is before it goes to left, what is after it to right. An
 // escaped ch stands in left without its backslash; a backslash itself can't be escaped. 1 if it was found; 0 if not:
 // right is then empty.
@@ -54,6 +58,9 @@ KZ_EXPORT int32 PStrInPStr(const unsigned char* p, int32 start, const unsigned c
 // dst, when the result would pass 255 bytes. An empty find matches nothing.
 KZ_EXPORT KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char* find, const char* replace);
 
+// A hash of 28 bits: of the bytes, or with ignoreCase of what StrToUpper makes of them. 0 for null and empty.
+KZ_EXPORT uInt32 PStrHash32(const unsigned char* p, KzBool ignoreCase);
+
 // Writes a NUL after the text where the count leaves room in 256 bytes. Returns the count.
 KZ_EXPORT int32 PStrTerminateIfPossible(unsigned char* p);
 
@@ -69,13 +76,92 @@ KZ_EXPORT int32 PToCStr(const unsigned char* p, char* c);
 KZ_EXTERN_C_END
 
 #ifdef __cplusplus
+inline char* PStrCpy(char* dst, const char* src)
+{
+    return kz::AsChars(PStrCpy(kz::AsBytes(dst), kz::AsBytes(src)));
+}
+inline char* PStrNCpy(char* dst, const char* src, uInt32 n)
+{
+    return kz::AsChars(PStrNCpy(kz::AsBytes(dst), kz::AsBytes(src), n));
+}
+inline int32 PStrCat(char* dst, const char* src)
+{
+    return PStrCat(kz::AsBytes(dst), kz::AsBytes(src));
+}
+template <kz::Spelled<char> Byte>
+inline char* PStrDup(const Byte* p)
+{
+    return kz::AsChars(PStrDup(kz::AsBytes(p)));
+}
+inline int32 PStrCmp(const char* a, const char* b)
+{
+    return PStrCmp(kz::AsBytes(a), kz::AsBytes(b));
+}
+inline int32 PStrCaseCmp(const char* a, const char* b)
+{
+    return PStrCaseCmp(kz::AsBytes(a), kz::AsBytes(b));
+}
+inline KzBool PStrEqual(const char* a, const char* b)
+{
+    return PStrEqual(kz::AsBytes(a), kz::AsBytes(b));
+}
+inline KzBool PStrCaseEqual(const char* a, const char* b)
+{
+    return PStrCaseEqual(kz::AsBytes(a), kz::AsBytes(b));
+}
+inline KzBool PStrSplitAtChar(const char* src, int32 ch, char* left, char* right)
+{
+    return PStrSplitAtChar(kz::AsBytes(src), ch, kz::AsBytes(left), kz::AsBytes(right));
+}
+inline KzBool PStrEndsWith(const char* p, const char* suffix)
+{
+    return PStrEndsWith(kz::AsBytes(p), suffix);
+}
+inline KzBool PStrEndsWith(const unsigned char* p, const unsigned char* suffix)
+{
+    return PStrEndsWith(p, kz::AsChars(suffix));
+}
+inline int32 PStrInPStr(const char* p, int32 start, const char* sub)
+{
+    return PStrInPStr(kz::AsBytes(p), start, kz::AsBytes(sub));
+}
+inline KzBool PStrFindReplace(char* dst, const char* src, const char* find, const char* replace)
+{
+    return PStrFindReplace(kz::AsBytes(dst), kz::AsBytes(src), find, replace);
+}
+inline KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const unsigned char* find,
+                              const unsigned char* replace)
+{
+    return PStrFindReplace(dst, src, kz::AsChars(find), kz::AsChars(replace));
+}
+template <kz::Spelled<char> Byte>
+inline uInt32 PStrHash32(const Byte* p, KzBool ignoreCase)
+{
+    return PStrHash32(kz::AsBytes(p), ignoreCase);
+}
+inline int32 PStrTerminateIfPossible(char* p)
+{
+    return PStrTerminateIfPossible(kz::AsBytes(p));
+}
+inline int32 PStrNullTerminate(char* p)
+{
+    return PStrNullTerminate(kz::AsBytes(p));
+}
+inline int32 CToPStr(const char* c, char* p)
+{
+    return CToPStr(c, kz::AsBytes(p));
+}
 inline int32 CToPStr(const unsigned char* c, unsigned char* p)
 {
-    return CToPStr(reinterpret_cast<const char*>(c), p);
+    return CToPStr(kz::AsChars(c), p);
+}
+inline int32 PToCStr(const char* p, char* c)
+{
+    return PToCStr(kz::AsBytes(p), c);
 }
 inline int32 PToCStr(const unsigned char* p, unsigned char* c)
 {
-    return PToCStr(p, reinterpret_cast<char*>(c));
+    return PToCStr(p, kz::AsChars(c));
 }
 #endif
 

@@ -421,6 +421,107 @@ TEST_F(BinDataTest, TheFirstErrorEndsAll)
     EXPECT_TRUE(reports.Take(kDbgWarning, "StaticOutputBuf finished with 74 error"));
 }
 
+TEST_F(BinDataTest, Arrays)
+{
+    const uInt32 numbers[] = {0x01020304, 0x05060708, 0x090A0B0C};
+    unsigned char bytes[16];
+    StaticOutputBuf output(bytes, sizeof bytes);
+    BinDataWriter writer(&output, BigEndianizer());
+    EXPECT_EQ(writer.WriteArray(numbers, 0, 4), 0u);
+    EXPECT_EQ(writer.WriteArray(numbers, 3, 4), 12u);
+    EXPECT_EQ(HexOf(bytes, 12), "0102030405060708090A0B0C");
+    PreflightOutputBuf preflight;
+    EXPECT_EQ(writer.SetBuffer(&preflight), &output);
+    EXPECT_EQ(writer.WriteArray(numbers, 3, 4), 12u);
+    EXPECT_EQ(writer.WriteU16(1), 2u);
+    EXPECT_EQ(preflight.GetBytesWritten(), 14u);
+    {
+        MemInputBuf input(bytes, 12);
+        BinDataReader reader(&input, BigEndianizer());
+        uInt16 read[8] = {};
+        reader.ReadArray(read, 2, 2);
+        EXPECT_EQ(read[1], 0x0304);
+        reader.ReadArray(read, 5, 2);
+        EXPECT_EQ(read[0], 0) << "cleared";
+        EXPECT_EQ(input.GetBytesRead(), 4u);
+        EXPECT_EQ(reader.GetError(), kzErrCorrupt);
+    }
+    EXPECT_TRUE(reports.Take(kDbgWarning, "MemInputBuf finished with 74 error"));
+    MemInputBuf input(bytes, 12);
+    BinDataReader reader(&input, BigEndianizer());
+    reader.ReadArray(nullptr, ~0ul / 8 + 1, 16);
+    EXPECT_EQ(reader.GetError(), kzErrCorrupt) << "more bytes than can be counted";
+}
+
+// Bytes in the order of pairs: neither the shared objects nor just their kinds.
+class PairOrder final : public Endianizer {
+public:
+    int32 ReadAWord(const void* source) const override { return LittleEndianizer()->ReadAWord(source); }
+    int32 ReadALong(const void* source) const override { return static_cast<int32>(Swapped<uInt32>(source)); }
+    void Read2ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 2); }
+    void Read4ByteVal(const void* source, void* dest) const override { Store(dest, Swapped<uInt32>(source)); }
+    void Read8ByteVal(const void* source, void* dest) const override { Store(dest, Swapped<uInt64>(source)); }
+    void ReadExtVal(const void* source, floatExt* dest) const override { std::memcpy(dest, source, sizeof *dest); }
+    void Read16ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 16); }
+    void Write2ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 2); }
+    void Write4ByteVal(const void* source, void* dest) const override { Read4ByteVal(source, dest); }
+    void Write8ByteVal(const void* source, void* dest) const override { Read8ByteVal(source, dest); }
+    void WriteExtVal(const floatExt* source, void* dest) const override { std::memcpy(dest, source, sizeof *source); }
+    void Write16ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 16); }
+    uInt32 SizeOfExt() const override { return sizeof(floatExt); }
+    bool IsSwapping() const override { return false; }
+
+private:
+    template <typename T>
+    static T Swapped(const void* source)
+    {
+        T value;
+        std::memcpy(&value, source, sizeof value);
+        return static_cast<T>(value << (sizeof value * 4) | value >> (sizeof value * 4));
+    }
+    template <typename T>
+    static void Store(void* dest, T value)
+    {
+        std::memcpy(dest, &value, sizeof value);
+    }
+};
+
+// Buffers and orders that a host has made are asked for each scalar.
+TEST_F(BinDataTest, KindsOfTheHost)
+{
+    class Counting : public MemInputBuf {
+    public:
+        using MemInputBuf::MemInputBuf;
+        const void* GetDataPointer(unsigned long size, KzErr& err, unsigned long* gotSize, int32 peek) override
+        {
+            ++calls;
+            return MemInputBuf::GetDataPointer(size, err, gotSize, peek);
+        }
+        int calls = 0;
+    };
+    const PairOrder order;
+    unsigned char bytes[26];
+    StaticOutputBuf output(bytes, sizeof bytes);
+    BinDataWriter writer(&output, &order);
+    writer.WriteU16(0x1122);
+    writer.WriteI32(0x11223344);
+    writer.WriteU64(0x1122334455667788);
+    writer.WriteF32(1.0f);
+    writer.WriteF64(1.0);
+    EXPECT_EQ(writer.GetError(), kzErrNone);
+    EXPECT_EQ(HexOf(bytes, sizeof bytes),
+              "2211221144334433221188776655803F0000"
+              "0000F03F00000000");
+    Counting input(bytes, sizeof bytes);
+    BinDataReader reader(&input, &order);
+    EXPECT_EQ(reader.ReadU16(), 0x1122);
+    EXPECT_EQ(reader.ReadI32(), 0x11223344);
+    EXPECT_EQ(reader.ReadU64(), 0x1122334455667788u);
+    EXPECT_EQ(reader.ReadF32(), 1.0f);
+    EXPECT_EQ(reader.ReadF64(), 1.0);
+    EXPECT_EQ(input.calls, 5);
+}
+
 TEST_F(BinDataTest, OutOfMemory)
 {
     const std::string bytes("\0\0\0\5hello", 9);

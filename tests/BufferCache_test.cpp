@@ -134,17 +134,19 @@ TEST_F(BufferCacheTest, Tokens)
 {
     static std::vector<std::string> sAsked;
     sAsked.clear();
-    const kz::CfgAccess access = {
-        nullptr, [](ConfigManager*, uInt32 type, const unsigned char* token, void* out) -> KzErr {
-            const std::string name(token + 1, token + 1 + token[0]);
-            const std::size_t which = sAsked.size();
-            sAsked.push_back(name + (type == 0x49333220u ? " I32" : type == 0x46333220u ? " F32" : " ?"));
-            if (which >= 3 || gSizes[which] < 0) {
-                return kzErrTokenNotFound;
-            }
-            std::memcpy(out, &gSizes[which], sizeof gSizes[which]);
-            return kzErrNone;
-        }};
+    const kz::CfgAccess access = {nullptr,
+                                  [](ConfigManager*, uInt32 type, const unsigned char* token, void* out) -> KzErr {
+                                      const std::string name(token + 1, token + 1 + token[0]);
+                                      const std::size_t which = sAsked.size();
+                                      sAsked.push_back(name + (type == kz::FourCharCode("I32 ")   ? " I32"
+                                                               : type == kz::FourCharCode("F32 ") ? " F32"
+                                                                                                  : " ?"));
+                                      if (which >= 3 || gSizes[which] < 0) {
+                                          return kzErrTokenNotFound;
+                                      }
+                                      std::memcpy(out, &gSizes[which], sizeof gSizes[which]);
+                                      return kzErrNone;
+                                  }};
     kz::SetMainCfgAccess(&access);
     gSizes[0] = 100;
     gSizes[1] = 2;

@@ -47,6 +47,35 @@ TEST(Endianizer, Scalars)
     EXPECT_EQ(NativeEndianizer()->ReadALong("\x04\x03\x02\x01"), 0x01020304);
 }
 
+// In whole vectors and beside them, off any alignment.
+TEST(Endianizer, Arrays)
+{
+    std::string text;
+    for (int i = 0; i < 400; ++i) {
+        text += static_cast<char>(i * 7 + i / 256);
+    }
+    for (const Endianizer* order : {NativeEndianizer(), BigEndianizer(), LittleEndianizer()}) {
+        for (const uInt32 width : {1u, 2u, 4u, 8u, 16u}) {
+            for (const std::size_t count : {0u, 1u, 3u, 4u, 5u, 15u, 17u, 23u}) {
+                const std::string bytes = text.substr(1, width * count);
+                std::string expected = ".";
+                for (std::size_t i = 0; i < count; ++i) {
+                    const std::string one = bytes.substr(i * width, width);
+                    expected += order->IsSwapping() ? Reversed(one) : one;
+                }
+                expected += ".";
+                for (const auto move : {&Endianizer::ReadArray, &Endianizer::WriteArray}) {
+                    std::string dest(bytes.size() + 2, '.'), inPlace = "." + bytes + ".";
+                    (order->*move)(&text[1], &dest[1], count, width);
+                    (order->*move)(&inPlace[1], &inPlace[1], count, width);
+                    EXPECT_EQ(dest, expected) << width << " x " << count;
+                    EXPECT_EQ(inPlace, expected) << width << " x " << count;
+                }
+            }
+        }
+    }
+}
+
 // The stored form is that of the compiler's own 128-bit float, whose fraction holds all 63 bits.
 __extension__ typedef __float128 Float128;
 

@@ -10,6 +10,7 @@
 
 #include "BufferCache.h"
 #include "ChildTest.h"
+#include "CookieManager.h"
 #include "MemoryManager.h"
 #include "MemoryPoison.h"
 #include "MemoryZone.h"
@@ -186,6 +187,19 @@ TEST_F(GuardBytesChild, DISABLED_GuardsSurviveTheCache)
     EXPECT_EQ(0, DSDisposeHandle(handle));
 }
 
+// A write in front of a cookie's record is told of when the jar goes, and the block is left alone.
+TEST_F(GuardBytesChild, DISABLED_DamagedCookiesAreFound)
+{
+    MagicCookieJar jar = MCNewBigJar(8);
+    void* info = nullptr;
+    ASSERT_EQ(0, MCGetCookieInfoPtr(jar, MCNewCookie(jar, "8 bytes"), &info));
+    Poke(static_cast<char*>(info) - 8, "x");
+    EXPECT_EQ(0, MCDisposeJar(jar));
+    EXPECT_EQ('0', Told());
+    Poke(static_cast<char*>(info) - 8, "Z");
+    EXPECT_EQ(0, DSDisposePtr(info));
+}
+
 TEST(GuardBytes, EnvironmentSettings)
 {
     const struct {
@@ -223,7 +237,10 @@ TEST(GuardBytes, DamageIsFoundAtEachUseOrWhenAskedFor)
     constexpr char kChild[] = "GuardBytesChild.DISABLED_DamageIsFound";
     EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "check"}, {"KZ_CHECKED", "1"}}));
     EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "alloc"}, {"KZ_CHECKED", "0"}}));
-    EXPECT_EQ(0, kztest::RunChildTests("GuardBytesChild.DISABLED_GuardsSurviveTheCache", {{"ZVGuardBytes", "check"}}));
+    for (const char* child :
+         {"GuardBytesChild.DISABLED_GuardsSurviveTheCache", "GuardBytesChild.DISABLED_DamagedCookiesAreFound"}) {
+        EXPECT_EQ(0, kztest::RunChildTests(child, {{"ZVGuardBytes", "check"}}));
+    }
 }
 
 TEST(GuardBytes, OffByDefault)

@@ -277,11 +277,12 @@ TEST(IniFile, NumbersDoNotFollowTheLocale)
 TEST(IniFile, TextThatCouldNotBeReadBackIsRefused)
 {
     const IniOwner ini = Reading("[s]\nt=old\n");
-    for (const char* section : {"", "  ", "a\nb", "a\rb", "a]b", static_cast<const char*>(nullptr)}) {
+    for (const char* section : {"", "  ", "a\nb", "a\rb", "a]b", "(null)", static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), section, "t", 1));
         EXPECT_EQ(kIniErrName, IniRenameSection(ini.get(), "s", section));
     }
-    for (const char* tag : {"", "\t", "a\nb", "a\rb", "a=b", "=", ";a", " [a", static_cast<const char*>(nullptr)}) {
+    for (const char* tag : {"", "\t", "a\nb", "a\rb", "a=b", "=", ";a", " [a", "a Line1", "b Line0002",
+                            static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), "s", tag, 1));
     }
     EXPECT_EQ(1, IniPutInt(ini.get(), "s", "a:b", 1));

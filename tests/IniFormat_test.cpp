@@ -283,6 +283,8 @@ TEST(IniFormat, CutValuesReadBackEqual)
         "a b  c   d    e     f      g       h        i         j          k",
         "one, two, three, four, five, six, seven, eight, nine, ten, eleven,",
         "\"quoted\" and 'quoted' and \\\" escaped \\\\ \\n = [x] ; y Line0001=z",
+        std::string(20, 'p') + "\"" + std::string(18, 'q') + "\"tail \"" + std::string(16, 'r') + "\"",
+        std::string(20, 'p') + "'" + std::string(18, 'q') + "'," + std::string(9, '"') + "end",
     };
     for (const std::string& value : values) {
         for (int quoted = 0; quoted < 2; ++quoted) {
@@ -298,6 +300,7 @@ TEST(IniFormat, CutValuesReadBackEqual)
                         EXPECT_LE(line.size(), static_cast<std::size_t>(length));
                     }
                     const IniOwner again = NewIni();
+                    IniSetReadOptions(again.get(), kIniReadStripDoubleQuotes | kIniReadStripSingleQuotes);
                     ASSERT_EQ(1, ReadText(again.get(), kztest::TextOf(lines)));
                     ASSERT_EQ(SectionsOf(ini.get()), SectionsOf(again.get()));
                 }

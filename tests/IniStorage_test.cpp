@@ -105,7 +105,13 @@ public:
         gCalls = 0;
         qkini::g_system = {
             [](const char* path, int flags, mode_t mode) { return Fails() ? -1 : kReal.open(path, flags, mode); },
-            [](char* name) { return Fails() ? -1 : kReal.mkstemp(name); },
+            [](char* name) {
+                if (Fails()) {
+                    *std::strrchr(name, 'X') = 'a';  // as a real one does
+                    return -1;
+                }
+                return kReal.mkstemp(name);
+            },
             &FaultyWrite,
             [](int) { return Fails() ? -1 : 0; },
             [](int file) {

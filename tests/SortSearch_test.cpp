@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -119,6 +121,83 @@ TEST(SortSearch, StaysInsideTheArrayWhateverTheAnswers)
             std::sort(keys.begin(), keys.end(), std::less<unsigned char>());
             ASSERT_EQ(std::string(keys.begin(), keys.end()), ascending);
         }
+    }
+}
+
+// How many compares a sort of `keys` makes; fails if they are not in order after it.
+int64_t CountCompares(std::vector<int32> keys)
+{
+    int64_t compares = 0;
+    const KzCompareExProc compare = [](const void* a, const void* b, void* context) -> int32 {
+        ++*static_cast<int64_t*>(context);
+        return *static_cast<const int32*>(a) - *static_cast<const int32*>(b);
+    };
+    QSortEx(keys.data(), static_cast<int32>(keys.size()), sizeof keys[0], compare, &compares);
+    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+    return compares;
+}
+
+// Decides the order of its elements while they are being sorted, each answer against a sort that splits: M. D. McIlroy,
+// "A Killer Adversary for Quicksort", 1999. The order is a consistent one, which a later sort can be given again.
+class Adversary {
+public:
+    explicit Adversary(int32 count) : mRanks(static_cast<size_t>(count), kUndecided) {}
+
+    // Sorts the numbers from 0 up, each of which stands for an element; the compares that it took.
+    int64_t SortAgainst()
+    {
+        std::vector<int32> elements(mRanks.size());
+        std::iota(elements.begin(), elements.end(), 0);
+        QSortEx(elements.data(), static_cast<int32>(elements.size()), sizeof elements[0], &Answer, this);
+        return mCompares;
+    }
+
+    const std::vector<int32>& Ranks() const { return mRanks; }
+
+private:
+    static constexpr int32 kUndecided = std::numeric_limits<int32>::max();
+
+    static int32 Answer(const void* a, const void* b, void* context)
+    {
+        return static_cast<Adversary*>(context)->Answer(*static_cast<const int32*>(a), *static_cast<const int32*>(b));
+    }
+
+    int32 Answer(int32 a, int32 b)
+    {
+        ++mCompares;
+        int32& rankA = mRanks[static_cast<size_t>(a)];
+        int32& rankB = mRanks[static_cast<size_t>(b)];
+        if (rankA == kUndecided && rankB == kUndecided) {
+            (a == mCandidate ? rankA : rankB) = mDecided++;
+        }
+        if (rankA == kUndecided) {
+            mCandidate = a;
+        } else if (rankB == kUndecided) {
+            mCandidate = b;
+        }
+        return rankA - rankB;
+    }
+
+    std::vector<int32> mRanks;
+    int32 mDecided = 0;
+    int32 mCandidate = 0;
+    int64_t mCompares = 0;
+};
+
+TEST(SortSearch, NeedsNLogNComparesOnEveryOrder)
+{
+    std::mt19937 engine(7);
+    for (const int32 count : {1'000, 100'000}) {
+        const double n = count;
+        const double nLogN = n * std::log2(n);
+        std::vector<int32> random(static_cast<size_t>(count));
+        for (int32& key : random) {
+            key = static_cast<int32>(engine() >> 1);
+        }
+        EXPECT_LE(static_cast<double>(CountCompares(random)), 1.25 * nLogN + 2 * n);
+        Adversary adversary(count);
+        EXPECT_LE(static_cast<double>(adversary.SortAgainst()), 8 * nLogN);
+        EXPECT_LE(static_cast<double>(CountCompares(adversary.Ranks())), 8 * nLogN);
     }
 }
 

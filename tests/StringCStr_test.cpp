@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstring>
 #include <string>
 
+#include "FaultLoop.h"
 #include "JsonLines.h"
+#include "KzErr.h"
 #include "ReportCatcher.h"
 
 namespace {
@@ -48,8 +51,8 @@ TEST(StringCStr, Searching)
         const char *s, *pattern;
         KzBool found;
     };
-    const Case cases[] = {{"", "", 0},         {" \t", "", 1},   {" \t", "a", 0},      {"my F i\tLE", "file", 1},
-                          {"fi le", "i l", 0}, {"aab", "AB", 1}, {"fil e", "filed", 0}};
+    const Case cases[] = {{"", "", 0},         {" \t", "", 1},   {" \t", "a", 0},       {"my F i\tLE", "file", 1},
+                          {"fi le", "i l", 0}, {"aab", "AB", 1}, {"fil e", "filed", 0}, {" ab", "AB", 1}};
     for (const Case& c : cases) {
         EXPECT_EQ(StrIStr(c.s, c.pattern), c.found) << c.s << " / " << c.pattern;
     }
@@ -65,12 +68,63 @@ TEST(StringCStr, Classes)
         ASSERT_EQ(IsAlpha(c), upper || lower) << c;
         ASSERT_EQ(IsDigit(c), byte >= '0' && byte <= '9') << c;
         ASSERT_EQ(IsPunct(c), byte != 0 && punctuation.find(static_cast<char>(byte)) != std::string::npos) << c;
-        ASSERT_EQ(IsUpper(c), upper) << c;
-        ASSERT_EQ(IsLower(c), lower) << c;
-        ASSERT_EQ(ToLower(c), upper ? byte + 32 : byte) << c;
-        ASSERT_EQ(ToUpper(c), lower ? byte - 32 : byte) << c;
+        ASSERT_EQ(ToLower(c), std::tolower(byte)) << c;  // whatever the locale
+        ASSERT_EQ(ToUpper(c), std::toupper(byte)) << c;
+        ASSERT_EQ(IsUpper(c), std::tolower(byte) != byte) << c;
+        ASSERT_EQ(IsLower(c), std::toupper(byte) != byte) << c;
     }
+    EXPECT_TRUE(IsUpper('A') && IsLower('a') && !IsUpper('a') && !IsLower('A') && ToUpper('z') == 'Z');
     EXPECT_EQ(HexChar(-1), 'F');
+}
+
+TEST(StringCStr, DecimalPoint)
+{
+    EXPECT_EQ(StrGetDecimalPoint(), '.');
+    StrSetDecimalPoint(0x1FF);
+    EXPECT_EQ(StrGetDecimalPoint(), 0xFF);
+    StrSetDecimalPoint('.');
+}
+
+TEST(StringCStr, CaseOfText)
+{
+    struct Case {
+        std::string text, upper, lower;
+    };
+    const Case cases[] = {
+        {"", "", ""},
+        {"@AZ[`az{\x7F", "@AZ[`AZ{\x7F", "@az[`az{\x7F"},
+        {std::string("aB\0\u00E9", 5), std::string("AB\0\u00C9", 5), std::string("ab\0\u00E9", 5)},
+        {"stra\u00DFe", "STRASSe", "stra\u00DFe"},
+        {"\uFB00x", "FF\x80x", "\uFB00x"},  // as many units, the rest of the bytes stays
+        {"\u017Fab", "SABb", "\u017Fab"},   // shorter in bytes
+        {"\u0130x", "\u0130X", "i\u0307"},  // longer in units
+        {"\u023A", "\u023A", "\u023A"},     // the lower one does not fit
+        {"\U00010428x", "\U00010400X", "\U00010428x"},
+        {"\u00DF\U00010428", "SS?\x90\x90\xA8", "\u00DF\U00010428"},  // half a character
+        {"a\xE9z", "A\xE9z", "a\xE9z"},                               // U+FFFD has no room
+        {std::string("a\0\xE9z\x80---", 8), "A\uFFFD\uFFFDZ", "a\uFFFD\uFFFDz"},
+    };
+    for (const Case& c : cases) {
+        std::string upper = c.text, lower = c.text;
+        EXPECT_EQ(StrToUpper(upper.data(), static_cast<int32>(upper.size())), 0);
+        EXPECT_EQ(upper, c.upper);
+        EXPECT_EQ(StrToLower(lower.data(), static_cast<int32>(lower.size())), 0);
+        EXPECT_EQ(lower, c.lower);
+    }
+    unsigned char byte[] = "a";
+    EXPECT_EQ(StrToUpper(byte, -1), 0);
+    EXPECT_EQ(byte[0], 'a');
+}
+
+TEST(StringCStr, CaseOfTextOutOfMemory)
+{
+    kztest::FaultLoop([](const auto& failed) {
+        char text[] = "stra\u00DFe", ascii[] = "abc";
+        EXPECT_EQ(StrToUpper(ascii, 3), 0);
+        const KzErr err = StrToUpper(text, 7);
+        EXPECT_EQ(err, failed() ? kzErrMemoryFull : kzErrNone);
+        EXPECT_STREQ(text, err == kzErrNone ? "STRASSe" : "stra\u00DFe");
+    });
 }
 
 TEST(StringCStr, CharacterSteps)

@@ -1,6 +1,7 @@
 // The comparisons of all string families, on stored results and on every position of a difference.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <map>
 #include <string>
 
@@ -74,12 +75,14 @@ TEST(StringComparison, DifferenceAtEachPosition)
     };
     const Pair pairs[] = {{'k', 'K', 0}, {'Q', 'q', 0},     {'a', 'C', -2},    {'@', '`', -32}, {'[', '{', -32},
                           {'z', 'Z', 0}, {0xC9, 0xE9, -32}, {0x41, 0xC1, -96}, {1, '!', -32}};
-    for (std::size_t n = 1; n <= 50; ++n) {
-        // Letters of both cases around it: they must not hide it.
+    for (std::size_t n = 1; n <= 150; n += n < 50 ? 1 : 25) {
+        // Letters of both cases around it: they must not hide it. No I, whose case the locale may see otherwise.
+        const std::string alphabet = "ABCDEFGHJKLMNOPQRSTUVWXYZ";
         std::string a, b;
         for (std::size_t i = 0; i < n; ++i) {
-            a += static_cast<char>((i % 3 == 0 ? 'A' : 'a') + static_cast<int>(i % 26));
-            b += static_cast<char>((i % 5 == 0 ? 'A' : 'a') + static_cast<int>(i % 26));
+            const int letter = alphabet[i % alphabet.size()];
+            a += static_cast<char>(letter + (i % 3 == 0 ? 0 : 32));
+            b += static_cast<char>(letter + (i % 5 == 0 ? 0 : 32));
         }
         for (std::size_t place = 0; place < n * std::size(pairs); ++place) {
             const std::size_t at = place % n;
@@ -95,6 +98,30 @@ TEST(StringComparison, DifferenceAtEachPosition)
             right = left;
             right[at] = static_cast<char>(pair.b);
             ASSERT_EQ(PtrLenStrCmp(left.data(), length, right.data(), length), pair.a - pair.b) << n << " " << at;
+            ASSERT_EQ(StrCmp(left.c_str(), right.c_str()), pair.a - pair.b) << n << " " << at;
+            ASSERT_EQ(LStrCmp(LStrValue(left).Get(), LStrValue(right).Get()) < 0, pair.a < pair.b) << n << " " << at;
+            // A prefix, and a limit before the difference and just behind it.
+            const uInt32 before = static_cast<uInt32>(at);
+            ASSERT_EQ(StrCmp(left.substr(0, at).c_str(), right.c_str()), -pair.b) << n << " " << at;
+            ASSERT_EQ(StrCmp(left.c_str(), right.substr(0, at).c_str()), 1) << n << " " << at;
+            ASSERT_EQ(StrNCmp(left.c_str(), right.c_str(), before), 0) << n << " " << at;
+            ASSERT_EQ(StrNCaseCmp(left.c_str(), right.c_str(), before + 1), pair.folded) << n << " " << at;
+        }
+    }
+}
+
+// Folding follows the locale, in each way to compare.
+TEST(StringComparison, EachPairOfBytes)
+{
+    for (int a = 1; a < 256; ++a) {
+        for (int b = 1; b < 256; ++b) {
+            const int32 folded = std::tolower(a) - std::tolower(b);
+            const std::string few[] = {{static_cast<char>(a)}, {static_cast<char>(b)}};
+            ASSERT_EQ(StrCaseCmp(few[0].c_str(), few[1].c_str()), folded);
+            ASSERT_EQ(StrNCaseCmp(few[0].c_str(), few[1].c_str(), 2), folded);
+            const std::string left = few[0] + std::string(20, 'x'), right = few[1] + std::string(20, 'X');
+            ASSERT_EQ(PtrLenStrCaseCmp(left.data(), 21, right.data(), 21), folded);
+            ASSERT_EQ(PtrLenStrCaseCmp(left.data(), 9, right.data(), 9), folded);
         }
     }
 }

@@ -1,7 +1,11 @@
 #include "StringLStr.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 
 #include "KzErr.h"
@@ -58,6 +62,7 @@ TEST_F(StringLStr, FromOtherKinds)
     EXPECT_EQ(text.Text(), "longer text");
     EXPECT_EQ(PStrToDSLStr(PStrValue(""), &text.handle), 0);
     EXPECT_EQ(text.handle, nullptr);
+    EXPECT_EQ(CToLHStr(nullptr, &text.handle), 0);
     EXPECT_EQ(PToLHStr(PStrValue("abc"), nullptr), kzErrArgument);
     EXPECT_TRUE(reports.Take(kDbgWarning, "PToLHStr FAILED:abc, size 3, 0x"));
     EXPECT_EQ(CToLHStr("abc", nullptr), kzErrArgument);
@@ -66,6 +71,11 @@ TEST_F(StringLStr, FromOtherKinds)
     LStrValue block("0123456789");
     EXPECT_EQ(CToLStr("four", block.Get()), 4);
     EXPECT_EQ(TextOf(block.Get()), "four");
+    unsigned char spelled[8] = "four";
+    EXPECT_EQ(PLStrCmp("\5fours", block.Get()), 1);
+    EXPECT_EQ(CToLStr(spelled, block.Get()), 4);
+    EXPECT_EQ(LToPStr(block.Get(), reinterpret_cast<char*>(spelled)), 4);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(spelled)), "\4four");
     EXPECT_EQ(PToLStr(nullptr, block.Get()), 0);
     EXPECT_EQ(TextOf(block.Get()), "");
 }
@@ -137,6 +147,7 @@ TEST_F(StringLStr, TextAndBlockAfterEachChange)
         {"PStr", 100, [](LStr*** h) { return LStrAppendPStr(h, PStrValue("xy")); }, "abcxy", 9},
         {"front", 100, [](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xyabc", 9},
         {"front, grown", 7, [](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xyabc", 9},
+        {"case", 100, [](LStr*** h) { return LStrToUpper(*h); }, "ABC", 100},
         {"NUL", 100, [](LStr*** h) { return LStrHNullTerminate(*h); }, std::string("abc\0", 4), 101},
     };
     for (const Case& c : cases) {
@@ -146,16 +157,144 @@ TEST_F(StringLStr, TextAndBlockAfterEachChange)
         EXPECT_EQ(text.Text(), c.text) << c.name;
         EXPECT_EQ(text.BlockSize(), c.block) << c.name;
     }
-    LStrHandle kept("abc");
-    {
-        FailAllocation fail(1);
-        EXPECT_EQ(LStrCat(kept.handle, LStrValue("x").Get()), kzErrMemoryFull);
-        EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 2 in"));
+}
+
+// What a change takes may lie in the block that it resizes.
+TEST_F(StringLStr, OutOfItself)
+{
+    const std::string old("abcdef\0", 7);
+    const auto at = [](LStr*** h, int index) { return reinterpret_cast<const char*>((**h)->str) + index; };
+    struct Case {
+        KzErr (*change)(LStr*** handle, const char* d);
+        std::string text;
+    };
+    const Case cases[] = {
+        {[](LStr*** h, const char*) { return LStrCatEfficient(*h, **h); }, old + old},
+        {[](LStr*** h, const char* d) { return LStrAppendCStr(h, d); }, old + "def"},
+        {[](LStr*** h, const char* d) { return LStrPrependCStr(h, d); }, "def" + old},
+        {[](LStr*** h, const char* d) { return LStrFromPtr(h, 3, d); }, "def"},
+        {[](LStr*** h, const char* d) { return CToLHStr(d, h); }, "def"},
+        {[](LStr*** h, const char* d) { return LStrFromPtr(h, 20, d - 3); }, old + std::string(13, 'x')},
+        {[](LStr*** h, const char*) { return LStrFromPtr(h, 4, **h); }, std::string("\7\0\0\0", 4)},
+    };
+    for (const unsigned long room : {11ul, 24ul, 40ul}) {
+        for (const Case& c : cases) {
+            LStrHandle text(old + std::string(33, 'x'));
+            (*text.handle)->cnt = 7;
+            ASSERT_EQ(DSSetHandleSize(text.handle, std::max(room, c.text.size() + 4)), 0);
+            EXPECT_EQ(c.change(&text.handle, at(&text.handle, 3)), 0);
+            EXPECT_EQ(text.Text(), c.text) << room;
+        }
     }
-    EXPECT_EQ(kept.Text(), "abc");
-    LStrHandle front(std::string("abcdef\0", 7));
-    EXPECT_EQ(LStrPrependCStr(&front.handle, reinterpret_cast<const char*>((*front.handle)->str) + 3), 0);
-    EXPECT_EQ(front.Text(), std::string("defabcdef\0", 10)) << "out of itself";
+}
+
+// Whichever allocation fails, the text and its block are as they were.
+TEST_F(StringLStr, OutOfMemory)
+{
+    const std::string old = "abcdef";
+    KzErr (*const changes[])(LStr * **h, const LStr* four) = {
+        [](LStr*** h, const LStr* four) { return LStrFromPtr(h, 3, *h == nullptr ? four->str : (**h)->str + 2); },
+        [](LStr*** h, const LStr*) { return LStrFromPtr(h, 30, "012345678901234567890123456789"); },
+        [](LStr*** h, const LStr*) { return PToLHStr("\4abcd", h); },
+        [](LStr*** h, const LStr*) { return CToLHStr("xy", h); },
+        [](LStr*** h, const LStr*) { return *h == nullptr ? kzErrNone : LStrAppendChar(*h, 'x'); },
+        [](LStr*** h, const LStr* four) { return *h == nullptr ? kzErrNone : LStrCatEfficient(*h, four); },
+        [](LStr*** h, const LStr* four) { return *h == nullptr ? kzErrNone : LStrCat(*h, four); },
+        [](LStr*** h, const LStr*) { return LStrAppendCStr(h, "xy"); },
+        [](LStr*** h, const LStr*) { return LStrAppendPStr(h, "\4abcd"); },
+        [](LStr*** h, const LStr*) { return LStrPrependCStr(h, "xy"); },
+        [](LStr*** h, const LStr*) { return *h == nullptr ? kzErrNone : LStrHNullTerminate(*h); },
+    };
+    LStrValue four("0123");
+    for (const unsigned long room : {0ul, 10ul, 100ul}) {
+        for (const auto& change : changes) {
+            const auto scenario = [&](const auto& failed) {
+                LStr** handle = reinterpret_cast<LStr**>(room == 0 ? nullptr : DSNewHandle(room));
+                if (handle != nullptr) {
+                    (*handle)->cnt = 6;
+                    std::memcpy((*handle)->str, old.data(), 6);
+                } else if (room != 0) {
+                    return;
+                }
+                const KzErr err = change(&handle, four.Get());
+                EXPECT_EQ(err, failed() ? kzErrMemoryFull : kzErrNone);
+                if (err != kzErrNone) {
+                    EXPECT_EQ(handle == nullptr, room == 0);
+                    EXPECT_EQ(handle == nullptr ? old : TextOf(*handle), old);
+                    EXPECT_EQ(handle == nullptr ? 0 : DSGetHandleSize(handle), room);
+                }
+                DSDisposeHandle(handle);
+            };
+            kztest::FaultLoop(scenario, FailAllocation::kBlocks);
+        }
+    }
+    EXPECT_FALSE(reports.TakeAll().empty());
+}
+
+// Text of 2^31 bytes and more: one piece of memory that stands at many addresses.
+class HugeText {
+public:
+    HugeText()
+    {
+        const int file = memfd_create("text", 0);
+        const std::string piece(kPiece, 'x');
+        const std::string last = piece.substr(1) + '\0';
+        const bool written = file >= 0 && pwrite(file, piece.data(), kPiece, 0) == kPiece &&
+                             pwrite(file, last.data(), kPiece, kPiece) == kPiece;
+        void* const start =
+            mmap(nullptr, kPieces * kPiece, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (!written || start == MAP_FAILED) {
+            return;
+        }
+        mStart = static_cast<char*>(start);
+        for (long i = 0; i < kPieces; ++i) {
+            mmap(mStart + i * kPiece, kPiece, PROT_READ, MAP_SHARED | MAP_FIXED, file, i + 1 == kPieces ? kPiece : 0);
+        }
+        close(file);
+    }
+    ~HugeText() { munmap(mStart, kPieces * kPiece); }
+    HugeText(const HugeText&) = delete;
+    HugeText& operator=(const HugeText&) = delete;
+
+    const char* Get() const { return mStart; }
+
+private:
+    static constexpr long kPiece = 16 << 20;
+    static constexpr long kPieces = 129;
+    char* mStart = nullptr;
+};
+
+TEST_F(StringLStr, CountsBeyondRange)
+{
+    const HugeText huge;
+    ASSERT_NE(huge.Get(), nullptr);
+    LStrHandle text("cd");
+    EXPECT_EQ(CToLHStr(huge.Get(), &text.handle), kzErrMemoryFull);
+    EXPECT_TRUE(reports.Take(kDbgWarning, "CToLHStr FAILED:xxx"));
+    EXPECT_EQ(LStrAppendCStr(&text.handle, huge.Get()), kzErrMemoryFull);
+    EXPECT_EQ(LStrPrependCStr(&text.handle, huge.Get()), kzErrMemoryFull);
+    LStrValue claimed("x");
+    for (const int32 count : {0x7FFFFFFF, 0x7FFFFFFE}) {
+        claimed.Get()->cnt = count;  // refused before a byte of it is read
+        EXPECT_EQ(LStrCat(text.handle, claimed.Get()), kzErrMemoryFull);
+        EXPECT_EQ(LStrCatEfficient(text.handle, claimed.Get()), kzErrMemoryFull);
+    }
+    EXPECT_EQ(text.Text(), "cd");
+    EXPECT_EQ(text.BlockSize(), 6u);
+
+    LStrHandle full("x");
+    (*full.handle)->cnt = 0x7FFFFFFF;
+    EXPECT_EQ(LStrAppendChar(full.handle, 'x'), kzErrMemoryFull);
+    EXPECT_EQ(LStrHNullTerminate(full.handle), kzErrMemoryFull);
+    EXPECT_EQ(full.BlockSize(), 5u);
+    (*full.handle)->cnt = -0x7FFFFFFF - 1;  // no text
+    EXPECT_TRUE(LHStrEqual(full.handle, nullptr));
+    EXPECT_EQ(LStrAppendChar(full.handle, 'x'), 0);
+    EXPECT_EQ(full.Text(), "x");
+    EXPECT_EQ(PtrLenStrCmp("a", -0x7FFFFFFF - 1, "b", 1), -1);
+    char c[2] = "o";
+    EXPECT_EQ(LToCStrN(claimed.Get(), c, -0x7FFFFFFF - 1), 0);
+    EXPECT_STREQ(c, "o");
 }
 
 TEST_F(StringLStr, NullHandles)
@@ -168,12 +307,12 @@ TEST_F(StringLStr, NullHandles)
     EXPECT_EQ(text.Text(), "cd");
     EXPECT_EQ(LStrCat(nullptr, LStrValue("a").Get()), kzErrArgument);
     EXPECT_EQ(LStrHNullTerminate(nullptr), kzErrArgument);
+    EXPECT_EQ(LStrToLower(nullptr), 0);
     EXPECT_EQ(LStrAppendCStr(nullptr, "a"), kzErrArgument);
     EXPECT_EQ(LStrPrependCStr(nullptr, "a"), 0);
-    LStrValue huge("x");
-    huge.Get()->cnt = 0x7FFFFFFF;  // refused before a byte of it is read
-    EXPECT_EQ(LStrCat(text.handle, huge.Get()), kzErrMemoryFull);
-    EXPECT_EQ(text.Text(), "cd");
+    EXPECT_EQ(LStrCatEfficient(nullptr, nullptr), kzErrArgument);
+    EXPECT_EQ(LStrAppendChar(nullptr, 'x'), kzErrArgument);
+    EXPECT_EQ(LStrAppendCStr(nullptr, nullptr), 0);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "JsonLines.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
 #include "RunningMemory.h"
@@ -46,7 +47,8 @@ TEST(StringPStr, TerminatingAndConverting)
     EXPECT_EQ(full.bytes[255], 'x');
     EXPECT_EQ(PStrNullTerminate(full), 255);
     EXPECT_EQ(full.Text(), std::string(254, 'x') + '\0');
-    for (int32 (*terminate)(unsigned char*) : {PStrTerminateIfPossible, PStrNullTerminate}) {
+    int32 (*const terminators[])(unsigned char*) = {PStrTerminateIfPossible, PStrNullTerminate};
+    for (int32 (*const terminate)(unsigned char*) : terminators) {
         PStrBuffer longest(std::string(254, 'x'));
         EXPECT_EQ(terminate(longest), 254);
         EXPECT_EQ(longest.bytes[255], 0);
@@ -124,13 +126,41 @@ TEST(StringPStr, Replacing)
     }
 }
 
+TEST(StringPStr, Hashes)
+{
+    for (const kztest::Json& row : kztest::ReadJsonLines("vectors/hashes.jsonl")) {
+        if (row["op"].Str() == "PStrHash32") {
+            EXPECT_EQ(PStrHash32(PStrValue(row["text"].Str()), row["ignoreCase"].Int() != 0), row["hash"].UInt())
+                << row.Line();
+        }
+    }
+    EXPECT_EQ(PStrHash32(nullptr, 1), 0u);
+    EXPECT_EQ(PStrHash32(PStrValue("stra\u00DFe"), 1), PStrHash32(PStrValue("STRASSe"), 0));
+}
+
+TEST(StringPStr, BothSpellings)
+{
+    char text[256] = "\4a.bb", left[256], right[256], plain[256];
+    unsigned char dst[256], find[] = "b", replace[] = "cd";
+    EXPECT_TRUE(PStrSplitAtChar(text, '.', left, right));
+    EXPECT_STREQ(left, "\1a");
+    EXPECT_EQ(PStrCat(PStrCpy(left, right), left), 4);
+    EXPECT_EQ(PStrInPStr(left, 1, right), 3);
+    EXPECT_EQ(PStrCmp(text, left), 'a' - 'b');
+    EXPECT_EQ(PToCStr(PStrNCpy(right, text, 3), plain), 2);
+    EXPECT_STREQ(plain, "a.");
+    EXPECT_TRUE(PStrFindReplace(left, text, "b", "cd") && PStrEndsWith(left, "cdcd"));
+    EXPECT_TRUE(PStrFindReplace(dst, kz::AsBytes(text), find, replace) && PStrEqual(dst, kz::AsBytes(left)));
+    EXPECT_EQ(PStrDup(nullptr), nullptr);
+}
+
 TEST(StringPStr, Callbacks)
 {
     const PStrValue lower("c"), upper("C");
     const unsigned char *a = lower, *b = upper;
     EXPECT_EQ(PPStrCmp(&a, &b), 'c' - 'C');
     EXPECT_EQ(PPStrCaseCmp(&a, &b), 0);
-    EXPECT_TRUE(PPStrCaseEqual(&a, &b) && !PPStrEqual(&a, &b));
+    EXPECT_TRUE(PPStrCaseEqual(&a, &b) && !PPStrEqual(&a, &b) && FileNameEqual(a, b));
 }
 
 TEST(StringPStr, Duplicating)

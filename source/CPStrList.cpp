@@ -1,0 +1,237 @@
+#include "CPStrList.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "BinDataReader.h"
+#include "BinDataWriter.h"
+#include "ByteOrder.h"
+#include "KzErr.h"
+#include "MemoryManager.h"
+#include "PackedList.h"
+#include "PathManager.h"
+#include "ResourceManager.h"
+#include "StringPStr.h"
+
+using kz::kListCountSize;
+using Walk = kz::ShortStringWalk;
+
+namespace {
+
+// Whether the first n strings of both lists are there and equal.
+bool AreEqual(Walk left, Walk right, int32 n, KzBool (*equal)(const unsigned char*, const unsigned char*))
+{
+    for (int32 i = 0; i < n; ++i) {
+        if (!left.Next() || !right.Next() || !equal(left.Record(), right.Record())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool AreEqual(CPStr** left, CPStr** right, KzBool (*equal)(const unsigned char*, const unsigned char*))
+{
+    Walk leftEnd = Walk::OfHandle(left);
+    Walk rightEnd = Walk::OfHandle(right);
+    const Walk leftStart = leftEnd.Finish();
+    const Walk rightStart = rightEnd.Finish();
+    return leftEnd.Count() == rightEnd.Count() && AreEqual(leftStart, rightStart, leftEnd.Count(), equal);
+}
+
+int32 CompareLists(CPStr** left, CPStr** right, PStrCompareProc compare)
+{
+    Walk a = Walk::OfHandle(left);
+    Walk b = Walk::OfHandle(right);
+    while (a.Next() && b.Next()) {
+        if (const int32 order = compare(a.Record(), b.Record())) {
+            return order;
+        }
+    }
+    a.Finish();
+    b.Finish();
+    return a.Count() - b.Count();
+}
+
+}  // namespace
+
+CPStrList::CPStrList(const CPStr* list)
+{
+    Copy(list);
+}
+
+CPStrList::CPStrList(unsigned char** resource)
+{
+    if (RDetach(resource) != kzErrNone) {
+        return;
+    }
+    mHandle = reinterpret_cast<CPStr**>(resource);
+    if (DSGetHandleSize(mHandle) < kListCountSize) {
+        DSDisposeHandleAndNull(&mHandle);
+        return;
+    }
+    (*mHandle)->cnt = RevBL((*mHandle)->cnt);
+}
+
+CPStrList::~CPStrList()
+{
+    DSDisposeHandleAndNull(&mHandle);
+}
+
+KzErr CPStrList::ForceAllocate()
+{
+    if (mHandle == nullptr) {
+        mHandle = reinterpret_cast<CPStr**>(DSNewHClr(kListCountSize));
+    }
+    return mHandle == nullptr ? kzErrMemoryFull : kzErrNone;
+}
+
+int32 CPStrList::Count() const
+{
+    Walk walk = Walk::OfHandle(mHandle);
+    walk.Finish();
+    return walk.Count();
+}
+
+KzErr CPStrList::Insert(const unsigned char* string, int32 i)
+{
+    if (string == nullptr) {
+        return kzErrArgument;
+    }
+    if (const KzErr err = ForceAllocate()) {
+        return err;
+    }
+    return CPStrInsert(mHandle, string, i < 0 ? Count() : i);
+}
+
+KzErr CPStrList::Delete(int32 i)
+{
+    return mHandle == nullptr ? kzErrArgument : CPStrRemove(mHandle, i);
+}
+
+KzErr CPStrList::Clear()
+{
+    return mHandle == nullptr ? kzErrNone : CPStrClear(mHandle);
+}
+
+unsigned char* CPStrList::operator[](int32 i) const
+{
+    return mHandle == nullptr ? nullptr : CPStrIndex(mHandle, i);
+}
+
+KzErr CPStrList::Copy(const CPStr* list)
+{
+    if (list == nullptr) {
+        return Clear();
+    }
+    if (mHandle != nullptr && *mHandle == list) {
+        return kzErrNone;
+    }
+    return DSSetHandleFromPtr(&mHandle, list, static_cast<unsigned long>(CPStrSize(list)));
+}
+
+KzErr CPStrList::Copy(const CPStrList& other)
+{
+    if (&other == this) {
+        return kzErrNone;
+    }
+    Walk walk = Walk::OfHandle(other.mHandle);
+    walk.Finish();
+    if (walk.Count() == 0) {
+        return Clear();
+    }
+    const KzErr err = DSSetHandleFromPtr(&mHandle, *other.mHandle, walk.End());
+    if (err == kzErrNone) {
+        (*mHandle)->cnt = walk.Count();
+    }
+    return err;
+}
+
+bool CPStrList::Equal(const CPStrList& other) const
+{
+    return AreEqual(mHandle, other.mHandle, &PStrEqual);
+}
+
+bool CPStrList::EqualNC(const CPStrList& other) const
+{
+    return AreEqual(mHandle, other.mHandle, &PStrCaseEqual);
+}
+
+bool CPStrList::EqualFS(const CPStrList& other) const
+{
+    return AreEqual(mHandle, other.mHandle, &FileNameEqual);
+}
+
+bool CPStrList::EqualNEltsFS(const CPStrList& other, int32 n) const
+{
+    return AreEqual(Walk::OfHandle(mHandle), Walk::OfHandle(other.mHandle), n, &FileNameEqual);
+}
+
+int32 CPStrList::Compare(const CPStrList& other) const
+{
+    return CompareLists(mHandle, other.mHandle, &PStrCmp);
+}
+
+int32 CPStrList::CompareNC(const CPStrList& other) const
+{
+    return CompareLists(mHandle, other.mHandle, &PStrCaseCmp);
+}
+
+int32 CPStrList::CompareFS(const CPStrList& other) const
+{
+    return CompareLists(mHandle, other.mHandle, &PStrCaseCmp);
+}
+
+KzErr CPStrList::Flatten(BinDataWriter* writer) const
+{
+    writer->WriteI32(Count());
+    Walk walk = Walk::OfHandle(mHandle);
+    while (walk.Next()) {
+        writer->WritePStr(walk.Record(), 1);
+    }
+    return writer->GetError();
+}
+
+// Appends to a list of *used bytes, whose block grows by doubling.
+KzErr CPStrList::Append(const unsigned char* string, unsigned long* used)
+{
+    const unsigned long size = 1ul + string[0];
+    const unsigned long needed = *used + size;
+    if (needed > kz::kMaxListSize) {
+        return kzErrMemoryFull;
+    }
+    if (const KzErr err = ForceAllocate()) {
+        return err;
+    }
+    if (DSGetHandleSize(mHandle) < needed) {
+        if (const KzErr err = DSSetHandleSize(mHandle, std::max(needed, 2 * *used))) {
+            return err;
+        }
+    }
+    std::memcpy(reinterpret_cast<unsigned char*>(*mHandle) + *used, string, size);
+    ++(*mHandle)->cnt;
+    *used = needed;
+    return kzErrNone;
+}
+
+KzErr CPStrList::UnFlatten(BinDataReader* reader)
+{
+    if (const KzErr err = Clear()) {
+        return err;
+    }
+    const int32 count = reader->ReadI32();
+    KzErr err = reader->GetError();
+    unsigned long used = kListCountSize;
+    for (int32 i = 0; i < count && err == kzErrNone; ++i) {
+        unsigned char string[256];
+        reader->ReadPStr(string, 1);
+        err = reader->GetError();
+        if (err == kzErrNone) {
+            err = Append(string, &used);
+        }
+    }
+    if (mHandle != nullptr && DSGetHandleSize(mHandle) != used) {
+        const KzErr cut = DSSetHandleSize(mHandle, used);
+        return err != kzErrNone ? err : cut;
+    }
+    return err;
+}
