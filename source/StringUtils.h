@@ -12,6 +12,8 @@
 #include "PlatformText.h"
 #include "ServiceObject.h"
 
+struct _LStrArray;
+
 // Conversions come in three forms. `ToX(source, out)` throws what a standard string throws, usually std::bad_alloc.
 // `ToXNoThrow(source, out)` throws nothing: it gives kzErrArgument for a null `out`, kzErrMemoryFull, or 0, and leaves
 // `out` valid. `ToX(source)` returns a new string. A null source is an empty one. Any thread.
@@ -115,6 +117,17 @@ public:
     // A new handle, which the caller disposes.
     static LStr** ToLStrHandle(const std::string& text);
     static LStr** ToLStrHandle(const std::wstring& text);
+
+    // One string for each entry of the array, an empty one for null, in the place of what was in `out`.
+    static void ToNarrowStringVector(_LStrArray** array, std::vector<std::string>& out);
+    static void ToNarrowStringVector(_LStrArray** array, std::vector<std::string>& out, DeallocationPolicy policy);
+    static KzErr ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out);
+    static KzErr ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out,
+                                             DeallocationPolicy policy);
+
+    // Makes *out an array of the texts, with null for empty ones, and disposes the array that was there; null for no
+    // texts. On failure *out is as it was.
+    static KzErr ToLStrArrayHandleNoThrow(const std::vector<std::string>& texts, _LStrArray*** out);
 
     // Puts a new platform text into `out`, in the place of the one it owns; on failure that one stays.
     static KzErr ToCFStringNoThrow(const std::wstring& text, AutoCFString* out);

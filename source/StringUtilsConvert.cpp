@@ -1,6 +1,7 @@
 // The conversions of StringUtils. Narrow text goes to wide and UTF-8 by iconv; wide text goes to narrow by `wcstombs`.
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <exception>
 #include <limits>
@@ -10,6 +11,7 @@
 #include "MemoryManager.h"
 #include "PlatformConvert.h"
 #include "Report.h"
+#include "StringLStrArray.h"
 #include "StringUtils.h"
 #include "Utf8Codec.h"
 
@@ -46,24 +48,48 @@ KzErr NoThrowPlain(const void* out, Convert convert)
     });
 }
 
+void Dispose(LStr** text)
+{
+    if (text != nullptr) {
+        DSDisposeHandle(text);
+    }
+}
+
+void Dispose(_LStrArray** array)
+{
+    ReallocLStrArrayHandle(&array, 0);
+}
+
 // Disposes a handle when the scope ends, if the policy says so.
+template <typename Handle>
 class DisposeByPolicy {
 public:
-    DisposeByPolicy(LStr** handle, StringUtils::DeallocationPolicy policy)
-        : mHandle(policy == StringUtils::kDeallocate ? handle : nullptr)
-    {}
+    DisposeByPolicy(Handle handle, StringUtils::DeallocationPolicy policy) : mHandle(handle), mPolicy(policy) {}
     ~DisposeByPolicy()
     {
-        if (mHandle != nullptr) {
-            DSDisposeHandle(mHandle);
+        if (mPolicy == StringUtils::kDeallocate) {
+            Dispose(mHandle);
         }
     }
     DisposeByPolicy(const DisposeByPolicy&) = delete;
     DisposeByPolicy& operator=(const DisposeByPolicy&) = delete;
 
 private:
-    LStr** mHandle;
+    Handle mHandle;
+    StringUtils::DeallocationPolicy mPolicy;
 };
+
+// The entries that the count tells and the block holds.
+std::size_t EntriesOf(_LStrArray** array)
+{
+    constexpr std::size_t kStart = offsetof(_LStrArray, str);
+    const std::size_t block = array == nullptr ? 0 : DSGetHandleSize(array);
+    if (block < kStart) {
+        return 0;
+    }
+    const std::size_t room = (block - kStart) / sizeof(LStr**);
+    return std::min(room, static_cast<std::size_t>(std::max((*array)->cnt, 0)));
+}
 
 // 0, or kzErrArgument for a text that does not convert, after a report and with `out` empty.
 KzErr WideToNarrow(const std::wstring& text, std::string& out)
@@ -139,7 +165,7 @@ KzErr StringUtils::iconv_UTF8ToWideString(const std::string& text, std::wstring&
     const unsigned char* at = reinterpret_cast<const unsigned char*>(text.data());
     const unsigned char* const end = at + text.size();
     out.resize(kz::CountUtf8Starts(at, end));
-    const wchar_t* const outEnd = kz::DecodeWellFormedUtf8(at, end, out.data());
+    const wchar_t* const outEnd = kz::DecodeWellFormedUtf8(at, end, out.data(), out.data() + out.size());
     out.resize(static_cast<std::size_t>(outEnd - out.data()));
     if (at == end) {
         return kzErrNone;
@@ -473,6 +499,55 @@ LStr** StringUtils::ToLStrHandle(const std::string& text)
 LStr** StringUtils::ToLStrHandle(const std::wstring& text)
 {
     return ToLStrHandle(ToNarrowString(text));
+}
+
+void StringUtils::ToNarrowStringVector(_LStrArray** array, std::vector<std::string>& out)
+{
+    std::vector<std::string> texts(EntriesOf(array));
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        ToNarrowString((*array)->str[i], texts[i]);
+    }
+    out.swap(texts);
+}
+
+void StringUtils::ToNarrowStringVector(_LStrArray** array, std::vector<std::string>& out, DeallocationPolicy policy)
+{
+    const DisposeByPolicy disposer(array, policy);
+    ToNarrowStringVector(array, out);
+}
+
+KzErr StringUtils::ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out)
+{
+    return NoThrowPlain(out, [&] { ToNarrowStringVector(array, *out); });
+}
+
+KzErr StringUtils::ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out,
+                                               DeallocationPolicy policy)
+{
+    const DisposeByPolicy disposer(array, policy);
+    return ToNarrowStringVectorNoThrow(array, out);
+}
+
+KzErr StringUtils::ToLStrArrayHandleNoThrow(const std::vector<std::string>& texts, _LStrArray*** out)
+{
+    if (out == nullptr) {
+        return kzErrArgument;
+    }
+    if (texts.size() > static_cast<std::size_t>(std::numeric_limits<int32>::max())) {
+        return kzErrMemoryFull;
+    }
+    _LStrArray** made = nullptr;
+    KzErr error = ReallocLStrArrayHandle(&made, static_cast<int32>(texts.size()));
+    for (std::size_t i = 0; i < texts.size() && error == kzErrNone; ++i) {
+        if (!texts[i].empty()) {
+            error = ToLStrHandleNoThrow(texts[i], &(*made)->str[i]);
+        }
+    }
+    ReallocLStrArrayHandle(error == kzErrNone ? out : &made, 0);
+    if (error == kzErrNone) {
+        *out = made;
+    }
+    return error;
 }
 
 KzErr StringUtils::ToCFStringNoThrow(const std::wstring& text, AutoCFString* out)

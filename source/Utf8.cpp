@@ -22,37 +22,34 @@ constexpr bool StartsNoCharacter(unsigned char lead)
     return (lead >= 0x80 && lead < 0xC2) || lead > 0xF4;
 }
 
-// The length of the well-formed character at `bytes`, whose value is stored, or 0 where there is none. Forms longer
-// than needed, surrogates and values that are too high show in the value, as the rows of table 3-7 shut them out.
-inline std::ptrdiff_t WellFormedCharacter(const unsigned char* bytes, const unsigned char* end, uInt32& value)
+// The next four bytes, the first one on top. In place of those behind the end stands zero, which continues nothing.
+inline uInt32 NextBytes(const unsigned char* bytes, std::ptrdiff_t left)
 {
-    // A continuation byte with its mark taken off is below 0x40.
-    const auto part = [bytes](int i) -> uInt32 { return bytes[i] ^ 0x80u; };
-    const uInt32 lead = bytes[0];
-    const std::ptrdiff_t left = end - bytes;
-    if (lead < 0x80) {
-        value = lead;
+    const auto byte = [=](int i) { return i < left ? uInt32{bytes[i]} << (24 - 8 * i) : 0; };
+    return byte(0) | byte(1) | byte(2) | byte(3);
+}
+
+// The length of the well-formed character that the bytes begin with, whose value is stored, or 0. Forms longer than
+// needed, surrogates and values that are too high show in the value, as the rows of table 3-7 shut them out.
+inline std::ptrdiff_t WellFormedCharacter(uInt32 bytes, uInt32& value)
+{
+    if (bytes < 0x80000000) {
+        value = bytes >> 24;
         return 1;
     }
-    if (lead < 0xE0) {
-        if (lead < 0xC2 || left < 2 || part(1) >= 0x40) {
-            return 0;
-        }
-        value = (lead & 0x1F) << 6 | part(1);
-        return 2;
+    if ((bytes & 0xE0C00000) == 0xC0800000) {
+        value = (bytes >> 18 & 0x7C0) | (bytes >> 16 & 0x3F);
+        return value >= 0x80 ? 2 : 0;
     }
-    if (lead < 0xF0) {
-        if (left < 3 || (part(1) | part(2)) >= 0x40) {
-            return 0;
-        }
-        value = (lead & 0x0F) << 12 | part(1) << 6 | part(2);
-        return value >= 0x800 && (value < 0xD800 || value > 0xDFFF) ? 3 : 0;
+    if ((bytes & 0xF0C0C000) == 0xE0808000) {
+        value = (bytes >> 12 & 0xF000) | (bytes >> 10 & 0xFC0) | (bytes >> 8 & 0x3F);
+        return value >= 0x800 && (value & 0xF800) != 0xD800 ? 3 : 0;
     }
-    if (lead > 0xF4 || left < 4 || (part(1) | part(2) | part(3)) >= 0x40) {
-        return 0;
+    if ((bytes & 0xF8C0C0C0) == 0xF0808080) {
+        value = (bytes >> 6 & 0x1C0000) | (bytes >> 4 & 0x3F000) | (bytes >> 2 & 0xFC0) | (bytes & 0x3F);
+        return value >= 0x10000 && value <= kz::kLastCodePoint ? 4 : 0;
     }
-    value = (lead & 0x07) << 18 | part(1) << 12 | part(2) << 6 | part(3);
-    return value >= 0x10000 && value <= kz::kLastCodePoint ? 4 : 0;
+    return 0;
 }
 
 // What to move on by where no well-formed character stands.
@@ -71,12 +68,18 @@ typedef signed char ByteBlock __attribute__((vector_size(16)));
 typedef unsigned short HalfBlock __attribute__((vector_size(16)));
 constexpr std::ptrdiff_t kBlock = sizeof(ByteBlock);
 
-bool IsAsciiBlock(const unsigned char* bytes)
+// How many ASCII characters a block begins with.
+std::ptrdiff_t CountAscii(const unsigned char* bytes)
 {
+    constexpr uInt64 kMarks = 0x8080808080808080;
+    constexpr bool kLittle = std::endian::native == std::endian::little;
+    const auto bytesBefore = [](uInt64 marks) {
+        return (kLittle ? std::countr_zero(marks) : std::countl_zero(marks)) / 8;
+    };
     uInt64 words[2];
     static_assert(sizeof words == kBlock);
     std::memcpy(words, bytes, sizeof words);
-    return ((words[0] | words[1]) & 0x8080808080808080) == 0;
+    return (words[0] & kMarks) != 0 ? bytesBefore(words[0] & kMarks) : 8 + bytesBefore(words[1] & kMarks);
 }
 
 // Each element behind, or on the other kind of processor before, one of zero: together an element of twice the size.
@@ -115,7 +118,7 @@ void WidenBlock(const unsigned char* bytes, wchar_t* out)
     }
 }
 
-// The bytes among up to 255 blocks that are no continuation: all from -64 on, as signed.
+// The bytes among up to 127 blocks that are no continuation: all from -64 on, as signed.
 std::size_t CountStartsInBlocks(const unsigned char* bytes, std::ptrdiff_t blocks)
 {
     ByteBlock counts = {};
@@ -139,7 +142,7 @@ std::size_t CountUtf8Starts(const unsigned char* at, const unsigned char* end)
 {
     std::size_t count = 0;
     while (end - at >= kBlock) {
-        const std::ptrdiff_t blocks = std::min<std::ptrdiff_t>((end - at) / kBlock, 255);
+        const std::ptrdiff_t blocks = std::min<std::ptrdiff_t>((end - at) / kBlock, 127);
         count += CountStartsInBlocks(at, blocks);
         at += blocks * kBlock;
     }
@@ -147,28 +150,30 @@ std::size_t CountUtf8Starts(const unsigned char* at, const unsigned char* end)
            static_cast<std::size_t>(std::count_if(at, end, [](unsigned char c) { return !IsUtf8Continuation(c); }));
 }
 
-wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char* end, wchar_t* out)
+wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char* end, wchar_t* out, wchar_t* outEnd)
 {
+    constexpr std::ptrdiff_t kLongest = 4;
     const unsigned char* at = cursor;
-    while (at < end) {
-        if (end - at >= kBlock && IsAsciiBlock(at)) {
-            WidenBlock(at, out);
-            at += kBlock;
-            out += kBlock;
-            continue;
-        }
-        // Another look at a whole block pays after as much.
-        const unsigned char* const blockEnd = at + std::min(kBlock, end - at);
-        while (at < blockEnd) {
-            uInt32 value = 0;
-            const std::ptrdiff_t length = WellFormedCharacter(at, end, value);
-            if (length == 0) {
-                cursor = at;
-                return out;
-            }
+    std::ptrdiff_t length = 1;
+    const auto step = [&](std::ptrdiff_t left) {
+        uInt32 value = 0;
+        length = WellFormedCharacter(NextBytes(at, left), value);
+        if (length != 0) {
             *out++ = static_cast<wchar_t>(value);
             at += length;
         }
+        return length != 0;
+    };
+    // A block of ASCII, or what it begins with, and then what is not ASCII or stands close to it.
+    while (length != 0 && end - at >= kBlock && outEnd - out >= kBlock) {
+        const std::ptrdiff_t ascii = CountAscii(at);
+        WidenBlock(at, out);
+        at += ascii;
+        out += ascii;
+        while (end - at >= kLongest && (at[0] | at[1] | at[2]) >= 0x80 && step(kLongest)) {
+        }
+    }
+    while (length != 0 && at < end && step(end - at)) {
     }
     cursor = at;
     return out;
@@ -183,9 +188,13 @@ uInt32 ConvertUTF8toUTF32(const unsigned char** cursor, const unsigned char* end
         return 0;
     }
     uInt32 value = 0;
-    const std::ptrdiff_t length = WellFormedCharacter(bytes, end, value);
-    *cursor = bytes + (length != 0 ? length : MalformedLength(bytes, end));
-    return length != 0 ? value : 0;
+    const std::ptrdiff_t length = WellFormedCharacter(NextBytes(bytes, end - bytes), value);
+    if (length == 0) {
+        *cursor = bytes + MalformedLength(bytes, end);
+        return 0;
+    }
+    *cursor = bytes + length;
+    return value;
 }
 
 KzBool ConvertUTF32toUTF8(const uInt32** source, const uInt32* sourceEnd, unsigned char** target,

@@ -52,9 +52,9 @@ constexpr bool IsUtf8Continuation(unsigned char c)
 // The bytes that are no continuation: as many as there are characters, where the text is well-formed.
 std::size_t CountUtf8Starts(const unsigned char* at, const unsigned char* end);
 
-// Decodes the well-formed characters from `cursor` on, NULs too, and moves it to where they end. `out` has room for
-// CountUtf8Starts values. Returns the end of what it wrote.
-wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char* end, wchar_t* out);
+// Decodes the well-formed characters from `cursor` on, NULs too, and moves it to where they end. There is room for
+// CountUtf8Starts values, all of which it may write to. Returns the end of those that count.
+wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char* end, wchar_t* out, wchar_t* outEnd);
 
 }  // namespace kz
 

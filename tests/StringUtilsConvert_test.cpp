@@ -11,6 +11,7 @@
 #include "PlatformConvert.h"
 #include "ReportCatcher.h"
 #include "RunningMemory.h"
+#include "StringLStrArray.h"
 #include "StringUtils.h"
 #include "TestStrings.h"
 
@@ -238,6 +239,63 @@ TEST(StringUtilsConvert, AppendAndAssign)
 
     EXPECT_EQ(&SU::EmptyNarrowString(), &SU::EmptyNarrowString());
     EXPECT_TRUE(SU::EmptyNarrowString().empty() && SU::EmptyWideString().empty());
+}
+
+using Texts = std::vector<std::string>;
+
+TEST(StringUtilsConvert, ArraysOfHandles)
+{
+    kztest::ReportCatcher reports;
+    const kztest::RunningMemory memory;
+    const Texts texts = {"a", "", kNarrow, std::string(300, 'x')};
+    _LStrArray** array = nullptr;
+    ASSERT_EQ(SU::ToLStrArrayHandleNoThrow(texts, &array), 0);
+    EXPECT_EQ((*array)->cnt, 4);
+    EXPECT_EQ((*array)->str[1], nullptr) << "null is empty";
+    Texts out = {"old"};
+    SU::ToNarrowStringVector(array, out);
+    EXPECT_EQ(out, texts);
+    (*array)->cnt = 1000;
+    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, &out), 0);
+    EXPECT_EQ(out, texts) << "no more than the block holds";
+    (*array)->cnt = -1;
+    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, &out), 0);
+    EXPECT_EQ(out, Texts());
+    (*array)->cnt = 4;
+
+    // What is there stays until the new array is whole; then it is disposed with its strings.
+    kztest::FaultLoop([&](auto failed) {
+        _LStrArray** const old = array;
+        const KzErr error = SU::ToLStrArrayHandleNoThrow(texts, &array);
+        EXPECT_EQ(error, failed() ? kzErrMemoryFull : 0);
+        EXPECT_EQ(array == old, error != 0);
+        EXPECT_EQ((*array)->cnt, 4);
+    });
+    kztest::FaultLoop([&](auto failed) {
+        Texts made;
+        const KzErr error = SU::ToNarrowStringVectorNoThrow(array, &made);
+        EXPECT_EQ(error, failed() ? kzErrMemoryFull : 0);
+        EXPECT_EQ(made.size(), failed() ? 0u : 4u);
+    });
+    reports.TakeAll();
+
+    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, nullptr, SU::kDoNotDeallocate), kzErrArgument);
+    EXPECT_EQ(DSCheckHandle(array), 0);
+    LStr** const first = (*array)->str[0];
+    SU::ToNarrowStringVector(array, out, SU::kDeallocate);
+    EXPECT_EQ(out, texts);
+    EXPECT_NE(DSCheckHandle(array), 0);
+    EXPECT_NE(DSCheckHandle(first), 0);
+    ASSERT_EQ(SU::ToLStrArrayHandleNoThrow({"b"}, &(array = nullptr)), 0);
+    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, nullptr, SU::kDeallocate), kzErrArgument);
+    EXPECT_NE(DSCheckHandle(array), 0) << "disposed on failure too";
+
+    ASSERT_EQ(SU::ToLStrArrayHandleNoThrow({"c"}, &(array = nullptr)), 0);
+    EXPECT_EQ(SU::ToLStrArrayHandleNoThrow({}, &array), 0);
+    EXPECT_EQ(array, nullptr);
+    EXPECT_EQ(SU::ToLStrArrayHandleNoThrow({}, nullptr), kzErrArgument);
+    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(nullptr, &out, SU::kDeallocate), 0);
+    EXPECT_EQ(out, Texts());
 }
 
 // Every NoThrow form with each of its allocations failing: it gives its code, and its target is a string still.
