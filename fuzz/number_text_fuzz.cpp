@@ -88,7 +88,6 @@ public:
         return static_cast<unsigned char>(mText[place]);
     }
     void Advance() override { ++place; }
-    void Retreat() override {}
     void Seek(int32 by) override { place += static_cast<std::size_t>(by); }
 
     std::size_t place = 0;

@@ -202,7 +202,12 @@ KzErr CPStrList::Append(const unsigned char* string, unsigned long* used)
         return err;
     }
     if (DSGetHandleSize(mHandle) < needed) {
-        if (const KzErr err = DSSetHandleSize(mHandle, std::max(needed, 2 * *used))) {
+        const unsigned long doubled = std::max(needed, 2 * *used);
+        KzErr err = DSSetHandleSize(mHandle, doubled);
+        if (err != kzErrNone && doubled != needed) {
+            err = DSSetHandleSize(mHandle, needed);
+        }
+        if (err != kzErrNone) {
             return err;
         }
     }
@@ -229,8 +234,7 @@ KzErr CPStrList::UnFlatten(BinDataReader* reader)
         }
     }
     if (mHandle != nullptr && DSGetHandleSize(mHandle) != used) {
-        const KzErr cut = DSSetHandleSize(mHandle, used);
-        return err != kzErrNone ? err : cut;
+        DSSetHandleSize(mHandle, used);  // where this fails the list is whole, in a block with spare room
     }
     return err;
 }

@@ -14,7 +14,7 @@ class KZ_EXPORT CPStrList {
 public:
     CPStrList() = default;
 
-    // A copy of a list, whose count is relied on; empty for null and when memory is full.
+    // A copy of a list, whose count is relied on; empty for a null list and when memory is full.
     explicit CPStrList(const CPStr* list);
 
     // Takes the handle of a loaded resource that holds a list with a big-endian count, which RDetach detaches from its
@@ -65,7 +65,7 @@ public:
     KzErr Flatten(BinDataWriter* writer) const;
 
     // Makes this list what Flatten wrote. Returns the reader's error, or kzErrMemoryFull: the list then has the strings
-    // that were read before.
+    // that were read before, or its old content if that could not be cleared.
     KzErr UnFlatten(BinDataReader* reader);
 
 private:

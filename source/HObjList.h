@@ -27,8 +27,8 @@ KZ_EXTERN_C_BEGIN
 KZ_EXPORT KzErr HObjListInsert(HObjList handle, void* object, int32 i);
 
 // Removes entry i and returns its object: kObjListEnd and an index above the last entry mean the last, a negative one
-// the first. Null for an empty list. The freed entry is null. A block with 16 bytes more than it needed before becomes
-// a step of 16 smaller, unless memory is full.
+// the first. Null for an empty list. The freed entry is null. A block of more than count * 8 + 12 bytes, with the
+// count before, goes down to the multiple of 16 below its size, unless memory is full.
 KZ_EXPORT void* HObjListDelete(HObjList handle, int32 i);
 
 // The last index of an object, or -1.

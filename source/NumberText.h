@@ -17,8 +17,8 @@ KZ_EXTERN_C_BEGIN
 // their unsigned partner ("FF" is -1 for kNumI8), and what has more bits is the greatest value of the type; a "-"
 // negates what came out.
 //
-// StringToNum32 works in 32 bits: a value that does not fit in them counts as one beyond the type. StringToNum64 does
-// so too, but for kNumI64 and kNumU64 in 64 bits.
+// StringToNum32 works in 32 bits, and so does StringToNum64, but for kNumI64 and kNumU64 in 64: types as wide as that
+// or wider are held to the work's width. In bases other than 10 what has more bits is all ones for them, signed or not.
 KZ_EXPORT uInt32 StringToNum32(const unsigned char** cursor, int32 length, int32 type, int32 base, KzBool noSign);
 KZ_EXPORT uInt64 StringToNum64(const unsigned char** cursor, int32 length, int32 type, int32 base, KzBool noSign);
 
@@ -51,10 +51,11 @@ constexpr int32 MaxBuffSizeForBase(int32 base, T /*unused*/ = T())
     }
 }
 
-// Writes `value` in base 2, 8, 10 or 16 with upper-case digits and a NUL into `buffer` of `bufferSize` bytes, at least
-// 2, and returns the length without the NUL. Negative values have a "-" in base 10 and are two's complement of T's
-// width in the other bases. In too small a buffer the low digits stand, without a sign. `ok`, unless it is null, tells
-// whether all was written; without it a report of level 2 does.
+// Writes `value` in base 2, 8, 10 or 16 with upper-case digits and a NUL into `buffer` of `bufferSize` bytes, and
+// returns the length without the NUL. Negative values have a "-" in base 10 and are two's complement of T's width in
+// the other bases. In too small a buffer the low digits stand, without a sign; a buffer of 1 byte gets the NUL alone,
+// none nothing, and so does any other base. `ok`, unless it is null, tells whether all was written; without it a report
+// of level 2 does.
 template <typename T>
 int32 NumToStr(T value, char* buffer, int32 bufferSize, int32 base, bool* ok);
 
@@ -69,8 +70,7 @@ public:
     // The byte at the reader's place. It is asked for within the length that the call was given only.
     virtual unsigned char Peek() = 0;
     virtual void Advance() = 0;
-    // One byte back. Not needed for numbers.
-    virtual void Retreat() = 0;
+    virtual void Reserved() {}  // not called for numbers
     virtual void Seek(int32 by) = 0;
 
 protected:

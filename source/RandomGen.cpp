@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cmath>
 #include <mutex>
+#include <utility>
 
 #include "HiResClock.h"
 #include "KzErr.h"
@@ -14,7 +15,8 @@ constexpr uInt32 kSeedMask = 0x3FFF;
 constexpr uInt32 kSeedFactor = 8191;
 constexpr uInt32 kSeedInsteadOfZero = 1234;
 
-// Makes sure that the first draws of several threads seed once. No ThMutex, which would need somebody to make it.
+// Makes sure that the first draws of several threads seed once, and stands in where the ThMutex could not be made. A
+// leaf: no call goes out while it is held.
 constinit std::mutex gSeedLock;
 constinit std::atomic<bool> gSeeded{false};
 
@@ -28,44 +30,63 @@ void Seed(uInt32 (&streams)[3], uInt32 seed)
     streams[2] = (streams[1] * kSeedFactor) & kSeedMask;
 }
 
-KzErr InitLocked()
+// Seeds, unless that was done and `again` is not set.
+KzErr SeedShared(bool again)
 {
-    Seed(gStreams, MilliSecs() & kSeedMask);
-    const KzErr err = gRandomRights != nullptr ? kzErrNone : ThMutexCreate(&gRandomRights, "RandomGen");
-    gSeeded.store(true, std::memory_order_release);
-    return err;
+    const uInt32 now = MilliSecs();
+    ThMutex made = nullptr;
+    const KzErr err = ThMutexCreate(&made, "RandomGen");
+    {
+        std::lock_guard<std::mutex> lock(gSeedLock);
+        if (again || !gSeeded.load(std::memory_order_relaxed)) {
+            Seed(gStreams, now & kSeedMask);
+            if (gRandomRights == nullptr) {
+                std::swap(gRandomRights, made);
+            }
+            gSeeded.store(true, std::memory_order_release);
+        }
+    }
+    ThMutexDestroy(made);
+    return gRandomRights != nullptr ? kzErrNone : err;
+}
+
+void Draw(uInt32 (&drawn)[3])
+{
+    drawn[0] = gStreams[0] = gStreams[0] * 171 % 30269;
+    drawn[1] = gStreams[1] = gStreams[1] * 172 % 30307;
+    drawn[2] = gStreams[2] = gStreams[2] * 170 % 30323;
 }
 
 }  // namespace
 
 KzErr InitRandomGen(void)
 {
-    std::lock_guard<std::mutex> lock(gSeedLock);
-    return InitLocked();
+    return SeedShared(true);
 }
 
 void UninitRandomGen(void)
 {
-    std::lock_guard<std::mutex> lock(gSeedLock);
-    gSeeded.store(false, std::memory_order_release);
-    ThMutexDestroy(gRandomRights);
-    gRandomRights = nullptr;
+    ThMutex rights = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(gSeedLock);
+        gSeeded.store(false, std::memory_order_release);
+        std::swap(gRandomRights, rights);
+    }
+    ThMutexDestroy(rights);
 }
 
 void RandomGen(double* out)
 {
     if (!gSeeded.load(std::memory_order_acquire)) {
-        std::lock_guard<std::mutex> lock(gSeedLock);
-        if (!gSeeded.load(std::memory_order_relaxed)) {
-            InitLocked();
-        }
+        SeedShared(false);
     }
     uInt32 drawn[3];
-    {
+    if (gRandomRights != nullptr) {
         kz::ScopedLock lock(gRandomRights);
-        drawn[0] = gStreams[0] = gStreams[0] * 171 % 30269;
-        drawn[1] = gStreams[1] = gStreams[1] * 172 % 30307;
-        drawn[2] = gStreams[2] = gStreams[2] * 170 % 30323;
+        Draw(drawn);
+    } else {
+        std::lock_guard<std::mutex> lock(gSeedLock);
+        Draw(drawn);
     }
     const double sum =
         drawn[0] * 3.3037100664045725e-5 + drawn[1] * 3.2995677566238825e-5 + drawn[2] * 3.297826732183491e-5;

@@ -8,7 +8,7 @@
 KZ_EXTERN_C_BEGIN
 
 // Seed the generator from the clock, and give up its lock: while no other thread draws. A generator that was not seeded
-// seeds itself at its first draw. kzErrMemoryFull: its lock can't be made; it then serves one thread.
+// seeds itself at its first draw. kzErrMemoryFull: its lock can't be made; another takes its place.
 KZ_EXPORT KzErr InitRandomGen(void);
 KZ_EXPORT void UninitRandomGen(void);
 

@@ -1,10 +1,10 @@
 // Short counted strings (`PStr`): a count byte, then 0 to 255 bytes of text. Usable from C11 and C++20.
 //
-// A PStr is passed as `unsigned char*`, in C++ as `char*` too; a buffer that is written to has 256 bytes unless a call
-// says otherwise. The destination comes first, except in XToY, whose source comes first. Text that doesn't fit is cut
-// silently. Null is accepted only where it is said. Source and destination may be the same memory. Comparisons look at
-// bytes as unsigned; the caseless ones put two bytes that differ through ToLower. Any thread; no call needs the
-// library to be started.
+// A PStr is passed as `unsigned char*`, in C++ as `char*` too, all arguments of a call alike; a buffer that is written
+// to has 256 bytes unless a call says otherwise. The destination comes first, except in XToY, whose source comes first.
+// Text that doesn't fit is cut silently. Null is accepted only where it is said. Source and destination may be the same
+// memory. Comparisons look at bytes as unsigned; the caseless ones put two bytes that differ through ToLower. Any
+// thread; no call needs the library to be started.
 #ifndef KZCORE_STRINGPSTR_H
 #define KZCORE_STRINGPSTR_H
 
@@ -108,6 +108,10 @@ inline KzBool PStrEqual(const char* a, const char* b)
 inline KzBool PStrCaseEqual(const char* a, const char* b)
 {
     return PStrCaseEqual(kz::AsBytes(a), kz::AsBytes(b));
+}
+inline KzBool FileNameEqual(const char* a, const char* b)
+{
+    return FileNameEqual(kz::AsBytes(a), kz::AsBytes(b));
 }
 inline KzBool PStrSplitAtChar(const char* src, int32 ch, char* left, char* right)
 {

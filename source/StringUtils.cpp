@@ -1,5 +1,7 @@
-// The case tables are filled with the ASCII mapping when the library loads, so that hashes and comparisons made before
-// the service starts agree with later ones on ASCII text. They keep their content when the service stops.
+// The case tables have the ASCII mapping when the library loads, and keep it, so that hashes and comparisons made
+// before the service starts agree with later ones on ASCII text, in whichever locale: one that pairs "i" and "I" with
+// other letters changes nothing. The bytes above come from the locale. The tables keep their content when the service
+// stops.
 #include "StringUtils.h"
 
 #include <algorithm>
@@ -39,7 +41,7 @@ constinit CaseTable gUpper = AsciiTable('a', 'z', 'A' - 'a');
 // 0xFF, which widens to EOF, has no case.
 void FillFromLocale(CaseTable& table, int (*mapping)(int))
 {
-    for (int c = 0; c < 255; ++c) {
+    for (int c = 0x80; c < 0xFF; ++c) {
         const unsigned char mapped = static_cast<unsigned char>(mapping(c));
         if (table.map[c] != mapped) {
             table.map[c] = mapped;

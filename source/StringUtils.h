@@ -34,8 +34,8 @@ public:
     // What Split does with items without text.
     enum SplitMode { kSplitKeepEmpty = 0, kSplitDropEmpty = 1 };
 
-    // A hash of at most 28 bits, the same in each process. It ends at the first NUL as well as at the length; with
-    // ignoreCase each byte is put into upper case. Null hashes to 0.
+    // A hash of at most 28 bits, the same in each process, but for bytes from 0x80 up with ignoreCase, which puts each
+    // byte into upper case. It ends at the first NUL as well as at the length. Null hashes to 0.
     static uInt32 Hash(const char* bytes, uInt32 length, bool ignoreCase);
     static uInt32 Hash(const char* bytes, bool ignoreCase);
     static uInt32 Hash(const std::string& text, bool ignoreCase);

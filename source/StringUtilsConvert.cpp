@@ -1,4 +1,5 @@
-// The conversions of StringUtils. Narrow text goes to wide and UTF-8 by iconv; wide text goes to narrow by `wcstombs`.
+// The conversions of StringUtils. Wide text goes to UTF-8 by iconv and to narrow by `wcstombs`; narrow text, which is
+// UTF-8, goes to wide by our own decoder, and by iconv where that finds a fault.
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -43,6 +44,26 @@ template <typename Convert>
 KzErr NoThrowPlain(const void* out, Convert convert)
 {
     return NoThrow(out, [&] {
+        convert();
+        return kzErrNone;
+    });
+}
+
+// The forms for a conversion into a string, which is empty when memory was full.
+template <typename Text, typename Run>
+KzErr ConvertNoThrow(Text* out, Run run)
+{
+    const KzErr error = NoThrow(out, run);
+    if (error == kzErrMemoryFull) {
+        out->clear();
+    }
+    return error;
+}
+
+template <typename Text, typename Convert>
+KzErr ConvertNoThrowPlain(Text* out, Convert convert)
+{
+    return ConvertNoThrow(out, [&] {
         convert();
         return kzErrNone;
     });
@@ -98,7 +119,8 @@ KzErr WideToNarrow(const std::wstring& text, std::string& out)
     const locale_t locale = kz::Utf8Locale();
     const std::size_t size = kz::WideToUtf8Size(text.c_str(), locale);
     if (size == static_cast<std::size_t>(-1)) {
-        KZ_REPORT(kDbgWarning, 0x2C81F05B) << "wcstombs failed: " << errno;
+        const int why = errno;
+        KZ_REPORT(kDbgWarning, 0x2C81F05B) << "wcstombs failed: " << why;
         return kzErrArgument;
     }
     out.resize(size);
@@ -233,38 +255,38 @@ void StringUtils::ToNarrowString(const std::string& text, std::string& out)
 
 KzErr StringUtils::ToNarrowStringNoThrow(const unsigned char* pstr, std::string* out)
 {
-    return NoThrowPlain(out, [&] { ToNarrowString(pstr, *out); });
+    return ConvertNoThrowPlain(out, [&] { ToNarrowString(pstr, *out); });
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const LStr* text, std::string* out)
 {
-    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const LStr* const* text, std::string* out)
 {
-    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out)
 {
-    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out, DeallocationPolicy policy)
 {
     const DisposeByPolicy disposer(text, policy);
-    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const std::wstring& text, std::string* out)
 {
-    return NoThrow(out, [&] { return WideToNarrow(text, *out); });
+    return ConvertNoThrow(out, [&] { return WideToNarrow(text, *out); });
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const std::string& text, std::string* out)
 {
-    return NoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
 }
 
 std::string StringUtils::ToNarrowString(const unsigned char* pstr)
@@ -341,27 +363,27 @@ void StringUtils::ToWideString(const CFString* text, std::wstring& out)
 
 KzErr StringUtils::ToWideStringNoThrow(const std::string& text, std::wstring* out)
 {
-    return NoThrow(out, [&] { return iconv_UTF8ToWideString(text, *out); });
+    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(text, *out); });
 }
 
 KzErr StringUtils::ToWideStringNoThrow(const unsigned char* pstr, std::wstring* out)
 {
-    return NoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(pstr), *out); });
+    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(pstr), *out); });
 }
 
 KzErr StringUtils::ToWideStringNoThrow(const LStr* text, std::wstring* out)
 {
-    return NoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
+    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
 }
 
 KzErr StringUtils::ToWideStringNoThrow(LStr** text, std::wstring* out)
 {
-    return NoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
+    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
 }
 
 KzErr StringUtils::ToWideStringNoThrow(const CFString* text, std::wstring* out)
 {
-    return NoThrow(out, [&] { return iconv_UTF8ToWideString(NarrowOf(text), *out); });
+    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(NarrowOf(text), *out); });
 }
 
 std::wstring StringUtils::ToWideString(const std::string& text)
@@ -411,7 +433,7 @@ void StringUtils::ToUTF8String(const std::string& text, std::string& out)
 
 KzErr StringUtils::ToUTF8StringNoThrow(const std::wstring& text, std::string* out)
 {
-    return NoThrow(out, [&] { return iconv_WideToUTF8String(text, *out); });
+    return ConvertNoThrow(out, [&] { return iconv_WideToUTF8String(text, *out); });
 }
 
 KzErr StringUtils::ToUTF8StringNoThrow(const std::string& text, std::string* out)
@@ -450,12 +472,12 @@ KzErr StringUtils::ToPStrNoThrow(const std::string& text, unsigned char* out)
 
 KzErr StringUtils::ToPStrNoThrow(const std::wstring& text, unsigned char* out)
 {
-    return NoThrow(out, [&] {
-        std::string narrow;
-        const KzErr error = WideToNarrow(text, narrow);
+    std::string narrow;
+    const KzErr error = out == nullptr ? kzErrArgument : ToNarrowStringNoThrow(text, &narrow);
+    if (out != nullptr) {
         ToPStr(narrow, out);
-        return error;
-    });
+    }
+    return error;
 }
 
 void StringUtils::ToLStrHandle(const std::string& text, LStr**& out)
@@ -518,7 +540,7 @@ void StringUtils::ToNarrowStringVector(_LStrArray** array, std::vector<std::stri
 
 KzErr StringUtils::ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out)
 {
-    return NoThrowPlain(out, [&] { ToNarrowStringVector(array, *out); });
+    return ConvertNoThrowPlain(out, [&] { ToNarrowStringVector(array, *out); });
 }
 
 KzErr StringUtils::ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out,

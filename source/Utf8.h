@@ -10,8 +10,7 @@ KZ_EXTERN_C_BEGIN
 // Decodes the character at *cursor and moves *cursor behind it, never past `end`; an empty rest moves nothing. What the
 // Unicode standard's table of well-formed UTF-8 (table 3-7) leaves out gives 0, as a NUL does, and moves on by:
 // - the length that the first byte tells, up to 6, for a byte that starts no character (a stray continuation byte is
-// one
-//   byte long) and for a second byte that the first one excludes;
+//   one byte long) and for a second byte that the first one excludes;
 // - all that is left, when the sequence is longer than that;
 // - one byte, when a byte that should continue the sequence does not.
 KZ_EXPORT uInt32 ConvertUTF8toUTF32(const unsigned char** cursor, const unsigned char* end);

@@ -35,7 +35,6 @@ public:
     explicit StringReader(const std::string& text) : mText(text) {}
     unsigned char Peek() override { return static_cast<unsigned char>(mText.at(place)); }
     void Advance() override { ++place; }
-    void Retreat() override { ADD_FAILURE(); }
     void Seek(int32 by) override { place += static_cast<std::size_t>(by); }
 
     std::size_t place = 0;

@@ -316,25 +316,35 @@ TEST(StringUtilsConvert, OutOfMemory)
     };
     const auto narrow = [](auto convert) {
         return [convert] {
-            std::string out;
+            std::string out = "old";
             const KzErr error = convert(&out);
-            EXPECT_TRUE(error != 0 || out.size() > 100);
+            EXPECT_TRUE(error != 0 ? out.empty() : out.size() > 100);
             return error;
         };
     };
     const auto wide = [](auto convert) {
         return [convert] {
-            std::wstring out;
+            std::wstring out = L"old";
             const KzErr error = convert(&out);
-            EXPECT_TRUE(error != 0 || out.size() > 100);
+            EXPECT_TRUE(error != 0 ? out.empty() : out.size() > 100);
             return error;
         };
     };
     each(narrow([&](std::string* out) { return SU::ToNarrowStringNoThrow(longText, out); }));
     each(narrow([&](std::string* out) { return SU::ToNarrowStringNoThrow(longWide, out); }));
     each(narrow([&](std::string* out) { return SU::ToUTF8StringNoThrow(longWide, out); }));
-    each(narrow([&](std::string* out) { return SU::AppendNoThrow(out, longText); }));
-    each(narrow([&](std::string* out) { return SU::AssignNoThrow(out, longText.c_str()); }));
+    each([&] {
+        std::string out = "old";
+        const KzErr error = SU::AppendNoThrow(&out, longText);
+        EXPECT_EQ(out.size(), error == 0 ? 3 + longText.size() : 3);
+        return error;
+    });
+    each([&] {
+        std::string out = "old";
+        const KzErr error = SU::AssignNoThrow(&out, longText.c_str());
+        EXPECT_EQ(out.size(), error == 0 ? longText.size() : 3);
+        return error;
+    });
     each(wide([&](std::wstring* out) { return SU::ToWideStringNoThrow(longText, out); }));
     each(wide([&](std::wstring* out) { return SU::ToWideStringNoThrow(counted.Get(), out); }));
     each(wide([&](std::wstring* out) { return SU::ToWideStringNoThrow(text.Get(), out); }));
@@ -351,7 +361,7 @@ TEST(StringUtilsConvert, OutOfMemory)
     each([&] {
         PStrBuffer out("old");
         const KzErr error = SU::ToPStrNoThrow(longWide, out);
-        EXPECT_EQ(out.bytes[0], error == 0 ? longText.size() : 3);
+        EXPECT_EQ(out.bytes[0], error == 0 ? longText.size() : 0);
         return error;
     });
 }

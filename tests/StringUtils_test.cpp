@@ -32,6 +32,8 @@ TEST(StringUtils, HashIsTheSameBeforeAndAfterTheServiceRuns)
 {
     const std::vector<Json> rows = kztest::ReadJsonLines("vectors/hashes.jsonl");
     const auto check = [&](const char* when) {
+        EXPECT_EQ(StringUtils::Hash("title", true), StringUtils::Hash("TITLE", false)) << when;
+        EXPECT_TRUE(StringUtils::CaseInsensitiveEqual("TITLE", "title")) << when;
         for (const Json& row : rows) {
             if (row["op"].Str() == "Hash") {
                 EXPECT_EQ(HashOf(row), row["hash"].UInt()) << when << row.Line();
