@@ -313,26 +313,30 @@ void MeasureArrays()
         }
         benchmark::ClobberMemory();
     });
-    Measure("kz read array", [] {
-        MemInputBuf buffer(sFrom.data(), kArraySize);
-        BinDataReader reader(&buffer, BigEndianizer());
-        reader.ReadArray(sTo.data(), sTo.size(), sizeof sTo[0]);
-        benchmark::ClobberMemory();
-    });
-    Measure("kz write array", [] {
-        StaticOutputBuf buffer(sTo.data(), kArraySize);
-        BinDataWriter writer(&buffer, BigEndianizer());
-        writer.WriteArray(sFrom.data(), sFrom.size(), sizeof sFrom[0]);
-        benchmark::ClobberMemory();
-    });
-    Measure("loop swap copy", [] {
+    // A few, from cache, and all, which the memory's speed bounds.
+    for (const std::size_t count : {std::size_t{kRecords}, sFrom.size()}) {
+        const std::string array = count == kRecords ? " array" : " 4 MB";
+        Measure(("kz read" + array).c_str(), [count] {
+            MemInputBuf buffer(sFrom.data(), count * sizeof sFrom[0]);
+            BinDataReader reader(&buffer, BigEndianizer());
+            reader.ReadArray(sTo.data(), count, sizeof sTo[0]);
+            benchmark::ClobberMemory();
+        });
+        Measure(("kz write" + array).c_str(), [count] {
+            StaticOutputBuf buffer(sTo.data(), count * sizeof sTo[0]);
+            BinDataWriter writer(&buffer, BigEndianizer());
+            writer.WriteArray(sFrom.data(), count, sizeof sFrom[0]);
+            benchmark::ClobberMemory();
+        });
+    }
+    Measure("loop copy array", [] {
         PlainReader reader{reinterpret_cast<const unsigned char*>(sFrom.data())};
-        for (std::uint32_t& number : sTo) {
-            number = reader.Get<std::uint32_t>();
+        for (int i = 0; i < kRecords; ++i) {
+            sTo[static_cast<std::size_t>(i)] = reader.Get<std::uint32_t>();
         }
         benchmark::ClobberMemory();
     });
-    Measure("memcpy copy", [] {
+    Measure("memcpy 4 MB", [] {
         std::memcpy(sTo.data(), sFrom.data(), kArraySize);
         benchmark::ClobberMemory();
     });
@@ -365,9 +369,10 @@ int main(int argc, char** argv)
         AtMost("stream, 4,096 records measured", "kz measure", 1, "kz write"),
         Faster("array, 4 MB swapped", "kz swap in place", 3, "loop swap in place"),
         Faster("array, 4 MB swapped", "kz swap in place", 3, "boost swap in place"),
-        Faster("array, 4 MB read", "kz read array", 3, "loop swap copy"),
-        Faster("array, 4 MB written", "kz write array", 3, "loop swap copy"),
-        AtMost("array, 4 MB read", "kz read array", 2, "memcpy copy"),
+        Faster("array, 4,096 numbers read", "kz read array", 3, "loop copy array"),
+        Faster("array, 4,096 numbers written", "kz write array", 3, "loop copy array"),
+        AtMost("array, 4 MB read", "kz read 4 MB", 1.2, "memcpy 4 MB"),
+        AtMost("array, 4 MB written", "kz write 4 MB", 1.2, "memcpy 4 MB"),
     };
     return kzbench::RunWithGoals(argc, argv, rows);
 }

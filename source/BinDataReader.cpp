@@ -32,22 +32,28 @@ BinDataReader::~BinDataReader() = default;
 
 void BinDataReader::SetError(KzErr err)
 {
-    if (mError == kzErrNone) {
+    if (mError == kzErrNone && err != kzErrNone) {
         mError = err;
+        mIsAtHand = false;
     }
 }
 
 // The next bytes, all or none.
 inline const void* BinDataReader::Take(unsigned long size)
 {
-    return mError != kzErrNone ? nullptr : mBuffer->GetDataPointer(size, mError);
+    if (mError != kzErrNone) {
+        return nullptr;
+    }
+    const void* const start = mBuffer->GetDataPointer(size, mError);
+    mIsAtHand = mIsAtHand && mError == kzErrNone;
+    return start;
 }
 
 // A scalar of the size of T, which is an unsigned integer.
 template <typename T, BinDataReader::Numbers numbers>
 inline T BinDataReader::ReadScalar()
 {
-    if (mError == kzErrNone && mIsAtHand) {
+    if (mIsAtHand) {
         auto& buffer = static_cast<MemInputBuf&>(*mBuffer);
         if (kz::MemInputAccess::Has(buffer, sizeof(T))) {
             const T value = kz::LoadNative<T>(kz::MemInputAccess::Take(buffer, sizeof(T)));

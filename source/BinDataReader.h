@@ -84,8 +84,8 @@ private:
 
     const Endianizer* mEndianizer;
     KzErr mError = kzErrNone;
-    bool mIsAtHand;    // the buffer is just a MemInputBuf, the byte order object one of the shared ones
-    bool mIsReversed;  // of the latter, the big-endian one
+    bool mIsAtHand;    // the buffer is just a MemInputBuf, the byte order object a shared one, and no error is latched
+    bool mIsReversed;  // the object is the big-endian one
     InputBuf* mBuffer;
 };
 

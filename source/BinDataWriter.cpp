@@ -58,6 +58,7 @@ inline unsigned long BinDataWriter::Put(unsigned long size, Store store)
     }
     void* const dest = mBuffer->GetDataPointer(size, mError);
     if (mError != kzErrNone) {
+        mKind = kOtherKind;
         return 0;
     }
     if (dest != nullptr) {
@@ -86,20 +87,18 @@ inline bool BinDataWriter::PutInto(Buffer& buffer, T value)
 template <typename T>
 inline unsigned long BinDataWriter::PutScalar(T value)
 {
-    if (mError == kzErrNone) {
-        if (mKind == kHandle && PutInto(static_cast<HandleOutputBuf&>(*mBuffer), value)) {
-            return sizeof value;
-        }
-        if (mKind == kStatic && PutInto(static_cast<StaticOutputBuf&>(*mBuffer), value)) {
-            return sizeof value;
-        }
-        if (mKind == kLStr && PutInto(static_cast<LStrOutputBuf&>(*mBuffer), value)) {
-            return sizeof value;
-        }
-        if (mKind == kPreflight) {
-            kz::OutputAccess::Count(static_cast<PreflightOutputBuf&>(*mBuffer), sizeof value);
-            return sizeof value;
-        }
+    if (mKind == kHandle && PutInto(static_cast<HandleOutputBuf&>(*mBuffer), value)) {
+        return sizeof value;
+    }
+    if (mKind == kStatic && PutInto(static_cast<StaticOutputBuf&>(*mBuffer), value)) {
+        return sizeof value;
+    }
+    if (mKind == kLStr && PutInto(static_cast<LStrOutputBuf&>(*mBuffer), value)) {
+        return sizeof value;
+    }
+    if (mKind == kPreflight) {
+        kz::OutputAccess::Count(static_cast<PreflightOutputBuf&>(*mBuffer), sizeof value);
+        return sizeof value;
     }
     return PutScalarByCalls(value);
 }
@@ -120,6 +119,14 @@ __attribute__((noinline)) unsigned long BinDataWriter::PutScalarByCalls(T value)
     });
 }
 
+void BinDataWriter::Latch(KzErr err)
+{
+    if (mError == kzErrNone) {
+        mError = err;
+        mKind = kOtherKind;
+    }
+}
+
 KzErr BinDataWriter::GetError()
 {
     Put(0, [](unsigned char*) {});
@@ -135,14 +142,14 @@ OutputBuf* BinDataWriter::SetBuffer(OutputBuf* buffer)
 {
     OutputBuf* const before = mBuffer;
     mBuffer = buffer;
-    mKind = mIsShared ? KindOf(buffer) : kOtherKind;
+    mKind = mIsShared && mError == kzErrNone ? KindOf(buffer) : kOtherKind;
     return before;
 }
 
 unsigned long BinDataWriter::Align(uInt32 boundary)
 {
     const unsigned long padding = kz::PaddingOf(mBuffer->GetBytesWritten(), boundary);
-    return Put(padding, [&](unsigned char* dest) { std::memset(dest, 0, padding); });
+    return padding == 0 ? 0 : Put(padding, [&](unsigned char* dest) { std::memset(dest, 0, padding); });
 }
 
 unsigned long BinDataWriter::WriteI8(int8 value)
@@ -234,8 +241,8 @@ unsigned long BinDataWriter::WritePStrFromNarrow(const std::string& text, uInt32
 // A string with a count word, in one piece.
 unsigned long BinDataWriter::PutCounted(const void* text, unsigned long size)
 {
-    if (size > INT_MAX && mError == kzErrNone) {
-        mError = kzErrArgument;
+    if (size > INT_MAX) {
+        Latch(kzErrArgument);
     }
     const auto count = static_cast<int32>(size);
     return Put(sizeof count + size, [&](unsigned char* dest) {
@@ -266,7 +273,7 @@ unsigned long BinDataWriter::WriteArray(const void* data, unsigned long count, u
 {
     unsigned long size = 0;
     if (__builtin_mul_overflow(count, static_cast<unsigned long>(width), &size)) {
-        mError = mError == kzErrNone ? KzErr{kzErrArgument} : mError;
+        Latch(kzErrArgument);
         return 0;
     }
     return Put(size, [&](unsigned char* dest) { mEndianizer->WriteArray(data, dest, count, width); });

@@ -69,6 +69,7 @@ private:
     enum Kind : uInt8 { kOtherKind, kHandle, kStatic, kPreflight, kLStr };
 
     static Kind KindOf(const OutputBuf* buffer);
+    void Latch(KzErr err);
     template <typename Store>
     unsigned long Put(unsigned long size, Store store);
     template <typename T, typename Buffer>
@@ -84,7 +85,7 @@ private:
     KzErr mError = kzErrNone;
     bool mIsShared;    // the byte order object is one of the shared ones
     bool mIsReversed;  // and the big-endian one
-    Kind mKind;        // of the buffer, where it is just one of these and mIsShared
+    Kind mKind;        // of the buffer, where it is just one of these, mIsShared, and no error is latched
     OutputBuf* mBuffer;
 };
 

@@ -1,5 +1,5 @@
 // The buffers that hold their bytes in one block, from within: what a typed reader or writer needs for each value,
-// without a call.
+// without a call. A buffer with an error latched has nothing left and no room.
 #ifndef KZCORE_BUFFERACCESS_H
 #define KZCORE_BUFFERACCESS_H
 
@@ -10,10 +10,7 @@ namespace kz {
 
 struct MemInputAccess {
     // Whether the next `size` bytes, not 0, are there. If not, the buffer itself is to be asked.
-    static bool Has(const MemInputBuf& buffer, unsigned long size)
-    {
-        return buffer.mError == kzErrNone && size <= buffer.mSize - buffer.mPosition;
-    }
+    static bool Has(const MemInputBuf& buffer, unsigned long size) { return size <= buffer.mSize - buffer.mPosition; }
 
     // The next bytes, which are there.
     static const void* Take(MemInputBuf& buffer, unsigned long size)
@@ -29,7 +26,7 @@ struct OutputAccess {
     template <typename Buffer>
     static bool Has(const Buffer& buffer, unsigned long size)
     {
-        return buffer.mError == kzErrNone && size <= buffer.mCapacity - buffer.mWritten;
+        return size <= buffer.mCapacity - buffer.mWritten;
     }
 
     template <typename Buffer>

@@ -9,7 +9,6 @@
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PackedList.h"
-#include "PathManager.h"
 #include "ResourceManager.h"
 #include "StringPStr.h"
 

@@ -55,7 +55,11 @@ MemInputBuf::~MemInputBuf()
 
 const void* MemInputBuf::GetDataPointer(unsigned long size, KzErr& err, unsigned long* gotSize, int32 peek)
 {
-    return Take(mData, mSize, mPosition, mError, size, err, gotSize, peek != 0);
+    const void* const start = Take(mData, mSize, mPosition, mError, size, err, gotSize, peek != 0);
+    if (mError != kzErrNone) {
+        mSize = mPosition;
+    }
+    return start;
 }
 
 unsigned long MemInputBuf::GetBytesRead() const

@@ -46,7 +46,7 @@ private:
 
     KzErr mError = kzErrNone;
     const unsigned char* mData;
-    unsigned long mSize;
+    unsigned long mSize;  // the position, once an error is latched
     unsigned long mPosition = 0;
 };
 

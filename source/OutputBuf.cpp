@@ -57,6 +57,7 @@ void* StaticOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
     if (mError == kzErrNone && size > mCapacity - mWritten) {
         mError = kzErrCorrupt;
+        mCapacity = mWritten;
     }
     err = mError;
     if (mError != kzErrNone || size == 0) {
@@ -92,6 +93,7 @@ void* HandleOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
     if (mError == kzErrNone && size != 0) {
         mError = mHandle == nullptr ? kzErrArgument : Grow(mHandle, 0, mWritten, size, &mCapacity);
+        mCapacity = mError == kzErrNone ? mCapacity : mWritten;
     }
     err = mError;
     if (mError != kzErrNone || size == 0) {
@@ -116,9 +118,7 @@ UHandle HandleOutputBuf::GetHandle(bool release)
         return nullptr;
     }
     mError = DSSetHandleSize(mHandle, mWritten);
-    if (mError == kzErrNone) {
-        mCapacity = mWritten;
-    }
+    mCapacity = mWritten;
     const UHandle handle = mHandle;
     if (release) {
         mHandle = nullptr;
@@ -175,7 +175,7 @@ void* LStrOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
         mError = mHandle == nullptr                ? kzErrArgument
                  : size > kGreatestText - mWritten ? kzErrMemoryFull
                                                    : Grow(mHandle, kCountSize, mWritten, size, &mCapacity);
-        SetCapacity(mCapacity);
+        SetCapacity(mError == kzErrNone ? mCapacity : mWritten);
     }
     err = mError;
     if (mError != kzErrNone || size == 0) {
@@ -200,9 +200,7 @@ LStr** LStrOutputBuf::GetHandle(bool release)
         return nullptr;
     }
     mError = DSSetHandleSize(mHandle, mWritten + kCountSize);
-    if (mError == kzErrNone) {
-        mCapacity = mWritten;
-    }
+    mCapacity = mWritten;
     if (DSGetHandleSize(mHandle) >= kCountSize) {
         (*mHandle)->cnt = static_cast<int32>(mWritten);
     }

@@ -43,7 +43,7 @@ private:
 
     KzErr mError = kzErrNone;
     unsigned char* mData;
-    unsigned long mCapacity;
+    unsigned long mCapacity;  // here and below what is written, once an error is latched
     unsigned long mWritten = 0;
 };
 
