@@ -68,18 +68,23 @@ typedef signed char ByteBlock __attribute__((vector_size(16)));
 typedef unsigned short HalfBlock __attribute__((vector_size(16)));
 constexpr std::ptrdiff_t kBlock = sizeof(ByteBlock);
 
-// How many ASCII characters a block begins with.
-std::ptrdiff_t CountAscii(const unsigned char* bytes)
+constexpr uInt64 kTopBits = 0x8080808080808080;
+
+bool IsAsciiBlock(const unsigned char* bytes)
 {
-    constexpr uInt64 kMarks = 0x8080808080808080;
-    constexpr bool kLittle = std::endian::native == std::endian::little;
-    const auto bytesBefore = [](uInt64 marks) {
-        return (kLittle ? std::countr_zero(marks) : std::countl_zero(marks)) / 8;
-    };
     uInt64 words[2];
     static_assert(sizeof words == kBlock);
     std::memcpy(words, bytes, sizeof words);
-    return (words[0] & kMarks) != 0 ? bytesBefore(words[0] & kMarks) : 8 + bytesBefore(words[1] & kMarks);
+    return ((words[0] | words[1]) & kTopBits) == 0;
+}
+
+// How many ASCII characters a block of 8 begins with.
+std::ptrdiff_t CountAscii(const unsigned char* bytes)
+{
+    uInt64 word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    word &= kTopBits;
+    return (std::endian::native == std::endian::little ? std::countr_zero(word) : std::countl_zero(word)) / 8;
 }
 
 // Each element behind, or on the other kind of processor before, one of zero: together an element of twice the size.
@@ -106,7 +111,7 @@ Widened Widen(HalfBlock block)
              std::bit_cast<ByteBlock>(__builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15))}};
 }
 
-void WidenBlock(const unsigned char* bytes, wchar_t* out)
+[[gnu::always_inline]] inline void WidenBlock(const unsigned char* bytes, wchar_t* out)
 {
     static_assert(sizeof(wchar_t) == 4);
     ByteBlock block;
@@ -164,8 +169,16 @@ wchar_t* DecodeWellFormedUtf8(const unsigned char*& cursor, const unsigned char*
         }
         return length != 0;
     };
-    // A block of ASCII, or what it begins with, and then what is not ASCII or stands close to it.
-    while (length != 0 && end - at >= kBlock && outEnd - out >= kBlock) {
+    while (length != 0) {
+        while (end - at >= kBlock && IsAsciiBlock(at)) {
+            WidenBlock(at, out);
+            at += kBlock;
+            out += kBlock;
+        }
+        if (end - at < kBlock || outEnd - out < kBlock) {
+            break;
+        }
+        // What a block begins with, and then what is not ASCII or stands close to it.
         const std::ptrdiff_t ascii = CountAscii(at);
         WidenBlock(at, out);
         at += ascii;
