@@ -118,6 +118,12 @@ inline ByteBlock AsciiFoldedDifference(ByteBlock a, ByteBlock b)
     return (a ^ b) & ~(isLetter & 0x20);
 }
 
+// From this length on wider blocks pay.
+inline constexpr std::size_t kLongText = 64;
+
+// As AsciiFoldedBytes, by the widest blocks that the processor has, a whole number of which is told.
+std::size_t AsciiFoldedWideBytes(const unsigned char* a, const unsigned char* b, std::size_t n);
+
 // How many bytes from the start are known to be equal but for the case of ASCII letters: up to the block that holds a
 // difference, or n. At least 8 bytes.
 inline std::size_t AsciiFoldedBytes(const unsigned char* a, const unsigned char* b, std::size_t n)
@@ -126,16 +132,7 @@ inline std::size_t AsciiFoldedBytes(const unsigned char* a, const unsigned char*
     if (n < kBlock) {
         return IsClear(AsciiFoldedDifference(LoadEnds(a, n), LoadEnds(b, n))) ? n : 0;
     }
-    std::size_t i = 0;
-    for (; n - i >= 4 * kBlock; i += 4 * kBlock) {
-        ByteBlock different{};
-        for (std::size_t k = 0; k < 4 * kBlock; k += kBlock) {
-            different |= AsciiFoldedDifference(LoadBlock(a + i + k), LoadBlock(b + i + k));
-        }
-        if (!IsClear(different)) {
-            break;
-        }
-    }
+    std::size_t i = n < kLongText ? 0 : AsciiFoldedWideBytes(a, b, n);
     for (; n - i >= kBlock; i += kBlock) {
         if (!IsClear(AsciiFoldedDifference(LoadBlock(a + i), LoadBlock(b + i)))) {
             return i;

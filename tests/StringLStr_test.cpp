@@ -264,8 +264,11 @@ private:
     char* mStart = nullptr;
 };
 
-TEST_F(StringLStr, CountsBeyondRange)
+TEST_F(StringLStr, TextBeyondRange)
 {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer keeps a record of each byte";
+#endif
     const HugeText huge;
     ASSERT_NE(huge.Get(), nullptr);
     LStrHandle text("cd");
@@ -273,6 +276,12 @@ TEST_F(StringLStr, CountsBeyondRange)
     EXPECT_TRUE(reports.Take(kDbgWarning, "CToLHStr FAILED:xxx"));
     EXPECT_EQ(LStrAppendCStr(&text.handle, huge.Get()), kzErrMemoryFull);
     EXPECT_EQ(LStrPrependCStr(&text.handle, huge.Get()), kzErrMemoryFull);
+    EXPECT_EQ(text.Text(), "cd");
+}
+
+TEST_F(StringLStr, CountsBeyondRange)
+{
+    LStrHandle text("cd");
     LStrValue claimed("x");
     for (const int32 count : {0x7FFFFFFF, 0x7FFFFFFE}) {
         claimed.Get()->cnt = count;  // refused before a byte of it is read
