@@ -65,8 +65,8 @@ KZ_EXPORT KzBool CPStrEqual(const CPStr* a, const CPStr* b);
 KZ_EXPORT KzErr LSort(CPStr** handle, UHandle parallel);
 
 // Makes a list out of the data of a resource "STR#", a big-endian 16-bit count and that many PStr, in the caller's
-// block at p, which needs 2 bytes more than the data has, and at least 4. A count that the data doesn't hold becomes the number of
-// whole strings. kzErrArgument for null.
+// block at p, which needs 2 bytes more than the data has, and at least 4. A count that the data doesn't hold becomes
+// the number of whole strings. kzErrArgument for null.
 KZ_EXPORT KzErr StrPoundToCPStr(UHandle handle, CPStr* p);
 
 KZ_EXTERN_C_END

@@ -1,5 +1,5 @@
-// All text that is put into a handle goes through Splice. One resize moves the old text and puts the new bytes behind it
-// while the old block still stands, so that a source may lie in that block, and nothing has changed when it fails.
+// All text that is put into a handle goes through Splice. One resize moves the old text and puts the new bytes behind
+// it while the old block still stands, so that a source may lie in that block, and nothing has changed when it fails.
 #include "StringLStr.h"
 
 #include <algorithm>
