@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "PlatformLocale.h"
+
 namespace {
 
 constexpr char kBadFormat[] = "__DbgFmtType: Bad Format__";
@@ -70,6 +72,7 @@ public:
     void AppendConverted(const char* format, T value)
     {
         const auto room = static_cast<size_t>(mEnd - mCursor);
+        const kz::ScopedLocale scope(kz::CLocale());
         const int length = std::snprintf(mCursor, room + 1, format, value);
         if (length > 0) {
             mCursor += std::min(room, static_cast<size_t>(length));

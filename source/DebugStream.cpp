@@ -16,6 +16,7 @@
 #include <new>
 
 #include "KZApp.h"
+#include "PlatformLocale.h"
 #include "Report.h"
 #include "StackChain.h"
 #include "StackDecoder.h"
@@ -253,6 +254,7 @@ void ToDebugStream(DebugStream& stream, unsigned long long value)
 void ToDebugStream(DebugStream& stream, const double& value)
 {
     char text[256];
+    const kz::ScopedLocale scope(kz::CLocale());
     std::snprintf(text, sizeof text, "%f", value);
     stream.Append(text);
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "KZTypes.h"
+#include "PlatformLocale.h"
 #include "Utf8Codec.h"
 
 namespace kz {
@@ -71,18 +72,6 @@ public:
 
 private:
     iconv_t& mPlace;
-};
-
-// Puts a locale in force for the calling thread.
-class ScopedLocale {
-public:
-    explicit ScopedLocale(locale_t locale) : mOld(uselocale(locale)) {}
-    ~ScopedLocale() { uselocale(mOld); }
-    ScopedLocale(const ScopedLocale&) = delete;
-    ScopedLocale& operator=(const ScopedLocale&) = delete;
-
-private:
-    locale_t mOld;
 };
 
 constexpr std::size_t kNoSize = static_cast<std::size_t>(-1);
