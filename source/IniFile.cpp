@@ -94,6 +94,12 @@ bool IsTag(const IniFile* ini, Text tag)
            *tag.begin != '[';
 }
 
+// Whether an item can be made that is read back as itself. A section that is there was read, whatever its name.
+bool IsPlace(IniFile* ini, Text section, Text tag)
+{
+    return IsTag(ini, tag) && (FindSection(ini, section) >= 0 || IsSectionName(section));
+}
+
 // A value as it is stored; null when out of memory.
 char* StoredValue(Text value, bool isEscaped)
 {
@@ -424,8 +430,7 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
         return kIniErrName;
     }
     IniItem* item = ini->duplicateChecking != 0 ? FindItem(ini, sectionName, tagName) : nullptr;
-    const bool isSection = FindSection(ini, sectionName) >= 0 || IsSectionName(sectionName);
-    if (item == nullptr && (!isSection || !IsTag(ini, tagName))) {
+    if (item == nullptr && !IsPlace(ini, sectionName, tagName)) {
         return kIniErrName;
     }
     char* const stored = StoredValue(given, escaped != 0);
