@@ -9,6 +9,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "ByteOrder.h"
 #include "Report.h"
 
 namespace {
@@ -476,14 +477,6 @@ uInt64 Parse64(Reader* reader, int32 length, int32 type, int32 base, KzBool noSi
     return Parse32(reader, length, type, base, noSign);
 }
 
-template <typename T>
-T ReadAs(const void* p)
-{
-    T value;
-    std::memcpy(&value, p, sizeof value);
-    return value;
-}
-
 }  // namespace
 
 template <typename T>
@@ -526,11 +519,11 @@ template KZ_EXPORT int32 NumToStr<unsigned long long>(unsigned long long, char*,
 int32 NumToIntString(const void* value, char* buffer, int32 bufferSize, int32 base, KzBool isSigned, int32 type)
 {
     if (type == kNumI64 || type == kNumU64) {
-        return isSigned != 0 ? NumToStr(ReadAs<long long>(value), buffer, bufferSize, base, nullptr)
-                             : NumToStr(ReadAs<unsigned long long>(value), buffer, bufferSize, base, nullptr);
+        return isSigned != 0 ? NumToStr(kz::LoadNative<long long>(value), buffer, bufferSize, base, nullptr)
+                             : NumToStr(kz::LoadNative<unsigned long long>(value), buffer, bufferSize, base, nullptr);
     }
-    return isSigned != 0 ? NumToStr(ReadAs<int>(value), buffer, bufferSize, base, nullptr)
-                         : NumToStr(ReadAs<unsigned int>(value), buffer, bufferSize, base, nullptr);
+    return isSigned != 0 ? NumToStr(kz::LoadNative<int>(value), buffer, bufferSize, base, nullptr)
+                         : NumToStr(kz::LoadNative<unsigned int>(value), buffer, bufferSize, base, nullptr);
 }
 
 uInt32 StringToNum32(const unsigned char** cursor, int32 length, int32 type, int32 base, KzBool noSign)

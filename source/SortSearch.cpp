@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "ByteOrder.h"
+
 namespace {
 
 using Byte = unsigned char;
@@ -289,14 +291,6 @@ int32 SearchArray(const void* base, int32 count, int32 size, const void* key, Co
     return static_cast<int32>(~range.start);
 }
 
-template <typename T>
-T ReadAs(const void* p)
-{
-    T value;
-    std::memcpy(&value, p, sizeof value);
-    return value;
-}
-
 }  // namespace
 
 void QSort2Ex(void* base, int32 count, int32 size, int32 stride, KzCompareExProc compare, void* context)
@@ -331,17 +325,17 @@ int32 BinSearch(const void* base, int32 count, int32 size, const void* key, KzCo
 
 int32 CompareInt16s(const void* a, const void* b)
 {
-    return ReadAs<int16>(a) - ReadAs<int16>(b);
+    return kz::LoadNative<int16>(a) - kz::LoadNative<int16>(b);
 }
 
 int32 CompareInt32s(const void* a, const void* b)
 {
-    return static_cast<int32>(ReadAs<uInt32>(a) - ReadAs<uInt32>(b));
+    return static_cast<int32>(kz::LoadNative<uInt32>(a) - kz::LoadNative<uInt32>(b));
 }
 
 int32 CompareUIntPtrTs(const void* a, const void* b)
 {
-    const uintptr_t left = ReadAs<uintptr_t>(a);
-    const uintptr_t right = ReadAs<uintptr_t>(b);
+    const uintptr_t left = kz::LoadNative<uintptr_t>(a);
+    const uintptr_t right = kz::LoadNative<uintptr_t>(b);
     return (left > right) - (left < right);
 }
