@@ -7,6 +7,7 @@
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "Report.h"
+#include "StringHash.h"
 
 namespace {
 
@@ -19,16 +20,9 @@ struct PStrCopy {
     unsigned char text[kMaxCount + 1];
 };
 
-// The ELF object format's hash, in 28 bits.
-uInt32 HashBytes(const unsigned char* bytes, std::size_t n)
+uInt32 HashText(const unsigned char* p)
 {
-    uInt32 hash = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        hash = (hash << 4) + bytes[i];
-        const uInt32 top = hash & 0xF0000000;
-        hash = (hash ^ (top >> 24)) & 0x0FFFFFFF;
-    }
-    return hash;
+    return kz::HashOf(p + 1, p[0], [](unsigned char c) -> uInt32 { return c; });
 }
 
 const unsigned char* PointedTo(const void* element)
@@ -218,11 +212,11 @@ uInt32 PStrHash32(const unsigned char* p, KzBool ignoreCase)
         return 0;
     }
     if (ignoreCase == 0) {
-        return HashBytes(p + 1, p[0]);
+        return HashText(p);
     }
     PStrCopy copy(p);
     StrToUpper(copy.text + 1, copy.text[0]);
-    return HashBytes(copy.text + 1, copy.text[0]);
+    return HashText(copy.text);
 }
 
 int32 PStrTerminateIfPossible(unsigned char* p)

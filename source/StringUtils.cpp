@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "ByteCompare.h"
+#include "StringHash.h"
 
 namespace {
 
@@ -54,19 +55,17 @@ unsigned char SameByte(unsigned char c)
     return c;
 }
 
-// Each byte, sign-extended, is added to the hash shifted by four bits; what that brings into the top four bits is
-// folded back into the lower ones, so that the hash keeps 28 bits. `sum` is not folded yet, which shortens the chain
-// from one byte to the next.
+const unsigned char* Bytes(const char* text)
+{
+    return reinterpret_cast<const unsigned char*>(text);
+}
+
+// Up to the first NUL; each byte counts as a signed number.
 template <typename Map>
 uInt32 HashMapped(const char* bytes, std::size_t length, const Map& map)
 {
-    uInt32 sum = 0;
-    for (std::size_t i = 0; i < length && bytes[i] != 0; ++i) {
-        const uInt32 byte = map(static_cast<unsigned char>(bytes[i]));
-        const uInt32 extended = (byte ^ 0x80) - 0x80;
-        sum = ((sum << 4) ^ ((sum >> 20) & 0xF00)) + extended;
-    }
-    return (sum ^ ((sum >> 24) & 0xF0)) & 0x0FFFFFFF;
+    const auto valueOf = [&map](unsigned char c) { return (uInt32{map(c)} ^ 0x80) - 0x80; };
+    return kz::HashOf(Bytes(bytes), strnlen(bytes, length), valueOf);
 }
 
 uInt32 HashBytes(const char* bytes, std::size_t length, bool ignoreCase)
@@ -75,11 +74,6 @@ uInt32 HashBytes(const char* bytes, std::size_t length, bool ignoreCase)
         return 0;
     }
     return ignoreCase ? HashMapped(bytes, length, gUpper) : HashMapped(bytes, length, SameByte);
-}
-
-const unsigned char* Bytes(const char* text)
-{
-    return reinterpret_cast<const unsigned char*>(text);
 }
 
 }  // namespace
