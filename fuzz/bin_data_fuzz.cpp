@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -15,19 +13,12 @@
 
 #include "BinDataReader.h"
 #include "BinDataWriter.h"
-#include "DebugOutputCore.h"
+#include "FuzzLibrary.h"
 #include "MemoryManager.h"
-#include "TestHost.h"
 
 namespace {
 
-void Need(bool condition, const char* what)
-{
-    if (!condition) {
-        std::fprintf(stderr, "bin_data_fuzz: %s\n", what);
-        std::abort();
-    }
-}
+using kzfuzz::Require;
 
 enum Kind {
     kI8,
@@ -272,10 +263,10 @@ public:
             } else {
                 Access(kind, argument);
             }
-            Need(m_buffer.GetBytesRead() == m_model.position(), "the position is another");
-            Need(m_model.position() <= m_block.size(), "the position passed the end");
-            Need(m_buffer.GetSize() == (m_model.bufferError() == kzErrNone ? m_block.size() : 0),
-                 "the size is another");
+            Require(m_buffer.GetBytesRead() == m_model.position(), "the position is another");
+            Require(m_model.position() <= m_block.size(), "the position passed the end");
+            Require(m_buffer.GetSize() == (m_model.bufferError() == kzErrNone ? m_block.size() : 0),
+                    "the size is another");
         }
         Access(kGetError, 0);
     }
@@ -290,10 +281,10 @@ private:
         const std::string got = ReadNumber(m_reader, kind);
         const unsigned char* const wire = m_model.Take(SizeOf(kind, m_order));
         if (wire == nullptr) {
-            Need(got == std::string(got.size(), '\0'), "a number that is not there is 0");
+            Require(got == std::string(got.size(), '\0'), "a number that is not there is 0");
             return;
         }
-        Need(got == Decoded(kind, m_order, wire), "a number is another");
+        Require(got == Decoded(kind, m_order, wire), "a number is another");
         Keep(kind, 0, got);
     }
 
@@ -309,7 +300,7 @@ private:
         }
         std::string got(count * width, 'x');
         m_reader.ReadArray(got.data(), count, width);
-        Need(got == expected, "an array is another");
+        Require(got == expected, "an array is another");
         if (!m_model.hasFailed()) {
             Keep(kArray, width, got);
         }
@@ -334,7 +325,7 @@ private:
         } else {
             std::string got(size, 'x');
             m_reader.ReadBytes(got.data(), size);
-            Need(got == (wire == nullptr ? std::string(size, '\0') : TextAt(wire, size)), "bytes are others");
+            Require(got == (wire == nullptr ? std::string(size, '\0') : TextAt(wire, size)), "bytes are others");
         }
         if (!m_model.hasFailed()) {
             Keep(kind, 0, TextAt(wire, size));
@@ -357,13 +348,13 @@ private:
         std::string got = "before";
         if (kind == kPStrAsNarrow) {
             m_reader.ReadPStrAsNarrow(&got, boundary);
-            Need(got == (m_model.hasFailed() ? "" : text), "a short text is another");
+            Require(got == (m_model.hasFailed() ? "" : text), "a short text is another");
         } else {
             unsigned char block[256];
             m_reader.ReadPStr(block, boundary);
-            Need(block[0] == count, "the count of a short string is another");
+            Require(block[0] == count, "the count of a short string is another");
             got = TextAt(block + 1, count);
-            Need(got == (text.empty() ? std::string(count, '\0') : text), "a short string is another");
+            Require(got == (text.empty() ? std::string(count, '\0') : text), "a short string is another");
         }
         if (!m_model.hasFailed() && boundary <= kGreatestWritten) {
             Keep(kind, boundary, text);
@@ -387,15 +378,15 @@ private:
         std::string got = "before";
         if (kind == kLStrAsNarrow) {
             m_reader.ReadLStrAsNarrow(&got);
-            Need(got == text, "a long text is another");
+            Require(got == text, "a long text is another");
         } else {
             LStr** const handle = m_reader.ReadLStr();
-            Need((handle == nullptr) == (count == 0), "a long string has a handle unless it is empty");
+            Require((handle == nullptr) == (count == 0), "a long string has a handle unless it is empty");
             if (handle != nullptr) {
-                Need(DSGetHandleSize(handle) == count + 4, "the block of a long string has another size");
-                Need(static_cast<std::size_t>((*handle)->cnt) == count, "the count of a long string is another");
-                Need(TextAt((*handle)->str, count) == (m_model.hasFailed() ? std::string(count, '\0') : text),
-                     "a long string is another");
+                Require(DSGetHandleSize(handle) == count + 4, "the block of a long string has another size");
+                Require(static_cast<std::size_t>((*handle)->cnt) == count, "the count of a long string is another");
+                Require(TextAt((*handle)->str, count) == (m_model.hasFailed() ? std::string(count, '\0') : text),
+                        "a long string is another");
                 DSDisposeHandle(handle);
             }
         }
@@ -414,13 +405,14 @@ private:
             m_model.Latch(set);
         } else if (kind == kGetError) {
             m_model.Latch(m_model.bufferError());
-            Need(m_reader.GetError() == m_model.readerError(), "the error is another");
+            Require(m_reader.GetError() == m_model.readerError(), "the error is another");
         } else if (kind == kNoBytes) {
-            Need(m_buffer.GetDataPointer(0, err) == nullptr && err == m_model.bufferError(), "no bytes, but the error");
+            Require(m_buffer.GetDataPointer(0, err) == nullptr && err == m_model.bufferError(),
+                    "no bytes, but the error");
         } else if (kind == kStrictAccess) {
             const void* const got = m_buffer.GetDataPointer(argument, err);
-            Need(got == m_model.TakeFromBuffer(argument), "a strict access gives another place");
-            Need(err == m_model.bufferError(), "a strict access gives another error");
+            Require(got == m_model.TakeFromBuffer(argument), "a strict access gives another place");
+            Require(err == m_model.bufferError(), "a strict access gives another error");
         } else {
             ShortAccess(argument);
         }
@@ -435,8 +427,8 @@ private:
             KzErr err = kzErrNone;
             unsigned long got = 99;
             const void* const start = m_buffer.GetDataPointer(argument, err, &got, isPeek ? 1 : 0);
-            Need(got == expected && err == m_model.bufferError(), "a short access has another size or error");
-            Need(start == (expected == 0 ? nullptr : m_model.at()), "a short access gives another place");
+            Require(got == expected && err == m_model.bufferError(), "a short access has another size or error");
+            Require(start == (expected == 0 ? nullptr : m_model.at()), "a short access gives another place");
         }
         m_model.Move(isPeek ? 0 : expected);
     }
@@ -488,9 +480,9 @@ std::vector<unsigned long> WriteAll(OutputBuf& buffer, const Order& order, const
     for (const Value& value : values) {
         const unsigned long before = buffer.GetBytesWritten();
         sizes.push_back(WriteValue(writer, value));
-        Need(buffer.GetBytesWritten() - before == sizes.back(), "a write takes what it says");
+        Require(buffer.GetBytesWritten() - before == sizes.back(), "a write takes what it says");
     }
-    Need(writer.GetError() == kzErrNone, "there is room for all");
+    Require(writer.GetError() == kzErrNone, "there is room for all");
     return sizes;
 }
 
@@ -504,12 +496,13 @@ void WriteTooMuch(const std::string& whole, const Order& order, const std::vecto
     for (const Value& value : values) {
         const unsigned long before = buffer.GetBytesWritten();
         const unsigned long size = WriteValue(writer, value);
-        Need(buffer.GetBytesWritten() - before == size, "a write takes what it says");
+        Require(buffer.GetBytesWritten() - before == size, "a write takes what it says");
         hasFailed = hasFailed || writer.GetError() != kzErrNone;
-        Need(!hasFailed || size == 0, "nothing is written behind a failure");
+        Require(!hasFailed || size == 0, "nothing is written behind a failure");
     }
-    Need(writer.GetError() == kzErrCorrupt, "a full buffer");
-    Need(whole.compare(0, buffer.GetBytesWritten(), room.data(), buffer.GetBytesWritten()) == 0, "what fits is whole");
+    Require(writer.GetError() == kzErrCorrupt, "a full buffer");
+    Require(whole.compare(0, buffer.GetBytesWritten(), room.data(), buffer.GetBytesWritten()) == 0,
+            "what fits is whole");
 }
 
 // The number as it comes back: the stored form of an extended float has no room for a leading bit that is not set.
@@ -544,10 +537,10 @@ void ReadBack(const std::string& written, const Order& order, const std::vector<
         } else {
             reader.ReadLStrAsNarrow(&got);
         }
-        Need(got == Stored(value, order), "what was written is read equal");
+        Require(got == Stored(value, order), "what was written is read equal");
     }
-    Need(reader.GetError() == kzErrNone, "all that was written is there");
-    Need(buffer.GetBytesRead() == written.size(), "no more was written");
+    Require(reader.GetError() == kzErrNone, "all that was written is there");
+    Require(buffer.GetBytesRead() == written.size(), "no more was written");
 }
 
 void WriteAndReadBack(const Order& order, const std::vector<Value>& values, unsigned long initialSize)
@@ -558,20 +551,20 @@ void WriteAndReadBack(const Order& order, const std::vector<Value>& values, unsi
 
     std::string whole(size, '#');
     StaticOutputBuf fixed(whole.data(), size);
-    Need(WriteAll(fixed, order, values) == sizes, "the measure is exact");
-    Need(fixed.GetBytesWritten() == size, "the measure is exact");
+    Require(WriteAll(fixed, order, values) == sizes, "the measure is exact");
+    Require(fixed.GetBytesWritten() == size, "the measure is exact");
 
     HandleOutputBuf growing(initialSize);
-    Need(WriteAll(growing, order, values) == sizes, "a handle takes the same");
+    Require(WriteAll(growing, order, values) == sizes, "a handle takes the same");
     const UHandle handle = growing.GetHandle(false);
-    Need(handle != nullptr && DSGetHandleSize(handle) == size, "a handle is cut to what was written");
-    Need(size == 0 || std::memcmp(*handle, whole.data(), size) == 0, "a handle holds the same");
+    Require(handle != nullptr && DSGetHandleSize(handle) == size, "a handle is cut to what was written");
+    Require(size == 0 || std::memcmp(*handle, whole.data(), size) == 0, "a handle holds the same");
 
     LStrOutputBuf string(nullptr, initialSize);
-    Need(WriteAll(string, order, values) == sizes, "a string takes the same");
+    Require(WriteAll(string, order, values) == sizes, "a string takes the same");
     LStr** text = string.GetHandle(true);
-    Need(text != nullptr && static_cast<unsigned long>((*text)->cnt) == size, "a string counts what was written");
-    Need(size == 0 || std::memcmp((*text)->str, whole.data(), size) == 0, "a string holds the same");
+    Require(text != nullptr && static_cast<unsigned long>((*text)->cnt) == size, "a string counts what was written");
+    Require(size == 0 || std::memcmp((*text)->str, whole.data(), size) == 0, "a string holds the same");
     DSDisposeHandle(text);
 
     ReadBack(whole, order, values);
@@ -580,17 +573,11 @@ void WriteAndReadBack(const Order& order, const std::vector<Value>& values, unsi
     }
 }
 
-void Swallow(const char* /*file*/, int32 /*line*/, const char* /*versionId*/, int32 /*level*/, uInt32 /*hash*/,
-             const char* /*text*/, uInt64 /*extra*/)
-{}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 {
-    DebugOutputSetHandler(&Swallow);
-    static const auto* const library = new kztest::RunningLibrary;  // runs until the process ends
-    Need(library->baseResult == kzErrNone, "the library doesn't start");
+    kzfuzz::StartLibrary();
     return 0;
 }
 
@@ -613,18 +600,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     run.Do(program);
 
     auto** handle = reinterpret_cast<LStr**>(DSNewHandle(block.size() + 4));
-    Need(handle != nullptr, "no memory for the input");
+    Require(handle != nullptr, "no memory for the input");
     (*handle)->cnt = static_cast<int32>(block.size());
     std::memcpy((*handle)->str, block.data(), block.size());
     const std::string_view inHandle(reinterpret_cast<const char*>((*handle)->str), block.size());
     {
         LStrInputBuf string(handle);
-        Need(handle == nullptr, "the string is the buffer's");
+        Require(handle == nullptr, "the string is the buffer's");
         Run(&string, order, inHandle).Do(program);
     }
     for (const Order& each : orders) {
         WriteAndReadBack(each, run.values(), data[0] / 3 * 16u);
     }
-    Need(kz::LiveHandleCount() == handles, "handles leaked");
+    Require(kz::LiveHandleCount() == handles, "handles leaked");
     return 0;
 }

@@ -3,24 +3,17 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "FuzzCheck.h"
 #include "IniFile.h"
 
 namespace {
 
-void Require(bool condition, const char* what)
-{
-    if (!condition) {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
+using kzfuzz::Require;
 
 struct Dispose {
     void operator()(IniFile* ini) const { IniDispose(ini); }

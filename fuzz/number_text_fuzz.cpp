@@ -4,26 +4,19 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "FuzzCheck.h"
 #include "NumberText.h"
 
 namespace {
 
 __extension__ typedef __int128 Wide;
 
-void Require(bool condition, const char* what)
-{
-    if (!condition) {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
+using kzfuzz::Require;
 
 struct Reading {
     uInt64 value;

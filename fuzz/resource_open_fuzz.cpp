@@ -3,16 +3,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "CookieManager.h"
-#include "DebugOutputCore.h"
+#include "FuzzLibrary.h"
 #include "MemoryManager.h"
 #include "ResourceFormat.h"
 #include "ResourceManager.h"
-#include "TestHost.h"
 
 namespace {
 
@@ -32,13 +29,7 @@ void Touch(const unsigned char* bytes, std::size_t count)
     gSum = gSum + sum;
 }
 
-void Need(bool condition, const char* what)
-{
-    if (!condition) {
-        std::fprintf(stderr, "resource_open_fuzz: %s\n", what);
-        std::abort();
-    }
-}
+using kzfuzz::Require;
 
 void ReadStrings(RsrcFile refnum, _ResourceType type, int32 id)
 {
@@ -47,7 +38,7 @@ void ReadStrings(RsrcFile refnum, _ResourceType type, int32 id)
         Touch(str, std::size_t{str[0]} + 1);
     }
     unsigned char copy[256];
-    Need(RGetIndString(refnum, copy, id, 0) != kzErrNone, "string 0 of a list");
+    Require(RGetIndString(refnum, copy, id, 0) != kzErrNone, "string 0 of a list");
     RGetPStr(refnum, id, copy);
 }
 
@@ -56,11 +47,11 @@ void ReadResource(RsrcFile refnum, _ResourceType type, int32 index)
     int32 id = 0;
     int32 attrs = 0;
     unsigned char name[256];
-    Need(RGetIndInfo(refnum, type, index, &id, &attrs, name) == kzErrNone, "no info below the count");
+    Require(RGetIndInfo(refnum, type, index, &id, &attrs, name) == kzErrNone, "no info below the count");
     UHandle handle = nullptr;
     if (RGetInd(refnum, type, index, &handle) == kzErrNone) {
         int32 size = -1;
-        Need(RSize(handle, &size) == kzErrNone && size >= 0, "a loaded resource without a size");
+        Require(RSize(handle, &size) == kzErrNone && size >= 0, "a loaded resource without a size");
         Touch(*handle, static_cast<std::size_t>(size));
     }
     if (name[0] > 0 && index <= kMostNamed) {
@@ -78,17 +69,17 @@ void ReadResource(RsrcFile refnum, _ResourceType type, int32 index)
 void ReadAll(RsrcFile refnum)
 {
     int32 types = 0;
-    Need(RCountTypes(refnum, &types) == kzErrNone, "no count of types");
+    Require(RCountTypes(refnum, &types) == kzErrNone, "no count of types");
     for (int32 i = 1; i <= types; ++i) {
         _ResourceType type = 0;
         int32 count = 0;
-        Need(RGetIndType(refnum, &type, i) == kzErrNone, "no type below the count");
-        Need(RCount(refnum, type, &count) == kzErrNone, "no count of resources");
+        Require(RGetIndType(refnum, &type, i) == kzErrNone, "no type below the count");
+        Require(RCount(refnum, type, &count) == kzErrNone, "no count of resources");
         for (int32 index = 1; index <= count; ++index) {
             ReadResource(refnum, type, index);
         }
     }
-    Need(RCloseFile(refnum) == kzErrNone, "an unchanged file doesn't close");
+    Require(RCloseFile(refnum) == kzErrNone, "an unchanged file doesn't close");
 }
 
 void OpenConstant(const uint8_t* data, std::size_t size)
@@ -102,27 +93,21 @@ void OpenConstant(const uint8_t* data, std::size_t size)
 void OpenHandle(const uint8_t* data, std::size_t size)
 {
     const UHandle handle = DSNewHandle(size);
-    Need(handle != nullptr, "no memory for the input");
+    Require(handle != nullptr, "no memory for the input");
     std::memcpy(*handle, data, size);
     RsrcFile refnum = 0;
     if (ROpenUHandle(handle, kRsrcReadWrite, &refnum, nullptr, nullptr) == kzErrNone) {
         ReadAll(refnum);
     } else {
-        Need(DSDisposeHandle(handle) == kzErrNone, "a failed open took the handle");
+        Require(DSDisposeHandle(handle) == kzErrNone, "a failed open took the handle");
     }
 }
-
-void Swallow(const char* /*file*/, int32 /*line*/, const char* /*versionId*/, int32 /*level*/, uInt32 /*hash*/,
-             const char* /*text*/, uInt64 /*extra*/)
-{}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 {
-    DebugOutputSetHandler(&Swallow);
-    static const auto* const library = new kztest::RunningLibrary;  // runs until the process ends
-    Need(library->baseResult == kzErrNone, "the library doesn't start");
+    kzfuzz::StartLibrary();
     return 0;
 }
 
@@ -139,8 +124,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size)
     kz::SetWeakRsrcFileValidation(true);
     OpenConstant(data, size);
     kz::SetWeakRsrcFileValidation(false);
-    Need(kz::LiveHandleCount() == handles, "handles leaked");
-    Need(kz::LivePointerCount() == pointers, "pointers leaked");
-    Need(kz::LiveCookieCount() == cookies, "cookies leaked");
+    Require(kz::LiveHandleCount() == handles, "handles leaked");
+    Require(kz::LivePointerCount() == pointers, "pointers leaked");
+    Require(kz::LiveCookieCount() == cookies, "cookies leaked");
     return 0;
 }

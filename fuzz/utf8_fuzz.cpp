@@ -5,13 +5,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "FuzzCheck.h"
 #include "PlatformText.h"
 #include "StringUtils.h"
 #include "Utf8.h"
@@ -20,13 +19,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-void Require(bool condition, const char* what)
-{
-    if (!condition) {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
+using kzfuzz::Require;
 
 // The length of the well-formed character at a place, or 0: the rows of table 3-7 of the Unicode standard as they
 // stand.

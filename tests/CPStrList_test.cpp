@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <string>
 
 #include "BinDataReader.h"
@@ -21,7 +20,6 @@ namespace {
 using kztest::CPStrHandle;
 using kztest::FailAllocation;
 using kztest::FaultLoop;
-using kztest::PackedBytes;
 using kztest::PStrValue;
 using kztest::Texts;
 
@@ -232,35 +230,6 @@ TEST_F(CPStrListTest, HostileStreams)
 }
 
 // Random lists and edits of them survive the way through a stream.
-TEST_F(CPStrListTest, RandomListsThroughAStream)
-{
-    for (unsigned seed = 0; seed < 200; ++seed) {
-        std::mt19937_64 draw(seed);
-        CPStrList list, back;
-        Texts model;
-        for (unsigned n = static_cast<unsigned>(draw() % 40); n != 0; --n) {
-            const int32 i = static_cast<int32>(draw() % (model.size() + 2)) - 1;
-            if (draw() % 4 == 0 && !model.empty()) {
-                EXPECT_EQ(list.Delete(i), 0);
-                model.erase(model.begin() + std::clamp(i, 0, static_cast<int32>(model.size()) - 1));
-                continue;
-            }
-            const std::string text = kztest::DrawText(draw, 255);
-            EXPECT_EQ(list.Insert(PStrValue(text), i), 0);
-            model.insert(i < 0 ? model.end() : model.begin() + i, text);
-        }
-        EXPECT_EQ(StringsOf(list), model);
-        HandleOutputBuf buffer(0);
-        BinDataWriter writer(&buffer, LittleEndianizer());
-        EXPECT_EQ(list.Flatten(&writer), 0);
-        EXPECT_EQ(kztest::BytesOf(buffer.GetHandle(false)), PackedBytes(model));
-        MemInputBuf input(*buffer.GetHandle(false), buffer.GetBytesWritten());
-        BinDataReader reader(&input, LittleEndianizer());
-        EXPECT_EQ(back.UnFlatten(&reader), 0);
-        EXPECT_TRUE(back.Equal(list));
-    }
-}
-
 TEST_F(CPStrListTest, AFullMemory)
 {
     const std::string bytes = std::string("\0\0\0\4\1a\2bb\3ccc\4dddd", 18);
