@@ -3,9 +3,9 @@
 // bounded by another one, never by the compare procedure's answers, so a procedure that contradicts itself gives a
 // wrong order but no access outside the array.
 //
-// Orders made against the median of three would cost n squared compares. A budget that other orders do not come near
-// ends the splitting; the ranges still to be sorted then are sorted by heap, which needs n log n whatever the order, as
-// in D. R. Musser, "Introspective Sorting and Selection Algorithms", 1997.
+// Orders made against the median of three would cost n squared compares. A budget that is above what the orders of
+// everyday data need ends the splitting; the ranges still to be sorted then are sorted by heap, which needs n log n
+// whatever the order, as in D. R. Musser, "Introspective Sorting and Selection Algorithms", 1997.
 #include "SortSearch.h"
 
 #include <algorithm>
@@ -98,15 +98,16 @@ private:
         Byte* hi;
     };
 
-    // How many elements the splits may pass in all: four times what even splits pass, and some 3.4 times what splits of
-    // a random order do.
+    // How many elements the splits may pass in all: eight times what even splits pass. A random order needs 1.15 times
+    // that. Two runs one behind the other, up and down or merged the wrong way, need 2.2 times at 1,000 elements, 4.3
+    // at 2,000,000 and 0.2 more for each doubling, because their medians lie near the ends of the ranges.
     static int64_t SplitBudget(int32 count)
     {
         int64_t levels = 1;
         for (int32 left = count; left > 1; left /= 2) {
             ++levels;
         }
-        return 4 * levels * count;
+        return 8 * levels * count;
     }
 
     // Sorts a short range, or splits a longer one: puts the larger part on the stack and returns the smaller one. A

@@ -124,6 +124,96 @@ TEST(SortSearch, StaysInsideTheArrayWhateverTheAnswers)
     }
 }
 
+struct Numbered {
+    int32 key;
+    int32 number;
+    bool operator==(const Numbered& other) const { return key == other.key && number == other.number; }
+};
+
+// Which pairs a sort compares, as a hash over their places in the array.
+struct PairLog {
+    const Numbered* base;
+    uint64_t hash = 0;
+
+    int32 Compare(const Numbered* a, const Numbered* b)
+    {
+        hash = (hash + static_cast<uint64_t>((a - base) * 0x10000001 + (b - base))) * 0x9E3779B97F4A7C15;
+        return a->key - b->key;
+    }
+};
+
+// The documented steps with nothing beside them, and so without an end for orders that they are bad at.
+void SortByTheSteps(Numbered* first, int32 count, PairLog& log)
+{
+    const auto order = [&log](Numbered* a, Numbered* b) {
+        if (log.Compare(a, b) > 0) {
+            std::swap(*a, *b);
+        }
+    };
+    std::vector<std::pair<Numbered*, Numbered*>> pending = {{first, first + count - 1}};
+    while (!pending.empty()) {
+        auto [lo, hi] = pending.back();
+        pending.pop_back();
+        while (lo < hi) {
+            if (hi - lo == 1) {
+                order(lo, hi);
+                break;
+            }
+            Numbered* const mid = lo + (hi - lo) / 2;
+            order(lo, mid);
+            order(lo, hi);
+            order(mid, hi);
+            if (hi - lo == 2) {
+                break;
+            }
+            Numbered *const pivot = hi - 1, *i = lo + 1, *j = pivot;
+            std::swap(*mid, *pivot);
+            for (; i != j; ++i) {
+                if (log.Compare(i, pivot) >= 0) {
+                    while (--j != i && log.Compare(j, pivot) > 0) {
+                    }
+                    if (j == i) {
+                        break;
+                    }
+                    std::swap(*i, *j);
+                }
+            }
+            std::swap(*i, *pivot);
+            const bool leftFirst = i - lo <= hi - i;
+            pending.push_back(leftFirst ? std::pair{i + 1, hi} : std::pair{lo, i - 1});
+            (leftFirst ? hi : lo) = i;
+        }
+    }
+}
+
+// Equal elements too end in the places that the steps give them, and no order that callers meet runs out of the budget
+// of splits: runs in both directions, one behind the other or interleaved, need the most.
+TEST(SortSearch, KeepsToTheSteps)
+{
+    int32 (*const orders[])(int32 i, int32 n) = {
+        [](int32 i, int32 n) { return (i < n / 2 ? n / 2 : n) - i; },                     // two descending runs
+        [](int32 i, int32 n) { return std::min(i, n - i); },                              // organ pipe
+        [](int32 i, int32 n) { return i < n / 2 ? 2 * i : 2 * i - n + 1; },               // evens, then odds
+        [](int32 i, int32 n) { return static_cast<int32>(i * 7919LL % 64) * (n / 64); },  // few values
+    };
+    const KzCompareExProc compare = [](const void* a, const void* b, void* log) {
+        return static_cast<PairLog*>(log)->Compare(static_cast<const Numbered*>(a), static_cast<const Numbered*>(b));
+    };
+    for (const auto& order : orders) {
+        for (const int32 count : {5, 10, 100, 1'000, 100'000, 2'000'000}) {
+            std::vector<Numbered> elements(static_cast<size_t>(count));
+            for (int32 i = 0; i < count; ++i) {
+                elements[static_cast<size_t>(i)] = {order(i, count), i};
+            }
+            std::vector<Numbered> expected = elements;
+            PairLog log{elements.data()}, expectedLog{expected.data()};
+            SortByTheSteps(expected.data(), count, expectedLog);
+            QSortEx(elements.data(), count, sizeof elements[0], compare, &log);
+            EXPECT_TRUE(elements == expected && log.hash == expectedLog.hash) << &order - orders << ", " << count;
+        }
+    }
+}
+
 // How many compares a sort of `keys` makes; fails if they are not in order after it.
 int64_t CountCompares(std::vector<int32> keys)
 {
@@ -196,8 +286,10 @@ TEST(SortSearch, NeedsNLogNComparesOnEveryOrder)
         }
         EXPECT_LE(static_cast<double>(CountCompares(random)), 1.25 * nLogN + 2 * n);
         Adversary adversary(count);
-        EXPECT_LE(static_cast<double>(adversary.SortAgainst()), 8 * nLogN);
-        EXPECT_LE(static_cast<double>(CountCompares(adversary.Ranks())), 8 * nLogN);
+        // The budget of the splits, which is 8, the heap's 2, and n for each of the rest.
+        const double most = 10 * nLogN + 9 * n;
+        EXPECT_LE(static_cast<double>(adversary.SortAgainst()), most);
+        EXPECT_LE(static_cast<double>(CountCompares(adversary.Ranks())), most);
     }
 }
 
