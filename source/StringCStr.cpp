@@ -7,16 +7,19 @@
 #include <cctype>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <new>
 
 #include "ByteCompare.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
-#include "PlatformText.h"
 #include "Report.h"
+#include "Utf8Case.h"
 
 namespace {
 
 constexpr char kModule[] = "source/StringCStr";
+constexpr std::size_t kMostInPStr = 255;
 constexpr std::size_t kNoLimit = static_cast<std::size_t>(-1);
 
 unsigned char LowByte(int32 c)
@@ -109,19 +112,22 @@ bool MapAsciiCase(unsigned char* bytes, std::size_t length, unsigned char first)
     return true;
 }
 
-KzErr MapCase(unsigned char* bytes, int32 length, PlatformText::Status (PlatformText::*map)())
+// Short texts are copied to the stack, so that their mapping can't fail.
+KzErr MapCase(unsigned char* bytes, int32 length, unsigned char firstLetter, const kz::CaseMapping& mapping)
 {
     const std::size_t size = static_cast<std::size_t>(std::max(length, 0));
-    PlatformText text;
-    PlatformText::Status status = text.SetUtf8(bytes, size);
-    if (status == PlatformText::kNotUtf8) {
-        status = text.SetEscapedUtf8(bytes, size);
+    if (MapAsciiCase(bytes, size, firstLetter)) {
+        return kzErrNone;
     }
-    const std::size_t units = text.Length();
-    if (status != PlatformText::kDone || (text.*map)() != PlatformText::kDone) {
+    unsigned char few[kMostInPStr];
+    const bool isShort = size <= sizeof few;
+    const std::unique_ptr<unsigned char[]> many(isShort ? nullptr : new (std::nothrow) unsigned char[size]);
+    unsigned char* const copy = isShort ? few : many.get();
+    if (copy == nullptr) {
         return kzErrMemoryFull;
     }
-    text.GetUtf8(0, units, bytes, size);
+    std::memcpy(copy, bytes, size);
+    kz::MapUtf8Case(mapping, copy, size, bytes);
     return kzErrNone;
 }
 
@@ -277,14 +283,12 @@ KzBool IsUpper(int32 c)
 
 KzErr StrToUpper(unsigned char* bytes, int32 length)
 {
-    const bool done = MapAsciiCase(bytes, static_cast<std::size_t>(std::max(length, 0)), 'a');
-    return done ? kzErrNone : MapCase(bytes, length, &PlatformText::Upper);
+    return MapCase(bytes, length, 'a', kz::kToUpper);
 }
 
 KzErr StrToLower(unsigned char* bytes, int32 length)
 {
-    const bool done = MapAsciiCase(bytes, static_cast<std::size_t>(std::max(length, 0)), 'A');
-    return done ? kzErrNone : MapCase(bytes, length, &PlatformText::Lower);
+    return MapCase(bytes, length, 'A', kz::kToLower);
 }
 
 int32 StrNextChar(const char* buffer, int32 index)

@@ -78,7 +78,7 @@ KZ_EXPORT int32 StrPrevChar(const char* buffer, int32 index);
 // Map the case of `length` bytes of UTF-8 text in place, by Unicode's full mappings in no locale: at most as many bytes
 // and as many UTF-16 units as the text had, so that what grows loses its end and what shrinks leaves the last bytes as
 // they were ("stra\u00DFe" becomes "STRASSe"). In text that is not valid UTF-8 each step of ConvertUTF8toUTF32
-// that gives 0 becomes U+FFFD first. kzErrMemoryFull: nothing is changed; never for ASCII.
+// that gives 0 becomes U+FFFD first. kzErrMemoryFull: nothing is changed; never for ASCII, nor for up to 255 bytes.
 KZ_EXPORT KzErr StrToUpper(unsigned char* bytes, int32 length);
 KZ_EXPORT KzErr StrToLower(unsigned char* bytes, int32 length);
 

@@ -58,8 +58,7 @@ KZ_EXPORT int32 PStrInPStr(const unsigned char* p, int32 start, const unsigned c
 // dst, when the result would pass 255 bytes. An empty find matches nothing.
 KZ_EXPORT KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char* find, const char* replace);
 
-// A hash of 28 bits: of the bytes, or with ignoreCase of what StrToUpper makes of them; of the bytes
-// again where that has no memory for other text than ASCII. 0 for null and empty.
+// A hash of 28 bits: of the bytes, or with ignoreCase of what StrToUpper makes of them. 0 for null and empty.
 KZ_EXPORT uInt32 PStrHash32(const unsigned char* p, KzBool ignoreCase);
 
 // Writes a NUL after the text where the count leaves room in 256 bytes. Returns the count.

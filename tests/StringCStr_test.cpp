@@ -4,11 +4,14 @@
 
 #include <cctype>
 #include <cstring>
+#include <iterator>
+#include <random>
 #include <string>
 
 #include "FaultLoop.h"
 #include "JsonLines.h"
 #include "KzErr.h"
+#include "PlatformText.h"
 #include "ReportCatcher.h"
 
 namespace {
@@ -116,15 +119,58 @@ TEST(StringCStr, CaseOfText)
     EXPECT_EQ(byte[0], 'a');
 }
 
+// Any bytes become what the mapping of them as UTF-16 leaves of them.
+TEST(StringCStr, CaseOfAnyBytes)
+{
+    const std::string pieces[] = {"a",
+                                  "Z",
+                                  "\u00DF",
+                                  "\u0130",
+                                  "\uFB03",
+                                  "\u023A",
+                                  "\U00010428",
+                                  "\xE9",
+                                  "\xF0\x90",
+                                  "\xED\xA0\x80",
+                                  std::string(1, '\0')};
+    std::mt19937 engine(3);
+    for (unsigned i = 0; i < kztest::ModelSequences(); ++i) {
+        std::string text;
+        for (std::size_t n = engine() % 12; text.size() < n;) {
+            text += pieces[engine() % (i % 2 == 0 ? 7 : std::size(pieces))];
+        }
+        auto* const bytes = reinterpret_cast<unsigned char*>(text.data());
+        PlatformText model;
+        if (model.SetUtf8(bytes, text.size()) != PlatformText::kDone) {
+            model.SetEscapedUtf8(bytes, text.size());
+        }
+        const std::size_t units = model.Length();
+        (i % 3 == 0) ? model.Lower() : model.Upper();
+        std::string expected = text;
+        model.GetUtf8(0, units, reinterpret_cast<unsigned char*>(expected.data()), expected.size());
+        const int32 length = static_cast<int32>(text.size());
+        EXPECT_EQ(i % 3 == 0 ? StrToLower(bytes, length) : StrToUpper(bytes, length), 0);
+        ASSERT_EQ(text, expected);
+    }
+}
+
+// Only long text needs memory.
 TEST(StringCStr, CaseOfTextOutOfMemory)
 {
-    kztest::FaultLoop([](const auto& failed) {
-        char text[] = "stra\u00DFe", ascii[] = "abc";
-        EXPECT_EQ(StrToUpper(ascii, 3), 0);
-        const KzErr err = StrToUpper(text, 7);
-        EXPECT_EQ(err, failed() ? kzErrMemoryFull : kzErrNone);
-        EXPECT_STREQ(text, err == kzErrNone ? "STRASSe" : "stra\u00DFe");
-    });
+    const std::string letters(249, 'x'), capitals(249, 'X');
+    for (const std::size_t before : {0, 248, 249}) {
+        const std::string old = letters.substr(0, before) + "stra\u00DFe";
+        const std::string mapped = capitals.substr(0, before) + "STRASSe";
+        char text[256];
+        const int32 length = static_cast<int32>(old.size());
+        kztest::FaultLoop([&](const auto& failed) {
+            old.copy(text, old.size());
+            const KzErr err = StrToUpper(text, length);
+            const bool fails = before == 249 && failed();
+            EXPECT_EQ(err, fails ? kzErrMemoryFull : kzErrNone);
+            EXPECT_EQ(0, std::memcmp(text, fails ? old.data() : mapped.data(), old.size()));
+        });
+    }
 }
 
 TEST(StringCStr, CharacterSteps)

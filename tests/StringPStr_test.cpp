@@ -135,7 +135,13 @@ TEST(StringPStr, Hashes)
         }
     }
     EXPECT_EQ(PStrHash32(nullptr, 1), 0u);
-    EXPECT_EQ(PStrHash32(PStrValue("stra\u00DFe"), 1), PStrHash32(PStrValue("STRASSe"), 0));
+    const PStrValue name("stra\u00DFe"), upper("STRASSe");
+    uInt32 hash = 0;
+    {
+        kztest::FailAllocation fail(1, kztest::FailAllocation::kForGood, kztest::FailAllocation::kBlocksAndNew);
+        hash = PStrHash32(name, 1);
+    }
+    EXPECT_EQ(hash, PStrHash32(upper, 0)) << "without memory";
 }
 
 TEST(StringPStr, BothSpellings)
