@@ -192,13 +192,6 @@ void ToDebugStream(DebugStream& stream, const LStr* text)
     }
 }
 
-void ToDebugStream(DebugStream& stream, const LStr* const* text)
-{
-    if (text != nullptr) {
-        ToDebugStream(stream, *text);
-    }
-}
-
 void ToDebugStream(DebugStream& stream, void (*const& procedure)())
 {
     char text[24];

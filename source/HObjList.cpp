@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "HandleText.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "Report.h"
@@ -30,12 +31,7 @@ public:
             return;
         }
         mBlock = DSGetHandleSize(handle);
-        if (mBlock > kEntries) {
-            int32 count;
-            std::memcpy(&count, *handle, sizeof count);
-            const std::size_t room = (mBlock - kEntries) / kEntry;
-            mCount = static_cast<int32>(std::min(room, static_cast<std::size_t>(std::max(count, 0))));
-        }
+        mCount = mBlock < kEntries ? 0 : kz::HeldCount(*handle, mBlock, kEntries, kEntry);
     }
 
     bool IsMissing() const { return mHandle == nullptr; }

@@ -1,8 +1,10 @@
 #include "InputBuf.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <new>
 
+#include "HandleText.h"
 #include "MemoryManager.h"
 #include "Report.h"
 
@@ -90,12 +92,7 @@ LStrInputBuf::~LStrInputBuf()
 // A count that isn't sound is cut to what the block holds.
 unsigned long LStrInputBuf::TextSize() const
 {
-    const unsigned long block = mHandle == nullptr ? 0 : DSGetHandleSize(mHandle);
-    if (block < sizeof(int32)) {
-        return 0;
-    }
-    const int32 count = (*mHandle)->cnt;
-    return count < 0 ? 0 : std::min(static_cast<unsigned long>(count), block - sizeof(int32));
+    return static_cast<unsigned long>(kz::HeldCount(mHandle, offsetof(LStr, str), 1));
 }
 
 const void* LStrInputBuf::GetDataPointer(unsigned long size, KzErr& err, unsigned long* gotSize, int32 peek)

@@ -1,5 +1,8 @@
 // All text that is put into a handle goes through Splice. One resize moves the old text and puts the new bytes behind
 // it while the old block still stands, so that a source may lie in that block, and nothing has changed when it fails.
+//
+// Calls that take a pointer rely on its count; calls that take a handle go by HandleText, so that a count that the
+// block does not hold leads nowhere outside it.
 #include "StringLStr.h"
 
 #include <algorithm>
@@ -7,7 +10,9 @@
 #include <limits>
 
 #include "ByteCompare.h"
+#include "DebugStream.h"
 #include "HandleCalls.h"
+#include "HandleText.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "Report.h"
@@ -26,9 +31,9 @@ int32 Count(const LStr* s)
     return s == nullptr ? 0 : std::max(s->cnt, 0);
 }
 
-const LStr* Target(LStr* const* handle)
+kz::HandleText TextAt(const LStr* s)
 {
-    return handle == nullptr ? nullptr : *handle;
+    return s == nullptr ? kz::HandleText{} : kz::HandleText{s->str, Count(s)};
 }
 
 // A handle that is not in use has none: the resize reports it.
@@ -69,9 +74,20 @@ KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
     return kzErrNone;
 }
 
+// The resize reports a handle that is not good.
 KzErr Append(LStr*** handle, const void* bytes, std::size_t n, Fit fit)
 {
-    return Splice(handle, Count(Target(*handle)), bytes, n, fit);
+    return Splice(handle, kz::QuietTextOf(*handle).count, bytes, n, fit);
+}
+
+// The source may be the handle's own string, whose text is what its block holds.
+KzErr AppendString(LStr** handle, const LStr* src, Fit fit)
+{
+    if (handle == nullptr) {
+        return kzErrArgument;
+    }
+    const int32 count = src != nullptr && src == *handle ? kz::QuietTextOf(handle).count : Count(src);
+    return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(count), fit);
 }
 
 std::size_t LengthOf(const char* c)
@@ -97,10 +113,22 @@ int32 FillCStr(const LStr* s, char* dst, int32 limit)
     return n;
 }
 
-// The order of two strings of which one at least is null: only text is above null.
-int32 OrderOfNull(const LStr* a, const LStr* b)
+// Null is below text only.
+int32 Compare(const kz::HandleText& a, const kz::HandleText& b)
 {
-    return (Count(a) != 0 ? 1 : 0) - (Count(b) != 0 ? 1 : 0);
+    if (a.bytes == b.bytes) {
+        return 0;
+    }
+    if (a.bytes == nullptr || b.bytes == nullptr) {
+        return (a.count != 0 ? 1 : 0) - (b.count != 0 ? 1 : 0);
+    }
+    const int32 order = kz::OrderOfBytes(a.bytes, b.bytes, static_cast<std::size_t>(std::min(a.count, b.count)));
+    return order != 0 ? order : a.count - b.count;
+}
+
+bool AreEqual(const kz::HandleText& a, const kz::HandleText& b)
+{
+    return a.count == b.count && (a.count == 0 || kz::EqualBytes(a.bytes, b.bytes, static_cast<std::size_t>(a.count)));
 }
 
 // The rule of null for text by pointer and length: true when it decides, with the result.
@@ -214,18 +242,12 @@ KzErr LStrAppendChar(LStr** handle, int32 c)
 
 KzErr LStrCatEfficient(LStr** handle, const LStr* src)
 {
-    if (handle == nullptr) {
-        return kzErrArgument;
-    }
-    return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(Count(src)), kKeepSpareRoom);
+    return AppendString(handle, src, kKeepSpareRoom);
 }
 
 KzErr LStrCat(LStr** handle, const LStr* src)
 {
-    if (handle == nullptr) {
-        return kzErrArgument;
-    }
-    return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(Count(src)), kExactBlock);
+    return AppendString(handle, src, kExactBlock);
 }
 
 KzErr LStrAppendCStr(LStr*** handle, const char* c)
@@ -249,7 +271,7 @@ KzErr LStrPrependCStr(LStr*** handle, const char* c)
     if (handle == nullptr || *handle == nullptr || c == nullptr) {
         return kzErrNone;
     }
-    const int32 oldCount = Count(**handle);
+    const int32 oldCount = kz::QuietTextOf(*handle).count;
     if (const KzErr err = Append(handle, c, std::strlen(c), kExactBlock)) {
         return err;
     }
@@ -263,11 +285,12 @@ KzErr LStrHNullTerminate(LStr** handle)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    const int32 oldCount = Count(*handle);
+    const int32 oldCount = kz::QuietTextOf(handle).count;
     if (oldCount == kMaxCount) {
         return kzErrMemoryFull;
     }
-    if (const KzErr err = DSSetHandleSize(handle, DSGetHandleSize(handle) + 1)) {
+    const std::size_t size = std::max<std::size_t>(DSGetHandleSize(handle), kCountSize);
+    if (const KzErr err = DSSetHandleSize(handle, size + 1)) {
         return err;
     }
     (*handle)->str[oldCount] = 0;
@@ -277,29 +300,24 @@ KzErr LStrHNullTerminate(LStr** handle)
 
 KzErr LStrToUpper(LStr** handle)
 {
-    return Target(handle) == nullptr ? kzErrNone : StrToUpper((*handle)->str, Count(*handle));
+    const kz::HandleText text = kz::TextOf(handle);
+    return text.count == 0 ? kzErrNone : StrToUpper((*handle)->str, text.count);
 }
 
 KzErr LStrToLower(LStr** handle)
 {
-    return Target(handle) == nullptr ? kzErrNone : StrToLower((*handle)->str, Count(*handle));
+    const kz::HandleText text = kz::TextOf(handle);
+    return text.count == 0 ? kzErrNone : StrToLower((*handle)->str, text.count);
 }
 
 int32 LStrCmp(const LStr* a, const LStr* b)
 {
-    if (a == b) {
-        return 0;
-    }
-    if (a == nullptr || b == nullptr) {
-        return OrderOfNull(a, b);
-    }
-    const int32 order = kz::OrderOfBytes(a->str, b->str, static_cast<std::size_t>(std::min(Count(a), Count(b))));
-    return order != 0 ? order : Count(a) - Count(b);
+    return Compare(TextAt(a), TextAt(b));
 }
 
 int32 LHStrCmp(LStr* const* a, LStr* const* b)
 {
-    return LStrCmp(Target(a), Target(b));
+    return Compare(kz::TextOf(a), kz::TextOf(b));
 }
 
 int32 LStrCaseCmp(const LStr* a, const LStr* b)
@@ -308,27 +326,28 @@ int32 LStrCaseCmp(const LStr* a, const LStr* b)
         return 0;
     }
     if (a == nullptr || b == nullptr) {
-        return OrderOfNull(a, b);
+        return Compare(TextAt(a), TextAt(b));
     }
     return kz::CompareFolded(a->str, Count(a), b->str, Count(b));
 }
 
 int32 LHStrCaseCmp(LStr* const* a, LStr* const* b)
 {
-    const int32 aCount = Count(Target(a));
-    const int32 bCount = Count(Target(b));
-    return aCount != 0 && bCount != 0 ? LStrCaseCmp(*a, *b) : aCount - bCount;
+    const kz::HandleText aText = kz::TextOf(a);
+    const kz::HandleText bText = kz::TextOf(b);
+    const bool bothHaveText = aText.count != 0 && bText.count != 0;
+    return bothHaveText ? kz::CompareFolded(aText.bytes, aText.count, bText.bytes, bText.count)
+                        : aText.count - bText.count;
 }
 
 KzBool LStrEqual(const LStr* a, const LStr* b)
 {
-    const int32 n = Count(a);
-    return n == Count(b) && (n == 0 || kz::EqualBytes(a->str, b->str, static_cast<std::size_t>(n)));
+    return AreEqual(TextAt(a), TextAt(b));
 }
 
 KzBool LHStrEqual(LStr* const* a, LStr* const* b)
 {
-    return LStrEqual(Target(a), Target(b));
+    return AreEqual(kz::TextOf(a), kz::TextOf(b));
 }
 
 KzBool LStrCaseEqual(const LStr* a, const LStr* b)
@@ -366,4 +385,11 @@ int32 PtrLenStrCaseCmp(const void* a, int32 aLen, const void* b, int32 bLen)
     }
     return kz::CompareFolded(static_cast<const unsigned char*>(a), std::max(aLen, 0),
                              static_cast<const unsigned char*>(b), std::max(bLen, 0));
+}
+
+void ToDebugStream(DebugStream& stream, const LStr* const* text)
+{
+    const kz::HandleText held = kz::QuietTextOf(text);
+    const char* const bytes = kz::AsChars(held.bytes);
+    stream.Append(bytes, bytes + held.count);
 }

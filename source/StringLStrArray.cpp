@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "HandleText.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "Report.h"
@@ -25,13 +26,7 @@ std::size_t BlockSize(int32 n)
 // The entries that the count tells and the block holds.
 int32 CountOf(_LStrArray** array)
 {
-    const std::size_t block = array == nullptr ? 0 : DSGetHandleSize(array);
-    if (block < BlockSize(1)) {
-        return 0;
-    }
-    const std::size_t room = (block - kEntries) / kEntry;
-    const int32 count = std::max((*array)->cnt, 0);
-    return static_cast<int32>(std::min(room, static_cast<std::size_t>(count)));
+    return kz::HeldCount(array, kEntries, kEntry);
 }
 
 // Disposes strings from the last down.
@@ -60,10 +55,12 @@ KzErr CutArray(_LStrArray*** array, int32 count, int32 n)
     return err;
 }
 
-// An LStr's count, with 0 for null, and at most what a PStr can have.
-int32 ShortCount(LStr** text)
+// The text of a string, and at most what a PStr can have of it.
+kz::HandleText ShortText(LStr** string)
 {
-    return text == nullptr ? 0 : std::clamp((*text)->cnt, 0, kMaxPStr);
+    kz::HandleText text = kz::TextOf(string);
+    text.count = std::min(text.count, kMaxPStr);
+    return text;
 }
 
 }  // namespace
@@ -106,7 +103,7 @@ KzErr LStrArrayToCPStrHandle(_LStrArray** array, int32 n, CPStr*** list)
     LStr** const* const strings = (*array)->str;
     std::size_t size = sizeof(int32);
     for (int32 i = 0; i < n; ++i) {
-        size += 1 + static_cast<std::size_t>(ShortCount(strings[i]));
+        size += 1 + static_cast<std::size_t>(ShortText(strings[i]).count);
     }
     if (size > static_cast<std::size_t>(std::numeric_limits<int32>::max())) {
         return kzErrMemoryFull;
@@ -117,12 +114,9 @@ KzErr LStrArrayToCPStrHandle(_LStrArray** array, int32 n, CPStr*** list)
     (**list)->cnt = n;
     unsigned char* out = (**list)->str;
     for (int32 i = 0; i < n; ++i) {
-        const int32 count = ShortCount(strings[i]);
-        *out++ = static_cast<unsigned char>(count);
-        if (count != 0) {
-            std::memcpy(out, (*strings[i])->str, static_cast<std::size_t>(count));
-        }
-        out += count;
+        const kz::HandleText text = ShortText(strings[i]);
+        *out++ = static_cast<unsigned char>(text.count);
+        out = std::copy_n(text.bytes, text.count, out);
     }
     return kzErrNone;
 }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 
+#include "HandleText.h"
 #include "MemoryManager.h"
 #include "PlatformConvert.h"
 #include "Report.h"
@@ -99,18 +100,6 @@ private:
     Handle mHandle;
     StringUtils::DeallocationPolicy mPolicy;
 };
-
-// The entries that the count tells and the block holds.
-std::size_t EntriesOf(_LStrArray** array)
-{
-    constexpr std::size_t kStart = offsetof(_LStrArray, str);
-    const std::size_t block = array == nullptr ? 0 : DSGetHandleSize(array);
-    if (block < kStart) {
-        return 0;
-    }
-    const std::size_t room = (block - kStart) / sizeof(LStr**);
-    return std::min(room, static_cast<std::size_t>(std::max((*array)->cnt, 0)));
-}
 
 // 0, or kzErrArgument for a text that does not convert, after a report and with `out` empty.
 KzErr WideToNarrow(const std::wstring& text, std::string& out)
@@ -229,7 +218,8 @@ void StringUtils::ToNarrowString(const LStr* text, std::string& out)
 
 void StringUtils::ToNarrowString(const LStr* const* text, std::string& out)
 {
-    ToNarrowString(text == nullptr ? nullptr : *text, out);
+    const kz::HandleText held = kz::TextOf(text);
+    Assign(out, held.bytes, static_cast<std::size_t>(held.count));
 }
 
 void StringUtils::ToNarrowString(LStr** text, std::string& out)
@@ -525,7 +515,8 @@ LStr** StringUtils::ToLStrHandle(const std::wstring& text)
 
 void StringUtils::ToNarrowStringVector(_LStrArray** array, std::vector<std::string>& out)
 {
-    std::vector<std::string> texts(EntriesOf(array));
+    const int32 held = kz::HeldCount(array, offsetof(_LStrArray, str), sizeof(LStr**));
+    std::vector<std::string> texts(static_cast<std::size_t>(held));
     for (std::size_t i = 0; i < texts.size(); ++i) {
         ToNarrowString((*array)->str[i], texts[i]);
     }

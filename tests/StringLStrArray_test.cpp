@@ -96,6 +96,10 @@ TEST_F(StringLStrArray, CountsThatTheBlockDoesNotHold)
     EXPECT_EQ(LStrArrayToCPStrHandle(array.handle, 3, &list.handle), kzErrArgument);
     EXPECT_EQ(LStrArrayToCPStrHandle(array.handle, &list.handle), 0);
     EXPECT_EQ(list.Strings(), (Texts{"a", "b"}));
+    (*(*array.handle)->str[1])->cnt = 100;
+    EXPECT_EQ(LStrArrayToCPStrHandle(array.handle, &list.handle), 0);
+    EXPECT_EQ(list.Strings(), (Texts{"a", "b"}));
+    (*(*array.handle)->str[1])->cnt = 1;
     EXPECT_EQ(ReallocLStrArrayHandle(&array.handle, 3), 0);
     EXPECT_EQ(array.Strings(), (Texts{"a", "b", ""}));
     LStr** const stale = (*array.handle)->str[1];

@@ -7,11 +7,14 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "DebugStream.h"
 #include "KzErr.h"
 #include "ReportCatcher.h"
 #include "RunningMemory.h"
 #include "StringPStr.h"
+#include "StringUtils.h"
 #include "TestStrings.h"
 
 namespace {
@@ -27,6 +30,16 @@ const char* const kNoText = nullptr;
 
 class StringLStr : public ::testing::Test {
 protected:
+    // What a report shows of it.
+    std::string Reported(LStr** handle)
+    {
+        DebugStream stream("test", __LINE__, "", kDbgLog);
+        ToDebugStream(stream, handle);
+        stream.Process();
+        const std::vector<kztest::CaughtReport> all = reports.TakeAll();
+        return all.size() == 1 ? all[0].text : "not one report";
+    }
+
     kztest::ReportCatcher reports;
     kztest::RunningMemory memory;
 };
@@ -291,19 +304,71 @@ TEST_F(StringLStr, CountsBeyondRange)
     EXPECT_EQ(text.Text(), "cd");
     EXPECT_EQ(text.BlockSize(), 6u);
 
-    LStrHandle full("x");
-    (*full.handle)->cnt = 0x7FFFFFFF;
-    EXPECT_EQ(LStrAppendChar(full.handle, 'x'), kzErrMemoryFull);
-    EXPECT_EQ(LStrHNullTerminate(full.handle), kzErrMemoryFull);
-    EXPECT_EQ(full.BlockSize(), 5u);
-    (*full.handle)->cnt = -0x7FFFFFFF - 1;  // no text
-    EXPECT_TRUE(LHStrEqual(full.handle, nullptr));
-    EXPECT_EQ(LStrAppendChar(full.handle, 'x'), 0);
-    EXPECT_EQ(full.Text(), "x");
     EXPECT_EQ(PtrLenStrCmp("a", -0x7FFFFFFF - 1, "b", 1), -1);
     char c[2] = "o";
     EXPECT_EQ(LToCStrN(claimed.Get(), c, -0x7FFFFFFF - 1), 0);
     EXPECT_STREQ(c, "o");
+}
+
+// Of the text that a handle's count tells, what the block holds is the text.
+TEST_F(StringLStr, CountsThatTheBlockDoesNotHold)
+{
+    struct Block {
+        unsigned long size;
+        int32 count;
+        std::string text;
+    };
+    const Block blocks[] = {{0, 0, ""},     {3, 0x7FFFFF, ""},       {4, 100, ""}, {6, 0x7FFFFFFF, "ab"},
+                            {6, 100, "ab"}, {6, -0x7FFFFFFF - 1, ""}};
+    struct Change {
+        KzErr (*change)(LStr*** handle);
+        std::string front, back;
+    };
+    const Change changes[] = {
+        {[](LStr*** h) { return LStrAppendChar(*h, 'x'); }, "", "x"},
+        {[](LStr*** h) { return LStrCatEfficient(*h, LStrValue("xyz").Get()); }, "", "xyz"},
+        {[](LStr*** h) { return LStrCat(*h, LStrValue("").Get()); }, "", ""},
+        {[](LStr*** h) { return LStrAppendCStr(h, "xy"); }, "", "xy"},
+        {[](LStr*** h) { return LStrAppendPStr(h, PStrValue("xy")); }, "", "xy"},
+        {[](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xy", ""},
+        {[](LStr*** h) { return LStrHNullTerminate(*h); }, "", std::string(1, '\0')},
+        {[](LStr*** h) { return LStrToUpper(*h) + LStrToLower(*h) + LStrAppendChar(*h, '!'); }, "", "!"},
+    };
+    for (const Block& block : blocks) {
+        const auto fill = [&block](LStrHandle& text) {
+            const char bytes[] = {0, 0, 0, 0, 'a', 'b'};
+            ASSERT_EQ(DSSetHandleSizeOrNewHandle(&text.handle, block.size), 0);
+            std::memcpy(*text.handle, bytes, block.size);
+            std::memcpy(*text.handle, &block.count, std::min<std::size_t>(block.size, 4));
+        };
+        for (const Change& c : changes) {
+            LStrHandle text;
+            fill(text);
+            EXPECT_EQ(c.change(&text.handle), 0);
+            EXPECT_EQ(text.Text(), c.front + block.text + c.back) << block.size << " " << block.count;
+            EXPECT_GE(text.BlockSize(), text.Text().size() + 4);
+        }
+        LStrHandle text, twice, sound(block.text);
+        fill(text);
+        EXPECT_TRUE(LHStrEqual(text.handle, sound.handle));
+        EXPECT_EQ(LHStrCmp(text.handle, sound.handle), 0);
+        EXPECT_EQ(LHStrCaseCmp(sound.handle, text.handle), 0);
+        EXPECT_EQ(StringUtils::ToNarrowString(text.handle), block.text);
+        EXPECT_EQ(Reported(text.handle), block.text);
+        fill(twice);
+        EXPECT_EQ(LStrCat(twice.handle, *twice.handle), 0);
+        EXPECT_EQ(twice.Text(), block.text + block.text);
+    }
+}
+
+TEST_F(StringLStr, DisposedHandles)
+{
+    LStr** handle = LStrHandle("text").handle;
+    EXPECT_EQ(Reported(handle), "");
+    EXPECT_EQ(LHStrCmp(handle, nullptr), 0);
+    EXPECT_TRUE(reports.Take(kDbgFatal, ""));
+    EXPECT_NE(LStrAppendChar(handle, 'x'), 0);
+    EXPECT_TRUE(reports.Take(kDbgFatal, "") && reports.Take(kDbgWarning, "Memory error"));
 }
 
 TEST_F(StringLStr, NullHandles)

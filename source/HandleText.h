@@ -1,0 +1,47 @@
+// The text of a string handle, and how many things a block really holds of those that it counts.
+#ifndef KZCORE_HANDLETEXT_H
+#define KZCORE_HANDLETEXT_H
+
+#include <algorithm>
+#include <cstddef>
+
+#include "ByteOrder.h"
+#include "MemoryManager.h"
+
+namespace kz {
+
+// The 32-bit count at the start of a block of `size` bytes, as far as the block holds what it counts: things of `each`
+// bytes from the offset `start` on.
+inline int32 HeldCount(const void* block, std::size_t size, std::size_t start, std::size_t each)
+{
+    if (size < start) {
+        return 0;
+    }
+    const std::size_t count = static_cast<std::size_t>(std::max(LoadNative<int32>(block), 0));
+    return static_cast<int32>(std::min(count, (size - start) / each));
+}
+
+// The same of a handle. None for null, and for a handle that was disposed or damaged, which is reported at level 4.
+template <typename Counted>
+int32 HeldCount(Counted* const* handle, std::size_t start, std::size_t each)
+{
+    const std::size_t size = handle == nullptr ? 0 : DSGetHandleSize(handle);
+    return size < start ? 0 : HeldCount(*handle, size, start, each);
+}
+
+struct HandleText {
+    const unsigned char* bytes = nullptr;  // null where there is no string
+    int32 count = 0;
+};
+
+// What the block holds of the text that the count tells; nothing for null, for a block without a count, and for a
+// handle that was disposed or damaged, which is reported at level 4. The address of a pointer to a string that is no
+// handle's block is accepted too, and that string's count is relied on.
+HandleText TextOf(const LStr* const* handle);
+
+// The same without a report.
+HandleText QuietTextOf(const LStr* const* handle);
+
+}  // namespace kz
+
+#endif
