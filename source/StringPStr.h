@@ -3,8 +3,9 @@
 // A PStr is passed as `unsigned char*`, in C++ as `char*` too, all arguments of a call alike; a buffer that is written
 // to has 256 bytes unless a call says otherwise. The destination comes first, except in XToY, whose source comes first.
 // Text that doesn't fit is cut silently. Null is accepted only where it is said. Source and destination may be the same
-// memory. Comparisons look at bytes as unsigned; the caseless ones put two bytes that differ through ToLower. Any
-// thread; no call needs the library to be started.
+// memory. Comparisons look at bytes as unsigned; the caseless ones put two bytes that differ through ToLower, which
+// follows the locale: under tr_TR PStrCaseEqual takes "I" and "i" for different, StringUtils::CaseInsensitiveEqual for
+// equal, since its case of ASCII is fixed. Any thread; no call needs the library to be started.
 #ifndef KZCORE_STRINGPSTR_H
 #define KZCORE_STRINGPSTR_H
 

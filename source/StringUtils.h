@@ -21,8 +21,11 @@ struct _LStrArray;
 // A text that is not well-formed cannot get from narrow to wide or back: that is reported at level 2, and the result is
 // empty. The NoThrow forms then give kzErrArgument; the others only that empty result.
 //
-// Hashes and caseless comparisons of bytes go by two tables of the C library's single-byte mapping: ASCII until
-// StringUtilsLocaleCache_Service has started, then the C locale of that moment.
+// Hashes and caseless comparisons of bytes go by two tables. Up to 0x7F they have the case of ASCII, whatever the
+// locale. From 0x80 up they have none until StringUtilsLocaleCache_Service has started, then the C library's
+// single-byte mapping in the locale of that moment, in which 0xFF never has case. The counted strings' calls ask the C
+// library instead, so the two disagree where its case of ASCII letters is another: under tr_TR CaseInsensitiveEqual
+// takes "I" and "i" for equal, PStrCaseEqual does not.
 class KZ_EXPORT StringUtils {
 public:
     // Whether a conversion that is given a handle disposes it afterwards, also when it fails.
@@ -219,7 +222,7 @@ public:
     };
 };
 
-// Fills the case tables from the C locale in force when it starts.
+// Fills the case tables, from 0x80 up, from the C locale in force when it starts. They stay when it stops.
 class StringUtilsLocaleCache_Service : public RefcountedServiceObject_T<StringUtilsLocaleCache_Service> {
 public:
     const char* GetName() const override { return "StringUtilsLocaleCache"; }

@@ -137,7 +137,7 @@ TEST(StringCStr, CaseOfAnyBytes)
     for (unsigned i = 0; i < kztest::ModelSequences(); ++i) {
         std::string text;
         for (std::size_t n = engine() % 12; text.size() < n;) {
-            text += pieces[engine() % (i % 2 == 0 ? 7 : std::size(pieces))];
+            text += pieces[engine() % (i % 2 == 0 ? 8 : std::size(pieces))];
         }
         auto* const bytes = reinterpret_cast<unsigned char*>(text.data());
         PlatformText model;

@@ -89,6 +89,8 @@ TEST_F(StringLStr, FromOtherKinds)
     EXPECT_EQ(CToLStr(spelled, block.Get()), 4);
     EXPECT_EQ(LToPStr(block.Get(), reinterpret_cast<char*>(spelled)), 4);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(spelled)), "\4four");
+    EXPECT_EQ(PToLStr(PStrValue("short"), block.Get()), 5);
+    EXPECT_EQ(TextOf(block.Get()), "short");
     EXPECT_EQ(PToLStr(nullptr, block.Get()), 0);
     EXPECT_EQ(TextOf(block.Get()), "");
 }
@@ -305,6 +307,7 @@ TEST_F(StringLStr, CountsBeyondRange)
     EXPECT_EQ(text.BlockSize(), 6u);
 
     EXPECT_EQ(PtrLenStrCmp("a", -0x7FFFFFFF - 1, "b", 1), -1);
+    EXPECT_EQ(PtrLenStrCaseCmp("a", 1, "A", -0x7FFFFFFF - 1), 1);
     char c[2] = "o";
     EXPECT_EQ(LToCStrN(claimed.Get(), c, -0x7FFFFFFF - 1), 0);
     EXPECT_STREQ(c, "o");

@@ -71,6 +71,7 @@ TEST(StringPStr, Searching)
     EXPECT_FALSE(PStrEndsWith(PStrValue("a.txt"), ".TXT")) << "the suffix is not folded";
     EXPECT_TRUE(PStrEndsWith(PStrValue("a"), ""));
     EXPECT_FALSE(PStrEndsWith(PStrValue("txt"), ".txt"));
+    EXPECT_TRUE(PStrEndsWith(PStrValue("TXT"), "txt")) << "the whole text";
 
     struct Case {
         const char *text, *sub;
@@ -82,6 +83,9 @@ TEST(StringPStr, Searching)
     for (const Case& c : cases) {
         EXPECT_EQ(PStrInPStr(PStrValue(c.text), c.start, PStrValue(c.sub)), c.after) << c.text << " / " << c.sub;
     }
+    PStrBuffer cut("one two");
+    cut.bytes[0] = 5;
+    EXPECT_EQ(PStrInPStr(cut, 0, PStrValue("two")), -1) << "what stands behind the text is not searched";
 }
 
 TEST(StringPStr, Splitting)
@@ -100,6 +104,12 @@ TEST(StringPStr, Splitting)
         EXPECT_EQ(left.Text(), c.left) << c.src;
         EXPECT_EQ(right.Text(), c.right) << c.src;
     }
+    const std::string rest('\\' - 1, 'x');
+    PStrBuffer left, right;
+    EXPECT_EQ(PStrSplitAtChar(PStrValue("," + rest), ',', left, right), 1);
+    EXPECT_TRUE(left.Text().empty() && right.Text() == rest) << "the count is a backslash, but escapes nothing";
+    EXPECT_EQ(PStrSplitAtChar(PStrValue("a\\b"), '\\', left, right), 1);
+    EXPECT_TRUE(left.Text() == "a" && right.Text() == "b") << "a backslash as the delimiter";
 }
 
 TEST(StringPStr, Replacing)
@@ -167,6 +177,7 @@ TEST(StringPStr, Callbacks)
     EXPECT_EQ(PPStrCmp(&a, &b), 'c' - 'C');
     EXPECT_EQ(PPStrCaseCmp(&a, &b), 0);
     EXPECT_TRUE(PPStrCaseEqual(&a, &b) && !PPStrEqual(&a, &b) && FileNameEqual(a, b));
+    EXPECT_FALSE(PStrCaseEqual(a, PStrValue("d")) || PStrCaseEqual(a, PStrValue("cc")));
 }
 
 TEST(StringPStr, Duplicating)

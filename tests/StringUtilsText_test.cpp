@@ -1,6 +1,7 @@
 // The operations on whole texts. Each runs on narrow text and on the same text made wide.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <string>
 #include <vector>
 
@@ -167,15 +168,26 @@ TEST(StringUtilsText, TargetsMayBeSources)
     EXPECT_EQ(text, "aaa");
     SU::SearchAndReplace(&text, "aa", "baa");
     EXPECT_EQ(text, "baaa");
+    SU::SearchAndReplace(&text, "b", "");
+    EXPECT_EQ(text, "aaa");
 }
 
 TEST(StringUtilsText, CaseAndEnds)
 {
-    std::string narrow = "aZ\xC3\xA9 1";
+    std::string bytes, uppers, lowers;
+    for (int c = 0; c < 0x100; ++c) {
+        bytes += static_cast<char>(c);
+        uppers += static_cast<char>(std::toupper(c));
+        lowers += static_cast<char>(std::tolower(c));
+    }
+    std::string narrow = bytes;
+    std::wstring widened = Wide(bytes);
     SU::ToUpperCase(narrow);
-    EXPECT_EQ(narrow, "AZ\xC3\xA9 1") << "bytes, in the C locale";
-    SU::ToLowerCase(narrow);
-    EXPECT_EQ(narrow, "az\xC3\xA9 1");
+    SU::ToUpperCase(widened);
+    EXPECT_TRUE(narrow == uppers && widened == Wide(uppers)) << "bytes, as the locale has them";
+    SU::ToLowerCase(narrow = bytes);
+    SU::ToLowerCase(widened = Wide(bytes));
+    EXPECT_TRUE(narrow == lowers && widened == Wide(lowers));
     // Values far outside a byte must not reach the C library's tables.
     std::wstring wide = {L'a', L'Z', 0x141, 0x10FFFF, static_cast<wchar_t>(0x80000061), -1};
     std::wstring upper = wide;
@@ -191,12 +203,22 @@ TEST(StringUtilsText, CaseAndEnds)
     EXPECT_TRUE(SU::StartsWith(L"abc", L"ab") && SU::EndsWith(L"abc", L"bc"));
     EXPECT_TRUE(SU::StartsWith(L"abc", L'a') && SU::EndsWith(L"abc", L'c'));
     EXPECT_FALSE(SU::StartsWith(L"", L'a') || SU::EndsWith(L"bc", L"abc"));
+    EXPECT_FALSE(SU::StartsWith(L"abc", L'b') || SU::EndsWith(L"abc", L'b') || SU::CaseInsensitiveEqual(L"a", L"b"));
+    EXPECT_FALSE(SU::StartsWith("abc", 'b') || SU::EndsWith("abc", 'b'));
+    EXPECT_TRUE(SU::Left(std::string("abc"), 0) == "abc" && SU::Left(std::wstring(L"abc"), 0) == L"abc");
+    EXPECT_TRUE(SU::Right(std::string("abc"), 0) == "abc" && SU::Right(std::wstring(L"abc"), 0) == L"abc");
     std::string blanks = " \t ";
     SU::Trim(blanks, SU::kTrimBoth);
     EXPECT_EQ(blanks, "");
-    std::string both = "\t a b \n";
-    SU::Trim(both, SU::kTrimBoth);
-    EXPECT_EQ(both, "a b \n") << "a line break is no blank";
+    for (const auto& [mode, trimmed] :
+         {std::pair{0, "\t a b \t"}, {SU::kTrimLeft, "a b \t"}, {SU::kTrimRight, "\t a b"}, {SU::kTrimBoth, "a b"}}) {
+        std::string text = "\t a b \t";
+        SU::Trim(text, mode);
+        EXPECT_EQ(text, trimmed) << mode;
+    }
+    std::string broken = "\t a \n";
+    SU::Trim(broken, SU::kTrimBoth);
+    EXPECT_EQ(broken, "a \n") << "a line break is no blank";
     EXPECT_TRUE(SU::IsSurroundedByQuotes(std::string("\"")));
     EXPECT_FALSE(SU::IsSurroundedByQuotes(std::string("'\"")) || SU::IsSurroundedByQuotes(std::string()));
 }
