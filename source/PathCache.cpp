@@ -256,26 +256,16 @@ uInt64 PathItemElement::FlushOwnItems(int32 method)
 
 uInt64 PathItemElement::FlushSubtree()
 {
-    // The references keep all elements in place while items die and let go of others; below a parent means later.
-    std::vector<PathItemElement*> pinned;
-    const auto pinChildren = [&pinned](const PathItemElement& of) {
-        for (const ChildItem& item : of.mChildren) {
-            pinned.push_back(item.child);
-            item.child->AddReference();
-        }
-    };
-    try {
-        pinChildren(*this);
-        for (size_t i = 0; i < pinned.size(); ++i) {
-            pinChildren(*pinned[i]);
-        }
-    } catch (const std::bad_alloc&) {
-        KZ_REPORT(kDbgWarning, 0x6E21B9C4) << "Out of memory while flushing path caches!";
+    // The references keep all elements in place while items die and let go of others.
+    for (PathItemElement* at = FirstOfWalk(); at != this; at = at->NextOfWalk()) {
+        at->AddReference();
     }
     uInt64 bytes = 0;
-    for (auto it = pinned.rbegin(); it != pinned.rend(); ++it) {
-        bytes += (*it)->FlushCore(kFlushAll);
-        (*it)->ReleaseCore(true);
+    for (PathItemElement* at = FirstOfWalk(); at != this;) {
+        PathItemElement* const next = at->NextOfWalk();
+        bytes += at->FlushCore(kFlushAll);
+        at->ReleaseCore(true);
+        at = next;
     }
     return bytes;
 }

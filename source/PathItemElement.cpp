@@ -175,6 +175,25 @@ bool PathItemElement::RemoveParent()
     return true;
 }
 
+// The walk through all below an element: children before their parent, siblings from the last to the first, and the
+// element itself at the end. The tree alone tells the way, so no memory is needed; it must not lose what is still to
+// come, and gain nothing.
+PathItemElement* PathItemElement::FirstOfWalk()
+{
+    PathItemElement* at = this;
+    while (!at->mChildren.empty()) {
+        at = at->mChildren.back().child;
+    }
+    return at;
+}
+
+PathItemElement* PathItemElement::NextOfWalk()
+{
+    size_t index = 0;
+    const bool isChild = mParent->FindChild(this, &index) == this;
+    return isChild && index > 0 ? mParent->mChildren[index - 1].child->FirstOfWalk() : mParent;
+}
+
 // ---- Life ----
 
 // Makes a claimed element this child of `parent`, with one reference. False without memory: no child was added.
@@ -294,20 +313,25 @@ bool PathItemElement::PurgeCore()
 {
     // From the leaves up, without recursion: what leaked may be a chain of any length.
     bool clean = true;
-    std::vector<PathItemElement*> chain{this};
-    while (!chain.empty()) {
-        PathItemElement* const at = chain.back();
+    PathItemElement* at = this;
+    while (at != this || !mChildren.empty()) {
         if (!at->mChildren.empty()) {
-            chain.push_back(at->mChildren.back().child);
+            PathItemElement* const child = at->mChildren.back().child;
+            child->mParent = at;  // the way back, also from a child that did not know its parent
+            at = child;
             continue;
         }
-        chain.pop_back();
+        // Held, so that the parent stays linked to its own when its last child goes.
+        PathItemElement* const parent = at->mParent;
+        parent->AddReference();
         clean = at->PurgeSelf() && clean;
-        if (!chain.empty() && !chain.back()->mChildren.empty() && chain.back()->mChildren.back().child == at) {
-            chain.back()->mChildren.pop_back();  // a child that did not know its parent
+        parent->mReferenceCount.fetch_sub(1, std::memory_order_relaxed);
+        if (!parent->mChildren.empty() && parent->mChildren.back().child == at) {
+            parent->mChildren.pop_back();  // a child that the search by its name did not find
         }
+        at = parent;
     }
-    return clean;
+    return PurgeSelf() && clean;
 }
 
 // ---- Checks ----

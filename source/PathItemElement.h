@@ -95,9 +95,9 @@ public:
     // True if the element is held from outside the tree; `*count` is then the number of such references.
     bool GetReferencedInfo(int32* count) const;
 
-    // Removes cached items; the bytes given back.
+    // Removes cached items; the bytes given back. Allocates nothing.
     uInt64 FlushCore(int32 method);
-    // Forces the element and all below it into the free state; true if this needed no force.
+    // Forces the element and all below it into the free state; true if this needed no force. Allocates nothing.
     bool PurgeCore();
 
     // Takes ownership of `item`; kzErrMemoryFull leaves it with the caller. A null item removes the entry.
@@ -131,6 +131,8 @@ private:
     void ReleaseFinishIfStartedUnsafe();
     void RetireUnsafe();
     uInt64 FlushOwnItems(int32 method);
+    PathItemElement* FirstOfWalk();
+    PathItemElement* NextOfWalk();
     uInt64 FlushSubtree();
     bool PurgeSelf();
     bool ChildrenAreSane();

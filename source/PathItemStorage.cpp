@@ -60,14 +60,20 @@ int32 PathItemStorage::ReportLive()
     return live;
 }
 
+// The block before this one in the ring; itself in a ring of one.
+PathItemStorage* PathItemStorage::Before()
+{
+    PathItemStorage* before = this;
+    while (before->mNext != this) {
+        before = before->mNext;
+    }
+    return before;
+}
+
 void PathItemStorage::Unlink()
 {
     if (mNext != nullptr) {
-        PathItemStorage* before = this;
-        while (before->mNext != this) {
-            before = before->mNext;
-        }
-        before->mNext = mNext;
+        Before()->mNext = mNext;
         if (mSearchPoint == this) {
             mSearchPoint = mNext == this ? nullptr : mNext;
         }
@@ -110,21 +116,23 @@ bool PathItemStorage::IsEmpty() const
                         [](const PathItemElement& element) { return element.InUse(); });
 }
 
+// The place in mBases of the first block that ends behind `pointer`.
+std::vector<PathItemStorage*>::iterator PathItemStorage::BlockAt(const void* pointer)
+{
+    return std::upper_bound(mBases->begin(), mBases->end(), pointer,
+                            [](const void* sought, const PathItemStorage* block) {
+                                return std::less<>()(sought, static_cast<const void*>(block->mElements + kElements));
+                            });
+}
+
 bool PathItemStorage::Contains(const void* pointer)
 {
     const kz::ScopedLock lock(mBaseMutex);
     if (mBases == nullptr) {
         return false;
     }
-    const auto it =
-        std::upper_bound(mBases->begin(), mBases->end(), pointer, [](const void* sought, const PathItemStorage* block) {
-            return std::less<>()(sought, static_cast<const void*>(block));
-        });
-    if (it == mBases->begin()) {
-        return false;
-    }
-    const PathItemStorage* const block = *(it - 1);
-    return std::less<>()(pointer, static_cast<const void*>(block->mElements + kElements));
+    const auto it = BlockAt(pointer);
+    return it != mBases->end() && !std::less<>()(pointer, static_cast<const void*>((*it)->mElements));
 }
 
 // ---- Allocation. Requires mMutex. ----
@@ -267,46 +275,89 @@ PathItemElement* PathItemStorage::FindNamed(const std::string& name)
 
 // ---- Collection ----
 
+// Needs no memory, because a stop runs it.
 uInt64 PathItemStorage::GarbageCollect(int32 method)
 {
-    struct Held {
-        int32 references;
-        std::string name;
-    };
-    std::vector<Held> held;
     uInt64 reclaimed = 0;
     {
         // Both locks once, in their order, for the whole run: a creation that runs meanwhile waits at the first.
         const kz::ScopedLock treeLock(PathItemElement::mMutex);
         const kz::ScopedLock lock(mMutex);
-        std::vector<PathItemStorage*> blocks;
-        for (PathItemStorage* block = mSearchPoint; block != nullptr;
-             block = block->mNext == mSearchPoint ? nullptr : block->mNext) {
-            blocks.push_back(block);
-        }
-        for (PathItemStorage* const block : blocks) {
+        PathItemStorage* const last = mSearchPoint == nullptr ? nullptr : mSearchPoint->Before();
+        for (PathItemStorage* block = mSearchPoint; block != nullptr;) {
+            PathItemStorage* const next = block == last ? nullptr : block->mNext;
             if (method == 2) {
-                for (PathItemElement& element : block->mElements) {
-                    int32 references = 0;
-                    if (!element.InUse()) {
-                        element.FlushCore(kFlushAll);
-                    } else if (element.GetReferencedInfo(&references)) {
-                        held.push_back({references, element.Name()});
-                    }
-                }
+                block->FlushFree();
             }
             if (method != 0 && block->IsEmpty()) {
                 delete block;
                 reclaimed += sizeof(PathItemStorage);
             }
+            block = next;
         }
     }
-    for (const Held& leak : held) {
-        KZ_LOG(kDbgInternal) << "Leaked Path Element: " << leak.references << " refs to " << leak.name.c_str();
+    if (method == 2) {
+        ReportHeld();
     }
     KZ_LOG(kDbgInternal) << "Path Garbage Collect: " << static_cast<unsigned long long>(reclaimed)
                          << " bytes reclaimed";
     return reclaimed;
+}
+
+void PathItemStorage::FlushFree()
+{
+    for (PathItemElement& element : mElements) {
+        if (!element.InUse()) {
+            element.FlushCore(kFlushAll);
+        }
+    }
+}
+
+// Reports each element that is held from outside. No lock is held meanwhile, since the handler of a report may use
+// paths; a reference keeps the element in place that is reported, and with it the place where the search goes on. The
+// handler may also keep paths, so there are at most as many reports as elements were in use at the start.
+void PathItemStorage::ReportHeld()
+{
+    PathItemElement* element = nullptr;
+    for (int64 left = LiveCount(); left > 0; --left) {
+        int32 references = 0;
+        element = NextHeld(element, &references);
+        if (element == nullptr) {
+            return;
+        }
+        KZ_LOG(kDbgInternal) << "Leaked Path Element: " << references << " refs to " << element->Name().c_str();
+    }
+    if (element != nullptr) {
+        element->ReleaseCore(false);
+    }
+}
+
+// The next element behind `after` (null: of all) that is held from outside, with one reference more for the caller, or
+// null; `*references` is the number of those it had. Takes over the caller's reference on `after`.
+PathItemElement* PathItemStorage::NextHeld(PathItemElement* after, int32* references)
+{
+    const kz::ScopedLock treeLock(PathItemElement::mMutex);
+    PathItemElement* held = nullptr;
+    {
+        const kz::ScopedLock lock(mBaseMutex);
+        PathItemElement* const from = after == nullptr ? nullptr : after + 1;
+        for (auto it = BlockAt(from); it != mBases->end() && held == nullptr; ++it) {
+            PathItemElement* const end = (*it)->mElements + kElements;
+            PathItemElement* const found =
+                std::find_if(std::max<PathItemElement*>(from, (*it)->mElements, std::less<>()), end,
+                             [references](const PathItemElement& element) {
+                                 return element.InUse() && element.GetReferencedInfo(references);
+                             });
+            held = found == end ? nullptr : found;
+        }
+    }
+    if (held != nullptr) {
+        held->AddReference();
+    }
+    if (after != nullptr) {
+        after->ReleaseCore(true);
+    }
+    return held;
 }
 
 int64 PathItemStorage::LiveCount()

@@ -24,7 +24,7 @@ public:
     // Makes the mutexes and empty tables. A failed mutex gives its error, memory kzErrMemoryFull. No other thread may
     // use paths during either, so neither takes the mutexes for what it only makes or drops.
     static KzErr Init() KZ_NO_THREAD_CHECK;
-    // Lets go of names and bases, reports what is still held, and frees all. Always 0.
+    // Lets go of names and bases, reports what is still held, and frees all. Allocates nothing. Always 0.
     static KzErr UnInit() KZ_NO_THREAD_CHECK;
 
     // A new element with one reference, or null without memory. Requires PathItemElement::mMutex.
@@ -50,7 +50,8 @@ public:
     // The element of this name with one reference for the caller, or null.
     static PathItemElement* FindNamed(const std::string& name);
 
-    // Method 0 frees nothing, 1 empty blocks, 2 also lists elements held from outside. The bytes reclaimed.
+    // Method 0 frees nothing, 1 empty blocks, 2 also reports the elements held from outside. The bytes reclaimed.
+    // Allocates nothing.
     static uInt64 GarbageCollect(int32 method);
 
     // True if the pointer lies in a block.
@@ -70,8 +71,13 @@ private:
     static PathItemStorage* AddBlock(PathItemStorage* after) KZ_REQUIRES(mMutex);
     static bool PutNamed(const std::string& name, PathItemElement* element, bool onlyIfFree);
     PathItemElement* Claim();
+    static std::vector<PathItemStorage*>::iterator BlockAt(const void* pointer) KZ_REQUIRES(mBaseMutex);
+    static void ReportHeld();
+    static PathItemElement* NextHeld(PathItemElement* after, int32* references);
+    void FlushFree() KZ_REQUIRES(PathItemElement::mMutex);
     bool IsEmpty() const;
     int32 ReportLive();
+    PathItemStorage* Before() KZ_REQUIRES(mMutex);
     void Unlink() KZ_REQUIRES(mMutex);
     static void DestroyAllBlocks();
 

@@ -3,8 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <thread>
 
+#include "FaultLoop.h"
+#include "PathCache.h"
 #include "PathTesting.h"
 #include "StringUtils.h"
 
@@ -101,6 +106,100 @@ TEST_F(PathItemElementTest, CollectionListsWhatIsHeld)
     EXPECT_FALSE(mReports.Take(1, "between"));
 }
 
+// The handler of a report may use paths, and keep them: each element is reported once all the same.
+TEST_F(PathItemElementTest, CollectionWhileTheHandlerMakesPaths)
+{
+    static std::vector<PathRef>* sKept = nullptr;
+    std::vector<PathRef> kept;
+    sKept = &kept;
+    const std::vector<PathRef> held(600, MakePath(PathRef::kAbsolute, {"held"}));
+    const DebugOutputHandler old = DebugOutputGetHandler();
+    DebugOutputSetHandler([](const char*, int32, const char*, int32, uInt32, const char* text, uInt64) {
+        if (std::strncmp(text, "Leaked", 6) == 0) {
+            sKept->push_back(MakePath(PathRef::kAbsolute, {"k" + std::to_string(sKept->size())}));
+        }
+    });
+    PathRef::GarbageCollect(2);
+    DebugOutputSetHandler(old);
+    EXPECT_GE(kept.size(), 5u);  // the bases too
+    EXPECT_LE(kept.size(), 6u);
+    kept.clear();
+    EXPECT_EQ(kz::LivePathElementCount(), mBefore + 1);
+}
+
+// Counts the reports of things that are left, and allocates nothing.
+struct LeftCounter {
+    LeftCounter()
+    {
+        sCount = 0;
+        DebugOutputSetHandler([](const char*, int32, const char*, int32 level, uInt32, const char* text, uInt64) {
+            sCount += level >= kDbgWarning && std::strstr(text, "memory") == nullptr;
+        });
+    }
+    ~LeftCounter() { DebugOutputSetHandler(nullptr); }
+    static inline int sCount = 0;
+};
+
+// What fails is told, nothing stays behind, and the next start is a clean one.
+TEST(PathStartAndStop, WithoutMemory)
+{
+    kztest::TestHost host;
+    KZAppInterfaceSet(&host);
+    const LeftCounter reports;
+    kztest::FaultLoop([](auto failed) {
+        const KzErr err = PathRef::Init();
+        EXPECT_TRUE(err == kzErrNone || (err == kzErrMemoryFull && failed()));
+        EXPECT_EQ(PathRef::Init(), err);
+        try {
+            PathRef path(PathRef::kAbsolute);
+            path.Append("folder of a name that needs memory");
+            EXPECT_TRUE(path.AssignToName("here") == kzErrNone || failed());
+            const PathRef here("here");
+            auto item = std::make_unique<CachedPath>(here, 1000, PathCachedItem::kDependsOnMetaData);
+            if (here.Cache("key", item.get()) == kzErrNone) {
+                static_cast<void>(item.release());
+            }
+            static_cast<void>(here.GetCached<PathRef, CachedPath>("key", nullptr, kSearchAncestors, &path));
+            path.Append("..");
+        } catch (const ZVExcept&) {
+            EXPECT_TRUE(failed());
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(failed());
+        }
+        PathRef::GarbageCollect(2);
+        EXPECT_EQ(PathRef::UnInit(), kzErrNone);
+        EXPECT_EQ(kz::LivePathElementCount(), 0);
+    });
+    EXPECT_EQ(reports.sCount, 0);
+    KZAppInterfaceSet(nullptr);
+}
+
+// With paths held, items cached and names given, in deep and wide places.
+TEST(PathStartAndStop, AStopAllocatesNothing)
+{
+    kztest::TestHost host;
+    KZAppInterfaceSet(&host);
+    const LeftCounter reports;
+    ASSERT_EQ(PathRef::Init(), kzErrNone);
+    std::vector<PathRef> held;
+    for (int i = 0; i < 2000; ++i) {
+        PathRef path = i % 3 == 0 || held.empty() ? PathRef(i % 2) : held.back();
+        path.Append("n" + std::to_string(i));
+        ASSERT_EQ(path.Cache("p", new CachedPath(path, 1000, PathCachedItem::kDependsOnMetaData)), kzErrNone);
+        ASSERT_EQ(path.AssignToName(path.Name().c_str()), kzErrNone);
+        held.push_back(path);
+    }
+    {
+        const kztest::FailAllocation fail(1, kztest::FailAllocation::kForGood, kztest::FailAllocation::kBlocksAndNew);
+        PathRef::GarbageCollect(2);
+        EXPECT_EQ(PathRef::UnInit(), kzErrNone);
+        EXPECT_FALSE(kztest::FailAllocation::Happened());
+    }
+    EXPECT_EQ(kz::LivePathElementCount(), 0);
+    EXPECT_EQ(reports.sCount, 2);  // of the bases with paths below
+    KZAppInterfaceSet(nullptr);
+}
+
 TEST_F(PathItemElementTest, OneReleaseTooMany)
 {
     PathItemElement* const element = Base()->CreateChild("once");
@@ -181,12 +280,14 @@ TEST_F(PathItemElementTest, ThreadsMakeCopyAndDrop)
                 wrong += copy.Element() == path.Element() && copy.ToString("pathref_unix") == text ? 0 : 1;
                 copy = shared;
                 copy.FlushCache();
+                static_cast<void>(path.GetCached<bool, CachedBool>("none", nullptr, kSearchAncestors, nullptr));
             }
             --running;
         });
     }
-    while (running > 0) {
-        PathRef::GarbageCollect(1);
+    for (int32 method = 1; running > 0; method = 3 - method) {
+        PathRef::GarbageCollect(method);
+        mReports.TakeAll();
         std::this_thread::yield();
     }
     for (std::thread& thread : threads) {
