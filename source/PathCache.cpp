@@ -2,12 +2,11 @@
 
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string_view>
 #include <vector>
 
 #include "HiResClock.h"
-#include "Report.h"
+#include "PathTextFormat.h"
 #include "ScopedLock.h"
 #include "zvexcept.h"
 
@@ -25,18 +24,6 @@ uInt32 ExpiryAfter(int32 ttl)
 {
     return MilliSecs() + static_cast<uInt32>(ttl);
 }
-
-// A copied path would compute its display text in debug mode, which takes the lock that is held here.
-class DebugModeOff {
-public:
-    DebugModeOff() : mWasOn(kz::gPathState.fetch_and(~uInt32{kz::kPathsDebug}) & kz::kPathsDebug) {}
-    ~DebugModeOff() { kz::gPathState.fetch_or(mWasOn); }
-    DebugModeOff(const DebugModeOff&) = delete;
-    DebugModeOff& operator=(const DebugModeOff&) = delete;
-
-private:
-    const uInt32 mWasOn;
-};
 
 PathCachedItem* FindInCache(const PathItemCache* cache, const char* key)
 {
@@ -302,7 +289,7 @@ bool PathRef::VisitCached(const char* key, const char* className, SearchDirectio
     bool found = false;
     if (start != nullptr && key != nullptr) {
         const kz::ScopedLock lock(GetCacheMutex());
-        const DebugModeOff plain;
+        const kz::NoDebugTexts plain;
         if (CachedItem* const item = start->GetCached(key, className, direction, &element)) {
             visit(item, context);
             found = true;

@@ -10,6 +10,7 @@
 #include "KZPlacement.h"
 #include "PathCache.h"
 #include "PathItemStorage.h"
+#include "PathTextFormat.h"
 #include "Report.h"
 #include "ScopedLock.h"
 #include "StringCStr.h"
@@ -19,7 +20,8 @@ static_assert(sizeof(PathRef) == 2 * sizeof(void*) && !std::is_polymorphic_v<Pat
 
 namespace kz {
 
-// Relaxed everywhere: it changes at start and stop, when no other thread uses paths, and by a debugging switch.
+// Relaxed everywhere: it changes at start and stop, when no other thread uses paths, and by a debugging switch alone,
+// so that its cache line stays shared by all threads that copy paths.
 constinit std::atomic<uInt32> gPathState{0};
 
 }  // namespace kz
@@ -200,7 +202,7 @@ void PathRef::AssignElement(PathItemElement* element, PathItemRefAssignOp op, bo
     if (old != nullptr) {
         ReleaseElement(old, alreadyLocked);
     }
-    if ((state & kz::kPathsDebug) != 0 && !alreadyLocked) {
+    if ((state & kz::kPathsDebug) != 0 && !alreadyLocked && !kz::NoDebugTexts::Lives()) {
         // For a debugger's eyes only, so a failure does not matter.
         static_cast<void>(
             kz::ErrOf(kModule, __LINE__, [&] { return ConvertToString(&EnsureCache(), StringDisplay()); }));

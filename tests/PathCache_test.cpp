@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 
 #include "PathTesting.h"
 #include "ScopedLock.h"
@@ -117,6 +118,57 @@ TEST_F(PathCacheTest, Flushing)
     }
     EXPECT_FALSE(Holds(mPath, "free"));
     EXPECT_EQ(PathRef().FlushCache(), 0u);
+}
+
+// The debug mode is for others to change, and for their paths to go by, during a look-up too.
+TEST_F(PathCacheTest, LookUpsLeaveTheDebugModeAlone)
+{
+    class Switching : public PathCachedItem {
+    public:
+        using PathCachedItem::PathCachedItem;
+        static const char* ClassName() { return "CachedItem"; }
+        bool Expired() const override
+        {
+            stateSeen = kz::gPathState;
+            PathRef::Setting("nodebug");
+            return false;
+        }
+        uInt32 Get() const { return stateSeen; }
+        mutable uInt32 stateSeen = 0;
+    };
+    ASSERT_EQ(mPath.Cache("k", new Switching(kHour, kFree)), kzErrNone);
+    PathRef::Setting("debug");
+    EXPECT_EQ((mPath.GetCached<uInt32, Switching>("k", nullptr, kSearchThisOnly, nullptr)),
+              uInt32{kz::kPathsRun} | kz::kPathsDebug);
+    EXPECT_EQ(kz::gPathState, uInt32{kz::kPathsRun});
+}
+
+// A flush from above reaches each element once, though the items that go hold one another's elements.
+TEST_F(PathCacheTest, FlushOfAWholeTree)
+{
+    std::mt19937 random(8);
+    const int64 before = kz::LivePathElementCount();
+    for (const bool areHeld : {true, false}) {
+        std::vector<PathRef> paths = {MakePath(PathRef::kAbsolute, {"root"})};
+        for (int i = 0; i < 1000; ++i) {
+            paths.push_back(paths[random() % paths.size()]);
+            paths.back().Append("n" + std::to_string(i));
+        }
+        for (const PathRef& path : paths) {
+            ASSERT_EQ(path.Cache("p", new CachedPath(paths[random() % paths.size()], kHour, kFree)), kzErrNone);
+        }
+        if (!areHeld) {
+            paths.clear();
+        }
+        const int64 live = kz::LivePathElementCount() - before;
+        EXPECT_GT(live, areHeld ? 1000 : 1);
+        {
+            const kz::ScopedLock lock(PathRef::GetCacheMutex());
+            PathItemElement* const base = PathItemStorage::Standard(PathRef::kAbsolute);
+            EXPECT_EQ(base->FlushCore(kFlushSubtree), static_cast<uInt64>(live) * (40 + 16 + 48));
+        }
+        EXPECT_EQ(kz::LivePathElementCount() - before, areHeld ? live : 0);
+    }
 }
 
 // Items that hold paths are let go under the tree's lock, where their paths must not take it again.
