@@ -144,7 +144,7 @@ public:
     // Stores this path under `name`; kzErrArgument if the name is taken (or null), kzErrMemoryFull.
     KzErr AssignToName(const char* name) const;
 
-    // ---- Relations. A policy outside the list is reported, and means without case. ----
+    // ---- Relations. A policy outside the list is reported, once by a call, and means without case. ----
 
     static bool NameEquals(const std::string& a, const std::string& b, ComparePolicy policy);
     // -1, 0 or 1.

@@ -13,14 +13,6 @@ namespace {
 
 constexpr char kModule[] = "source/PathRelations";
 
-bool IsExact(PathRef::ComparePolicy policy)
-{
-    if (policy < PathRef::kComparePlatform || policy > PathRef::kCompareLexical) {
-        KZ_REPORT(kDbgWarning, 0x61BF3A90) << "Unexpected PathRef::ComparePolicy";
-    }
-    return policy == PathRef::kCompareExact;
-}
-
 // The place of a path's base in the order of bases: network, absolute, relative, others.
 constexpr int32 kOtherRank = 3;
 
@@ -42,6 +34,32 @@ int32 Sign(int32 value)
 {
     return value < 0 ? -1 : value > 0;
 }
+
+// How the names of one comparison compare. A policy is looked at, and a bad one reported, when this is made: once for
+// each comparison, however many names it has.
+class NameComparison {
+public:
+    explicit NameComparison(PathRef::ComparePolicy policy) : mIsExact(policy == PathRef::kCompareExact)
+    {
+        if (policy < PathRef::kComparePlatform || policy > PathRef::kCompareLexical) {
+            KZ_REPORT(kDbgWarning, 0x61BF3A90) << "Unexpected PathRef::ComparePolicy";
+        }
+    }
+
+    bool AreEqual(const std::string& a, const std::string& b) const
+    {
+        return mIsExact ? a == b : StringUtils::CaseInsensitiveEqual(a, b);
+    }
+
+    // -1, 0 or 1.
+    int32 Order(const std::string& a, const std::string& b) const
+    {
+        return mIsExact ? Sign(a.compare(b)) : StringUtils::CaseInsensitiveCompare(a, b);
+    }
+
+private:
+    const bool mIsExact;
+};
 
 // The ancestor of this count, or null in a chain whose counts are wrong.
 const PathItemElement* AncestorOfCount(const PathItemElement* at, int32 count)
@@ -66,11 +84,12 @@ CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b
         result.element = a.Count() > 0 ? &b : &a;
         return result;
     }
+    const NameComparison names(policy);
     const PathItemElement* atA = AncestorOfCount(&a, n);
     const PathItemElement* atB = AncestorOfCount(&b, n);
     // The last difference met on the way up is the first one of the paths.
     while (atA != nullptr && atB != nullptr && atA != atB && atA->Count() > 0) {
-        const int32 difference = PathRef::NameCompare(atA->Name(), atB->Name(), policy);
+        const int32 difference = names.Order(atA->Name(), atB->Name());
         if (difference != 0) {
             result.count = atA->Count() - 1;
             result.comparison = difference;
@@ -93,12 +112,12 @@ CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b
 
 bool PathRef::NameEquals(const std::string& a, const std::string& b, ComparePolicy policy)
 {
-    return IsExact(policy) ? a == b : StringUtils::CaseInsensitiveEqual(a, b);
+    return NameComparison(policy).AreEqual(a, b);
 }
 
 int32 PathRef::NameCompare(const std::string& a, const std::string& b, ComparePolicy policy)
 {
-    return IsExact(policy) ? Sign(a.compare(b)) : StringUtils::CaseInsensitiveCompare(a, b);
+    return NameComparison(policy).Order(a, b);
 }
 
 bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const
@@ -111,8 +130,9 @@ bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const
     if (a == nullptr || b == nullptr || a->Count() != b->Count()) {
         return false;
     }
+    const NameComparison names(policy);
     for (; a != nullptr && b != nullptr && a != b; a = a->Parent(), b = b->Parent()) {
-        if (!NameEquals(a->Name(), b->Name(), policy)) {
+        if (!names.AreEqual(a->Name(), b->Name())) {
             return false;
         }
     }

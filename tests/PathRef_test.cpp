@@ -289,8 +289,14 @@ TEST_F(PathRefTest, Relations)
     EXPECT_EQ(PathRef().Compare(at("/a"), PathRef::kCompareExact), 1);
     EXPECT_EQ(at("/a").Compare(PathRef(), PathRef::kCompareExact), -1);
     EXPECT_EQ(PathRef().Compare(PathRef(), PathRef::kCompareExact), 0);
-    EXPECT_TRUE(PathRef::NameEquals("a", "A", static_cast<PathRef::ComparePolicy>(9)));
-    EXPECT_TRUE(mReports.Take(2, "Unexpected PathRef::ComparePolicy"));
+    // A bad policy is told of once, however many names there are.
+    const auto bad = static_cast<PathRef::ComparePolicy>(9);
+    EXPECT_TRUE(PathRef::NameEquals("a", "A", bad));
+    EXPECT_TRUE(at("/a/b/c/d").Equals(at("/A/B/C/D"), bad));
+    EXPECT_EQ(at("/a/b/c/d").Compare(at("/A/B/C/e"), bad), -4);
+    for (int calls = 0; calls < 3; ++calls) {
+        EXPECT_TRUE(mReports.Take(2, "Unexpected PathRef::ComparePolicy"));
+    }
 }
 
 }  // namespace
