@@ -1,6 +1,8 @@
 #include "zvhandle.h"
 
+#include <algorithm>
 #include <climits>
+#include <cstring>
 
 #include "MemoryManager.h"
 #include "Report.h"
@@ -8,6 +10,39 @@
 namespace {
 
 constexpr char kModule[] = "source/zvhandle";
+
+// The tail, which is the block's end from `place` on, moves up by `growth`.
+KzErr GrowField(UHandle handle, unsigned long place, unsigned long growth, unsigned long tailSize)
+{
+    const KzErr err = DSSetHandleSize(handle, place + growth + tailSize);
+    if (err == kzErrNone && tailSize != 0) {
+        MoveBlock(*handle + place, *handle + place + growth, tailSize);
+    }
+    return err;
+}
+
+// The tail, which ends the block, moves down to `place`, over the `loss` bytes that go. Those which it overwrites are
+// kept aside until the block is resized, so that a failure can undo the move.
+KzErr ShrinkField(UHandle handle, unsigned long place, unsigned long loss, unsigned long tailSize)
+{
+    if (tailSize == 0) {
+        return DSSetHandleSize(handle, place);
+    }
+    const unsigned long overwritten = std::min(loss, tailSize);
+    void* const aside = DSNewPtr(overwritten);
+    if (aside == nullptr) {
+        return kzErrMemoryFull;
+    }
+    std::memcpy(aside, *handle + place, overwritten);
+    MoveBlock(*handle + place + loss, *handle + place, tailSize);
+    const KzErr err = DSSetHandleSize(handle, place + tailSize);
+    if (err != kzErrNone) {
+        MoveBlock(*handle + place, *handle + place + loss, tailSize);
+        std::memcpy(*handle + place, aside, overwritten);
+    }
+    DSDisposePtr(aside);
+    return err;
+}
 
 }  // namespace
 
@@ -63,20 +98,8 @@ KzErr ZVHandle::ResizeField(unsigned char** field, unsigned long oldSize, unsign
         return kzErrMemoryFull;
     }
     const unsigned long tailSize = blockSize - offset - oldSize;
-    const unsigned long newBlockSize = blockSize - oldSize + newSize;
-    const auto moveTail = [&] {
-        if (tailSize != 0) {
-            MoveBlock(*mHandle + offset + oldSize, *mHandle + offset + newSize, tailSize);
-        }
-    };
-    // The tail is moved while the block has room for both of its places.
-    if (newSize < oldSize) {
-        moveTail();
-    }
-    const KzErr err = DSSetHandleSize(mHandle, newBlockSize);
-    if (newSize > oldSize && err == kzErrNone) {
-        moveTail();
-    }
+    const KzErr err = newSize > oldSize ? GrowField(mHandle, offset + oldSize, newSize - oldSize, tailSize)
+                                        : ShrinkField(mHandle, offset + newSize, oldSize - newSize, tailSize);
     *field = *mHandle + offset;
     return err;
 }

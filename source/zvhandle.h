@@ -31,7 +31,7 @@ public:
 
     // Changes the size of a field inside the block and moves what follows it. `field` is the address of a pointer to
     // the field, which is set to the field's new place in all cases. kzErrArgument if the field does not lie in the
-    // block, kzErrMemoryFull for a size that can't be, or the result of DSSetHandleSize.
+    // block, kzErrMemoryFull for a size that can't be, or the result of DSSetHandleSize; the block is then as before.
     KzErr ResizeField(unsigned char** field, unsigned long oldSize, unsigned long newSize);
 
 private:

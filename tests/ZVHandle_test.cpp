@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "FaultLoop.h"
 #include "MemoryManager.h"
 #include "support/ReportCatcher.h"
 #include "support/TestHost.h"
@@ -88,6 +89,31 @@ TEST_F(ZVHandleTest, ResizeFieldMovesWhatFollows)
         EXPECT_EQ(text.substr(test.offset, common), std::string("abcdefgh").substr(test.offset, common));
         EXPECT_EQ(text.erase(test.offset, test.newSize), test.kept);
     }
+}
+
+// Without memory the block is as before, whether the tail is longer or shorter than what goes.
+TEST_F(ZVHandleTest, ResizeFieldWithoutMemory)
+{
+    const struct {
+        unsigned long offset, oldSize, newSize;
+    } cases[] = {{0, 2, 1}, {1, 6, 0}, {2, 4, 2}, {4, 4, 1}, {3, 2, 7}};
+    for (const auto& test : cases) {
+        kztest::FaultLoop(
+            [&](auto failed) {
+                ZVHandle handle;
+                if (handle.Resize(8) != kzErrNone) {
+                    return;
+                }
+                std::memcpy(*handle.GetHandle(), "abcdefgh", 8);
+                unsigned char* field = *handle.GetHandle() + test.offset;
+                const KzErr err = handle.ResizeField(&field, test.oldSize, test.newSize);
+                EXPECT_EQ(err, failed() ? kzErrMemoryFull : kzErrNone);
+                EXPECT_EQ(Text(handle) == "abcdefgh", failed());
+                EXPECT_EQ(field, *handle.GetHandle() + test.offset);
+            },
+            kztest::FailAllocation::kBlocks);
+    }
+    reports.TakeAll();
 }
 
 TEST_F(ZVHandleTest, ResizeFieldRefusals)
