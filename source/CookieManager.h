@@ -74,6 +74,7 @@ KZ_EXPORT uInt32 MCGetCookieForInfo(MagicCookieJar jar, const void* info);
 KZ_EXTERN_C_END
 
 #ifdef __cplusplus
+#include <cstring>
 #include <type_traits>
 
 // An array of cookies in a handle of its own. One thread at a time.
@@ -162,6 +163,16 @@ public:
     }
     KzErr SetCookieInfo(const unsigned int& cookie, const T& info) { return MCSetCookieInfo(GetJar(), cookie, &info); }
     unsigned int GetCookieForInfo(const T& info) const { return MCGetCookieForInfo(GetJar(), &info); }
+    bool AcquireCookieRights(const unsigned int& cookie, T* infoOut = nullptr)
+    {
+        // The record comes by way of words, because a T may be smaller than one or have a lower alignment.
+        long words[(sizeof(T) + sizeof(long) - 1) / sizeof(long)] = {};
+        const bool isHeld = BaseCookieJar::AcquireCookieRights(cookie, words);
+        if (infoOut != nullptr) {
+            std::memcpy(infoOut, words, sizeof(T));
+        }
+        return isHeld;
+    }
 };
 
 namespace kz {

@@ -413,6 +413,24 @@ TEST_F(CookieManager, ReferenceCounts)
     EXPECT_FALSE(counting.AcquireCookieRights(cookie, &info));
     EXPECT_EQ(0, info);
     ExpectNoCookie(counting.GetJar(), cookie);
+
+    // Records that are smaller and larger than a word.
+    struct Pair {
+        uInt16 value;
+        unsigned char guard;
+    } pair = {7, 9};
+    CookieJar<uInt16> typed;
+    EXPECT_FALSE(typed.AcquireCookieRights(1, &pair.value));
+    EXPECT_EQ(0, pair.value);
+    ASSERT_EQ(0, typed.Init(1));
+    EXPECT_TRUE(typed.AcquireCookieRights(typed.NewCookie(300), &pair.value));
+    EXPECT_EQ(300, pair.value);
+    EXPECT_EQ(9, pair.guard) << "only a record's bytes are written";
+    CookieJar<std::array<long, 3>> large;
+    ASSERT_EQ(0, large.Init(1));
+    std::array<long, 3> three{};
+    EXPECT_TRUE(large.AcquireCookieRights(large.NewCookie({1, 2, 3}), &three));
+    EXPECT_EQ(3, three[2]);
     const MagicCookieJar plain = MCNewRCJar();
     EXPECT_NE(nullptr, plain);
     MCDisposeJar(plain);
