@@ -17,6 +17,13 @@ namespace {
 // Up to this count a string is made without a look at what is left.
 constexpr int32 kTrustedCount = 0x200000;
 
+// What the buffer says of itself; 0 once it has an error.
+unsigned long BytesLeft(const InputBuf& buffer)
+{
+    const unsigned long size = buffer.GetSize();
+    return size - std::min(size, buffer.GetBytesRead());
+}
+
 }  // namespace
 
 // With a buffer in memory and one of the shared byte order objects, scalars are taken from within, without two calls
@@ -41,6 +48,12 @@ void BinDataReader::SetError(KzErr err)
 // The next bytes, all or none.
 inline const void* BinDataReader::Take(unsigned long size)
 {
+    if (mIsAtHand && size != 0) {
+        auto& buffer = static_cast<MemInputBuf&>(*mBuffer);
+        if (kz::MemInputAccess::Has(buffer, size)) {
+            return kz::MemInputAccess::Take(buffer, size);
+        }
+    }
     if (mError != kzErrNone) {
         return nullptr;
     }
@@ -105,14 +118,11 @@ void BinDataReader::Skip(unsigned long n)
     Take(n);
 }
 
-void BinDataReader::SkipPadding(unsigned long size, uInt32 boundary)
-{
-    Skip(kz::PaddingOf(size, boundary));
-}
-
 void BinDataReader::Align(uInt32 boundary)
 {
-    SkipPadding(mBuffer->GetBytesRead(), boundary);
+    if (const unsigned long padding = kz::PaddingOf(mBuffer->GetBytesRead(), boundary); padding != 0) {
+        Skip(padding);
+    }
 }
 
 int8 BinDataReader::ReadI8()
@@ -185,9 +195,10 @@ floatExt BinDataReader::ReadFX()
     return value;
 }
 
-void BinDataReader::ReadBytes(void* dest, unsigned long n)
+// Reads n bytes to `dest`, and past `padding` bytes behind them, in one piece.
+inline void BinDataReader::TakeBytes(void* dest, unsigned long n, unsigned long padding)
 {
-    const void* const source = Take(n);
+    const void* const source = Take(n + padding);
     if (dest == nullptr || n == 0) {
         return;
     }
@@ -196,6 +207,11 @@ void BinDataReader::ReadBytes(void* dest, unsigned long n)
     } else {
         MoveBlock(source, dest, n);
     }
+}
+
+void BinDataReader::ReadBytes(void* dest, unsigned long n)
+{
+    TakeBytes(dest, n, 0);
 }
 
 void BinDataReader::ReadArray(void* dest, unsigned long count, uInt32 width)
@@ -216,8 +232,17 @@ void BinDataReader::ReadPStr(unsigned char* buffer, uInt32 boundary)
 {
     const uInt8 count = ReadU8();
     buffer[0] = count;
-    ReadBytes(buffer + 1, count);
-    SkipPadding(1ul + count, boundary);
+    const unsigned long padding = kz::PaddingOf(1ul + count, boundary);
+    if (mError != kzErrNone || count + padding == 0) {
+        return;
+    }
+    if (padding == 0 || BytesLeft(*mBuffer) >= count + padding) {
+        TakeBytes(buffer + 1, count, padding);
+    } else {
+        // One by one, so that a text whose padding alone is missing comes through.
+        ReadBytes(buffer + 1, count);
+        Skip(padding);
+    }
 }
 
 void BinDataReader::ReadPStrAsNarrow(std::string* text, uInt32 boundary)
@@ -242,9 +267,7 @@ int32 BinDataReader::ReadCount()
     if (count >= 0 && count <= kTrustedCount) {
         return count;
     }
-    const unsigned long size = mBuffer->GetSize();
-    const unsigned long left = size - std::min(size, mBuffer->GetBytesRead());
-    if (count < 0 || static_cast<unsigned long>(count) > left) {
+    if (count < 0 || static_cast<unsigned long>(count) > BytesLeft(*mBuffer)) {
         SetError(kzErrBadCount);
         return 0;
     }

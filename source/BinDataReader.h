@@ -80,7 +80,7 @@ private:
     template <typename T, Numbers numbers>
     T ReadScalarByCalls();
     int32 ReadCount();
-    void SkipPadding(unsigned long size, uInt32 boundary);
+    void TakeBytes(void* dest, unsigned long n, unsigned long padding);
 
     const Endianizer* mEndianizer;
     KzErr mError = kzErrNone;

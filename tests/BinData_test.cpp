@@ -486,19 +486,68 @@ private:
     }
 };
 
+class CountingBuf : public MemInputBuf {
+public:
+    using MemInputBuf::MemInputBuf;
+    const void* GetDataPointer(unsigned long size, KzErr& err, unsigned long* gotSize, int32 peek) override
+    {
+        ++calls;
+        return MemInputBuf::GetDataPointer(size, err, gotSize, peek);
+    }
+    int calls = 0;
+};
+
+// A PStr is a count and a rest: two calls, or one where there is no rest. What fails comes as far as it goes.
+TEST_F(BinDataTest, CallsOfPStrs)
+{
+    const struct {
+        std::string bytes;
+        uInt32 boundary;
+        int calls;
+        std::string text;
+        KzErr error;
+        unsigned long position;
+    } rows[] = {
+        {std::string("\3abc", 4), 4, 2, "abc", kzErrNone, 4},
+        {std::string("\4abcd\0\0\0", 8), 4, 2, "abcd", kzErrNone, 8},
+        {std::string("\0", 1), 1, 1, "", kzErrNone, 1},
+        {std::string("\0\0", 2), 2, 2, "", kzErrNone, 2},
+        {std::string("\2ab", 3), 4, 3, "ab", kzErrCorrupt, 3},
+        {std::string("\3ab", 3), 1, 2, std::string(3, '\0'), kzErrCorrupt, 1},
+    };
+    for (const auto& row : rows) {
+        for (const bool isAtHand : {false, true}) {
+            SCOPED_TRACE(row.bytes);
+            CountingBuf counting(row.bytes.data(), row.bytes.size());
+            MemInputBuf plain(row.bytes.data(), row.bytes.size());
+            BinDataReader reader(isAtHand ? &plain : &counting, BigEndianizer());
+            unsigned char text[256];
+            reader.ReadPStr(text, row.boundary);
+            EXPECT_EQ(std::string(reinterpret_cast<char*>(text + 1), text[0]), row.text);
+            EXPECT_EQ((isAtHand ? plain : counting).GetBytesRead(), row.position);
+            EXPECT_EQ(counting.calls, isAtHand ? 0 : row.calls);
+            EXPECT_EQ(reader.GetError(), row.error);
+        }
+        reports.TakeAll();
+    }
+}
+
+// A reader that has nothing to skip does not see an error of the buffer's own.
+TEST_F(BinDataTest, AlignmentWithNothingToDo)
+{
+    CountingBuf buffer("abcdef", 6);
+    BinDataReader reader(&buffer, BigEndianizer());
+    reader.Skip(4);
+    reader.Align(4);
+    EXPECT_EQ(buffer.calls, 1);
+    reader.Align(3);
+    EXPECT_EQ(buffer.GetBytesRead(), 6u);
+    EXPECT_EQ(buffer.calls, 2);
+}
+
 // Buffers and orders that a host has made are asked for each scalar.
 TEST_F(BinDataTest, KindsOfTheHost)
 {
-    class Counting : public MemInputBuf {
-    public:
-        using MemInputBuf::MemInputBuf;
-        const void* GetDataPointer(unsigned long size, KzErr& err, unsigned long* gotSize, int32 peek) override
-        {
-            ++calls;
-            return MemInputBuf::GetDataPointer(size, err, gotSize, peek);
-        }
-        int calls = 0;
-    };
     const PairOrder order;
     unsigned char bytes[26];
     StaticOutputBuf output(bytes, sizeof bytes);
@@ -512,7 +561,7 @@ TEST_F(BinDataTest, KindsOfTheHost)
     EXPECT_EQ(HexOf(bytes, sizeof bytes),
               "2211221144334433221188776655803F0000"
               "0000F03F00000000");
-    Counting input(bytes, sizeof bytes);
+    CountingBuf input(bytes, sizeof bytes);
     BinDataReader reader(&input, &order);
     EXPECT_EQ(reader.ReadU16(), 0x1122);
     EXPECT_EQ(reader.ReadI32(), 0x11223344);
