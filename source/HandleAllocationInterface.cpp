@@ -24,14 +24,14 @@ KzErr NormalHandleAllocationInterface::ResizeHandleClr(void* handle, unsigned lo
     return DSSetHSzClr(handle, size);
 }
 
-KzErr NormalHandleAllocationInterface::ResizeHandleOrAllocateHandle(void* handle, unsigned long size) const
+KzErr NormalHandleAllocationInterface::ResizeHandleOrAllocateHandle(void* variable, unsigned long size) const
 {
-    return DSSetHandleSizeOrNewHandle(handle, size);
+    return DSSetHandleSizeOrNewHandle(variable, size);
 }
 
-KzErr NormalHandleAllocationInterface::ResizeHandleOrAllocateHandleClr(void* handle, unsigned long size) const
+KzErr NormalHandleAllocationInterface::ResizeHandleOrAllocateHandleClr(void* variable, unsigned long size) const
 {
-    return DSSetHSzOrNewHClr(handle, size);
+    return DSSetHSzOrNewHClr(variable, size);
 }
 
 KzErr NormalHandleAllocationInterface::DeallocateHandle(void* handle) const
@@ -59,14 +59,14 @@ KzErr CachedHandleAllocationInterface::ResizeHandleClr(void* handle, unsigned lo
     return DSSetHSzClrCache(handle, size);
 }
 
-KzErr CachedHandleAllocationInterface::ResizeHandleOrAllocateHandle(void* handle, unsigned long size) const
+KzErr CachedHandleAllocationInterface::ResizeHandleOrAllocateHandle(void* variable, unsigned long size) const
 {
-    return DSSetHandleSizeOrNewHandleCache(handle, size);
+    return DSSetHandleSizeOrNewHandleCache(variable, size);
 }
 
-KzErr CachedHandleAllocationInterface::ResizeHandleOrAllocateHandleClr(void* handle, unsigned long size) const
+KzErr CachedHandleAllocationInterface::ResizeHandleOrAllocateHandleClr(void* variable, unsigned long size) const
 {
-    return DSSetHSzOrNewHClrCache(handle, size);
+    return DSSetHSzOrNewHClrCache(variable, size);
 }
 
 KzErr CachedHandleAllocationInterface::DeallocateHandle(void* handle) const

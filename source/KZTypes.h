@@ -64,6 +64,15 @@ constexpr uInt32 FourCharCode(const char (&text)[5])
     return code;
 }
 
+// Whether a variable of this type can't hold a handle. Calls that want the address of a handle's variable as void*
+// would take the handle in its place, because it is an address too; this tells the two apart.
+template <typename T>
+inline constexpr bool kIsHandleType = false;
+template <typename T>
+inline constexpr bool kIsHandleType<T**> = true;
+template <typename T>
+concept NotAHandleType = !kIsHandleType<T>;
+
 }  // namespace kz
 #else
 typedef struct PathRef PathRef;

@@ -133,54 +133,54 @@ void SwapWords(unsigned char* a, unsigned char* b, unsigned long n)
 
 extern "C" {
 
-KzErr DSCopyHandle(void* dest, const void* src)
+KzErr DSCopyHandle(void* variable, const void* src)
 {
-    return CopyHandle("DSCopyHandle", dest, src);
+    return CopyHandle("DSCopyHandle", variable, src);
 }
 
-KzErr AZCopyHandle(void* dest, const void* src)
+KzErr AZCopyHandle(void* variable, const void* src)
 {
-    return CopyHandle("AZCopyHandle", dest, src);
+    return CopyHandle("AZCopyHandle", variable, src);
 }
 
-KzErr DSHandToHand(void* handle)
+KzErr DSHandToHand(void* variable)
 {
-    return DuplicateHandle(handle);
+    return DuplicateHandle(variable);
 }
 
-KzErr AZHandToHand(void* handle)
+KzErr AZHandToHand(void* variable)
 {
-    return DuplicateHandle(handle);
+    return DuplicateHandle(variable);
 }
 
-KzErr DSSetHandleFromPtr(void* handle, const void* ptr, unsigned long n)
+KzErr DSSetHandleFromPtr(void* variable, const void* ptr, unsigned long n)
 {
-    return SetFromPtr("DSSetHandleFromPtr", handle, ptr, n);
+    return SetFromPtr("DSSetHandleFromPtr", variable, ptr, n);
 }
 
-KzErr AZSetHandleFromPtr(void* handle, const void* ptr, unsigned long n)
+KzErr AZSetHandleFromPtr(void* variable, const void* ptr, unsigned long n)
 {
-    return SetFromPtr("AZSetHandleFromPtr", handle, ptr, n);
+    return SetFromPtr("AZSetHandleFromPtr", variable, ptr, n);
 }
 
-KzErr DSSetHandleFromPtrNULLMeansEmpty(void* handle, const void* ptr, unsigned long n)
+KzErr DSSetHandleFromPtrNULLMeansEmpty(void* variable, const void* ptr, unsigned long n)
 {
     constexpr char kCall[] = "DSSetHandleFromPtrNULLMeansEmpty";
     if (n != 0) {
-        return SetFromPtr(kCall, handle, ptr, n);
+        return SetFromPtr(kCall, variable, ptr, n);
     }
-    kz::DisposeAndNull(kCall, handle);
-    return handle == nullptr ? kzErrArgument : kzErrNone;
+    kz::DisposeAndNull(kCall, variable);
+    return variable == nullptr ? kzErrArgument : kzErrNone;
 }
 
-KzErr DSPtrToHand(const void* ptr, void* handle, unsigned long n)
+KzErr DSPtrToHand(const void* ptr, void* variable, unsigned long n)
 {
-    return NewFromPtr("DSPtrToHand", ptr, handle, n);
+    return NewFromPtr("DSPtrToHand", ptr, variable, n);
 }
 
-KzErr AZPtrToHand(const void* ptr, void* handle, unsigned long n)
+KzErr AZPtrToHand(const void* ptr, void* variable, unsigned long n)
 {
-    return NewFromPtr("AZPtrToHand", ptr, handle, n);
+    return NewFromPtr("AZPtrToHand", ptr, variable, n);
 }
 
 KzErr DSPtrToXHand(const void* ptr, void* handle, unsigned long n)

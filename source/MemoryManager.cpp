@@ -205,34 +205,35 @@ KzErr DSSetAlignedHSzClr(void* handle, unsigned long size, unsigned long alignme
     return kz::ResizeHandle("DSSetAlignedHSzClr", handle, {size, kz::NormalAlignment(alignment, offset), Fill::kZero});
 }
 
-KzErr DSSetHandleSizeOrNewHandle(void* handle, unsigned long size)
+KzErr DSSetHandleSizeOrNewHandle(void* variable, unsigned long size)
 {
-    return kz::ResizeOrNewHandle("DSSetHandleSizeOrNewHandle", handle, BySize(size));
+    return kz::ResizeOrNewHandle("DSSetHandleSizeOrNewHandle", variable, BySize(size));
 }
 
-KzErr DSSetHSzOrNewHClr(void* handle, unsigned long size)
+KzErr DSSetHSzOrNewHClr(void* variable, unsigned long size)
 {
-    return kz::ResizeOrNewHandle("DSSetHSzOrNewHClr", handle, BySize(size, Fill::kZero));
+    return kz::ResizeOrNewHandle("DSSetHSzOrNewHClr", variable, BySize(size, Fill::kZero));
 }
 
-KzErr DSSetHandleSizeOrNewHandleCache(void* handle, unsigned long size)
+KzErr DSSetHandleSizeOrNewHandleCache(void* variable, unsigned long size)
 {
-    return kz::ResizeOrNewHandle("DSSetHandleSizeOrNewHandleCache", handle, BySize(size, Fill::kNone, Blocks::kCached));
+    return kz::ResizeOrNewHandle("DSSetHandleSizeOrNewHandleCache", variable,
+                                 BySize(size, Fill::kNone, Blocks::kCached));
 }
 
-KzErr DSSetHSzOrNewHClrCache(void* handle, unsigned long size)
+KzErr DSSetHSzOrNewHClrCache(void* variable, unsigned long size)
 {
-    return kz::ResizeOrNewHandle("DSSetHSzOrNewHClrCache", handle, BySize(size, Fill::kZero, Blocks::kCached));
+    return kz::ResizeOrNewHandle("DSSetHSzOrNewHClrCache", variable, BySize(size, Fill::kZero, Blocks::kCached));
 }
 
-KzErr DataSetHandleSizeOrNewHandle(void* handle, unsigned long size)
+KzErr DataSetHandleSizeOrNewHandle(void* variable, unsigned long size)
 {
-    return ResizeOrNoHandle("DataSetHandleSizeOrNewHandle", handle, size, Fill::kNone);
+    return ResizeOrNoHandle("DataSetHandleSizeOrNewHandle", variable, size, Fill::kNone);
 }
 
-KzErr DataSetHSzOrNewHClr(void* handle, unsigned long size)
+KzErr DataSetHSzOrNewHClr(void* variable, unsigned long size)
 {
-    return ResizeOrNoHandle("DataSetHSzOrNewHClr", handle, size, Fill::kZero);
+    return ResizeOrNoHandle("DataSetHSzOrNewHClr", variable, size, Fill::kZero);
 }
 
 KzErr DSDisposeHandle(void* handle)
@@ -250,9 +251,9 @@ KzErr DSDisposeHandleCache(void* handle)
     return kz::DisposeHandle("DSDisposeHandleCache", handle, Blocks::kCached);
 }
 
-KzErr DSDisposeHandleAndNull(void* handle)
+KzErr DSDisposeHandleAndNull(void* variable)
 {
-    return kz::DisposeAndNull("DSDisposeHandleAndNull", handle);
+    return kz::DisposeAndNull("DSDisposeHandleAndNull", variable);
 }
 
 KzErr DSDisposePtr(void* ptr)

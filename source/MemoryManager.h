@@ -15,6 +15,9 @@
 // and the call's name. How hard a handle is looked at is set by DSSetHandleChecking. A failed resize leaves the handle
 // and its data as they were.
 //
+// Variables. A parameter called `variable` is the address of a variable that holds a handle, of whatever type it points
+// to, or null. In C++ a handle in its place does not compile; C can't tell the two apart.
+//
 // Families. Each AZ call is the DS call of the same name. Calls with "Cache" take big blocks from a cache of a few
 // freed ones, or give them to it, and are else the same as those without.
 //
@@ -55,24 +58,24 @@ KZ_EXPORT KzErr DSSetHSzClrCache(void* handle, unsigned long size);
 KZ_EXPORT KzErr DSSetAlignedHandleSize(void* handle, unsigned long size, unsigned long alignment, unsigned long offset);
 KZ_EXPORT KzErr DSSetAlignedHSzClr(void* handle, unsigned long size, unsigned long alignment, unsigned long offset);
 
-// Resize the handle in the variable at `handle`, or put a new one there when it holds null: kzErrMemoryFull when that
+// Resize the handle in the variable, or put a new one there when it holds null: kzErrMemoryFull when that
 // can't be made. kzErrArgument: the address is null. The last two make nothing of size 0, and dispose and null a handle
 // that shall have it.
-KZ_EXPORT KzErr DSSetHandleSizeOrNewHandle(void* handle, unsigned long size);
-KZ_EXPORT KzErr DSSetHSzOrNewHClr(void* handle, unsigned long size);
-KZ_EXPORT KzErr DSSetHandleSizeOrNewHandleCache(void* handle, unsigned long size);
-KZ_EXPORT KzErr DSSetHSzOrNewHClrCache(void* handle, unsigned long size);
-KZ_EXPORT KzErr DataSetHandleSizeOrNewHandle(void* handle, unsigned long size);
-KZ_EXPORT KzErr DataSetHSzOrNewHClr(void* handle, unsigned long size);
+KZ_EXPORT KzErr DSSetHandleSizeOrNewHandle(void* variable, unsigned long size);
+KZ_EXPORT KzErr DSSetHSzOrNewHClr(void* variable, unsigned long size);
+KZ_EXPORT KzErr DSSetHandleSizeOrNewHandleCache(void* variable, unsigned long size);
+KZ_EXPORT KzErr DSSetHSzOrNewHClrCache(void* variable, unsigned long size);
+KZ_EXPORT KzErr DataSetHandleSizeOrNewHandle(void* variable, unsigned long size);
+KZ_EXPORT KzErr DataSetHSzOrNewHClr(void* variable, unsigned long size);
 
 // Free a handle; null gives 0.
 KZ_EXPORT KzErr DSDisposeHandle(void* handle);
 KZ_EXPORT KzErr AZDisposeHandle(void* handle);
 KZ_EXPORT KzErr DSDisposeHandleCache(void* handle);
 
-// Frees the handle in the variable at `handle` and sets it to null, also when the disposal fails. A null address or a
-// null handle gives 0.
-KZ_EXPORT KzErr DSDisposeHandleAndNull(void* handle);
+// Frees the handle in the variable and sets it to null, also when the disposal fails. A null address or a null handle
+// gives 0.
+KZ_EXPORT KzErr DSDisposeHandleAndNull(void* variable);
 
 // Free a pointer block. kzErrArgument: null. kzErrBadZone: its guards are damaged, and it is not freed.
 KZ_EXPORT KzErr DSDisposePtr(void* ptr);
@@ -106,23 +109,23 @@ KZ_EXPORT KzErr DSSwapHandles(void* a, void* b);
 // of a variable or of bytes to copy, and then leave all handles as they were. Sources may stand in the handle that is
 // written to.
 
-// Makes the handle in the variable at `dest` a copy of `src`, by a resize or a new handle. A null `src` disposes what
+// Makes the handle in the variable a copy of `src`, by a resize or a new handle. A null `src` disposes what
 // is in the variable and nulls it. A variable that holds `src` itself is left alone, with a report of level 2, and
 // gives 0.
-KZ_EXPORT KzErr DSCopyHandle(void* dest, const void* src);
-KZ_EXPORT KzErr AZCopyHandle(void* dest, const void* src);
+KZ_EXPORT KzErr DSCopyHandle(void* variable, const void* src);
+KZ_EXPORT KzErr AZCopyHandle(void* variable, const void* src);
 
 // Put a new copy of the handle in the variable into the variable; the old handle stays its owner's.
-KZ_EXPORT KzErr DSHandToHand(void* handle);
-KZ_EXPORT KzErr AZHandToHand(void* handle);
+KZ_EXPORT KzErr DSHandToHand(void* variable);
+KZ_EXPORT KzErr AZHandToHand(void* variable);
 
-// Resize or make the handle in the variable at `handle` to hold a copy of `n` bytes. "PtrToHand" takes no notice of
+// Resize or make the handle in the variable to hold a copy of `n` bytes. "PtrToHand" takes no notice of
 // what is in the variable. The third disposes and nulls the handle when `n` is 0.
-KZ_EXPORT KzErr DSSetHandleFromPtr(void* handle, const void* ptr, unsigned long n);
-KZ_EXPORT KzErr AZSetHandleFromPtr(void* handle, const void* ptr, unsigned long n);
-KZ_EXPORT KzErr DSSetHandleFromPtrNULLMeansEmpty(void* handle, const void* ptr, unsigned long n);
-KZ_EXPORT KzErr DSPtrToHand(const void* ptr, void* handle, unsigned long n);
-KZ_EXPORT KzErr AZPtrToHand(const void* ptr, void* handle, unsigned long n);
+KZ_EXPORT KzErr DSSetHandleFromPtr(void* variable, const void* ptr, unsigned long n);
+KZ_EXPORT KzErr AZSetHandleFromPtr(void* variable, const void* ptr, unsigned long n);
+KZ_EXPORT KzErr DSSetHandleFromPtrNULLMeansEmpty(void* variable, const void* ptr, unsigned long n);
+KZ_EXPORT KzErr DSPtrToHand(const void* ptr, void* variable, unsigned long n);
+KZ_EXPORT KzErr AZPtrToHand(const void* ptr, void* variable, unsigned long n);
 
 // Make a handle hold a copy of `n` bytes, or append them, or all of another handle, to it.
 KZ_EXPORT KzErr DSPtrToXHand(const void* ptr, void* handle, unsigned long n);
@@ -259,6 +262,40 @@ KZ_EXPORT void SetMergeAdjVirtualAllocs(KzBool flag);
 KZ_EXTERN_C_END
 
 #ifdef __cplusplus
+
+// What does not compile: a handle, or another address, where that of a handle's variable is meant.
+template <kz::NotAHandleType T>
+KzErr DSSetHandleSizeOrNewHandle(T* variable, unsigned long size) = delete;
+template <kz::NotAHandleType T>
+KzErr DSSetHSzOrNewHClr(T* variable, unsigned long size) = delete;
+template <kz::NotAHandleType T>
+KzErr DSSetHandleSizeOrNewHandleCache(T* variable, unsigned long size) = delete;
+template <kz::NotAHandleType T>
+KzErr DSSetHSzOrNewHClrCache(T* variable, unsigned long size) = delete;
+template <kz::NotAHandleType T>
+KzErr DataSetHandleSizeOrNewHandle(T* variable, unsigned long size) = delete;
+template <kz::NotAHandleType T>
+KzErr DataSetHSzOrNewHClr(T* variable, unsigned long size) = delete;
+template <kz::NotAHandleType T>
+KzErr DSDisposeHandleAndNull(T* variable) = delete;
+template <kz::NotAHandleType T>
+KzErr DSCopyHandle(T* variable, const void* src) = delete;
+template <kz::NotAHandleType T>
+KzErr AZCopyHandle(T* variable, const void* src) = delete;
+template <kz::NotAHandleType T>
+KzErr DSHandToHand(T* variable) = delete;
+template <kz::NotAHandleType T>
+KzErr AZHandToHand(T* variable) = delete;
+template <kz::NotAHandleType T>
+KzErr DSSetHandleFromPtr(T* variable, const void* ptr, unsigned long n) = delete;
+template <kz::NotAHandleType T>
+KzErr AZSetHandleFromPtr(T* variable, const void* ptr, unsigned long n) = delete;
+template <kz::NotAHandleType T>
+KzErr DSSetHandleFromPtrNULLMeansEmpty(T* variable, const void* ptr, unsigned long n) = delete;
+template <kz::NotAHandleType T>
+KzErr DSPtrToHand(const void* ptr, T* variable, unsigned long n) = delete;
+template <kz::NotAHandleType T>
+KzErr AZPtrToHand(const void* ptr, T* variable, unsigned long n) = delete;
 
 // Starts and stops the handles. The stop logs and disposes each handle that is left.
 class MemoryManager_Service : public RefcountedServiceObject_T<MemoryManager_Service> {

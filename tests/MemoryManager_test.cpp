@@ -13,6 +13,9 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "ChildTest.h"
@@ -52,6 +55,43 @@ Counters ReadCounters()
     DSReadCounters(words);
     return std::bit_cast<Counters>(words);
 }
+
+// The calls on the address of a variable `v`. How many of them take an argument of type T is a matter of compilation.
+#define KZ_CALL(call) [](auto v) -> decltype(call) { return {}; }
+constexpr std::tuple kCallsOnVariables{
+    KZ_CALL(DSSetHandleSizeOrNewHandle(v, 1)),
+    KZ_CALL(DSSetHSzOrNewHClr(v, 1)),
+    KZ_CALL(DSSetHandleSizeOrNewHandleCache(v, 1)),
+    KZ_CALL(DSSetHSzOrNewHClrCache(v, 1)),
+    KZ_CALL(DataSetHandleSizeOrNewHandle(v, 1)),
+    KZ_CALL(DataSetHSzOrNewHClr(v, 1)),
+    KZ_CALL(DSDisposeHandleAndNull(v)),
+    KZ_CALL(DSCopyHandle(v, nullptr)),
+    KZ_CALL(AZCopyHandle(v, nullptr)),
+    KZ_CALL(DSHandToHand(v)),
+    KZ_CALL(AZHandToHand(v)),
+    KZ_CALL(DSSetHandleFromPtr(v, "", 1)),
+    KZ_CALL(AZSetHandleFromPtr(v, "", 1)),
+    KZ_CALL(DSSetHandleFromPtrNULLMeansEmpty(v, "", 1)),
+    KZ_CALL(DSPtrToHand("", v, 1)),
+    KZ_CALL(AZPtrToHand("", v, 1)),
+    KZ_CALL(std::declval<NormalHandleAllocationInterface>().ResizeHandleOrAllocateHandle(v, 1)),
+    KZ_CALL(std::declval<HandleAllocationInterface>().ResizeHandleOrAllocateHandleClr(v, 1)),
+};
+template <typename T, typename... Calls>
+constexpr unsigned long CountTakers(const std::tuple<Calls...>& /*calls*/)
+{
+    return (0ul + ... + std::is_invocable_v<Calls, T>);
+}
+constexpr unsigned long kAllCalls = std::tuple_size_v<decltype(kCallsOnVariables)>;
+static_assert(CountTakers<UHandle*>(kCallsOnVariables) == kAllCalls);
+static_assert(CountTakers<LStr***>(kCallsOnVariables) == kAllCalls);
+static_assert(CountTakers<void*>(kCallsOnVariables) == kAllCalls);
+static_assert(CountTakers<std::nullptr_t>(kCallsOnVariables) == kAllCalls);
+static_assert(CountTakers<UHandle>(kCallsOnVariables) == 0);
+static_assert(CountTakers<LStr**>(kCallsOnVariables) == 0);
+static_assert(CountTakers<std::string*>(kCallsOnVariables) == 0);
+static_assert(CountTakers<const UHandle*>(kCallsOnVariables) == 0);
 
 // A master pointer in no block, whose data is laid out as a handle's.
 class ForeignHandle {
@@ -115,7 +155,8 @@ TEST_F(MemoryManager, ResizesMoveAndCount)
 
 TEST_F(MemoryManager, ResizeOrNew)
 {
-    for (KzErr (*call)(void*, unsigned long) : {&DSSetHandleSizeOrNewHandle, &DSSetHSzOrNewHClr}) {
+    using Call = KzErr (*)(void*, unsigned long);
+    for (const Call call : {Call{&DSSetHandleSizeOrNewHandle}, Call{&DSSetHSzOrNewHClr}}) {
         UHandle handle = nullptr;
         EXPECT_EQ(0, call(&handle, 0));
         UHandle const made = handle;
