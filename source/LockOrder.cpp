@@ -1,5 +1,16 @@
-// The orders are the edges of a graph: from a lock that is held to one that its holder takes. A cycle in it is what is
-// reported. A graph is searched only when it gets a new edge, so a program that has run for a while pays for a look-up.
+// The orders are the edges of a graph: from a lock that is held to one that its holder takes. Threads can wait for each
+// other in a circle if the graph has a cycle whose orders can all be under way at once, each in a thread of its own.
+// They can't if two of them have a lock in common that is held meanwhile, a gate, since only one thread holds it at a
+// time. So each order is learned with all the locks that were held, and the search for a cycle goes only by orders that
+// have none of these in common. One pair of locks makes several orders if it is taken under different gates; one whose
+// locks are all held in another one of the same pair makes that other one needless.
+//
+// The graph is searched only when it gets a new order, so a program that has run for a while pays for a look-up.
+//
+// No report is a guess: when the recorder can't know what a thread holds, because the thread holds too many locks or
+// there are too many at all, it stops for good. With too many orders it learns no new ones, which hides cycles but
+// makes none. A lock that was once given back by another thread than its taker has no order, but it can still be a
+// gate.
 #include "LockOrder.h"
 
 #ifndef NDEBUG
@@ -19,70 +30,159 @@ constexpr char kModule[] = "source/LockOrder";
 
 constexpr int kMaxHeld = 16;
 constexpr int kMaxOrders = 2048;
+constexpr uInt64 kMaxLocks = 16384;
+
+// The locks that exist. A lock has a number that no other lock has before or after it, and a place here that follows
+// from the number. The place holds the number and, above it, how often the lock was given back by another thread than
+// its taker; 0 if it is free. So who notes that word while he holds the lock sees later whether he does still. Relaxed:
+// who has to know of a change got the lock from who made it.
+constexpr int kNumberBits = 40;
+constexpr uInt64 kOneHandOver = uInt64{1} << kNumberBits;
+constinit std::atomic<uInt64> gLocks[kMaxLocks] = {};
+constinit uInt64 gNumLocks = 0;
+constinit uInt64 gLastNumber = 0;
+
+struct LockSet {
+    uInt64 locks[kMaxHeld];
+    int count;
+
+    const uInt64* begin() const { return locks; }
+    const uInt64* end() const { return locks + count; }
+};
 
 struct Order {
     uInt64 held;
     uInt64 taken;
 };
 
-// Chains stand apart, so that a search touches little memory.
-constinit std::mutex gOrdersLock;
+// Chains and what was held stand apart, so that a search touches little memory.
+constinit std::mutex gOrdersLock;  // changes all that is above and all that follows
 constinit Order gOrders[kMaxOrders] = {};
+constinit LockSet gHolding[kMaxOrders] = {};  // numbers, sorted; `held` is among them
 constinit int gNumOrders = 0;
 StackChainFS<16>* const gChains = new StackChainFS<16>[kMaxOrders];  // never freed: locks are taken to the last
 
-// Locks that went from one thread to another, which the first may still have among those it holds. Relaxed: the number
-// says only whether a look is worth it.
-constexpr int kMaxHandedOver = 64;
-constinit uInt64 gHandedOver[kMaxHandedOver] = {};
-constinit std::atomic<int> gNumHandedOver{0};
+// Relaxed: a switch that orders nothing.
+constinit std::atomic<bool> gStopped{false};
 
-constinit std::atomic<uInt64> gLastId{0};
-
-struct HeldLocks {
-    uInt64 locks[kMaxHeld];
-    int count;
-    int untold;      // more that are held
+struct ThreadLocks {
+    LockSet held;    // the words of their places, when they were taken
     bool reporting;  // a report may take locks itself
 };
-constinit thread_local HeldLocks tHeld = {};
+constinit thread_local ThreadLocks tThread = {};
 
-int FindOrder(uInt64 held, uInt64 taken)
+uInt64 NumberOf(uInt64 word)
 {
-    for (int i = 0; i < gNumOrders; ++i) {
-        if (gOrders[i].held == held && gOrders[i].taken == taken) {
-            return i;
-        }
-    }
-    return -1;
+    return word % kOneHandOver;
 }
 
-// The first order on a way from `from` to `to`, or -1.
-int FindWay(uInt64 from, uInt64 to)
+std::atomic<uInt64>& PlaceOf(uInt64 word)
 {
-    bool seen[kMaxOrders] = {};
-    int first[kMaxOrders];
-    int queue[kMaxOrders];
-    int queued = 0;
-    const auto follow = [&](uInt64 lock, int origin) {
+    return gLocks[NumberOf(word) % kMaxLocks];
+}
+
+uInt64 WordOf(uInt64 number)
+{
+    return PlaceOf(number).load(std::memory_order_relaxed);
+}
+
+// Whether the lock exists and was never given back by another thread than its taker.
+bool HasOrder(uInt64 number)
+{
+    return WordOf(number) == number;
+}
+
+bool HaveLockInCommon(const LockSet& a, const LockSet& b)
+{
+    return std::find_first_of(a.begin(), a.end(), b.begin(), b.end()) != a.end();
+}
+
+// Whether all of `few` are among `many`; both are sorted.
+bool AreAmong(const LockSet& few, const LockSet& many)
+{
+    return std::includes(many.begin(), many.end(), few.begin(), few.end());
+}
+
+template <typename Predicate>
+void RemoveOrders(Predicate isNeedless)
+{
+    int kept = 0;
+    for (int i = 0; i < gNumOrders; ++i) {
+        if (!isNeedless(i)) {
+            if (kept != i) {
+                gOrders[kept] = gOrders[i];
+                gHolding[kept] = gHolding[i];
+                gChains[kept] = gChains[i];
+            }
+            ++kept;
+        }
+    }
+    gNumOrders = kept;
+}
+
+// Searches for orders that lead from a lock to another and can be under way at once. One at a time.
+class WaySearch {
+public:
+    // The first order of a way from `order.taken` to `order.held` whose orders have no lock in common with each other
+    // or with `holding`, or -1.
+    int Find(const Order& order, const LockSet& holding)
+    {
+        MarkOrdersTowards(order.held);
+        mWay[0] = &holding;
+        return Extend(order.taken, order.held, 1);
+    }
+
+private:
+    // Reaches every way of a graph that a program of some thousands of locks has. One that is not reached is not
+    // reported.
+    static constexpr int kMaxSteps = 4096;
+    static constexpr int kMaxLength = 16;
+
+    void MarkOrdersTowards(uInt64 to)
+    {
+        std::fill_n(mLeadsThere, gNumOrders, false);
+        int queued = 0;
+        const auto queueTowards = [&](uInt64 lock) {
+            for (int i = 0; i < gNumOrders; ++i) {
+                if (gOrders[i].taken == lock && !mLeadsThere[i]) {
+                    mLeadsThere[i] = true;
+                    mQueue[queued++] = i;
+                }
+            }
+        };
+        queueTowards(to);
+        for (int next = 0; next < queued; ++next) {
+            queueTowards(gOrders[mQueue[next]].held);
+        }
+    }
+
+    bool CanFollow(int order, int length) const
+    {
+        return std::none_of(mWay, mWay + length,
+                            [order](const LockSet* before) { return HaveLockInCommon(*before, gHolding[order]); });
+    }
+
+    int Extend(uInt64 from, uInt64 to, int length)
+    {
+        if (length == kMaxLength || --mStepsLeft < 0) {
+            return -1;
+        }
         for (int i = 0; i < gNumOrders; ++i) {
-            if (gOrders[i].held == lock && !seen[i]) {
-                seen[i] = true;
-                first[i] = origin < 0 ? i : origin;
-                queue[queued++] = i;
+            if (mLeadsThere[i] && gOrders[i].held == from && CanFollow(i, length)) {
+                mWay[length] = &gHolding[i];
+                if (gOrders[i].taken == to || Extend(gOrders[i].taken, to, length + 1) >= 0) {
+                    return i;
+                }
             }
         }
-    };
-    follow(from, -1);
-    for (int next = 0; next < queued; ++next) {
-        const int order = queue[next];
-        if (gOrders[order].taken == to) {
-            return first[order];
-        }
-        follow(gOrders[order].taken, first[order]);
+        return -1;
     }
-    return -1;
-}
+
+    bool mLeadsThere[kMaxOrders];
+    int mQueue[kMaxOrders];
+    const LockSet* mWay[kMaxLength] = {};  // what is held in each order so far
+    int mStepsLeft = kMaxSteps;
+};
 
 void LogChain(const char* title, StackChain& chain)
 {
@@ -97,7 +197,7 @@ void LogChain(const char* title, StackChain& chain)
 
 void Report(const Order& order, StackChain& now, StackChain& before)
 {
-    tHeld.reporting = true;
+    tThread.reporting = true;
     try {
         LogChain("this order: ", now);
         LogChain("the other order: ", before);
@@ -106,133 +206,179 @@ void Report(const Order& order, StackChain& now, StackChain& before)
     }
     KZ_REPORT(kDbgError, 0x5EA2C917) << "Locks are taken in contradicting orders: " << order.taken << " under "
                                      << order.held << ", and the other way round";
-    tHeld.reporting = false;
-}
-
-bool IsHandedOver(uInt64 lock)
-{
-    const int count = gNumHandedOver.load(std::memory_order_relaxed);
-    return std::find(gHandedOver, gHandedOver + count, lock) != gHandedOver + count;
-}
-
-void ForgetOrders(uInt64 lock)
-{
-    int kept = 0;
-    for (int i = 0; i < gNumOrders; ++i) {
-        if (gOrders[i].held != lock && gOrders[i].taken != lock) {
-            gOrders[kept] = gOrders[i];
-            gChains[kept++] = gChains[i];
-        }
-    }
-    gNumOrders = kept;
-}
-
-void HandOver(uInt64 lock)
-{
-    std::lock_guard<std::mutex> guard(gOrdersLock);
-    const int count = gNumHandedOver.load(std::memory_order_relaxed);
-    if (!IsHandedOver(lock) && count < kMaxHandedOver) {
-        ForgetOrders(lock);
-        gHandedOver[count] = lock;
-        gNumHandedOver.store(count + 1, std::memory_order_relaxed);
-    }
-}
-
-// Drops the locks that another thread has given back.
-void DropHandedOver(HeldLocks* held)
-{
-    if (gNumHandedOver.load(std::memory_order_relaxed) != 0) {
-        std::lock_guard<std::mutex> guard(gOrdersLock);
-        held->count =
-            static_cast<int>(std::remove_if(held->locks, held->locks + held->count, &IsHandedOver) - held->locks);
-    }
+    tThread.reporting = false;
 }
 
 // The thread takes a lock that it holds.
 void ReportSecondTake(uInt64 lock)
 {
-    tHeld.reporting = true;
+    tThread.reporting = true;
     KZ_REPORT(kDbgError, 0x94B7D16E) << "Lock " << lock
                                      << " is taken by the thread that holds it, which will wait for ever";
-    tHeld.reporting = false;
+    tThread.reporting = false;
 }
 
-// Learns that `taken` is taken under `held`.
-void Learn(uInt64 held, uInt64 taken)
+void ForgetOrders(uInt64 lock)
+{
+    RemoveOrders([lock](int i) {
+        const LockSet& held = gHolding[i];
+        return gOrders[i].taken == lock || std::find(held.begin(), held.end(), lock) != held.end();
+    });
+}
+
+// A thread gives back a lock that it has not taken.
+void HandOver(uInt64 lock)
+{
+    std::lock_guard<std::mutex> guard(gOrdersLock);
+    PlaceOf(lock).fetch_add(kOneHandOver, std::memory_order_relaxed);
+    ForgetOrders(lock);
+}
+
+// Whether this order was learned, with no more locks held than these.
+bool IsKnown(const Order& order, const LockSet& holding)
+{
+    for (int i = 0; i < gNumOrders; ++i) {
+        if (gOrders[i].held == order.held && gOrders[i].taken == order.taken && AreAmong(gHolding[i], holding)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Learns that a lock is taken under one of those that are held.
+void Learn(const Order& order, const LockSet& holding)
 {
     StackChainFS<16> now;
     StackChainFS<16> before;
     {
         std::lock_guard<std::mutex> lock(gOrdersLock);
-        if (gChains == nullptr || FindOrder(held, taken) >= 0 || gNumOrders == kMaxOrders || IsHandedOver(held) ||
-            IsHandedOver(taken)) {
+        if (gChains == nullptr || !HasOrder(order.held) || !HasOrder(order.taken) || IsKnown(order, holding)) {
+            return;
+        }
+        RemoveOrders([&](int i) {
+            return gOrders[i].held == order.held && gOrders[i].taken == order.taken && AreAmong(holding, gHolding[i]);
+        });
+        if (gNumOrders == kMaxOrders) {
             return;
         }
         now.Record(3);
-        const int contradiction = FindWay(taken, held);
-        gChains[gNumOrders] = now;
-        gOrders[gNumOrders++] = {held, taken};
+        const int contradiction = WaySearch().Find(order, holding);
+        gOrders[gNumOrders] = order;
+        gHolding[gNumOrders] = holding;
+        gChains[gNumOrders++] = now;
         if (contradiction < 0) {
             return;
         }
         before = gChains[contradiction];
     }
-    Report({held, taken}, now, before);
+    Report(order, now, before);
+}
+
+void Stop()
+{
+    gStopped.store(true, std::memory_order_relaxed);
+}
+
+// Whether what the thread holds is not to be looked at.
+bool IsOff(const ThreadLocks& thread)
+{
+    return thread.reporting || gStopped.load(std::memory_order_relaxed);
+}
+
+// A number for a new lock; 0, and the end of all recording, if there are too many.
+uInt64 NumberNewLock()
+{
+    std::lock_guard<std::mutex> guard(gOrdersLock);
+    if (gNumLocks == kMaxLocks) {
+        Stop();
+        return 0;
+    }
+    ++gNumLocks;
+    do {
+        ++gLastNumber;
+    } while (WordOf(gLastNumber) != 0);
+    PlaceOf(gLastNumber).store(gLastNumber, std::memory_order_relaxed);
+    return gLastNumber;
+}
+
+// Drops what the thread does not hold any more: another thread has given it back.
+void DropHandedOver(LockSet* held)
+{
+    const uInt64* const kept = std::remove_if(held->locks, held->locks + held->count,
+                                              [](uInt64 word) { return WordOf(NumberOf(word)) != word; });
+    held->count = static_cast<int>(kept - held->locks);
+}
+
+LockSet NumbersOf(const LockSet& held)
+{
+    LockSet numbers = {};
+    numbers.count = held.count;
+    std::transform(held.begin(), held.end(), numbers.locks, &NumberOf);
+    std::sort(numbers.locks, numbers.locks + numbers.count);
+    return numbers;
 }
 
 }  // namespace
 
 namespace kz {
 
-LockOrder::LockOrder() : mId(gLastId.fetch_add(1, std::memory_order_relaxed) + 1) {}
+LockOrder::LockOrder() : mNumber(NumberNewLock()) {}
 
 LockOrder::~LockOrder()
 {
+    if (mNumber == 0) {
+        return;
+    }
     std::lock_guard<std::mutex> guard(gOrdersLock);
-    ForgetOrders(mId);
-    const int count = gNumHandedOver.load(std::memory_order_relaxed);
-    uInt64* const end = std::remove(gHandedOver, gHandedOver + count, mId);
-    gNumHandedOver.store(static_cast<int>(end - gHandedOver), std::memory_order_relaxed);
+    ForgetOrders(mNumber);
+    PlaceOf(mNumber).store(0, std::memory_order_relaxed);
+    --gNumLocks;
 }
 
 void LockOrder::Take()
 {
-    HeldLocks& held = tHeld;
-    if (held.reporting) {
+    ThreadLocks& thread = tThread;
+    if (IsOff(thread)) {
         return;
     }
-    DropHandedOver(&held);
-    for (int i = 0; i < held.count; ++i) {
-        if (held.locks[i] == mId) {
-            ReportSecondTake(mId);
-        } else {
-            Learn(held.locks[i], mId);
+    DropHandedOver(&thread.held);
+    const LockSet holding = NumbersOf(thread.held);
+    for (const uInt64 held : holding) {
+        if (held != mNumber) {
+            Learn({held, mNumber}, holding);
+        } else if (HasOrder(mNumber)) {
+            ReportSecondTake(mNumber);
         }
     }
-    if (held.count < kMaxHeld) {
-        held.locks[held.count++] = mId;
-    } else {
-        ++held.untold;
+}
+
+void LockOrder::Taken()
+{
+    ThreadLocks& thread = tThread;
+    if (IsOff(thread)) {
+        return;
     }
+    DropHandedOver(&thread.held);
+    if (thread.held.count == kMaxHeld) {
+        Stop();
+        return;
+    }
+    thread.held.locks[thread.held.count++] = WordOf(mNumber);
 }
 
 void LockOrder::Release()
 {
-    HeldLocks& held = tHeld;
-    if (held.reporting) {
+    ThreadLocks& thread = tThread;
+    if (IsOff(thread)) {
         return;
     }
-    for (int i = held.count; i-- > 0;) {
-        if (held.locks[i] == mId) {
-            std::copy(held.locks + i + 1, held.locks + held.count, held.locks + i);
-            --held.count;
-            return;
-        }
-    }
-    if (held.untold > 0) {
-        --held.untold;
+    DropHandedOver(&thread.held);
+    LockSet& held = thread.held;
+    uInt64* const end = held.locks + held.count;
+    if (std::remove(held.locks, end, WordOf(mNumber)) == end) {
+        HandOver(mNumber);
     } else {
-        HandOver(mId);
+        --held.count;
     }
 }
 

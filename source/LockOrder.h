@@ -1,11 +1,13 @@
-// Learns in which order threads take locks, and reports at level 3, with both call chains, when two orders contradict
-// each other: the threads could wait for each other for ever, even if they never did so far. A lock that a thread takes
-// while it holds it is such a contradiction too. In builds with assertions; in others there is nothing here.
+// Learns in which order threads take locks, and reports at level 3, with both call chains, when orders contradict each
+// other: threads could wait for each other for ever, even if they never did so far. Orders that are only taken under a
+// common third lock don't contradict each other, because no two threads can be at them at once. A lock that a thread
+// takes while it holds it is reported too. In builds with assertions; in others there is nothing here.
 //
-// A lock that one thread takes and another gives back belongs to no thread: from then on it has no order.
+// A lock may be given back by another thread than the one that took it, without a report; from then on it has no order.
 //
-// The recorder allocates nothing. It knows a limited number of orders and of locks held at once, and learns no more
-// beyond that. Any thread.
+// The recorder allocates nothing. It knows a limited number of orders, and learns no more beyond that; when a thread
+// holds more than 16 locks, or more than 16,384 exist, it stops for good, because from then on it could accuse a
+// correct program. Any thread.
 #ifndef KZCORE_LOCKORDER_H
 #define KZCORE_LOCKORDER_H
 
@@ -18,6 +20,7 @@ namespace kz {
 class LockOrder {
 public:
     void Take() {}
+    void Taken() {}
     void Release() {}
 };
 
@@ -32,10 +35,11 @@ public:
     LockOrder& operator=(const LockOrder&) = delete;
 
     void Take();     // the thread is about to take the lock
-    void Release();  // the thread gives the lock back, or one that another thread took
+    void Taken();    // it has the lock
+    void Release();  // it is about to give the lock back, be it that another thread took it
 
 private:
-    const uInt64 mId;  // locks are counted as they are made, so that a new one at an old address is another
+    const uInt64 mNumber;  // counts the locks as they are made, so that a new one at an old address is another
 };
 
 #endif

@@ -10,12 +10,21 @@ namespace {
 // Acquire and release, so that a thread that reads the new source sees what its owner prepared for it.
 constinit std::atomic<kz::TickSource> gTickSource{nullptr};
 
+constexpr uInt64 kTicksPerSecond = 1'000'000'000;
+constexpr uInt64 kTicksPerMilli = 1'000'000;
+
 uInt64 SystemTicks()
 {
-    constexpr uInt64 kTicksPerSecond = 1'000'000'000;
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uInt64>(now.tv_sec) * kTicksPerSecond + static_cast<uInt64>(now.tv_nsec);
+}
+
+int WaitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, uInt64 systemTicks)
+{
+    const timespec until = {static_cast<time_t>(systemTicks / kTicksPerSecond),
+                            static_cast<long>(systemTicks % kTicksPerSecond)};
+    return pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &until);
 }
 
 }  // namespace
@@ -43,21 +52,32 @@ double WallClockSince2001()
            static_cast<double>(now.tv_nsec) * kSecondsPerTick;
 }
 
-int WaitOnCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, int32 milliseconds)
-{
-    constexpr uInt64 kTicksPerMilli = 1'000'000;
-    constexpr uInt64 kTicksPerSecond = 1'000'000'000;
-    const bool isOwnClock = gTickSource.load(std::memory_order_acquire) == nullptr;
-    const uInt64 deadline = SystemTicks() + (isOwnClock ? static_cast<uInt64>(milliseconds) : 1) * kTicksPerMilli;
-    const timespec until = {static_cast<time_t>(deadline / kTicksPerSecond),
-                            static_cast<long>(deadline % kTicksPerSecond)};
-    const int result = pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &until);
-    return result == ETIMEDOUT && !isOwnClock ? 0 : result;
-}
-
 TickSource SetTickSource(TickSource source)
 {
     return gTickSource.exchange(source, std::memory_order_acq_rel);
+}
+
+Deadline::Deadline(int32 milliseconds) : mIsNever(milliseconds < 0)
+{
+    if (!mIsNever) {
+        mSource = gTickSource.load(std::memory_order_acquire);
+        mTicks = (mSource != nullptr ? mSource() : SystemTicks()) + static_cast<uInt64>(milliseconds) * kTicksPerMilli;
+    }
+}
+
+int Deadline::WaitOn(pthread_cond_t* condition, pthread_mutex_t* mutex) const
+{
+    if (mIsNever) {
+        return pthread_cond_wait(condition, mutex);
+    }
+    if (mSource == nullptr) {
+        return WaitUntil(condition, mutex, mTicks);
+    }
+    if (static_cast<int64>(mSource() - mTicks) >= 0) {  // across the wrap too
+        return ETIMEDOUT;
+    }
+    const int result = WaitUntil(condition, mutex, SystemTicks() + kTicksPerMilli);
+    return result == ETIMEDOUT ? 0 : result;
 }
 
 }  // namespace kz

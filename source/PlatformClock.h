@@ -21,14 +21,27 @@ uInt64 Microseconds();
 // The system's clock in seconds since 1 January 2001, 00:00 UTC. It follows the user's settings and may go back.
 double WallClockSince2001();
 
-// Waits on the condition for at most that long by the monotonic clock: 0 for a wake, ETIMEDOUT, or another error
-// number. With another clock in place the time is not known to pass: it then wakes the caller every millisecond, who
-// looks at the clock himself.
-int WaitOnCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, int32 milliseconds);
-
 // Puts a monotonic clock in place of the system's, null the system's back; returns the one before, null for the
 // system's.
 TickSource SetTickSource(TickSource source);
+
+// A moment until which a thread waits, by the clock that is in place when the deadline is made.
+class Deadline {
+public:
+    // In so many milliseconds from now; negative: never.
+    explicit Deadline(int32 milliseconds);
+
+    // Waits on the condition, with its mutex held, until it is woken or the deadline passes: 0 for a wake, ETIMEDOUT,
+    // or another error number. A wake may be for nothing. A clock of a test's own wakes nobody when it moves, so by
+    // such a clock the wait ends every millisecond of real time with 0, and the caller calls again. A cancellation
+    // point.
+    int WaitOn(pthread_cond_t* condition, pthread_mutex_t* mutex) const;
+
+private:
+    uInt64 mTicks = 0;
+    TickSource mSource = nullptr;  // null: the system's
+    bool mIsNever;
+};
 
 }  // namespace kz
 

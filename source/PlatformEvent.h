@@ -22,7 +22,8 @@ public:
     // Waits for a signal and consumes it: a PlatformWaitResult. Any thread.
     virtual int Wait(int milliseconds) = 0;
 
-    // Waits without limit, and calls `pump(pumpArg)` before each step of `milliseconds`; 0. Any thread.
+    // Waits without limit, and calls `pump(pumpArg)` before each step of `milliseconds`; 0. What the pump throws ends
+    // the wait. Any thread.
     virtual int WaitAndPump(void (*pump)(int), int pumpArg, int milliseconds) = 0;
 
     // Waits for this event, `other` or a window message; kWaitFailed where the platform can't.
@@ -43,8 +44,9 @@ KZ_EXTERN_C_BEGIN
 // made. Before the host's interface is set it reports at level 2. Any thread.
 KZ_EXPORT PlatformEvent* CreatePlatformEvent(int initialState);
 
-// Destroys an event that nobody uses, or does nothing for null. 0, or kzErrGeneric if the system refused to tear it
-// down; the object is gone all the same. Any thread.
+// Destroys an event that nobody uses, or does nothing for null. A thread whose wait has returned may destroy it at
+// once, even if the call of Signal that it waited for has not returned. 0, or kzErrGeneric if the system refused to
+// tear the event down; the object is gone all the same. Any thread.
 KZ_EXPORT KzErr DestroyPlatformEvent(PlatformEvent* event);
 
 KZ_EXTERN_C_END

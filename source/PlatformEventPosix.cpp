@@ -1,55 +1,50 @@
-// How no wake-up is lost: a signaller stores the state word and then reads the waiter count; a waiter raises the
-// count and then reads the state word. Both are sequentially consistent, so that at least one of the two sees the
-// other: acquire and release would let both miss. A waiter holds the mutex from raising the count until the condition
-// wait lets go of it; so a signaller that saw the waiter, and takes the mutex, signals the condition either
-// before the waiter looked at the word, which is set by then, or while it waits.
+// How no wake-up is lost: the signal and the count of waiters are one word. A waiter raises the count, and later looks
+// for the signal; a signaller sets the signal and reads the count in one step. So whichever comes first in the word's
+// history, the waiter finds the signal or the signaller finds the waiter. A waiter holds the mutex from raising the
+// count until the condition wait lets go of it; so a signaller that found the waiter, and takes the mutex, signals the
+// condition while it waits. Release and acquire on that word are enough, since no second one has to agree with it.
+//
+// How a waiter may destroy the event as soon as its wait returns, with the signaller still inside Signal: the step that
+// sets the signal is the signaller's last access when nobody is counted. Otherwise the same step counts the signaller
+// too, before any waiter can see the signal. It uncounts itself with the mutex held and signals the condition, and its
+// last access is to release the mutex, after which POSIX lets others destroy it at once. Whoever tears the event down
+// waits with the mutex held, on the same condition, until no signaller is counted. A signaller that is neither counted
+// nor past that step has not signalled yet, so nobody can have returned from waiting for it.
 //
 // A waiter first tries to consume a signal without the mutex, spinning a little. It is not counted yet, so a signaller
 // that does not see it leaves the signal in the word, where this waiter or a counted one finds it. When it takes a
 // signal whose signaller has woken a counted waiter, that one looks at the word, finds nothing and waits on.
+//
+// A condition wait is a cancellation point, and a pump may throw. Either leaves through the destructors on its way, so
+// scopes undo the count and the mutex, and no function from the exported one down to the wait is noexcept. The system
+// holds the mutex again when a cancelled wait unwinds, and hands a wake-up that met the cancelled thread to another.
 #include "PlatformEventPosix.h"
 
 #include <cerrno>
 
 #include "KzErr.h"
+#include "PthreadScopes.h"
 #include "UnixMutexUtil.h"
 
-namespace {
-
-// Values of the state word.
-constexpr int32 kSignalled = 0;
-constexpr int32 kNotSignalled = 1;
-
-// The deadline of a wait without limit.
-constexpr timespec kForever{0, -1};
-
-bool IsForever(const timespec& deadline)
-{
-    return deadline.tv_nsec < 0;
-}
-
-timespec DeadlineIn(int milliseconds)
-{
-    if (milliseconds < 0) {
-        return kForever;
+// A thread that waits: it holds the mutex and is counted. Relaxed: what orders is the look for the signal after it.
+class PlatformEventPosix::Waiter {
+public:
+    explicit Waiter(PlatformEventPosix* event) : mEvent(event), mLocked(&event->mMutex)
+    {
+        mEvent->mWord.fetch_add(kOneWaiter, std::memory_order_relaxed);
     }
-    timespec deadline{};
-    clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += milliseconds / 1000;
-    deadline.tv_nsec += milliseconds % 1000 * 1'000'000L;
-    if (deadline.tv_nsec >= 1'000'000'000L) {
-        deadline.tv_sec += 1;
-        deadline.tv_nsec -= 1'000'000'000L;
-    }
-    return deadline;
-}
+    ~Waiter() { mEvent->mWord.fetch_sub(kOneWaiter, std::memory_order_relaxed); }
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
 
-}  // namespace
+private:
+    PlatformEventPosix* const mEvent;
+    const kz::PthreadLocked mLocked;
+};
 
 KzErr PlatformEventPosix::Init(int initialState)
 {
-    mWaiters = 0;
-    mState = initialState != 0 ? kSignalled : kNotSignalled;
+    mWord.store(initialState != 0 ? 0 : kNotSignalled, std::memory_order_relaxed);
     if (kzcore_pthread_mutex_init(&mMutex) != 0) {
         return kzErrMemoryFull;
     }
@@ -62,21 +57,46 @@ KzErr PlatformEventPosix::Init(int initialState)
 
 KzErr PlatformEventPosix::Uninit()
 {
+    LetSignallersLeave();
     const int conditionResult = pthread_cond_destroy(&mCondition);
     const int mutexResult = pthread_mutex_destroy(&mMutex);
     return conditionResult == 0 && mutexResult == 0 ? kzErrNone : kzErrGeneric;
 }
 
+// Takes the mutex even if no signaller is counted, because the last one may still hold it.
+void PlatformEventPosix::LetSignallersLeave()
+{
+    const kz::CancellationOff untilGone;
+    const kz::PthreadLocked lock(&mMutex);
+    while (mWord.load(std::memory_order_relaxed) >= kOneSignaller) {
+        pthread_cond_wait(&mCondition, &mMutex);
+    }
+}
+
 int PlatformEventPosix::Signal()
 {
-    mState.store(kSignalled);
-    if (mWaiters.load() == 0) {
-        return 0;
+    // The first try guesses the word of an event that nobody waits for, because to read it first would cost the fetch
+    // of its cache line twice.
+    uInt64 before = kNotSignalled;
+    bool hasWaiters = false;
+    uInt64 after = 0;
+    do {
+        hasWaiters = static_cast<uInt32>(before) != 0;
+        after = (before & ~kNotSignalled) + (hasWaiters ? kOneSignaller : 0);
+    } while (!mWord.compare_exchange_weak(before, after, std::memory_order_acq_rel, std::memory_order_relaxed));
+    if (!hasWaiters) {
+        return 0;  // the event may be gone
     }
-    pthread_mutex_lock(&mMutex);
-    pthread_cond_signal(&mCondition);
-    pthread_mutex_unlock(&mMutex);
+    WakeOne();
     return 1;
+}
+
+// Ends the stay of a signaller that is counted.
+void PlatformEventPosix::WakeOne()
+{
+    const kz::PthreadLocked lock(&mMutex);
+    mWord.fetch_sub(kOneSignaller, std::memory_order_relaxed);
+    pthread_cond_signal(&mCondition);
 }
 
 int PlatformEventPosix::Reset()
@@ -86,65 +106,55 @@ int PlatformEventPosix::Reset()
 
 bool PlatformEventPosix::ConsumeSignal()
 {
-    return mState.exchange(kNotSignalled) == kSignalled;
-}
-
-// One wait on the condition, with the mutex held. Only a time-out ends a wait: any other result is a wake, after
-// which the caller looks at the state word again.
-int PlatformEventPosix::WaitStep(const timespec& deadline)
-{
-    const int result = IsForever(deadline) ? pthread_cond_wait(&mCondition, &mMutex)
-                                           : pthread_cond_clockwait(&mCondition, &mMutex, CLOCK_MONOTONIC, &deadline);
-    return result == ETIMEDOUT ? kWaitTimedOut : kWaitSignalled;
+    return (mWord.fetch_or(kNotSignalled, std::memory_order_acq_rel) & kNotSignalled) == 0;
 }
 
 bool PlatformEventPosix::SpinForSignal()
 {
-    return mSpin.Until([this] { return mState.load(std::memory_order_relaxed) == kSignalled && ConsumeSignal(); });
+    return mSpin.Until(
+        [this] { return (mWord.load(std::memory_order_relaxed) & kNotSignalled) == 0 && ConsumeSignal(); });
+}
+
+// Called by a waiter: whether a signal came in time. Only the deadline ends the wait without one: whatever else a
+// condition wait returns is a wake.
+bool PlatformEventPosix::ConsumeBefore(const kz::Deadline& deadline)
+{
+    bool timedOut = false;
+    while (!ConsumeSignal()) {
+        if (timedOut) {
+            return false;
+        }
+        timedOut = deadline.WaitOn(&mCondition, &mMutex) == ETIMEDOUT;
+    }
+    return true;
 }
 
 int PlatformEventPosix::Wait(int milliseconds)
 {
-    int result = kWaitSignalled;
-    if (ConsumeSignal() || (milliseconds != 0 && SpinForSignal())) {
-        return result;
+    if (ConsumeSignal()) {
+        return kWaitSignalled;
     }
-    pthread_mutex_lock(&mMutex);
-    mWaiters.fetch_add(1);
-    if (!ConsumeSignal()) {
-        const timespec deadline = DeadlineIn(milliseconds);
-        bool signalled = false;
-        do {
-            result = WaitStep(deadline);
-            signalled = ConsumeSignal();
-        } while (!signalled && result != kWaitTimedOut);
-        if (signalled) {
-            result = kWaitSignalled;
-        }
+    if (milliseconds == 0) {
+        return kWaitTimedOut;
     }
-    mWaiters.fetch_sub(1);
-    pthread_mutex_unlock(&mMutex);
-    return result;
+    if (SpinForSignal()) {
+        return kWaitSignalled;
+    }
+    const Waiter waiter(this);
+    return ConsumeBefore(kz::Deadline(milliseconds)) ? kWaitSignalled : kWaitTimedOut;
 }
 
 int PlatformEventPosix::WaitAndPump(void (*pump)(int), int pumpArg, int milliseconds)
 {
-    pthread_mutex_lock(&mMutex);
-    mWaiters.fetch_add(1);
-    while (!ConsumeSignal()) {
-        pthread_mutex_unlock(&mMutex);
+    const Waiter waiter(this);
+    bool signalled = ConsumeSignal();
+    while (!signalled) {
         if (pump != nullptr) {
+            const kz::PthreadUnlocked lock(&mMutex);
             pump(pumpArg);
         }
-        pthread_mutex_lock(&mMutex);
-        // A signal during the pump found this thread counted as a waiter, and signalled a condition that nobody
-        // waited on; the word tells.
-        if (mState.load() == kNotSignalled) {
-            WaitStep(DeadlineIn(milliseconds));
-        }
+        signalled = ConsumeBefore(kz::Deadline(milliseconds));
     }
-    mWaiters.fetch_sub(1);
-    pthread_mutex_unlock(&mMutex);
     return kWaitSignalled;
 }
 

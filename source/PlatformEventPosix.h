@@ -5,8 +5,8 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <ctime>
 
+#include "PlatformClock.h"
 #include "PlatformEvent.h"
 #include "Spin.h"
 
@@ -23,15 +23,24 @@ public:
     KzErr Uninit() override;
 
 private:
+    class Waiter;
+
     bool ConsumeSignal();
     bool SpinForSignal();
-    int WaitStep(const timespec& deadline);
+    bool ConsumeBefore(const kz::Deadline& deadline);
+    void WakeOne();
+    void LetSignallersLeave();
 
-    std::atomic<int32> mWaiters{0};
-    std::atomic<int32> mState{1};
+    // Two words of 32 bits in one, so that one step changes both. The low one: how many threads wait. The high one: 0
+    // signalled, 1 not, plus 2 for each signaller that is inside to wake a waiter.
+    std::atomic<uInt64> mWord{kNotSignalled};
     pthread_cond_t mCondition{};
     pthread_mutex_t mMutex{};
     kz::AdaptiveSpin mSpin;
+
+    static constexpr uInt64 kOneWaiter = 1;
+    static constexpr uInt64 kNotSignalled = uInt64{1} << 32;
+    static constexpr uInt64 kOneSignaller = uInt64{2} << 32;
 };
 
 #endif

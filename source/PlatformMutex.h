@@ -26,8 +26,8 @@ KZ_EXTERN_C_BEGIN
 // it reports at level 2. Any thread.
 KZ_EXPORT PlatformMutex* CreatePlatformMutex(void);
 
-// Destroys a lock that nobody holds, or does nothing for null. 0, or kzErrGeneric if the system refused to tear it
-// down; the object is gone all the same. Any thread.
+// Destroys a lock that nobody holds, or does nothing for null; who took and released it may do so at once. 0, or
+// kzErrGeneric if the system refused to tear it down; the object is gone all the same. Any thread.
 KZ_EXPORT KzErr DestroyPlatformMutex(PlatformMutex* mutex);
 
 KZ_EXTERN_C_END

@@ -7,6 +7,7 @@
 #include "KzErr.h"
 #include "PlatformEvent.h"
 #include "Report.h"
+#include "Verifier.h"
 
 namespace {
 
@@ -31,14 +32,16 @@ bool IsEvent(ThEvent event)
     return event->verifier == kEventVerifier;
 }
 
-// The same, reported without a text.
+// What most calls are told that get a block which is no event.
+bool ReportForeign()
+{
+    KZ_REPORT(kDbgFatal, 0x71D4C8A3);
+    return false;
+}
+
 bool CheckEvent(ThEvent event)
 {
-    if (!IsEvent(event)) {
-        KZ_REPORT(kDbgFatal, 0x71D4C8A3);
-        return false;
-    }
-    return true;
+    return IsEvent(event) || ReportForeign();
 }
 
 void LogLatency(const PlatformEvent& platform)
@@ -109,7 +112,8 @@ void ThEventDestroy(ThEvent event)
         KZ_REPORT(kDbgError, 0xE7035B19) << "Bad ThEvent in ThEventDestroy()";
         return;
     }
-    if (!CheckEvent(event)) {
+    if (!kz::SpoilVerifier(&event->verifier, kEventVerifier)) {
+        ReportForeign();
         return;
     }
     LogLatency(*event->platform);
@@ -130,7 +134,7 @@ int32 ThEventSignal(ThEvent event)
         KZ_REPORT(kDbgFatal, 0x1C8E72BD) << "Bad verifier in event.";
         return 0;
     }
-    return event->platform->Signal();
+    return event->platform->Signal();  // after which the event may be gone
 }
 
 int32 ThEventReset(ThEvent event)

@@ -1,9 +1,10 @@
 // Events on which threads wait. Usable from C11 and C++20.
 //
 // An event resets itself: one signal lets one waiter through, and a signal that finds no waiter is kept for the next
-// one; a second such signal adds nothing. Times are milliseconds, a negative one meaning for ever. A block that is no
-// event is reported at level 4. Unless told otherwise any thread may call, at any time between the event's making and
-// its destruction.
+// one; a second such signal adds nothing. Times are milliseconds by the clock of MilliSecs, a negative one meaning for
+// ever. A block that is no event is reported at level 4, and so is an event that was destroyed, for as long as its
+// memory is not used again. Unless told otherwise any thread may call, at any time between the event's making and its
+// destruction. Waits are cancellation points: a cancelled thread leaves the event as if it had not waited.
 #ifndef KZCORE_THEVENT_H
 #define KZCORE_THEVENT_H
 
@@ -16,7 +17,8 @@ typedef struct ThEventRec* ThEvent;
 
 KZ_EXTERN_C_BEGIN
 
-// What ThEventWaitAndPump calls between waits, with the caller's argument. It must not throw.
+// What ThEventWaitAndPump calls between waits, with the caller's argument. What it throws ends the wait and goes on to
+// the caller.
 typedef void (*ThEventPumpProc)(int32 arg);
 
 // Makes an event in `*out`, to be destroyed with ThEventDestroy; signalled if `initialState` is not 0. `reserved` is
@@ -27,8 +29,9 @@ KZ_EXPORT KzErr ThEventCreate(ThEvent* out, void* reserved, int32 initialState);
 // The same as ThEventCreate here: no platform that we run on has signals of its own to attach.
 KZ_EXPORT KzErr ThEventCreateWithCustomSignal(ThEvent* out, void* reserved, int32 initialState);
 
-// Destroys an event that nobody uses; a signal that has not returned still does. Null, and a system that refuses to
-// tear the event down, are reported at level 3.
+// Destroys an event that nobody uses. A thread whose wait has returned may destroy it at once, even if the call that
+// signalled it has not returned, which this waits for if it must; all other calls, waits above all, have returned.
+// Null, and a system that refuses to tear the event down, are reported at level 3.
 KZ_EXPORT void ThEventDestroy(ThEvent event);
 
 // Signals the event: 1 if it woke a waiter, 0 if the signal was kept or the event is null.

@@ -2,6 +2,10 @@
 // -1 holds the lock; everybody else waits on the event, and each release that leaves a waiter signals it once, which
 // hands the lock over. Between a signal and its consumer nobody else can take the lock, so at most one signal is ever
 // on its way, and the event, which keeps one, loses none.
+//
+// Who gets the lock may destroy it as soon as it has released it again, so the last access of a release is the one that
+// lets the next holder in: the subtraction that frees the lock, or the signal, which keeps its event alive until it
+// returns. Between a subtraction that leaves a waiter and the signal nobody holds the lock, so nobody may destroy it.
 #include "ThMutex.h"
 
 #include <atomic>
@@ -10,9 +14,11 @@
 
 #include "KzErr.h"
 #include "LockOrder.h"
+#include "PthreadScopes.h"
 #include "Report.h"
 #include "Spin.h"
 #include "ThEvent.h"
+#include "Verifier.h"
 
 namespace {
 
@@ -55,7 +61,7 @@ void ThMutexDestroy(ThMutex mutex)
     if (mutex == nullptr) {
         return;
     }
-    if (mutex->verifier != kMutexVerifier) {
+    if (!kz::SpoilVerifier(&mutex->verifier, kMutexVerifier)) {
         KZ_REPORT(kDbgError, 0xB05C2E97) << "bad mutex verifier in ThMutexDestroy";
         return;
     }
@@ -74,8 +80,11 @@ void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
         mutex->spin.Until([mutex] { return mutex->count.load(std::memory_order_relaxed) == kFree; });
     }
     if (mutex->count.fetch_add(1, std::memory_order_acq_rel) != kFree) {
+        // A waiter that went away cancelled would stay counted, and be handed the lock.
+        const kz::CancellationOff untilTaken;
         ThEventWait(mutex->event);
     }
+    mutex->order.Taken();
 }
 
 void ThMutexRelease(ThMutex mutex) KZ_NO_THREAD_CHECK

@@ -22,11 +22,12 @@ KZ_EXTERN_C_BEGIN
 // null. Before the host's interface is set it reports at level 2. Any thread.
 KZ_EXPORT KzErr ThMutexCreate(ThMutex* out, const char* name);
 
-// Destroys a lock that nobody holds, waits for or is still releasing: who got it from another thread must know that
-// the other one's release has returned. A block that is no lock is reported at level 3 and left alone.
+// Destroys a lock that nobody holds or waits for. A thread that took it and released it again may destroy it at once,
+// even if the release by which another thread let it in has not returned. A block that is no lock is reported at level
+// 3 and left alone; so is a lock that was destroyed, for as long as its memory is not used again.
 KZ_EXPORT void ThMutexDestroy(ThMutex mutex);
 
-// Takes the lock, waiting for it as long as it takes. Any thread that does not hold it.
+// Takes the lock, waiting for it as long as it takes. No cancellation point. Any thread that does not hold it.
 KZ_EXPORT void ThMutexAcquire(ThMutex mutex) KZ_ACQUIRE(mutex);
 
 // Releases the lock, and hands it to one waiter if there is any. Whether it is held, and by which thread, is not looked

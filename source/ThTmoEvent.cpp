@@ -8,8 +8,10 @@
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PlatformClock.h"
+#include "PthreadScopes.h"
 #include "Report.h"
 #include "UnixMutexUtil.h"
+#include "Verifier.h"
 
 struct ThTmoEventRec {
     uInt32 verifier;
@@ -23,32 +25,18 @@ namespace {
 constexpr char kModule[] = "source/ThTmoEvent";
 
 constexpr uInt32 kTmoEventVerifier = kz::FourCharCode("TmEv");
+constexpr int32 kForever = -1;
+
+// What a call is told that gets a block which is no timed event.
+bool ReportForeign()
+{
+    KZ_REPORT(kDbgFatal, 0x2BC8046F);
+    return false;
+}
 
 bool IsTmoEvent(ThTmoEvent event)
 {
-    if (event->verifier != kTmoEventVerifier) {
-        KZ_REPORT(kDbgFatal, 0x2BC8046F);
-        return false;
-    }
-    return true;
-}
-
-class Locked {
-public:
-    explicit Locked(ThTmoEvent event) : mMutex(&event->mutex) { pthread_mutex_lock(mMutex); }
-    ~Locked() { pthread_mutex_unlock(mMutex); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-private:
-    pthread_mutex_t* const mMutex;
-};
-
-// One wait with the mutex held, without a limit for the time 0. 0 for a wake.
-int WaitOnce(ThTmoEvent event, int32 millisecondsLeft)
-{
-    return event->time == 0 ? pthread_cond_wait(&event->condition, &event->mutex)
-                            : kz::WaitOnCondition(&event->condition, &event->mutex, millisecondsLeft);
+    return event->verifier == kTmoEventVerifier || ReportForeign();
 }
 
 }  // namespace
@@ -85,12 +73,12 @@ void ThTmoEventDestroy(ThTmoEvent event)
         KZ_REPORT(kDbgError, 0xF1432D7C) << "Bad ThTmoEvent in ThTmoEventDestroy()";
         return;
     }
-    if (!IsTmoEvent(event)) {
+    if (!kz::SpoilVerifier(&event->verifier, kTmoEventVerifier)) {
+        ReportForeign();
         return;
     }
     pthread_cond_destroy(&event->condition);
     pthread_mutex_destroy(&event->mutex);
-    event->verifier = 0;
     DSDisposePtr(event);
 }
 
@@ -99,10 +87,10 @@ void ThTmoEventChangeTmo(ThTmoEvent event, uInt32 absoluteMs)
     if (event == nullptr || !IsTmoEvent(event)) {
         return;
     }
-    const Locked lock(event);
+    const kz::PthreadLocked lock(&event->mutex);
     if (event->time != absoluteMs) {
         event->time = absoluteMs;
-        pthread_cond_signal(&event->condition);
+        pthread_cond_broadcast(&event->condition);
     }
 }
 
@@ -111,7 +99,7 @@ uInt32 ThTmoEventGetTmo(ThTmoEvent event)
     if (event == nullptr || !IsTmoEvent(event)) {
         return 0;
     }
-    const Locked lock(event);
+    const kz::PthreadLocked lock(&event->mutex);
     return event->time;
 }
 
@@ -120,14 +108,14 @@ void ThTmoEventWait(ThTmoEvent event)
     if (event == nullptr || !IsTmoEvent(event)) {
         return;
     }
-    const Locked lock(event);
+    const kz::PthreadLocked lock(&event->mutex);
     for (;;) {
-        const int32 left = event->time == 0 ? 0 : MillisecCmp(event->time, MilliSecs());
+        const int32 left = event->time == 0 ? kForever : MillisecCmp(event->time, MilliSecs());
         if (event->time != 0 && left <= 0) {
             return;
         }
         // After a time-out too the time is looked at again: it may have been changed at that moment.
-        const int result = WaitOnce(event, left);
+        const int result = kz::Deadline(left).WaitOn(&event->condition, &event->mutex);
         if (result != 0 && result != EINTR && result != ETIMEDOUT) {
             KZ_REPORT(kDbgFatal, 0x389E70B5) << "unknown cond_wait result " << result;
             return;

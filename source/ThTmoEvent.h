@@ -2,7 +2,7 @@
 //
 // Times are values of MilliSecs; 0 stands for no time: such a wait lasts until another one is set. Any thread may
 // change and read the time, at any moment between the event's making and its destruction. A block that is no timed
-// event is reported at level 4.
+// event is reported at level 4, and so is an event that was destroyed, for as long as its memory is not used again.
 #ifndef KZCORE_THTMOEVENT_H
 #define KZCORE_THTMOEVENT_H
 
@@ -16,16 +16,17 @@ KZ_EXTERN_C_BEGIN
 // kzErrMemoryFull: out of memory, or, with a report of level 4, the system gives no lock or condition; `*out` is null.
 KZ_EXPORT KzErr ThTmoEventCreate(ThTmoEvent* out);
 
-// Destroys an event that nobody uses. Null is reported at level 3.
+// Destroys an event that nobody uses. A thread whose wait has returned may destroy it at once, even if the call that
+// changed the time has not returned. Null is reported at level 3.
 KZ_EXPORT void ThTmoEventDestroy(ThTmoEvent event);
 
-// Sets the time; who waits goes by it from then on. Null does nothing.
+// Sets the time; all who wait go by it from then on. Null does nothing.
 KZ_EXPORT void ThTmoEventChangeTmo(ThTmoEvent event, uInt32 absoluteMs);
 
 // The time; 0 for null.
 KZ_EXPORT uInt32 ThTmoEventGetTmo(ThTmoEvent event);
 
-// Waits until the time in force has come. One that has passed, and a null event, return at once.
+// Waits until the time in force has come. One that has passed, and a null event, return at once. A cancellation point.
 KZ_EXPORT void ThTmoEventWait(ThTmoEvent event);
 
 KZ_EXTERN_C_END

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <deque>
 #include <string_view>
 #include <thread>
+#include <vector>
 
+#include "ChildTest.h"
 #include "PlatformEventTimer.h"
 #include "ReportCatcher.h"
 #include "ScopedLock.h"
@@ -45,6 +49,13 @@ protected:
         ThMutexRelease(first);
         ThMutexAcquire(second);
         ThMutexRelease(second);
+    }
+
+    int CountErrors()
+    {
+        const auto all = reports.TakeAll();
+        return static_cast<int>(
+            std::count_if(all.begin(), all.end(), [](const auto& report) { return report.level == kDbgError; }));
     }
 
     kztest::ReportCatcher reports;
@@ -114,6 +125,89 @@ TEST_F(LockOrderTest, ALockThatIsHandedToAnotherThreadHasNoOrder)
         TakeBoth(locks[1], locks[0]);
     }
     EXPECT_TRUE(reports.TakeAll().empty());
+}
+
+// More than any table of such locks could hold, all of them alive at the end.
+TEST_F(LockOrderTest, ManyHandedOverLocksAccuseNobody)
+{
+    std::vector<ThMutex> many(200);
+    for (ThMutex& lock : many) {
+        ThMutexCreate(&lock, "LockOrder");
+        [lock]() KZ_NO_THREAD_CHECK { ThMutexAcquire(lock); }();
+        std::jthread([lock]() KZ_NO_THREAD_CHECK { ThMutexRelease(lock); }).join();
+        TakeBoth(lock, locks[0]);
+        TakeBoth(locks[0], lock);
+        TakeApart(locks[1], locks[2]);
+    }
+    EXPECT_TRUE(reports.TakeAll().empty());
+    for (ThMutex lock : many) {
+        ThMutexDestroy(lock);
+    }
+    TakeBoth(locks[1], locks[2]);
+    TakeBoth(locks[2], locks[1]);
+    EXPECT_EQ(CountErrors(), 1) << "the recorder goes on";
+}
+
+// Each row takes locks one under the other, in each of its sequences, and says how many contradictions there are.
+TEST_F(LockOrderTest, OrdersUnderACommonGateDoNotContradict)
+{
+    const struct {
+        const char* name;
+        std::vector<std::vector<int>> sequences;
+        int contradictions;
+    } kRows[] = {
+        {"no gate", {{1, 2}, {2, 1}}, 1},
+        {"a common gate", {{0, 1, 2}, {0, 2, 1}}, 0},
+        {"a common gate, later one without it", {{0, 1, 2}, {0, 2, 1}, {1, 2}}, 1},
+        {"without the gate first", {{1, 2}, {0, 1, 2}, {0, 2, 1}}, 1},
+        {"a gate of one", {{0, 1, 2}, {2, 1}}, 1},
+        {"two gates", {{0, 1, 2}, {3, 2, 1}}, 1},
+        {"one of two gates, the other side under both", {{0, 1, 2}, {3, 1, 2}, {0, 3, 2, 1}}, 0},
+        {"a ring of three", {{1, 2}, {2, 3}, {3, 1}}, 1},
+        {"a ring of three with a gate of two", {{0, 1, 2}, {0, 2, 3}, {3, 1}}, 0},
+        {"a gate that is taken in between", {{1, 0, 2}, {2, 0, 1}}, 2},
+    };
+    for (const auto& row : kRows) {
+        ThMutex four[4] = {};
+        for (ThMutex& lock : four) {
+            ThMutexCreate(&lock, "LockOrder");
+        }
+        for (const std::vector<int>& sequence : row.sequences) {
+            std::deque<kz::ScopedLock> scopes;
+            for (const int lock : sequence) {
+                scopes.emplace_back(four[lock]);
+            }
+        }
+        EXPECT_EQ(CountErrors(), row.contradictions) << row.name;
+        for (ThMutex lock : four) {
+            ThMutexDestroy(lock);
+        }
+    }
+}
+
+// In a process of its own, because the recorder stops for good.
+TEST_F(LockOrderTest, DISABLED_TooManyHeldLocks)
+{
+    ThMutex many[20] = {};
+    for (ThMutex& lock : many) {
+        ThMutexCreate(&lock, "LockOrder");
+    }
+    [this]() KZ_NO_THREAD_CHECK { ThMutexAcquire(locks[0]); }();
+    std::jthread([&]() KZ_NO_THREAD_CHECK {
+        std::deque<kz::ScopedLock> scopes(std::begin(many), std::end(many));
+        ThMutexRelease(locks[0]);
+    }).join();
+    TakeApart(locks[0], locks[1]);
+    TakeBoth(locks[1], locks[0]);
+    EXPECT_EQ(CountErrors(), 0);
+    for (ThMutex lock : many) {
+        ThMutexDestroy(lock);
+    }
+}
+
+TEST(LockOrder, WithTooManyHeldLocksNobodyIsAccused)
+{
+    EXPECT_EQ(kztest::RunChildTests("LockOrderTest.DISABLED_TooManyHeldLocks", {}), 0);
 }
 
 TEST_F(LockOrderTest, LocksThatAreGoneOrFreeHaveNoOrder)

@@ -2,18 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <thread>
 #include <vector>
 
+#include "FaultLoop.h"
+#include "HiResClock.h"
 #include "PlatformEvent.h"
 #include "ReportCatcher.h"
 #include "SlotOf.h"
 #include "Spin.h"
 #include "TestHost.h"
+#include "VirtualClock.h"
 
 namespace {
 
@@ -151,6 +157,91 @@ TEST_F(ThEventTest, PumpsUntilSignalled)
     ThEventDestroy(signalled);
 }
 
+void CancelledPump(int32 /*arg*/)
+{
+    ++gPump.calls;
+    pthread_testcancel();
+}
+
+void ThrowingPump(int32 /*arg*/)
+{
+    if (++gPump.calls == 3) {
+        throw 3;
+    }
+}
+
+// A thread that goes away in the middle of a wait leaves no trace on the event.
+TEST_F(ThEventTest, WaitsThatAreCancelledOrThrownOutOf)
+{
+    static ThEvent sEvent;
+    sEvent = MakeEvent(0);
+    const auto expectNoTrace = [](const char* name) {
+        EXPECT_EQ(ThEventSignal(sEvent), 0) << name << ": nobody waits";
+        EXPECT_EQ(ThEventWaitWithTimeout(sEvent, kHang), kzErrNone) << name;
+    };
+    static std::atomic<bool> sBegins;
+    static void (*sWait)();
+    const struct {
+        const char* name;
+        void (*wait)();
+    } kRows[] = {
+        {"wait", [] { ThEventWait(sEvent); }},
+        {"wait with a limit", [] { ThEventWaitWithTimeout(sEvent, kHang); }},
+        {"between pumps", [] { ThEventWaitAndPump(sEvent, nullptr, kHang, 0); }},
+        {"in a pump", [] { ThEventWaitAndPump(sEvent, &CancelledPump, 0, 0); }},
+    };
+    for (const auto& row : kRows) {
+        sBegins = false;
+        sWait = row.wait;
+        pthread_t thread;
+        const auto run = [](void*) -> void* {
+            sBegins = true;
+            sWait();
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&thread, nullptr, run, nullptr), 0);
+        while (!sBegins) {
+            std::this_thread::yield();
+        }
+        pthread_cancel(thread);
+        void* result = nullptr;
+        pthread_join(thread, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED) << row.name;
+        expectNoTrace(row.name);
+    }
+    gPump = {};
+    EXPECT_THROW(ThEventWaitAndPump(sEvent, &ThrowingPump, 0, 0), int);
+    expectNoTrace("thrown out of");
+    ThEventDestroy(sEvent);
+}
+
+// An hour by a clock of the test's own, in seconds by the system's.
+TEST_F(ThEventTest, TimeOutsGoByTheClockInPlace)
+{
+    constexpr uInt32 kHour = 3'600'000;
+    const ThEvent event = MakeEvent(0);
+    kztest::VirtualClock clock(0xFFFFF000);
+    std::atomic<bool> done{false};
+    uInt32 took = 0;
+    KzErr result = kzErrNone;
+    std::thread waiter([&] {
+        const uInt32 start = MilliSecs();
+        result = ThEventWaitWithTimeout(event, kHour);
+        took = MilliSecs() - start;
+        done = true;
+    });
+    const Clock::time_point patience = Clock::now() + std::chrono::seconds(20);
+    while (!done && Clock::now() < patience) {
+        clock.Advance(1000);
+        std::this_thread::yield();
+    }
+    ThEventSignal(event);
+    waiter.join();
+    EXPECT_EQ(result, kzErrTimeout);
+    EXPECT_GE(took, kHour);
+    ThEventDestroy(event);
+}
+
 TEST_F(ThEventTest, NullAndForeignEvents)
 {
     EXPECT_EQ(ThEventCreate(nullptr, nullptr, 0), kzErrArgument);
@@ -186,7 +277,13 @@ TEST_F(ThEventTest, NullAndForeignEvents)
     ThEventDestroy(foreign);
     EXPECT_TRUE(mReports.Take(kDbgFatal, ""));
     EXPECT_EQ(ThEventMsgWaitMultiple(event, nullptr, 0, 0), 0);
+
+    // What is left of a destroyed event is one of these blocks.
+    kztest::CopyAtDelete(event, block, 16);
     ThEventDestroy(event);
+    ASSERT_EQ(memmem(block, sizeof block, "Evnt", 4), nullptr);
+    ThEventDestroy(foreign);
+    EXPECT_TRUE(mReports.Take(kDbgFatal, ""));
 }
 
 // A platform that answers what it is told to.

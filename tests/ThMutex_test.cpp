@@ -2,13 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <atomic>
+#include <cstring>
 #include <latch>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "FaultLoop.h"
 #include "PlatformMutex.h"
 #include "ReportCatcher.h"
 #include "ScopedLock.h"
@@ -54,6 +58,40 @@ TEST_F(ThMutexTest, NullIsNothingToLockAndForeignBlocksAreLeftAlone)
     alignas(16) unsigned char block[128] = {};
     ThMutexDestroy(reinterpret_cast<ThMutex>(block));
     EXPECT_TRUE(mReports.Take(kDbgError, "bad mutex verifier in ThMutexDestroy"));
+
+    // What is left of a destroyed lock is one of these blocks.
+    const ThMutex mutex = MakeMutex();
+    kztest::CopyAtDelete(mutex, block, 24);
+    ThMutexDestroy(mutex);
+    ASSERT_EQ(memmem(block, sizeof block, "Mutx", 4), nullptr);
+    ThMutexDestroy(reinterpret_cast<ThMutex>(block));
+    EXPECT_TRUE(mReports.Take(kDbgError, "bad mutex verifier in ThMutexDestroy"));
+}
+
+TEST_F(ThMutexTest, ATakeIsNoCancellationPoint)
+{
+    const ThMutex mutex = MakeMutex();
+    static bool sTaken;
+    sTaken = false;
+    [mutex]() KZ_NO_THREAD_CHECK { ThMutexAcquire(mutex); }();
+    pthread_t thread;
+    const auto take = [](void* lock) KZ_NO_THREAD_CHECK -> void* {
+        ThMutexAcquire(static_cast<ThMutex>(lock));
+        sTaken = true;
+        ThMutexRelease(static_cast<ThMutex>(lock));
+        pthread_testcancel();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, take, mutex), 0);
+    WaitUntil([mutex] { return kz::ThMutexCount(mutex) == 1; });
+    pthread_cancel(thread);
+    [mutex]() KZ_NO_THREAD_CHECK { ThMutexRelease(mutex); }();
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_TRUE(sTaken);
+    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
+    ThMutexDestroy(mutex);
 }
 
 TEST_F(ThMutexTest, MadeBeforeTheHostIsSetWorksWithAReport)

@@ -111,6 +111,26 @@ TEST_F(ThTmoEventTest, ChangesOfTheTimeReachTheWaiter)
     EXPECT_TRUE(done);
 }
 
+TEST_F(ThTmoEventTest, AChangeReachesAllWaiters)
+{
+    std::atomic<int> left{2};
+    std::vector<std::jthread> waiters;
+    for (int i = 0; i < 2; ++i) {
+        waiters.emplace_back([&] {
+            ThTmoEventWait(event);
+            --left;
+        });
+    }
+    std::this_thread::sleep_for(20ms);  // both wait by now, or see the new time without waiting
+    ThTmoEventChangeTmo(event, (MilliSecs() - 10) | 1);
+    const auto patience = std::chrono::steady_clock::now() + 20s;
+    while (left > 0 && std::chrono::steady_clock::now() < patience) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(left, 0);
+    ThTmoEventChangeTmo(event, (MilliSecs() - 1000) | 1);
+}
+
 // Times change while threads wait, each on an event of its own; the last time of each is in the past.
 TEST_F(ThTmoEventTest, ManyChanges)
 {

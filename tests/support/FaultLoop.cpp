@@ -1,6 +1,7 @@
 #include "FaultLoop.h"
 
 #include <atomic>
+#include <cstring>
 #include <new>
 
 #include "IniText.h"
@@ -37,9 +38,29 @@ void* New(std::size_t size)
     return gReachesNew && NextFails() ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
+std::atomic<const void*> gWatched{nullptr};
+void* gCopy = nullptr;
+std::size_t gCopySize = 0;
+
+void Delete(void* memory)
+{
+    const void* watched = memory;
+    if (memory != nullptr && gWatched.compare_exchange_strong(watched, nullptr)) {
+        std::memcpy(gCopy, memory, gCopySize);
+    }
+    std::free(memory);
+}
+
 }  // namespace
 
 namespace kztest {
+
+void CopyAtDelete(const void* memory, void* copy, std::size_t size)
+{
+    gCopy = copy;
+    gCopySize = size;
+    gWatched = memory;
+}
 
 FailAllocation::FailAllocation(int n, Span span, Reach reach)
 {
@@ -82,15 +103,15 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 
 void operator delete(void* memory) noexcept
 {
-    std::free(memory);
+    Delete(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    Delete(memory);
 }
 
 void operator delete(void* memory, const std::nothrow_t&) noexcept
 {
-    std::free(memory);
+    Delete(memory);
 }

@@ -31,6 +31,10 @@ public:
     static bool Happened();
 };
 
+// The next time that operator delete gets `memory`, its first `size` bytes go to `copy` before they are freed. One at a
+// time.
+void CopyAtDelete(const void* memory, void* copy, std::size_t size);
+
 // Runs the scenario with its first allocation failing, then the second, and so on until it gets by without one more:
 // first each alone, then each with all that follow. The scenario is told whether an allocation has failed when it calls
 // its argument, and checks what it is promised for that; it gives back all that it takes, and takes nothing for itself.

@@ -1,0 +1,23 @@
+// Verifiers: four characters in a record that crosses the boundary as a handle, by which a call knows its own.
+#ifndef KZCORE_VERIFIER_H
+#define KZCORE_VERIFIER_H
+
+#include <atomic>
+
+#include "KZTypes.h"
+
+namespace kz {
+
+// Spoils the verifier of a record that is about to be freed, so that a second destroy is told for as long as nobody
+// uses the memory again: false if it was not the expected one, and the record is not to be touched. One atomic step,
+// because of two threads that destroy one record only one may go on, and because the compiler would leave out a plain
+// store into memory that is freed next.
+inline bool SpoilVerifier(uInt32* verifier, uInt32 expected)
+{
+    constexpr uInt32 kSpoiled = 0;
+    return std::atomic_ref<uInt32>(*verifier).compare_exchange_strong(expected, kSpoiled);
+}
+
+}  // namespace kz
+
+#endif
