@@ -27,6 +27,7 @@ private:
 
     bool ConsumeSignal();
     bool SpinForSignal();
+    bool AwaitSignal(int milliseconds);
     bool ConsumeBefore(const kz::Deadline& deadline);
     void WakeOne();
     void LetSignallersLeave();
