@@ -298,14 +298,13 @@ TEST(SortSearch, NeedsNLogNComparesOnEveryOrder)
         const double most = 10 * nLogN + 9 * n;
         EXPECT_LE(static_cast<double>(adversary.SortAgainst()), most);
         EXPECT_LE(static_cast<double>(CountCompares(adversary.Ranks())), most);
-        // The splits end long before a quarter of the order is decided; the heap gets what a random order is left of.
+        // The splits end long before a quarter of the order is decided: what is left for the heap gets a random one.
         std::vector<int32> ranks = adversary.Ranks();
-        std::vector<int32> later(static_cast<size_t>(count - count / 4));
+        std::vector<int32> later(ranks.size());
         std::iota(later.begin(), later.end(), count / 4);
         std::shuffle(later.begin(), later.end(), engine);
-        for (int32& rank : ranks) {
-            const bool isLater = rank >= count / 4 && rank < count;  // one may never be decided
-            rank = isLater ? later[static_cast<size_t>(rank - count / 4)] : rank;
+        for (size_t i = 0; i < ranks.size(); ++i) {
+            ranks[i] = ranks[i] < count / 4 ? ranks[i] : later[i];
         }
         EXPECT_LE(static_cast<double>(CountCompares(ranks)), most);
     }
