@@ -36,22 +36,28 @@ kz::HandleText TextAt(const LStr* s)
     return s == nullptr ? kz::HandleText{} : kz::HandleText{s->str, Count(s)};
 }
 
-// A handle that is not in use has none: the resize reports it.
-bool HasRoom(LStr* const* handle, std::size_t size)
+// The bytes of the handle's block; none for null and for a handle that is not good, which the resize reports.
+std::size_t BlockOf(LStr* const* handle)
 {
-    return kz::IsGoodHandle(handle, kz::kRangeForQueries) && kz::SizeOf(handle) >= size;
+    return kz::IsGoodHandle(handle, kz::kRangeForQueries) ? kz::SizeOf(handle) : 0;
 }
 
-// Puts n bytes behind the first `at` bytes of the text, where the text then ends. Makes the handle where there is
-// none.
-KzErr Splice(LStr*** handle, int32 at, const void* bytes, std::size_t n, Fit fit)
+// What a block of this size holds of the text.
+int32 HeldText(LStr* const* handle, std::size_t block)
+{
+    return block < kCountSize ? 0 : kz::HeldCount(*handle, block, kCountSize, 1);
+}
+
+// Puts n bytes behind the first `at` bytes of the text, where the text then ends: into a block of exactly that size, or
+// into the one that there is, of `room` bytes, where they fit. Makes the handle where there is none.
+KzErr Splice(LStr*** handle, int32 at, const void* bytes, std::size_t n, std::size_t room)
 {
     if (n > static_cast<std::size_t>(kMaxCount - at)) {
         return kzErrMemoryFull;
     }
     const std::size_t start = kCountSize + static_cast<std::size_t>(at);
     const std::size_t needed = start + n;
-    if (fit == kKeepSpareRoom && HasRoom(*handle, needed)) {
+    if (room >= needed) {
         MoveBlock(bytes, (**handle)->str + at, n);
     } else if (const KzErr err =
                    kz::ResizeOrNewHandle("DSSetHandleSize", handle, kz::BySize(needed), {bytes, start, n})) {
@@ -68,16 +74,16 @@ KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
         return kzErrArgument;
     }
     if (bytes != nullptr && n != 0) {
-        return Splice(handle, 0, bytes, n, kExactBlock);
+        return Splice(handle, 0, bytes, n, 0);
     }
     DSDisposeHandleAndNull(handle);
     return kzErrNone;
 }
 
-// The resize reports a handle that is not good.
 KzErr Append(LStr*** handle, const void* bytes, std::size_t n, Fit fit)
 {
-    return Splice(handle, kz::QuietTextOf(*handle).count, bytes, n, fit);
+    const std::size_t block = BlockOf(*handle);
+    return Splice(handle, HeldText(*handle, block), bytes, n, fit == kKeepSpareRoom ? block : 0);
 }
 
 // The source may be the handle's own string, whose text is what its block holds.
@@ -86,7 +92,7 @@ KzErr AppendString(LStr** handle, const LStr* src, Fit fit)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    const int32 count = src != nullptr && src == *handle ? kz::QuietTextOf(handle).count : Count(src);
+    const int32 count = src != nullptr && src == *handle ? HeldText(handle, BlockOf(handle)) : Count(src);
     return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(count), fit);
 }
 
@@ -113,8 +119,8 @@ int32 FillCStr(const LStr* s, char* dst, int32 limit)
     return n;
 }
 
-// Null is below text only.
-int32 Compare(const kz::HandleText& a, const kz::HandleText& b)
+// Null is below text only. Inlined, so that the forms on pointers pass nothing through memory.
+[[gnu::always_inline]] inline int32 Compare(const kz::HandleText& a, const kz::HandleText& b)
 {
     if (a.bytes == b.bytes) {
         return 0;
@@ -126,7 +132,7 @@ int32 Compare(const kz::HandleText& a, const kz::HandleText& b)
     return order != 0 ? order : a.count - b.count;
 }
 
-bool AreEqual(const kz::HandleText& a, const kz::HandleText& b)
+[[gnu::always_inline]] inline bool AreEqual(const kz::HandleText& a, const kz::HandleText& b)
 {
     return a.count == b.count && (a.count == 0 || kz::EqualBytes(a.bytes, b.bytes, static_cast<std::size_t>(a.count)));
 }
@@ -271,7 +277,7 @@ KzErr LStrPrependCStr(LStr*** handle, const char* c)
     if (handle == nullptr || *handle == nullptr || c == nullptr) {
         return kzErrNone;
     }
-    const int32 oldCount = kz::QuietTextOf(*handle).count;
+    const int32 oldCount = HeldText(*handle, BlockOf(*handle));
     if (const KzErr err = Append(handle, c, std::strlen(c), kExactBlock)) {
         return err;
     }
@@ -285,12 +291,12 @@ KzErr LStrHNullTerminate(LStr** handle)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    const int32 oldCount = kz::QuietTextOf(handle).count;
+    const std::size_t block = BlockOf(handle);
+    const int32 oldCount = HeldText(handle, block);
     if (oldCount == kMaxCount) {
         return kzErrMemoryFull;
     }
-    const std::size_t size = std::max<std::size_t>(DSGetHandleSize(handle), kCountSize);
-    if (const KzErr err = DSSetHandleSize(handle, size + 1)) {
+    if (const KzErr err = DSSetHandleSize(handle, std::max(block, kCountSize) + 1)) {
         return err;
     }
     (*handle)->str[oldCount] = 0;
