@@ -158,7 +158,7 @@ TEST(StringCStr, CaseOfAnyBytes)
 TEST(StringCStr, CaseOfTextOutOfMemory)
 {
     const std::string letters(249, 'x'), capitals(249, 'X');
-    for (const std::size_t before : {0, 248, 249}) {
+    for (const std::size_t before : {0u, 248u, 249u}) {
         const std::string old = letters.substr(0, before) + "stra\u00DFe";
         const std::string mapped = capitals.substr(0, before) + "STRASSe";
         char text[256];
