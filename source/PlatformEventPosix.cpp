@@ -109,10 +109,15 @@ bool PlatformEventPosix::ConsumeSignal()
     return (mWord.fetch_or(kNotSignalled, std::memory_order_acq_rel) & kNotSignalled) == 0;
 }
 
+// A look that leaves the word's cache line to the signaller while there is no signal.
+bool PlatformEventPosix::SeesSignal() const
+{
+    return (mWord.load(std::memory_order_relaxed) & kNotSignalled) == 0;
+}
+
 bool PlatformEventPosix::SpinForSignal()
 {
-    return mSpin.Until(
-        [this] { return (mWord.load(std::memory_order_relaxed) & kNotSignalled) == 0 && ConsumeSignal(); });
+    return mSpin.Until([this] { return SeesSignal() && ConsumeSignal(); });
 }
 
 // Called by a waiter: whether a signal came in time. Only the deadline ends the wait without one: whatever else a
@@ -131,7 +136,7 @@ bool PlatformEventPosix::ConsumeBefore(const kz::Deadline& deadline)
 
 int PlatformEventPosix::Wait(int milliseconds)
 {
-    if (ConsumeSignal()) {
+    if (SeesSignal() && ConsumeSignal()) {
         return kWaitSignalled;
     }
     return milliseconds != 0 && AwaitSignal(milliseconds) ? kWaitSignalled : kWaitTimedOut;

@@ -26,6 +26,7 @@ private:
     class Waiter;
 
     bool ConsumeSignal();
+    bool SeesSignal() const;
     bool SpinForSignal();
     bool AwaitSignal(int milliseconds);
     bool ConsumeBefore(const kz::Deadline& deadline);
