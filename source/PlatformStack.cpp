@@ -1,45 +1,110 @@
+// The thread library tells where a stack ends downwards only with locks and memory. What is known of it is learned
+// instead: a frame further down than any before it is on the same stack when each page between can be read, because a
+// gap follows below every stack. That is asked of the kernel once a page.
 #include "PlatformStack.h"
 
 #include <pthread.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 
 // Set by the dynamic loader to the stack pointer that the kernel gave to the main thread.
 extern "C" void* __libc_stack_end;
 
-namespace kz {
-
 namespace {
 
-// The main thread's control block, once it is known. Relaxed: threads compare it with their own only.
-constinit std::atomic<uintptr_t> gMainControlBlock{0};
+constexpr uintptr_t kPageSize = 4096;  // or a part of one
 
-bool IsMainThread(uintptr_t controlBlock)
+// A frame further below what is known than this is taken for one of another stack, though it may be one of this.
+constexpr uintptr_t kFurthest = uintptr_t{16} << 20;
+
+// The known part of the calling thread's stack. A signal may come between any two reads or writes of it: `top` is
+// written once, after `low`, and `low` then sinks only, so that the two promise no more than is known in any order.
+struct KnownStack {
+    uintptr_t low;
+    uintptr_t top;  // 0 before the thread's first question
+};
+constinit thread_local KnownStack tStack __attribute__((tls_model("initial-exec"))) = {0, 0};
+
+constexpr uintptr_t PageOf(uintptr_t address)
 {
-    const uintptr_t known = gMainControlBlock.load(std::memory_order_relaxed);
-    if (known != 0) {
-        return known == controlBlock;
+    return address & ~(kPageSize - 1);
+}
+
+// The control block, whose address pthread_self() is, stands above the stack of a thread that the thread library made.
+// The main thread's lies among the mapped images instead.
+uintptr_t StackTop()
+{
+    return syscall(SYS_gettid) == getpid() ? reinterpret_cast<uintptr_t>(__libc_stack_end)
+                                           : static_cast<uintptr_t>(pthread_self());
+}
+
+// A caller may be about to look at errno.
+class KeptErrno {
+public:
+    KeptErrno() : mError(errno) {}
+    ~KeptErrno() { errno = mError; }
+    KeptErrno(const KeptErrno&) = delete;
+    KeptErrno& operator=(const KeptErrno&) = delete;
+
+private:
+    int mError;
+};
+
+// Whether a page can be read. The kernel reads the new mask there before it refuses to change the mask in an unknown
+// way. Sandboxes allow that call, and it takes a tenth of the time of a copy between processes.
+bool IsReadablePage(uintptr_t page)
+{
+    constexpr int kUnknownWay = -1;
+    constexpr size_t kMaskSize = 8;
+    const KeptErrno kept;
+    syscall(SYS_rt_sigprocmask, kUnknownWay, page, nullptr, kMaskSize);
+    return errno != EFAULT;
+}
+
+// Out of line, because its frame would slow the questions that are answered by what is known.
+__attribute__((noinline)) uintptr_t LearnDownTo(uintptr_t frame)
+{
+    if (tStack.top == 0) {
+        const uintptr_t top = StackTop();
+        tStack.low = PageOf(top);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        tStack.top = top;
     }
-    if (syscall(SYS_gettid) != getpid()) {
-        return false;
+    const uintptr_t top = tStack.top;
+    if (frame >= top || (frame < tStack.low && tStack.low - frame > kFurthest)) {
+        return 0;
     }
-    gMainControlBlock.store(controlBlock, std::memory_order_relaxed);
-    return true;
+    for (uintptr_t low = tStack.low; frame < low; tStack.low = low) {
+        low -= kPageSize;
+        if (!IsReadablePage(low)) {
+            return 0;
+        }
+    }
+    return top;
 }
 
 }  // namespace
 
-// The control block, whose address pthread_self() is, stands above the stack of a thread that the thread library made.
-// The main thread's lies among the mapped images instead, below its stack, which the kernel puts at the top of the
-// address space. A frame above the control block of another thread lies on a stack of its own, a signal's for one, of
-// which nothing is known.
-uintptr_t StackTop(uintptr_t frame)
+namespace kz {
+
+uintptr_t OwnStackTop(uintptr_t frame)
 {
-    const auto controlBlock = static_cast<uintptr_t>(pthread_self());
-    return frame < controlBlock || !IsMainThread(controlBlock) ? controlBlock
-                                                               : reinterpret_cast<uintptr_t>(__libc_stack_end);
+    const uintptr_t top = tStack.top;
+    return frame < top && frame >= tStack.low ? top : LearnDownTo(frame);
+}
+
+// A copy between processes, of which this is both: what another thread unmaps meanwhile is no fault.
+size_t CopyReadable(uintptr_t address, void* to, size_t size)
+{
+    const KeptErrno kept;
+    const iovec into = {to, size};
+    const iovec from = {reinterpret_cast<void*>(address), size};
+    const ssize_t copied = process_vm_readv(getpid(), &into, 1, &from, 1, 0);
+    return copied < 0 ? 0 : static_cast<size_t>(copied);
 }
 
 }  // namespace kz

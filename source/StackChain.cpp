@@ -6,36 +6,105 @@
 //      lower    | locals         |
 //
 // Code that was built without frame pointers keeps any value in that register, so a link is followed only where it
-// leads further up this thread's stack and its two words end below the stack's top: whatever lies there is readable.
+// leads further up. From a frame on the thread's own stack it must also end below the stack's top: whatever lies there
+// can be read. A fibre's or a signal's stack has ends that nobody tells, and there the kernel reads the words, which
+// knows what can be read.
 #include "StackChain.h"
 
 #include <climits>
 #include <cstdint>
+#include <cstring>
 
 #include "PlatformStack.h"
 #include "StackDecoder.h"
 
 namespace {
 
+// The link and the return address.
+struct Frame {
+    uintptr_t link;
+    uintptr_t returnAddress;
+};
+
 // A word of a frame, at any alignment and of any declared type.
 typedef uintptr_t FrameWord __attribute__((aligned(1), may_alias));
-constexpr uintptr_t kFrameSize = 2 * sizeof(FrameWord);
 
 constexpr uintptr_t kAlignmentBits = 3;
 
-constexpr bool IsFrame(uintptr_t frame, uintptr_t top)
+// The sanitizers' checks are off where a frame is read: a link that is not one may lead into their red zones, or to
+// words that other threads write.
+#define KZ_READS_FRAMES __attribute__((no_sanitize("address", "thread", "undefined")))
+
+// Frames of the thread's own stack, read in place.
+class OwnFrames {
+public:
+    explicit OwnFrames(uintptr_t top) : mLast(top - sizeof(Frame)) {}
+    KZ_READS_FRAMES bool Read(uintptr_t address, Frame* frame)
+    {
+        if (address > mLast) {
+            return false;
+        }
+        const auto* words = reinterpret_cast<const FrameWord*>(address);
+        *frame = {words[0], words[1]};
+        return true;
+    }
+
+private:
+    uintptr_t mLast;
+};
+
+// Frames of any other stack, read through a window that holds several of one. It is small because a signal's stack is.
+class ForeignFrames {
+public:
+    bool Read(uintptr_t address, Frame* frame)
+    {
+        if (mSize < sizeof *frame || address - mBegin > mSize - sizeof *frame) {
+            mBegin = address;
+            mSize = kz::CopyReadable(address, mBytes, sizeof mBytes);
+            if (mSize < sizeof *frame) {
+                return false;
+            }
+        }
+        std::memcpy(frame, mBytes + (address - mBegin), sizeof *frame);
+        return true;
+    }
+
+private:
+    uintptr_t mBegin = 0;
+    size_t mSize = 0;
+    unsigned char mBytes[512];
+};
+
+// Stores the return addresses from the frame at `address` on, without the first `skip`, and returns how many.
+template <typename Frames>
+KZ_READS_FRAMES inline long Walk(Frames frames, uintptr_t address, long skip, void** buffer, long entries)
 {
-    return frame != 0 && (frame & kAlignmentBits) == 0 && frame <= top && top - frame >= kFrameSize;
+    long count = 0;
+    Frame frame;
+    while (count < entries && frames.Read(address, &frame)) {
+        if (skip > 0) {
+            --skip;
+        } else {
+            buffer[count++] = reinterpret_cast<void*>(frame.returnAddress);
+        }
+        if (frame.link <= address || (frame.link & kAlignmentBits) != 0) {
+            break;
+        }
+        address = frame.link;
+    }
+    return count;
 }
 
-// Stores up to `entries` return addresses and returns how many. The sanitizers' checks are off here: a link that is not
-// one may lead into their red zones, or to words that other threads write.
-__attribute__((noinline, no_sanitize("address", "thread", "undefined"))) long RecordToBuf(void** buffer, long entries,
-                                                                                          void* givenFrame, void* pc,
-                                                                                          long skip)
+// Out of line, because the window would enlarge every recording's frame.
+__attribute__((noinline)) long WalkForeign(uintptr_t address, long skip, void** buffer, long entries)
 {
-    const auto present = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-    auto frame = present;
+    return Walk(ForeignFrames(), address, skip, buffer, entries);
+}
+
+// Stores up to `entries` return addresses and returns how many.
+__attribute__((noinline)) KZ_READS_FRAMES long RecordToBuf(void** buffer, long entries, void* givenFrame, void* pc,
+                                                           long skip)
+{
     long count = 0;
     if (pc != nullptr) {
         if (skip <= 0 && entries > 0) {
@@ -44,33 +113,13 @@ __attribute__((noinline, no_sanitize("address", "thread", "undefined"))) long Re
             --skip;
         }
     }
-    if (givenFrame != nullptr) {
-        frame = reinterpret_cast<uintptr_t>(givenFrame);
-    }
-    const uintptr_t top = kz::StackTop(frame);
-    if (frame != present && !IsFrame(frame, top)) {
+    const auto first = reinterpret_cast<uintptr_t>(givenFrame != nullptr ? givenFrame : __builtin_frame_address(0));
+    if ((first & kAlignmentBits) != 0) {
         return count;
     }
-    // A link is looked at once: it lies above its frame, so it is not null.
-    const uintptr_t last = top - kFrameSize;
-    const auto isNext = [&](uintptr_t link) { return link > frame && link <= last && (link & kAlignmentBits) == 0; };
-    for (; skip > 0; --skip) {
-        const uintptr_t link = *reinterpret_cast<const FrameWord*>(frame);
-        if (!isNext(link)) {
-            return count;
-        }
-        frame = link;
-    }
-    while (count < entries) {
-        const auto* words = reinterpret_cast<const FrameWord*>(frame);
-        buffer[count++] = reinterpret_cast<void*>(words[1]);
-        const uintptr_t link = words[0];
-        if (!isNext(link)) {
-            break;
-        }
-        frame = link;
-    }
-    return count;
+    const uintptr_t top = kz::OwnStackTop(first);
+    return count + (top != 0 ? Walk(OwnFrames(top), first, skip, buffer + count, entries - count)
+                             : WalkForeign(first, skip, buffer + count, entries - count));
 }
 
 // The call of the recording operation itself is skipped too.

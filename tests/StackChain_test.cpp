@@ -3,11 +3,12 @@
 #include <alloca.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -169,35 +170,107 @@ TEST(StackChain, ALinkThatIsNoneEndsTheWalk)
     }
 }
 
-// A second thread's stack ends at its control block, wherever the frame lies: what is above is not its own.
-TEST(StackChain, ASecondThreadFollowsNothingAboveItsStack)
+// Pages that can be read, with one behind them that can't.
+class GuardedPages {
+public:
+    GuardedPages()
+        : mPages(static_cast<char*>(mmap(nullptr, kSize + kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)))
+    {
+        EXPECT_EQ(mprotect(mPages, kSize, PROT_READ | PROT_WRITE), 0);
+    }
+    ~GuardedPages() { munmap(mPages, kSize + kPage); }
+    GuardedPages(const GuardedPages&) = delete;
+    GuardedPages& operator=(const GuardedPages&) = delete;
+
+    char* Begin() const { return mPages; }
+    char* End() const { return mPages + kSize; }
+    static constexpr size_t kPage = 4096;
+    static constexpr size_t kSize = 32 * kPage;
+
+private:
+    char* mPages;
+};
+
+template <typename Check>
+void OnBothKindsOfThread(Check check)
 {
-    const auto map = [] {
-        void* const page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        return static_cast<uintptr_t*>(page);
-    };
-    const auto record = [](uintptr_t* words) {
-        words[0] = reinterpret_cast<uintptr_t>(words + 2);
-        words[1] = 0x1111;
-        words[2] = 0;
-        words[3] = 0x2222;
-        Chain chain;
-        chain.RecordFrom(words, nullptr, -1);
-        return chain.GetCount();
-    };
-    uintptr_t* const above = map();  // mappings go downwards
+    GuardedPages first;  // mappings go downwards: above the second thread's stack
+    check(first);
     std::thread([&] {
-        uintptr_t* const below = map();
-        const auto self = static_cast<uintptr_t>(pthread_self());
-        if (reinterpret_cast<uintptr_t>(above) > self) {
-            EXPECT_EQ(record(above), 0);
-        }
-        if (reinterpret_cast<uintptr_t>(below) < self) {
-            EXPECT_EQ(record(below), 2) << "as a handler asks for the frames that its signal interrupted";
-        }
-        munmap(below, 4096);
+        GuardedPages second;
+        check(second);
+        check(first);
     }).join();
-    munmap(above, 4096);
+}
+
+TEST(StackChain, FramesOfAnotherStackAreFollowedWhileTheyCanBeRead)
+{
+    OnBothKindsOfThread([](const GuardedPages& pages) {
+        auto* const words = reinterpret_cast<uintptr_t*>(pages.End()) - 4;
+        const auto end = reinterpret_cast<uintptr_t>(pages.End());
+        const auto record = [](const void* frame) {
+            Chain chain;
+            chain.RecordFrom(const_cast<void*>(frame), nullptr, -1);
+            return chain.GetCount();
+        };
+        for (const uintptr_t link : {uintptr_t{0}, end, end + 8, end - 8, UINTPTR_MAX - 15, UINTPTR_MAX - 7}) {
+            words[0] = reinterpret_cast<uintptr_t>(words + 2);
+            words[2] = link;
+            errno = EDOM;
+            EXPECT_EQ(record(words), 2) << std::hex << link;
+            EXPECT_EQ(record(words + 2), 1) << std::hex << link;
+            EXPECT_EQ(record(words + 3), 0) << "half of it can be read";
+            EXPECT_EQ(record(words + 4), 0);
+            EXPECT_EQ(errno, EDOM);
+        }
+        for (uintptr_t* at = reinterpret_cast<uintptr_t*>(pages.Begin()); at != words; at += 2) {
+            at[0] = reinterpret_cast<uintptr_t>(at + 2);
+        }
+        EXPECT_EQ(record(pages.Begin()), 16);
+        Chain skipping;
+        skipping.RecordFrom(pages.Begin(), nullptr, 8190);
+        EXPECT_EQ(skipping.GetCount(), 1);
+    });
+}
+
+uintptr_t gLink;  // what the handler's frame holds in place of its link; 0: its own
+Chain* gChain;
+
+// Calls that keep frames, below one that uses its frame pointer for something else.
+void RecordInHandler(int)
+{
+    volatile auto* const link = static_cast<volatile uintptr_t*>(__builtin_frame_address(0));
+    const uintptr_t kept = *link;
+    *link = gLink != 0 ? gLink : kept;
+    RecordBelow(3, *gChain, 0);
+    *link = kept;
+}
+
+TEST(StackChain, ASignalsStackIsWalkedToItsEndAndNoFurther)
+{
+    OnBothKindsOfThread([](const GuardedPages& pages) {
+        stack_t old = {};
+        const stack_t own = {pages.Begin(), 0, GuardedPages::kSize};
+        ASSERT_EQ(sigaltstack(&own, &old), 0);
+        struct sigaction oldAction = {};
+        struct sigaction action = {};
+        action.sa_handler = &RecordInHandler;
+        action.sa_flags = SA_ONSTACK;
+        sigaction(SIGUSR1, &action, &oldAction);
+        Chain chain;
+        gChain = &chain;
+        for (const uintptr_t behind : {size_t{0}, size_t{8}, GuardedPages::kPage - 8}) {
+            gLink = reinterpret_cast<uintptr_t>(pages.End()) + behind;
+            std::raise(SIGUSR1);
+            EXPECT_EQ(chain.GetCount(), 6);
+        }
+        gLink = 0;
+        std::raise(SIGUSR1);
+        EXPECT_GE(chain.GetCount(), 6);
+        EXPECT_EQ(chain.GetBuffer()[1], chain.GetBuffer()[2]);
+        sigaction(SIGUSR1, &oldAction, nullptr);
+        sigaltstack(&old, nullptr);
+    });
 }
 
 TEST(StackChain, WorksOnASecondThreadAndIsCopiedByValue)
