@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <cstring>
 
 #include "PlatformDebugger.h"
 #include "Report.h"
+#include "StackChain.h"
 
 namespace {
 
@@ -19,6 +19,19 @@ constinit std::atomic<DebugOutputHandler> gHandler{nullptr};
 // Counters that nothing else hangs on: relaxed.
 constinit std::atomic<int32> gNumEvents[kNumLevels] = {};
 static_assert(std::atomic<int32>::is_always_lock_free && std::atomic<DebugOutputHandler>::is_always_lock_free);
+
+// How deep this thread is in calls of the handler. A handler that reports whatever it is called for would go on until
+// the stack ends; half the pool is more than those that report for a reason need.
+constexpr int kMostHandlers = 8;
+constinit thread_local int tHandlersRunning __attribute__((tls_model("initial-exec"))) = 0;
+
+class RunningHandler {
+public:
+    RunningHandler() { ++tHandlersRunning; }
+    ~RunningHandler() { --tHandlersRunning; }
+    RunningHandler(const RunningHandler&) = delete;
+    RunningHandler& operator=(const RunningHandler&) = delete;
+};
 
 constexpr bool IsLevel(int32 level)
 {
@@ -39,6 +52,63 @@ void DebugOutputCoreBreak(const char* text)
     pascal[0] = static_cast<unsigned char>(length);
     std::copy_n(TextOrEmpty(text), length, pascal + 1);
     kz::DebugStr(pascal);
+}
+
+void BreakOnError(const char* file, int32 line, uInt32 hash, const char* text)
+{
+    char message[1024];
+    kz::BoundedText rest(message, sizeof message);
+    rest.Append("ERR ");
+    rest.AppendInteger(hash, 16);
+    rest.Append(": ");
+    rest.Append(file);
+    rest.Append("(");
+    rest.AppendInteger(line);
+    rest.Append("): ");
+    rest.Append(text);
+    DebugOutputCoreBreak(message);
+}
+
+// Appends so much of `text` that the call chain has room behind it, with a blank for each control character, since the
+// whole is one line.
+void AppendOnOneLine(kz::BoundedText& rest, const char* text)
+{
+    constexpr size_t kMaxLength = 300;
+    constexpr unsigned char kDelete = 127;
+    const size_t length = strnlen(TextOrEmpty(text), kMaxLength);
+    for (size_t i = 0; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const char* const shown = byte < ' ' || byte == kDelete ? " " : text + i;
+        rest.Append(shown, shown + 1);
+    }
+}
+
+// Says on stderr why the process stops, where no handler says it. Nothing here allocates, locks or waits for a thread:
+// the defect may be anywhere.
+void TellWhyOnStderr(const char* file, int32 line, int32 level, const char* text)
+{
+    constexpr int kEntries = 16;
+    constexpr size_t kTextRoom = 700;
+    constexpr size_t kEntryRoom = sizeof " 0x" + 2 * sizeof(void*);
+    char message[kTextRoom + kEntries * kEntryRoom];
+    kz::BoundedText rest(message, sizeof message);
+    rest.Append("kzcore: report of level ");
+    rest.AppendInteger(level);
+    rest.Append(" at ");
+    AppendOnOneLine(rest, file);
+    rest.Append("(");
+    rest.AppendInteger(line);
+    rest.Append("): ");
+    AppendOnOneLine(rest, *TextOrEmpty(text) != '\0' ? text : "no text");
+    rest.Append("; called from");
+    StackChainFS<kEntries> chain;
+    chain.Record(0);
+    for (long i = 0; i < chain.GetCount(); ++i) {
+        rest.Append(" 0x");
+        rest.AppendInteger(reinterpret_cast<uintptr_t>(chain.GetBuffer()[i]), 16);
+    }
+    rest.Append("\n");
+    kz::WriteToStderr(message, sizeof message - 1 - rest.Room());
 }
 
 [[noreturn]] void DebugOutputCoreDie()
@@ -81,17 +151,20 @@ void DebugOutputCallHandler(const char* file, int32 line, const char* versionId,
                             const char* text, uInt64 extra)
 {
     if (const DebugOutputHandler handler = DebugOutputGetHandler(); handler != nullptr) {
+        if (tHandlersRunning == kMostHandlers) {
+            DebugOutputIncrementEventCount(level);
+            return;
+        }
+        const RunningHandler running;
         handler(file, line, versionId, level, hash, text, extra);
         return;
     }
     DebugOutputIncrementEventCount(level);
     if (level > kDbgWarning) {
-        char message[1024];
-        std::snprintf(message, sizeof message, "ERR %lx: %s(%d): %s", static_cast<unsigned long>(hash),
-                      TextOrEmpty(file), line, TextOrEmpty(text));
-        DebugOutputCoreBreak(message);
+        BreakOnError(file, line, hash, text);
     }
     if (level == kDbgFatal) {
+        TellWhyOnStderr(file, line, level, text);
         DebugOutputCoreDie();
     }
 }

@@ -11,14 +11,15 @@ typedef enum _DebugOutputLevel {
     kDbgInternal = 1,  // internal notes of the path tree
     kDbgWarning = 2,   // something is wrong, work goes on
     kDbgError = 3,     // a defect that the code survives; breaks into an attached debugger
-    kDbgFatal = 4      // a defect that can't be survived; stops the process
+    kDbgFatal = 4      // a defect that can't be survived; says so on stderr and stops the process
 } _DebugOutputLevel;
 
 KZ_EXTERN_C_BEGIN
 
 // Receives one report, on the thread that reports. The texts are the library's and valid during the call only. `hash`
 // identifies the reporting place and is 0 at levels 0 and 1. A handler may call the library, report included; it must
-// not throw.
+// return and not throw. Reports that are nested more than 8 deep on one thread, as those of a handler that reports each
+// time, are counted and not handed on.
 typedef void (*DebugOutputHandler)(const char* file, int32 line, const char* versionId, int32 level, uInt32 hash,
                                    const char* text, uInt64 extra);
 
@@ -39,7 +40,8 @@ KZ_EXPORT void DebugOutputIncrementEventCount(int32 level);
 KZ_EXPORT void DebugOutputResetNumEvents(void);
 
 // Sends one report: to the handler, or else counts it, from level 3 on breaks into an attached debugger, and at level 4
-// stops the process.
+// writes a line to stderr, with the text and the addresses of the call chain, and stops the process by a fault. Takes
+// no lock and no memory.
 KZ_EXPORT void DebugOutputCallHandler(const char* file, int32 line, const char* versionId, int32 level, uInt32 hash,
                                       const char* text, uInt64 extra);
 

@@ -1,18 +1,18 @@
 // The pool is static and so exists before any allocator. What a report touches of the service stands here too and not
 // in the service's object, since other threads may report while the service stops and its object goes. A record stays
-// claimed until its stream gives it back, after a stop too; a start takes back all records, and with them those of
-// streams that were dropped.
+// claimed until its stream gives it back, whatever starts and stops in between: a start takes none back, because a
+// stream that lives may be writing to it.
 #include "DebugStream.h"
 
+#include <fcntl.h>
 #include <pthread.h>
+#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 
 #include "KZApp.h"
@@ -36,8 +36,16 @@ constinit std::atomic<bool> gReady{false};
 // Since the last start. Relaxed: a number that nothing else hangs on.
 constinit std::atomic<int32> gFailedCheckouts{0};
 
-// The text of a stream for which there is no memory at all; never written.
-constinit char gNoText[1] = {};
+// Keeps each entry of the clash file whole, and the emptying of the file before all entries. What is done under it
+// calls neither the host nor a handler.
+constinit std::mutex gClashLock;
+
+// Set by a start, until the first clash has emptied the file. Relaxed: the lock orders those who take it back.
+constinit std::atomic<bool> gClashFileIsOld{true};
+
+// Set while this thread logs a clash: what it reports meanwhile, the host's answer included, would clash without end.
+// In static storage of the thread, because memory is short where it counts.
+constinit thread_local bool tLogsClash __attribute__((tls_model("initial-exec"))) = false;
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -60,11 +68,29 @@ void MakeSureOfService()
     }
 }
 
+// The clash file, for one entry; empty for the first after a start. Null when it can't be opened. Requires: gClashLock
+// is held.
+std::FILE* OpenClashFile()
+{
+    constexpr mode_t kReadWriteForAll = 0666;
+    const int emptied = gClashFileIsOld.exchange(false, std::memory_order_relaxed) ? O_TRUNC : 0;
+    const int descriptor =
+        open("DebugStreamClash.txt", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | emptied, kReadWriteForAll);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    std::FILE* const file = fdopen(descriptor, "a");
+    if (file == nullptr) {
+        close(descriptor);
+    }
+    return file;
+}
+
 // Logs that a stream found no buffer, with its stack.
 void WriteClash(const StackChain& stack, int32 failedCheckouts)
 {
-    const std::unique_ptr<std::FILE, FileCloser> file(
-        std::fopen("DebugStreamClash.txt", failedCheckouts == 1 ? "we" : "ae"));
+    const std::lock_guard lock(gClashLock);
+    const std::unique_ptr<std::FILE, FileCloser> file(OpenClashFile());
     if (file == nullptr) {
         return;
     }
@@ -85,6 +111,15 @@ void WriteClash(const StackChain& stack, int32 failedCheckouts)
     }
 }
 
+// Sets the flag of this thread for as long as it lives.
+class LogsClash {
+public:
+    LogsClash() { tLogsClash = true; }
+    ~LogsClash() { tLogsClash = false; }
+    LogsClash(const LogsClash&) = delete;
+    LogsClash& operator=(const LogsClash&) = delete;
+};
+
 }  // namespace
 
 DebugStream::DebugStream(const char* file, int line, const char* versionId, _DebugOutputLevel level)
@@ -95,21 +130,17 @@ DebugStream::DebugStream(const char* file, int line, const char* versionId, _Deb
       mPoolRecord(DebugStream_Service::CheckOutDebugStreamBuffer())
 {
     mText = mPoolRecord != nullptr ? mPoolRecord->text : static_cast<char*>(std::malloc(kTextSize));
-    if (mText == nullptr) {
-        mText = mCursor = mEnd = gNoText;
-        return;
+    if (mText != nullptr) {
+        mRest = kz::BoundedText(mText, kTextSize);
     }
-    mCursor = mText;
-    mEnd = mText + kTextSize - 1;
-    *mText = '\0';
 }
 
 void DebugStream::Process() const
 {
-    DebugOutputCallHandler(mFile, mLine, mVersionId, mLevel, mHash, mText, mExtra);
+    DebugOutputCallHandler(mFile, mLine, mVersionId, mLevel, mHash, mText != nullptr ? mText : "", mExtra);
     if (mPoolRecord != nullptr) {
         DebugStream_Service::CheckInDebugStreamBuffer(mPoolRecord);
-    } else if (mText != gNoText) {
+    } else {
         std::free(mText);
     }
 }
@@ -138,6 +169,10 @@ __attribute__((noinline)) DebugStreamBufferPoolRecord* DebugStream_Service::Chec
         }
     }
     const int32 failedCheckouts = gFailedCheckouts.fetch_add(1, std::memory_order_relaxed) + 1;
+    if (tLogsClash) {
+        return nullptr;
+    }
+    const LogsClash logging;
     if (!IsReleaseHost()) {
         StackChainFS<16> stack;
         stack.Record(2);
@@ -154,9 +189,7 @@ void DebugStream_Service::CheckInDebugStreamBuffer(DebugStreamBufferPoolRecord* 
 
 KzErr DebugStream_Service::_Init()
 {
-    for (DebugStreamBufferPoolRecord& record : gPool) {
-        CheckInDebugStreamBuffer(&record);
-    }
+    gClashFileIsOld.store(true, std::memory_order_relaxed);
     gFailedCheckouts.store(0, std::memory_order_relaxed);
     gReady.store(true, std::memory_order_relaxed);
     return kzErrNone;

@@ -1,8 +1,8 @@
 // A report while it is being written: a short text in a pooled buffer, with its place, level and hash.
 //
 // A stream lives on one thread's stack. Any number of threads may report at once, at any time: before the first
-// service, while services stop, and after. A report allocates nothing while one of the 16 pooled buffers is free, and
-// takes no lock; a handler may report in its turn.
+// service, while services stop, and after. A report allocates nothing and takes no lock while one of the 16 pooled
+// buffers is free; a handler may report in its turn.
 #ifndef KZCORE_DEBUGSTREAM_H
 #define KZCORE_DEBUGSTREAM_H
 
@@ -19,15 +19,19 @@
 struct DebugStreamBufferPoolRecord;
 class DbgFmtToDebugStream;
 
-class KZ_EXPORT DebugStream {
-public:
-    // Checks out a buffer. `file` and `versionId` are kept as pointers.
-    DebugStream(const char* file, int line, const char* versionId, _DebugOutputLevel level);
-    DebugStream(const DebugStream&) = delete;
-    DebugStream& operator=(const DebugStream&) = delete;
+namespace kz {
 
-    // Each appends, and drops what passes 255 bytes; the text stays NUL-terminated. Null appends nothing.
-    void Append(char c) { Append(&c, &c + 1); }
+// A text that grows in room of a fixed size: what doesn't fit is dropped without a mark, and the text stays
+// NUL-terminated. Takes no lock and no memory and calls nothing of stdio, so that a signal handler may use it.
+class BoundedText {
+public:
+    // No room at all.
+    BoundedText() = default;
+
+    // An empty text in `size` bytes at `text`. Requires: size > 0.
+    BoundedText(char* text, std::size_t size) : mCursor(text), mEnd(text + size - 1) { *text = '\0'; }
+
+    // Null appends nothing.
     void Append(const char* text)
     {
         if (text != nullptr) {
@@ -40,35 +44,68 @@ public:
             return;
         }
         const auto length = static_cast<std::size_t>(end - begin);
-        const auto room = static_cast<std::size_t>(mEnd - mCursor);
-        if (length <= room) {
+        if (length <= Room()) {
             std::memcpy(mCursor, begin, length);  // of a literal: moves, no call
             mCursor += length;
         } else {
-            std::memcpy(mCursor, begin, room);
+            std::memcpy(mCursor, begin, Room());
             mCursor = mEnd;
         }
         *mCursor = '\0';
     }
 
+    // An integer's digits, letters among them in lower case. Requires: base >= 10.
+    template <std::integral T>
+    void AppendInteger(T value, int base = 10)
+    {
+        constexpr std::ptrdiff_t kMostDigits = 21;
+        if (mEnd - mCursor >= kMostDigits) {
+            mCursor = std::to_chars(mCursor, mEnd, value, base).ptr;
+            *mCursor = '\0';
+        } else {
+            char text[kMostDigits];
+            Append(text, std::to_chars(text, text + sizeof text, value, base).ptr);
+        }
+    }
+
+    // For a writer of another kind: where the next character goes, how many have room there before the closing NUL,
+    // and what it tells when it wrote some. Requires: length <= Room().
+    char* Cursor() { return mCursor; }
+    std::size_t Room() const { return static_cast<std::size_t>(mEnd - mCursor); }
+    void Advance(std::size_t length) { mCursor += length; }
+
+private:
+    char* mCursor = nullptr;
+    char* mEnd = nullptr;  // the last byte that can hold the closing NUL
+};
+
+}  // namespace kz
+
+class KZ_EXPORT DebugStream {
+public:
+    // Checks out a buffer. `file` and `versionId` are kept as pointers. When there is no memory for a buffer the text
+    // stays empty.
+    DebugStream(const char* file, int line, const char* versionId, _DebugOutputLevel level);
+    DebugStream(const DebugStream&) = delete;
+    DebugStream& operator=(const DebugStream&) = delete;
+
+    // Each appends, and drops what passes 255 bytes; the text stays NUL-terminated. Null appends nothing.
+    void Append(char c) { mRest.Append(&c, &c + 1); }
+    void Append(const char* text) { mRest.Append(text); }
+    void Append(const char* begin, const char* end) { mRest.Append(begin, end); }
+
     // The same of an integer in decimal digits.
     template <std::integral T>
     void AppendInteger(T value)
     {
-        constexpr std::ptrdiff_t kMostDigits = 21;
-        if (mEnd - mCursor >= kMostDigits) {
-            mCursor = std::to_chars(mCursor, mEnd, value).ptr;
-            *mCursor = '\0';
-        } else {
-            char text[kMostDigits];
-            Append(text, std::to_chars(text, text + sizeof text, value).ptr);
-        }
+        mRest.AppendInteger(value);
     }
 
     // Identifies the reporting place to the handler; 0 until set.
     void SetHash(uInt32 hash) { mHash = hash; }
 
-    // Sends the text and gives back the buffer: exactly once.
+    // Sends the text and gives back the buffer: exactly once. A stream that is dropped without it keeps its buffer for
+    // the life of the process.
     void Process() const;
 
 private:
@@ -77,9 +114,8 @@ private:
     const char* mVersionId;
     int32 mLevel;
     uInt32 mHash = 0;
-    char* mText;
-    char* mCursor;
-    char* mEnd;                                // the last byte that can hold the closing NUL
+    char* mText;                               // null without memory
+    kz::BoundedText mRest;                     // where the text goes on
     DebugStreamBufferPoolRecord* mPoolRecord;  // null when the buffer came from malloc
     uInt64 mExtra = 0;
 };
@@ -104,6 +140,8 @@ KZ_EXPORT void ToDebugStream(DebugStream& stream, unsigned long long value);
 KZ_EXPORT void ToDebugStream(DebugStream& stream, const double& value);
 KZ_EXPORT void ToDebugStream(DebugStream& stream, float value);
 KZ_EXPORT void ToDebugStream(DebugStream& stream, const DbgFmtToDebugStream& value);
+// A character would print as its number: DbgFmtNum("%c", c), or Append.
+void ToDebugStream(DebugStream& stream, char value) = delete;
 
 namespace kz {
 
@@ -141,7 +179,8 @@ public:
 
     // Claims a buffer; null while the service doesn't run, or when all are taken. The latter counts as a failed
     // checkout and, unless the host is a release, appends the caller's stack to "DebugStreamClash.txt" in the current
-    // directory, a file that the first failure after a start writes anew.
+    // directory, a file that the first such failure after a start empties. What is reported on this thread meanwhile,
+    // by the host's GetAppEditorVersion for one, is not logged so.
     static DebugStreamBufferPoolRecord* CheckOutDebugStreamBuffer();
 
     // Gives a buffer back, also after the service stopped.

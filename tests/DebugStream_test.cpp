@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <regex>
@@ -124,6 +126,13 @@ TEST(DebugStream, KeepsTheFirst255Bytes)
               "bc");
 }
 
+template <typename T>
+concept Printable = requires(DebugStream& stream, T value)
+{
+    ToDebugStream(stream, value);
+};
+static_assert(Printable<int8> && Printable<uInt8> && !Printable<char> && !Printable<int*>);
+
 int SomeFunction(int);
 
 TEST(DebugStream, ValuesPrintByTheirType)
@@ -215,14 +224,27 @@ TEST_F(PoolTest, BuffersComeFromThePoolOnlyWhileTheServiceRuns)
     EXPECT_NE(KZSingleton_T<DebugStream_Service>::M_instPtr.load(), nullptr) << "a stream makes the object";
 }
 
-TEST_F(PoolTest, AStartTakesBackTheBuffersOfDroppedStreams)
+TEST_F(PoolTest, AStreamThatLivesAcrossARestartKeepsItsBuffer)
 {
     ReportCatcher catcher;
-    for (int run = 0; run < 2; ++run) {
+    {
+        OpenStreams old;
+        {
+            RunningService service;
+            old.Open(kPoolSize / 2);
+        }
         RunningService service;
-        const DebugStream dropped("f", 1, "", kDbgLog);
         OpenStreams streams;
-        streams.Open(kPoolSize - 1);  // one more would be reported when the service stops
+        for (int i = 0; i < kPoolSize / 2; ++i) {
+            streams.Open("new");
+        }
+        old.ProcessAll();
+        streams.Open(kPoolSize / 2);  // one more would be reported when the service stops
+    }
+    const std::vector<CaughtReport> reports = catcher.TakeAll();
+    ASSERT_EQ(reports.size(), 3u * kPoolSize / 2);
+    for (size_t i = 0; i < kPoolSize / 2; ++i) {
+        EXPECT_EQ(reports[i].text, std::to_string(i)) << "sent first, with the texts they had";
     }
 }
 
@@ -276,6 +298,93 @@ TEST_F(PoolTest, AClashLogsTheStackOfWhoReported)
     }
 }
 
+// Every first clash after a start empties the file, and what other threads wrote meanwhile is in it all the same.
+TEST_F(PoolTest, ClashesOfSeveralThreadsAreAllLogged)
+{
+    constexpr int kThreads = 8;
+    constexpr int kClashes = 3;
+    ReportCatcher catcher;
+    mHost.editorVersion = kDevelopment;
+    for (int run = 0; run < 10; ++run) {
+        {
+            RunningService service;
+            OpenStreams streams;
+            streams.Open(kPoolSize);
+            std::vector<std::thread> threads;
+            for (int t = 0; t < kThreads; ++t) {
+                threads.emplace_back([] {
+                    for (int i = 0; i < kClashes; ++i) {
+                        OpenStreamThatClashes();
+                    }
+                });
+            }
+            std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
+        }
+        EXPECT_TRUE(catcher.Take(kDbgWarning, std::to_string(kThreads * kClashes) + kFailedCheckouts));
+        std::istringstream lines(ClashText());
+        int heads = 0;
+        int ends = 0;
+        for (std::string line; std::getline(lines, line);) {
+            const bool isHead = line.rfind("=== ", 0) == 0;
+            EXPECT_TRUE(!isHead || heads == ends) << "an entry within another";
+            heads += isHead ? 1 : 0;
+            ends += line.empty() ? 1 : 0;
+        }
+        EXPECT_EQ(heads, kThreads * kClashes);
+        EXPECT_EQ(ends, heads);
+    }
+}
+
+// Reports when it is asked, as one that reads its version from a file may.
+class ReportingHost : public kztest::TestHost {
+public:
+    uInt32 GetAppEditorVersion() override
+    {
+        KZ_LOG(kDbgLog) << "asked";
+        return kztest::TestHost::GetAppEditorVersion();
+    }
+};
+
+int gHandled;
+
+void HandlerThatAlwaysReports(const char*, int32, const char*, int32, uInt32, const char*, uInt64)
+{
+    ++gHandled;
+    KZ_LOG(kDbgLog) << "nested";
+}
+
+TEST_F(PoolTest, HostsAndHandlersThatReportAreNotAskedWithoutEnd)
+{
+    ReportingHost host;
+    KZAppInterfaceSet(&host);
+    for (const uInt32 version : {kDevelopment, mHost.editorVersion}) {
+        host.editorVersion = version;
+        ReportCatcher catcher;
+        {
+            RunningService service;
+            OpenStreams streams;
+            streams.Open(kPoolSize);
+            OpenStreamThatClashes();
+            OpenStreamThatClashes();
+        }
+        for (const char* text : {"asked", "clash", "asked", "clash"}) {
+            EXPECT_TRUE(catcher.Take(kDbgLog, text)) << text;
+        }
+        EXPECT_FALSE(catcher.Take(kDbgLog, "asked"));
+        EXPECT_TRUE(catcher.Take(kDbgWarning, std::string("4") + kFailedCheckouts));
+    }
+    DebugOutputResetNumEvents();
+    for (int run = 1; run <= 2; ++run) {
+        gHandled = 0;
+        DebugOutputSetHandler(&HandlerThatAlwaysReports);
+        KZ_LOG(kDbgLog) << "outer";
+        DebugOutputSetHandler(nullptr);
+        EXPECT_EQ(gHandled, 8);
+        EXPECT_EQ(DebugOutputGetNumEvents(kDbgLog), run) << "what is not handed on is counted";
+    }
+    DebugOutputResetNumEvents();
+}
+
 std::atomic<int> gGoodTexts;
 std::atomic<int> gBadTexts;
 
@@ -309,11 +418,9 @@ TEST_F(PoolTest, ThreadsReportWhileTheServiceStartsAndStops)
             running.fetch_sub(1);
         });
     }
-    {
+    while (running.load() > 0) {
         RunningService service;
-        while (running.load() > kThreads / 2) {
-            std::this_thread::yield();
-        }
+        std::this_thread::yield();
     }
     for (std::thread& thread : threads) {
         thread.join();
@@ -380,48 +487,99 @@ TEST(DebugOutput, CountsAreForReportsWithoutAHandler)
     DebugOutputResetNumEvents();
 }
 
-TEST(DebugOutputDeathTest, LevelFourStopsTheProcess)
+TEST(DebugOutputDeathTest, LevelFourSaysWhyOnOneLineAndStopsTheProcess)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     ASSERT_EQ(DebugOutputGetHandler(), nullptr);
-    EXPECT_DEATH(KZ_REPORT(kDbgFatal, 0x48E5B913) << "the end", "");
+    EXPECT_DEATH(KZ_REPORT(kDbgFatal, 0x48E5B913) << "the\nend\x7F"
+                                                     " of "
+                                                  << 3,
+                 "kzcore: report of level 4 at tests/DebugStream\\([0-9]+\\): the end  of 3; called from"
+                 "( 0x[0-9a-f]+){5,16}\n");
+    EXPECT_DEATH(DebugOutputCallHandler(nullptr, 1, "", kDbgFatal, 0, nullptr, 0),
+                 " at \\(1\\): no text; called from 0x");
+    const std::string long400(400, 'x');
+    EXPECT_DEATH(DebugOutputCallHandler(long400.c_str(), 1, "", kDbgFatal, 0, long400.c_str(), 0),
+                 " at x+\\(1\\): x{200}x+; called from( 0x[0-9a-f]+)+\n");
+    const auto reportToNobody = [] {
+        int ends[2];
+        if (pipe(ends) == 0 && dup2(ends[1], STDERR_FILENO) >= 0 && close(ends[0]) == 0) {
+            DebugOutputCallHandler("", 1, "", kDbgFatal, 0, "", 0);
+        }
+    };
+    EXPECT_EXIT(
+        reportToNobody(), [](int status) { return WIFSIGNALED(status) && WTERMSIG(status) != SIGPIPE; }, "");
 }
 
-// In a traced child: one report, whose text a debugger's user would read.
-[[noreturn]] void ReportUnderTrace(int stderrTo, const std::string& text)
-{
-    dup2(stderrTo, STDERR_FILENO);
-    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
-        _exit(1);
-    }
-    DebugOutputCallHandler("source/File", 12, "", kDbgError, 0xAB12CD34, text.c_str(), 0);
-    _exit(0);
-}
+// What becomes of a child that sends one report of level 3.
+struct ErrorOfChild {
+    std::string written;  // to stderr
+    bool stopped;         // by the trap, of which its tracer was told
+    int status;           // at its end
+};
 
-TEST(DebugOutput, AnErrorBreaksIntoADebuggerWithTheFirst255Characters)
+// The tracer is a debugger, or else one that passes every signal on.
+enum class Tracer { kNone, kDebugger, kOther };
+
+template <typename Prepare>
+ErrorOfChild ReportErrorInAChild(Tracer tracer, const std::string& text, Prepare prepare)
 {
-    const std::string text(300, 'z');
+    constexpr int kCannotTrace = 99;
     int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const pid_t child = fork();
-    ASSERT_GE(child, 0);
     if (child == 0) {
-        ReportUnderTrace(ends[1], text);
+        dup2(ends[1], STDERR_FILENO);
+        if (tracer != Tracer::kNone && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+            _exit(kCannotTrace);
+        }
+        prepare();
+        DebugOutputCallHandler("source/File", 12, "", kDbgError, 0xAB12CD34, text.c_str(), 0);
+        _exit(0);
     }
     close(ends[1]);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    char got[1024];
-    const ssize_t size = read(ends[0], got, sizeof got);
-    close(ends[0]);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 1) {
-        GTEST_SKIP() << "tracing is not allowed here";
+    ErrorOfChild got = {};
+    while (waitpid(child, &got.status, 0) == child && WIFSTOPPED(got.status)) {
+        got.stopped |= WSTOPSIG(got.status) == SIGTRAP;
+        const intptr_t passedOn = tracer == Tracer::kOther ? WSTOPSIG(got.status) : 0;
+        ptrace(PTRACE_CONT, child, nullptr, passedOn);
     }
-    ASSERT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGTRAP) << status;
-    kill(child, SIGKILL);
-    waitpid(child, &status, 0);
-    EXPECT_EQ(std::string(got, static_cast<size_t>(std::max<ssize_t>(size, 0))),
-              ("ERR ab12cd34: source/File(12): " + text).substr(0, 255) + "\n");
+    char bytes[1024];
+    const ssize_t size = read(ends[0], bytes, sizeof bytes);
+    close(ends[0]);
+    got.written.assign(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    return got;
+}
+
+TEST(DebugOutput, AnErrorBreaksIntoADebuggerAndSurvivesOtherTracers)
+{
+    const std::string text(300, 'z');
+    const std::string shown = ("ERR ab12cd34: source/File(12): " + text).substr(0, 255) + "\n";
+    const auto nothing = [] {};
+    const auto block = [] {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    };
+    const auto looksTraced = [] { prctl(PR_SET_NAME, "TracerPid:\t7"); };
+    const struct {
+        Tracer tracer;
+        std::function<void()> prepare;
+        std::string written;
+    } kRows[] = {
+        {Tracer::kDebugger, nothing, shown}, {Tracer::kDebugger, block, shown}, {Tracer::kOther, nothing, shown},
+        {Tracer::kOther, block, shown},      {Tracer::kNone, nothing, ""},      {Tracer::kNone, looksTraced, ""},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE("row " + std::to_string(&row - kRows));
+        const ErrorOfChild got = ReportErrorInAChild(row.tracer, text, row.prepare);
+        if (WIFEXITED(got.status) && WEXITSTATUS(got.status) == 99) {
+            GTEST_SKIP() << "tracing is not allowed here";
+        }
+        EXPECT_EQ(got.status, 0);
+        EXPECT_EQ(got.stopped, row.tracer != Tracer::kNone);
+        EXPECT_EQ(got.written, row.written);
+    }
 }
 
 }  // namespace
