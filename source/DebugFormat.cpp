@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "PlatformLocale.h"
 
@@ -10,31 +11,89 @@ namespace {
 
 constexpr char kBadFormat[] = "__DbgFmtType: Bad Format__";
 
-// The parts of one conversion, as pointers into the format.
-struct Conversion {
-    const char* begin = nullptr;     // its '%'
-    const char* modifier = nullptr;  // the end of flags, width and precision
-    char letter = '\0';
-    const char* end = nullptr;  // behind the letter
+constexpr char kFlags[] = "-+ #0'";
+
+// The widest field and the finest precision that are used: more than a report holds would only cost time.
+constexpr int kMostCharacters = 255;
+
+// What a conversion takes from the arguments.
+enum class Argument { kSigned, kUnsigned, kCharacter, kDouble, kOther };
+
+// The conversions by their letters, and the length modifiers that each may have. Two are left out: %m, which takes no
+// argument, and %n, which writes to it.
+constexpr struct Kind {
+    const char* letters;
+    Argument argument;
+    const char* lengths;
+    bool doubles;  // "hh" and "ll" too
+} kKinds[] = {
+    {"di", Argument::kSigned, "hlqjzt", true}, {"ouxX", Argument::kUnsigned, "hlqjzt", true},
+    {"c", Argument::kCharacter, "l", false},   {"aAeEfFgG", Argument::kDouble, "lL", false},
+    {"s", Argument::kOther, "l", false},       {"CSp", Argument::kOther, "", false},
 };
 
-const char* SkipAny(const char* p, const char* set)
+// One conversion: '%', flags, width, '.' and precision, length, letter, in this order. Only the first and the last must
+// be there.
+struct Conversion {
+    const char* begin = nullptr;  // its '%'
+    const char* end = nullptr;    // behind the letter
+    const Kind* kind = nullptr;
+    char letter = '\0';
+    bool flags[sizeof kFlags - 1] = {};
+    int width = -1;  // -1 without one, and no more than one too many
+    int precision = -1;
+};
+
+bool IsOneOf(char c, const char* set)
 {
-    return p + std::strspn(p, set);
+    return c != '\0' && std::strchr(set, c) != nullptr;
 }
 
-// Reads the conversion at `p`, which points to a '%' and not to "%%"; false when it isn't complete.
+// Reads the digits at `p`, and moves it behind them; 0 without digits.
+int ReadNumber(const char*& p)
+{
+    int number = 0;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        number = std::min(number * 10 + (*p - '0'), kMostCharacters + 1);
+    }
+    return number;
+}
+
+const Kind* KindOf(char letter)
+{
+    const auto* kind =
+        std::find_if(std::begin(kKinds), std::end(kKinds), [&](const Kind& k) { return IsOneOf(letter, k.letters); });
+    return kind != std::end(kKinds) ? kind : nullptr;
+}
+
+// Reads the conversion at `p`, which points to a '%' and not to "%%"; false when it isn't one. A '*' is no part of it:
+// it would take an argument of its own, which is not there.
 bool ReadConversion(const char* p, Conversion* conversion)
 {
-    conversion->begin = p;
-    conversion->modifier = SkipAny(p + 1, "-+ #0'123456789.*");
-    p = SkipAny(conversion->modifier, "hlLqjzt");
+    conversion->begin = p++;
+    for (; IsOneOf(*p, kFlags); ++p) {
+        conversion->flags[std::strchr(kFlags, *p) - kFlags] = true;
+    }
+    if (IsOneOf(*p, "123456789")) {
+        conversion->width = ReadNumber(p);
+    }
+    if (*p == '.') {
+        conversion->precision = ReadNumber(++p);
+    }
+    const char length = *p;
+    int lengthSize = 0;
+    if (IsOneOf(length, "hlLqjzt")) {
+        lengthSize = (length == 'h' || length == 'l') && p[1] == length ? 2 : 1;
+        p += lengthSize;
+    }
     conversion->letter = *p;
     conversion->end = p + 1;
-    return *p != '\0' && std::strchr("diouxXcCsSpnmaAeEfFgG", *p) != nullptr;
+    conversion->kind = KindOf(*p);
+    return conversion->kind != nullptr && (lengthSize == 0 || IsOneOf(length, conversion->kind->lengths)) &&
+           (lengthSize < 2 || conversion->kind->doubles);
 }
 
-// Finds the format's only conversion; false when there is none, more than one or an incomplete one.
+// Finds the format's only conversion; false when there is none, more than one or one that is not complete.
 bool FindOnlyConversion(const char* format, Conversion* only)
 {
     bool found = false;
@@ -53,59 +112,56 @@ bool FindOnlyConversion(const char* format, Conversion* only)
     return found;
 }
 
-// Appends to a text of fixed size and cuts what doesn't fit.
-class Writer {
-public:
-    Writer(char* text, size_t size) : mCursor(text), mEnd(text + size - 1) { *mCursor = '\0'; }
-
-    // The text between two conversions, with "%%" for each '%'.
-    void AppendLiteral(const char* p, const char* end)
-    {
-        for (; p != end && mCursor != mEnd; ++p) {
-            p += *p == '%' ? 1 : 0;
-            *mCursor++ = *p;
-        }
-        *mCursor = '\0';
-    }
-
-    template <typename T>
-    void AppendConverted(const char* format, T value)
-    {
-        const auto room = static_cast<size_t>(mEnd - mCursor);
-        const kz::ScopedLocale scope(kz::CLocale());
-        const int length = std::snprintf(mCursor, room + 1, format, value);
-        if (length > 0) {
-            mCursor += std::min(room, static_cast<size_t>(length));
-        }
-    }
-
-private:
-    char* mCursor;
-    char* mEnd;
-};
-
-// Formats with the one conversion rebuilt around `modifier`. False for a format of another class than `letters`, or one
-// whose width is taken from an argument that isn't there.
-template <typename T>
-bool Format(const char* format, const char* letters, const char* modifier, T value, char* text, size_t size)
+// The text beside the conversion, with "%%" for each '%'.
+void AppendLiteral(kz::BoundedText& text, const char* p, const char* end)
 {
-    Conversion conversion;
-    if (!FindOnlyConversion(format, &conversion) || std::strchr(letters, conversion.letter) == nullptr ||
-        std::find(conversion.begin, conversion.modifier, '*') != conversion.modifier) {
-        return false;
+    for (; p != end && text.Room() > 0; ++p) {
+        p += *p == '%' ? 1 : 0;
+        text.Append(p, p + 1);
     }
-    char rebuilt[256];  // as long as the longest text
-    const int length =
-        std::snprintf(rebuilt, sizeof rebuilt, "%.*s%s%c", static_cast<int>(conversion.modifier - conversion.begin),
-                      conversion.begin, modifier, conversion.letter);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof rebuilt) {
-        return false;
+}
+
+template <typename T>
+void AppendConverted(kz::BoundedText& text, const char* format, T value)
+{
+    const kz::ScopedLocale scope(kz::CLocale());
+    const int length = std::snprintf(text.Cursor(), text.Room() + 1, format, value);
+    if (length > 0) {
+        text.Advance(std::min(text.Room(), static_cast<size_t>(length)));
     }
-    Writer writer(text, size);
-    writer.AppendLiteral(format, conversion.begin);
-    writer.AppendConverted(rebuilt, value);
-    writer.AppendLiteral(conversion.end, conversion.end + std::strlen(conversion.end));
-    return true;
+}
+
+// Formats with the conversion rebuilt around `length`, the value's own.
+template <typename T>
+void Format(const char* format, const Conversion& conversion, const char* length, T value, kz::BoundedText text)
+{
+    char rebuilt[32];
+    kz::BoundedText rest(rebuilt, sizeof rebuilt);
+    rest.Append("%");
+    for (size_t i = 0; i < std::size(conversion.flags); ++i) {
+        rest.Append(kFlags + i, kFlags + i + (conversion.flags[i] ? 1 : 0));
+    }
+    if (conversion.width >= 0) {
+        rest.AppendInteger(conversion.width);
+    }
+    if (conversion.precision >= 0) {
+        rest.Append(".");
+        rest.AppendInteger(conversion.precision);
+    }
+    rest.Append(length);
+    rest.Append(&conversion.letter, &conversion.letter + 1);
+    AppendLiteral(text, format, conversion.begin);
+    AppendConverted(text, rebuilt, value);
+    AppendLiteral(text, conversion.end, conversion.end + std::strlen(conversion.end));
+}
+
+// The argument of the format's only conversion; kOther where there is none such, or one too wide.
+Argument FindUsableConversion(const char* format, Conversion* conversion)
+{
+    return FindOnlyConversion(format, conversion) && conversion->width <= kMostCharacters &&
+                   conversion->precision <= kMostCharacters
+               ? conversion->kind->argument
+               : Argument::kOther;
 }
 
 }  // namespace
@@ -140,17 +196,28 @@ void DbgFmtQuadChar::ToDebugStream(DebugStream& stream) const
 
 void DbgFmtNum::FormatInteger(const char* format, int64 asSigned, uInt64 asUnsigned)
 {
-    if (!Format(format, "di", "ll", asSigned, mText, sizeof mText) &&
-        !Format(format, "ouxX", "ll", asUnsigned, mText, sizeof mText) &&
-        !Format(format, "c", "", static_cast<int>(asSigned), mText, sizeof mText)) {
-        std::memcpy(mText, kBadFormat, sizeof kBadFormat);
+    kz::BoundedText text(mText, sizeof mText);
+    Conversion conversion;
+    switch (FindUsableConversion(format, &conversion)) {
+        case Argument::kSigned:
+            return Format(format, conversion, "ll", asSigned, text);
+        case Argument::kUnsigned:
+            return Format(format, conversion, "ll", asUnsigned, text);
+        case Argument::kCharacter:
+            return Format(format, conversion, "", static_cast<int>(asSigned), text);
+        default:
+            return text.Append(kBadFormat);
     }
 }
 
 DbgFmtNum::DbgFmtNum(const char* format, double value)
 {
-    if (!Format(format, "aAeEfFgG", "", value, mText, sizeof mText)) {
-        std::memcpy(mText, kBadFormat, sizeof kBadFormat);
+    kz::BoundedText text(mText, sizeof mText);
+    Conversion conversion;
+    if (FindUsableConversion(format, &conversion) == Argument::kDouble) {
+        Format(format, conversion, "", value, text);
+    } else {
+        text.Append(kBadFormat);
     }
 }
 

@@ -65,9 +65,10 @@ private:
 };
 
 // A number by a format of the C library, with text around it where wanted: DbgFmtNum("%5.1f%%", load). Formatted at
-// construction and cut to 31 characters. The format holds one conversion (VerifySingleFormatSpecifier) without "*", of
-// the argument's class: one of d i o u x X c for an integer, of a A e E f F g G for a double. Its length modifier is
-// replaced by the argument's own. Any other format leaves the text "__DbgFmtType: Bad Format__".
+// construction and cut to 31 characters. The format holds one conversion (VerifySingleFormatSpecifier) of the
+// argument's class: one of d i o u x X c for an integer, of a A e E f F g G for a double; its width and precision are
+// 255 at most. Its length modifier is replaced by the argument's own. Any other format leaves the text "__DbgFmtType:
+// Bad Format__".
 class KZ_EXPORT DbgFmtNum : public DbgFmtToDebugStream {
 public:
     template <std::integral T>
@@ -115,8 +116,9 @@ private:
 
 extern "C" {
 
-// True when `format` holds exactly one complete conversion of the C library's printf, "%%" not counting; false for
-// null.
+// True when `format` holds exactly one conversion of the C library's printf that takes one value, "%%" not counting:
+// '%', flags, width, '.' and precision, a length that the letter can have, the letter, in this order. So false for a
+// '*', which takes a second value, for %m and %n, and for null.
 KZ_EXPORT KzBool VerifySingleFormatSpecifier(const char* format);
 }
 

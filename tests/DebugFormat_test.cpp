@@ -15,10 +15,14 @@ constexpr char kBadFormat[] = "__DbgFmtType: Bad Format__";
 
 TEST(DebugFormat, AFormatPassesWithExactlyOneCompleteConversion)
 {
-    for (const char* good : {"%d", "%s", "load %5.1f%% of %%", "%%%d", "%-+ #0'12.34llx"}) {
+    for (const char* good : {"%d", "%s", "load %5.1f%% of %%", "%%%d", "%-+ #0'12.34llx", "%--d", "%.f", "%Lf", "%hhi",
+                             "%qd", "%ls", "%S", "%p", "%999d"}) {
         EXPECT_TRUE(VerifySingleFormatSpecifier(good)) << good;
     }
-    for (const char* bad : {"", "text", "100%%", "%d%d", "%d %", "%", "%ll", "%5%", "%y"}) {
+    for (const char* bad :
+         {"",     "text", "100%%", "%d%d",  "%d %",    "%",    "%ll",  "%5%",  "%y",    "%4-d", "%tqd",
+          "%**a", "%*d",  "%.*d",  "%.-3d", "%5.3.1d", "%l5d", "%lhd", "%lll", "%llld", "%hf",  "%llf",
+          "%Ld",  "%lp",  "%hs",   "%zc",   "%llc",    "%1$d", "%Id",  "%m",   "%n",    "%b"}) {
         EXPECT_FALSE(VerifySingleFormatSpecifier(bad)) << bad;
     }
     EXPECT_FALSE(VerifySingleFormatSpecifier(nullptr));
@@ -42,6 +46,11 @@ TEST(DebugFormat, NumbersPrintAtTheirOwnWidthWhateverTheModifier)
         {__LINE__, ValueText(DbgFmtNum("<%+6.2f>", 3.14159)), "< +3.14>"},
         {__LINE__, ValueText(DbgFmtNum("%g%%", 0.5f)), "0.5%"},
         {__LINE__, ValueText(DbgFmtNum("%c", 'k')), "k"},
+        {__LINE__, ValueText(DbgFmtNum("%000000000000000000000000000000000000003d", 1)), "001"},
+        {__LINE__, ValueText(DbgFmtNum("%-+5.d|", 0)), "+    |"},
+        {__LINE__, ValueText(DbgFmtNum("%#.3Lx", 10)), kBadFormat},
+        {__LINE__, ValueText(DbgFmtNum("%+.3Lf", 0.5)), "+0.500"},
+        {__LINE__, ValueText(DbgFmtNum("%255.255d", 1)), "0000000000000000000000000000000"},
         {__LINE__, ValueText(DbgFmtNum("%40d", 1)), "                               "},
         {__LINE__, ValueText(DbgFmtNum("a text of thirty-one characters%d", 1)), "a text of thirty-one characters"},
         {__LINE__, ValueText(DbgFmtNum("a text of thirty characters ..%d!", 12)), "a text of thirty characters ..1"},
@@ -54,15 +63,14 @@ TEST(DebugFormat, NumbersPrintAtTheirOwnWidthWhateverTheModifier)
 
 TEST(DebugFormat, AFormatThatDoesNotFitTheNumberIsNeverUsed)
 {
-    const std::string tooLong = "%" + std::string(255, '0') + "d";
-    for (const char* format :
-         {"%s", "%n", "%p", "%f", "%*d", "%.*d", "%d%d", "%", "", tooLong.c_str(), static_cast<const char*>(nullptr)}) {
+    for (const char* format : {"%s", "%n", "%p", "%f", "%*d", "%.*d", "%d%d", "%", "", "%256d", "%.256d",
+                               "%99999999999d", "%4-d", "%tqd", "%C", "%m", static_cast<const char*>(nullptr)}) {
         SCOPED_TRACE(format != nullptr ? format : "null");
         EXPECT_EQ(ValueText(DbgFmtNum(format, 1)), kBadFormat);
         EXPECT_EQ(ValueText(DbgFmtHex(format, 1ull)), kBadFormat);
     }
     EXPECT_EQ(ValueText(DbgFmtNum("%000000000000000000000000000000000003d", 1)), "001");
-    for (const char* format : {"%d", "%x", "%s", "%n", "%*f"}) {
+    for (const char* format : {"%d", "%x", "%s", "%n", "%*f", "%**a", "%hf", "%.2147483648f", "%999999999e"}) {
         SCOPED_TRACE(format);
         EXPECT_EQ(ValueText(DbgFmtNum(format, 1.0)), kBadFormat);
     }
