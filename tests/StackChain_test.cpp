@@ -226,7 +226,6 @@ TEST(StackChain, FramesOfAnotherStackAreFollowedWhileTheyCanBeRead)
         for (uintptr_t* at = reinterpret_cast<uintptr_t*>(pages.Begin()); at != words; at += 2) {
             at[0] = reinterpret_cast<uintptr_t>(at + 2);
         }
-        EXPECT_EQ(record(pages.Begin()), 16);
         Chain skipping;
         skipping.RecordFrom(pages.Begin(), nullptr, 8190);
         EXPECT_EQ(skipping.GetCount(), 1);
