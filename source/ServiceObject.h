@@ -7,6 +7,7 @@
 
 #include "KZTypes.h"
 #include "KzErr.h"
+#include "zvexcept.h"
 
 class IServiceObject;
 
@@ -23,7 +24,8 @@ public:
     // Starts the service or adds a reference; the result is that of the first start.
     virtual KzErr Init() = 0;
 
-    // Drops a reference; the last one stops the service and destroys the object.
+    // Drops a reference; the last one stops the service and destroys the object. A stop that fails gives its code and
+    // leaves the object with its last reference, so that the next Uninit tries again.
     virtual KzErr Uninit() = 0;
 
     // The service's name; owned by the service.
@@ -84,7 +86,9 @@ public:
 };
 
 // The base of concrete services: counts starts, keeps the first start's result, destroys the object at the last stop.
-// T is the concrete class, whose accessor goes through KZSingleton_T<T>. A start that failed is not tried again.
+// T is the concrete class, whose accessor goes through KZSingleton_T<T>. A start that failed is not tried again on this
+// object; its reference is given back with Uninit like any other, and the next object tries anew. What _Init and
+// _Uninit throw becomes their code. An Uninit without a reference does nothing.
 // Counting is safe from any thread; the first start and the last stop run on one thread, with no other call at the same
 // time.
 //
@@ -96,7 +100,8 @@ public:
     KzErr Init() override
     {
         if (mRefCount.fetch_add(1) == 0) {
-            mInitResult.store(_Init(), std::memory_order_release);
+            mInitResult.store(kz::ErrOf("source/ServiceObject", __LINE__, [this] { return _Init(); }),
+                              std::memory_order_release);
         }
         return mInitResult.load(std::memory_order_acquire);
     }
@@ -104,18 +109,32 @@ public:
     KzErr Uninit() override
     {
         static_assert(!std::is_final_v<T>);
-        if (mRefCount.fetch_sub(1) != 1) {
+        int32 count = mRefCount.load();
+        while (count > 1 && !mRefCount.compare_exchange_weak(count, count - 1)) {
+        }
+        if (count != 1) {
             return kzErrNone;
         }
-        const KzErr result = _Uninit();
-        // The pointer first, so that no accessor hands out the object while it dies.
-        KZSingleton_T<T>::M_instPtr.store(nullptr, std::memory_order_release);
-        delete this;
+        // The last reference goes with the object, because a stop that fails has to leave both.
+        const KzErr result = kz::ErrOf("source/ServiceObject", __LINE__, [this] { return _Uninit(); });
+        if (result == kzErrNone) {
+            delete this;
+        }
         return result;
     }
 
+    // Empties the slot, so that the next accessor call makes a new object, however this one ended. An object that
+    // never got into the slot leaves it alone.
+    ~RefcountedServiceObject_T() override
+    {
+        if (KZSingleton_T<T>::M_instPtr.load(std::memory_order_acquire) == this) {
+            KZSingleton_T<T>::M_instPtr.store(nullptr, std::memory_order_release);
+        }
+    }
+
 protected:
-    // What the concrete service does when it really starts and stops.
+    // What the concrete service does when it really starts and stops. _Uninit allocates nothing, and also comes after
+    // an _Init that failed, when services that this one needs may have stopped.
     virtual KzErr _Init() = 0;
     virtual KzErr _Uninit() = 0;
 

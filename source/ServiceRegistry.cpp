@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "HiResClock.h"
@@ -30,6 +31,11 @@ std::set<IServiceObject*>& AllInitializedServices()
     return *gAllInitializedServices;
 }
 
+void LogFailedStop(const char* name, KzErr err)
+{
+    KZ_LOG(kDbgLog) << "ServiceRegistry: Service " << name << " uninit failed with error " << err;
+}
+
 class ServiceRegistry final : public IServiceRegistry {
 public:
     KzErr RunInit() override;
@@ -40,15 +46,19 @@ public:
     bool ContainsService(IServiceObject* service) const override { return mItems.count(service) != 0; }
 
 private:
+    friend void kz::EndServices(IServiceRegistry* registry);
+
     bool CollectNeeds(std::vector<ServiceRegistryItem*>& workList);
     bool LinkNeeds(ServiceRegistryItem& item, const ServiceDependencyList& needs);
     void PlaceInOrder(std::vector<ServiceRegistryItem*>& workList);
     KzErr StartInOrder();
     KzErr StopNewest();
+    IServiceObject* TakeNewest();
 
     std::map<IServiceObject*, ServiceRegistryItem*> mItems;
     std::vector<ServiceRegistryItem*> mInitOrder;
     int32 mStartedCount = 0;
+    IServiceObject* mFailedStart = nullptr;  // whose Init the last RunInit saw fail; a reference on it is left
     std::vector<std::unique_ptr<ServiceRegistryItem>> mOwnedItems;
 };
 
@@ -78,6 +88,9 @@ KzErr ServiceRegistry::RemoveService(IServiceObject* service)
 
 KzErr ServiceRegistry::RunInit()
 {
+    if (mStartedCount > 0) {
+        return kzErrGeneric;
+    }
     return kz::ErrOf(kModule, __LINE__, [&] {
         std::vector<ServiceRegistryItem*> workList;
         mInitOrder.clear();
@@ -91,6 +104,9 @@ KzErr ServiceRegistry::RunInit()
 // Puts all items, by address, on the work list and links each with its needs. False when a need can't be met.
 bool ServiceRegistry::CollectNeeds(std::vector<ServiceRegistryItem*>& workList)
 {
+    for (const auto& [service, item] : mItems) {
+        item->ResetOrder();
+    }
     ServiceDependencyList needs;
     for (const auto& [service, item] : mItems) {
         needs.Clear();
@@ -142,16 +158,21 @@ void ServiceRegistry::PlaceInOrder(std::vector<ServiceRegistryItem*>& workList)
 
 KzErr ServiceRegistry::StartInOrder()
 {
-    mStartedCount = 0;
+    mFailedStart = nullptr;
     for (ServiceRegistryItem* item : mInitOrder) {
+        IServiceObject* const service = item->GetServiceObject();
+        // Recorded before it starts, so that a lack of memory for that leaves no started service unrecorded.
+        const bool isNew = AllInitializedServices().insert(service).second;
         const KzErr err = item->RunInit();
         if (err != kzErrNone) {
-            KZ_LOG(kDbgLog) << "ServiceRegistry: Service " << item->GetServiceObject()->GetName()
-                            << " init failed with error " << err;
+            mFailedStart = service;
+            if (isNew) {
+                AllInitializedServices().erase(service);
+            }
+            KZ_LOG(kDbgLog) << "ServiceRegistry: Service " << service->GetName() << " init failed with error " << err;
             return err;
         }
-        ++mStartedCount;  // first, so that a failure to record the service still leaves it to RunUninit
-        AllInitializedServices().insert(item->GetServiceObject());
+        ++mStartedCount;
     }
     return kzErrNone;
 }
@@ -176,20 +197,58 @@ KzErr ServiceRegistry::StopNewest()
     std::snprintf(name, sizeof name, "%s", item.GetServiceObject()->GetName());
     const KzErr err = item.RunUninit();
     if (err != kzErrNone) {
-        KZ_LOG(kDbgLog) << "ServiceRegistry: Service " << &name[0] << " uninit failed with error " << err;
+        LogFailedStop(name, err);
         return err;
     }
-    AllInitializedServices().erase(item.GetServiceObject());
-    --mStartedCount;
+    TakeNewest();
     return kzErrNone;
+}
+
+// Counts the newest started service as stopped, whether or not it is.
+IServiceObject* ServiceRegistry::TakeNewest()
+{
+    --mStartedCount;
+    IServiceObject* const service = mInitOrder[static_cast<unsigned long>(mStartedCount)]->GetServiceObject();
+    AllInitializedServices().erase(service);
+    return service;
 }
 
 }  // namespace
 
+void kz::EndService(IServiceObject* service)
+{
+    const KzErr err = service->Uninit();
+    if (err != kzErrNone) {
+        LogFailedStop(service->GetName(), err);
+        delete service;
+    }
+}
+
+void kz::EndServices(IServiceRegistry* registry)
+{
+    ServiceRegistry& services = *static_cast<ServiceRegistry*>(registry);
+    const bool stopFailed = services.RunUninit() != kzErrNone;
+    if (services.mFailedStart != nullptr) {
+        EndService(std::exchange(services.mFailedStart, nullptr));
+    }
+    if (stopFailed) {
+        delete services.TakeNewest();
+    }
+    while (services.mStartedCount > 0) {
+        EndService(services.TakeNewest());
+    }
+}
+
+void ServiceRegistryItem::ResetOrder()
+{
+    mFireCount = 0;
+    mDependents.Clear();
+}
+
 KzErr ServiceRegistryItem::RunInit()
 {
     mInitStart = MilliSecs();
-    mInitResult = mService->Init();
+    mInitResult = kz::ErrOf(kModule, __LINE__, [this] { return mService->Init(); });
     mInitEnd = MilliSecs();
     return mInitResult;
 }
@@ -197,7 +256,7 @@ KzErr ServiceRegistryItem::RunInit()
 KzErr ServiceRegistryItem::RunUninit()
 {
     mUninitStart = MilliSecs();
-    mUninitResult = mService->Uninit();
+    mUninitResult = kz::ErrOf(kModule, __LINE__, [this] { return mService->Uninit(); });
     mUninitEnd = MilliSecs();
     return mUninitResult;
 }

@@ -1,7 +1,8 @@
 // Starts a set of services, each after what it needs, and stops the started ones in the opposite order.
 //
 // A registry takes no lock: all calls come from one thread at a time, and services start and stop on it. Services are
-// not owned; those that a stop ended may be destroyed, and their addresses must not be used after it.
+// not owned, and a registry outlives none of them: those that a stop destroyed must be removed, or the registry
+// released, before the next call that starts. RemoveService and ContainsService only compare addresses.
 #ifndef KZCORE_SERVICEREGISTRY_H
 #define KZCORE_SERVICEREGISTRY_H
 
@@ -14,15 +15,17 @@
 // is started, and closed to AddService and RemoveService from the first start to the last stop.
 class KZ_EXPORT IServiceRegistry {
 public:
-    // Starts the services; called once. Services that don't need one another start in the order of their addresses.
-    // A need is met by a service of this registry or one that an earlier registry has started; a need that is met by
-    // neither (reported at level 4) keeps all services from starting, with result 0. In a cycle of needs (level 4)
-    // those that could be placed before it still start, with result 0. Otherwise the first failed start ends the
-    // run with its result, and what did start stays up until RunUninit. kzErrMemoryFull when memory runs out.
+    // Starts the services, which all are to be alive; again after a full stop. Services that don't need one another
+    // start in the order of their addresses. A need is met by a service of this registry or one that an earlier
+    // registry has started; a need that is met by neither (reported at level 4) keeps all services from starting, with
+    // result 0. In a cycle of needs (level 4) those that could be placed before it still start, with result 0.
+    // Otherwise the first failed start ends the run with its result, and what did start stays up until RunUninit; the
+    // reference on the service that failed is the caller's to give back, by its Uninit. kzErrMemoryFull when memory
+    // runs out. kzErrGeneric, with nothing done, while closed.
     virtual KzErr RunInit() = 0;
 
-    // Stops what is started, newest first. A failed stop ends the run with its result; the next RunUninit begins with
-    // the same service, which must still exist.
+    // Stops what is started, newest first; allocates nothing. A failed stop ends the run with its result, and the next
+    // RunUninit begins with the same service.
     virtual KzErr RunUninit() = 0;
 
     // Destroys the registry, and stops nothing.
@@ -48,6 +51,9 @@ public:
 
     IServiceObject* GetServiceObject() const { return mService; }
 
+    // Forgets needs and dependents, which each start works out anew.
+    void ResetOrder();
+
     // The number of needs in the same registry that are not placed yet.
     void IncrementFireCount() { ++mFireCount; }
     void DecrementFireCount() { --mFireCount; }
@@ -60,7 +66,7 @@ public:
     unsigned long GetDependentsCount() const { return mDependents.GetCount(); }
     IServiceObject* GetDependent(unsigned long index) const { return mDependents.Get(index); }
 
-    // Start or stop the service, taking the time.
+    // Start or stop the service, taking the time. What it throws becomes its code.
     KzErr RunInit();
     KzErr RunUninit();
 
@@ -87,5 +93,16 @@ KZ_EXTERN_C_BEGIN
 KZ_EXPORT IServiceRegistry* CreateServiceRegistry(IServiceObject** services);
 
 KZ_EXTERN_C_END
+
+namespace kz {
+
+// For the library's own stop, which leaves nothing up whatever fails. EndService gives a reference back and destroys
+// the service if its last stop fails, so that the next accessor call makes a new one. EndServices does so for all that
+// a registry of CreateServiceRegistry has started, newest first, and for the service whose start failed. A service
+// whose stop has failed is not stopped again. Both allocate nothing.
+void EndService(IServiceObject* service);
+void EndServices(IServiceRegistry* registry);
+
+}  // namespace kz
 
 #endif

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "StackDecoder.h"
 #include "support/ReportCatcher.h"
 #include "support/SlotOf.h"
+#include "zvexcept.h"
 
 namespace {
 
@@ -189,6 +192,19 @@ TEST_F(ServiceRegistryTest, FailedStopIsTriedAgainFirst)
     EXPECT_EQ(log, "-b-a");
 }
 
+TEST_F(ServiceRegistryTest, EachRunWorksOutTheOrderAnew)
+{
+    SetNeeds({"a:bc", "c:b"});
+    RegistryPtr registry = Create("abc");
+    for (int run = 0; run < 3; ++run) {
+        EXPECT_EQ(registry->RunInit(), 0);
+        EXPECT_EQ(registry->RunInit(), kzErrGeneric);  // closed: nothing starts twice
+        EXPECT_EQ(registry->RunUninit(), 0);
+        EXPECT_EQ(registry->RunUninit(), 0);
+    }
+    EXPECT_EQ(log, "+b+c+a-a-c-b+b+c+a-a-c-b+b+c+a-a-c-b");
+}
+
 TEST_F(ServiceRegistryTest, AddAndRemoveOnlyWhileOpen)
 {
     RegistryPtr registry = Create("ab");
@@ -278,54 +294,132 @@ TEST(Interfaces, SlotOrder)
 }
 
 // What a concrete service adds: the counted start, and the singleton behind it.
-class Counted_Service : public RefcountedServiceObject_T<Counted_Service> {
-public:
-    Counted_Service() { ++sMade; }
-    ~Counted_Service() override { ++sDestroyed; }
-    const char* GetName() const override { return "Counted"; }
-    void GetDependencies(IServiceDependencyList*) const override {}
+constexpr KzErr kThrow = -57;  // stands for an exception that carries 57
 
-    static inline int sMade = 0;
-    static inline int sDestroyed = 0;
-    static inline int sStarts = 0;
-    static inline KzErr sInitResult = 0;
-    static inline KzErr sUninitResult = 0;
-
-protected:
-    KzErr _Init() override
-    {
-        ++sStarts;
-        return sInitResult;
-    }
-    KzErr _Uninit() override { return sUninitResult; }
+struct StartAndStop {
+    KzErr init;
+    KzErr uninit;
 };
+constinit StartAndStop gCountedResults[4] = {};
+std::string gCountedLog;
 
-Counted_Service* CountedService()
+KzErr ResultOf(const char* event, const char* name, KzErr result)
 {
-    return KZSingleton_T<Counted_Service>::Instance();
+    gCountedLog.append(event).append(name);
+    if (result == kThrow) {
+        throw ZVExcept(57, nullptr, nullptr, 0);
+    }
+    return result;
 }
 
-TEST(RefcountedServiceObject, FirstStartAndLastStopCount)
-{
-    Counted_Service::sMade = Counted_Service::sDestroyed = Counted_Service::sStarts = 0;
-    Counted_Service::sInitResult = 31;
-    Counted_Service::sUninitResult = 32;
-    ASSERT_EQ(KZSingleton_T<Counted_Service>::M_instPtr.load(), nullptr);
-    EXPECT_EQ(CountedService(), CountedService());
-    EXPECT_EQ(CountedService()->Init(), 31);
-    Counted_Service::sInitResult = 0;
-    EXPECT_EQ(CountedService()->Init(), 31);  // a failed start is not tried again
-    EXPECT_EQ(Counted_Service::sStarts, 1);
-    EXPECT_EQ(CountedService()->Uninit(), 0);
-    EXPECT_EQ(Counted_Service::sDestroyed, 0);
-    EXPECT_EQ(CountedService()->Uninit(), 32);
-    EXPECT_EQ(Counted_Service::sDestroyed, 1);
-    EXPECT_EQ(KZSingleton_T<Counted_Service>::M_instPtr.load(), nullptr);
+// One service for each number; it needs the one before it.
+template <int N>
+class Counted_Service : public RefcountedServiceObject_T<Counted_Service<N>> {
+public:
+    ~Counted_Service() override { gCountedLog.append("~").append(kName); }
+    const char* GetName() const override { return kName; }
+    void GetDependencies(IServiceDependencyList* list) const override
+    {
+        if constexpr (N > 0) {
+            list->Add(KZSingleton_T<Counted_Service<N - 1>>::Instance());
+        }
+    }
 
-    EXPECT_EQ(CountedService()->Init(), 0);  // a new object
-    EXPECT_EQ(CountedService()->Uninit(), 32);
-    EXPECT_EQ(Counted_Service::sMade, 2);
-    EXPECT_EQ(Counted_Service::sDestroyed, 2);
+protected:
+    KzErr _Init() override { return ResultOf("+", kName, gCountedResults[N].init); }
+    KzErr _Uninit() override { return ResultOf("-", kName, gCountedResults[N].uninit); }
+
+private:
+    static constexpr char kName[] = {'A' + N, '\0'};
+};
+
+template <int N>
+IServiceObject* Counted()
+{
+    return KZSingleton_T<Counted_Service<N>>::Instance();
+}
+
+template <int N>
+bool CountedExists()
+{
+    return KZSingleton_T<Counted_Service<N>>::M_instPtr.load() != nullptr;
+}
+
+class RefcountedServiceTest : public ::testing::Test {
+protected:
+    RefcountedServiceTest()
+    {
+        std::fill(std::begin(gCountedResults), std::end(gCountedResults), StartAndStop{});
+        gCountedLog.clear();
+    }
+
+    ReportCatcher reports;
+};
+
+TEST_F(RefcountedServiceTest, FirstStartAndLastStopCount)
+{
+    gCountedResults[0] = {31, 0};
+    ASSERT_FALSE(CountedExists<0>());
+    EXPECT_EQ(Counted<0>(), Counted<0>());
+    EXPECT_EQ(Counted<0>()->Uninit(), 0);  // without a reference
+    EXPECT_EQ(Counted<0>()->Init(), 31);
+    gCountedResults[0] = {};
+    EXPECT_EQ(Counted<0>()->Init(), 31);  // a failed start is not tried again
+    EXPECT_EQ(Counted<0>()->Uninit(), 0);
+    EXPECT_EQ(gCountedLog, "+A");
+    EXPECT_EQ(Counted<0>()->Uninit(), 0);
+    EXPECT_FALSE(CountedExists<0>());
+
+    EXPECT_EQ(Counted<0>()->Init(), 0);  // a new object
+    EXPECT_EQ(Counted<0>()->Uninit(), 0);
+    EXPECT_EQ(gCountedLog, "+A-A~A+A-A~A");
+}
+
+TEST_F(RefcountedServiceTest, AFailedStopIsTriedAgainByTheNext)
+{
+    gCountedResults[0] = {kThrow, 32};
+    EXPECT_EQ(Counted<0>()->Init(), 57);
+    EXPECT_EQ(Counted<0>()->Uninit(), 32);
+    gCountedResults[0] = {0, kThrow};
+    EXPECT_EQ(Counted<0>()->Uninit(), 57);
+    EXPECT_EQ(Counted<0>()->Init(), 57);  // the same object
+    EXPECT_EQ(Counted<0>()->Uninit(), 0);
+    gCountedResults[0] = {};
+    EXPECT_EQ(Counted<0>()->Uninit(), 0);
+    EXPECT_EQ(gCountedLog, "+A-A-A-A~A");
+    EXPECT_FALSE(CountedExists<0>());
+}
+
+TEST_F(RefcountedServiceTest, TheEndOfARegistryLeavesNothingUp)
+{
+    const struct {
+        StartAndStop results[4];
+        KzErr initResult;
+        const char* end;
+    } cases[] = {
+        {{}, 0, "-D~D-C~C-B~B-A~A"},
+        // A failed start is given back behind the stop, or behind the first failure of that.
+        {{{}, {}, {}, {31, 0}}, 31, "-C~C-B~B-A~A-D~D"},
+        {{{}, {0, 32}, {}, {31, 33}}, 31, "-C~C-B-D~D~B-A~A"},
+        // Nothing is stopped a second time.
+        {{{0, 32}, {0, kThrow}, {0, 32}, {}}, 0, "-D~D-C~C-B~B-A~A"},
+        {{{kThrow, 0}, {}, {}, {}}, 57, "-A~A"},
+    };
+    for (const auto& test : cases) {
+        std::copy(std::begin(test.results), std::end(test.results), gCountedResults);
+        IServiceObject* services[] = {Counted<3>(), Counted<1>(), Counted<0>(), Counted<2>(), nullptr};
+        const RegistryPtr registry(CreateServiceRegistry(services));
+        EXPECT_EQ(registry->RunInit(), test.initResult);
+        gCountedLog.clear();
+        kz::EndServices(registry.get());
+        EXPECT_EQ(gCountedLog, test.end);
+        EXPECT_FALSE(CountedExists<0>());
+    }
+    // The last case has started no others; an object that goes without a stop leaves its slot, too.
+    for (IServiceObject* service : {Counted<1>(), Counted<2>(), Counted<3>()}) {
+        delete service;
+    }
+    EXPECT_FALSE(CountedExists<1>() || CountedExists<2>() || CountedExists<3>());
 }
 
 TEST(SingletonWithData, IsMadeOnceFromTheFirstArgument)
