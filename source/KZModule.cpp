@@ -1,10 +1,20 @@
+// The base services are a registry's, which starts them in the order of their needs. The application services start in
+// the order of their table; the stop goes by the list of those whose Init was called, since only they hold a reference.
+//
+// A stop leaves nothing up, whatever the start before it came to: what fails to stop is destroyed, so that each start
+// begins with new services. It allocates nothing. For that the pool of reports is open through the whole of it, by a
+// reference beside the registry's: a report without the pool would allocate its text, and lose it without memory.
 #include "KZModule.h"
+
+#include <cstddef>
+#include <iterator>
 
 #include "DebugStream.h"
 #include "FileManager.h"
 #include "KZStaticObjects.h"
 #include "MemoryManager.h"
 #include "PathManager.h"
+#include "Report.h"
 #include "ResourceManager.h"
 #include "ServiceRegistry.h"
 #include "StringUtils.h"
@@ -19,8 +29,26 @@ namespace {
 
 constexpr char kModule[] = "source/KZModule";
 
-constinit IServiceRegistry* gBaseRegistry = nullptr;
+constinit IServiceRegistry* gBaseRegistry = nullptr;  // from a start, failed or not, to the next stop
+constinit bool gBaseRuns = false;                     // the last start of the base succeeded, and no stop came since
+
+// One step of the start of application support: a service, by its accessor, or an action.
+struct AppSupportStep {
+    IServiceObject* (*service)();
+    void (*action)();
+};
+
+template <auto Accessor>
+constexpr AppSupportStep kServiceStep{[]() -> IServiceObject* { return Accessor(); }, nullptr};
+
+constexpr AppSupportStep kAppSupport[] = {
+    {nullptr, &ReadConfigTokensForBufferCache},
+    kServiceStep<&ResourceManagerService>,
+};
+
 constinit bool gAppSupportStarted = false;
+constinit IServiceObject* gAppServices[std::size(kAppSupport)] = {};  // whose Init was called, in that order
+constinit std::size_t gAppServiceCount = 0;
 
 IServiceRegistry* CreateBaseRegistry()
 {
@@ -40,6 +68,18 @@ IServiceRegistry* CreateBaseRegistry()
     return CreateServiceRegistry(services);
 }
 
+// The result of an Init is kept by the service, whose calls answer with failures after a failed one.
+void Run(const AppSupportStep& step)
+{
+    if (step.action != nullptr) {
+        step.action();
+        return;
+    }
+    IServiceObject* const service = step.service();
+    gAppServices[gAppServiceCount++] = service;
+    service->Init();
+}
+
 }  // namespace
 
 KzErr InitKZCoreBase()
@@ -50,35 +90,54 @@ KzErr InitKZCoreBase()
     return kz::ErrOf(kModule, __LINE__, []() -> KzErr {
         kz::PlaceStaticObjects();
         gBaseRegistry = CreateBaseRegistry();
-        return gBaseRegistry == nullptr ? kzErrMemoryFull : gBaseRegistry->RunInit();
+        if (gBaseRegistry == nullptr) {
+            return kzErrMemoryFull;
+        }
+        DebugStreamService()->Init();  // before the first service and until behind the last, in any order of theirs
+        const KzErr err = gBaseRegistry->RunInit();
+        gBaseRuns = err == kzErrNone;
+        return err;
     });
 }
 
 KzErr UninitKZCoreBase()
 {
+    UninitKZCoreAppSupport();
+    gBaseRuns = false;
     if (gBaseRegistry != nullptr) {
-        gBaseRegistry->RunUninit();
+        kz::EndServices(gBaseRegistry);
         gBaseRegistry->Release();
         gBaseRegistry = nullptr;
+        kz::EndService(DebugStreamService());
     }
     return kzErrNone;
 }
 
 KzErr InitKZCoreAppSupport()
 {
-    if (!gAppSupportStarted) {
-        ReadConfigTokensForBufferCache();
-        kz::ErrOf(kModule, __LINE__, [] { return ResourceManagerService()->Init(); });
-        gAppSupportStarted = true;
+    if (gAppSupportStarted) {
+        return kzErrNone;
+    }
+    if (!gBaseRuns) {
+        KZ_REPORT(kDbgWarning, 0x4E9B37D2) << "InitKZCoreAppSupport called while the base does not run";
+        return kzErrNone;
+    }
+    gAppSupportStarted = true;
+    for (const AppSupportStep& step : kAppSupport) {
+        // A step without memory is left out; the next start tries it again.
+        kz::ErrOf(kModule, __LINE__, [&step]() -> KzErr {
+            Run(step);
+            return kzErrNone;
+        });
     }
     return kzErrNone;
 }
 
 KzErr UninitKZCoreAppSupport()
 {
-    if (gAppSupportStarted) {
-        kz::ErrOf(kModule, __LINE__, [] { return ResourceManagerService()->Uninit(); });
-        gAppSupportStarted = false;
+    while (gAppServiceCount > 0) {
+        kz::EndService(gAppServices[--gAppServiceCount]);
     }
+    gAppSupportStarted = false;
     return kzErrNone;
 }

@@ -18,6 +18,7 @@
 #include "TrackedMalloc.h"
 #include "UnixUserUtil.h"
 #include "support/ReportCatcher.h"
+#include "support/TempFolder.h"
 #include "support/TestHost.h"
 
 namespace {
@@ -60,24 +61,55 @@ TEST(KZApp, QueriesFallBackToTheStoredInterface)
     EXPECT_EQ(KZApp(), nullptr);
 }
 
-TEST(KZModule, CallsOutOfTurnChangeNothing)
+// The four calls by their letters: B and b start and stop the base, A and a application support.
+struct Orders {
+    const char* calls;
+    bool baseRuns;
+    bool appSupportRuns;
+    int refused;    // starts of the base that gave kzErrArgument
+    int toldEarly;  // reports of a start of application support before the base
+};
+
+TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
 {
+    const Orders table[] = {
+        {"", false, false, 0, 0},    {"ab", false, false, 0, 0},    {"BAA", true, true, 0, 0},
+        {"BAAa", true, false, 0, 0},  // the second A added no reference
+        {"BAaa", true, false, 0, 0}, {"BAabb", false, false, 0, 0}, {"BAba", false, false, 0, 0},
+        {"BAbBA", true, true, 0, 0},  // without a
+        {"BAaBA", true, true, 1, 0},  // without b
+        {"BABA", true, true, 1, 0},   // without either
+        {"A", false, false, 0, 1},   {"AaBA", true, true, 0, 1},    {"BAbABA", true, true, 0, 1},
+    };
+    const std::string image = kztest::ReadWholeFile(kztest::DataFile("rsrc/strings.rsrc"));
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(image.data());
     ReportCatcher reports;
-    EXPECT_EQ(UninitKZCoreAppSupport(), 0);
-    EXPECT_EQ(UninitKZCoreBase(), 0);
-    EXPECT_FALSE(Exists<ResourceManager_Service>());
-    {
-        RunningLibrary library;
-        EXPECT_EQ(InitKZCoreBase(), kzErrArgument);
-        EXPECT_EQ(InitKZCoreAppSupport(), 0);  // adds no reference: one stop ends the service
-        EXPECT_EQ(UninitKZCoreAppSupport(), 0);
-        EXPECT_FALSE(Exists<ResourceManager_Service>());
-        EXPECT_EQ(UninitKZCoreAppSupport(), 0);
-        EXPECT_TRUE(Exists<FileManager_Service>());
-        EXPECT_EQ(UninitKZCoreBase(), 0);
-        EXPECT_FALSE(Exists<FileManager_Service>());
-        EXPECT_EQ(UninitKZCoreBase(), 0);
+    TestHost host;
+    KZAppInterfaceSet(&host);
+    for (const Orders& order : table) {
+        int refused = 0;
+        for (const char* call = order.calls; *call != '\0'; ++call) {
+            const KzErr err = *call == 'B'   ? InitKZCoreBase()
+                              : *call == 'b' ? UninitKZCoreBase()
+                              : *call == 'A' ? InitKZCoreAppSupport()
+                                             : UninitKZCoreAppSupport();
+            refused += *call == 'B' && err == kzErrArgument;
+            EXPECT_TRUE(err == kzErrNone || *call == 'B') << order.calls;
+        }
+        EXPECT_EQ(refused, order.refused) << order.calls;
+        for (int i = 0; i < order.toldEarly; ++i) {
+            EXPECT_TRUE(reports.Take(kDbgWarning, "InitKZCoreAppSupport called while the base does not run"));
+        }
+        EXPECT_EQ(Exists<FileManager_Service>(), order.baseRuns) << order.calls;
+        EXPECT_EQ(Exists<ResourceManager_Service>(), order.appSupportRuns) << order.calls;
+        RsrcFile refnum = 0;
+        EXPECT_EQ(ROpenUPtr(bytes, image.size(), &refnum, nullptr, nullptr),
+                  order.appSupportRuns ? kzErrNone : kzErrResFileNotOpen)
+            << order.calls;
+        RCloseFile(refnum);
+        UninitKZCoreBase();
     }
+    KZAppInterfaceSet(nullptr);
 }
 
 // Collects the names of needs.
