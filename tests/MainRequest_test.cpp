@@ -2,19 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
+#include "FaultLoop.h"
 #include "FileManager.h"
 #include "LiveCounts.h"
+#include "MemoryManager.h"
 #include "PathRef.h"
 #include "ReportCatcher.h"
 #include "ResourceManager.h"
 #include "TempFolder.h"
 #include "TestHost.h"
+#include "zvexcept.h"
 
 namespace {
 
@@ -22,25 +28,25 @@ using kztest::CountLive;
 using kztest::DataFile;
 using kztest::LiveCounts;
 
-std::string Text(const unsigned char* pstr)
+std::string_view Text(const unsigned char* pstr)
 {
     return {reinterpret_cast<const char*>(pstr + 1), pstr[0]};
 }
 
-// One string of a list in a resource file, through the calls that a host makes.
-KzErr ReadString(const std::string& file, int id, int index, std::string* text)
+// One string of a list in a resource file, through the calls that a host makes; `pstr` has room for 256 bytes.
+KzErr ReadString(const std::string& file, int id, int index, unsigned char* pstr)
 {
-    const PathRef path(file, PathRef::StringUnix());
-    RsrcFile refnum = 0;
-    KzErr err = ROpenFile(&path, 1, &refnum, nullptr, nullptr);
-    if (err != kzErrNone) {
-        return err;
-    }
-    unsigned char pstr[256];
-    err = RGetIndString(refnum, pstr, id, index);
-    *text = Text(pstr);
-    const KzErr closeErr = RCloseFile(refnum);
-    return err != kzErrNone ? err : closeErr;
+    return kz::ErrOf("MainRequest", __LINE__, [&] {
+        const PathRef path(file, PathRef::StringUnix());
+        RsrcFile refnum = 0;
+        KzErr err = ROpenFile(&path, 1, &refnum, nullptr, nullptr);
+        if (err != kzErrNone) {
+            return err;
+        }
+        err = RGetIndString(refnum, pstr, id, index);
+        const KzErr closeErr = RCloseFile(refnum);
+        return err != kzErrNone ? err : closeErr;
+    });
 }
 
 TEST(MainRequest, GivesTheStringAndStopsClean)
@@ -53,9 +59,9 @@ TEST(MainRequest, GivesTheStringAndStopsClean)
             const kztest::RunningLibrary library;
             ASSERT_EQ(library.baseResult, kzErrNone);
             const LiveCounts started = CountLive();
-            std::string text;
-            ASSERT_EQ(ReadString(file, 1000, 3, &text), kzErrNone);
-            ASSERT_EQ(text, "The quick brown fox");
+            unsigned char pstr[256];
+            ASSERT_EQ(ReadString(file, 1000, 3, pstr), kzErrNone);
+            ASSERT_EQ(Text(pstr), "The quick brown fox");
             ASSERT_EQ(CountLive(), started) << "round " << round;
         }
         if (round == 0) {
@@ -98,6 +104,67 @@ TEST(MainRequest, PathsOutliveTheLibrary)
         const PathRef late(copy);
         EXPECT_FALSE(late.IsValid());
     }
+}
+
+// Notes the worst report, and needs no memory for it.
+class WorstReport {
+public:
+    WorstReport() : mOld(DebugOutputGetHandler())
+    {
+        sLevel = 0;
+        DebugOutputSetHandler([](const char*, int32, const char*, int32 level, uInt32, const char*, uInt64) {
+            sLevel = std::max<int32>(sLevel, level);
+        });
+    }
+    ~WorstReport() { DebugOutputSetHandler(mOld); }
+    WorstReport(const WorstReport&) = delete;
+    WorstReport& operator=(const WorstReport&) = delete;
+
+    static inline int32 sLevel = 0;
+
+private:
+    const DebugOutputHandler mOld;
+};
+
+TEST(MainRequest, EachFailedAllocationIsToldAndForgottenByTheNextStart)
+{
+    const WorstReport worst;
+    const std::string file = DataFile("rsrc/strings.rsrc");
+    kztest::FaultLoop([&](auto failed) {
+        for (const bool isRestart : {false, true}) {
+            const kztest::RunningLibrary library;
+            unsigned char pstr[256] = {};
+            KzErr err = library.baseResult;
+            if (err == kzErrNone) {
+                err = ReadString(file, 1000, 3, pstr);
+            }
+            EXPECT_TRUE(err == kzErrNone ? Text(pstr) == "The quick brown fox" : failed()) << err << isRestart;
+        }
+    });
+    EXPECT_LE(worst.sLevel, kDbgWarning);
+}
+
+// All that a caller may have left behind is freed or given up without a single allocation.
+TEST(MainRequest, AStopAllocatesNothing)
+{
+    const WorstReport worst;
+    const LiveCounts before = CountLive();
+    std::optional<kztest::RunningLibrary> library(std::in_place);
+    RsrcFile refnum = 0;
+    PathRef path(DataFile("rsrc/strings.rsrc"), PathRef::StringUnix());
+    const PathRef sibling(DataFile("rsrc/sibling"), PathRef::StringUnix());
+    ASSERT_EQ(ROpenFile(&path, 1, &refnum, nullptr, nullptr), kzErrNone);
+    ASSERT_EQ(RCloseFile(refnum), kzErrNone);
+    ASSERT_EQ(sibling.AssignToName("sibling"), kzErrNone);
+    ASSERT_EQ(DSDisposeHandle(DSNewHandle(100000)), kzErrNone);  // stays in the cache
+    ASSERT_NE(DSNewHandle(10), nullptr);                         // forgotten
+    {
+        const kztest::FailAllocation fail(1, kztest::FailAllocation::kForGood, kztest::FailAllocation::kBlocksAndNew);
+        library.reset();
+        EXPECT_FALSE(fail.Happened());
+    }
+    EXPECT_EQ(KZSingleton_T<MemoryManager_Service>::M_instPtr, nullptr);
+    EXPECT_EQ(CountLive(), before);
 }
 
 // What each thread of the stress below does, and how often.

@@ -14,6 +14,7 @@ constexpr int kNever = -1;
 std::atomic<int> gLeft{kNever};  // allocations until the one that fails; 0: it has failed
 std::atomic<bool> gForGood{false};
 std::atomic<bool> gReachesNew{false};
+std::atomic<long> gLiveNews{0};
 
 bool NextFails()
 {
@@ -35,7 +36,15 @@ void* Reallocate(void* old, std::size_t size)
 
 void* New(std::size_t size)
 {
-    return gReachesNew && NextFails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+    void* const memory = gReachesNew && NextFails() ? nullptr : std::malloc(size == 0 ? 1 : size);
+    gLiveNews += memory != nullptr;
+    return memory;
+}
+
+void Delete(void* memory)
+{
+    gLiveNews -= memory != nullptr;
+    std::free(memory);
 }
 
 std::atomic<const void*> gWatched{nullptr};
@@ -82,6 +91,11 @@ FailAllocation::~FailAllocation()
 bool FailAllocation::Happened()
 {
     return gLeft == 0;
+}
+
+long LiveNewCount()
+{
+    return gLiveNews;
 }
 
 }  // namespace kztest

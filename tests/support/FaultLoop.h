@@ -31,6 +31,9 @@ public:
     static bool Happened();
 };
 
+// The blocks of operator new that live.
+long LiveNewCount();
+
 // The next time that operator delete gets `memory`, its first `size` bytes go to `copy` before they are freed. One at a
 // time.
 void CopyAtDelete(const void* memory, void* copy, std::size_t size);
@@ -38,7 +41,7 @@ void CopyAtDelete(const void* memory, void* copy, std::size_t size);
 // Runs the scenario with its first allocation failing, then the second, and so on until it gets by without one more:
 // first each alone, then each with all that follow. The scenario is told whether an allocation has failed when it calls
 // its argument, and checks what it is promised for that; it gives back all that it takes, and takes nothing for itself.
-// With kBlocks it may use operator new as it likes.
+// With kBlocks it may use operator new as it likes. Behind each failure it runs once more without one.
 template <typename Scenario>
 void FaultLoop(Scenario scenario, FailAllocation::Reach reach = FailAllocation::kBlocksAndNew)
 {
@@ -48,11 +51,16 @@ void FaultLoop(Scenario scenario, FailAllocation::Reach reach = FailAllocation::
         for (int n = 1;; ++n) {
             ASSERT_LT(n, 10000);
             const LiveCounts before = CountLive();
+            const long news = LiveNewCount();
             bool failed = false;
             {
                 FailAllocation fail(n, span, reach);
                 scenario(happened);
                 failed = FailAllocation::Happened();
+            }
+            scenario(happened);
+            if (reach == FailAllocation::kBlocksAndNew) {
+                ASSERT_EQ(news, LiveNewCount()) << "allocation " << n << " failed";
             }
             ASSERT_EQ(before, CountLive()) << "allocation " << n << " failed";
             ASSERT_STREQ(nullptr, kz::MemoryFault()) << "allocation " << n << " failed";
