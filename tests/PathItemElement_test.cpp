@@ -180,6 +180,7 @@ TEST(PathStartAndStop, AStopAllocatesNothing)
     kztest::TestHost host;
     KZAppInterfaceSet(&host);
     const LeftCounter reports;
+    ASSERT_EQ(DebugStreamService()->Init(), kzErrNone);  // as in the library's stop: without it a report allocates
     ASSERT_EQ(PathRef::Init(), kzErrNone);
     std::vector<PathRef> held;
     for (int i = 0; i < 2000; ++i) {
@@ -197,6 +198,7 @@ TEST(PathStartAndStop, AStopAllocatesNothing)
     }
     EXPECT_EQ(kz::LivePathElementCount(), 0);
     EXPECT_EQ(reports.sCount, 2);  // of the bases with paths below
+    EXPECT_EQ(DebugStreamService()->Uninit(), kzErrNone);
     KZAppInterfaceSet(nullptr);
 }
 
