@@ -1,5 +1,5 @@
-// Any bytes as an INI file: what is read, written and read again is equal, under all options; and the queries, edits
-// and the sort agree with each other.
+// Any bytes as an INI file: what is read, written and read again is equal, under all options; the queries, edits and
+// the sort agree with each other; a read keeps to its limit, and cut lines to theirs.
 
 #include <algorithm>
 #include <cstdint>
@@ -44,7 +44,7 @@ struct Settings {
     int caseSensitive;
 };
 
-Owner Read(const Settings& settings, std::string_view text, std::size_t piece)
+Owner Read(const Settings& settings, std::string_view text, std::size_t piece, long long limit = -1)
 {
     Owner ini(IniNew(settings.sorted));
     Require(ini != nullptr, "memory");
@@ -52,11 +52,14 @@ Owner Read(const Settings& settings, std::string_view text, std::size_t piece)
     IniSetWriteOptions(ini.get(), -1, 0, settings.writeOptions);
     IniSetDuplicateChecking(ini.get(), settings.checksDuplicates);
     IniSetCaseAndWhitespaceSensitiveChecking(ini.get(), settings.caseSensitive);
+    IniSetReadLimit(ini.get(), limit);
+    const bool isWithin = limit == -1 || static_cast<long long>(text.size()) <= limit;
     Pieces pieces{text, piece};
     IniLineInput input{};
     input.read = &Pieces::Read;
     input.context = &pieces;
-    Require(IniRead(ini.get(), &IniLineFileInputFunction, &input) == 1, "any text can be read");
+    const int result = IniRead(ini.get(), &IniLineFileInputFunction, &input);
+    Require(result == (isWithin ? 1 : kIniErrMemory), "any text can be read that is within the limit");
     return ini;
 }
 
@@ -72,6 +75,32 @@ std::string Write(IniFile* ini)
     std::string text;
     Require(IniWrite(ini, &AppendLine, &text) == 1, "without a limit any content can be written");
     return text;
+}
+
+// Puts the items' values in quotes and cuts them: what is read back is equal, but for the quotes.
+void CheckCuts(const Settings& settings, const Owner& ini, int width)
+{
+    const char* section = nullptr;
+    for (int i = 1; IniNthSectionName(ini.get(), i, &section) == 1; ++i) {
+        const char* tag = nullptr;
+        for (int j = 1; IniNthItemName(ini.get(), section, j, &tag) == 1; ++j) {
+            const std::string sectionName = section;
+            const std::string tagName = tag;
+            const char* value = nullptr;
+            Require(IniNthItemPointerToString(ini.get(), section, j, &value) == 1, "an item has a value");
+            const int result =
+                IniPutRawString(ini.get(), sectionName.c_str(), tagName.c_str(), std::string(value).c_str());
+            Require(result == 1, "an item that is there can be put");
+        }
+    }
+    const std::string whole = Write(ini.get());
+    IniSetWriteOptions(ini.get(), width, ',', settings.writeOptions);
+    std::string cut;
+    if (IniWrite(ini.get(), &AppendLine, &cut) == 1) {
+        const Settings stripping{settings.readOptions | kIniReadStripDoubleQuotes, settings.writeOptions, 0, 1, 0};
+        Require(Write(Read(stripping, cut, kIniInputChunk).get()) == Write(Read(stripping, whole, 1).get()),
+                "what was cut in quotes is read equal");
+    }
 }
 
 // Looks each item up by its name.
@@ -127,6 +156,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string again = Write(second.get());
     const Owner third = Read(settings, again, kIniInputChunk);
     Require(again == Write(third.get()), "what was read and written is read equal");
+
+    Read(settings, text, piece, data[2] * 4);
+    const Settings checking{settings.readOptions, settings.writeOptions, 0, 1, 0};
+    CheckCuts(checking, Read(checking, written, piece), data[2] / 4 + 10);
 
     IniSort(second.get());
     CheckQueries(second.get());

@@ -89,8 +89,8 @@ bool IsTag(const IniFile* ini, Text tag)
 {
     const bool hasSeparator =
         tag.Contains('=') || ((ini->readOptions & kIniReadColonAndNull) != 0 && tag.Contains(':'));
-    const bool isContinuation = qkini::ContinuationOf(tag).number >= 0;
-    return !tag.IsEmpty() && !HasLineEnd(tag) && !hasSeparator && !isContinuation && *tag.begin != ';' &&
+    const bool isFirstPart = qkini::ContinuationOf(tag).number == 1;
+    return !tag.IsEmpty() && !HasLineEnd(tag) && !hasSeparator && !isFirstPart && *tag.begin != ';' &&
            *tag.begin != '[';
 }
 
@@ -216,6 +216,18 @@ int IniSetReadOptions(IniFile* ini, int options)
         return kIniErrFile;
     }
     ini->readOptions = options;
+    return 1;
+}
+
+int IniSetReadLimit(IniFile* ini, long long bytes)
+{
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    if (bytes < -1) {
+        return kIniErrInt;
+    }
+    ini->readLimit = bytes;
     return 1;
 }
 

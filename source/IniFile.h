@@ -30,7 +30,7 @@ enum IniError {
     kIniErrNoFileName = -4,       // nothing was read or written yet
     kIniErrStream = -5,           // the stream can't be cut or positioned, or is asked to be written safely
     kIniErrName = -6,             // an empty section or tag, or text that could not be read back as itself
-    kIniErrMemory = -12,          // out of memory
+    kIniErrMemory = -12,          // out of memory, or more to read than is allowed
     kIniErrPermission = -13,      // the file may not be written, or the rename failed
     kIniErrFile = -22,            // null object, null, empty or too long file name, no such file
     kIniErrWrite = -28,           // a write failed
@@ -62,6 +62,12 @@ enum IniWriteOption {
     kIniWriteSync = 32          // the data is on the disk before IniWriteToFile returns
 };
 
+enum IniLostRight {
+    kIniLostOwner = 1,  // the new file has another owner
+    kIniLostGroup = 2,  // or another group
+    kIniLostMode = 4    // or not all bits of the mode
+};
+
 // A new empty object, or null when out of memory. If `sorted` is not 0, sections and items are kept in the order of
 // their names. Default options: kIniReadStripDoubleQuotes; safe writes with mkstemp and sync, " = ", lines of at most
 // 80 bytes; duplicates merge.
@@ -74,10 +80,20 @@ INI_EXPORT void IniDispose(IniFile* ini);
 // stands beside the first. `maxLineLength` is in bytes, -1 without a limit; longer values are cut into continuation
 // lines, just behind a `breakChar` (0 to 127) where there is one; 0 for none. kIniErrInt: a breakChar outside that
 // range, nothing is set.
+//
+// A value in quotes is read back equal wherever it is cut. One without quotes is cut so that it is, if there is a way
+// to cut it at this length; else white space beside a cut, or a pair of quotes around a part, is lost on a reread. A
+// value is not cut, however long its line, where a reader would not join just its parts: behind a tag that holds "
+// Line", and in a section that has an item whose tag ends in " Line" and digits.
 INI_EXPORT int IniSetDuplicateChecking(IniFile* ini, int check);
 INI_EXPORT int IniSetCaseAndWhitespaceSensitiveChecking(IniFile* ini, int sensitive);
 INI_EXPORT int IniSetWriteOptions(IniFile* ini, int maxLineLength, int breakChar, int options);
 INI_EXPORT int IniSetReadOptions(IniFile* ini, int options);
+
+// Sets how many bytes one read may take, behind a mark: 256 MiB unless set, -1 for no limit. A longer text, such as a
+// device without an end, gives kIniErrMemory, as a read that runs out of memory. A line from an input function of the
+// host's counts one byte for its end. kIniErrInt: less than -1, nothing is set.
+INI_EXPORT int IniSetReadLimit(IniFile* ini, long long bytes);
 
 // Gives text line by line to IniRead. A call continues the line that the last one left incomplete, puts at most
 // size - 1 bytes and a NUL into `buffer` (size is 2 or more), and sets all three outputs: *lineComplete when the line's
@@ -126,10 +142,15 @@ INI_EXPORT int IniReadFromFile(IniFile* ini, const char* path);
 INI_EXPORT int IniReadFromFilePtr(IniFile* ini, FILE* file);
 
 // Writes the content to a file and remembers its name and date. With kIniWriteSafely the file is the old or the new one
-// whatever fails, and keeps its mode and owner; a symbolic link is replaced by a file, and what is no file (a device, a
-// pipe, a folder) gives kIniErrPermission. kIniErrFile, kIniErrPermission,
-// kIniErrTemporary, kIniErrOpenForWrite, kIniErrWrite, kIniErrLineTooShort, kIniErrMemory.
+// whatever fails, and keeps its mode and owner as far as IniLostRights does not say otherwise; a symbolic link is
+// replaced by a file, and what is no file (a device, a pipe, a folder) gives kIniErrPermission. kIniErrFile,
+// kIniErrPermission, kIniErrTemporary, kIniErrOpenForWrite, kIniErrWrite, kIniErrLineTooShort, kIniErrMemory.
 INI_EXPORT int IniWriteToFile(IniFile* ini, const char* path);
+
+// What the last IniWriteToFile, though it gave 1, could not keep of the file that it replaced: a sum of IniLostRight, 0
+// for nothing. Of a group that was lost no rights are left: the new one, and all others, have those that the old group
+// and all others had alike. kIniErrFile: null object.
+INI_EXPORT int IniLostRights(IniFile* ini);
 
 // Writes the content to a stream: from its start, cut to nothing first, or at its position with `append`.
 // kIniErrStream with kIniWriteSafely; kIniErrFile, kIniErrPermission, kIniErrWrite, kIniErrLineTooShort, kIniErrMemory.
@@ -176,8 +197,13 @@ INI_EXPORT int IniGetStringIntoBuffer(IniFile* ini, const char* section, const c
 // is not kept, but for line feeds and tabs that `escaped` encodes. `quoted` writes it in double quotes, `escaped`
 // encodes it. Without `escaped`, a value that holds a line's end gives kIniErrName, and so does a section or tag that
 // could not be read back as itself: with a line's end, "]" in a section, "=" in a tag (or ":", where it separates), ";"
-// or "[" in front of a tag, " Line" and digits at its end; and a section "(null)" that isn't there. kIniErrMemory:
-// nothing changed.
+// or "[" in front of a tag, " Line" and the number 1 at its end; and a section "(null)" that isn't there.
+// kIniErrMemory: nothing changed.
+//
+// Any value can be put, but a reread loses some. Without `quoted`: an empty one, item and all, unless kIniReadKeepEmpty
+// is on; and the double or single quotes around one of 2 bytes or more, where the reader strips these. So too with
+// `escaped`, but for double quotes, which it encodes. With `quoted`, and so by IniPutRawString: none, by a reader that
+// strips double quotes; without that option one keeps the quotes that it was written in.
 INI_EXPORT int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, const char* value,
                                        int quoted, int escaped);
 INI_EXPORT int IniPutString(IniFile* ini, const char* section, const char* tag, const char* value);

@@ -1,5 +1,6 @@
 #include "IniModel.h"
 
+#include <limits.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -221,7 +222,14 @@ bool AppendComment(IniFile* ini, qkini_List* comments, Text text, int line)
     if (*comments == nullptr) {
         *comments = qkini_ListCreate(sizeof(IniComment));
     }
-    const IniComment comment{ini->arena.Copy(text), line};
+    const int size = qkini_ListNumItems(*comments);
+    auto* const last = size < 1 ? nullptr : static_cast<IniComment*>(qkini_ListGetPtrToItem(*comments, size));
+    const bool isAgain = last != nullptr && AreSameName(last->text, text, true);
+    if (isAgain && last->count < INT_MAX) {
+        ++last->count;
+        return true;
+    }
+    const IniComment comment{ini->arena.Copy(text), line, 1};
     return comment.text != nullptr && qkini_ListInsertItem(*comments, &comment, 0) == 1;
 }
 

@@ -6,12 +6,14 @@
 #include "IniFile.h"
 #include "IniNames.h"
 
-enum { kIniFileNameSize = 260 };
+enum { kIniFileNameSize = 260, kIniReadLimit = 256 << 20 };
 
-// A whole line, as read. Its text stands in the object's arena.
+// A whole line, as read; equal ones in a row stand once, so that a device that gives nothing else takes no memory. The
+// text stands in the object's arena.
 struct IniComment {
     char* text;
-    int line;
+    int line;   // of the first
+    int count;  // 1 or more
 };
 
 // Lists of comments are null until the first one. A line is -1 for what did not come from a file.
@@ -50,7 +52,9 @@ struct IniFile {
     int firstUnrecognizedLine = -1;
     char fileName[kIniFileNameSize] = "";
     long long fileDate = 0;
-    unsigned currentHash = 0;  // of the current section's name
+    long long readLimit = kIniReadLimit;  // bytes of one read; -1 without a limit
+    int lostRights = 0;                   // by the last save: IniLostRight
+    unsigned currentHash = 0;             // of the current section's name
     qkini::Naming naming;
     qkini::Arena arena;  // of the texts that were read
 };
@@ -96,7 +100,7 @@ void DropSection(IniFile* ini, int index);
 void DropItem(const IniFile* ini, IniSection* section, int index);
 void DisposeItem(IniItem* item);
 
-// Appends a comment to a list, which is made where it is null. False when out of memory.
+// Appends a line of comment to a list, which is made where it is null. False when out of memory.
 bool AppendComment(IniFile* ini, qkini_List* comments, Text text, int line);
 void DropComments(qkini_List* comments);
 

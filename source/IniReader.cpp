@@ -54,14 +54,15 @@ int LengthOfLine(const unsigned char* from, int size)
     return length;
 }
 
-// Skips the second half of a pair such as CR LF.
-int SkipPairedEnd(IniLineInput* input)
+// Skips the second half of a pair such as CR LF; adds it to what was taken.
+int SkipPairedEnd(IniLineInput* input, int* taken)
 {
     const int result = FillChunk(input);
     if (result >= 0 && input->used < input->available) {
         const unsigned char first = input->chunk[input->used];
         if (IsLineEnd(first) && input->lastEnd != 0 && input->lastEnd != first + 1) {
             ++input->used;
+            ++*taken;
         }
     }
     return result;
@@ -71,6 +72,7 @@ int SkipPairedEnd(IniLineInput* input)
 struct Piece {
     int result;  // 1, or a negative code
     int size;
+    int taken;  // bytes of the input: the piece and ends of lines
     int lineNumber;
     bool isEnd;
     bool isComplete;
@@ -84,7 +86,7 @@ Piece ReadPiece(IniLineInput* input, char* buffer, int size)
         piece.result = kIniErrRead;
         return piece;
     }
-    piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input);
+    piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input, &piece.taken);
     while (piece.result >= 0 && piece.size < size - 1 && !piece.isComplete) {
         piece.result = FillChunk(input);
         if (piece.result < 0) {
@@ -97,17 +99,19 @@ Piece ReadPiece(IniLineInput* input, char* buffer, int size)
         }
         if (input->insideLine == 0) {
             input->insideLine = 1;
-            ++input->lineNumber;
+            input->lineNumber += input->lineNumber < INT_MAX ? 1 : 0;
         }
         const int rest = input->available - input->used;
         const int room = size - 1 - piece.size;
         const int length = LengthOfLine(input->chunk + input->used, rest < room ? rest : room);
         memcpy(buffer + piece.size, input->chunk + input->used, static_cast<size_t>(length));
         piece.size += length;
+        piece.taken += length;
         input->used += length;
         if (piece.size < size - 1 && input->used < input->available) {
             input->lastEnd = input->chunk[input->used] + 1;
             ++input->used;
+            ++piece.taken;
             piece.isComplete = true;
         }
     }
@@ -120,10 +124,13 @@ Piece ReadPiece(IniLineInput* input, char* buffer, int size)
     return piece;
 }
 
-// The lines of an input function, put together from its pieces.
+// The lines of an input function, put together from its pieces. So that an input without an end has one, no more than
+// a limit is taken from it; -1 for none.
 class LineReader {
 public:
-    LineReader(IniInputFunction input, void* context) : m_input(input), m_context(context) {}
+    LineReader(IniInputFunction input, void* context, long long limit)
+        : m_input(input), m_context(context), m_left(limit == -1 ? LLONG_MAX : limit)
+    {}
     ~LineReader() { free(m_buffer); }
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
@@ -139,6 +146,10 @@ public:
             const Piece piece = NextPiece();
             if (piece.result < 0) {
                 return piece.result;
+            }
+            m_left -= piece.taken;
+            if (m_left < 0) {
+                return kIniErrMemory;
             }
             if (piece.isEnd) {
                 return m_used > 0 ? 1 : 0;
@@ -157,7 +168,9 @@ private:
     Piece NextPiece()
     {
         char* const buffer = m_buffer + m_used;
-        const int room = m_size - m_used;
+        // At most one byte more than may be taken.
+        const long long useful = m_left > INT_MAX - 2 ? INT_MAX : m_left + 2;
+        const int room = useful < m_size - m_used ? static_cast<int>(useful) : m_size - m_used;
         if (m_input == &IniLineFileInputFunction) {
             const Piece piece = ReadPiece(static_cast<IniLineInput*>(m_context), buffer, room);
             m_number = piece.lineNumber;
@@ -170,6 +183,9 @@ private:
         piece.isEnd = eof != 0;
         piece.isComplete = isComplete != 0;
         piece.size = piece.result < 0 || piece.isEnd ? 0 : static_cast<int>(strlen(buffer));
+        // A line counts with its end, and a call that gave nothing for a byte, because such calls might have no end.
+        const bool countsMore = !piece.isEnd && (piece.isComplete || piece.size == 0);
+        piece.taken = piece.size + (countsMore ? 1 : 0);
         return piece;
     }
 
@@ -195,6 +211,7 @@ private:
     int m_size = 0;
     int m_used = 0;  // bytes of the line
     int m_number = 0;
+    long long m_left;  // bytes that may still be taken
 };
 
 // Takes an object's lines, one after the other. Each step is false when out of memory.
@@ -439,7 +456,7 @@ int IniRead(IniFile* ini, IniInputFunction input, void* context)
     }
     qkini::Clear(ini);
     ini->firstUnrecognizedLine = -1;
-    LineReader lines(input, context);
+    LineReader lines(input, context, ini->readLimit);
     Reader reader(ini);
     int result;
     while ((result = lines.Next()) == 1) {

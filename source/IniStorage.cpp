@@ -46,6 +46,21 @@ auto Retry(Call call)
     return result;
 }
 
+int Remove(const char* path)
+{
+    return Retry([&] { return g_system.unlink(path); });
+}
+
+bool StatusOf(int file, struct stat* status)
+{
+    return Retry([&] { return g_system.fstat(file, status); }) == 0;
+}
+
+bool StatusOf(const char* path, struct stat* status)
+{
+    return Retry([&] { return g_system.stat(path, status); }) == 0;
+}
+
 bool IsUsablePath(const char* path)
 {
     return path != nullptr && *path != 0 && strlen(path) < kIniFileNameSize;
@@ -135,7 +150,7 @@ public:
             g_system.close(m_file);
         }
         if (!m_isKept) {
-            g_system.unlink(m_path);
+            Remove(m_path);
         }
     }
     OutputFile(const OutputFile&) = delete;
@@ -193,14 +208,14 @@ public:
     long long Stamp() const
     {
         struct stat status;
-        return g_system.fstat(m_file, &status) == 0 ? StampOf(status) : 0;
+        return StatusOf(m_file, &status) ? StampOf(status) : 0;
     }
 
     // Whether it is a file, and not a device or a pipe.
     bool IsRegular() const
     {
         struct stat status;
-        return g_system.fstat(m_file, &status) == 0 && S_ISREG(status.st_mode);
+        return StatusOf(m_file, &status) && S_ISREG(status.st_mode);
     }
 
     int Close()
@@ -284,20 +299,52 @@ struct Target {
     struct stat status = {};
 };
 
-// Whether the target may be written; a missing one is made and removed again to see.
+// A file that is made where there is none, to see whether one can be made. However that ends, it is removed.
+class Probe {
+public:
+    explicit Probe(const char* path) : m_path(path) {}
+    ~Probe() { TryRemove(); }
+    Probe(const Probe&) = delete;
+    Probe& operator=(const Probe&) = delete;
+
+    bool Make()
+    {
+        constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+        const int file = Retry([&] { return g_system.open(m_path, kFlags, 0666); });
+        if (file < 0) {
+            return errno == EEXIST;  // a link that leads nowhere, which the rename replaces
+        }
+        m_isThere = true;
+        g_system.close(file);
+        return TryRemove();
+    }
+
+private:
+    bool TryRemove()
+    {
+        m_isThere = m_isThere && Remove(m_path) != 0;
+        return !m_isThere;
+    }
+
+    const char* const m_path;
+    bool m_isThere = false;
+};
+
+// Whether the target may be written.
 bool IsWritable(const char* path, Target* target)
 {
-    target->exists = Retry([&] { return g_system.stat(path, &target->status); }) == 0;
-    if (target->exists ? !S_ISREG(target->status.st_mode) : errno != ENOENT) {
+    target->exists = StatusOf(path, &target->status);
+    if (!target->exists) {
+        return errno == ENOENT && Probe(path).Make();
+    }
+    if (!S_ISREG(target->status.st_mode)) {
         return false;
     }
-    const int flags = target->exists ? O_RDWR : O_WRONLY | O_CREAT | O_EXCL;
-    const int file = Retry([&] { return g_system.open(path, flags | O_CLOEXEC, 0666); });
-    if (file < 0) {
-        return !target->exists && errno == EEXIST;  // a link that leads nowhere, which the rename replaces
+    const int file = Retry([&] { return g_system.open(path, O_RDWR | O_CLOEXEC, 0); });
+    if (file >= 0) {
+        g_system.close(file);
     }
-    g_system.close(file);
-    return target->exists || g_system.unlink(path) == 0;
+    return file >= 0;
 }
 
 // Opens the temporary file, for nobody else to read while it is to replace one; a code for a failure.
@@ -315,24 +362,68 @@ int OpenTemporary(const IniFile* ini, const Target& target, char* name)
         }
         if (!target.exists && Retry([&] { return g_system.fchmod(file, 0644); }) != 0) {
             g_system.close(file);
-            g_system.unlink(name);
+            Remove(name);
             return kIniErrTemporary;
         }
         return file;
     }
-    g_system.unlink(name);  // one that a crash has left, or a link that somebody has put there
+    Remove(name);  // one that a crash has left, or a link that somebody has put there
     const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
     const int file = Retry([&] { return g_system.open(name, flags, target.exists ? 0600 : 0666); });
     return file < 0 ? kIniErrOpenForWrite : file;
 }
 
-// The mode and owner of the file that is replaced. As the owner may not be given away by everybody, failures are left.
-void TakeRights(int file, const Target& target)
+constexpr mode_t kModeBits = 07777;
+
+// The old file's mode, as far as it may be given to a file of this owner and group. The rights of the old group are not
+// for another one; both that one and all others, among whom the members of the old group are then, get only what the
+// old group and all others had alike. So nobody may do more than before.
+mode_t ModeToKeep(const struct stat& old, const struct stat& now)
 {
-    if (target.exists) {
-        g_system.fchown(file, target.status.st_uid, target.status.st_gid);
-        g_system.fchmod(file, target.status.st_mode & 07777);
+    mode_t mode = old.st_mode & kModeBits;
+    if (now.st_uid != old.st_uid) {
+        mode &= ~static_cast<mode_t>(S_ISUID);
     }
+    if (now.st_gid != old.st_gid) {
+        const mode_t common = (mode >> 3) & mode & S_IRWXO;
+        mode = (mode & (S_ISUID | S_ISVTX | S_IRWXU)) | (common << 3) | common;
+    }
+    return mode;
+}
+
+// Gives the new file the mode and owner of the one that it is to replace, as far as the process may. Returns what was
+// lost, of IniLostRight: by looking at the file, because a call can do less than it says.
+int TakeRights(int file, const Target& target)
+{
+    constexpr int kAll = kIniLostOwner | kIniLostGroup | kIniLostMode;
+    const struct stat& old = target.status;
+    struct stat now;
+    if (!target.exists) {
+        return 0;
+    }
+    if (!StatusOf(file, &now)) {
+        return kAll;
+    }
+    // Each alone, because many may give a file to a group who may not give it to another owner.
+    if (now.st_gid != old.st_gid) {
+        Retry([&] { return g_system.fchown(file, static_cast<uid_t>(-1), old.st_gid); });
+    }
+    if (now.st_uid != old.st_uid) {
+        Retry([&] { return g_system.fchown(file, old.st_uid, static_cast<gid_t>(-1)); });
+    }
+    if (!StatusOf(file, &now)) {
+        return kAll;
+    }
+    // Last, because a change of the owner or group takes bits away.
+    const mode_t mode = ModeToKeep(old, now);
+    if (Retry([&] { return g_system.fchmod(file, mode); }) != 0) {
+        Retry([&] { return g_system.fchmod(file, mode & (S_IRWXU | S_IRWXG | S_IRWXO)); });
+    }
+    if (!StatusOf(file, &now)) {
+        return kAll;
+    }
+    return (now.st_uid != old.st_uid ? kIniLostOwner : 0) | (now.st_gid != old.st_gid ? kIniLostGroup : 0) |
+           (((now.st_mode ^ old.st_mode) & kModeBits) != 0 ? kIniLostMode : 0);
 }
 
 int SaveSafely(IniFile* ini, const char* path)
@@ -352,7 +443,7 @@ int SaveSafely(IniFile* ini, const char* path)
     OutputFile output(file, name);
     int result = WriteContent(ini, &output);
     const long long stamp = output.Stamp();
-    TakeRights(file, target);
+    const int lostRights = result == 1 ? TakeRights(file, target) : 0;
     if (result == 1) {
         result = output.Close();
     }
@@ -362,6 +453,7 @@ int SaveSafely(IniFile* ini, const char* path)
     if (result == 1) {
         output.Keep();
         Remember(ini, path, stamp);
+        ini->lostRights = lostRights;
     }
     return result;
 }
@@ -390,10 +482,10 @@ int IniReadFromFile(IniFile* ini, const char* path)
     struct stat status;
     FILE* const file = fopen(path, "rbe");
     if (file == nullptr) {
-        return g_system.stat(path, &status) == 0 ? kIniErrOpen : kIniErrFile;
+        return StatusOf(path, &status) ? kIniErrOpen : kIniErrFile;
     }
     // The date before the reading, so that a change during it is seen later.
-    const long long stamp = g_system.fstat(fileno(file), &status) == 0 ? StampOf(status) : 0;
+    const long long stamp = StatusOf(fileno(file), &status) ? StampOf(status) : 0;
     const int result = ReadMarked(ini, file);
     fclose(file);
     if (result == 1) {
@@ -413,7 +505,11 @@ int IniReadFromFilePtr(IniFile* ini, FILE* file)
 
 int IniWriteToFile(IniFile* ini, const char* path)
 {
-    if (ini == nullptr || !IsUsablePath(path)) {
+    if (ini == nullptr) {
+        return kIniErrFile;
+    }
+    ini->lostRights = 0;
+    if (!IsUsablePath(path)) {
         return kIniErrFile;
     }
     return (ini->writeOptions & kIniWriteSafely) != 0 ? SaveSafely(ini, path) : SaveInPlace(ini, path);
@@ -440,6 +536,11 @@ int IniWriteToFilePtr(IniFile* ini, FILE* file, int append)
     return result;
 }
 
+int IniLostRights(IniFile* ini)
+{
+    return ini == nullptr ? kIniErrFile : ini->lostRights;
+}
+
 int IniIsFileNewer(IniFile* ini)
 {
     if (ini == nullptr) {
@@ -449,7 +550,7 @@ int IniIsFileNewer(IniFile* ini)
         return kIniErrNoFileName;
     }
     struct stat status;
-    if (g_system.stat(ini->fileName, &status) != 0) {
+    if (!StatusOf(ini->fileName, &status)) {
         return kIniErrFile;
     }
     return StampOf(status) != ini->fileDate ? 1 : 0;

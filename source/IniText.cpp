@@ -14,6 +14,9 @@ namespace {
 
 AllocateProc g_allocate = &realloc;
 
+// What stands between the base tag and the number of a continuation. It does not overlap itself.
+constexpr Text kMark(" Line", size_t{5});
+
 // Zero for what is no hexadecimal digit, else the digit and 16.
 constexpr int HexDigit(char c)
 {
@@ -261,7 +264,6 @@ bool AreSameName(const char* stored, Text name, bool caseSensitive)
 
 Continuation ContinuationOf(Text tag)
 {
-    constexpr Text kMark(" Line", size_t{5});
     constexpr Continuation kNone{0, -1};
     const char* digits = tag.end();
     while (digits != tag.begin && IsDigit(digits[-1])) {
@@ -273,7 +275,7 @@ Continuation ContinuationOf(Text tag)
         return kNone;
     }
     const size_t baseSize = front.size - kMark.size;
-    if (memmem(front.begin, front.size, kMark.begin, kMark.size) != front.begin + baseSize) {
+    if (HasContinuationMark({tag.begin, baseSize})) {
         return kNone;
     }
     long number = 0;
@@ -285,6 +287,11 @@ Continuation ContinuationOf(Text tag)
         number = number * 10 + digit;
     }
     return {baseSize, number};
+}
+
+bool HasContinuationMark(Text tag)
+{
+    return memmem(tag.begin, tag.size, kMark.begin, kMark.size) != nullptr;
 }
 
 char* Escaped(Text text)

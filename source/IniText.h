@@ -75,6 +75,9 @@ struct Continuation {
 };
 Continuation ContinuationOf(Text tag);
 
+// Whether a tag with " Line0001" behind it would stand for another base, or none.
+bool HasContinuationMark(Text tag);
+
 // Escapes: \t, \n, \", \\, and \x with two hexadecimal digits for other control characters. An escaped text is the
 // caller's to free, null when out of memory. The other gives the size of the result, which is written, without a NUL,
 // as far as it fits in `room` bytes.

@@ -2,6 +2,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "IniCut.h"
 #include "IniFile.h"
 #include "IniModel.h"
 
@@ -112,6 +113,8 @@ public:
 private:
     void WriteSection(const IniSection* section, bool isNull)
     {
+        m_section = section;
+        m_hasLonePart = Answer::kUnknown;
         if (!isNull) {
             WriteComments(section->comments);
             m_lines.Add('[');
@@ -129,8 +132,11 @@ private:
     void WriteComments(qkini_List comments)
     {
         const int count = m_hasComments ? qkini_ListNumItems(comments) : 0;
-        for (int i = 1; i <= count; ++i) {
-            m_lines.Put(static_cast<IniComment*>(qkini_ListGetPtrToItem(comments, i))->text);
+        for (int i = 1; i <= count && !m_lines.hasFailed(); ++i) {
+            const auto* const comment = static_cast<IniComment*>(qkini_ListGetPtrToItem(comments, i));
+            for (int line = 0; line < comment->count && !m_lines.hasFailed(); ++line) {
+                m_lines.Put(comment->text);
+            }
         }
     }
 
@@ -140,13 +146,32 @@ private:
         const Text value(item.value);
         const size_t quotes = item.quoteChar != 0 ? 2 : 0;
         const size_t size = tag.size + m_separator.size + value.size + quotes;
-        if (m_ini->maxLineLength == -1 ||
-            (m_ini->maxLineLength >= 0 && size <= static_cast<size_t>(m_ini->maxLineLength))) {
+        const long long most = m_ini->maxLineLength;
+        const bool isWithin = most == -1 || (most >= 0 && size <= static_cast<size_t>(most));
+        const long long room = most - static_cast<long long>(tag.size + kBesideTag + quotes);
+        if (!isWithin && room < 1) {
+            m_lines.Fail(kIniErrLineTooShort);
+        } else if (isWithin || !IsJoinedAgain(tag)) {
             m_lines.Add(tag);
             WriteValue(item, value);
         } else {
-            WriteCut(item, tag, value);
+            qkini::Cutter cutter(value, static_cast<size_t>(room), m_ini->breakChar, quotes != 0);
+            WriteCut(item, tag, &cutter);
         }
+    }
+
+    // Whether a reader would join the parts of a cut value, no more and no less. Another plain item that looks like
+    // such a part could be joined to them, or be one of them by its name.
+    bool IsJoinedAgain(Text tag)
+    {
+        if (m_hasLonePart == Answer::kUnknown) {
+            m_hasLonePart = Answer::kNo;
+            for (int i = 0; i < m_section->items.Count() && m_hasLonePart == Answer::kNo; ++i) {
+                const bool isPart = qkini::ContinuationOf(Text(ItemAt(m_section, i)->name)).number >= 0;
+                m_hasLonePart = isPart ? Answer::kYes : Answer::kNo;
+            }
+        }
+        return m_hasLonePart == Answer::kNo && !qkini::HasContinuationMark(tag);
     }
 
     // The rest of a line, behind its tag.
@@ -164,64 +189,31 @@ private:
         m_lines.EndLine();
     }
 
-    // Cuts a value into continuation lines.
-    void WriteCut(const IniItem& item, Text tag, Text value)
+    // Writes a value as continuation lines.
+    void WriteCut(const IniItem& item, Text tag, qkini::Cutter* cutter)
     {
-        // " Line0001" and " = ", whatever the separator.
-        constexpr long long kBesideTag = 12;
-        const long long most =
-            m_ini->maxLineLength - static_cast<long long>(tag.size) - kBesideTag - (item.quoteChar != 0 ? 2 : 0);
-        if (most < 1) {
-            m_lines.Fail(kIniErrLineTooShort);
-            return;
+        if (!cutter->isValid()) {
+            m_lines.Fail(kIniErrMemory);
         }
-        for (int number = 1; !value.IsEmpty() && !m_lines.hasFailed(); ++number) {
-            const size_t size = LengthOfChunk(item, value, static_cast<size_t>(most));
+        for (int number = 1; cutter->HasNext() && !m_lines.hasFailed(); ++number) {
             char mark[32];
             snprintf(mark, sizeof mark, " Line%04d", number);
             m_lines.Add(tag);
             m_lines.Add(Text(mark));
-            WriteValue(item, {value.begin, size});
-            value = {value.begin + size, value.end()};
+            WriteValue(item, cutter->Next());
         }
     }
 
-    size_t LengthOfChunk(const IniItem& item, Text value, size_t room) const
-    {
-        const size_t most = room < value.size ? room : value.size;
-        const void* const breakAt = m_ini->breakChar == 0 ? nullptr : memrchr(value.begin, m_ini->breakChar, most);
-        const size_t size =
-            breakAt == nullptr ? most : static_cast<size_t>(static_cast<const char*>(breakAt) - value.begin) + 1;
-        return item.quoteChar != 0 ? size : LengthWithoutLoss(value, size, most);
-    }
+    enum class Answer { kUnknown, kNo, kYes };
 
-    // An unquoted chunk is read without white space at its ends, and without the same quotes on both: the cut moves to
-    // the nearest place on the left, or else the last one on the right, where nothing is lost, if there is one.
-    static size_t LengthWithoutLoss(Text value, size_t size, size_t most)
-    {
-        const auto keepsAll = [&](size_t i) {
-            const char last = value.begin[i - 1];
-            const bool isCut = i < value.size;
-            const bool isTrimmed = isCut && (qkini::IsSpace(last) || qkini::IsSpace(value.begin[i]));
-            return !isTrimmed && (i < 2 || *value.begin != last || (last != '"' && last != '\''));
-        };
-        for (size_t i = size; i > 0; --i) {
-            if (keepsAll(i)) {
-                return i;
-            }
-        }
-        for (size_t i = most; i > size; --i) {
-            if (keepsAll(i)) {
-                return i;
-            }
-        }
-        return size;
-    }
+    static constexpr size_t kBesideTag = 12;  // " Line0001" and " = ", whatever the separator
 
     const IniFile* const m_ini;
     LineWriter& m_lines;
     const bool m_hasComments;
     const Text m_separator;
+    const IniSection* m_section = nullptr;    // that is being written
+    Answer m_hasLonePart = Answer::kUnknown;  // of the section
 };
 
 }  // namespace

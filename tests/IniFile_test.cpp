@@ -281,7 +281,7 @@ TEST(IniFile, TextThatCouldNotBeReadBackIsRefused)
         EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), section, "t", 1));
         EXPECT_EQ(kIniErrName, IniRenameSection(ini.get(), "s", section));
     }
-    for (const char* tag : {"", "\t", "a\nb", "a\rb", "a=b", "=", ";a", " [a", "a Line1", "b Line0002",
+    for (const char* tag : {"", "\t", "a\nb", "a\rb", "a=b", "=", ";a", " [a", "a Line1", "b Line0001",
                             static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), "s", tag, 1));
     }
@@ -445,6 +445,9 @@ TEST(IniFile, OutOfMemoryWhileEditing)
             result = IniGetStringCopy(ini.get(), "u", "c", &copy);
             EXPECT_TRUE(result == 1 || copy == nullptr);
             std::free(copy);
+            const char* const cutBySearch = "xxxxxxxxxxxxxx\" \"\"a";
+            expect(IniPutStringWithOptions(ini.get(), "u", "v", cutBySearch, 0, 0), !has("u", "v"));
+            IniSetWriteOptions(ini.get(), 17, 0, 0);
             const auto ignore = [](void*, const char*) { return 1; };
             expect(IniWrite(ini.get(), ignore, nullptr), true);
         },

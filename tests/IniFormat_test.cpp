@@ -313,6 +313,144 @@ TEST(IniFormat, CutValuesReadBackEqual)
     EXPECT_EQ(1, LinesOf(ini.get(), kIniErrLineTooShort).size()) << "the section alone";
 }
 
+// Whether a value can be cut into pieces of at most `room` bytes so that a reader of pieces without quotes gets it
+// back.
+bool HasLosslessCut(const std::string& value, std::size_t room)
+{
+    std::vector<bool> canCut(value.size() + 1);  // what is in front of each place
+    canCut[0] = true;
+    for (std::size_t from = 0; from < value.size(); ++from) {
+        for (std::size_t size = 1; canCut[from] && size <= std::min(room, value.size() - from); ++size) {
+            const char first = value[from];
+            const char last = value[from + size - 1];
+            const bool isStripped = size > 1 && first == last && (first == '"' || first == '\'');
+            canCut[from + size] = canCut[from + size] || (first != ' ' && last != ' ' && !isStripped);
+        }
+    }
+    return canCut[value.size()];
+}
+
+// All values of a hostile start of up to five bytes, or such an end.
+TEST(IniFormat, AValueIsCutWithoutLossIfItCanBe)
+{
+    const std::string rest(18, 'x');
+    int losses = 0;
+    for (int number = 0; number < 1 << 11; ++number) {
+        std::string part;
+        for (int bits = number; bits > 1; bits >>= 2) {
+            part += "a \"'"[bits & 3];
+        }
+        for (const std::string& value : {part + rest, "a" + rest + part}) {
+            for (int room = 1; room < 6 && value.front() != ' ' && value.back() != ' '; ++room) {
+                const IniOwner ini = NewIni();
+                IniSetWriteOptions(ini.get(), room + 13, number % 5 == 0 ? 'a' : 0, 0);
+                ASSERT_EQ(1, IniPutStringWithOptions(ini.get(), "s", "t", value.c_str(), 0, 0));
+                const Lines lines = LinesOf(ini.get());
+                ASSERT_GT(lines.size(), 3u);
+                const IniOwner again = NewIni();
+                IniSetReadOptions(again.get(), kIniReadStripDoubleQuotes | kIniReadStripSingleQuotes);
+                ASSERT_EQ(1, ReadText(again.get(), kztest::TextOf(lines)));
+                const bool isEqual = SectionsOf(ini.get()) == SectionsOf(again.get());
+                ASSERT_EQ(HasLosslessCut(value, static_cast<std::size_t>(room)), isEqual) << value << ", " << room;
+                losses += isEqual ? 0 : 1;
+            }
+        }
+    }
+    EXPECT_GT(losses, 100);
+    const struct {
+        std::string value;
+        int room;
+        char breakChar;
+        std::string pieces;
+    } rows[] = {
+        {"aaa,bbb,,cccccccccccc", 6, ',', "aaa,|bbb,,|cccccc|cccccc|"},
+        {"bbbbb,,cccccccccccc", 6, ',', "bbbbb,|,|cccccc|cccccc|"},
+        {"a bcdefxaxyyyyyyyyy", 6, 'a', "a bcde|fxa|xyyyyy|yyyy|"},  // on the right of the first break
+        // All cuts are searched, as the first rule would leave a quote on either side of the space.
+        {"x,xxxxxxxxxxxx\" \"\"a", 4, 0, "x,xx|xxxx|xxxx|x|x\" \"|\"a|"},
+        {"x,xxxxxxxxxxxx\" \"\"a", 4, ',', "x,xx|xxxx|xxxx|x|x\" \"|\"a|"},
+    };
+    for (const auto& row : rows) {
+        const IniOwner ini = NewIni();
+        IniSetWriteOptions(ini.get(), row.room + 13, row.breakChar, 0);
+        IniPutStringWithOptions(ini.get(), "s", "t", row.value.c_str(), 0, 0);
+        std::string pieces;
+        for (const std::string& line : LinesOf(ini.get())) {
+            pieces += line.starts_with("t ") ? line.substr(11) + "|" : "";
+        }
+        EXPECT_EQ(row.pieces, pieces);
+    }
+}
+
+// Tags that look like parts of a cut value, beside values that are too long for their lines.
+TEST(IniFormat, LonePartsAreNotJoined)
+{
+    std::minstd_rand random(11);
+    const char* const tags[] = {"a", "b", "a Line0002", "a Line3", "b Line0", "a Line of b", "c Line0002 Line0001"};
+    for (int round = 0; round < 300; ++round) {
+        const IniOwner ini = NewIni(round % 2);
+        IniSetWriteOptions(ini.get(), 50, 0, kIniWriteSpacedEquals);
+        for (int i = 0; i < 6; ++i) {
+            const std::string value((random() >> 8) % 100, static_cast<char>('p' + i));
+            ASSERT_EQ(1, IniPutString(ini.get(), "s", tags[(random() >> 8) % std::size(tags)], value.c_str()));
+        }
+        const IniOwner again = NewIni();
+        const std::string text = kztest::TextOf(LinesOf(ini.get()));
+        ASSERT_EQ(1, ReadText(again.get(), text));
+        ASSERT_EQ(SectionsOf(ini.get()), SectionsOf(again.get())) << text;
+    }
+}
+
+TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
+{
+    const std::string text = "[a]\r\nx=1\n\ny=2\r\n[b]\n" + std::string(600, 'z') + "\n[c]";
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{kIniInputChunk}}) {
+        for (std::size_t limit = 0; limit < text.size() + 3; ++limit) {
+            const IniOwner ini = NewIni();
+            ASSERT_EQ(1, IniSetReadLimit(ini.get(), static_cast<long long>(limit)));
+            ASSERT_EQ(limit < text.size() ? kIniErrMemory : 1, ReadText(ini.get(), text, piece)) << limit;
+            ASSERT_EQ(limit < 4 ? 0 : limit < 19 ? 1 : limit < text.size() ? 2 : 3, IniNumberOfSections(ini.get()));
+        }
+    }
+    struct Endless {
+        char last;
+        long long total;
+        static int Read(void* context, int size, int* actual, void* buffer)
+        {
+            auto* const self = static_cast<Endless*>(context);
+            std::memset(buffer, 'x', static_cast<std::size_t>(size));
+            static_cast<char*>(buffer)[size - 1] = self->last;
+            self->total += * actual = size;
+            return 1;
+        }
+    };
+    for (const int limit : {256 << 20, 1000000}) {
+        Endless stream{limit == 1000000 ? 'x' : '\n', 0};
+        IniLineInput input{};
+        input.read = &Endless::Read;
+        input.context = &stream;
+        const IniOwner ini = NewIni();
+        EXPECT_EQ(1, limit == 1000000 ? IniSetReadLimit(ini.get(), limit) : 1);
+        EXPECT_EQ(kIniErrMemory, IniRead(ini.get(), &IniLineFileInputFunction, &input));
+        EXPECT_NEAR(static_cast<double>(limit), static_cast<double>(stream.total), kIniInputChunk);
+    }
+    // A function that has no end: of lines, of one line, or of nothing.
+    for (const char* line : {"[s]", "xyz", ""}) {
+        const auto endless = [](void* context, char* buffer, int, int* eof, int* complete, int* number) {
+            const auto* const given = static_cast<const char*>(context);
+            *eof = 0;
+            *complete = *given == '[' ? 1 : 0;
+            *number = 1;
+            std::strcpy(buffer, given[0] == 'x' ? "x" : given);
+            return 1;
+        };
+        const IniOwner ini = NewIni();
+        EXPECT_EQ(kIniErrInt, IniSetReadLimit(ini.get(), -2));
+        EXPECT_EQ(1, IniSetReadLimit(ini.get(), 1000000));
+        EXPECT_EQ(kIniErrMemory, IniRead(ini.get(), endless, const_cast<char*>(line))) << line;
+    }
+}
+
 // Text in the form that is written comes back byte for byte, comments and all.
 TEST(IniFormat, UntouchedTextIsWrittenAsItWas)
 {

@@ -70,7 +70,7 @@ struct Fault {
 Fault gFault;
 int gCalls;
 
-// True when the call shall fail. Calls that clean up are left alone.
+// True when the call shall fail.
 bool Fails()
 {
     if (++gCalls != gFault.at) {
@@ -126,7 +126,7 @@ public:
             [](int file, mode_t mode) { return Fails() ? -1 : kReal.fchmod(file, mode); },
             [](int file, uid_t owner, gid_t group) { return Fails() ? -1 : kReal.fchown(file, owner, group); },
             [](const char* from, const char* to) { return Fails() ? -1 : kReal.rename(from, to); },
-            kReal.unlink,
+            [](const char* path) { return Fails() ? -1 : kReal.unlink(path); },
         };
     }
     ~FaultySystem() { qkini::g_system = kReal; }
@@ -159,6 +159,7 @@ bool SaveWith(const Fault& fault, int options, bool hasOld)
     EXPECT_EQ(std::filesystem::exists(path) ? 1u : 0u, NamesIn(folder).size()) << "a file is left";
     if (fault.kind == Fault::kShortWrite || (fault.kind == Fault::kFail && fault.error == EINTR)) {
         EXPECT_EQ(1, result) << "what may be called again";
+        EXPECT_EQ(0, IniLostRights(ini.get()));
     }
     return gCalls >= fault.at;
 }
@@ -207,9 +208,11 @@ TEST(IniStorage, AKilledSaveLeavesTheOldOrTheNewFile)
     std::minstd_rand random(20261123);
     int olds = 0;
     for (int i = 0; i < kKills; ++i) {
-        const Fault fault{Fault::kKill, static_cast<int>(random() % 16) + 1, 0, random() % 8192};
+        const Fault fault{Fault::kKill, static_cast<int>(random() % 24) + 1, 0, random() % 8192};
         const int version = static_cast<int>(random() % 2);
+        const bool hasOld = random() % 4 != 0;
         ASSERT_EQ(1, IniWriteToFile(versions[1 - version].get(), path.c_str()));
+        ASSERT_TRUE(hasOld || std::filesystem::remove(path));
         const pid_t child = fork();
         if (child == 0) {
             const FaultySystem system(fault);
@@ -218,13 +221,110 @@ TEST(IniStorage, AKilledSaveLeavesTheOldOrTheNewFile)
         int status = 0;
         ASSERT_EQ(child, waitpid(child, &status, 0));
         const std::string content = ReadWholeFile(path);
-        const bool isOld = content == expected[1 - version];
+        const bool isOld = content == (hasOld ? expected[1 - version] : "");
         ASSERT_TRUE(isOld || content == expected[version]) << "killed in call " << fault.at;
         olds += isOld ? 1 : 0;
     }
     qkini::g_system = kReal;
     EXPECT_GT(olds, kKills / 10);
     EXPECT_LT(olds, kKills - kKills / 10);
+    for (const std::string& name : NamesIn(folder)) {
+        EXPECT_TRUE(name == "file.ini" || name == "file.TMP" || name.starts_with("ini$$.TMP")) << name;
+    }
+}
+
+// A system in which a file has an owner and a group of our choice, and each call is interrupted once.
+struct Rights {
+    int line;
+    mode_t oldMode;
+    int kept;  // of IniLostRight: what the process may give away, and whether modes with special bits are taken
+    mode_t newMode;
+    int lost;
+};
+Rights gRights;
+uid_t gOwner;  // of the new file
+gid_t gGroup;
+mode_t gModeAtRename;
+bool gIsInterrupted;
+
+bool IsInterrupted()
+{
+    gIsInterrupted = !gIsInterrupted;
+    errno = EINTR;
+    return gIsInterrupted;
+}
+
+int GiveAway(int, uid_t owner, gid_t group)
+{
+    const int wanted = (owner != uid_t(-1) ? kIniLostOwner : 0) | (group != gid_t(-1) ? kIniLostGroup : 0);
+    if (IsInterrupted() || (wanted & ~gRights.kept) != 0) {
+        errno = gIsInterrupted ? EINTR : EPERM;
+        return -1;
+    }
+    gOwner = owner != uid_t(-1) ? owner : gOwner;
+    gGroup = group != gid_t(-1) ? group : gGroup;
+    return 0;
+}
+
+TEST(IniStorage, RightsOfAGroupOrOwnerThatIsLostGoToNobody)
+{
+    constexpr int kNone = 0;
+    constexpr int kOwner = kIniLostOwner;
+    constexpr int kGroup = kIniLostGroup;
+    constexpr int kMode = kIniLostMode;
+    const Rights rows[] = {
+        {__LINE__, 0640, kOwner, 0600, kGroup | kMode},
+        {__LINE__, 0664, kOwner, 0644, kGroup | kMode},
+        {__LINE__, 0604, kOwner, 0600, kGroup | kMode},
+        {__LINE__, 0644, kNone, 0644, kOwner | kGroup},
+        {__LINE__, 02770, kMode, 0700, kOwner | kGroup | kMode},
+        {__LINE__, 0660, kGroup, 0660, kOwner},
+        {__LINE__, 04755, kGroup | kMode, 0755, kOwner | kMode},
+        {__LINE__, 06775, kOwner | kGroup | kMode, 06775, kNone},
+        {__LINE__, 06775, kOwner | kGroup, 0775, kMode},
+    };
+    const TempFolder folder;
+    const std::string path = folder.Write("file.ini", "");
+    for (const Rights& row : rows) {
+        SCOPED_TRACE(row.line);
+        gRights = row;
+        gOwner = geteuid();
+        gGroup = getegid();
+        gIsInterrupted = false;
+        qkini::g_system.stat = [](const char* name, struct stat* out) {
+            const int result = kReal.stat(name, out);
+            out->st_uid += 1000;
+            out->st_gid += 1000;
+            out->st_mode = S_IFREG | gRights.oldMode;
+            return result;
+        };
+        qkini::g_system.fstat = [](int file, struct stat* out) {
+            const int result = kReal.fstat(file, out);
+            out->st_uid = gOwner;
+            out->st_gid = gGroup;
+            return result;
+        };
+        qkini::g_system.fchown = &GiveAway;
+        qkini::g_system.fchmod = [](int file, mode_t mode) {
+            if (IsInterrupted()) {
+                return -1;
+            }
+            errno = EPERM;
+            return (mode & 07000) != 0 && (gRights.kept & kIniLostMode) == 0 ? -1 : kReal.fchmod(file, mode);
+        };
+        qkini::g_system.rename = [](const char* from, const char* to) {
+            gModeAtRename = StatusOf(from).st_mode & 07777;
+            return kReal.rename(from, to);
+        };
+        const IniOwner ini = Sample(kUnique);
+        EXPECT_EQ(1, IniWriteToFile(ini.get(), path.c_str()));
+        qkini::g_system = kReal;
+        EXPECT_EQ(row.newMode, gModeAtRename) << std::oct << gModeAtRename;
+        EXPECT_EQ(row.lost, IniLostRights(ini.get()));
+        EXPECT_EQ(kIniErrFile, IniWriteToFile(ini.get(), ""));
+        EXPECT_EQ(0, IniLostRights(ini.get())) << "of the last save only";
+    }
+    EXPECT_EQ(kIniErrFile, IniLostRights(nullptr));
 }
 
 TEST(IniStorage, TemporaryNamesStayBesideTheTarget)
@@ -336,6 +436,9 @@ TEST(IniStorage, FilesThatCannotBeRead)
 {
     const TempFolder folder;
     const IniOwner ini = Sample(kUnique);
+    const IniOwner limited = Sample(kUnique);
+    IniSetReadLimit(limited.get(), 1000000);
+    EXPECT_EQ(kIniErrMemory, IniReadFromFile(limited.get(), "/dev/zero")) << "which has no end";
     EXPECT_EQ(kIniErrFile, IniReadFromFile(ini.get(), folder.File("none").c_str()));
     EXPECT_EQ(kIniErrRead, IniReadFromFile(ini.get(), folder.File("").c_str())) << "a folder opens";
     const int socketFile = socket(AF_UNIX, SOCK_STREAM, 0);

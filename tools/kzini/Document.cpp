@@ -115,6 +115,7 @@ IniOwner Document::NewIni(int width) const
     }
     const int colons = m_options.hasColons ? kIniReadColonAndNull : 0;
     IniSetReadOptions(ini.get(), kIniReadKeepEmpty | kIniReadStripDoubleQuotes | kIniReadKeepComments | colons);
+    IniSetReadLimit(ini.get(), -1);  // files have ours, what is written from them may have more
     IniSetWriteOptions(ini.get(), width, 0, m_writeOptions);
     return ini;
 }
