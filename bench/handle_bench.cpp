@@ -52,6 +52,11 @@ void MeasureSizes(const std::vector<kzbench::Allocator>& peers)
             });
         }
     }
+    Measure("kz pointer", [] {
+        void* const block = DSNewPtr(64);
+        TouchEnds(static_cast<unsigned char*>(block), 64);
+        DSDisposePtr(block);
+    });
     Measure("kz zeroed", [] {
         UHandle const handle = DSNewHClr(kMega);
         benchmark::DoNotOptimize(**handle);
@@ -235,6 +240,7 @@ int main(int argc, char** argv)
          Bound("handle 1 MB", "kz/1048576", "malloc/1048576", 1.2, {"malloc/1048576"}),
          Faster("handle 1 MB", "kz/1048576", 2.5, "mimalloc/1048576"),
          Faster("handle 1 MB", "kz/1048576", 2.5, "jemalloc/1048576"),
+         AtMost("pointer 64 B", "kz pointer", 2.7, "malloc/64"),
          AtMost("zeroed 1 MB", "kz zeroed", 1.1, "memset"),
          Faster("zeroed 1 MB", "kz zeroed", 1.2, "calloc"),
          AtMost("resize 1,000 <-> 2,000 B", "kz resize", 1.3, "new+copy+free"),

@@ -152,11 +152,11 @@ void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
         mEntries.splice(mEntries.begin(), added);
         mTotal += size;
         isTooMuch = mEntries.size() > mMaxEntries || mTotal > mThreshold;
+        assert(ListFaultLocked() == nullptr);
     }
     if (isTooMuch) {
         CleanupProc();
     }
-    assert(Fault() == nullptr);
 }
 
 void BufferCache::CleanupProc()
@@ -185,20 +185,30 @@ void BufferCache::ClearCache()
     mTotal = 0;
 }
 
-const char* BufferCache::Fault()
+const char* BufferCache::ListFaultLocked() const
 {
-    kz::ScopedLock lock(mLock);
     unsigned long total = 0;
     for (const BufferCacheQueueEntry& entry : mEntries) {
         if (kz::HandleDataSize(entry.data) != entry.size) {
             return "a kept block's header does not tell its size";
         }
-        if (ShouldCheckHandleGuardBytes() && !kz::GuardsAreSound(entry.data, true)) {
-            return "a kept block's guards are damaged";
-        }
         total += entry.size;
     }
     return total == mTotal ? nullptr : "the kept blocks' sizes do not add up to the total";
+}
+
+const char* BufferCache::Fault()
+{
+    kz::ScopedLock lock(mLock);
+    if (const char* const fault = ListFaultLocked()) {
+        return fault;
+    }
+    for (const BufferCacheQueueEntry& entry : mEntries) {
+        if (ShouldCheckHandleGuardBytes() && !kz::GuardsAreSound(entry.data, true)) {
+            return "a kept block's guards are damaged";
+        }
+    }
+    return nullptr;
 }
 
 extern "C" void ReadConfigTokensForBufferCache(void)

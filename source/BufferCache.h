@@ -51,10 +51,13 @@ public:
     // Frees all blocks.
     void ClearCache();
 
-    // What is wrong with the cache, or null when the total and each block's header agree with the list.
+    // What is wrong with the cache, or null when the total and each block's header agree with the list and the blocks'
+    // guards are whole, where they are checked.
     const char* Fault();
 
 private:
+    const char* ListFaultLocked() const KZ_REQUIRES(mLock);
+
     // Settings, which order nothing: relaxed.
     std::atomic<unsigned long> mMinSize;
     std::atomic<unsigned long> mMaxEntries;

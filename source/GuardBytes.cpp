@@ -336,6 +336,11 @@ KzBool CheckNewDeleteGuards(const void* ptr)
 
 namespace kz {
 
+bool CheckHandleDataGuards(const void* data)
+{
+    return !Has(gGuardBytes_Handle, kCheck | kWrite) || CheckGuards(data, true) != 0;
+}
+
 bool GuardsAreSound(const void* ptr, bool isHandle)
 {
     return Inspect(ptr, isHandle).isSound;

@@ -107,10 +107,14 @@ inline unsigned long PtrGuardsSize()
     return GuardsDisabled() ? 0 : GetAllPtrGuardsSize();
 }
 
+// CheckHandleGuards of the handle whose data this is. For those who have read the master already, which by then may
+// belong to another handle.
+bool CheckHandleDataGuards(const void* data);
+
 // The checks of a use, for a block that has passed all other ones.
-inline bool HandleGuardsPass(const void* handle)
+inline bool HandleGuardsPass(const void* data)
 {
-    return GuardsDisabled() || CheckHandleGuards(handle) != 0;
+    return GuardsDisabled() || CheckHandleDataGuards(data);
 }
 
 inline bool PtrGuardsPass(const void* ptr)

@@ -9,6 +9,8 @@
 
 namespace kz {
 
+constinit std::atomic<LeftHandleProc> gLeftHandleProc{nullptr};
+
 namespace {
 
 constexpr char kModule[] = "source/HandleCalls";
@@ -21,29 +23,49 @@ void Trace(MemEventKind kind, KzErr err, UHandle handle, unsigned long newSize, 
     }
 }
 
-// `*blockSize` as AllocateHandleData sets it.
-unsigned char* ObtainData(const HandleRequest& request, unsigned long* blockSize)
+// A block from the cache, or null.
+unsigned char* TakeCached(const HandleRequest& request)
 {
-    if (request.blocks == Blocks::kCached) {
-        BufferCache* const cache = s_bufferCachePtr.load(std::memory_order_acquire);
-        unsigned char* const data =
-            cache == nullptr ? nullptr
-                             : cache->GetAllocation(request.size, request.align.alignment, request.align.offset);
-        if (data != nullptr) {
-            *blockSize = request.size;
-            return data;
-        }
+    if (request.blocks != Blocks::kCached) {
+        return nullptr;
     }
-    return AllocateHandleData(request.size, request.align, blockSize);
+    BufferCache* const cache = s_bufferCachePtr.load(std::memory_order_acquire);
+    return cache == nullptr ? nullptr
+                            : cache->GetAllocation(request.size, request.align.alignment, request.align.offset);
+}
+
+// The data as it was requested, with fresh guards, but for the first `kept` bytes, which the caller writes. Null when
+// out of memory, with `*blockSize` as AllocateHandleData sets it.
+unsigned char* ObtainData(const HandleRequest& request, unsigned long kept, unsigned long* blockSize)
+{
+    const unsigned long toZero = request.fill == Fill::kZero ? request.size - kept : 0;
+    // The allocator zeros all of a block: not where it would zero more for nothing than is asked for.
+    Fill fill = toZero != 0 && toZero >= kept ? Fill::kZero : Fill::kNone;
+    unsigned char* data = TakeCached(request);
+    if (data == nullptr) {
+        data = AllocateHandleData(request.size, request.align, fill, blockSize);
+    } else {
+        fill = Fill::kNone;
+    }
+    if (data == nullptr) {
+        return nullptr;
+    }
+    if (HandleGuardSize() != 0) {
+        InitHandleGuards(data);
+    }
+    if (toZero != 0 && fill == Fill::kNone) {
+        std::memset(data + kept, 0, toZero);
+    }
+    return data;
 }
 
 // A free master, or null after the reports and the memory-full call that its lack asks for.
 MasterWord* ObtainMaster(MemZoneRec* zone)
 {
+    const bool checks = gMemoryDebugger.load(std::memory_order_relaxed) != 0;
     FreeChainState state = FreeChainState::kSound;
-    MasterWord* const master =
-        gMemoryDebugger.load(std::memory_order_relaxed) != 0 ? TakeMasterChecked(zone, &state) : TakeMaster(zone);
-    if (ReportFreeChain(state) && master == nullptr) {
+    MasterWord* const master = checks ? TakeMasterChecked(zone, &state) : TakeMaster(zone);
+    if (master == nullptr && ReportFreeChain(state)) {
         CallSetMemFullProc(kMasterBlockSize);
     }
     return master;
@@ -56,13 +78,10 @@ UHandle TryNewHandle(MemZoneRec* zone, const HandleRequest& request)
         return nullptr;
     }
     unsigned long blockSize;
-    unsigned char* const data = ObtainData(request, &blockSize);
+    unsigned char* const data = ObtainData(request, 0, &blockSize);
     if (data == nullptr) {
         ReturnMaster(zone, master);
         return nullptr;
-    }
-    if (request.fill == Fill::kZero) {
-        std::memset(data, 0, request.size);
     }
     StoreMaster(master, data);
     RaiseCounter(zone, kHandlesMade);
@@ -77,9 +96,9 @@ void Insert(const Insertion& insertion, unsigned char* data)
 }
 
 // The resize of a handle that has passed validation.
-KzErr ResizeGoodHandle(MasterWord* master, const HandleRequest& request, const Insertion& insertion)
+KzErr ResizeGoodHandle(MasterWord* master, unsigned char* oldData, const HandleRequest& request,
+                       const Insertion& insertion)
 {
-    unsigned char* const oldData = DataOf(master);
     const unsigned long size = request.size;
     const unsigned long oldSize = HandleDataSize(oldData);
     if (size == oldSize && request.align == HandleDataAlignment(oldData)) {
@@ -87,8 +106,9 @@ KzErr ResizeGoodHandle(MasterWord* master, const HandleRequest& request, const I
         return kzErrNone;
     }
     MemZoneRec* const zone = MemZone();
+    const unsigned long kept = std::min(oldSize, size);
     unsigned long blockSize;
-    unsigned char* const data = ObtainData(request, &blockSize);
+    unsigned char* const data = ObtainData(request, kept, &blockSize);
     if (data == nullptr) {
         RaiseCounter(zone, kResizes);
         if (blockSize != 0) {
@@ -98,10 +118,7 @@ KzErr ResizeGoodHandle(MasterWord* master, const HandleRequest& request, const I
         Trace(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
         return kzErrMemoryFull;
     }
-    MoveBlock(oldData, data, std::min(oldSize, size));
-    if (request.fill == Fill::kZero && size > oldSize) {
-        std::memset(data + oldSize, 0, size - oldSize);
-    }
+    MoveBlock(oldData, data, kept);
     Insert(insertion, data);
     StoreMaster(master, data);
     FreeHandleData(oldData);
@@ -174,13 +191,14 @@ KzErr BadHandle(const char* call)
 
 KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request, const Insertion& insertion)
 {
-    if (!IsGoodHandle(handle, kRangeForChanges)) {
+    unsigned char* const data = GoodData(handle, kRangeForChanges);
+    if (data == nullptr) {
         if (request.fill == Fill::kZero) {
             KZ_REPORT(kDbgFatal, 0x5D19A0F3);  // clearing resizes ask for the size first, and so tell of it twice
         }
         return BadHandle(call);
     }
-    const KzErr err = ResizeGoodHandle(static_cast<MasterWord*>(handle), request, insertion);
+    const KzErr err = ResizeGoodHandle(static_cast<MasterWord*>(handle), data, request, insertion);
     return err == kzErrNone ? err : Failed(call, err);
 }
 
@@ -213,9 +231,8 @@ KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& r
     return kzErrNone;
 }
 
-void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master, Blocks blocks)
+void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master, unsigned char* data, Blocks blocks)
 {
-    unsigned char* const data = DataOf(master);
     const unsigned long size = HandleDataSize(data);
     ReturnMaster(zone, master);
     BufferCache* const cache = blocks == Blocks::kCached ? s_bufferCachePtr.load(std::memory_order_acquire) : nullptr;
@@ -233,10 +250,11 @@ KzErr DisposeHandle(const char* call, void* handle, Blocks blocks)
     if (handle == nullptr) {
         return kzErrNone;
     }
-    if (!IsGoodHandle(handle, kRangeForQueries)) {
+    unsigned char* const data = GoodData(handle, kRangeForQueries);
+    if (data == nullptr) {
         return BadHandle(call);
     }
-    DisposeGoodHandle(MemZone(), static_cast<MasterWord*>(handle), blocks);
+    DisposeGoodHandle(MemZone(), static_cast<MasterWord*>(handle), data, blocks);
     return kzErrNone;
 }
 

@@ -6,8 +6,8 @@
 
 using kz::BySize;
 using kz::DataOf;
+using kz::HandleDataSize;
 using kz::Insertion;
-using kz::SizeOf;
 
 namespace {
 
@@ -22,14 +22,14 @@ void CallMemoryCheck()
     }
 }
 
-// A size query's look at a source, and its report.
-bool IsGoodSource(const void* handle)
+// The data of a source after a size query's look at it; null after the report of a bad one.
+const unsigned char* SourceData(const void* handle)
 {
-    if (kz::IsGoodHandle(handle, kz::kRangeForQueries)) {
-        return true;
+    const unsigned char* const data = kz::GoodData(handle, kz::kRangeForQueries);
+    if (data == nullptr) {
+        KZ_REPORT(kDbgFatal, 0xA0C94E67);
     }
-    KZ_REPORT(kDbgFatal, 0xA0C94E67);
-    return false;
+    return data;
 }
 
 // A variable of its own, or bytes: an address that is null and used.
@@ -50,11 +50,12 @@ KzErr CopyHandle(const char* call, void* dest, const void* src)
         KZ_REPORT(kDbgWarning, 0x58D3F12A) << "Should call DSHandToHand. This is a no-op";
         return kzErrNone;
     }
-    if (!IsGoodSource(src)) {
+    const unsigned char* const data = SourceData(src);
+    if (data == nullptr) {
         return kzErrBadZone;
     }
-    const unsigned long size = SizeOf(src);
-    return kz::ResizeOrNewHandle(call, dest, BySize(size), {DataOf(src), 0, size});
+    const unsigned long size = HandleDataSize(data);
+    return kz::ResizeOrNewHandle(call, dest, BySize(size), {data, 0, size});
 }
 
 KzErr DuplicateHandle(void* variable)
@@ -62,16 +63,16 @@ KzErr DuplicateHandle(void* variable)
     if (variable == nullptr) {
         return kzErrArgument;
     }
-    const UHandle src = kz::LoadVariable(variable);
-    if (!IsGoodSource(src)) {
+    const unsigned char* const data = SourceData(kz::LoadVariable(variable));
+    if (data == nullptr) {
         return kzErrBadZone;
     }
-    const unsigned long size = SizeOf(src);
+    const unsigned long size = HandleDataSize(data);
     const UHandle copy = kz::NewHandle(BySize(size));
     if (copy == nullptr) {
         return kzErrMemoryFull;
     }
-    MoveBlock(DataOf(src), DataOf(copy), size);
+    MoveBlock(data, DataOf(copy), size);
     kz::StoreVariable(variable, copy);
     return kzErrNone;
 }
@@ -100,10 +101,11 @@ KzErr AppendBytes(const char* call, const void* ptr, void* handle, unsigned long
     if (LacksBytes(ptr, n)) {
         return kzErrArgument;
     }
-    if (!kz::IsGoodHandle(handle, kz::kRangeForChanges)) {
+    const unsigned char* const data = kz::GoodData(handle, kz::kRangeForChanges);
+    if (data == nullptr) {
         return kz::BadHandle(call);
     }
-    const unsigned long size = SizeOf(handle);
+    const unsigned long size = HandleDataSize(data);
     if (size + n < size) {
         return kz::ResizeHandle(call, handle, BySize(ULONG_MAX), {});  // no block is that large
     }
@@ -112,7 +114,8 @@ KzErr AppendBytes(const char* call, const void* ptr, void* handle, unsigned long
 
 KzErr AppendHandle(const char* call, const void* from, void* to)
 {
-    return IsGoodSource(from) ? AppendBytes(call, DataOf(from), to, SizeOf(from)) : kzErrBadZone;
+    const unsigned char* const data = SourceData(from);
+    return data == nullptr ? kzErrBadZone : AppendBytes(call, data, to, HandleDataSize(data));
 }
 
 // Swaps `n` bytes by words of type Word, which both areas are aligned to or which are single bytes.

@@ -27,7 +27,7 @@ constinit std::atomic<uintptr_t> gBreakMark{0};
 void* NewPtr(unsigned long size, Fill fill)
 {
     constexpr uintptr_t kPtrAlignment = 8;
-    void* const ptr = fill == Fill::kZero ? kz::AllocateClearedPtr(size) : kz::AllocatePtr(size);
+    void* const ptr = kz::AllocatePtr(size, fill);
     if (ptr == nullptr) {
         CallSetMemFullProc(size);
     } else if (gMemoryDebugger.load(std::memory_order_relaxed) != 0) {
@@ -268,11 +268,12 @@ KzErr AZDisposePtr(void* ptr)
 
 unsigned long DSGetHandleSize(const void* handle)
 {
-    if (!kz::IsGoodHandle(handle, kz::kRangeForQueries)) {
+    const unsigned char* const data = kz::GoodData(handle, kz::kRangeForQueries);
+    if (data == nullptr) {
         KZ_REPORT(kDbgFatal, 0x2E76B8C5);
         return 0;
     }
-    return kz::SizeOf(handle);
+    return kz::HandleDataSize(data);
 }
 
 unsigned long AZGetHandleSize(const void* handle)
@@ -282,8 +283,7 @@ unsigned long AZGetHandleSize(const void* handle)
 
 KzErr DSCheckHandle(const void* handle)
 {
-    const bool isGood = kz::CheckHandleInZone(MemZone(), handle, false) && kz::HandleGuardsPass(handle);
-    return isGood ? kzErrNone : kzErrBadZone;
+    return kz::IsGoodHandle(handle, kz::kRangeAlways) ? kzErrNone : kzErrBadZone;
 }
 
 KzErr AZCheckHandle(const void* handle)
@@ -293,7 +293,7 @@ KzErr AZCheckHandle(const void* handle)
 
 KzBool IsDSHandle(const void* handle)
 {
-    return kz::CheckHandleInZone(MemZone(), handle, false);
+    return kz::CheckHandleInZone(MemZone(), handle, false) != nullptr;
 }
 
 KzErr DSCheckPtr(const void* ptr)
@@ -318,7 +318,9 @@ UHandle AZRecoverHandle(const void* ptr)
 
 KzErr DSSwapHandles(void* a, void* b)
 {
-    if (!kz::IsGoodHandle(a, kz::kRangeForChanges) || !kz::IsGoodHandle(b, kz::kRangeForChanges)) {
+    unsigned char* const dataA = kz::GoodData(a, kz::kRangeForChanges);
+    unsigned char* const dataB = dataA == nullptr ? nullptr : kz::GoodData(b, kz::kRangeForChanges);
+    if (dataB == nullptr) {
         KZ_REPORT(kDbgFatal, 0x590CE3A8);
         return kzErrBadZone;
     }
@@ -326,9 +328,8 @@ KzErr DSSwapHandles(void* a, void* b)
         KZ_REPORT(kDbgFatal, 0xC7824D1B);
         return kzErrNone;
     }
-    unsigned char* const data = kz::DataOf(a);
-    kz::StoreMaster(static_cast<MasterWord*>(a), kz::DataOf(b));
-    kz::StoreMaster(static_cast<MasterWord*>(b), data);
+    kz::StoreMaster(static_cast<MasterWord*>(a), dataB);
+    kz::StoreMaster(static_cast<MasterWord*>(b), dataA);
     kz::CheckAfterChange(a);
     return kzErrNone;
 }
@@ -407,15 +408,19 @@ void RecoverHandles(MemZoneRec* zone)
     unsigned long long bytes = 0;
     for (kz::masterBlock* block = zone->blocks; block != nullptr; block = block->next) {
         for (MasterWord& master : block->masters) {
-            if (!kz::IsHandleWord(kz::LoadMaster(&master))) {
+            unsigned char* const data = kz::LoadMaster(&master);
+            if (!kz::IsHandleWord(data)) {
                 continue;
             }
-            if (!kz::HandleGuardsPass(&master)) {
+            if (!kz::HandleGuardsPass(data)) {
                 continue;  // told of; neither its size nor its block can be trusted
             }
-            const unsigned long long size = kz::SizeOf(&master);
+            const unsigned long size = kz::HandleDataSize(data);
             KZ_LOG(kDbgLog) << "handle " << DbgFmtPtr(&master) << ", size " << size << " still allocated.";
-            kz::DisposeGoodHandle(zone, &master, Blocks::kFresh);
+            if (const kz::LeftHandleProc proc = kz::gLeftHandleProc.load(std::memory_order_acquire)) {
+                proc(&master, data);
+            }
+            kz::DisposeGoodHandle(zone, &master, data, Blocks::kFresh);
             ++count;
             bytes += size;
         }

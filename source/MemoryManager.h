@@ -87,6 +87,8 @@ KZ_EXPORT unsigned long AZGetHandleSize(const void* handle);
 
 // 0 for a handle in use, kzErrBadZone for anything else, null too, without a report of level 4. The first always looks
 // in the tables of all handles, so any address may be asked about; the second as hard as DSSetHandleChecking says.
+// Where guards are checked at each use both read the handle's block, so no other thread may be resizing or disposing
+// it.
 KZ_EXPORT KzErr DSCheckHandle(const void* handle);
 KZ_EXPORT KzErr AZCheckHandle(const void* handle);
 
@@ -313,9 +315,8 @@ KZ_EXPORT MemoryManager_Service* MemoryManagerService();
 
 namespace kz {
 
-// The handles in use, and the pointer blocks not yet disposed without the zone's own, at this moment.
+// The handles in use at this moment.
 uInt32 LiveHandleCount();
-int64 LivePointerCount();
 
 // The bytes that the process's data segment has grown by since the service started; 0 without it.
 uInt64 HeapGrowth();

@@ -9,12 +9,14 @@
 
 #include "GuardBytes.h"
 #include "HandleData.h"
+#include "LiveCount.h"
 #include "MemoryManager.h"
 #include "ScopedLock.h"
 
 namespace kz {
 
 constinit std::atomic<AllocateProc> gAllocateProc{&std::malloc};
+constinit std::atomic<AllocateZerosProc> gAllocateZerosProc{&std::calloc};
 constinit std::atomic<MemZoneRec*> gMemZone{nullptr};
 constinit ThMutex gMemoryRights = nullptr;
 
@@ -23,9 +25,6 @@ static_assert(std::atomic_ref<MasterWord>::is_always_lock_free);
 static_assert(std::atomic_ref<MasterWord>::required_alignment <= alignof(MasterWord));
 
 namespace {
-
-// Relaxed: a number for comparisons while nothing runs, which orders nothing.
-constinit std::atomic<int64> gLivePointers{0};
 
 struct FreeBytes {
     void operator()(void* block) const { std::free(block); }
@@ -153,15 +152,34 @@ masterBlock* FindInIndex(const MasterBlockIndex* index, uintptr_t address)
     return reinterpret_cast<uintptr_t>(*base) <= address ? *base : nullptr;
 }
 
+void* AllocatePtrBlock(unsigned long size, Fill fill)
+{
+    const unsigned long guards = PtrGuardsSize();
+    const unsigned long whole = size + guards;
+    void* const block = whole < size ? nullptr : AllocateBytes(whole, fill);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    if (MemZoneRec* zone = MemZone()) {
+        RaiseCounter(zone, kPointersMade);
+    }
+    return guards == 0 ? block : InitPtrGuards(block, size);
+}
+
+void FreePtrBlock(void* ptr)
+{
+    std::free(PtrGuardsSize() == 0 ? ptr : GetOrigPtrFromGuardedPtr(ptr));
+}
+
 bool AddMasterBlockLocked(MemZoneRec* zone)
 {
-    auto* const block = static_cast<masterBlock*>(AllocatePtr(sizeof(masterBlock)));
+    auto* const block = static_cast<masterBlock*>(AllocatePtrBlock(sizeof(masterBlock), Fill::kNone));
     if (block == nullptr) {
         return false;
     }
     IndexOwner index = MakeIndex(zone->index.load(std::memory_order_relaxed), block);
     if (index == nullptr) {
-        FreePtr(block);
+        FreePtrBlock(block);
         return false;
     }
     for (uInt32 i = 0; i + 1 < kMastersPerBlock; ++i) {
@@ -180,43 +198,34 @@ bool AddMasterBlockLocked(MemZoneRec* zone)
 
 }  // namespace
 
-void* AllocateBytes(std::size_t size)
+void* AllocateZeros(std::size_t size)
 {
-    // No object is larger than half the address space, whatever an allocator says.
-    if (size > PTRDIFF_MAX) {
-        return nullptr;
+    // Below a page nothing can stay untouched, and the C library's calloc is slower there: it passes the thread's
+    // cache.
+    constexpr std::size_t kPage = 4096;
+    if (size >= kPage) {
+        return size > PTRDIFF_MAX ? nullptr : gAllocateZerosProc.load(std::memory_order_relaxed)(1, size);
     }
-    return gAllocateProc.load(std::memory_order_relaxed)(std::max<std::size_t>(size, 1));
+    void* const bytes = AllocateBytes(size);
+    if (bytes != nullptr) {
+        std::memset(bytes, 0, size);
+    }
+    return bytes;
 }
 
-void* AllocatePtr(unsigned long size)
+void* AllocatePtr(unsigned long size, Fill fill)
 {
-    const unsigned long guards = PtrGuardsSize();
-    const unsigned long whole = size + guards;
-    void* const block = whole < size ? nullptr : AllocateBytes(whole);
-    if (block == nullptr) {
-        return nullptr;
-    }
-    gLivePointers.fetch_add(1, std::memory_order_relaxed);
-    if (MemZoneRec* zone = MemZone()) {
-        RaiseCounter(zone, kPointersMade);
-    }
-    return guards == 0 ? block : InitPtrGuards(block, size);
-}
-
-void* AllocateClearedPtr(unsigned long size)
-{
-    void* const ptr = AllocatePtr(size);
+    void* const ptr = AllocatePtrBlock(size, fill);
     if (ptr != nullptr) {
-        std::memset(ptr, 0, size);
+        CountLive(Live::kPointers, 1);
     }
     return ptr;
 }
 
 void FreePtr(void* ptr)
 {
-    gLivePointers.fetch_sub(1, std::memory_order_relaxed);
-    std::free(PtrGuardsSize() == 0 ? ptr : GetOrigPtrFromGuardedPtr(ptr));
+    CountLive(Live::kPointers, -1);
+    FreePtrBlock(ptr);
 }
 
 MemZoneRec* CreateZone()
@@ -240,7 +249,7 @@ void DestroyZone(MemZoneRec* zone)
     for (masterBlock* block = zone->blocks; block != nullptr;) {
         masterBlock* const next = block->next;
         if (PtrGuardsPass(block)) {
-            FreePtr(block);
+            FreePtrBlock(block);
         }
         block = next;
     }
@@ -310,13 +319,6 @@ bool FindMasterBlock(MemZoneRec* zone, const void* handle)
     zone->recent[pick & 1].store(block, std::memory_order_release);
     zone->pick.store(pick + 1, std::memory_order_relaxed);
     return true;
-}
-
-int64 LivePointerCount()
-{
-    const MemZoneRec* const zone = MemZone();
-    ScopedLock lock(gMemoryRights);
-    return gLivePointers.load(std::memory_order_relaxed) - (zone == nullptr ? 0 : zone->blockCount);
 }
 
 uInt32 LiveHandleCount()

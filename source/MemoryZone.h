@@ -26,17 +26,33 @@
 
 namespace kz {
 
-// Where the library's memory comes from; malloc unless a test makes it fail.
+// Where the library's memory comes from; malloc and calloc unless a test makes them fail.
 using AllocateProc = void* (*)(std::size_t size);
+using AllocateZerosProc = void* (*)(std::size_t count, std::size_t size);
 extern std::atomic<AllocateProc> gAllocateProc;
+extern std::atomic<AllocateZerosProc> gAllocateZerosProc;
 
-// `size` bytes, at least one, freed with std::free; null when out of memory.
-void* AllocateBytes(std::size_t size);
+enum class Fill { kNone, kZero };
+
+// `size` bytes, at least one, freed with std::free; null when out of memory. No object is larger than half the address
+// space, whatever an allocator says.
+inline void* AllocateBytes(std::size_t size)
+{
+    return size > PTRDIFF_MAX ? nullptr : gAllocateProc.load(std::memory_order_relaxed)(std::max<std::size_t>(size, 1));
+}
+
+// The same of zeros: a page and more of them as the allocator has them, so that fresh pages cost nothing until they are
+// used.
+void* AllocateZeros(std::size_t size);
+
+inline void* AllocateBytes(std::size_t size, Fill fill)
+{
+    return fill == Fill::kZero ? AllocateZeros(size) : AllocateBytes(size);
+}
 
 // A plain pointer block with its guards, where those are on. It is counted, but the memory-full procedure is the
 // caller's to call, once it holds no lock, and so is a check of the guards before the block is freed.
-void* AllocatePtr(unsigned long size);
-void* AllocateClearedPtr(unsigned long size);
+void* AllocatePtr(unsigned long size, Fill fill = Fill::kNone);
 void FreePtr(void* ptr);
 
 using MasterWord = unsigned char*;
@@ -174,17 +190,20 @@ inline bool IsInGranule(const GranuleTable* table, const void* handle)
     return std::min(offsetIn(0), offsetIn(1)) < sizeof(masterBlock::masters);
 }
 
-// Whether `handle` is a master in use. With `skipRange` only its word is looked at, which then must be readable.
-inline bool CheckHandleInZone(MemZoneRec* zone, const void* handle, bool skipRange)
+// The data of a handle that is a master in use, or null for anything else. With `skipRange` only its word is looked at,
+// which then must be readable. The word is read once, so the answer is a block's address even where another thread ends
+// the handle meanwhile.
+inline MasterWord CheckHandleInZone(MemZoneRec* zone, const void* handle, bool skipRange)
 {
     if (zone == nullptr || handle == nullptr || reinterpret_cast<uintptr_t>(handle) % sizeof(MasterWord) != 0) {
-        return false;
+        return nullptr;
     }
     if (!skipRange && !IsInGranule(zone->granules.load(std::memory_order_acquire), handle) &&
         !FindMasterBlock(zone, handle)) {
-        return false;
+        return nullptr;
     }
-    return IsHandleWord(LoadMaster(static_cast<const MasterWord*>(handle)));
+    const MasterWord word = LoadMaster(static_cast<const MasterWord*>(handle));
+    return IsHandleWord(word) ? word : nullptr;
 }
 
 inline void RaiseCounter(MemZoneRec* zone, MemoryCounter counter)

@@ -15,7 +15,7 @@ namespace {
 // A zeroed pointer block; on failure its size is in `*missing`.
 void* MakeNode(unsigned long size, unsigned long* missing)
 {
-    void* const node = AllocateClearedPtr(size);
+    void* const node = AllocatePtr(size, Fill::kZero);
     if (node == nullptr) {
         *missing = size;
     }

@@ -23,6 +23,7 @@
 #include "HandleLayout.h"
 #include "MemoryZone.h"
 #include "ReportCatcher.h"
+#include "ResidentPages.h"
 #include "RunningMemory.h"
 
 namespace {
@@ -151,6 +152,25 @@ TEST_F(MemoryManager, ResizesMoveAndCount)
     EXPECT_NE(data, *handle);
     EXPECT_TRUE(IsAligned(handle, 64, 4));
     EXPECT_EQ(0, DSDisposeHandle(handle));
+}
+
+// Zeros that nobody has used yet take no memory.
+TEST_F(MemoryManager, ClearedMemoryIsNotTouched)
+{
+    constexpr unsigned long kSize = 1ul << 30;
+    UHandle handle = DSNewHClr(kSize);
+    ASSERT_NE(nullptr, handle);
+    EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
+    EXPECT_EQ(0, (*handle)[kSize - 1]);
+    EXPECT_EQ(0, DSSetHandleSize(handle, 5));
+    std::memset(*handle, 7, 5);
+    EXPECT_EQ(0, DSSetHSzClr(handle, kSize));
+    EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
+    EXPECT_EQ(0, BlockCmp(*handle, "\7\7\7\7\7\0\0\0", 8));
+    EXPECT_EQ(0, DSDisposeHandle(handle));
+    void* const ptr = DSNewPClr(kSize);
+    EXPECT_TRUE(kztest::IsUntouched(ptr, kSize));
+    EXPECT_EQ(0, DSDisposePtr(ptr));
 }
 
 TEST_F(MemoryManager, ResizeOrNew)

@@ -29,6 +29,11 @@ void* Allocate(std::size_t size)
     return NextFails() ? nullptr : std::malloc(size);
 }
 
+void* AllocateZeros(std::size_t count, std::size_t size)
+{
+    return NextFails() ? nullptr : std::calloc(count, size);
+}
+
 void* Reallocate(void* old, std::size_t size)
 {
     return NextFails() ? nullptr : std::realloc(old, size);
@@ -77,12 +82,14 @@ FailAllocation::FailAllocation(int n, Span span, Reach reach)
     gForGood = span == kForGood;
     gLeft = n;
     kz::gAllocateProc = &Allocate;
+    kz::gAllocateZerosProc = &AllocateZeros;
     qkini::SetAllocator(&Reallocate);
 }
 
 FailAllocation::~FailAllocation()
 {
     kz::gAllocateProc = &std::malloc;
+    kz::gAllocateZerosProc = &std::calloc;
     qkini::SetAllocator(nullptr);
     gLeft = kNever;
     gReachesNew = false;

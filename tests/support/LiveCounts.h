@@ -6,7 +6,7 @@
 #include <iterator>
 #include <ostream>
 
-#include "CookieManager.h"
+#include "LiveCount.h"
 #include "MemoryManager.h"
 #include "PathItemStorage.h"
 #include "ThEvent.h"
@@ -46,8 +46,8 @@ inline LiveCounts CountLive()
     const long threads = entriesOf("/proc/self/task");
 #endif
     return {static_cast<long>(kz::LiveHandleCount()),
-            static_cast<long>(kz::LivePointerCount()),
-            static_cast<long>(kz::LiveCookieCount()),
+            kz::LiveCount(kz::Live::kPointers),
+            kz::LiveCount(kz::Live::kCookies),
             static_cast<long>(kz::LivePathElementCount()),
             entriesOf("/proc/self/fd"),
             static_cast<long>(kz::LiveMutexCount()),

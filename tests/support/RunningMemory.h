@@ -6,6 +6,7 @@
 
 #include "FaultLoop.h"
 #include "KZApp.h"
+#include "LiveCount.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
 #include "TestHost.h"
@@ -23,7 +24,7 @@ public:
     ~RunningMemory()
     {
         EXPECT_EQ(0u, kz::LiveHandleCount());
-        EXPECT_EQ(mPointers, kz::LivePointerCount());
+        EXPECT_EQ(mPointers, kz::LiveCount(kz::Live::kPointers));
         EXPECT_EQ(nullptr, kz::MemoryFault());
         MemoryManagerService()->Uninit();
         KZAppInterfaceSet(nullptr);
@@ -33,7 +34,7 @@ public:
 
 private:
     TestHost mHost;
-    const int64 mPointers = kz::LivePointerCount();
+    const int64 mPointers = kz::LiveCount(kz::Live::kPointers);
 };
 
 }  // namespace kztest
