@@ -7,6 +7,7 @@
 
 #include "CookieManager.h"
 #include "FuzzLibrary.h"
+#include "LiveCount.h"
 #include "MemoryManager.h"
 #include "ResourceFormat.h"
 #include "ResourceManager.h"
@@ -117,15 +118,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size)
         return 0;
     }
     const auto handles = kz::LiveHandleCount();
-    const auto pointers = kz::LivePointerCount();
-    const auto cookies = kz::LiveCookieCount();
+    const auto pointers = kz::LiveCount(kz::Live::kPointers);
+    const auto cookies = kz::LiveCount(kz::Live::kCookies);
     OpenConstant(data, size);
     OpenHandle(data, size);
     kz::SetWeakRsrcFileValidation(true);
     OpenConstant(data, size);
     kz::SetWeakRsrcFileValidation(false);
     Require(kz::LiveHandleCount() == handles, "handles leaked");
-    Require(kz::LivePointerCount() == pointers, "pointers leaked");
-    Require(kz::LiveCookieCount() == cookies, "cookies leaked");
+    Require(kz::LiveCount(kz::Live::kPointers) == pointers, "pointers leaked");
+    Require(kz::LiveCount(kz::Live::kCookies) == cookies, "cookies leaked");
     return 0;
 }

@@ -9,10 +9,11 @@
 #include <cstddef>
 #include <cstring>
 #include <iterator>
-#include <mutex>
 #include <new>
 
+#include "HandleCalls.h"
 #include "HiResClock.h"
+#include "LiveCount.h"
 #include "MemoryManager.h"
 #include "MemoryZone.h"
 #include "PouchTree.h"
@@ -31,28 +32,14 @@ constexpr uInt32 kSaltMask = 0xFFF;
 constexpr uInt32 kFirstCookie = 0x100000;
 constexpr uInt32 kAtomicInfoSize = sizeof(uInt64);
 
-// A jar's tree, in the list of all jars.
-struct JarNode {
-    JarNode(uInt32 recordSize, MagicCookieJarRec* owner) : tree(recordSize), jar(owner) {}
-
-    PouchTree tree;
-    MagicCookieJarRec* jar;
-    JarNode* next = nullptr;
-    JarNode** link = nullptr;
-};
-
-// The jars that exist. The lock is taken at a jar's birth and end only, with nothing taken below it; it is no ThMutex
-// because it serves before any service could make one.
-constinit std::mutex gJarsLock;
-constinit JarNode* gJars = nullptr;
-
 }  // namespace
 
 // Lives in a handle; a handle's data is aligned to 8 because its size is a multiple of 8.
 struct MagicCookieJarRec {
     ThMutex jarRights;
     uInt32 nextSalt;
-    JarNode* tree;
+    uInt32 verifier;  // VerifierOf the jar's handle while the jar lives
+    PouchTree* tree;
     uInt32 infoSize;
     uInt32 recordSize;
     uInt32 freeIndex;
@@ -65,6 +52,23 @@ static_assert(std::atomic_ref<uInt32>::is_always_lock_free && std::atomic_ref<uI
 static_assert(std::atomic_ref<uInt64>::required_alignment <= 8);
 
 namespace {
+
+// Tied to the handle, so that a copy of a jar's bytes is no jar.
+uInt32 VerifierOf(const void* handle)
+{
+    return kz::FourCharCode("CJar") ^ static_cast<uInt32>(reinterpret_cast<uintptr_t>(handle) / sizeof(void*));
+}
+
+// The jar that a handle with this data is, or null for any other handle and for a jar that has ended.
+MagicCookieJarRec* LivingJar(const void* handle, unsigned char* data)
+{
+    uInt32 verifier;
+    if (kz::HandleDataSize(data) != sizeof(MagicCookieJarRec)) {
+        return nullptr;
+    }
+    std::memcpy(&verifier, data + offsetof(MagicCookieJarRec, verifier), sizeof verifier);
+    return verifier == VerifierOf(handle) ? reinterpret_cast<MagicCookieJarRec*>(data) : nullptr;
+}
 
 std::atomic_ref<uInt32> SaltOf(CookieSlotState* state)
 {
@@ -87,16 +91,17 @@ std::atomic_ref<int32> RefCountOf(CookieSlotState* state)
     return std::atomic_ref<int32>(state->refCount);
 }
 
-// Relaxed, as LiveCookieCount only adds up numbers; changed under the jar rights.
+// Relaxed: whoever reads it without the lock looks again under it. Changed under the jar rights.
 std::atomic_ref<uInt32> CountOf(MagicCookieJarRec* jar)
 {
     return std::atomic_ref<uInt32>(jar->cookieCount);
 }
 
-void AddToCount(MagicCookieJarRec* jar, uInt32 by)
+void AddToCount(MagicCookieJarRec* jar, int32 by)
 {
     const std::atomic_ref<uInt32> count = CountOf(jar);
-    count.store(count.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
+    count.store(count.load(std::memory_order_relaxed) + static_cast<uInt32>(by), std::memory_order_relaxed);
+    kz::CountLive(kz::Live::kCookies, by);
 }
 
 bool HoldsCookie(CookieSlotState* state, uInt32 cookie)
@@ -111,7 +116,7 @@ bool HoldsCookie(CookieSlotState* state, uInt32 cookie)
     if (cookie < kFirstCookie) {
         return nullptr;
     }
-    const PouchTree& tree = jar->tree->tree;
+    const PouchTree& tree = *jar->tree;
     unsigned char* const record = tree.Find(cookie & kIndexMask);
     return record != nullptr && HoldsCookie(tree.State(record), cookie) ? record : nullptr;
 }
@@ -119,7 +124,7 @@ bool HoldsCookie(CookieSlotState* state, uInt32 cookie)
 // Whether the record is not on its way out: in a jar with reference counts, as soon as the last one is given back.
 bool IsUsable(const MagicCookieJarRec* jar, unsigned char* record)
 {
-    return jar->refCounting == 0 || RefCountOf(jar->tree->tree.State(record)).load(std::memory_order_acquire) > 0;
+    return jar->refCounting == 0 || RefCountOf(jar->tree->State(record)).load(std::memory_order_acquire) > 0;
 }
 
 // The record of a live cookie that may be used, or null. Needs no lock: where there are counts the slot is looked at
@@ -130,7 +135,7 @@ bool IsUsable(const MagicCookieJarRec* jar, unsigned char* record)
     if (record == nullptr || jar->refCounting == 0) {
         return record;
     }
-    return IsUsable(jar, record) && HoldsCookie(jar->tree->tree.State(record), cookie) ? record : nullptr;
+    return IsUsable(jar, record) && HoldsCookie(jar->tree->State(record), cookie) ? record : nullptr;
 }
 
 // The lock of a slot's reference count, the same for all cookies that the slot ever has; null without counts.
@@ -169,7 +174,7 @@ uInt32 NewCookieLocked(MagicCookieJarRec* jar, const void* info, unsigned long* 
     if (index > kIndexMask) {
         return 0;
     }
-    unsigned char* const record = jar->tree->tree.Make(index, missing);
+    unsigned char* const record = jar->tree->Make(index, missing);
     if (record == nullptr) {
         return 0;
     }
@@ -178,7 +183,7 @@ uInt32 NewCookieLocked(MagicCookieJarRec* jar, const void* info, unsigned long* 
     if (jar->nextSalt == 0) {
         jar->nextSalt = 1;
     }
-    CookieSlotState* const state = jar->tree->tree.State(record);
+    CookieSlotState* const state = jar->tree->State(record);
     jar->freeIndex = static_cast<uInt32>(LinkOf(state).load(std::memory_order_relaxed));
     AddToCount(jar, 1);
     StoreInfo(jar, record, info);
@@ -190,20 +195,20 @@ uInt32 NewCookieLocked(MagicCookieJarRec* jar, const void* info, unsigned long* 
 
 void FreeSlotLocked(MagicCookieJarRec* jar, unsigned char* record, uInt32 index)
 {
-    CookieSlotState* const state = jar->tree->tree.State(record);
+    CookieSlotState* const state = jar->tree->State(record);
     SaltOf(state).store(0, std::memory_order_relaxed);
     RefCountOf(state).store(0, std::memory_order_relaxed);
     StoreInfo(jar, record, nullptr);
     LinkOf(state).store(static_cast<int32>(jar->freeIndex), std::memory_order_relaxed);
     jar->freeIndex = index;
-    AddToCount(jar, ~uInt32{0});
+    AddToCount(jar, -1);
 }
 
 // Calls `visit(cookie, record)` for each live cookie from index `from` up until it returns false. Under the jar rights.
 template <typename Visit>
 void ForEachCookieLocked(const MagicCookieJarRec* jar, uInt32 from, Visit visit)
 {
-    const PouchTree& tree = jar->tree->tree;
+    const PouchTree& tree = *jar->tree;
     tree.ForEachSlot(from, [&](uInt32 index, unsigned char* record) {
         CookieSlotState* const state = tree.State(record);
         const uInt32 salt = SaltOf(state).load(std::memory_order_relaxed);
@@ -273,45 +278,53 @@ bool SetUpJar(MagicCookieJarRec* jar, uInt32 infoSize, bool refCounting)
     jar->infoSize = infoSize;
     jar->recordSize = static_cast<uInt32>(recordSize);
     jar->nextSalt = std::max(MilliSecs() & kSaltMask, 1u);
-    void* const storage = DSNewPClr(sizeof(JarNode));
+    void* const storage = DSNewPClr(sizeof(PouchTree));
     if (storage == nullptr) {
         return false;
     }
-    jar->tree = ::new (storage) JarNode(jar->recordSize, jar);
-    std::lock_guard<std::mutex> lock(gJarsLock);
-    jar->tree->next = gJars;
-    jar->tree->link = &gJars;
-    if (gJars != nullptr) {
-        gJars->link = &jar->tree->next;
-    }
-    gJars = jar->tree;
+    jar->tree = ::new (storage) PouchTree(jar->recordSize);
     return true;
 }
 
-void DisposeTree(JarNode* node)
+// Ends all of a jar but its handle, which is no jar from here on.
+void TearDownJar(MagicCookieJarRec* jar)
 {
-    {
-        std::lock_guard<std::mutex> lock(gJarsLock);
-        *node->link = node->next;
-        if (node->next != nullptr) {
-            node->next->link = node->link;
-        }
+    jar->verifier = 0;
+    kz::CountLive(kz::Live::kCookies, -int64{jar->cookieCount});
+    if (jar->tree != nullptr) {
+        jar->tree->~PouchTree();
+        DSDisposePtr(jar->tree);
     }
-    node->~JarNode();
-    DSDisposePtr(node);
+    ThMutexDestroy(jar->jarRights);
+    for (ThMutex rights : jar->countRights) {
+        ThMutexDestroy(rights);
+    }
+}
+
+// A jar that nobody has disposed ends with the memory service.
+void TearDownLeftJar(UHandle handle, unsigned char* data)
+{
+    if (MagicCookieJarRec* const jar = LivingJar(handle, data)) {
+        TearDownJar(jar);
+    }
 }
 
 MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
 {
+    kz::gLeftHandleProc.store(&TearDownLeftJar, std::memory_order_release);
     const auto jar = reinterpret_cast<MagicCookieJar>(DSNewHClr(sizeof(MagicCookieJarRec)));
-    if (jar != nullptr && !SetUpJar(*jar, infoSize, refCounting)) {
+    if (jar == nullptr) {
+        return nullptr;
+    }
+    (*jar)->verifier = VerifierOf(jar);
+    if (!SetUpJar(*jar, infoSize, refCounting)) {
         MCDisposeJar(jar);
         return nullptr;
     }
     return jar;
 }
 
-// Apart from the look-up without the lock, which it would burden.
+// Kept out of line because its frame would slow the look-up without the lock.
 [[gnu::noinline]] KzErr CopyInfoWithLock(const MagicCookieJarRec* jar, uInt32 cookie, void* infoOut)
 {
     kz::ScopedLock lock(jar->jarRights);
@@ -323,11 +336,11 @@ MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
     return kzErrNone;
 }
 
-// In builds with assertions a small jar is walked after each change.
+// In builds with assertions a small jar is walked after each change: one that has never had a second leaf, because the
+// walk looks at free slots too.
 [[maybe_unused]] bool IsSoundIfSmall(MagicCookieJar jar)
 {
-    constexpr uInt32 kSmall = 16;
-    return CountOf(*jar).load(std::memory_order_relaxed) > kSmall || kz::CookieJarFault(jar) == nullptr;
+    return (*jar)->tree->Find(PouchTree::kLeafSlots) != nullptr || kz::CookieJarFault(jar) == nullptr;
 }
 
 // With the count rights of the cookie held, in a jar that has them.
@@ -367,17 +380,17 @@ KzErr MCDisposeJar(MagicCookieJar jar)
     if (jar == nullptr) {
         return kzErrNone;
     }
-    if ((*jar)->tree != nullptr) {
-        assert(kz::CookieJarFault(jar) == nullptr);
-        if (const uInt32 count = (*jar)->cookieCount) {
-            KZ_LOG(kDbgLog) << "Disposing jar with " << count << " cookies remaining";
-        }
-        DisposeTree((*jar)->tree);
+    unsigned char* const data = kz::GoodData(jar, kz::kRangeAlways);
+    MagicCookieJarRec* const rec = data == nullptr ? nullptr : LivingJar(jar, data);
+    if (rec == nullptr) {
+        kz::BadHandle("MCDisposeJar");
+        return kzErrNone;
     }
-    ThMutexDestroy((*jar)->jarRights);
-    for (ThMutex rights : (*jar)->countRights) {
-        ThMutexDestroy(rights);
+    assert(rec->tree == nullptr || kz::CookieJarFault(jar) == nullptr);
+    if (const uInt32 count = rec->cookieCount) {
+        KZ_LOG(kDbgLog) << "Disposing jar with " << count << " cookies remaining";
     }
+    TearDownJar(rec);
     DSDisposeHandle(jar);
     return kzErrNone;
 }
@@ -429,7 +442,7 @@ KzErr MCGetCookieInfo(MagicCookieJar jar, uInt32 cookie, void* infoOut)
         return kzErrArgument;
     }
     const uInt64 info = AtomicInfo(record).load(std::memory_order_acquire);
-    const bool stayed = HoldsCookie((*jar)->tree->tree.State(record), cookie) && IsUsable(*jar, record);
+    const bool stayed = HoldsCookie((*jar)->tree->State(record), cookie) && IsUsable(*jar, record);
     const uInt64 given = stayed ? info : 0;
     std::memcpy(infoOut, &given, sizeof given);
     return stayed ? kzErrNone : kzErrArgument;
@@ -581,7 +594,7 @@ bool BaseCookieJar::AcquireCookieRights(const unsigned int& cookie, long* infoOu
         kz::ScopedLock lock(CountRightsOf(jar, cookie));
         if (unsigned char* const record = FindUsableCookie(jar, cookie)) {
             // The slot stays this cookie's: without the count rights nobody disposes it.
-            const std::atomic_ref<int32> count = RefCountOf(jar->tree->tree.State(record));
+            const std::atomic_ref<int32> count = RefCountOf(jar->tree->State(record));
             count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
             kz::ScopedLock jarLock(jar->jarRights);
             CopyInfo(jar, record, infoOut);
@@ -605,7 +618,7 @@ int BaseCookieJar::ReleaseCookieRights(const unsigned int& cookie)
     if (record == nullptr) {
         return 0;
     }
-    const std::atomic_ref<int32> count = RefCountOf(jar->tree->tree.State(record));
+    const std::atomic_ref<int32> count = RefCountOf(jar->tree->State(record));
     const int32 before = count.load(std::memory_order_relaxed);
     count.store(before - 1, std::memory_order_relaxed);
     if (before == 1) {
@@ -634,16 +647,6 @@ KzErr BaseCookieJar::GetCookieList(CookieList* list) const
 
 namespace kz {
 
-uInt32 LiveCookieCount()
-{
-    std::lock_guard<std::mutex> lock(gJarsLock);
-    uInt32 count = 0;
-    for (const JarNode* node = gJars; node != nullptr; node = node->next) {
-        count += CountOf(node->jar).load(std::memory_order_relaxed);
-    }
-    return count;
-}
-
 uInt32 NextCookie(MagicCookieJar jar, uInt32 cookie)
 {
     uInt32 next = 0;
@@ -660,7 +663,7 @@ uInt32 NextCookie(MagicCookieJar jar, uInt32 cookie)
 const char* CookieJarFault(MagicCookieJar jar)
 {
     const MagicCookieJarRec* const rec = *jar;
-    const PouchTree& tree = rec->tree->tree;
+    const PouchTree& tree = *rec->tree;
     ScopedLock lock(rec->jarRights);
     uInt32 slots = 0;
     uInt32 live = 0;

@@ -6,13 +6,14 @@
 // query on a stale, foreign or zero cookie fails without a report. Slots never move and are reused last freed first;
 // their memory stays with the jar until the jar goes.
 //
-// Any thread may call any operation on a living jar; a look-up takes no lock.
+// Any thread may call any operation on a living jar; a look-up takes no lock. A jar lives until MCDisposeJar or the
+// stop of the memory service. That no call uses it afterwards is the caller's to see to: only MCDisposeJar looks.
 #ifndef KZCORE_COOKIEMANAGER_H
 #define KZCORE_COOKIEMANAGER_H
 
 #include "KZTypes.h"
 
-// A jar: a handle of this module's own, for these calls only.
+// A jar: a handle of this module's own, for these calls only. DSDisposeHandle would leave all that hangs on it behind.
 typedef struct MagicCookieJarRec** MagicCookieJar;
 
 // A handle to a count and that many cookies; disposed by its owner with DSDisposeHandle.
@@ -34,7 +35,8 @@ KZ_EXPORT MagicCookieJar MCNewBigJar(uInt32 infoSize);
 KZ_EXPORT MagicCookieJar MCNewRCJar(void);
 
 // Destroys a jar that no thread uses any more, with what is still in it, which is logged at level 0. Null does
-// nothing. Always 0.
+// nothing. What is no living jar, because it was disposed before or has outlived the memory service, is left alone and
+// told of as a bad handle, at levels 4 and 2; a jar made since at the same address can't be told from it. Always 0.
 KZ_EXPORT KzErr MCDisposeJar(MagicCookieJar jar);
 
 // A cookie for a new record that holds a copy of `info`, zeros when that is null. 0 when the jar is null, holds
@@ -115,7 +117,7 @@ public:
     // of memory.
     KzErr Init(unsigned int infoSize, int refCounted);
 
-    // Disposes the jar. Always 0.
+    // Disposes the jar, which must happen before the memory service stops. Always 0.
     KzErr Uninit();
 
     MagicCookieJar GetJar() const { return mJar; }
@@ -176,9 +178,6 @@ public:
 };
 
 namespace kz {
-
-// The live cookies of all jars at this moment.
-uInt32 LiveCookieCount();
 
 // The live cookie of the lowest index above that of `cookie`, which may be gone; 0 asks for the first. 0 when there is
 // none, or for a null jar. Walks a jar without memory, also while it is emptied.

@@ -13,8 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include "LiveCount.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
+#include "ResidentPages.h"
 #include "RunningMemory.h"
 
 namespace {
@@ -37,7 +39,7 @@ protected:
     {
         EXPECT_EQ(nullptr, kz::CookieJarFault(jar));
         MCDisposeJar(jar);
-        EXPECT_EQ(0u, kz::LiveCookieCount());
+        EXPECT_EQ(0, kz::LiveCount(kz::Live::kCookies));
     }
 
     uInt32 New(uInt64 info) { return MCNewCookie(jar, &info); }
@@ -93,7 +95,7 @@ TEST_F(CookieManager, LifeOfACookie)
     int32 size = 0;
     EXPECT_EQ(0, MCJarSize(jar, &size));
     EXPECT_EQ(2, size);
-    EXPECT_EQ(2u, kz::LiveCookieCount());
+    EXPECT_EQ(2, kz::LiveCount(kz::Live::kCookies));
     EXPECT_EQ(0, MCDisposeCookie(jar, first, &info));
     EXPECT_EQ(33u, info);
     EXPECT_EQ(0, MCDisposeCookie(jar, second, nullptr));
@@ -245,6 +247,13 @@ TEST_F(CookieManager, InfoOfAnySize)
         EXPECT_EQ(0, MCDisposeJar(big));
     }
     EXPECT_EQ(nullptr, MCNewBigJar(0xFFFFFFFF)) << "a record would be too large";
+    // Of the 64 records that the first cookie brings only its own is touched, and the ends of the others.
+    constexpr uInt32 kInfoSize = 4 << 20;
+    void* info = nullptr;
+    MagicCookieJar big = MCNewBigJar(kInfoSize);
+    EXPECT_EQ(0, MCGetCookieInfoPtr(big, MCNewCookie(big, nullptr), &info));
+    EXPECT_TRUE(kztest::IsUntouched(info, 64ul * kInfoSize));
+    MCDisposeJar(big);
 }
 
 TEST_F(CookieManager, OutOfMemory)
@@ -270,6 +279,86 @@ TEST_F(CookieManager, OutOfMemory)
         EXPECT_EQ(nullptr, kz::CookieJarFault(jar));
     }
     EXPECT_EQ(0u, IndexOf(New(1)));
+}
+
+// A jar with many slots is not walked by each call, however few cookies it holds: damage far off is left to a walk.
+TEST_F(CookieManager, FewCookiesInAJarOfManySlotsCostNoWalk)
+{
+    std::vector<uInt32> cookies(200);
+    for (uInt32& cookie : cookies) {
+        cookie = New(1);
+    }
+    void* record = nullptr;
+    ASSERT_EQ(0, MCGetCookieInfoPtr(jar, cookies[190], &record));
+    for (const uInt32 cookie : cookies) {
+        MCDisposeCookie(jar, cookie, nullptr);
+    }
+    uInt32* const salt = static_cast<uInt32*>(record) + 3;
+    *salt = 1;
+    EXPECT_EQ(0, MCDisposeCookie(jar, New(1), nullptr));
+    EXPECT_STREQ("a slot is neither free nor in use", kz::CookieJarFault(jar));
+    *salt = 0;
+}
+
+// Whether this is told of as a bad handle and left alone.
+bool IsNoJar(kztest::ReportCatcher& reports, void* handle)
+{
+    EXPECT_EQ(0, MCDisposeJar(static_cast<MagicCookieJar>(handle)));
+    return reports.Take(kDbgFatal, "") && reports.Take(kDbgWarning, "Memory error 3 in MCDisposeJar") &&
+           reports.TakeAll().empty();
+}
+
+TEST_F(CookieManager, OnlyLivingJarsAreDisposed)
+{
+    UHandle copy = reinterpret_cast<UHandle>(jar);
+    ASSERT_EQ(0, DSHandToHand(&copy));
+    EXPECT_TRUE(IsNoJar(reports, copy)) << "the bytes of a jar in another handle";
+    EXPECT_TRUE(IsNoJar(reports, &copy)) << "no handle";
+    EXPECT_EQ(0, DSDisposeHandle(copy));
+    const MagicCookieJar stale = MCNewRCJar();
+    EXPECT_EQ(0, MCDisposeJar(stale));
+    EXPECT_TRUE(IsNoJar(reports, stale));
+    UHandle const heir = DSNewHandle(112);
+    EXPECT_EQ(static_cast<void*>(stale), heir) << "the last master freed is the first one reused";
+    EXPECT_TRUE(IsNoJar(reports, stale)) << "somebody else's handle";
+    EXPECT_EQ(0, DSDisposeHandle(heir));
+}
+
+// A jar that nobody disposes ends whole with the memory service, as a handle that was left.
+TEST(CookieJarLife, AForgottenJarEndsWithTheService)
+{
+    kztest::ReportCatcher reports;
+    kztest::TestHost host;
+    KZAppInterfaceSet(&host);
+    const auto scenario = [&](auto failed) {
+        const bool isUp = MemoryManagerService()->Init() == 0;
+        const MagicCookieJar jars[] = {MCNewJar(), MCNewRCJar()};
+        int left = 0;
+        for (const MagicCookieJar jar : jars) {
+            MCNewCookie(jar, nullptr);
+            MCNewCookie(jar, nullptr);
+            left += jar != nullptr;
+        }
+        EXPECT_TRUE(failed() || left == 2);
+        MemoryManagerService()->Uninit();
+        for (int i = 0; i < left; ++i) {
+            EXPECT_TRUE(reports.Take(kDbgLog, ", size 112 still allocated."));
+        }
+        EXPECT_EQ(isUp, reports.Take(kDbgLog, "Recovered " + std::to_string(left) + " Handles for "));
+        EXPECT_TRUE(reports.TakeAll().empty());
+        for (const bool restarts : {false, true}) {
+            if (restarts) {
+                MemoryManagerService()->Init();
+            }
+            for (const MagicCookieJar jar : jars) {
+                EXPECT_TRUE(jar == nullptr || IsNoJar(reports, jar));
+            }
+        }
+        MemoryManagerService()->Uninit();
+        reports.TakeAll();
+    };
+    kztest::FaultLoop(scenario, FailAllocation::kBlocks);
+    KZAppInterfaceSet(nullptr);
 }
 
 TEST_F(CookieManager, JarClasses)
