@@ -4,69 +4,65 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <thread>
 #include <vector>
 
 #include "HiResClock.h"
 #include "ReportCatcher.h"
+#include "ScopedLock.h"
 #include "Spin.h"
 #include "TestHost.h"
 #include "ThEvent.h"
-#include "ThMutex.h"
 #include "ThTmoEvent.h"
 
 namespace {
 
-// What the completing thread does last, and what the waiting one does.
-struct EventKind {
-    using Thing = ThEvent;
-    static Thing Make()
-    {
-        ThEvent event = nullptr;
-        EXPECT_EQ(ThEventCreate(&event, nullptr, 0), 0);
-        return event;
-    }
-    static void Complete(Thing event) { ThEventSignal(event); }
-    static void WaitAndDestroy(Thing event)
-    {
-        EXPECT_EQ(ThEventWait(event), 0);
-        ThEventDestroy(event);
-    }
+// `complete` is the last that the maker does with a thing, `waitAndDestroy` all that the other thread does.
+struct Kind {
+    const char* name;
+    void* (*make)();
+    void (*complete)(void* thing);
+    void (*waitAndDestroy)(void* thing);
 };
 
-struct LockKind {
-    using Thing = ThMutex;
-    static Thing Make() KZ_NO_THREAD_CHECK
-    {
-        ThMutex mutex = nullptr;
-        EXPECT_EQ(ThMutexCreate(&mutex, nullptr), 0);
-        ThMutexAcquire(mutex);
-        return mutex;
-    }
-    static void Complete(Thing mutex) KZ_NO_THREAD_CHECK { ThMutexRelease(mutex); }
-    static void WaitAndDestroy(Thing mutex)
-    {
-        ThMutexAcquire(mutex);
-        ThMutexRelease(mutex);
-        ThMutexDestroy(mutex);
-    }
-};
-
-struct TimedEventKind {
-    using Thing = ThTmoEvent;
-    static Thing Make()
-    {
+const Kind kEvent = {"event",
+                     []() -> void* {
+                         ThEvent event = nullptr;
+                         EXPECT_EQ(ThEventCreate(&event, nullptr, 0), 0);
+                         return event;
+                     },
+                     [](void* event) { ThEventSignal(static_cast<ThEvent>(event)); },
+                     [](void* event) {
+                         EXPECT_EQ(ThEventWait(static_cast<ThEvent>(event)), 0);
+                         ThEventDestroy(static_cast<ThEvent>(event));
+                     }};
+const Kind kTimedEvent = {
+    "timed event",
+    []() -> void* {
         ThTmoEvent event = nullptr;
         EXPECT_EQ(ThTmoEventCreate(&event), 0);
         return event;
-    }
-    static void Complete(Thing event) { ThTmoEventChangeTmo(event, (MilliSecs() - 1) | 1); }
-    static void WaitAndDestroy(Thing event)
-    {
-        ThTmoEventWait(event);
-        ThTmoEventDestroy(event);
-    }
-};
+    },
+    [](void* event) { ThTmoEventChangeTmo(static_cast<ThTmoEvent>(event), (MilliSecs() - 1) | 1); },
+    [](void* event) {
+        ThTmoEventWait(static_cast<ThTmoEvent>(event));
+        ThTmoEventDestroy(static_cast<ThTmoEvent>(event));
+    }};
+const Kind kLock = {"lock",
+                    []() KZ_NO_THREAD_CHECK -> void* {
+                        ThMutex lock = nullptr;
+                        EXPECT_EQ(ThMutexCreate(&lock, nullptr), 0);
+                        ThMutexAcquire(lock);
+                        return lock;
+                    },
+                    [](void* lock) KZ_NO_THREAD_CHECK { ThMutexRelease(static_cast<ThMutex>(lock)); },
+                    [](void* lock) {
+                        {
+                            kz::ScopedLock scope(static_cast<ThMutex>(lock));
+                        }
+                        ThMutexDestroy(static_cast<ThMutex>(lock));
+                    }};
 
 void Dawdle(int steps)
 {
@@ -74,64 +70,57 @@ void Dawdle(int steps)
     }
 }
 
-// The maker completes, since a lock is taken by the thread that releases it.
-template <typename Kind>
-void PlayRounds(int rounds)
+void PlayRounds(const Kind& kind, int rounds)
 {
-    std::atomic<typename Kind::Thing> next{nullptr};
+    std::atomic<void*> next{nullptr};
     std::thread waiter([&] {
         for (int round = 0; round < rounds; ++round) {
-            typename Kind::Thing thing = nullptr;
+            void* thing = nullptr;
             for (int tries = 0; (thing = next.exchange(nullptr)) == nullptr; ++tries) {
                 if (tries > 100) {
                     std::this_thread::yield();
                 }
             }
             Dawdle(round % 7);
-            Kind::WaitAndDestroy(thing);
+            kind.waitAndDestroy(thing);
         }
     });
     for (int round = 0; round < rounds; ++round) {
-        const auto thing = Kind::Make();
+        void* const thing = kind.make();
         while (next.load() != nullptr) {
             std::this_thread::yield();
         }
         next = thing;
         Dawdle(round % 11 * (round % 5 == 0 ? 100 : 1));  // now and then the waiter is asleep by then
-        Kind::Complete(thing);
+        kind.complete(thing);
     }
     waiter.join();
 }
 
-template <typename Kind>
-class OneShot : public testing::Test {
-protected:
-    OneShot() { KZAppInterfaceSet(&mHost); }
-    ~OneShot() override { KZAppInterfaceSet(nullptr); }
-
-    kztest::TestHost mHost;
-    kztest::ReportCatcher mReports;
-};
-using Kinds = testing::Types<EventKind, LockKind, TimedEventKind>;
-TYPED_TEST_SUITE(OneShot, Kinds);
-
 // KZ_STRESS_ROUNDS raises the number of rounds.
-TYPED_TEST(OneShot, TheWaiterMayDestroyAtOnce)
+TEST(OneShot, TheWaiterMayDestroyAtOnce)
 {
+    kztest::TestHost host;
+    KZAppInterfaceSet(&host);
+    const kztest::ReportCatcher reports;
     const char* const text = std::getenv("KZ_STRESS_ROUNDS");
-    const int rounds = text == nullptr ? 10000 : std::atoi(text);
-    for (const bool spins : {true, false}) {
-        kz::AllowSpins(spins);
-        PlayRounds<TypeParam>(rounds);
-        std::vector<std::thread> pairs;  // eight threads
-        for (int i = 0; i < 4; ++i) {
-            pairs.emplace_back(&PlayRounds<TypeParam>, rounds / 4);
-        }
-        for (std::thread& pair : pairs) {
-            pair.join();
+    const int rounds = text == nullptr ? 30000 : std::atoi(text);
+    for (const Kind& kind : {kEvent, kTimedEvent, kLock}) {
+        SCOPED_TRACE(kind.name);
+        for (const bool spins : {true, false}) {
+            kz::AllowSpins(spins);
+            PlayRounds(kind, rounds);
+            std::vector<std::thread> pairs;  // eight threads
+            for (int i = 0; i < 4; ++i) {
+                pairs.emplace_back(&PlayRounds, std::cref(kind), rounds / 4);
+            }
+            for (std::thread& pair : pairs) {
+                pair.join();
+            }
         }
     }
     kz::AllowSpins(true);
+    KZAppInterfaceSet(nullptr);
 }
 
 }  // namespace
