@@ -13,6 +13,8 @@ namespace kz {
 enum class Live {
     kPointers,  // pointer blocks, without the memory zone's own
     kCookies,   // of all jars
+    kLocks,     // ThMutex
+    kEvents,    // ThEvent, those of the locks too
     kNumKinds
 };
 

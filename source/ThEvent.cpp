@@ -5,6 +5,7 @@
 #include <new>
 
 #include "KzErr.h"
+#include "LiveCount.h"
 #include "PlatformEvent.h"
 #include "Report.h"
 #include "Verifier.h"
@@ -14,9 +15,6 @@ namespace {
 constexpr char kModule[] = "source/ThEvent";
 
 constexpr uInt32 kEventVerifier = kz::FourCharCode("Evnt");
-
-// Relaxed: a number for comparisons while nothing runs, which orders nothing.
-constinit std::atomic<int32> gLiveEvents{0};
 
 }  // namespace
 
@@ -76,13 +74,8 @@ ThEvent ThEventAdopt(PlatformEvent* platform)
         return nullptr;
     }
     event->platform = platform;
-    gLiveEvents.fetch_add(1, std::memory_order_relaxed);
+    kz::CountLive(kz::Live::kEvents, 1);
     return event.release();
-}
-
-int32 LiveEventCount()
-{
-    return gLiveEvents.load(std::memory_order_relaxed);
 }
 
 }  // namespace kz
@@ -122,7 +115,7 @@ void ThEventDestroy(ThEvent event)
         KZ_REPORT(kDbgError, 0x48AF6D20) << "DestroyPlatformEvent failed with KzErr " << result;
     }
     delete event;
-    gLiveEvents.fetch_sub(1, std::memory_order_relaxed);
+    kz::CountLive(kz::Live::kEvents, -1);
 }
 
 int32 ThEventSignal(ThEvent event)

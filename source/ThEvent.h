@@ -78,9 +78,6 @@ namespace kz {
 // An event on `platform`, which it owns from then on; null, with `platform` destroyed, when out of memory.
 ThEvent ThEventAdopt(PlatformEvent* platform);
 
-// The events that exist, those of locks too.
-int32 LiveEventCount();
-
 }  // namespace kz
 #endif
 

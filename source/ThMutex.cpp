@@ -13,6 +13,7 @@
 #include <new>
 
 #include "KzErr.h"
+#include "LiveCount.h"
 #include "LockOrder.h"
 #include "PthreadScopes.h"
 #include "Report.h"
@@ -26,9 +27,6 @@ constexpr char kModule[] = "source/ThMutex";
 
 constexpr uInt32 kMutexVerifier = kz::FourCharCode("Mutx");
 constexpr int32 kFree = -1;
-
-// Relaxed: a number for comparisons while nothing runs, which orders nothing.
-constinit std::atomic<int32> gLiveMutexes{0};
 
 }  // namespace
 
@@ -52,7 +50,7 @@ KzErr ThMutexCreate(ThMutex* out, const char* /*name*/)
         return kzErrMemoryFull;
     }
     *out = mutex.release();
-    gLiveMutexes.fetch_add(1, std::memory_order_relaxed);
+    kz::CountLive(kz::Live::kLocks, 1);
     return kzErrNone;
 }
 
@@ -67,7 +65,7 @@ void ThMutexDestroy(ThMutex mutex)
     }
     ThEventDestroy(mutex->event);
     delete mutex;
-    gLiveMutexes.fetch_sub(1, std::memory_order_relaxed);
+    kz::CountLive(kz::Live::kLocks, -1);
 }
 
 void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
@@ -99,11 +97,6 @@ void ThMutexRelease(ThMutex mutex) KZ_NO_THREAD_CHECK
 }
 
 namespace kz {
-
-int32 LiveMutexCount()
-{
-    return gLiveMutexes.load(std::memory_order_relaxed);
-}
 
 int32 ThMutexCount(ThMutex mutex)
 {

@@ -57,9 +57,6 @@ namespace kz {
 // The lock's count at this moment: -1 free, 0 held, n held with n waiters. Not for null.
 int32 ThMutexCount(ThMutex mutex);
 
-// The locks that exist.
-int32 LiveMutexCount();
-
 }  // namespace kz
 #endif
 

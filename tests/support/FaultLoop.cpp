@@ -16,6 +16,10 @@ std::atomic<bool> gForGood{false};
 std::atomic<bool> gReachesNew{false};
 std::atomic<long> gLiveNews{0};
 
+std::atomic<const void*> gWatched{nullptr};
+void* gCopy = nullptr;
+std::size_t gCopySize = 0;
+
 bool NextFails()
 {
     int left = gLeft.load();
@@ -49,15 +53,6 @@ void* New(std::size_t size)
 void Delete(void* memory)
 {
     gLiveNews -= memory != nullptr;
-    std::free(memory);
-}
-
-std::atomic<const void*> gWatched{nullptr};
-void* gCopy = nullptr;
-std::size_t gCopySize = 0;
-
-void Delete(void* memory)
-{
     const void* watched = memory;
     if (memory != nullptr && gWatched.compare_exchange_strong(watched, nullptr)) {
         std::memcpy(gCopy, memory, gCopySize);

@@ -9,8 +9,6 @@
 #include "LiveCount.h"
 #include "MemoryManager.h"
 #include "PathItemStorage.h"
-#include "ThEvent.h"
-#include "ThMutex.h"
 
 namespace kztest {
 
@@ -50,8 +48,8 @@ inline LiveCounts CountLive()
             kz::LiveCount(kz::Live::kCookies),
             static_cast<long>(kz::LivePathElementCount()),
             entriesOf("/proc/self/fd"),
-            static_cast<long>(kz::LiveMutexCount()),
-            static_cast<long>(kz::LiveEventCount()),
+            kz::LiveCount(kz::Live::kLocks),
+            kz::LiveCount(kz::Live::kEvents),
             threads};
 }
 
