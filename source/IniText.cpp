@@ -154,22 +154,22 @@ bool ParseMagnitude(const char* text, bool* isNegative, unsigned int* magnitude)
     return true;
 }
 
-// The locale of files, for the time of a call into the C library.
+// The locale of files, for the time of a call into the C library. It is made once and never freed, because any thread
+// may be in such a call at the process's end.
 class CLocale {
 public:
-    CLocale() : m_locale(newlocale(LC_ALL_MASK, "C", nullptr)), m_before(uselocale(m_locale)) {}
-    ~CLocale()
-    {
-        uselocale(m_before);
-        if (m_locale != nullptr) {
-            freelocale(m_locale);
-        }
-    }
+    CLocale() : m_before(uselocale(Object())) {}
+    ~CLocale() { uselocale(m_before); }
     CLocale(const CLocale&) = delete;
     CLocale& operator=(const CLocale&) = delete;
 
 private:
-    const locale_t m_locale;
+    static locale_t Object()
+    {
+        static const locale_t sObject = newlocale(LC_ALL_MASK, "C", nullptr);
+        return sObject;
+    }
+
     const locale_t m_before;
 };
 
