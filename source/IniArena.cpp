@@ -7,7 +7,7 @@ namespace qkini {
 namespace {
 
 constexpr size_t kFirstBlockSize = 1024;
-constexpr size_t kGreatestBlockSize = 1 << 18;
+constexpr size_t kGreatestBlockSize = 1 << 15;
 
 // A block with room for `size` bytes, larger than the one before. False when out of memory: nothing changed.
 bool AddBlock(Arena* arena, size_t size)
@@ -32,16 +32,23 @@ bool AddBlock(Arena* arena, size_t size)
 
 }  // namespace
 
-char* Arena::Copy(Text text)
+void* Arena::Take(size_t size)
 {
-    const size_t size = text.size + 1;
     if (static_cast<size_t>(end - at) < size && !AddBlock(this, size)) {
         return nullptr;
     }
-    char* const copy = at;
-    memcpy(copy, text.begin, text.size);
-    copy[text.size] = 0;
+    char* const taken = at;
     at += size;
+    return taken;
+}
+
+char* Arena::Copy(Text text)
+{
+    auto* const copy = static_cast<char*>(Take(text.size + 1));
+    if (copy != nullptr) {
+        memcpy(copy, text.begin, text.size);
+        copy[text.size] = 0;
+    }
     return copy;
 }
 

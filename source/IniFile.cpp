@@ -8,11 +8,8 @@
 
 using qkini::FindSection;
 using qkini::ItemAt;
-using qkini::ItemOf;
-using qkini::NameKey;
 using qkini::Place;
 using qkini::SectionAt;
-using qkini::SectionOf;
 using qkini::Text;
 using qkini::Texts;
 using qkini::Trimmed;
@@ -28,8 +25,8 @@ int Exchange(int* setting, int value)
 
 IniItem* FindItem(IniFile* ini, Text section, Text tag)
 {
-    IniSection* const found = ini == nullptr ? nullptr : SectionOf(ini, section);
-    return found == nullptr ? nullptr : ItemOf(ini, found, {tag, ini->naming.seed});
+    IniSection* const found = ini == nullptr ? nullptr : FindSection(ini, section);
+    return found == nullptr ? nullptr : qkini::FindItem(ini, found, tag);
 }
 
 // Looks an item up for a getter, which then has a value to give.
@@ -97,7 +94,7 @@ bool IsTag(const IniFile* ini, Text tag)
 // Whether an item can be made that is read back as itself. A section that is there was read, whatever its name.
 bool IsPlace(IniFile* ini, Text section, Text tag)
 {
-    return IsTag(ini, tag) && (FindSection(ini, section) >= 0 || IsSectionName(section));
+    return IsTag(ini, tag) && (FindSection(ini, section) != nullptr || IsSectionName(section));
 }
 
 // A value as it is stored; null when out of memory.
@@ -119,21 +116,19 @@ char* StoredValue(Text value, bool isEscaped)
 // Makes an item without a value, and its section where that is missing; null when out of memory.
 IniItem* MakeItem(IniFile* ini, Text section, Text tag)
 {
-    const int found = FindSection(ini, section);
-    const int sectionIndex = found >= 0 ? found : qkini::AddSection(ini, section, -1, Place::kAsSorted);
-    if (sectionIndex < 0) {
+    IniSection* const found = FindSection(ini, section);
+    IniSection* const owner = found != nullptr ? found : qkini::AddSection(ini, section, -1, Place::kAsSorted);
+    if (owner == nullptr) {
         return nullptr;
     }
-    IniSection* const owner = SectionAt(ini, sectionIndex);
-    const int index = qkini::AddItem(ini, owner, {tag, ini->naming.seed}, Place::kAsSorted, Texts::kOwned);
-    if (index >= 0) {
-        return ItemAt(owner, index);
+    IniItem* const item = qkini::AddItem(ini, owner, {tag, ini->names.naming.seed}, Place::kAsSorted, Texts::kOwned);
+    if (item == nullptr) {
+        if (found == nullptr) {
+            qkini::DropSection(ini, owner);
+        }
+        ini->currentSection = nullptr;
     }
-    if (found < 0) {
-        qkini::DropSection(ini, sectionIndex);
-    }
-    ini->currentSection = -1;
-    return nullptr;
+    return item;
 }
 
 int PutPlain(IniFile* ini, const char* section, const char* tag, const char* value)
@@ -190,8 +185,7 @@ int IniSetCaseAndWhitespaceSensitiveChecking(IniFile* ini, int sensitive)
         return kIniErrFile;
     }
     const int before = Exchange(&ini->caseSensitive, sensitive);
-    ini->naming.caseSensitive = sensitive != 0;
-    qkini::ForgetOrder(ini);
+    qkini::SetCaseSensitive(ini, sensitive != 0);
     return before;
 }
 
@@ -233,7 +227,7 @@ int IniSetReadLimit(IniFile* ini, long long bytes)
 
 int IniSectionExists(IniFile* ini, const char* section)
 {
-    return ini == nullptr ? kIniErrFile : FindSection(ini, Text(section)) >= 0 ? 1 : 0;
+    return ini == nullptr ? kIniErrFile : FindSection(ini, Text(section)) != nullptr ? 1 : 0;
 }
 
 int IniItemExists(IniFile* ini, const char* section, const char* tag)
@@ -251,7 +245,7 @@ int IniNumberOfItems(IniFile* ini, const char* section)
     if (ini == nullptr) {
         return kIniErrFile;
     }
-    const IniSection* const found = SectionOf(ini, Text(section));
+    const IniSection* const found = FindSection(ini, Text(section));
     return found == nullptr ? 0 : found->items.Count();
 }
 
@@ -277,7 +271,7 @@ int Nth(IniFile* ini, const char* section, int n, const void* out, IniItem** ite
     if (ini == nullptr || out == nullptr) {
         return kIniErrFile;
     }
-    const IniSection* const found = SectionOf(ini, Text(section));
+    const IniSection* const found = FindSection(ini, Text(section));
     if (found == nullptr || n < 1 || n > found->items.Count()) {
         return 0;
     }
@@ -311,7 +305,7 @@ int IniNthItemPointerToString(IniFile* ini, const char* section, int n, const ch
 
 int IniLineOfSection(IniFile* ini, const char* section)
 {
-    const IniSection* const found = ini == nullptr ? nullptr : SectionOf(ini, Text(section));
+    const IniSection* const found = ini == nullptr ? nullptr : FindSection(ini, Text(section));
     return found == nullptr ? -1 : found->line;
 }
 
@@ -453,7 +447,7 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
         free(stored);
         return kIniErrMemory;
     }
-    qkini::SetValue(item, stored, Texts::kOwned, quoted != 0 ? '"' : '\0');
+    qkini::SetValue(ini, item, stored, Texts::kOwned, quoted != 0 ? '"' : '\0');
     return 1;
 }
 
@@ -498,14 +492,13 @@ int IniRemoveItem(IniFile* ini, const char* section, const char* tag)
     if (ini == nullptr) {
         return kIniErrFile;
     }
-    const int sectionIndex = FindSection(ini, Text(section));
-    const int index =
-        sectionIndex < 0 ? -1 : SectionAt(ini, sectionIndex)->items.Find({Text(tag), ini->naming.seed}, ini->naming);
-    if (index < 0) {
+    IniSection* const found = FindSection(ini, Text(section));
+    IniItem* const item = found == nullptr ? nullptr : qkini::FindItem(ini, found, Text(tag));
+    if (item == nullptr) {
         return 0;
     }
-    ini->lastAccessLine = ItemAt(SectionAt(ini, sectionIndex), index)->line;
-    return qkini::RemoveItem(ini, sectionIndex, index) ? 1 : kIniErrMemory;
+    qkini::RemoveItem(ini, found, item);
+    return 1;
 }
 
 int IniRemoveSection(IniFile* ini, const char* section)
@@ -513,11 +506,12 @@ int IniRemoveSection(IniFile* ini, const char* section)
     if (ini == nullptr) {
         return kIniErrFile;
     }
-    const int index = FindSection(ini, Text(section));
-    if (index < 0) {
+    IniSection* const found = FindSection(ini, Text(section));
+    if (found == nullptr) {
         return 0;
     }
-    return qkini::RemoveSection(ini, index) ? 1 : kIniErrMemory;
+    qkini::RemoveSection(ini, found);
+    return 1;
 }
 
 int IniRenameSection(IniFile* ini, const char* oldName, const char* newName)
@@ -525,23 +519,15 @@ int IniRenameSection(IniFile* ini, const char* oldName, const char* newName)
     if (ini == nullptr) {
         return kIniErrFile;
     }
+    IniSection* const section = FindSection(ini, Text(oldName));
+    if (section == nullptr) {
+        return 0;
+    }
     const Text name = Trimmed(Text(newName));
     if (!IsSectionName(name)) {
         return kIniErrName;
     }
-    IniSection* const section = SectionOf(ini, Text(oldName));
-    if (section == nullptr) {
-        return 0;
-    }
-    char* const copy = qkini::Duplicate(name);
-    if (copy == nullptr) {
-        return kIniErrMemory;
-    }
-    free(section->name);
-    section->name = copy;
-    ini->sections.Forget();
-    ini->currentHash = qkini::HashOf(name, ini->naming.seed);
-    return 1;
+    return qkini::RenameSection(ini, section, name) ? 1 : kIniErrMemory;
 }
 
 int IniSortSection(IniFile* ini, const char* section)
@@ -549,11 +535,11 @@ int IniSortSection(IniFile* ini, const char* section)
     if (ini == nullptr) {
         return kIniErrFile;
     }
-    IniSection* const found = SectionOf(ini, Text(section));
+    IniSection* const found = FindSection(ini, Text(section));
     if (found == nullptr) {
         return 0;
     }
-    qkini::SortItems(ini, found);
+    qkini::SortItems(found);
     return 1;
 }
 
@@ -572,8 +558,8 @@ int IniSort(IniFile* ini)
         return kIniErrFile;
     }
     qkini::SortSections(ini);
-    for (int i = 0; i < ini->sections.Count(); ++i) {
-        qkini::SortItems(ini, SectionAt(ini, i));
+    for (qkini::Element* const section : ini->sections) {
+        qkini::SortItems(static_cast<IniSection*>(section));
     }
     return 1;
 }

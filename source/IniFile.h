@@ -213,11 +213,12 @@ INI_EXPORT int IniPutInt(IniFile* ini, const char* section, const char* tag, int
 INI_EXPORT int IniPutUInt(IniFile* ini, const char* section, const char* tag, unsigned int value);
 INI_EXPORT int IniPutDouble(IniFile* ini, const char* section, const char* tag, double value);
 
-// Remove an item or a section; its comments go in front of what follows. kIniErrMemory: nothing changed.
+// Remove an item or a section; its comments go in front of what follows. They need no memory.
 INI_EXPORT int IniRemoveItem(IniFile* ini, const char* section, const char* tag);
 INI_EXPORT int IniRemoveSection(IniFile* ini, const char* section);
 
-// Renames a section, without moving it in a sorted object. kIniErrName, kIniErrMemory.
+// Renames a section, without moving it in a sorted object. A section that is there already keeps the name too, so that
+// there are two. kIniErrName, and kIniErrMemory: nothing changed; a section that is missing is 0 whatever its new name.
 INI_EXPORT int IniRenameSection(IniFile* ini, const char* oldName, const char* newName);
 
 // Sort the items of a section, the sections, or both, by name; they are kept in order from then on.

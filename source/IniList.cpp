@@ -5,8 +5,15 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "IniListRec.h"
 #include "IniText.h"
+
+// The elements follow it.
+struct qkini_ListRec {
+    char magic[4];  // "TSIL"
+    int capacity;
+    int elementSize;
+    int count;
+};
 
 namespace {
 
@@ -119,6 +126,9 @@ void** qkini_PI_NewHandle(size_t size)
 
 int qkini_PI_SetHandleSize(void** handle, size_t size)
 {
+    if (handle == nullptr) {
+        return 0;
+    }
     if (size > SIZE_MAX - sizeof(Block)) {
         return kNoMemory;
     }

@@ -1,5 +1,4 @@
-// Growable arrays of elements of one size, which the INI engine keeps its sections, items and comments in. Usable from
-// C11 and C++20; needs nothing but the C library.
+// Growable arrays of elements of one size. Usable from C11 and C++20; needs nothing but the C library.
 //
 // A list is a handle to a record that moves as it grows; pointers to elements are good until the list changes.
 // Positions count from 1. Where a call takes one, 0 stands for the end (behind the last element for an insertion, the
@@ -30,7 +29,7 @@ typedef struct qkini_ListRec** qkini_List;
 typedef int (*qkini_CompareProc)(const void* a, const void* b);
 
 // A block of memory behind a master pointer: made with `size` bytes, resized keeping what fits, asked for its size,
-// disposed. Null or -12 when out of memory.
+// disposed. Null or -12 when out of memory. A null handle has no size: 0 for both calls that tell of one.
 INI_EXPORT void** qkini_PI_NewHandle(size_t size);
 INI_EXPORT int qkini_PI_SetHandleSize(void** handle, size_t size);
 INI_EXPORT size_t qkini_PI_GetHandleSize(void** handle);

@@ -1,3 +1,12 @@
+// An object and what it owns. Sections and items are elements of lists (IniNames.h): they stay where they are until
+// they are removed, so that the current section is known by its address. The texts and comments that are read stand in
+// arenas, which are freed with the whole content; a text that an edit makes is its element's own. Comments are linked
+// into rings: what follows a removed item or section takes over its comments in one step and without memory, however
+// many they are, so removals don't fail.
+//
+// None of these structures can be seen from outside: hosts know an object by its address only, and the lists of
+// IniList.h are theirs.
+
 #include "IniModel.h"
 
 #include <limits.h>
@@ -12,53 +21,51 @@ namespace {
 
 constexpr size_t kFirstScratchSize = 256;
 
-// Puts lists of comments together.
-class CommentCollector {
-public:
-    CommentCollector() : m_list(qkini_ListCreate(sizeof(IniComment))) {}
-    ~CommentCollector() { qkini_ListDispose(m_list); }
-    CommentCollector(const CommentCollector&) = delete;
-    CommentCollector& operator=(const CommentCollector&) = delete;
-
-    void Add(qkini_List comments)
-    {
-        const int count = qkini_ListNumItems(comments);
-        if (count > 0) {
-            m_isWhole = m_isWhole && qkini_ListInsertItems(m_list, qkini_ListGetPtrToItem(comments, 1), 0, count) == 1;
-        }
-    }
-
-    // Puts what was collected in the place of a list that is part of it. False when out of memory: nothing is changed.
-    bool Replace(qkini_List* comments)
-    {
-        if (m_list == nullptr || !m_isWhole) {
-            return false;
-        }
-        qkini_ListDispose(*comments);
-        *comments = m_list;
-        m_list = nullptr;
-        return true;
-    }
-
-private:
-    qkini_List m_list;
-    bool m_isWhole = true;
-};
-
-void DisposeSection(IniSection* section)
+NameList::Place PlaceIn(Place place, int sorted)
 {
-    free(section->name);
-    DropComments(&section->comments);
-    for (int i = 0; section->items.list != nullptr && i < section->items.Count(); ++i) {
-        DisposeItem(ItemAt(section, i));
-    }
-    section->items.Dispose();
+    return place == Place::kAsSorted && sorted != 0 ? NameList::Place::kInOrder : NameList::Place::kLast;
 }
 
-// The list of comments behind the section.
-qkini_List* CommentsBehind(IniFile* ini, int section)
+// Puts all comments of the one list in front of those of the other.
+void MoveInFront(IniFile* ini, unsigned* from, unsigned* to)
 {
-    return section + 1 < ini->sections.Count() ? &SectionAt(ini, section + 1)->comments : &ini->trailingComments;
+    if (*from != 0 && *to != 0) {
+        IniComment* const end = CommentAt(ini, *from);
+        IniComment* const last = CommentAt(ini, *to);
+        const unsigned first = end->next;
+        end->next = last->next;
+        last->next = first;
+    } else if (*from != 0) {
+        *to = *from;
+    }
+    *from = 0;
+}
+
+void FreeTexts(const IniItem* item)
+{
+    if (item->ownsName) {
+        free(item->name);
+    }
+    if (item->ownsValue) {
+        free(item->value);
+    }
+}
+
+void FreeTexts(const IniFile* ini, const IniSection* section)
+{
+    free(section->name);
+    if (ini->ownsTexts) {
+        for (const Element* const item : section->items) {
+            FreeTexts(static_cast<const IniItem*>(item));
+        }
+    }
+}
+
+// The comments behind the section.
+unsigned* CommentsBehind(IniFile* ini, const IniSection* section)
+{
+    Element* const next = ini->sections.Behind(section);
+    return next == nullptr ? &ini->trailingComments : &next->comments;
 }
 
 }  // namespace
@@ -71,12 +78,14 @@ IniFile* MakeFile(bool sorted)
     }
     auto* const ini = new (memory) IniFile;
     ini->sorted = sorted ? 1 : 0;
-    if (getentropy(&ini->naming.seed, sizeof ini->naming.seed) != 0) {
-        ini->naming.seed = reinterpret_cast<size_t>(ini);
+    Naming& naming = ini->names.naming;
+    if (getentropy(&naming.seed, sizeof naming.seed) != 0) {
+        naming.seed = reinterpret_cast<size_t>(ini);
     }
+    ini->sections.Make(&ini->sectionStore);
     ini->scratch = static_cast<char*>(Allocate(kFirstScratchSize));
     ini->scratchSize = kFirstScratchSize;
-    if (ini->scratch == nullptr || !ini->sections.Make(sizeof(IniSection))) {
+    if (ini->scratch == nullptr) {
         DisposeFile(ini);
         return nullptr;
     }
@@ -86,213 +95,220 @@ IniFile* MakeFile(bool sorted)
 void DisposeFile(IniFile* ini)
 {
     Clear(ini);
-    ini->sections.Dispose();
     free(ini->scratch);
     free(ini);
 }
 
 void Clear(IniFile* ini)
 {
-    for (int i = 0; ini->sections.list != nullptr && i < ini->sections.Count(); ++i) {
-        DisposeSection(SectionAt(ini, i));
+    for (Element* const element : ini->sections) {
+        auto* const section = static_cast<IniSection*>(element);
+        FreeTexts(ini, section);
+        section->items.FreeIndex();
     }
-    if (ini->sections.list != nullptr) {
-        qkini_ListRemoveItems(ini->sections.list, 1, ini->sections.Count());
-        ini->sections.Forget();
-    }
-    DropComments(&ini->trailingComments);
+    ini->sections.FreeIndex();
+    ini->sections.Make(&ini->sectionStore);
+    ini->sectionStore.elements.Clear();
+    ini->itemStore.elements.Clear();
+    ini->names.nodes.Clear();
+    ini->names.groups.Clear();
+    ini->comments.Clear();
     ini->arena.Clear();
-    ini->currentSection = -1;
+    ini->trailingComments = 0;
+    ini->ownsTexts = false;
+    ini->currentSection = nullptr;
 }
 
-int FindSection(IniFile* ini, Text name)
+IniSection* FindSection(IniFile* ini, Text name)
 {
-    const char* const current = ini->currentSection < 0 ? nullptr : SectionAt(ini, ini->currentSection)->name;
-    if (current != nullptr && AreSameName(current, name, true)) {
-        return ini->currentSection;
+    const Naming& naming = ini->names.naming;
+    IniSection* const current = ini->currentSection;
+    if (current != nullptr && AreSameName(current->name, name, true)) {
+        return current;
     }
-    const NameKey key(name, ini->naming.seed);
-    if (current != nullptr && key.hash == ini->currentHash && AreSameName(current, name, ini->naming.caseSensitive)) {
-        return ini->currentSection;
+    const NameKey key(name, naming.seed);
+    if (current != nullptr && key.hash == ini->currentHash && AreSameName(current->name, name, naming.caseSensitive)) {
+        return current;
     }
-    const int found = ini->sections.Find(key, ini->naming);
-    if (found >= 0) {
+    auto* const found = static_cast<IniSection*>(ini->sections.Find(key));
+    if (found != nullptr) {
         ini->currentSection = found;
         ini->currentHash = key.hash;
     }
     return found;
 }
 
-IniSection* SectionOf(IniFile* ini, Text name)
+IniItem* FindItem(IniFile* ini, IniSection* section, Text name)
 {
-    const int index = FindSection(ini, name);
-    return index < 0 ? nullptr : SectionAt(ini, index);
-}
-
-IniItem* ItemOf(IniFile* ini, IniSection* section, const NameKey& key)
-{
-    const int index = section->items.Find(key, ini->naming);
-    if (index < 0) {
-        return nullptr;
+    auto* const item = static_cast<IniItem*>(section->items.Find({name, ini->names.naming.seed}));
+    if (item != nullptr) {
+        ini->lastAccessLine = item->line;
     }
-    IniItem* const item = ItemAt(section, index);
-    ini->lastAccessLine = item->line;
     return item;
 }
 
-int AddSection(IniFile* ini, Text name, int line, Place place)
+IniSection* AddSection(IniFile* ini, Text name, int line, Place place)
 {
-    IniSection section{};
-    section.sorted = ini->sorted;
-    section.line = line;
-    section.name = Duplicate(name);
-    const NameKey key(name, ini->naming.seed);
-    int index = -1;
-    if (section.name != nullptr && section.items.Make(sizeof(IniItem))) {
-        index = place == Place::kAsSorted && ini->sorted != 0 ? ini->sections.InsertInOrder(&section, key, ini->naming)
-                                                              : ini->sections.Append(&section, key, ini->naming);
+    char* const copy = Duplicate(name);
+    if (copy == nullptr) {
+        return nullptr;
     }
-    if (index < 0) {
-        DisposeSection(&section);
-    } else {
-        ini->currentSection = index;
-        ini->currentHash = key.hash;
+    const NameKey key(name, ini->names.naming.seed);
+    auto* const section = static_cast<IniSection*>(ini->sections.Add(copy, key, PlaceIn(place, ini->sorted)));
+    if (section == nullptr) {
+        free(copy);
+        return nullptr;
     }
-    return index;
+    section->items.Make(&ini->itemStore);
+    section->sorted = ini->sorted;
+    section->line = line;
+    ini->currentSection = section;
+    ini->currentHash = key.hash;
+    return section;
 }
 
-int AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts)
+IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts)
 {
-    IniItem item{};
-    item.line = -1;
-    item.ownsName = texts == Texts::kOwned;
-    item.name = item.ownsName ? Duplicate(key.name) : ini->arena.Copy(key.name);
-    int index = -1;
-    if (item.name != nullptr) {
-        index = place == Place::kAsSorted && section->sorted != 0
-                    ? section->items.InsertInOrder(&item, key, ini->naming)
-                    : section->items.Append(&item, key, ini->naming);
+    const bool ownsName = texts == Texts::kOwned;
+    char* const name = ownsName ? Duplicate(key.name) : ini->arena.Copy(key.name);
+    auto* const item = name == nullptr
+                           ? nullptr
+                           : static_cast<IniItem*>(section->items.Add(name, key, PlaceIn(place, section->sorted)));
+    if (item == nullptr) {
+        free(ownsName ? name : nullptr);
+        return nullptr;
     }
-    if (index < 0) {
-        DisposeItem(&item);
-    }
-    return index;
+    item->line = -1;
+    item->ownsName = ownsName;
+    ini->ownsTexts = ini->ownsTexts || ownsName;
+    return item;
 }
 
-void SetValue(IniItem* item, char* value, Texts texts, char quoteChar)
+void SetValue(IniFile* ini, IniItem* item, char* value, Texts texts, char quoteChar)
 {
     if (item->ownsValue) {
         free(item->value);
     }
     item->value = value;
     item->ownsValue = texts == Texts::kOwned;
+    ini->ownsTexts = ini->ownsTexts || item->ownsValue;
     item->quoteChar = quoteChar;
 }
 
-void DropSection(IniFile* ini, int index)
+void DropSection(IniFile* ini, IniSection* section)
 {
-    IniSection section = *SectionAt(ini, index);
-    ini->sections.RemoveAt(index, ini->naming);
-    DisposeSection(&section);
-    if (ini->currentSection >= index) {
-        ini->currentSection = ini->currentSection == index ? -1 : ini->currentSection - 1;
+    IniSection old = *section;
+    ini->sections.Remove(section);
+    FreeTexts(ini, &old);
+    old.items.Clear();
+    if (ini->currentSection == section) {
+        ini->currentSection = nullptr;
     }
 }
 
-void DropItem(const IniFile* ini, IniSection* section, int index)
+void DropItem(IniSection* section, IniItem* item)
 {
-    IniItem item = *ItemAt(section, index);
-    section->items.RemoveAt(index, ini->naming);
-    DisposeItem(&item);
+    const IniItem old = *item;
+    section->items.Remove(item);
+    FreeTexts(&old);
 }
 
-void DisposeItem(IniItem* item)
+bool AppendComment(IniFile* ini, unsigned* comments, Text text)
 {
-    if (item->ownsName) {
-        free(item->name);
-    }
-    if (item->ownsValue) {
-        free(item->value);
-    }
-    DropComments(&item->comments);
-}
-
-bool AppendComment(IniFile* ini, qkini_List* comments, Text text, int line)
-{
-    if (*comments == nullptr) {
-        *comments = qkini_ListCreate(sizeof(IniComment));
-    }
-    const int size = qkini_ListNumItems(*comments);
-    auto* const last = size < 1 ? nullptr : static_cast<IniComment*>(qkini_ListGetPtrToItem(*comments, size));
-    const bool isAgain = last != nullptr && AreSameName(last->text, text, true);
-    if (isAgain && last->count < INT_MAX) {
+    IniComment* const last = *comments == 0 ? nullptr : CommentAt(ini, *comments);
+    if (last != nullptr && last->count < INT_MAX && AreSameName(last->text, text, true)) {
         ++last->count;
         return true;
     }
-    const IniComment comment{ini->arena.Copy(text), line, 1};
-    return comment.text != nullptr && qkini_ListInsertItem(*comments, &comment, 0) == 1;
-}
-
-void DropComments(qkini_List* comments)
-{
-    qkini_ListDispose(*comments);
-    *comments = nullptr;
-}
-
-bool RemoveItem(IniFile* ini, int sectionIndex, int index)
-{
-    IniSection* const section = SectionAt(ini, sectionIndex);
-    IniItem* const item = ItemAt(section, index);
-    if (qkini_ListNumItems(item->comments) > 0) {
-        qkini_List* const behind = index + 1 < section->items.Count() ? &ItemAt(section, index + 1)->comments
-                                                                      : CommentsBehind(ini, sectionIndex);
-        CommentCollector collected;
-        collected.Add(item->comments);
-        collected.Add(*behind);
-        if (!collected.Replace(behind)) {
-            return false;
-        }
+    char* const copy = ini->arena.Copy(text);
+    if (copy == nullptr || !ini->comments.Reserve(1)) {
+        return false;
     }
-    DropItem(ini, section, index);
+    unsigned added = ini->comments.Take();
+    *CommentAt(ini, added) = {copy, added, 1};
+    MoveInFront(ini, comments, &added);
+    *comments = added;
     return true;
 }
 
-bool RemoveSection(IniFile* ini, int index)
+void RemoveItem(IniFile* ini, IniSection* section, IniItem* item)
 {
-    IniSection* const section = SectionAt(ini, index);
-    qkini_List* const behind = CommentsBehind(ini, index);
-    CommentCollector collected;
-    collected.Add(section->comments);
-    for (int i = 0; i < section->items.Count(); ++i) {
-        collected.Add(ItemAt(section, i)->comments);
+    if (item->comments != 0) {
+        Element* const next = section->items.Behind(item);
+        MoveInFront(ini, &item->comments, next != nullptr ? &next->comments : CommentsBehind(ini, section));
     }
-    collected.Add(*behind);
-    if (!collected.Replace(behind)) {
+    DropItem(section, item);
+}
+
+void RemoveSection(IniFile* ini, IniSection* section)
+{
+    unsigned all = 0;
+    for (Element* const item : section->items) {
+        MoveInFront(ini, &all, &item->comments);
+        all = item->comments;
+    }
+    MoveInFront(ini, &section->comments, &all);
+    MoveInFront(ini, &all, CommentsBehind(ini, section));
+    DropSection(ini, section);
+}
+
+bool RenameSection(IniFile* ini, IniSection* section, Text name)
+{
+    char* const copy = Duplicate(name);
+    if (copy == nullptr) {
         return false;
     }
-    DropSection(ini, index);
+    char* const old = section->name;
+    const NameKey key(name, ini->names.naming.seed);
+    ini->sections.Rename(section, copy, key);
+    free(old);
+    if (ini->currentSection == section) {
+        ini->currentHash = key.hash;
+    }
     return true;
 }
 
 void SortSections(IniFile* ini)
 {
-    ini->sections.Sort(ini->naming);
+    ini->sections.Sort();
     ini->sorted = 1;
-    ini->currentSection = -1;
+    ini->currentSection = nullptr;
 }
 
-void SortItems(const IniFile* ini, IniSection* section)
+void SortItems(IniSection* section)
 {
-    section->items.Sort(ini->naming);
+    section->items.Sort();
     section->sorted = 1;
 }
 
-void ForgetOrder(IniFile* ini)
+void SetCaseSensitive(IniFile* ini, bool sensitive)
 {
-    ini->sections.Forget();
-    for (int i = 0; i < ini->sections.Count(); ++i) {
-        SectionAt(ini, i)->items.Forget();
+    if (ini->names.naming.caseSensitive != sensitive) {
+        ini->names.naming.caseSensitive = sensitive;
+        ini->sections.Forget();
+        for (Element* const section : ini->sections) {
+            static_cast<IniSection*>(section)->items.Forget();
+        }
     }
+}
+
+const char* Fault(const IniFile* ini)
+{
+    const char* fault = ini->sections.Fault();
+    bool hasCurrent = ini->currentSection == nullptr;
+    unsigned items = 0;
+    for (int i = 0; fault == nullptr && i < ini->sections.Count(); ++i) {
+        const IniSection* const section = SectionAt(ini, i);
+        fault = section->items.Fault();
+        hasCurrent = hasCurrent || ini->currentSection == section;
+        items += section->items.order.count;
+    }
+    if (fault != nullptr) {
+        return fault;
+    }
+    const bool isCounted =
+        ini->sectionStore.elements.live() == ini->sections.order.count && ini->itemStore.elements.live() == items;
+    return !hasCurrent ? "the current section is none of the object's" : !isCounted ? "an element is lost" : nullptr;
 }
 
 }  // namespace qkini

@@ -12,36 +12,33 @@ enum { kIniFileNameSize = 260, kIniReadLimit = 256 << 20 };
 // text stands in the object's arena.
 struct IniComment {
     char* text;
-    int line;   // of the first
-    int count;  // 1 or more
+    unsigned next;  // number; of the last one that of the first, so that comments are a ring
+    int count;      // 1 or more
 };
 
-// Lists of comments are null until the first one. A line is -1 for what did not come from a file.
-struct IniItem {
-    char* name;
+// A line is -1 for what did not come from a file.
+struct IniItem : qkini::Element {
     char* value;
-    qkini_List comments;  // in front of the item
     int line;
     char quoteChar;  // 0, 34 or 39
     bool ownsName;   // rather than that it stands in the object's arena
     bool ownsValue;
 };
 
-struct IniSection {
-    char* name;             // owned
-    qkini_List comments;    // in front of the section
+// Owns its name.
+struct IniSection : qkini::Element {
     qkini::NameList items;  // of IniItem
     int sorted;             // whether new items go in order
     int line;
 };
 
 struct IniFile {
-    qkini::NameList sections{};  // of IniSection
-    qkini_List trailingComments = nullptr;
-    int currentSection = -1;  // index of the last one found, so that it may move with its list
-    int sorted = 0;           // whether new sections, and the items of new sections, go in order
+    qkini::NameList sections{};            // of IniSection
+    unsigned trailingComments = 0;         // as an element's
+    IniSection* currentSection = nullptr;  // the last one found
+    int sorted = 0;                        // whether new sections, and the items of new sections, go in order
     int duplicateChecking = 1;
-    int caseSensitive = 0;  // as it was set; the names compare by `naming`
+    int caseSensitive = 0;  // as it was set; the names compare by that of `names`
     int lastAccessLine = -1;
     char* scratch = nullptr;
     size_t scratchSize = 0;
@@ -54,8 +51,12 @@ struct IniFile {
     long long fileDate = 0;
     long long readLimit = kIniReadLimit;  // bytes of one read; -1 without a limit
     int lostRights = 0;                   // by the last save: IniLostRight
-    unsigned currentHash = 0;             // of the current section's name
-    qkini::Naming naming;
+    unsigned currentHash = 0;  // of the current section's name
+    bool ownsTexts = false;    // whether an item may own one
+    qkini::NameCommon names;
+    qkini::NameStore sectionStore{&names, sizeof(IniSection)};
+    qkini::NameStore itemStore{&names, sizeof(IniItem)};
+    qkini::Pool comments{sizeof(IniComment)};
     qkini::Arena arena;  // of the texts that were read
 };
 
@@ -71,6 +72,11 @@ inline IniItem* ItemAt(const IniSection* section, int index)
     return static_cast<IniItem*>(section->items.At(index));
 }
 
+inline IniComment* CommentAt(const IniFile* ini, unsigned number)
+{
+    return static_cast<IniComment*>(ini->comments.At(number));
+}
+
 // An object without content; null when out of memory.
 IniFile* MakeFile(bool sorted);
 void DisposeFile(IniFile* ini);
@@ -78,42 +84,44 @@ void DisposeFile(IniFile* ini);
 // Drops all sections and comments.
 void Clear(IniFile* ini);
 
-// The index of a section, which becomes the current one, or -1.
-int FindSection(IniFile* ini, Text name);
+// The section of that name, which becomes the current one, or null.
+IniSection* FindSection(IniFile* ini, Text name);
 
-// The section or the item of that name, or null. A found item's line becomes that of the last access.
-IniSection* SectionOf(IniFile* ini, Text name);
-IniItem* ItemOf(IniFile* ini, IniSection* section, const NameKey& key);
+// The item of that name, whose line becomes that of the last access, or null.
+IniItem* FindItem(IniFile* ini, IniSection* section, Text name);
 
 // Add a section, which becomes the current one, or an item without a value: behind the last, or in its place where the
-// list is kept in order. The index, or -1 when out of memory. An item's texts are read into the arena or its own.
+// list is kept in order. Null when out of memory. An item's texts are read into the arena or its own.
 enum class Place { kLast, kAsSorted };
 enum class Texts { kInArena, kOwned };
-int AddSection(IniFile* ini, Text name, int line, Place place);
-int AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts);
+IniSection* AddSection(IniFile* ini, Text name, int line, Place place);
+IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts);
 
 // Replaces an item's value.
-void SetValue(IniItem* item, char* value, Texts texts, char quoteChar);
+void SetValue(IniFile* ini, IniItem* item, char* value, Texts texts, char quoteChar);
 
-// Remove with all that is owned.
-void DropSection(IniFile* ini, int index);
-void DropItem(const IniFile* ini, IniSection* section, int index);
-void DisposeItem(IniItem* item);
+// Remove with all that is owned, and with the comments.
+void DropSection(IniFile* ini, IniSection* section);
+void DropItem(IniSection* section, IniItem* item);
 
-// Appends a line of comment to a list, which is made where it is null. False when out of memory.
-bool AppendComment(IniFile* ini, qkini_List* comments, Text text, int line);
-void DropComments(qkini_List* comments);
+// Appends a comment. False when out of memory.
+bool AppendComment(IniFile* ini, unsigned* comments, Text text);
 
-// Removes an item or a section and moves its comments in front of what follows. False when out of memory: nothing
-// changed.
-bool RemoveItem(IniFile* ini, int section, int item);
-bool RemoveSection(IniFile* ini, int section);
+// Remove an item or a section and move its comments in front of what follows.
+void RemoveItem(IniFile* ini, IniSection* section, IniItem* item);
+void RemoveSection(IniFile* ini, IniSection* section);
+
+// Gives a section another name. False when out of memory: nothing changed.
+bool RenameSection(IniFile* ini, IniSection* section, Text name);
 
 void SortSections(IniFile* ini);
-void SortItems(const IniFile* ini, IniSection* section);
+void SortItems(IniSection* section);
 
-// For a change of how names compare.
-void ForgetOrder(IniFile* ini);
+// How names compare from now on.
+void SetCaseSensitive(IniFile* ini, bool sensitive);
+
+// What is wrong with the object, or null. For tests.
+const char* Fault(const IniFile* ini);
 
 }  // namespace qkini
 

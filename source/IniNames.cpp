@@ -1,5 +1,18 @@
+// A list is an order of its elements, which says where each one stands, and an index by name.
+//
+// The index is a hash table with open addressing, made once the list is long enough to be worth it. A slot stands for
+// one name: it holds the number of the element of that name, or, where there are several, that of a group, which is an
+// order of them by their places in the list. Edits keep it up to date without looking at other names, since it knows
+// elements by number and not by place: what an insertion or a removal moves is not in it, and a sort, which keeps
+// equal names in their order, changes nothing in it.
+//
+// An index is never needed. Where there is no memory to keep it up it goes, and the next look-up tries to make it anew;
+// until then a binary search finds names in a list in order, and else a look at each. All three ways find the first of
+// several elements of a name.
+
 #include "IniNames.h"
 
+#include <assert.h>
 #include <stdlib.h>
 
 namespace qkini {
@@ -7,79 +20,151 @@ namespace qkini {
 namespace {
 
 // Below this many names a look at each is as fast.
-constexpr int kIndexFrom = 8;
+constexpr unsigned kIndexFrom = 8;
 
-// From half full to an eighth.
-constexpr unsigned kGrowth = 4;
-
-const char* NameOf(const void* element)
+// From half full to an eighth; a small index, which is soon made anew, to a quarter.
+constexpr unsigned Grown(unsigned slots)
 {
-    return *static_cast<char* const*>(element);
+    return slots < 256 ? slots * 2 : slots * 4;
 }
 
-int CompareElementsBlind(const void* a, const void* b)
+OrderPools PoolsOf(const NameList& names)
 {
-    return CompareBlind(Text(NameOf(a)), Text(NameOf(b)));
+    return {&names.store->common->nodes, &names.store->elements};
 }
 
-int CompareElementsExact(const void* a, const void* b)
+// The members of a group know their leaf in the list, and none in the group.
+OrderPools GroupPoolsOf(const NameList& names)
 {
-    return strcmp(NameOf(a), NameOf(b));
+    return {&names.store->common->nodes, nullptr};
 }
 
-qkini_CompareProc CompareOf(const Naming& naming)
+const Naming& NamingOf(const NameList& names)
 {
-    return naming.caseSensitive ? &CompareElementsExact : &CompareElementsBlind;
+    return names.store->common->naming;
 }
 
-int CompareKeyBlind(const void* key, const void* element)
+Element* ElementOf(const NameList& names, unsigned number)
 {
-    return CompareBlind(*static_cast<const Text*>(key), Text(NameOf(element)));
+    return static_cast<Element*>(names.store->elements.At(number));
 }
 
-int CompareKeyExact(const void* key, const void* element)
+Order* GroupOf(const NameList& names, unsigned holds)
 {
-    const Text& name = *static_cast<const Text*>(key);
-    const int order = strncmp(name.begin, NameOf(element), name.size);
-    return order != 0 ? order : NameOf(element)[name.size] == 0 ? 0 : -1;
+    return static_cast<Order*>(names.store->common->groups.At(holds & ~NameList::kGroup));
 }
 
-int FindOneByOne(const NameList& names, int from, Text name, const Naming& naming)
+NameKey KeyOf(const NameList& names, const Element* element)
 {
-    const int count = names.Count();
-    for (int i = from; i < count; ++i) {
-        if (AreSameName(NameOf(names.At(i)), name, naming.caseSensitive)) {
-            return i;
+    return {Text(element->name), NamingOf(names).seed};
+}
+
+unsigned IndexOf(const NameList& names, const Element* element)
+{
+    return names.order.IndexOf(PoolsOf(names), names.order.PlaceOf(PoolsOf(names), element));
+}
+
+// A negative number, 0 or a positive one.
+int CompareName(Text name, const char* stored, bool caseSensitive)
+{
+    if (!caseSensitive) {
+        return CompareBlind(name, Text(stored));
+    }
+    const int order = strncmp(name.begin, stored, name.size);
+    return order != 0 ? order : stored[name.size] == 0 ? 0 : -1;
+}
+
+int CompareElementsBlind(const Element* a, const Element* b)
+{
+    return CompareBlind(Text(a->name), Text(b->name));
+}
+
+int CompareElementsExact(const Element* a, const Element* b)
+{
+    return strcmp(a->name, b->name);
+}
+
+// The index of the first of the list's elements that is not in front of the place sought, if they are in order.
+template <typename IsInFront>
+unsigned Bound(unsigned count, IsInFront isInFront)
+{
+    unsigned low = 0;
+    unsigned high = count;
+    while (low < high) {
+        const unsigned middle = low + (high - low) / 2;
+        if (isInFront(middle)) {
+            low = middle + 1;
+        } else {
+            high = middle;
         }
     }
-    return -1;
+    return low;
+}
+
+Element* FindInOrder(const NameList& names, Text name)
+{
+    const bool caseSensitive = NamingOf(names).caseSensitive;
+    const unsigned index = Bound(names.order.count, [&](unsigned i) {
+        return CompareName(name, names.At(static_cast<int>(i))->name, caseSensitive) > 0;
+    });
+    Element* const element = index < names.order.count ? names.At(static_cast<int>(index)) : nullptr;
+    return element != nullptr && AreSameName(element->name, name, caseSensitive) ? element : nullptr;
+}
+
+Element* FindOneByOne(const NameList& names, Text name)
+{
+    for (Element* const element : names) {
+        if (AreSameName(element->name, name, NamingOf(names).caseSensitive)) {
+            return element;
+        }
+    }
+    return nullptr;
+}
+
+// The number of the first element of a slot's name.
+unsigned FirstOf(const NameList& names, unsigned holds)
+{
+    return (holds & NameList::kGroup) == 0 ? holds : GroupOf(names, holds)->At(GroupPoolsOf(names), 0);
 }
 
 // The slot of the name, or the free one where it belongs.
-NameList::Slot* SlotOf(const NameList& names, const NameKey& key, const Naming& naming)
+NameList::Slot* SlotOf(const NameList& names, const NameKey& key)
 {
+    const bool caseSensitive = NamingOf(names).caseSensitive;
     for (unsigned at = key.hash & names.mask;; at = (at + 1) & names.mask) {
         NameList::Slot* const slot = &names.slots[at];
-        if (slot->place == 0 || (slot->hash == key.hash &&
-                                 AreSameName(NameOf(names.At(slot->place - 1)), key.name, naming.caseSensitive))) {
+        CountSteps(1);
+        if (slot->holds == 0 ||
+            (slot->hash == key.hash &&
+             AreSameName(ElementOf(names, FirstOf(names, slot->holds))->name, key.name, caseSensitive))) {
             return slot;
         }
     }
 }
 
+void FreeGroup(const NameList& names, unsigned holds)
+{
+    GroupOf(names, holds)->Clear(GroupPoolsOf(names));
+    names.store->common->groups.Give(holds & ~NameList::kGroup);
+}
+
 void DropIndex(NameList* names)
 {
+    for (unsigned i = 0; names->slots != nullptr && i <= names->mask; ++i) {
+        if ((names->slots[i].holds & NameList::kGroup) != 0) {
+            FreeGroup(*names, names->slots[i].holds);
+        }
+    }
     free(names->slots);
     names->slots = nullptr;
     names->mask = 0;
     names->used = 0;
-    names->hasDuplicates = false;
 }
 
 // Gives the index `size` slots, a power of two; false when out of memory, with the index as it was.
 bool ResizeIndex(NameList* names, unsigned size)
 {
-    auto* const slots = static_cast<NameList::Slot*>(Allocate(size * sizeof(NameList::Slot)));
+    auto* const slots = size == 0 ? nullptr : static_cast<NameList::Slot*>(Allocate(size * sizeof(NameList::Slot)));
     if (slots == nullptr) {
         return false;
     }
@@ -87,11 +172,11 @@ bool ResizeIndex(NameList* names, unsigned size)
     const unsigned mask = size - 1;
     for (unsigned i = 0; names->slots != nullptr && i <= names->mask; ++i) {
         const NameList::Slot& old = names->slots[i];
-        if (old.place == 0) {
+        if (old.holds == 0) {
             continue;
         }
         unsigned at = old.hash & mask;
-        while (slots[at].place != 0) {
+        while (slots[at].holds != 0) {
             at = (at + 1) & mask;
         }
         slots[at] = old;
@@ -102,46 +187,65 @@ bool ResizeIndex(NameList* names, unsigned size)
     return true;
 }
 
-// Enters the element at `index`. Without memory for it the index goes.
-void AddToIndex(NameList* names, int index, const NameKey& key, const Naming& naming)
+// The index in a group of its first member that stands in the list at `place` or behind.
+unsigned IndexInGroup(const NameList& names, const Order& group, unsigned place)
 {
-    if (names->used * 2 > names->mask && !ResizeIndex(names, (names->mask + 1) * kGrowth)) {
+    const auto isInFront = [&](unsigned i) {
+        return IndexOf(names, ElementOf(names, group.At(GroupPoolsOf(names), i))) < place;
+    };
+    // What is read and what is put in order comes last.
+    return isInFront(group.count - 1) ? group.count : Bound(group.count, isInFront);
+}
+
+// Enters another element of a slot's name. False when out of memory: the index must go.
+bool AddToGroup(const NameList& names, NameList::Slot* slot, unsigned number)
+{
+    if ((slot->holds & NameList::kGroup) == 0) {
+        Pool& groups = names.store->common->groups;
+        if (!groups.Reserve(1)) {
+            return false;
+        }
+        const unsigned first = slot->holds;
+        slot->holds = groups.Take() | NameList::kGroup;
+        Order* const made = GroupOf(names, slot->holds);
+        *made = {};
+        if (!made->Insert(GroupPoolsOf(names), 0, first)) {
+            return false;
+        }
+    }
+    Order* const group = GroupOf(names, slot->holds);
+    const unsigned index = IndexInGroup(names, *group, IndexOf(names, ElementOf(names, number)));
+    return group->Insert(GroupPoolsOf(names), index, number);
+}
+
+// Enters an element of the list. Without memory for it the index goes.
+void AddToIndex(NameList* names, unsigned number, const NameKey& key)
+{
+    if (names->used * 2 > names->mask && !ResizeIndex(names, Grown(names->mask + 1))) {
         DropIndex(names);
         return;
     }
-    NameList::Slot* const slot = SlotOf(*names, key, naming);
-    if (slot->place == 0) {
-        *slot = {key.hash, index + 1};
+    NameList::Slot* const slot = SlotOf(*names, key);
+    if (slot->holds == 0) {
+        *slot = {key.hash, number};
         ++names->used;
-    } else {
-        names->hasDuplicates = true;
-        if (slot->place > index + 1) {
-            slot->place = index + 1;
-        }
+    } else if (!AddToGroup(*names, slot, number)) {
+        DropIndex(names);
     }
 }
 
-void BuildIndex(NameList* names, const Naming& naming)
+void BuildIndex(NameList* names)
 {
     unsigned size = 4 * kIndexFrom;
-    while (size / 4 < static_cast<unsigned>(names->Count())) {
+    while (size / 4 < names->order.count) {
         size *= 2;
     }
     if (!ResizeIndex(names, size)) {
         return;
     }
-    for (int i = 0; i < names->Count() && names->slots != nullptr; ++i) {
-        AddToIndex(names, i, {Text(NameOf(names->At(i))), naming.seed}, naming);
-    }
-}
-
-// Moves the places from `place` on by `by`.
-void ShiftPlaces(NameList* names, int place, int by)
-{
-    for (unsigned i = 0; i <= names->mask; ++i) {
-        if (names->slots[i].place >= place) {
-            names->slots[i].place += by;
-        }
+    for (unsigned i = 0; i < names->order.count && names->slots != nullptr; ++i) {
+        const unsigned number = names->order.At(PoolsOf(*names), i);
+        AddToIndex(names, number, KeyOf(*names, ElementOf(*names, number)));
     }
 }
 
@@ -149,113 +253,177 @@ void ShiftPlaces(NameList* names, int place, int by)
 void FreeSlot(NameList* names, NameList::Slot* slot)
 {
     auto gap = static_cast<unsigned>(slot - names->slots);
-    for (unsigned at = (gap + 1) & names->mask; names->slots[at].place != 0; at = (at + 1) & names->mask) {
+    for (unsigned at = (gap + 1) & names->mask; names->slots[at].holds != 0; at = (at + 1) & names->mask) {
         const unsigned home = names->slots[at].hash & names->mask;
+        CountSteps(1);
         if (((at - home) & names->mask) >= ((at - gap) & names->mask)) {
             names->slots[gap] = names->slots[at];
             gap = at;
         }
     }
-    names->slots[gap].place = 0;
+    names->slots[gap].holds = 0;
     --names->used;
 }
 
-// Takes the element at `index` out of the index, which then tells of the next one of its name.
-void RemoveFromIndex(NameList* names, int index, const Naming& naming)
+// Takes an element of the list out of the index.
+void RemoveFromIndex(NameList* names, const Element* element)
 {
-    const NameKey key(Text(NameOf(names->At(index))), naming.seed);
-    NameList::Slot* const slot = SlotOf(*names, key, naming);
-    if (slot->place == index + 1) {
-        const int next = names->hasDuplicates ? FindOneByOne(*names, index + 1, key.name, naming) : -1;
-        if (next < 0) {
-            FreeSlot(names, slot);
-        } else {
-            slot->place = next + 1;
-        }
+    NameList::Slot* const slot = SlotOf(*names, KeyOf(*names, element));
+    if ((slot->holds & NameList::kGroup) == 0) {
+        FreeSlot(names, slot);
+        return;
     }
-    ShiftPlaces(names, index + 1, -1);
+    const OrderPools pools = GroupPoolsOf(*names);
+    Order* const group = GroupOf(*names, slot->holds);
+    group->Remove(pools, group->PlaceAt(pools, IndexInGroup(*names, *group, IndexOf(*names, element))));
+    if (group->count == 1) {
+        const unsigned rest = group->At(pools, 0);
+        FreeGroup(*names, slot->holds);
+        slot->holds = rest;
+    }
 }
 
-// The index learns of an element that was put at `index`.
-void EnterNew(NameList* names, int index, const NameKey& key, const Naming& naming)
+// How many elements of the list a slot tells of, each the next one of its name; -1 when it is wrong.
+int CountOfSlot(const NameList& names, const NameList::Slot& slot)
 {
-    names->elements = static_cast<char*>(qkini_ListGetPtrToItem(names->list, 1));
-    if (names->slots != nullptr) {
-        if (index + 1 < names->Count()) {
-            ShiftPlaces(names, index + 1, 1);
-        }
-        AddToIndex(names, index, key, naming);
-    } else if (names->Count() > kIndexFrom) {
-        BuildIndex(names, naming);
+    const bool isGroup = (slot.holds & NameList::kGroup) != 0;
+    const Element* const first = ElementOf(names, FirstOf(names, slot.holds));
+    const NameKey key = KeyOf(names, first);
+    if (key.hash != slot.hash || &slot != SlotOf(names, key)) {
+        return -1;
     }
+    if (!isGroup) {
+        return 1;
+    }
+    const Order& group = *GroupOf(names, slot.holds);
+    if (group.count < 2 || group.Fault(GroupPoolsOf(names)) != nullptr) {
+        return -1;
+    }
+    for (unsigned i = 1; i < group.count; ++i) {
+        const Element* const last = ElementOf(names, group.At(GroupPoolsOf(names), i - 1));
+        const Element* const next = ElementOf(names, group.At(GroupPoolsOf(names), i));
+        if (!AreSameName(first->name, Text(next->name), NamingOf(names).caseSensitive) ||
+            IndexOf(names, last) >= IndexOf(names, next)) {
+            return -1;
+        }
+    }
+    return static_cast<int>(group.count);
 }
 
 }  // namespace
 
-bool NameList::Make(size_t size)
+void NameList::Iterator::Seek()
+{
+    if (m_index < m_list->order.count) {
+        const OrderPools pools = PoolsOf(*m_list);
+        const Order::Place place = m_list->order.PlaceAt(pools, m_index);
+        m_leaf = static_cast<OrderNode*>(pools.nodes->At(place.leaf));
+        m_at = place.at;
+    }
+}
+
+void NameList::Make(NameStore* from)
 {
     *this = {};
-    list = qkini_ListCreate(static_cast<int>(size));
-    elementSize = size;
+    store = from;
     isInOrder = true;
-    return list != nullptr;
 }
 
-void NameList::Dispose()
+void NameList::Clear()
 {
     DropIndex(this);
-    qkini_ListDispose(list);
-    list = nullptr;
+    for (unsigned i = 0; i < order.count; ++i) {
+        store->elements.Give(order.At(PoolsOf(*this), i));
+    }
+    order.Clear(PoolsOf(*this));
+    isInOrder = true;
 }
 
-int NameList::Find(const NameKey& key, const Naming& naming)
+void NameList::FreeIndex()
 {
-    if (slots == nullptr && Count() > kIndexFrom) {
-        BuildIndex(this, naming);
+    free(slots);
+    slots = nullptr;
+}
+
+Element* NameList::At(int index) const
+{
+    return ElementOf(*this, order.At(PoolsOf(*this), static_cast<unsigned>(index)));
+}
+
+Element* NameList::Behind(const Element* element) const
+{
+    const unsigned index = IndexOf(*this, element) + 1;
+    return index < order.count ? At(static_cast<int>(index)) : nullptr;
+}
+
+Element* NameList::Find(const NameKey& key)
+{
+    if (slots == nullptr && order.count > kIndexFrom) {
+        BuildIndex(this);
     }
     if (slots != nullptr) {
-        return SlotOf(*this, key, naming)->place - 1;
+        const Slot* const slot = SlotOf(*this, key);
+        return slot->holds == 0 ? nullptr : ElementOf(*this, FirstOf(*this, slot->holds));
     }
-    if (isInOrder && Count() > kIndexFrom) {
-        return qkini_ListBinSearch(list, &key.name, naming.caseSensitive ? &CompareKeyExact : &CompareKeyBlind) - 1;
-    }
-    return FindOneByOne(*this, 0, key.name, naming);
+    return isInOrder && order.count > kIndexFrom ? FindInOrder(*this, key.name) : FindOneByOne(*this, key.name);
 }
 
-int NameList::Append(const void* element, const NameKey& key, const Naming& naming)
+Element* NameList::Add(char* name, const NameKey& key, Place place)
 {
-    if (qkini_ListInsertItem(list, element, 0) != 1) {
-        return -1;
+    Pool& elements = store->elements;
+    if (order.count == Pool::kMost || !elements.Reserve(1)) {
+        return nullptr;
     }
-    const int index = Count() - 1;
-    isInOrder = isInOrder && index == 0;
-    EnterNew(this, index, key, naming);
-    return index;
+    unsigned index = order.count;
+    if (place == Place::kInOrder) {
+        index = Bound(order.count, [&](unsigned i) {
+            return CompareName(key.name, At(static_cast<int>(i))->name, NamingOf(*this).caseSensitive) >= 0;
+        });
+    }
+    const unsigned number = elements.Take();
+    Element* const element = ElementOf(*this, number);
+    memset(static_cast<void*>(element), 0, elements.elementSize());
+    element->name = name;
+    if (!order.Insert(PoolsOf(*this), index, number)) {
+        elements.Give(number);
+        return nullptr;
+    }
+    isInOrder = isInOrder && (place == Place::kInOrder || index == 0);
+    if (slots != nullptr) {
+        AddToIndex(this, number, key);
+    } else if (order.count > kIndexFrom) {
+        BuildIndex(this);
+    }
+    return element;
 }
 
-int NameList::InsertInOrder(const void* element, const NameKey& key, const Naming& naming)
-{
-    const int position = qkini_ListInsertInOrder(list, element, CompareOf(naming));
-    if (position < 1) {
-        return -1;
-    }
-    EnterNew(this, position - 1, key, naming);
-    return position - 1;
-}
-
-void NameList::RemoveAt(int index, const Naming& naming)
+void NameList::Remove(Element* element)
 {
     if (slots != nullptr) {
-        RemoveFromIndex(this, index, naming);
+        RemoveFromIndex(this, element);
     }
-    qkini_ListRemoveItem(list, index + 1);
+    const Order::Place place = order.PlaceOf(PoolsOf(*this), element);
+    const unsigned number = order.NumberAt(PoolsOf(*this), place);
+    order.Remove(PoolsOf(*this), place);
+    store->elements.Give(number);
 }
 
-void NameList::Sort(const Naming& naming)
+void NameList::Rename(Element* element, char* name, const NameKey& key)
+{
+    if (slots != nullptr) {
+        RemoveFromIndex(this, element);
+    }
+    element->name = name;
+    isInOrder = order.count < 2;
+    if (slots != nullptr) {
+        AddToIndex(this, order.NumberAt(PoolsOf(*this), order.PlaceOf(PoolsOf(*this), element)), key);
+    }
+}
+
+void NameList::Sort()
 {
     if (!isInOrder) {
-        DropIndex(this);
-        qkini_ListQuickSort(list, CompareOf(naming));
+        order.Sort(PoolsOf(*this), NamingOf(*this).caseSensitive ? &CompareElementsExact : &CompareElementsBlind);
         isInOrder = true;
     }
 }
@@ -263,7 +431,34 @@ void NameList::Sort(const Naming& naming)
 void NameList::Forget()
 {
     DropIndex(this);
-    isInOrder = Count() < 2;
+    isInOrder = order.count < 2;
+}
+
+const char* NameList::Fault() const
+{
+    const char* const fault = order.Fault(PoolsOf(*this));
+    if (fault != nullptr) {
+        return fault;
+    }
+    const bool caseSensitive = NamingOf(*this).caseSensitive;
+    for (int i = 1; isInOrder && i < Count(); ++i) {
+        if (CompareName(Text(At(i)->name), At(i - 1)->name, caseSensitive) < 0) {
+            return "a list is not in order";
+        }
+    }
+    unsigned slotsUsed = 0;
+    int counted = 0;
+    for (unsigned i = 0; slots != nullptr && i <= mask; ++i) {
+        if (slots[i].holds != 0) {
+            const int count = CountOfSlot(*this, slots[i]);
+            if (count < 0) {
+                return "a slot of an index is wrong";
+            }
+            counted += count;
+            ++slotsUsed;
+        }
+    }
+    return slots != nullptr && (slotsUsed != used || counted != Count()) ? "an index misses elements" : nullptr;
 }
 
 }  // namespace qkini

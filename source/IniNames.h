@@ -2,8 +2,7 @@
 #ifndef KZCORE_ININAMES_H
 #define KZCORE_ININAMES_H
 
-#include "IniList.h"
-#include "IniListRec.h"
+#include "IniOrder.h"
 #include "IniText.h"
 
 namespace qkini {
@@ -14,42 +13,100 @@ struct Naming {
     unsigned long long seed = 0;  // of the hash
 };
 
-// A list whose elements begin with `char* name`. It is found in by a hash index, which is made once the list is long
-// enough to be worth it and kept up to date as the list changes; when there is no memory for one, by a binary search
-// where the list is in order, else one by one. All three find the first of several elements of a name.
+// What all lists of an object share.
+struct NameCommon {
+    Naming naming;
+    Pool nodes{sizeof(OrderNode)};
+    Pool groups{sizeof(Order)};
+};
+
+// Where the elements of some lists are: all sections, or the items of all sections.
+struct NameStore {
+    NameCommon* common;
+    Pool elements;
+
+    NameStore(NameCommon* shared, size_t elementSize) : common(shared), elements(elementSize) {}
+};
+
+// A list of elements, which stay where they are until they are removed.
 struct NameList {
     struct Slot {
         unsigned hash;
-        int place;  // index in the list, plus 1; 0 for a free slot
+        unsigned holds;  // the number of an element, or of a group and kGroup; 0 for a free slot
     };
+    static constexpr unsigned kGroup = 0x80000000;
 
-    qkini_List list;
-    char* elements;  // of the list
-    size_t elementSize;
+    NameStore* store;
     Slot* slots;  // mask + 1 of them, null without an index
+    Order order;
     unsigned mask;
-    unsigned used;       // slots; several elements of a name have one
-    bool hasDuplicates;  // whether it may be so
-    bool isInOrder;      // of names
+    unsigned used;   // slots
+    bool isInOrder;  // of names
 
-    bool Make(size_t size);  // for elements of that size; false when out of memory
-    void Dispose();          // the list and the index, not what the elements own
+    // Goes through the list, which does not change in between.
+    class Iterator {
+    public:
+        Iterator(const NameList* list, unsigned index)
+            : m_list(list), m_elements(&list->store->elements), m_index(index)
+        {
+            Seek();
+        }
 
-    int Count() const { return (*list)->count; }
-    void* At(int index) const { return elements + static_cast<size_t>(index) * elementSize; }
+        Element* operator*() const { return static_cast<Element*>(m_elements->At(m_leaf->entries[m_at])); }
+        Iterator& operator++()
+        {
+            ++m_index;
+            ++m_at;
+            if (m_at == m_leaf->used) {
+                Seek();
+            }
+            return *this;
+        }
+        bool operator!=(const Iterator& other) const { return m_index != other.m_index; }
 
-    int Find(const NameKey& key, const Naming& naming);  // an index, or -1
+    private:
+        void Seek();
 
-    // Insert behind the last element, or in order behind those that are equal. `key` is the element's name. An index,
-    // or -1 when out of memory.
-    int Append(const void* element, const NameKey& key, const Naming& naming);
-    int InsertInOrder(const void* element, const NameKey& key, const Naming& naming);
+        const NameList* m_list;
+        const Pool* m_elements;
+        const OrderNode* m_leaf = nullptr;
+        unsigned m_at = 0;
+        unsigned m_index;
+    };
+    Iterator begin() const { return {this, 0}; }
+    Iterator end() const { return {this, order.count}; }
 
-    void RemoveAt(int index, const Naming& naming);
-    void Sort(const Naming& naming);
+    void Make(NameStore* from);
 
-    // For changes of names, and of the list by other means.
+    // Gives back the elements, but not what they own; the second only what does not stand in pools.
+    void Clear();
+    void FreeIndex();
+
+    int Count() const { return static_cast<int>(order.count); }
+    Element* At(int index) const;
+    Element* Behind(const Element* element) const;  // the next one, or null
+
+    // The first element of a name, or null.
+    Element* Find(const NameKey& key);
+
+    // Adds an element of zeros but for its name, a text equal to `key` that becomes the element's: behind the last, or
+    // in order behind those that are equal. Null when out of memory: nothing changed.
+    enum class Place { kLast, kInOrder };
+    Element* Add(char* name, const NameKey& key, Place place);
+
+    void Remove(Element* element);
+
+    // Gives an element another name, and leaves it where it is.
+    void Rename(Element* element, char* name, const NameKey& key);
+
+    // Sorts by name; equal elements keep their order.
+    void Sort();
+
+    // For changes of names by other means, and of how they compare.
     void Forget();
+
+    // What is wrong with the list, or null. For tests.
+    const char* Fault() const;
 };
 
 }  // namespace qkini

@@ -218,7 +218,6 @@ private:
 class Reader {
 public:
     explicit Reader(IniFile* ini) : m_ini(ini) {}
-    ~Reader() { qkini::DropComments(&m_pending); }
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 
@@ -240,11 +239,7 @@ public:
     }
 
     // The comments behind the last item.
-    void TakeEnd()
-    {
-        m_ini->trailingComments = m_pending;
-        m_pending = nullptr;
-    }
+    void TakeEnd() { GivePending(&m_ini->trailingComments); }
 
     // Whether there was the first part of a value that is to be joined.
     bool hasContinuations() const { return m_hasContinuations; }
@@ -253,7 +248,7 @@ private:
     bool Keep(Text line)
     {
         const bool keeps = (m_ini->readOptions & kIniReadKeepComments) != 0 && m_ini->sorted == 0;
-        return !keeps || AppendComment(m_ini, &m_pending, line, m_line);
+        return !keeps || AppendComment(m_ini, &m_pending, line);
     }
 
     bool TakeUnrecognized(Text line)
@@ -265,11 +260,10 @@ private:
     }
 
     // The comments so far become those of a section or an item.
-    void GivePending(qkini_List* comments)
+    void GivePending(unsigned* comments)
     {
-        qkini::DropComments(comments);
         *comments = m_pending;
-        m_pending = nullptr;
+        m_pending = 0;
     }
 
     // `text` is what follows the bracket.
@@ -280,17 +274,16 @@ private:
         if (name.IsEmpty()) {
             return TakeUnrecognized(line);
         }
-        int index = m_ini->duplicateChecking != 0 ? qkini::FindSection(m_ini, name) : -1;
-        if (index < 0) {
-            index = AddSection(m_ini, name, m_line, Place::kLast);
+        IniSection* section = m_ini->duplicateChecking != 0 ? qkini::FindSection(m_ini, name) : nullptr;
+        if (section == nullptr) {
+            section = AddSection(m_ini, name, m_line, Place::kLast);
         }
-        if (index < 0) {
+        if (section == nullptr) {
             return false;
         }
-        IniSection* const section = SectionAt(m_ini, index);
         section->line = m_line;
         GivePending(&section->comments);
-        m_section = index;
+        m_section = section;
         return true;
     }
 
@@ -310,13 +303,13 @@ private:
         if (value.IsEmpty() && (m_ini->readOptions & kIniReadKeepEmpty) == 0) {
             return TakeUnrecognized(line);
         }
-        if (m_section < 0) {
+        if (m_section == nullptr) {
             if (!hasColons) {
                 return true;
             }
             m_section = AddSection(m_ini, Text("(null)"), -1, Place::kLast);
         }
-        return m_section >= 0 && StoreItem(SectionAt(m_ini, m_section), tag, value);
+        return m_section != nullptr && StoreItem(m_section, tag, value);
     }
 
     bool StoreItem(IniSection* section, Text tag, Text value)
@@ -326,16 +319,15 @@ private:
         if (stored == nullptr) {
             return false;
         }
-        const qkini::NameKey key(tag, m_ini->naming.seed);
-        int index = m_ini->duplicateChecking != 0 ? section->items.Find(key, m_ini->naming) : -1;
-        if (index < 0) {
-            index = AddItem(m_ini, section, key, Place::kLast, Texts::kInArena);
+        const qkini::NameKey key(tag, m_ini->names.naming.seed);
+        auto* item = m_ini->duplicateChecking != 0 ? static_cast<IniItem*>(section->items.Find(key)) : nullptr;
+        if (item == nullptr) {
+            item = AddItem(m_ini, section, key, Place::kLast, Texts::kInArena);
         }
-        if (index < 0) {
+        if (item == nullptr) {
             return false;
         }
-        IniItem* const item = ItemAt(section, index);
-        qkini::SetValue(item, stored, Texts::kInArena, quote);
+        qkini::SetValue(m_ini, item, stored, Texts::kInArena, quote);
         m_hasContinuations = m_hasContinuations || qkini::ContinuationOf(tag).number == 1;
         item->line = m_line;
         GivePending(&item->comments);
@@ -356,9 +348,9 @@ private:
 
     IniFile* const m_ini;
     bool m_hasContinuations = false;
-    int m_section = -1;  // index; -1 before the first
+    IniSection* m_section = nullptr;  // null before the first
     int m_line = 0;
-    qkini_List m_pending = nullptr;
+    unsigned m_pending = 0;  // comments
 };
 
 // A run of items "tag Line0001", "tag Line0002" ... from `first` up to `end`, which become one.
@@ -373,19 +365,19 @@ bool IsContinuation(const IniItem* item, bool isFirst)
     return isFirst ? number == 1 : number >= 0 && number != 1;
 }
 
+// Requires the first part of a value at `first`.
 Run RunAt(const IniSection* section, int first)
 {
     Run run{first, first + 1};
-    if (IsContinuation(ItemAt(section, first), true)) {
-        while (run.end < section->items.Count() && IsContinuation(ItemAt(section, run.end), false)) {
-            ++run.end;
-        }
+    while (run.end < section->items.Count() && IsContinuation(ItemAt(section, run.end), false)) {
+        ++run.end;
     }
     return run;
 }
 
-// Gives the run's first item the base tag and all values. False when out of memory: nothing changed.
-bool JoinRun(const IniSection* section, Run run)
+// Gives the run's first item the base tag and all values, and drops the others. False when out of memory: nothing
+// changed.
+bool JoinRun(IniFile* ini, IniSection* section, Run run)
 {
     size_t size = 0;
     for (int i = run.first; i < run.end; ++i) {
@@ -403,43 +395,25 @@ bool JoinRun(const IniSection* section, Run run)
     }
     *at = 0;
     IniItem* const first = ItemAt(section, run.first);
-    qkini::SetValue(first, value, Texts::kOwned, first->quoteChar);
+    qkini::SetValue(ini, first, value, Texts::kOwned, first->quoteChar);
+    section->items.Forget();  // the name changes where it stands
     first->name[qkini::ContinuationOf(Text(first->name)).baseSize] = 0;
+    section->items.Rename(first, first->name, {Text(first->name), ini->names.naming.seed});
+    for (int rest = run.end - run.first - 1; rest > 0; --rest) {
+        qkini::DropItem(section, ItemAt(section, run.first + 1));
+    }
     return true;
 }
 
-// Joins all runs of a section in one pass that moves the other items down. False when out of memory: the runs so far
-// are joined.
-bool JoinSection(IniSection* section)
-{
-    const int count = section->items.Count();
-    bool isJoined = true;
-    int kept = 0;
-    for (int i = 0; i < count;) {
-        Run run = RunAt(section, i);
-        if (isJoined && IsContinuation(ItemAt(section, i), true)) {
-            isJoined = JoinRun(section, run);
-        }
-        if (!isJoined) {
-            run.end = run.first + 1;
-        }
-        *ItemAt(section, kept) = *ItemAt(section, run.first);
-        ++kept;
-        for (i = run.first + 1; i < run.end; ++i) {
-            qkini::DisposeItem(ItemAt(section, i));
-        }
-    }
-    qkini_ListRemoveItems(section->items.list, kept + 1, count - kept);
-    section->items.Forget();
-    return isJoined;
-}
-
+// False when out of memory: the runs so far are joined.
 bool JoinContinuations(IniFile* ini)
 {
     for (int i = 0; i < ini->sections.Count(); ++i) {
         IniSection* const section = SectionAt(ini, i);
-        if (!JoinSection(section)) {
-            return false;
+        for (int first = 0; first < section->items.Count(); ++first) {
+            if (IsContinuation(ItemAt(section, first), true) && !JoinRun(ini, section, RunAt(section, first))) {
+                return false;
+            }
         }
     }
     return true;

@@ -6,8 +6,7 @@
 #include "IniFile.h"
 #include "IniModel.h"
 
-using qkini::ItemAt;
-using qkini::SectionAt;
+using qkini::Element;
 using qkini::Text;
 
 namespace {
@@ -94,8 +93,8 @@ public:
     void WriteAll()
     {
         bool isBehindRead = false;
-        for (int i = 0; i < m_ini->sections.Count() && !m_lines.hasFailed(); ++i) {
-            const IniSection* const section = SectionAt(m_ini, i);
+        for (const Element* const element : m_ini->sections) {
+            const auto* const section = static_cast<const IniSection*>(element);
             const bool isNull = strcmp(section->name, "(null)") == 0;
             const bool isRead = section->line != -1;
             if (m_hasComments && isBehindRead && !isRead) {
@@ -106,6 +105,9 @@ public:
                 m_lines.Put("");
             }
             isBehindRead = isRead;
+            if (m_lines.hasFailed()) {
+                break;
+            }
         }
         WriteComments(m_ini->trailingComments);
     }
@@ -122,21 +124,25 @@ private:
             m_lines.Add(']');
             m_lines.EndLine();
         }
-        for (int i = 0; i < section->items.Count() && !m_lines.hasFailed(); ++i) {
-            const IniItem* const item = ItemAt(section, i);
+        for (const Element* const item : section->items) {
             WriteComments(item->comments);
-            WriteItem(*item);
+            WriteItem(*static_cast<const IniItem*>(item));
+            if (m_lines.hasFailed()) {
+                break;
+            }
         }
     }
 
-    void WriteComments(qkini_List comments)
+    // As numbered in the object: the last one.
+    void WriteComments(unsigned last)
     {
-        const int count = m_hasComments ? qkini_ListNumItems(comments) : 0;
-        for (int i = 1; i <= count && !m_lines.hasFailed(); ++i) {
-            const auto* const comment = static_cast<IniComment*>(qkini_ListGetPtrToItem(comments, i));
+        for (unsigned number = m_hasComments ? last : 0; number != 0 && !m_lines.hasFailed();) {
+            number = qkini::CommentAt(m_ini, number)->next;
+            const IniComment* const comment = qkini::CommentAt(m_ini, number);
             for (int line = 0; line < comment->count && !m_lines.hasFailed(); ++line) {
                 m_lines.Put(comment->text);
             }
+            number = number == last ? 0 : number;
         }
     }
 
@@ -166,9 +172,11 @@ private:
     {
         if (m_hasLonePart == Answer::kUnknown) {
             m_hasLonePart = Answer::kNo;
-            for (int i = 0; i < m_section->items.Count() && m_hasLonePart == Answer::kNo; ++i) {
-                const bool isPart = qkini::ContinuationOf(Text(ItemAt(m_section, i)->name)).number >= 0;
-                m_hasLonePart = isPart ? Answer::kYes : Answer::kNo;
+            for (const qkini::Element* element : m_section->items) {
+                if (qkini::ContinuationOf(Text(element->name)).number >= 0) {
+                    m_hasLonePart = Answer::kYes;
+                    break;
+                }
             }
         }
         return m_hasLonePart == Answer::kNo && !qkini::HasContinuationMark(tag);

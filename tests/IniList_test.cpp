@@ -193,6 +193,7 @@ TEST(IniList, HandlesTellTheirSize)
     EXPECT_EQ(kNoMemory, qkini_PI_SetHandleSize(handle, SIZE_MAX));
     qkini_PI_DisposeHandle(handle);
     EXPECT_EQ(0u, qkini_PI_GetHandleSize(nullptr));
+    EXPECT_EQ(0, qkini_PI_SetHandleSize(nullptr, 1));
     qkini_PI_DisposeHandle(nullptr);
 }
 

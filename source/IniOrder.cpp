@@ -1,0 +1,384 @@
+// An order is a tree whose leaves hold the elements' numbers, up to 29 in a node, all leaves on one level. Each node
+// knows its parent and how many elements are below it, and each element its leaf. So a place is found from an index on
+// the way down, and an index from a place on the way up.
+//
+// A full node is split in two; at the list's end the new node begins empty, because what is read in order then fills
+// its nodes. A node is freed once it is empty and never merged before, so that a removal moves nothing but the rest of
+// one node and needs no memory. The root has two entries at least, unless it is a leaf.
+//
+// An order of elements that don't know their leaf is the same tree; a place in it is found by index only.
+
+#include "IniOrder.h"
+
+#include <assert.h>
+#include <string.h>
+
+namespace qkini {
+
+namespace {
+
+constexpr unsigned kRoom = OrderNode::kRoom;
+
+OrderNode* NodeOf(const OrderPools& pools, unsigned number)
+{
+    return static_cast<OrderNode*>(pools.nodes->At(number));
+}
+
+Element* ElementOf(const OrderPools& pools, unsigned number)
+{
+    return static_cast<Element*>(pools.elements->At(number));
+}
+
+unsigned MakeNode(const OrderPools& pools, unsigned parent, unsigned level)
+{
+    const unsigned number = pools.nodes->Take();
+    OrderNode* const node = NodeOf(pools, number);
+    node->parent = parent;
+    node->size = 0;
+    node->used = 0;
+    node->level = static_cast<unsigned short>(level);
+    return number;
+}
+
+// Tells an entry of a node of its place.
+void Adopt(const OrderPools& pools, unsigned number, const OrderNode& node, unsigned entry)
+{
+    if (node.level > 0) {
+        NodeOf(pools, entry)->parent = number;
+    } else if (pools.elements != nullptr) {
+        ElementOf(pools, entry)->leaf = number;
+    }
+}
+
+unsigned PlaceInNode(const OrderNode& node, unsigned entry)
+{
+    unsigned at = 0;
+    while (node.entries[at] != entry) {
+        ++at;
+    }
+    CountSteps(at);
+    return at;
+}
+
+void PutEntry(const OrderPools& pools, unsigned number, unsigned at, unsigned entry)
+{
+    OrderNode* const node = NodeOf(pools, number);
+    assert(node->used < kRoom && at <= node->used);
+    const unsigned behind = node->used - at;
+    memmove(node->entries + at + 1, node->entries + at, behind * sizeof(unsigned));
+    CountSteps(behind);
+    node->entries[at] = entry;
+    ++node->used;
+    Adopt(pools, number, *node, entry);
+}
+
+void TakeEntry(OrderNode* node, unsigned at)
+{
+    assert(at < node->used);
+    --node->used;
+    const unsigned behind = node->used - at;
+    memmove(node->entries + at, node->entries + at + 1, behind * sizeof(unsigned));
+    CountSteps(behind);
+}
+
+void CountSize(const OrderPools& pools, OrderNode* node)
+{
+    node->size = node->level == 0 ? node->used : 0;
+    for (unsigned i = 0; node->level > 0 && i < node->used; ++i) {
+        node->size += NodeOf(pools, node->entries[i])->size;
+    }
+}
+
+// Moves the entries from `keep` on to a new node, which has no place in the parent yet.
+unsigned Split(const OrderPools& pools, unsigned number, unsigned keep)
+{
+    OrderNode* const node = NodeOf(pools, number);
+    const unsigned rightNumber = MakeNode(pools, node->parent, node->level);
+    OrderNode* const right = NodeOf(pools, rightNumber);
+    for (unsigned i = keep; i < node->used; ++i) {
+        right->entries[i - keep] = node->entries[i];
+        Adopt(pools, rightNumber, *right, node->entries[i]);
+    }
+    right->used = static_cast<unsigned short>(node->used - keep);
+    node->used = static_cast<unsigned short>(keep);
+    return rightNumber;
+}
+
+// How many nodes an insertion into a leaf makes.
+unsigned NodesToInsert(const OrderPools& pools, unsigned leaf)
+{
+    unsigned count = 0;
+    for (unsigned number = leaf; number != 0; number = NodeOf(pools, number)->parent) {
+        if (NodeOf(pools, number)->used < kRoom) {
+            return count;
+        }
+        ++count;
+    }
+    return count + 1;
+}
+
+// Puts two runs of elements in order into one; each element's `leaf` is the number of the next one.
+unsigned Merge(const OrderPools& pools, unsigned a, unsigned b, Order::CompareProc compare)
+{
+    unsigned first = 0;
+    unsigned* end = &first;
+    while (a != 0 && b != 0) {
+        unsigned& from = compare(ElementOf(pools, a), ElementOf(pools, b)) <= 0 ? a : b;
+        *end = from;
+        end = &ElementOf(pools, from)->leaf;
+        from = *end;
+    }
+    *end = a != 0 ? a : b;
+    return first;
+}
+
+void FreeNodes(const OrderPools& pools, unsigned number)
+{
+    const OrderNode* const node = NodeOf(pools, number);
+    for (unsigned i = 0; node->level > 0 && i < node->used; ++i) {
+        FreeNodes(pools, node->entries[i]);
+    }
+    pools.nodes->Give(number);
+}
+
+const char* FaultOf(const OrderPools& pools, unsigned number)
+{
+    OrderNode node = *NodeOf(pools, number);
+    if (node.used == 0 || node.used > kRoom) {
+        return "a node is empty or overfull";
+    }
+    for (unsigned i = 0; i < node.used; ++i) {
+        const unsigned entry = node.entries[i];
+        if (node.level == 0) {
+            if (pools.elements != nullptr && ElementOf(pools, entry)->leaf != number) {
+                return "an element doesn't know its leaf";
+            }
+            continue;
+        }
+        const OrderNode* const child = NodeOf(pools, entry);
+        if (child->parent != number || child->level + 1 != node.level) {
+            return "a node has another parent or level";
+        }
+        const char* const fault = FaultOf(pools, entry);
+        if (fault != nullptr) {
+            return fault;
+        }
+    }
+    const unsigned size = node.size;
+    CountSize(pools, &node);
+    return node.size == size ? nullptr : "a node counts its elements wrong";
+}
+
+unsigned LastLeaf(const OrderPools& pools, unsigned number)
+{
+    for (const OrderNode* node = NodeOf(pools, number); node->level > 0; node = NodeOf(pools, number)) {
+        number = node->entries[node->used - 1];
+    }
+    return number;
+}
+
+}  // namespace
+
+unsigned Order::NumberAt(const OrderPools& pools, Place place) const
+{
+    return NodeOf(pools, place.leaf)->entries[place.at];
+}
+
+Order::Place Order::PlaceAt(const OrderPools& pools, unsigned index) const
+{
+    assert(index < count);
+    if (nearLeaf != 0 && index - nearFirst < NodeOf(pools, nearLeaf)->used) {
+        return {nearLeaf, index - nearFirst};
+    }
+    unsigned number = root;
+    unsigned rest = index;
+    for (const OrderNode* node = NodeOf(pools, root); node->level > 0;) {
+        const OrderNode* child = nullptr;
+        for (unsigned i = 0;; ++i) {
+            number = node->entries[i];
+            child = NodeOf(pools, number);
+            if (rest < child->size) {
+                break;
+            }
+            rest -= child->size;
+        }
+        node = child;
+    }
+    nearLeaf = number;
+    nearFirst = index - rest;
+    return {number, rest};
+}
+
+Order::Place Order::PlaceOf(const OrderPools& pools, const Element* element) const
+{
+    const OrderNode* const leaf = NodeOf(pools, element->leaf);
+    unsigned at = 0;
+    while (ElementOf(pools, leaf->entries[at]) != element) {
+        ++at;
+    }
+    return {element->leaf, at};
+}
+
+unsigned Order::IndexOf(const OrderPools& pools, Place place) const
+{
+    unsigned index = place.at;
+    unsigned number = place.leaf;
+    for (unsigned parent = NodeOf(pools, number)->parent; parent != 0; parent = NodeOf(pools, number)->parent) {
+        const OrderNode* const node = NodeOf(pools, parent);
+        for (unsigned i = 0; node->entries[i] != number; ++i) {
+            index += NodeOf(pools, node->entries[i])->size;
+        }
+        number = parent;
+    }
+    return index;
+}
+
+// Without a split.
+bool Order::Append(const OrderPools& pools, unsigned number)
+{
+    OrderNode* const leaf = NodeOf(pools, last);
+    if (leaf->used == kRoom) {
+        return false;
+    }
+    leaf->entries[leaf->used] = number;
+    ++leaf->used;
+    Adopt(pools, last, *leaf, number);
+    ++leaf->size;
+    for (unsigned node = leaf->parent; node != 0; node = NodeOf(pools, node)->parent) {
+        ++NodeOf(pools, node)->size;
+    }
+    ++count;
+    nearLeaf = 0;
+    return true;
+}
+
+bool Order::Insert(const OrderPools& pools, unsigned index, unsigned number)
+{
+    assert(index <= count);
+    if (root != 0 && index == count && Append(pools, number)) {
+        return true;
+    }
+    if (root == 0) {
+        if (!pools.nodes->Reserve(1)) {
+            return false;
+        }
+        root = MakeNode(pools, 0, 0);
+        last = root;
+    }
+    const bool isLast = index == count;
+    const Place place = isLast ? Place{last, NodeOf(pools, last)->used} : PlaceAt(pools, index);
+    if (!pools.nodes->Reserve(NodesToInsert(pools, place.leaf))) {
+        return false;
+    }
+    unsigned node = place.leaf;
+    unsigned at = place.at;
+    unsigned entry = number;
+    while (NodeOf(pools, node)->used == kRoom) {
+        OrderNode* const full = NodeOf(pools, node);
+        const unsigned keep = isLast ? kRoom : (kRoom + 1) / 2;
+        const unsigned right = Split(pools, node, keep);
+        if (full->parent == 0) {
+            root = MakeNode(pools, 0, full->level + 1u);
+            NodeOf(pools, root)->size = full->size;
+            PutEntry(pools, root, 0, node);
+        }
+        const bool isRight = isLast || at > keep;
+        PutEntry(pools, isRight ? right : node, isRight ? at - keep : at, entry);
+        CountSize(pools, full);
+        CountSize(pools, NodeOf(pools, right));
+        last = last == node ? right : last;
+        at = PlaceInNode(*NodeOf(pools, full->parent), node) + 1;
+        node = full->parent;
+        entry = right;
+    }
+    PutEntry(pools, node, at, entry);
+    for (; node != 0; node = NodeOf(pools, node)->parent) {
+        ++NodeOf(pools, node)->size;
+    }
+    ++count;
+    nearLeaf = 0;
+    return true;
+}
+
+void Order::Remove(const OrderPools& pools, Place place)
+{
+    nearLeaf = 0;
+    --count;
+    for (unsigned number = place.leaf; number != 0; number = NodeOf(pools, number)->parent) {
+        --NodeOf(pools, number)->size;
+    }
+    unsigned node = place.leaf;
+    TakeEntry(NodeOf(pools, node), place.at);
+    while (NodeOf(pools, node)->used == 0) {
+        const unsigned parent = NodeOf(pools, node)->parent;
+        pools.nodes->Give(node);
+        last = last == node ? 0 : last;
+        if (parent == 0) {
+            root = 0;
+            return;
+        }
+        TakeEntry(NodeOf(pools, parent), PlaceInNode(*NodeOf(pools, parent), node));
+        node = parent;
+    }
+    for (const OrderNode* top = NodeOf(pools, root); top->level > 0 && top->used == 1; top = NodeOf(pools, root)) {
+        const unsigned old = root;
+        root = top->entries[0];
+        NodeOf(pools, root)->parent = 0;
+        pools.nodes->Give(old);
+    }
+    last = last == 0 ? LastLeaf(pools, root) : last;
+}
+
+void Order::Clear(const OrderPools& pools)
+{
+    if (root != 0) {
+        FreeNodes(pools, root);
+    }
+    *this = {};
+}
+
+void Order::Sort(const OrderPools& pools, CompareProc compare)
+{
+    // Runs of 1, 2, 4 ... elements, the longer ones from farther in front. The elements' `leaf` links them, because it
+    // is free until all are in their new places; so there is no memory to ask for.
+    constexpr unsigned kRuns = 32;
+    unsigned runs[kRuns] = {};
+    for (unsigned i = 0; i < count; ++i) {
+        unsigned run = At(pools, i);
+        ElementOf(pools, run)->leaf = 0;
+        unsigned size = 0;
+        for (; runs[size] != 0; ++size) {
+            run = Merge(pools, runs[size], run, compare);
+            runs[size] = 0;
+        }
+        runs[size] = run;
+    }
+    unsigned next = 0;
+    for (const unsigned run : runs) {
+        next = Merge(pools, run, next, compare);
+    }
+    for (unsigned i = 0; i < count; ++i) {
+        const Place place = PlaceAt(pools, i);
+        Element* const element = ElementOf(pools, next);
+        NodeOf(pools, place.leaf)->entries[place.at] = next;
+        next = element->leaf;
+        element->leaf = place.leaf;
+    }
+}
+
+const char* Order::Fault(const OrderPools& pools) const
+{
+    if (root == 0) {
+        return count == 0 && last == 0 && nearLeaf == 0 ? nullptr : "an order without a root counts elements";
+    }
+    const OrderNode* const top = NodeOf(pools, root);
+    if (top->parent != 0 || (top->level > 0 && top->used < 2)) {
+        return "the root has a parent, or a single child";
+    }
+    if (top->size != count || last != LastLeaf(pools, root)) {
+        return "an order doesn't know its count or its last leaf";
+    }
+    return FaultOf(pools, root);
+}
+
+}  // namespace qkini
