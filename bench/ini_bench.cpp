@@ -207,6 +207,48 @@ void MeasureRun(const Shape& shape)
     });
 }
 
+// 32,000 edits of one list, with what undoes them.
+void MeasureEdits(const Shape& longShape)
+{
+    static std::vector<std::string> sNames;
+    static const Shape sSections = MakeShape("32000 x 1", kItems);
+    static const IniOwner sItems = ReadOurs(longShape);
+    static const IniOwner sMany = ReadOurs(sSections);
+    static const IniOwner sSorted(IniNew(1));
+    for (int i = 0; i < kItems; ++i) {
+        sNames.push_back("someKeyName" + std::to_string(i));
+    }
+    const auto expect = [](int result) {
+        if (result != 1) {
+            std::exit(1);
+        }
+    };
+    Measure("kz remove from the front and put", [expect] {
+        for (const std::string& name : sNames) {
+            expect(IniRemoveItem(sItems.get(), "section0", name.c_str()));
+        }
+        for (const std::string& name : sNames) {
+            expect(IniPutInt(sItems.get(), "section0", name.c_str(), 1));
+        }
+    });
+    Measure("kz rename sections", [expect, isFirst = true]() mutable {
+        for (int i = 0; i < kItems; ++i) {
+            const std::string name = std::to_string(i);
+            const std::string from = (isFirst ? "section" : "other") + name;
+            expect(IniRenameSection(sMany.get(), from.c_str(), ((isFirst ? "other" : "section") + name).c_str()));
+        }
+        isFirst = !isFirst;
+    });
+    Measure("kz put in order and remove", [expect] {
+        for (int i = 0; i < kItems; ++i) {
+            expect(IniPutInt(sSorted.get(), "s", sNames[static_cast<std::size_t>(i) * 7919 % kItems].c_str(), 1));
+        }
+        for (const std::string& name : sNames) {
+            expect(IniRemoveItem(sSorted.get(), "s", name.c_str()));
+        }
+    });
+}
+
 // The heap's growth by what a function makes.
 template <typename Make>
 double BytesOf(Make make)
@@ -247,6 +289,12 @@ int main(int argc, char** argv)
     MeasureRun(sWide);
     rows.push_back(
         Faster("INI look-up in one section", "kz look-up in one section", 1.5, "GKeyFile look-up in one section"));
+    MeasureEdits(sLong);
+    for (const char* const edits : {"remove from the front and put", "rename sections", "put in order and remove"}) {
+        constexpr double kMost = 200e6;
+        rows.push_back({std::string("INI 32,000 times ") + edits, std::string("kz ") + edits, "< 200 ms",
+                        [](const kzbench::Medians&) { return kMost; }});
+    }
     rows.push_back(AtMost("INI parse, growth", "kz parse 1 x 32000", 1.5, "kz parse 500 x 64"));
     rows.push_back(AtMost("INI look-up, growth", "kz look-up 1 x 32000", 2, "kz look-up 500 x 64"));
     rows.push_back(AtMost("INI memory of an item", "kz bytes", 1, "GKeyFile bytes"));
