@@ -297,17 +297,22 @@ const char* Fault(const IniFile* ini)
     const char* fault = ini->sections.Fault();
     bool hasCurrent = ini->currentSection == nullptr;
     unsigned items = 0;
+    unsigned nodes = 0;
+    unsigned groups = 0;
+    ini->sections.CountUse(&nodes, &groups);
     for (int i = 0; fault == nullptr && i < ini->sections.Count(); ++i) {
         const IniSection* const section = SectionAt(ini, i);
         fault = section->items.Fault();
+        section->items.CountUse(&nodes, &groups);
         hasCurrent = hasCurrent || ini->currentSection == section;
         items += section->items.order.count;
     }
     if (fault != nullptr) {
         return fault;
     }
-    const bool isCounted =
-        ini->sectionStore.elements.live() == ini->sections.order.count && ini->itemStore.elements.live() == items;
+    const bool isCounted = ini->sectionStore.elements.live() == ini->sections.order.count &&
+                           ini->itemStore.elements.live() == items && ini->names.nodes.live() == nodes &&
+                           ini->names.groups.live() == groups;
     return !hasCurrent ? "the current section is none of the object's" : !isCounted ? "an element is lost" : nullptr;
 }
 

@@ -434,6 +434,17 @@ void NameList::Forget()
     isInOrder = order.count < 2;
 }
 
+void NameList::CountUse(unsigned* nodes, unsigned* groups) const
+{
+    *nodes += order.CountNodes(PoolsOf(*this));
+    for (unsigned i = 0; slots != nullptr && i <= mask; ++i) {
+        if ((slots[i].holds & kGroup) != 0) {
+            *nodes += GroupOf(*this, slots[i].holds)->CountNodes(GroupPoolsOf(*this));
+            ++*groups;
+        }
+    }
+}
+
 const char* NameList::Fault() const
 {
     const char* const fault = order.Fault(PoolsOf(*this));

@@ -107,6 +107,9 @@ struct NameList {
 
     // What is wrong with the list, or null. For tests.
     const char* Fault() const;
+
+    // Adds what the list has of the pools that all lists share. For tests.
+    void CountUse(unsigned* nodes, unsigned* groups) const;
 };
 
 }  // namespace qkini

@@ -169,6 +169,16 @@ const char* FaultOf(const OrderPools& pools, unsigned number)
     return node.size == size ? nullptr : "a node counts its elements wrong";
 }
 
+unsigned NodesFrom(const OrderPools& pools, unsigned number)
+{
+    const OrderNode* const node = NodeOf(pools, number);
+    unsigned count = 1;
+    for (unsigned i = 0; node->level > 0 && i < node->used; ++i) {
+        count += NodesFrom(pools, node->entries[i]);
+    }
+    return count;
+}
+
 unsigned LastLeaf(const OrderPools& pools, unsigned number)
 {
     for (const OrderNode* node = NodeOf(pools, number); node->level > 0; node = NodeOf(pools, number)) {
@@ -379,6 +389,11 @@ const char* Order::Fault(const OrderPools& pools) const
         return "an order doesn't know its count or its last leaf";
     }
     return FaultOf(pools, root);
+}
+
+unsigned Order::CountNodes(const OrderPools& pools) const
+{
+    return root == 0 ? 0 : NodesFrom(pools, root);
 }
 
 }  // namespace qkini

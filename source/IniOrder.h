@@ -62,6 +62,7 @@ struct Order {
 
     // What is wrong with the tree, or null. For tests.
     const char* Fault(const OrderPools& pools) const;
+    unsigned CountNodes(const OrderPools& pools) const;
 
 private:
     bool Append(const OrderPools& pools, unsigned number);

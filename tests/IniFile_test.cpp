@@ -14,6 +14,7 @@
 
 #include "FaultLoop.h"
 #include "IniFile.h"
+#include "IniModel.h"
 #include "IniTesting.h"
 
 namespace {
@@ -417,6 +418,7 @@ TEST(IniFile, OutOfMemoryWhileReading)
                 count += IniNumberOfItems(ini.get(), name);
             }
             EXPECT_LE(count, 23);
+            EXPECT_STREQ(nullptr, qkini::Fault(ini.get()));
             if (result == 1) {
                 EXPECT_EQ(22, count) << "also without an index";
                 EXPECT_EQ(1, IniItemExists(ini.get(), "s", "t19"));
@@ -466,6 +468,7 @@ TEST(IniFile, OutOfMemoryWhileEditing)
             IniSetWriteOptions(ini.get(), 17, 0, 0);
             const auto ignore = [](void*, const char*) { return 1; };
             expect(IniWrite(ini.get(), ignore, nullptr), true);
+            EXPECT_STREQ(nullptr, qkini::Fault(ini.get()));
         },
         FailAllocation::kBlocks);
 }
