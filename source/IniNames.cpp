@@ -237,8 +237,8 @@ void AddToIndex(NameList* names, unsigned number, const NameKey& key)
 void BuildIndex(NameList* names)
 {
     unsigned size = 4 * kIndexFrom;
-    while (size / 4 < names->order.count) {
-        size *= 2;
+    while (size != 0 && size / 4 < names->order.count) {
+        size *= 2;  // to nothing where no number could tell how many
     }
     if (!ResizeIndex(names, size)) {
         return;
