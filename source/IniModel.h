@@ -51,8 +51,8 @@ struct IniFile {
     long long fileDate = 0;
     long long readLimit = kIniReadLimit;  // bytes of one read; -1 without a limit
     int lostRights = 0;                   // by the last save: IniLostRight
-    unsigned currentHash = 0;  // of the current section's name
-    bool ownsTexts = false;    // whether an item may own one
+    unsigned currentHash = 0;             // of the current section's name
+    bool ownsTexts = false;               // whether an item may own one
     qkini::NameCommon names;
     qkini::NameStore sectionStore{&names, sizeof(IniSection)};
     qkini::NameStore itemStore{&names, sizeof(IniItem)};
