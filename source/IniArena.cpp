@@ -32,23 +32,16 @@ bool AddBlock(Arena* arena, size_t size)
 
 }  // namespace
 
-void* Arena::Take(size_t size)
+char* Arena::Copy(Text text)
 {
+    const size_t size = text.size + 1;
     if (static_cast<size_t>(end - at) < size && !AddBlock(this, size)) {
         return nullptr;
     }
-    char* const taken = at;
+    char* const copy = at;
+    memcpy(copy, text.begin, text.size);
+    copy[text.size] = 0;
     at += size;
-    return taken;
-}
-
-char* Arena::Copy(Text text)
-{
-    auto* const copy = static_cast<char*>(Take(text.size + 1));
-    if (copy != nullptr) {
-        memcpy(copy, text.begin, text.size);
-        copy[text.size] = 0;
-    }
     return copy;
 }
 

@@ -1,4 +1,4 @@
-// Memory for texts or other things of one reading: taken one after the other and given back together. C library only.
+// Memory for the texts of one reading: taken one after the other and given back together. C library only.
 #ifndef KZCORE_INIARENA_H
 #define KZCORE_INIARENA_H
 
@@ -15,9 +15,7 @@ struct Arena {
     char* at = nullptr;  // the free rest of the newest block
     char* end = nullptr;
 
-    // Null when out of memory. What is taken lies on 8 bytes if all sizes are multiples of them.
-    void* Take(size_t size);
-    char* Copy(Text text);  // with a NUL behind it
+    char* Copy(Text text);  // with a NUL behind it; null when out of memory
     void Clear();
 };
 

@@ -122,11 +122,8 @@ IniItem* MakeItem(IniFile* ini, Text section, Text tag)
         return nullptr;
     }
     IniItem* const item = qkini::AddItem(ini, owner, {tag, ini->names.naming.seed}, Place::kAsSorted, Texts::kOwned);
-    if (item == nullptr) {
-        if (found == nullptr) {
-            qkini::DropSection(ini, owner);
-        }
-        ini->currentSection = nullptr;
+    if (item == nullptr && found == nullptr) {
+        qkini::DropSection(ini, owner);
     }
     return item;
 }
@@ -445,6 +442,7 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
     }
     if (stored == nullptr || item == nullptr) {
         free(stored);
+        ini->currentSection = nullptr;
         return kIniErrMemory;
     }
     qkini::SetValue(ini, item, stored, Texts::kOwned, quoted != 0 ? '"' : '\0');

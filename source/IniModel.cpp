@@ -1,8 +1,8 @@
 // An object and what it owns. Sections and items are elements of lists (IniNames.h): they stay where they are until
-// they are removed, so that the current section is known by its address. The texts and comments that are read stand in
-// arenas, which are freed with the whole content; a text that an edit makes is its element's own. Comments are linked
-// into rings: what follows a removed item or section takes over its comments in one step and without memory, however
-// many they are, so removals don't fail.
+// they are removed, so that the current section is known by its address. The texts that are read stand in an arena,
+// which is freed with the whole content; a text that an edit makes is its element's own. Comments stand in a pool,
+// linked into rings: what follows a removed item or section takes over its comments in one step and without memory,
+// however many they are, so removals don't fail.
 //
 // None of these structures can be seen from outside: hosts know an object by its address only, and the lists of
 // IniList.h are theirs.

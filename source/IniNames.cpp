@@ -12,7 +12,6 @@
 
 #include "IniNames.h"
 
-#include <assert.h>
 #include <stdlib.h>
 
 namespace qkini {

@@ -398,7 +398,6 @@ bool JoinRun(IniFile* ini, IniSection* section, Run run)
     qkini::SetValue(ini, first, value, Texts::kOwned, first->quoteChar);
     section->items.Forget();  // the name changes where it stands
     first->name[qkini::ContinuationOf(Text(first->name)).baseSize] = 0;
-    section->items.Rename(first, first->name, {Text(first->name), ini->names.naming.seed});
     for (int rest = run.end - run.first - 1; rest > 0; --rest) {
         qkini::DropItem(section, ItemAt(section, run.first + 1));
     }

@@ -188,15 +188,7 @@ private:
     }
 
     // Without memory nothing has changed, but for which section is the current one.
-    bool IsDone(int result)
-    {
-        if (result == kIniErrMemory && FailAllocation::Happened()) {
-            m_ini->currentSection = nullptr;
-            m_model.current = -1;
-            return false;
-        }
-        return true;
-    }
+    static bool IsDone(int result) { return result != kIniErrMemory || !FailAllocation::Happened(); }
 
     void Expect(int expected, int result) { EXPECT_EQ(expected, result); }
 
@@ -207,14 +199,16 @@ private:
         if (IsDone(result)) {
             EXPECT_EQ(1, result);
             m_model.Put(section, tag, value);
+        } else {
+            m_model.current = -1;
         }
     }
 
     void Rename(const std::string& from, const std::string& to)
     {
         const int result = IniRenameSection(m_ini.get(), from.c_str(), to.c_str());
+        Model::Section* const found = m_model.Find(from);
         if (IsDone(result)) {
-            Model::Section* const found = m_model.Find(from);
             EXPECT_EQ(found != nullptr, result == 1);
             if (found != nullptr) {
                 found->name = to;
