@@ -283,6 +283,26 @@ TEST(IniEdits, OutOfMemory)
     }
 }
 
+// Of two sections of one name the first is found, unless the second is the current one.
+TEST(IniEdits, AFailedPutForgetsTheCurrentSection)
+{
+    for (int n = 1; n < 5; ++n) {
+        const IniOwner ini = NewIni();
+        EXPECT_EQ(1, IniPutInt(ini.get(), "a", "t", 1));
+        EXPECT_EQ(1, IniPutInt(ini.get(), "b", "t", 2));
+        EXPECT_EQ(1, IniRenameSection(ini.get(), "b", "a"));
+        int result = 0;
+        {
+            const FailAllocation fail(n);
+            result = IniPutRawString(ini.get(), "a", "new", "v");
+        }
+        int value = 0;
+        EXPECT_EQ(1, IniGetInt(ini.get(), "a", "t", &value));
+        EXPECT_EQ(result == 1 ? 2 : 1, value) << "allocation " << n;
+        EXPECT_TRUE(n > 1 || result == kIniErrMemory);
+    }
+}
+
 #ifndef NDEBUG
 std::vector<std::string> NumberedNames(int count)
 {
