@@ -30,14 +30,14 @@ private:
     size_t m_lastNotBehindSingle = 0;
 };
 
-// The pieces of a value, one after the other. Each has at most `room` bytes (1 or more), and ends behind the last
-// `breakChar` among these where there is one; 0 for none.
+// The pieces of a value, one after the other. Each has at most `room` bytes (1 or more). A piece in quotes ends behind
+// the last `breakChar` among these bytes where there is one; 0 for none.
 //
-// A piece without quotes is read without white space at its ends, and without quotes that are the same on both. So its
-// end moves to the nearest place on the left, or else to the last one on the right, where nothing is lost. If that
-// leads to a piece that loses something all the same, all ways to cut are searched for one that does not: of those the
-// longest first piece is taken, then the longest second one, and so on. Where each way loses something, the first rule
-// holds.
+// A piece without quotes is read without white space at its ends, and without quotes that are the same on both. So the
+// end that it would have in quotes moves to the nearest place on the left, or else to the last one on the right, where
+// nothing is lost. If that leads to a piece that loses something all the same, all ways to cut are searched for one
+// that does not, whatever the `breakChar`: of those the longest first piece is taken, then the longest second one, and
+// so on. Where each way loses something, the first rule holds.
 class Cutter {
 public:
     Cutter(Text value, size_t room, int breakChar, bool isQuoted);
