@@ -65,7 +65,7 @@ enum IniWriteOption {
 enum IniLostRight {
     kIniLostOwner = 1,  // the new file has another owner
     kIniLostGroup = 2,  // or another group
-    kIniLostMode = 4    // or not all bits of the mode
+    kIniLostMode = 4    // or not all bits of the mode, or another access control list
 };
 
 // A new empty object, or null when out of memory. If `sorted` is not 0, sections and items are kept in the order of
@@ -142,14 +142,16 @@ INI_EXPORT int IniReadFromFile(IniFile* ini, const char* path);
 INI_EXPORT int IniReadFromFilePtr(IniFile* ini, FILE* file);
 
 // Writes the content to a file and remembers its name and date. With kIniWriteSafely the file is the old or the new one
-// whatever fails, and keeps its mode and owner as far as IniLostRights does not say otherwise; a symbolic link is
-// replaced by a file, and what is no file (a device, a pipe, a folder) gives kIniErrPermission. kIniErrFile,
-// kIniErrPermission, kIniErrTemporary, kIniErrOpenForWrite, kIniErrWrite, kIniErrLineTooShort, kIniErrMemory.
+// whatever fails, and keeps its mode, owner and access control list as far as IniLostRights does not say otherwise; a
+// symbolic link is replaced by a file, and what is no file (a device, a pipe, a folder) gives kIniErrPermission.
+// kIniErrFile, kIniErrPermission, kIniErrTemporary, kIniErrOpenForWrite, kIniErrWrite, kIniErrLineTooShort,
+// kIniErrMemory.
 INI_EXPORT int IniWriteToFile(IniFile* ini, const char* path);
 
 // What the last IniWriteToFile, though it gave 1, could not keep of the file that it replaced: a sum of IniLostRight, 0
 // for nothing. Of a group that was lost no rights are left: the new one, and all others, have those that the old group
-// and all others had alike. kIniErrFile: null object.
+// and all others had alike. Without the old access control list, or with one that the old file had not, only the owner
+// has rights. kIniErrFile: null object.
 INI_EXPORT int IniLostRights(IniFile* ini);
 
 // Writes the content to a stream: from its start, cut to nothing first, or at its position with `append`.

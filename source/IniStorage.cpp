@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "IniFile.h"
@@ -23,6 +24,9 @@ SystemCalls g_system = {
     [](int file, struct stat* out) { return fstat(file, out); },
     &fchmod,
     &fchown,
+    &getxattr,
+    &fsetxattr,
+    &fremovexattr,
     &rename,
     &unlink,
 };
@@ -293,10 +297,32 @@ bool TemporaryName(const IniFile* ini, const char* path, char* name)
     return size >= 0 && static_cast<size_t>(size) < kTemporaryNameSize;
 }
 
+constexpr char kAclName[] = "system.posix_acl_access";
+
+// The call found no access control list, because the file has none or the file system knows of none.
+bool HasNoAcl()
+{
+    return errno == ENODATA || errno == ENOTSUP;
+}
+
 // What a save finds in the place that it writes to.
 struct Target {
+    // The list counts as unknown where it can't be read, or is longer than any that people make.
+    enum class Acl { kNone, kKnown, kUnknown };
+    static constexpr size_t kMostEntries = 1000;
+
     bool exists = false;
     struct stat status = {};
+    Acl acl = Acl::kNone;
+    size_t aclSize = 0;
+    char aclBytes[4 + kMostEntries * 8];  // a version and the entries
+
+    void ReadAcl(const char* path)
+    {
+        const ssize_t size = Retry([&] { return g_system.getxattr(path, kAclName, aclBytes, sizeof aclBytes); });
+        acl = size >= 0 ? Acl::kKnown : HasNoAcl() ? Acl::kNone : Acl::kUnknown;
+        aclSize = size >= 0 ? static_cast<size_t>(size) : 0;
+    }
 };
 
 // A file that is made where there is none, to see whether one can be made. However that ends, it is removed.
@@ -340,6 +366,7 @@ bool IsWritable(const char* path, Target* target)
     if (!S_ISREG(target->status.st_mode)) {
         return false;
     }
+    target->ReadAcl(path);
     const int file = Retry([&] { return g_system.open(path, O_RDWR | O_CLOEXEC, 0); });
     if (file >= 0) {
         g_system.close(file);
@@ -377,10 +404,15 @@ constexpr mode_t kModeBits = 07777;
 
 // The old file's mode, as far as it may be given to a file of this owner and group. The rights of the old group are not
 // for another one; both that one and all others, among whom the members of the old group are then, get only what the
-// old group and all others had alike. So nobody may do more than before.
-mode_t ModeToKeep(const struct stat& old, const struct stat& now)
+// old group and all others had alike. So nobody may do more than before. Without the old list (or with one that came
+// from the folder) only the owner has rights, because the group's bits are then no rights of the group, and those whom
+// the list kept out are now among all others.
+mode_t ModeToKeep(const struct stat& old, const struct stat& now, bool hasOldAcl)
 {
     mode_t mode = old.st_mode & kModeBits;
+    if (!hasOldAcl) {
+        mode &= ~static_cast<mode_t>(S_IRWXG | S_IRWXO);
+    }
     if (now.st_uid != old.st_uid) {
         mode &= ~static_cast<mode_t>(S_ISUID);
     }
@@ -391,7 +423,19 @@ mode_t ModeToKeep(const struct stat& old, const struct stat& now)
     return mode;
 }
 
-// Gives the new file the mode and owner of the one that it is to replace, as far as the process may. Returns what was
+// Gives the new file the access control list of the one that it is to replace, or none, in the place of one that the
+// folder gave it. Not for another group, whom the old one's entry is not for. Returns whether it has the same then.
+bool TakeAcl(int file, const Target& target, bool hasOldGroup)
+{
+    if (target.acl == Target::Acl::kKnown && hasOldGroup &&
+        Retry([&] { return g_system.fsetxattr(file, kAclName, target.aclBytes, target.aclSize, 0); }) == 0) {
+        return true;
+    }
+    const bool isRemoved = Retry([&] { return g_system.fremovexattr(file, kAclName); }) == 0 || HasNoAcl();
+    return isRemoved && target.acl == Target::Acl::kNone;
+}
+
+// Gives the new file the rights and owner of the one that it is to replace, as far as the process may. Returns what was
 // lost, of IniLostRight: by looking at the file, because a call can do less than it says.
 int TakeRights(int file, const Target& target)
 {
@@ -414,8 +458,9 @@ int TakeRights(int file, const Target& target)
     if (!StatusOf(file, &now)) {
         return kAll;
     }
-    // Last, because a change of the owner or group takes bits away.
-    const mode_t mode = ModeToKeep(old, now);
+    const bool hasOldAcl = TakeAcl(file, target, now.st_gid == old.st_gid);
+    // Last, because a change of the owner, group or list takes bits away.
+    const mode_t mode = ModeToKeep(old, now, hasOldAcl);
     if (Retry([&] { return g_system.fchmod(file, mode); }) != 0) {
         Retry([&] { return g_system.fchmod(file, mode & (S_IRWXU | S_IRWXG | S_IRWXO)); });
     }
@@ -423,7 +468,7 @@ int TakeRights(int file, const Target& target)
         return kAll;
     }
     return (now.st_uid != old.st_uid ? kIniLostOwner : 0) | (now.st_gid != old.st_gid ? kIniLostGroup : 0) |
-           (((now.st_mode ^ old.st_mode) & kModeBits) != 0 ? kIniLostMode : 0);
+           (((now.st_mode ^ old.st_mode) & kModeBits) != 0 || !hasOldAcl ? kIniLostMode : 0);
 }
 
 int SaveSafely(IniFile* ini, const char* path)

@@ -7,7 +7,7 @@
 
 namespace qkini {
 
-// Each as the POSIX call of its name.
+// Each as the call of its name, of POSIX or, for extended attributes, of Linux.
 struct SystemCalls {
     int (*open)(const char* path, int flags, mode_t mode);
     int (*mkstemp)(char* name);
@@ -18,6 +18,9 @@ struct SystemCalls {
     int (*fstat)(int file, struct stat* out);
     int (*fchmod)(int file, mode_t mode);
     int (*fchown)(int file, uid_t owner, gid_t group);
+    ssize_t (*getxattr)(const char* path, const char* name, void* value, size_t size);
+    int (*fsetxattr)(int file, const char* name, const void* value, size_t size, int flags);
+    int (*fremovexattr)(int file, const char* name);
     int (*rename)(const char* from, const char* to);
     int (*unlink)(const char* path);
 };

@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <random>
 #include <set>
@@ -125,6 +128,13 @@ public:
             [](int file, struct stat* out) { return Fails() ? -1 : kReal.fstat(file, out); },
             [](int file, mode_t mode) { return Fails() ? -1 : kReal.fchmod(file, mode); },
             [](int file, uid_t owner, gid_t group) { return Fails() ? -1 : kReal.fchown(file, owner, group); },
+            [](const char* path, const char* name, void* value, std::size_t size) {
+                return Fails() ? -1 : kReal.getxattr(path, name, value, size);
+            },
+            [](int file, const char* name, const void* value, std::size_t size, int flags) {
+                return Fails() ? -1 : kReal.fsetxattr(file, name, value, size, flags);
+            },
+            [](int file, const char* name) { return Fails() ? -1 : kReal.fremovexattr(file, name); },
             [](const char* from, const char* to) { return Fails() ? -1 : kReal.rename(from, to); },
             [](const char* path) { return Fails() ? -1 : kReal.unlink(path); },
         };
@@ -325,6 +335,63 @@ TEST(IniStorage, RightsOfAGroupOrOwnerThatIsLostGoToNobody)
         EXPECT_EQ(0, IniLostRights(ini.get())) << "of the last save only";
     }
     EXPECT_EQ(kIniErrFile, IniLostRights(nullptr));
+}
+
+// The bytes of a list: rights of the owner, the user 1000, the group, the mask and all others.
+using Acl = std::array<std::uint32_t, 11>;
+Acl AclOf(std::uint32_t owner, std::uint32_t user, std::uint32_t group, std::uint32_t mask, std::uint32_t other)
+{
+    const auto entry = [](std::uint32_t tag, std::uint32_t rights) { return tag | rights << 16; };
+    constexpr std::uint32_t kNobody = 0xFFFFFFFF;
+    return {2,       entry(1, owner), kNobody, entry(2, user),   1000,   entry(4, group),
+            kNobody, entry(16, mask), kNobody, entry(32, other), kNobody};
+}
+
+TEST(IniStorage, NobodyGainsRightsByAnAccessControlList)
+{
+    constexpr char kAccess[] = "system.posix_acl_access";
+    const Acl old = AclOf(6, 6, 0, 6, 4);
+    const Acl inherited = AclOf(7, 6, 7, 7, 5);
+    const TempFolder folder;
+    const std::string path = folder.Write("file.ini", "");
+    const std::string top = folder.File("");
+    if (setxattr(path.c_str(), kAccess, &old, sizeof old, 0) != 0 && errno == ENOTSUP) {
+        GTEST_SKIP() << "no lists here";
+    }
+    for (const char* failing : {"none", "get", "set", "remove"}) {
+        for (const bool hasOld : {false, true}) {
+            for (const bool hasDefault : {false, true}) {
+                SCOPED_TRACE(testing::Message() << failing << " fails, " << hasOld << ", " << hasDefault);
+                std::filesystem::remove(path);
+                removexattr(top.c_str(), "system.posix_acl_default");
+                folder.Write("file.ini", "");
+                ASSERT_EQ(0, chmod(path.c_str(), 0664));
+                ASSERT_TRUE(!hasOld || setxattr(path.c_str(), kAccess, &old, sizeof old, 0) == 0);
+                ASSERT_TRUE(!hasDefault ||
+                            setxattr(top.c_str(), "system.posix_acl_default", &inherited, sizeof inherited, 0) == 0);
+                errno = EIO;
+                if (*failing == 'g') {
+                    qkini::g_system.getxattr = [](auto...) { return errno = EIO, ssize_t{-1}; };
+                } else if (*failing == 's') {
+                    qkini::g_system.fsetxattr = [](auto...) { return errno = EIO, -1; };
+                } else if (*failing == 'r') {
+                    qkini::g_system.fremovexattr = [](auto...) { return errno = EIO, -1; };
+                }
+                const IniOwner ini = Sample(hasDefault ? kUnique : kDerived);
+                EXPECT_EQ(1, IniWriteToFile(ini.get(), path.c_str()));
+                qkini::g_system = kReal;
+                const bool isKept = *failing == 'n' || *failing == (hasOld ? 'r' : 's');
+                Acl now = {};
+                const ssize_t size = getxattr(path.c_str(), kAccess, &now, sizeof now);
+                EXPECT_EQ(isKept ? 0 : kIniLostMode, IniLostRights(ini.get()));
+                EXPECT_EQ(isKept ? 0664u : 0600u, StatusOf(path).st_mode & 07777);
+                if (isKept) {
+                    EXPECT_EQ(hasOld, size == sizeof old && now == old);
+                    EXPECT_EQ(hasOld, size > 0);
+                }
+            }
+        }
+    }
 }
 
 TEST(IniStorage, TemporaryNamesStayBesideTheTarget)
