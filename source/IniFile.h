@@ -104,7 +104,8 @@ typedef int (*IniInputFunction)(void* context, char* buffer, int size, int* eof,
 typedef int (*IniOutputFunction)(void* context, const char* line);
 
 // Replaces the content by what the input function gives; values cut into "tag Line0001", "tag Line0002" ... are joined.
-// kIniErrMemory, or the function's own code; what was read so far stays.
+// kIniErrMemory, or the function's own code; what was read so far stays, in order in a sorted object, with the parts of
+// values as items of their own.
 INI_EXPORT int IniRead(IniFile* ini, IniInputFunction input, void* context);
 
 // Writes the content line by line. kIniErrLineTooShort, kIniErrMemory, or the function's own code.

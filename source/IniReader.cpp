@@ -439,16 +439,15 @@ int IniRead(IniFile* ini, IniInputFunction input, void* context)
         }
     }
     reader.TakeEnd();
-    if (result < 0) {
-        return result;
+    // Not behind a failure, because the first parts of a value would look like all of it.
+    if (result == 0) {
+        result = !reader.hasContinuations() || JoinContinuations(ini) ? 1 : kIniErrMemory;
     }
-    if (reader.hasContinuations() && !JoinContinuations(ini)) {
-        return kIniErrMemory;
-    }
+    // Whatever the result, because the order that a sorted object promises holds for what a failed read leaves too.
     if (ini->sorted != 0) {
         IniSort(ini);
     }
-    return 1;
+    return result;
 }
 
 int IniLineFileInputFunction(void* state, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber)

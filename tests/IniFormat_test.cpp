@@ -438,6 +438,17 @@ TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
     for (const char* line : {"[s]", "xyz", ""}) {
         const auto endless = [](void* context, char* buffer, int, int* eof, int* complete, int* number) {
             const auto* const given = static_cast<const char*>(context);
+    for (std::size_t limit = 0; limit < 40; ++limit) {
+        const IniOwner ini = NewIni(1);
+        IniSetReadLimit(ini.get(), static_cast<long long>(limit));
+        EXPECT_EQ(kIniErrMemory, ReadText(ini.get(), "[b]\ny=1\nx=2\n[a]\nz=3\ny=4\n" + std::string(40, 'z')));
+        Sections sorted = SectionsOf(ini.get());
+        std::sort(sorted.begin(), sorted.end());
+        for (auto& [name, items] : sorted) {
+            std::sort(items.begin(), items.end());
+        }
+        EXPECT_EQ(sorted, SectionsOf(ini.get())) << "what a failed read leaves is in order too: " << limit;
+    }
             *eof = 0;
             *complete = *given == '[' ? 1 : 0;
             *number = 1;
