@@ -83,8 +83,9 @@ INI_EXPORT void IniDispose(IniFile* ini);
 //
 // A value in quotes is read back equal wherever it is cut. One without quotes is cut so that it is, if there is a way
 // to cut it at this length; else white space beside a cut, or a pair of quotes around a part, is lost on a reread. A
-// value is not cut, however long its line, where a reader would not join just its parts: behind a tag that holds "
-// Line", and in a section that has an item whose tag ends in " Line" and digits.
+// value is not cut, however long its line, where a reader with the same settings would not join just its parts: behind
+// a tag that holds " Line"; in front of an item whose tag ends in " Line" and digits, which would be one more part; and
+// in a section that has an item of its own tag with " Line" and digits behind it, which would be taken for a part.
 INI_EXPORT int IniSetDuplicateChecking(IniFile* ini, int check);
 INI_EXPORT int IniSetCaseAndWhitespaceSensitiveChecking(IniFile* ini, int sensitive);
 INI_EXPORT int IniSetWriteOptions(IniFile* ini, int maxLineLength, int breakChar, int options);

@@ -23,6 +23,7 @@ struct IniItem : qkini::Element {
     char quoteChar;  // 0, 34 or 39
     bool ownsName;   // rather than that it stands in the object's arena
     bool ownsValue;
+    bool hasLookalike;  // for the writer: another item has the name that a part of this one's value would have
 };
 
 // Owns its name.

@@ -262,22 +262,29 @@ bool AreSameName(const char* stored, Text name, bool caseSensitive)
     return !caseSensitive && CompareBlind(Text(stored), name) == 0;
 }
 
-Continuation ContinuationOf(Text tag)
+size_t BaseOfLookalike(Text tag)
 {
-    constexpr Continuation kNone{0, -1};
     const char* digits = tag.end();
     while (digits != tag.begin && IsDigit(digits[-1])) {
         --digits;
     }
     const Text front(tag.begin, digits);
-    if (digits == tag.end() || front.size < kMark.size ||
-        memcmp(front.end() - kMark.size, kMark.begin, kMark.size) != 0) {
-        return kNone;
+    if (digits == tag.end() || front.size <= kMark.size) {
+        return 0;
     }
     const size_t baseSize = front.size - kMark.size;
-    if (HasContinuationMark({tag.begin, baseSize})) {
+    return CompareBlind({front.begin + baseSize, kMark.size}, kMark) == 0 ? baseSize : 0;
+}
+
+Continuation ContinuationOf(Text tag)
+{
+    constexpr Continuation kNone{0, -1};
+    const size_t baseSize = BaseOfLookalike(tag);
+    if (baseSize == 0 || memcmp(tag.begin + baseSize, kMark.begin, kMark.size) != 0 ||
+        HasContinuationMark({tag.begin, baseSize})) {
         return kNone;
     }
+    const char* digits = tag.begin + baseSize + kMark.size;
     long number = 0;
     for (; digits != tag.end(); ++digits) {
         const long digit = *digits - '0';

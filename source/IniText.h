@@ -75,6 +75,10 @@ struct Continuation {
 };
 Continuation ContinuationOf(Text tag);
 
+// The size of the base of a tag that ends in " Line", in either case, and digits, because such a tag can be equal to
+// that of a part; 0 for any other.
+size_t BaseOfLookalike(Text tag);
+
 // Whether a tag with " Line0001" behind it would stand for another base, or none.
 bool HasContinuationMark(Text tag);
 

@@ -93,8 +93,8 @@ public:
     void WriteAll()
     {
         bool isBehindRead = false;
-        for (const Element* const element : m_ini->sections) {
-            const auto* const section = static_cast<const IniSection*>(element);
+        for (Element* const element : m_ini->sections) {
+            auto* const section = static_cast<IniSection*>(element);
             const bool isNull = strcmp(section->name, "(null)") == 0;
             const bool isRead = section->line != -1;
             if (m_hasComments && isBehindRead && !isRead) {
@@ -113,10 +113,10 @@ public:
     }
 
 private:
-    void WriteSection(const IniSection* section, bool isNull)
+    void WriteSection(IniSection* section, bool isNull)
     {
         m_section = section;
-        m_hasLonePart = Answer::kUnknown;
+        m_isMarked = false;
         if (!isNull) {
             WriteComments(section->comments);
             m_lines.Add('[');
@@ -157,7 +157,7 @@ private:
         const long long room = most - static_cast<long long>(tag.size + kBesideTag + quotes);
         if (!isWithin && room < 1) {
             m_lines.Fail(kIniErrLineTooShort);
-        } else if (isWithin || !IsJoinedAgain(tag)) {
+        } else if (isWithin || !IsJoinedAgain(item)) {
             m_lines.Add(tag);
             WriteValue(item, value);
         } else {
@@ -166,21 +166,45 @@ private:
         }
     }
 
-    // Whether a reader would join the parts of a cut value, no more and no less. Another plain item that looks like
-    // such a part could be joined to them, or be one of them by its name.
-    bool IsJoinedAgain(Text tag)
+    // Whether a reader would join the parts of a cut value, no more and no less. A plain item that looks like a part is
+    // joined to those in front of it, and is one of them if it has its name.
+    bool IsJoinedAgain(const IniItem& item)
     {
-        if (m_hasLonePart == Answer::kUnknown) {
-            m_hasLonePart = Answer::kNo;
-            for (const qkini::Element* element : m_section->items) {
-                if (qkini::ContinuationOf(Text(element->name)).number >= 0) {
-                    m_hasLonePart = Answer::kYes;
-                    break;
-                }
+        if (!m_isMarked) {
+            MarkLookalikes();
+            m_isMarked = true;
+        }
+        return !item.hasLookalike && !qkini::HasContinuationMark(Text(item.name)) && !IsInFrontOfPart(&item);
+    }
+
+    void MarkLookalikes()
+    {
+        for (Element* const item : m_section->items) {
+            static_cast<IniItem*>(item)->hasLookalike = false;
+        }
+        for (Element* const item : m_section->items) {
+            const size_t baseSize = qkini::BaseOfLookalike(Text(item->name));
+            auto* const base = baseSize == 0 ? nullptr : m_section->items.Find(KeyOf({item->name, baseSize}));
+            if (base != nullptr) {
+                static_cast<IniItem*>(base)->hasLookalike = true;
             }
         }
-        return m_hasLonePart == Answer::kNo && !qkini::HasContinuationMark(tag);
     }
+
+    qkini::NameKey KeyOf(Text name) const { return {name, m_ini->names.naming.seed}; }
+
+    bool IsInFrontOfPart(const Element* element) const
+    {
+        const Element* next = m_section->items.Behind(element);
+        // An item that a reader may drop keeps none from the parts in front of it.
+        while (next != nullptr && !IsPart(next) && IsEmpty(static_cast<const IniItem*>(next))) {
+            next = m_section->items.Behind(next);
+        }
+        return next != nullptr && IsPart(next);
+    }
+
+    static bool IsPart(const Element* item) { return qkini::ContinuationOf(Text(item->name)).number >= 0; }
+    static bool IsEmpty(const IniItem* item) { return *item->value == 0 && item->quoteChar == 0; }
 
     // The rest of a line, behind its tag.
     void WriteValue(const IniItem& item, Text value)
@@ -212,16 +236,14 @@ private:
         }
     }
 
-    enum class Answer { kUnknown, kNo, kYes };
-
     static constexpr size_t kBesideTag = 12;  // " Line0001" and " = ", whatever the separator
 
     const IniFile* const m_ini;
     LineWriter& m_lines;
     const bool m_hasComments;
     const Text m_separator;
-    const IniSection* m_section = nullptr;    // that is being written
-    Answer m_hasLonePart = Answer::kUnknown;  // of the section
+    IniSection* m_section = nullptr;  // that is being written
+    bool m_isMarked = false;          // its items that have lookalikes
 };
 
 }  // namespace

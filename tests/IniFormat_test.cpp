@@ -382,22 +382,48 @@ TEST(IniFormat, AValueIsCutWithoutLossIfItCanBe)
     }
 }
 
-// Tags that look like parts of a cut value, beside values that are too long for their lines.
+// Tags that look like parts of a cut value, beside values that are too long for their lines: none is joined to them,
+// and the values are cut where none could be.
 TEST(IniFormat, LonePartsAreNotJoined)
 {
     std::minstd_rand random(11);
-    const char* const tags[] = {"a", "b", "a Line0002", "a Line3", "b Line0", "a Line of b", "c Line0002 Line0001"};
-    for (int round = 0; round < 300; ++round) {
+    const char* const tags[] = {"a",       "b",       "C",           "a Line0002",         "a Line3",
+                                "b Line0", "C LINE2", "a Line of b", "c Line0002 Line0001"};
+    const auto isPart = [&](const std::string& tag) { return tag == tags[3] || tag == tags[4] || tag == tags[5]; };
+    for (int round = 0; round < 3000; ++round) {
+        const int keepsEmpty = round % 3 == 0 ? kIniReadKeepEmpty : 0;
         const IniOwner ini = NewIni(round % 2);
         IniSetWriteOptions(ini.get(), 50, 0, kIniWriteSpacedEquals);
-        for (int i = 0; i < 6; ++i) {
-            const std::string value((random() >> 8) % 100, static_cast<char>('p' + i));
-            ASSERT_EQ(1, IniPutString(ini.get(), "s", tags[(random() >> 8) % std::size(tags)], value.c_str()));
+        for (int i = 0; i < 5; ++i) {
+            const std::string value((random() >> 8) % 3 * 30, static_cast<char>('p' + i));
+            const char* const tag = tags[(random() >> 8) % std::size(tags)];
+            ASSERT_EQ(1, IniPutStringWithOptions(ini.get(), "s", tag, value.c_str(), round % 5 == 0, 0));
         }
         const IniOwner again = NewIni();
-        const std::string text = kztest::TextOf(LinesOf(ini.get()));
-        ASSERT_EQ(1, ReadText(again.get(), text));
-        ASSERT_EQ(SectionsOf(ini.get()), SectionsOf(again.get())) << text;
+        IniSetReadOptions(again.get(), keepsEmpty | kIniReadStripDoubleQuotes);
+        const Lines lines = LinesOf(ini.get());
+        ASSERT_EQ(1, ReadText(again.get(), kztest::TextOf(lines)));
+        Items items = SectionsOf(ini.get())[0].second;
+        const auto has = [&](const std::string& tag) {
+            return std::any_of(items.begin(), items.end(), [&](const auto& item) { return item.first == tag; });
+        };
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            std::size_t next = i + 1;
+            while (next < items.size() && !isPart(items[next].first) && items[next].second.empty()) {
+                ++next;
+            }
+            const std::string& tag = items[i].first;
+            const bool isLone = tag.size() > 1 || (next < items.size() && isPart(items[next].first)) ||
+                                (tag == "a" && (has(tags[3]) || has(tags[4]))) || (tag == "b" && has(tags[5])) ||
+                                (tag == "C" && has(tags[6]));
+            const bool isCut = std::find_if(lines.begin(), lines.end(), [&](const std::string& line) {
+                                   return line.starts_with(tag + " = ");
+                               }) == lines.end();
+            ASSERT_TRUE(isLone || isCut == (items[i].second.size() > 50)) << kztest::TextOf(lines);
+        }
+        const bool drops = keepsEmpty == 0 && round % 5 != 0;
+        std::erase_if(items, [&](const auto& item) { return drops && item.second.empty(); });
+        ASSERT_EQ((Sections{{"s", items}}), SectionsOf(again.get())) << kztest::TextOf(lines);
     }
 }
 
@@ -411,6 +437,17 @@ TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
             ASSERT_EQ(limit < text.size() ? kIniErrMemory : 1, ReadText(ini.get(), text, piece)) << limit;
             ASSERT_EQ(limit < 4 ? 0 : limit < 19 ? 1 : limit < text.size() ? 2 : 3, IniNumberOfSections(ini.get()));
         }
+    }
+    for (std::size_t limit = 0; limit < 40; ++limit) {
+        const IniOwner ini = NewIni(1);
+        IniSetReadLimit(ini.get(), static_cast<long long>(limit));
+        EXPECT_EQ(kIniErrMemory, ReadText(ini.get(), "[b]\ny=1\nx=2\n[a]\nz=3\ny=4\n" + std::string(40, 'z')));
+        Sections sorted = SectionsOf(ini.get());
+        std::sort(sorted.begin(), sorted.end());
+        for (auto& [name, items] : sorted) {
+            std::sort(items.begin(), items.end());
+        }
+        EXPECT_EQ(sorted, SectionsOf(ini.get())) << "what a failed read leaves is in order too: " << limit;
     }
     struct Endless {
         char last;
@@ -438,17 +475,6 @@ TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
     for (const char* line : {"[s]", "xyz", ""}) {
         const auto endless = [](void* context, char* buffer, int, int* eof, int* complete, int* number) {
             const auto* const given = static_cast<const char*>(context);
-    for (std::size_t limit = 0; limit < 40; ++limit) {
-        const IniOwner ini = NewIni(1);
-        IniSetReadLimit(ini.get(), static_cast<long long>(limit));
-        EXPECT_EQ(kIniErrMemory, ReadText(ini.get(), "[b]\ny=1\nx=2\n[a]\nz=3\ny=4\n" + std::string(40, 'z')));
-        Sections sorted = SectionsOf(ini.get());
-        std::sort(sorted.begin(), sorted.end());
-        for (auto& [name, items] : sorted) {
-            std::sort(items.begin(), items.end());
-        }
-        EXPECT_EQ(sorted, SectionsOf(ini.get())) << "what a failed read leaves is in order too: " << limit;
-    }
             *eof = 0;
             *complete = *given == '[' ? 1 : 0;
             *number = 1;
