@@ -596,6 +596,15 @@ TEST(IniFormat, HostileText)
     EXPECT_EQ(999999, last);
     EXPECT_EQ(1, IniNumberOfItems(read(runs).get(), "s")) << "one tag, before it is cut";
 
+    std::string lone = "[s]\n";
+    for (int i = 0; i < 100000; ++i) {
+        const std::string tag = std::to_string(i);
+        lone += tag + "=" + std::string(60, 'v') + "\nend" + tag + "=v\n" + tag + " Line2=v\n";
+    }
+    const IniOwner parts = read(lone);
+    IniSetWriteOptions(parts.get(), 40, 0, 0);
+    EXPECT_EQ(300002u, LinesOf(parts.get()).size());
+
     const std::string huge(16 << 20, 'x');
     const IniOwner longLine = read("[s]\nt=" + huge + "\n" + huge + "\n[" + huge + "]\n");
     const char* value = nullptr;

@@ -358,7 +358,7 @@ TEST(IniStorage, NobodyGainsRightsByAnAccessControlList)
     if (setxattr(path.c_str(), kAccess, &old, sizeof old, 0) != 0 && errno == ENOTSUP) {
         GTEST_SKIP() << "no lists here";
     }
-    for (const char* failing : {"none", "get", "set", "remove"}) {
+    for (const char* failing : {"none", "get", "set", "remove", "owner"}) {
         for (const bool hasOld : {false, true}) {
             for (const bool hasDefault : {false, true}) {
                 SCOPED_TRACE(testing::Message() << failing << " fails, " << hasOld << ", " << hasDefault);
@@ -376,6 +376,13 @@ TEST(IniStorage, NobodyGainsRightsByAnAccessControlList)
                     qkini::g_system.fsetxattr = [](auto...) { return errno = EIO, -1; };
                 } else if (*failing == 'r') {
                     qkini::g_system.fremovexattr = [](auto...) { return errno = EIO, -1; };
+                } else if (*failing == 'o') {
+                    qkini::g_system.stat = [](const char* name, struct stat* out) {
+                        const int result = kReal.stat(name, out);
+                        ++out->st_gid;
+                        return result;
+                    };
+                    qkini::g_system.fchown = [](auto...) { return errno = EPERM, -1; };
                 }
                 const IniOwner ini = Sample(hasDefault ? kUnique : kDerived);
                 EXPECT_EQ(1, IniWriteToFile(ini.get(), path.c_str()));
@@ -383,8 +390,9 @@ TEST(IniStorage, NobodyGainsRightsByAnAccessControlList)
                 const bool isKept = *failing == 'n' || *failing == (hasOld ? 'r' : 's');
                 Acl now = {};
                 const ssize_t size = getxattr(path.c_str(), kAccess, &now, sizeof now);
-                EXPECT_EQ(isKept ? 0 : kIniLostMode, IniLostRights(ini.get()));
-                EXPECT_EQ(isKept ? 0664u : 0600u, StatusOf(path).st_mode & 07777);
+                const int lostGroup = *failing == 'o' ? kIniLostGroup : 0;
+                EXPECT_EQ(isKept ? 0 : kIniLostMode | lostGroup, IniLostRights(ini.get()));
+                EXPECT_EQ(isKept ? 0664u : lostGroup != 0 && !hasOld ? 0644u : 0600u, StatusOf(path).st_mode & 07777);
                 if (isKept) {
                     EXPECT_EQ(hasOld, size == sizeof old && now == old);
                     EXPECT_EQ(hasOld, size > 0);
