@@ -404,9 +404,9 @@ constexpr mode_t kModeBits = 07777;
 
 // The old file's mode, as far as it may be given to a file of this owner and group. The rights of the old group are not
 // for another one; both that one and all others, among whom the members of the old group are then, get only what the
-// old group and all others had alike. So nobody may do more than before. Without the old list (or with one that came
-// from the folder) only the owner has rights, because the group's bits are then no rights of the group, and those whom
-// the list kept out are now among all others.
+// old group and all others had alike. So no group, and none of the others, may do more than before. Without the old
+// list (or with one that came from the folder) only the owner has rights, because the group's bits are then no rights
+// of the group, and those whom the list kept out are now among all others.
 mode_t ModeToKeep(const struct stat& old, const struct stat& now, bool hasOldAcl)
 {
     mode_t mode = old.st_mode & kModeBits;
