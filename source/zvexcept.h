@@ -2,6 +2,8 @@
 #ifndef KZCORE_ZVEXCEPT_H
 #define KZCORE_ZVEXCEPT_H
 
+#include <cxxabi.h>
+
 #include <exception>
 #include <utility>
 
@@ -41,14 +43,31 @@ KZ_EXPORT ZVExcept GetExceptionInCatch_FileAndLine(const char* file, int line);
 
 namespace kz {
 
-// Runs `body`, which returns a KzErr, and turns what it throws into a code: the boundary of every exported C call.
+// Called inside a catch block: the code of the exception in flight, kzErrGeneric for one that is none of the standard
+// library's kinds and is reported. Only the cancellation of a thread, which has to reach the thread's end, is thrown
+// on.
+inline KzErr ErrOfExceptionInCatch(const char* file, int line)
+{
+    try {
+        return GetExceptionInCatch_FileAndLine(file, line).err();
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        return kzErrGeneric;
+    }
+}
+
+// Runs `body`, which returns a KzErr, and turns what it throws into a code, as ErrOfExceptionInCatch does: the boundary
+// of every exported C call.
 template <typename Body>
 KzErr ErrOf(const char* file, int line, Body&& body)
 {
     try {
         return std::forward<Body>(body)();
+    } catch (const abi::__forced_unwind&) {  // no exception of anyone's, so nothing to report
+        throw;
     } catch (...) {
-        return GetExceptionInCatch_FileAndLine(file, line).err();
+        return ErrOfExceptionInCatch(file, line);
     }
 }
 

@@ -294,7 +294,8 @@ TEST(Interfaces, SlotOrder)
 }
 
 // What a concrete service adds: the counted start, and the singleton behind it.
-constexpr KzErr kThrow = -57;  // stands for an exception that carries 57
+constexpr KzErr kThrow = -57;        // stands for an exception that carries 57
+constexpr KzErr kThrowNumber = -58;  // stands for one that is no exception of the library's or the standard's
 
 struct StartAndStop {
     KzErr init;
@@ -308,6 +309,9 @@ KzErr ResultOf(const char* event, const char* name, KzErr result)
     gCountedLog.append(event).append(name);
     if (result == kThrow) {
         throw ZVExcept(57, nullptr, nullptr, 0);
+    }
+    if (result == kThrowNumber) {
+        throw 7;
     }
     return result;
 }
@@ -382,11 +386,14 @@ TEST_F(RefcountedServiceTest, AFailedStopIsTriedAgainByTheNext)
     EXPECT_EQ(Counted<0>()->Uninit(), 32);
     gCountedResults[0] = {0, kThrow};
     EXPECT_EQ(Counted<0>()->Uninit(), 57);
+    gCountedResults[0] = {0, kThrowNumber};
+    EXPECT_EQ(Counted<0>()->Uninit(), 42);
+    EXPECT_TRUE(reports.Take(kDbgError, "GetExceptionInCatch() called from inside catch(...)"));
     EXPECT_EQ(Counted<0>()->Init(), 57);  // the same object
     EXPECT_EQ(Counted<0>()->Uninit(), 0);
     gCountedResults[0] = {};
     EXPECT_EQ(Counted<0>()->Uninit(), 0);
-    EXPECT_EQ(gCountedLog, "+A-A-A-A~A");
+    EXPECT_EQ(gCountedLog, "+A-A-A-A-A~A");
     EXPECT_FALSE(CountedExists<0>());
 }
 

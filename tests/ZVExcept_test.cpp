@@ -1,11 +1,14 @@
 #include "zvexcept.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <typeinfo>
 
 #include "support/ReportCatcher.h"
@@ -86,6 +89,25 @@ TEST(ErrOf, GivesTheResultOrTheCodeOfTheException)
     EXPECT_EQ(kz::ErrOf("source/here", 1, [] { return KzErr{8}; }), 8);
     EXPECT_EQ(kz::ErrOf("source/here", 1, []() -> KzErr { throw ZVExcept(7, nullptr, nullptr, 0); }), 7);
     EXPECT_EQ(kz::ErrOf("source/here", 1, []() -> KzErr { throw std::logic_error(""); }), 42);
+    ReportCatcher reports;
+    EXPECT_EQ(kz::ErrOf("source/here", 1, []() -> KzErr { throw 7; }), 42);
+    EXPECT_TRUE(reports.Take(kDbgError, "GetExceptionInCatch() called from inside catch(...) -- source/here Line 1"));
+}
+
+TEST(ErrOf, LetsTheCancellationOfAThreadPass)
+{
+    ReportCatcher reports;
+    std::atomic<bool> passed{false};
+    std::thread thread([&passed] {
+        pthread_cancel(pthread_self());
+        kz::ErrOf("source/here", 1, []() -> KzErr {
+            pthread_testcancel();
+            return 0;
+        });
+        passed = true;
+    });
+    thread.join();
+    EXPECT_FALSE(passed);
 }
 
 }  // namespace
