@@ -2,7 +2,7 @@
 // the order of their table; the stop goes by the list of those whose Init was called, since only they hold a reference.
 //
 // A stop leaves nothing up, whatever the start before it came to: what fails to stop is destroyed, so that each start
-// begins with new services. It allocates nothing. For that the pool of reports is open through the whole of it, by a
+// begins with new services. It needs no memory. For that the pool of reports is open through the whole of it, by a
 // reference beside the registry's: a report without the pool would allocate its text, and lose it without memory.
 #include "KZModule.h"
 

@@ -16,8 +16,10 @@ KZ_EXTERN_C_BEGIN
 KZ_EXPORT KzErr InitKZCoreBase(void);
 
 // Stops application support, where it is still up, then the base services, newest first; harmless when nothing runs.
-// Always 0: a service that fails to stop is destroyed all the same, and the others are stopped. Allocates nothing.
-// A service that the host has started itself stays up until the host's own Uninit.
+// Always 0: a service that fails to stop is destroyed all the same, and the others are stopped. Allocates nothing, but
+// for the text of a report while all 16 report buffers are out.
+// A service that the host has started itself stays up until the host's own Uninit. The host then holds by an Init each
+// all that the service needs too, and what those need, or calls Uninit before this stop: what it doesn't hold stops.
 KZ_EXPORT KzErr UninitKZCoreBase(void);
 
 // Starts the application services; a second call does nothing. Always 0: a service whose start failed answers its
@@ -25,7 +27,8 @@ KZ_EXPORT KzErr UninitKZCoreBase(void);
 // is started, which is reported at level 2; a call after InitKZCoreBase then works as the first.
 KZ_EXPORT KzErr InitKZCoreAppSupport(void);
 
-// Stops the application services, newest first; does nothing unless they were started. Always 0. Allocates nothing.
+// Stops the application services, newest first; does nothing unless they were started. Always 0. Allocates no more
+// than UninitKZCoreBase.
 KZ_EXPORT KzErr UninitKZCoreAppSupport(void);
 
 KZ_EXTERN_C_END

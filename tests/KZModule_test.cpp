@@ -151,6 +151,46 @@ TEST(KZModule, ServicesHaveTheirNamesAndNeeds)
     }
 }
 
+// Holds services, each with all that it needs, and gives them back newest first.
+class HeldServices final : public IServiceDependencyList {
+public:
+    ~HeldServices() override
+    {
+        for (; !mServices.empty(); mServices.pop_back()) {
+            EXPECT_EQ(mServices.back()->Uninit(), 0);
+        }
+    }
+    void Add(IServiceObject* service) override
+    {
+        service->GetDependencies(this);
+        EXPECT_EQ(service->Init(), 0);
+        mServices.push_back(service);
+    }
+
+private:
+    std::vector<IServiceObject*> mServices;
+};
+
+TEST(KZModule, AServiceThatIsHeldWithItsNeedsWorksThroughAStop)
+{
+    const std::string image = kztest::ReadWholeFile(kztest::DataFile("rsrc/strings.rsrc"));
+    TestHost host;
+    KZAppInterfaceSet(&host);
+    EXPECT_EQ(InitKZCoreBase(), 0);
+    {
+        HeldServices held;
+        held.Add(ResourceManagerService());
+        UninitKZCoreBase();
+        RsrcFile refnum = 0;
+        const auto* const bytes = reinterpret_cast<const unsigned char*>(image.data());
+        EXPECT_EQ(ROpenUPtr(bytes, image.size(), &refnum, nullptr, nullptr), 0);
+        EXPECT_EQ(RCloseFile(refnum), 0);
+    }
+    EXPECT_FALSE(Exists<ResourceManager_Service>());
+    EXPECT_FALSE(Exists<MemoryManager_Service>());
+    KZAppInterfaceSet(nullptr);
+}
+
 // Needs everything, and fails to start.
 class Failing_Service : public RefcountedServiceObject_T<Failing_Service> {
 public:
