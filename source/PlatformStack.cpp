@@ -54,15 +54,33 @@ private:
     int mError;
 };
 
-// Whether a page can be read. The kernel reads the new mask there before it refuses to change the mask in an unknown
-// way. Sandboxes allow that call, and it takes a tenth of the time of a copy between processes.
-bool IsReadablePage(uintptr_t page)
+// A copy between processes, of which this is both: what another thread unmaps meanwhile is no fault. How many bytes
+// could be read, or -1 with errno.
+ssize_t CopyWithin(uintptr_t address, void* to, size_t size)
+{
+    const iovec into = {to, size};
+    const iovec from = {reinterpret_cast<void*>(address), size};
+    return process_vm_readv(getpid(), &into, 1, &from, 1, 0);
+}
+
+// The same question to a call that every sandbox allows: the kernel reads the new mask from the page before it refuses
+// to change the mask in an unknown way. The second choice, because memory checkers take it for a mistake.
+bool IsReadableMask(uintptr_t page)
 {
     constexpr int kUnknownWay = -1;
     constexpr size_t kMaskSize = 8;
-    const KeptErrno kept;
     syscall(SYS_rt_sigprocmask, kUnknownWay, page, nullptr, kMaskSize);
     return errno != EFAULT;
+}
+
+bool IsReadablePage(uintptr_t page)
+{
+    const KeptErrno kept;
+    char byte;
+    if (CopyWithin(page, &byte, sizeof byte) == sizeof byte) {
+        return true;
+    }
+    return errno != EFAULT && IsReadableMask(page);  // any other error is a refusal, which says nothing of the page
 }
 
 // Out of line, because its frame would slow the questions that are answered by what is known.
@@ -97,13 +115,10 @@ uintptr_t OwnStackTop(uintptr_t frame)
     return frame < top && frame >= tStack.low ? top : LearnDownTo(frame);
 }
 
-// A copy between processes, of which this is both: what another thread unmaps meanwhile is no fault.
 size_t CopyReadable(uintptr_t address, void* to, size_t size)
 {
     const KeptErrno kept;
-    const iovec into = {to, size};
-    const iovec from = {reinterpret_cast<void*>(address), size};
-    const ssize_t copied = process_vm_readv(getpid(), &into, 1, &from, 1, 0);
+    const ssize_t copied = CopyWithin(address, to, size);
     return copied < 0 ? 0 : static_cast<size_t>(copied);
 }
 

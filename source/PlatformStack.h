@@ -13,8 +13,8 @@ namespace kz {
 // for a frame further down than all before it.
 //
 // Memory that can be read and follows below the stack without a gap counts as the stack. The thread library leaves a
-// gap below the stacks that it makes; a host that gives a thread a stack of its own leaves one if it frees what is
-// below.
+// gap below the stacks that it makes, unless the host asks for a guard size of 0; such a host, and one that gives a
+// thread a stack of its own, leaves a gap itself if it frees what is below.
 uintptr_t OwnStackTop(uintptr_t frame);
 
 // Copies memory that may not be there: up to `size` bytes, as many as can be read from `address` on, and returns how

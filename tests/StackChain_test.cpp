@@ -3,13 +3,19 @@
 #include <alloca.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -270,6 +276,33 @@ TEST(StackChain, ASignalsStackIsWalkedToItsEndAndNoFurther)
         sigaction(SIGUSR1, &oldAction, nullptr);
         sigaltstack(&old, nullptr);
     });
+}
+
+// Refuses this thread a system call, as a sandbox may.
+bool Refuse(int call)
+{
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program = {std::size(code), code};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST(StackChain, AThreadsOwnStackIsWalkedWithoutCopiesBetweenProcesses)
+{
+    bool isRefused = false;
+    Chain chain;
+    std::thread([&] {
+        isRefused = Refuse(SYS_process_vm_readv);
+        RecordBelow(12, chain, 0);
+    }).join();
+    if (!isRefused) {
+        GTEST_SKIP() << "no filters here";
+    }
+    EXPECT_GT(chain.GetCount(), 12);
 }
 
 TEST(StackChain, WorksOnASecondThreadAndIsCopiedByValue)
