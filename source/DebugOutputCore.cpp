@@ -83,8 +83,8 @@ void AppendOnOneLine(kz::BoundedText& rest, const char* text)
     }
 }
 
-// Says on stderr why the process stops, where no handler says it. Nothing here allocates, locks or waits for a thread:
-// the defect may be anywhere.
+// Says on stderr why the process stops, or what its handler is not told. Nothing here allocates, locks or waits for a
+// thread: the defect may be anywhere.
 void TellWhyOnStderr(const char* file, int32 line, int32 level, const char* text)
 {
     constexpr int kEntries = 16;
@@ -153,6 +153,9 @@ void DebugOutputCallHandler(const char* file, int32 line, const char* versionId,
     if (const DebugOutputHandler handler = DebugOutputGetHandler(); handler != nullptr) {
         if (tHandlersRunning == kMostHandlers) {
             DebugOutputIncrementEventCount(level);
+            if (level == kDbgFatal) {
+                TellWhyOnStderr(file, line, level, text);
+            }
             return;
         }
         const RunningHandler running;

@@ -19,7 +19,7 @@ KZ_EXTERN_C_BEGIN
 // Receives one report, on the thread that reports. The texts are the library's and valid during the call only. `hash`
 // identifies the reporting place and is 0 at levels 0 and 1. A handler may call the library, report included; it must
 // return and not throw. Reports that are nested more than 8 deep on one thread, as those of a handler that reports each
-// time, are counted and not handed on.
+// time, are counted and not handed on; one of level 4 is also written to stderr, and stops nothing.
 typedef void (*DebugOutputHandler)(const char* file, int32 line, const char* versionId, int32 level, uInt32 hash,
                                    const char* text, uInt64 extra);
 
@@ -30,7 +30,8 @@ KZ_EXPORT void DebugOutputSetHandler(DebugOutputHandler handler);
 // The handler, or null.
 KZ_EXPORT DebugOutputHandler DebugOutputGetHandler(void);
 
-// How many reports of this level came while no handler was installed, since the last reset. 0 for an unknown level.
+// How many reports of this level came since the last reset while no handler was installed, or nested too deep for the
+// handler, and how often DebugOutputIncrementEventCount was called for it. 0 for an unknown level.
 KZ_EXPORT int32 DebugOutputGetNumEvents(int32 level);
 
 // Adds 1 to the level's count: for handlers that want the counts kept. Ignores an unknown level.

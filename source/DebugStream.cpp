@@ -4,6 +4,7 @@
 // stream that lives may be writing to it.
 #include "DebugStream.h"
 
+#include <cxxabi.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <string>
 
 #include "KZApp.h"
 #include "PlatformLocale.h"
@@ -36,12 +38,13 @@ constinit std::atomic<bool> gReady{false};
 // Since the last start. Relaxed: a number that nothing else hangs on.
 constinit std::atomic<int32> gFailedCheckouts{0};
 
-// Keeps each entry of the clash file whole, and the emptying of the file before all entries. What is done under it
-// calls neither the host nor a handler.
+// Keeps each entry of the clash file whole, and the emptying of the file before all entries. The file is opened and
+// written under it, no more: the look-up of a name takes the loader's lock, which a thread that reports from a
+// library's constructor holds already.
 constinit std::mutex gClashLock;
 
-// Set by a start, until the first clash has emptied the file. Relaxed: the lock orders those who take it back.
-constinit std::atomic<bool> gClashFileIsOld{true};
+// Set by a start, until a clash has emptied the file. Guarded by gClashLock.
+constinit bool gClashFileIsOld = true;
 
 // Set while this thread logs a clash: what it reports meanwhile, the host's answer included, would clash without end.
 // In static storage of the thread, because memory is short where it counts.
@@ -73,12 +76,13 @@ void MakeSureOfService()
 std::FILE* OpenClashFile()
 {
     constexpr mode_t kReadWriteForAll = 0666;
-    const int emptied = gClashFileIsOld.exchange(false, std::memory_order_relaxed) ? O_TRUNC : 0;
+    const int emptied = gClashFileIsOld ? O_TRUNC : 0;
     const int descriptor =
         open("DebugStreamClash.txt", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | emptied, kReadWriteForAll);
     if (descriptor < 0) {
         return nullptr;
     }
+    gClashFileIsOld = false;
     std::FILE* const file = fdopen(descriptor, "a");
     if (file == nullptr) {
         close(descriptor);
@@ -86,29 +90,49 @@ std::FILE* OpenClashFile()
     return file;
 }
 
-// Logs that a stream found no buffer, with its stack.
-void WriteClash(const StackChain& stack, int32 failedCheckouts)
+// The entry of a stream that found no buffer. Throws when there is no memory for it.
+std::string ClashEntry(const StackChain& stack, int32 failedCheckouts)
+{
+    const std::unique_ptr<StackDecoder> decoder = stack.FrameDecoder();
+    decoder->SetDecodeLevel(StackDecoder::kNameAndOffset);
+    const std::unique_ptr<StackCrawl> crawl = decoder->GetStackCrawl();
+    char line[sizeof(StackFrame) + 64];
+    std::snprintf(line, sizeof line, "=== DebugStream CLASH failedCheckoutCount=%d thread=0x%08lx\n", failedCheckouts,
+                  static_cast<unsigned long>(pthread_self()));
+    std::string entry = line;
+    for (long i = 0; i < crawl->GetCount(); ++i) {
+        const StackFrame& frame = crawl->GetFrame(i);
+        std::snprintf(line, sizeof line, "0x%08lx - %s + 0x%lx\n", reinterpret_cast<unsigned long>(frame.address),
+                      frame.name, static_cast<unsigned long>(frame.offset));
+        entry += line;
+    }
+    entry += '\n';
+    return entry;
+}
+
+// Appends one entry to the clash file, when it can be opened.
+void WriteClash(const char* entry)
 {
     const std::lock_guard lock(gClashLock);
     const std::unique_ptr<std::FILE, FileCloser> file(OpenClashFile());
-    if (file == nullptr) {
-        return;
+    if (file != nullptr) {
+        std::fputs(entry, file.get());
     }
+}
+
+// Logs that a stream found no buffer, with its stack.
+void LogClash(const StackChain& stack, int32 failedCheckouts)
+{
+    std::string entry;
+    const char* text = "DebugStream_Service::CheckOutDebugStreamBuffer -- exception thrown\n";
     try {
-        const std::unique_ptr<StackDecoder> decoder = stack.FrameDecoder();
-        decoder->SetDecodeLevel(StackDecoder::kNameAndOffset);
-        const std::unique_ptr<StackCrawl> crawl = decoder->GetStackCrawl();
-        std::fprintf(file.get(), "=== DebugStream CLASH failedCheckoutCount=%d thread=0x%08lx\n", failedCheckouts,
-                     static_cast<unsigned long>(pthread_self()));
-        for (long i = 0; i < crawl->GetCount(); ++i) {
-            const StackFrame& frame = crawl->GetFrame(i);
-            std::fprintf(file.get(), "0x%08lx - %s + 0x%lx\n", reinterpret_cast<unsigned long>(frame.address),
-                         frame.name, static_cast<unsigned long>(frame.offset));
-        }
-        std::fputs("\n", file.get());
+        entry = ClashEntry(stack, failedCheckouts);
+        text = entry.c_str();
+    } catch (const abi::__forced_unwind&) {  // this thread is cancelled
+        throw;
     } catch (...) {
-        std::fputs("DebugStream_Service::CheckOutDebugStreamBuffer -- exception thrown\n", file.get());
     }
+    WriteClash(text);
 }
 
 // Sets the flag of this thread for as long as it lives.
@@ -176,7 +200,7 @@ __attribute__((noinline)) DebugStreamBufferPoolRecord* DebugStream_Service::Chec
     if (!IsReleaseHost()) {
         StackChainFS<16> stack;
         stack.Record(2);
-        WriteClash(stack, failedCheckouts);
+        LogClash(stack, failedCheckouts);
     }
     return nullptr;
 }
@@ -189,7 +213,10 @@ void DebugStream_Service::CheckInDebugStreamBuffer(DebugStreamBufferPoolRecord* 
 
 KzErr DebugStream_Service::_Init()
 {
-    gClashFileIsOld.store(true, std::memory_order_relaxed);
+    {
+        const std::lock_guard lock(gClashLock);
+        gClashFileIsOld = true;
+    }
     gFailedCheckouts.store(0, std::memory_order_relaxed);
     gReady.store(true, std::memory_order_relaxed);
     return kzErrNone;

@@ -142,6 +142,10 @@ KZ_EXPORT void ToDebugStream(DebugStream& stream, float value);
 KZ_EXPORT void ToDebugStream(DebugStream& stream, const DbgFmtToDebugStream& value);
 // A character would print as its number: DbgFmtNum("%c", c), or Append.
 void ToDebugStream(DebugStream& stream, char value) = delete;
+void ToDebugStream(DebugStream& stream, wchar_t value) = delete;
+void ToDebugStream(DebugStream& stream, char8_t value) = delete;
+void ToDebugStream(DebugStream& stream, char16_t value) = delete;
+void ToDebugStream(DebugStream& stream, char32_t value) = delete;
 
 namespace kz {
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <link.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -9,12 +10,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <future>
 #include <limits>
 #include <memory>
 #include <regex>
@@ -132,6 +136,7 @@ concept Printable = requires(DebugStream& stream, T value)
     ToDebugStream(stream, value);
 };
 static_assert(Printable<int8> && Printable<uInt8> && !Printable<char> && !Printable<int*>);
+static_assert(!Printable<wchar_t> && !Printable<char8_t> && !Printable<char16_t> && !Printable<char32_t>);
 
 int SomeFunction(int);
 
@@ -298,6 +303,52 @@ TEST_F(PoolTest, AClashLogsTheStackOfWhoReported)
     }
 }
 
+TEST_F(PoolTest, AClashThatCannotOpenTheFileLeavesItToBeEmptied)
+{
+    const std::filesystem::path file = "DebugStreamClash.txt";
+    ReportCatcher catcher;
+    mHost.editorVersion = kDevelopment;
+    {
+        RunningService service;
+        OpenStreams streams;
+        streams.Open(kPoolSize);
+        std::filesystem::create_directory(file);
+        OpenStreamThatClashes();
+        std::filesystem::remove(file);
+        std::ofstream(file) << "of an earlier run";
+        OpenStreamThatClashes();
+    }
+    EXPECT_TRUE(catcher.Take(kDbgWarning, std::string("2") + kFailedCheckouts));
+    EXPECT_EQ(ClashText().substr(0, 4), "=== ");
+}
+
+std::atomic<bool> gClashesInLookUp{false};
+bool gOtherClashEnded;
+
+// Another thread must get its entry into the file while this one looks up a name, because the look-up may wait for it.
+void ClashInLookUp()
+{
+    std::future<void> other = std::async(std::launch::async, &OpenStreamThatClashes);
+    gOtherClashEnded = other.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+}
+
+TEST_F(PoolTest, NamesAreLookedUpOutsideTheLockOfTheFile)
+{
+    ReportCatcher catcher;
+    mHost.editorVersion = kDevelopment;
+    {
+        RunningService service;
+        OpenStreams streams;
+        streams.Open(kPoolSize);
+        gOtherClashEnded = false;
+        gClashesInLookUp = true;
+        OpenStreamThatClashes();
+    }
+    EXPECT_FALSE(gClashesInLookUp);
+    EXPECT_TRUE(gOtherClashEnded);
+    EXPECT_TRUE(catcher.Take(kDbgWarning, std::string("2") + kFailedCheckouts));
+}
+
 // Every first clash after a start empties the file, and what other threads wrote meanwhile is in it all the same.
 TEST_F(PoolTest, ClashesOfSeveralThreadsAreAllLogged)
 {
@@ -343,10 +394,10 @@ public:
 
 int gHandled;
 
-void HandlerThatAlwaysReports(const char*, int32, const char*, int32, uInt32, const char*, uInt64)
+void HandlerThatAlwaysReports(const char*, int32, const char*, int32 level, uInt32, const char*, uInt64)
 {
     ++gHandled;
-    KZ_LOG(kDbgLog) << "nested";
+    DebugOutputCallHandler("source/Nested", gHandled, "", level, 0, "nested", 0);
 }
 
 TEST_F(PoolTest, HostsAndHandlersThatReportAreNotAskedWithoutEnd)
@@ -370,13 +421,27 @@ TEST_F(PoolTest, HostsAndHandlersThatReportAreNotAskedWithoutEnd)
         EXPECT_TRUE(catcher.Take(kDbgWarning, std::string("4") + kFailedCheckouts));
     }
     DebugOutputResetNumEvents();
-    for (int run = 1; run <= 2; ++run) {
+    const struct {
+        _DebugOutputLevel level;
+        const char* written;
+        int32 count;
+    } kRows[] = {
+        {kDbgLog, "", 1},
+        {kDbgLog, "", 2},
+        {kDbgError, "", 1},
+        {kDbgFatal, "kzcore: report of level 4 at source/Nested(8): nested; called from 0x", 1},
+    };
+    for (const auto& row : kRows) {
         gHandled = 0;
         DebugOutputSetHandler(&HandlerThatAlwaysReports);
-        KZ_LOG(kDbgLog) << "outer";
+        testing::internal::CaptureStderr();
+        DebugOutputCallHandler("", 1, "", row.level, 0, "outer", 0);
         DebugOutputSetHandler(nullptr);
+        const std::string written = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(written.substr(0, std::strlen(row.written)), row.written) << row.level;
+        EXPECT_EQ(written.empty(), *row.written == '\0');
         EXPECT_EQ(gHandled, 8);
-        EXPECT_EQ(DebugOutputGetNumEvents(kDbgLog), run) << "what is not handed on is counted";
+        EXPECT_EQ(DebugOutputGetNumEvents(row.level), row.count) << "what is not handed on is counted";
     }
     DebugOutputResetNumEvents();
 }
@@ -579,3 +644,15 @@ TEST(DebugOutput, AnErrorBreaksIntoADebuggerAndSurvivesOtherTracers)
 }
 
 }  // namespace
+
+// The linker puts this in the place of the library's calls, so that a test can come between.
+extern "C" {
+int __real_dl_iterate_phdr(int (*visit)(dl_phdr_info*, size_t, void*), void* data);
+int __wrap_dl_iterate_phdr(int (*visit)(dl_phdr_info*, size_t, void*), void* data)
+{
+    if (gClashesInLookUp.exchange(false)) {
+        ClashInLookUp();
+    }
+    return __real_dl_iterate_phdr(visit, data);
+}
+}
