@@ -4,7 +4,6 @@
 // stream that lives may be writing to it.
 #include "DebugStream.h"
 
-#include <cxxabi.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -125,13 +124,11 @@ void LogClash(const StackChain& stack, int32 failedCheckouts)
 {
     std::string entry;
     const char* text = "DebugStream_Service::CheckOutDebugStreamBuffer -- exception thrown\n";
-    try {
+    kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
         entry = ClashEntry(stack, failedCheckouts);
         text = entry.c_str();
-    } catch (const abi::__forced_unwind&) {  // this thread is cancelled
-        throw;
-    } catch (...) {
-    }
+        return kzErrNone;
+    });
     WriteClash(text);
 }
 

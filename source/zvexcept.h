@@ -45,13 +45,17 @@ namespace kz {
 
 // Called inside a catch block: the code of the exception in flight, kzErrGeneric for one that is none of the standard
 // library's kinds and is reported. Only the cancellation of a thread, which has to reach the thread's end, is thrown
-// on.
-inline KzErr ErrOfExceptionInCatch(const char* file, int line)
+// on. Null is not checked for, because a cancellation comes without an object.
+__attribute__((no_sanitize("null"))) inline KzErr ErrOfExceptionInCatch(const char* file, int line)
 {
     try {
-        return GetExceptionInCatch_FileAndLine(file, line).err();
+        throw;
     } catch (const abi::__forced_unwind&) {
         throw;
+    } catch (...) {
+    }
+    try {
+        return GetExceptionInCatch_FileAndLine(file, line).err();
     } catch (...) {
         return kzErrGeneric;
     }
@@ -64,8 +68,6 @@ KzErr ErrOf(const char* file, int line, Body&& body)
 {
     try {
         return std::forward<Body>(body)();
-    } catch (const abi::__forced_unwind&) {  // no exception of anyone's, so nothing to report
-        throw;
     } catch (...) {
         return ErrOfExceptionInCatch(file, line);
     }

@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <atomic>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <typeinfo>
 
 #include "support/ReportCatcher.h"
@@ -97,17 +95,19 @@ TEST(ErrOf, GivesTheResultOrTheCodeOfTheException)
 TEST(ErrOf, LetsTheCancellationOfAThreadPass)
 {
     ReportCatcher reports;
-    std::atomic<bool> passed{false};
-    std::thread thread([&passed] {
+    const auto run = [](void*) -> void* {
         pthread_cancel(pthread_self());
         kz::ErrOf("source/here", 1, []() -> KzErr {
             pthread_testcancel();
             return 0;
         });
-        passed = true;
-    });
-    thread.join();
-    EXPECT_FALSE(passed);
+        return nullptr;
+    };
+    pthread_t thread = 0;  // a std::thread that is cancelled leaks
+    ASSERT_EQ(pthread_create(&thread, nullptr, run, nullptr), 0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
 }
 
 }  // namespace
