@@ -96,8 +96,7 @@ void Insert(const Insertion& insertion, unsigned char* data)
 }
 
 // The resize of a handle that has passed validation.
-KzErr ResizeGoodHandle(MasterWord* master, unsigned char* oldData, const HandleRequest& request,
-                       const Insertion& insertion)
+KzErr TryResize(MasterWord* master, unsigned char* oldData, const HandleRequest& request, const Insertion& insertion)
 {
     const unsigned long size = request.size;
     const unsigned long oldSize = HandleDataSize(oldData);
@@ -198,7 +197,13 @@ KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request,
         }
         return BadHandle(call);
     }
-    const KzErr err = ResizeGoodHandle(static_cast<MasterWord*>(handle), data, request, insertion);
+    return ResizeGoodHandle(call, handle, data, request, insertion);
+}
+
+KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* data, const HandleRequest& request,
+                       const Insertion& insertion)
+{
+    const KzErr err = TryResize(static_cast<MasterWord*>(handle), data, request, insertion);
     return err == kzErrNone ? err : Failed(call, err);
 }
 

@@ -78,6 +78,10 @@ UHandle NewHandle(const HandleRequest& request);
 
 KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request, const Insertion& insertion = {});
 
+// The same for a handle that has passed validation, which gave `data`.
+KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* data, const HandleRequest& request,
+                       const Insertion& insertion = {});
+
 // The handle in the variable is resized, or a new one put there when it is null; kzErrArgument for a null variable.
 KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& request,
                         const Insertion& insertion = {});

@@ -101,15 +101,15 @@ KzErr AppendBytes(const char* call, const void* ptr, void* handle, unsigned long
     if (LacksBytes(ptr, n)) {
         return kzErrArgument;
     }
-    const unsigned char* const data = kz::GoodData(handle, kz::kRangeForChanges);
+    unsigned char* const data = kz::GoodData(handle, kz::kRangeForChanges);
     if (data == nullptr) {
         return kz::BadHandle(call);
     }
     const unsigned long size = HandleDataSize(data);
     if (size + n < size) {
-        return kz::ResizeHandle(call, handle, BySize(ULONG_MAX), {});  // no block is that large
+        return kz::ResizeGoodHandle(call, handle, data, BySize(ULONG_MAX));  // no block is that large
     }
-    return kz::ResizeHandle(call, handle, BySize(size + n), {ptr, size, n});
+    return kz::ResizeGoodHandle(call, handle, data, BySize(size + n), {ptr, size, n});
 }
 
 KzErr AppendHandle(const char* call, const void* from, void* to)
