@@ -70,6 +70,13 @@ MagicCookieJarRec* LivingJar(const void* handle, unsigned char* data)
     return verifier == VerifierOf(handle) ? reinterpret_cast<MagicCookieJarRec*>(data) : nullptr;
 }
 
+// Asks without a report; guard bytes are left to the calls on a jar.
+bool IsLivingJar(const void* handle)
+{
+    unsigned char* const data = kz::CheckHandleInZone(kz::MemZone(), handle, false);
+    return data != nullptr && LivingJar(handle, data) != nullptr;
+}
+
 std::atomic_ref<uInt32> SaltOf(CookieSlotState* state)
 {
     return std::atomic_ref<uInt32>(state->salt);
@@ -164,6 +171,14 @@ void CopyInfo(const MagicCookieJarRec* jar, const unsigned char* record, void* i
 {
     if (infoOut != nullptr) {
         std::memcpy(infoOut, record, jar->infoSize);
+    }
+}
+
+// Takes the address without a type, as CopyInfo does, because a typed jar's record may be less aligned than a word.
+void ClearInfo(void* infoOut, std::size_t size)
+{
+    if (infoOut != nullptr) {
+        std::memset(infoOut, 0, size);
     }
 }
 
@@ -570,7 +585,9 @@ KzErr CookieList::SetCookie(int index, unsigned int cookie)
 
 BaseCookieJar::~BaseCookieJar()
 {
-    MCDisposeJar(mJar);
+    if (IsLivingJar(mJar)) {
+        MCDisposeJar(mJar);
+    }
 }
 
 KzErr BaseCookieJar::Init(unsigned int infoSize, int refCounted)
@@ -601,9 +618,7 @@ bool BaseCookieJar::AcquireCookieRights(const unsigned int& cookie, long* infoOu
             return true;
         }
     }
-    if (infoOut != nullptr) {
-        std::memset(infoOut, 0, jar == nullptr ? sizeof *infoOut : jar->infoSize);
-    }
+    ClearInfo(infoOut, jar == nullptr ? sizeof *infoOut : jar->infoSize);
     return false;
 }
 

@@ -7,7 +7,8 @@
 // their memory stays with the jar until the jar goes.
 //
 // Any thread may call any operation on a living jar; a look-up takes no lock. A jar lives until MCDisposeJar or the
-// stop of the memory service. That no call uses it afterwards is the caller's to see to: only MCDisposeJar looks.
+// stop of the memory service. That no call uses it afterwards is the caller's to see to: only MCDisposeJar and the
+// destructor of BaseCookieJar look.
 #ifndef KZCORE_COOKIEMANAGER_H
 #define KZCORE_COOKIEMANAGER_H
 
@@ -105,7 +106,9 @@ private:
 };
 
 // The owner of one jar. Each call is the MC call of that name on it, a record being what a `long*` points to; before
-// Init there is no jar and they fail as for a null one.
+// Init there is no jar and they fail as for a null one. The destructor disposes a jar that lives and does nothing for
+// one that has ended, so a static owner may outlive the memory service; after a restart a jar made since at the same
+// address can't be told from it.
 class KZ_EXPORT BaseCookieJar {
 public:
     BaseCookieJar() = default;
@@ -113,11 +116,11 @@ public:
     BaseCookieJar(const BaseCookieJar&) = delete;
     BaseCookieJar& operator=(const BaseCookieJar&) = delete;
 
-    // Makes the jar, in place of an earlier one, with reference counts if `refCounted` is not 0. kzErrMemoryFull: out
-    // of memory.
+    // Makes the jar, in place of an earlier one, which it disposes as Uninit does, with reference counts if
+    // `refCounted` is not 0. kzErrMemoryFull: out of memory.
     KzErr Init(unsigned int infoSize, int refCounted);
 
-    // Disposes the jar, which must happen before the memory service stops. Always 0.
+    // Disposes the jar as MCDisposeJar does, which tells of one that ended with the memory service. Always 0.
     KzErr Uninit();
 
     MagicCookieJar GetJar() const { return mJar; }
@@ -167,13 +170,12 @@ public:
     unsigned int GetCookieForInfo(const T& info) const { return MCGetCookieForInfo(GetJar(), &info); }
     bool AcquireCookieRights(const unsigned int& cookie, T* infoOut = nullptr)
     {
-        // The record comes by way of words, because a T may be smaller than one or have a lower alignment.
-        long words[(sizeof(T) + sizeof(long) - 1) / sizeof(long)] = {};
-        const bool isHeld = BaseCookieJar::AcquireCookieRights(cookie, words);
-        if (infoOut != nullptr) {
-            std::memcpy(infoOut, words, sizeof(T));
+        // Without a jar the base class knows no size but a word's. With one it writes a record's bytes, as bytes.
+        if (infoOut != nullptr && !IsAValidJar()) {
+            std::memset(static_cast<void*>(infoOut), 0, sizeof(T));
+            return false;
         }
-        return isHeld;
+        return BaseCookieJar::AcquireCookieRights(cookie, reinterpret_cast<long*>(infoOut));
     }
 };
 

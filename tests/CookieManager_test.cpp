@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <random>
 #include <set>
 #include <string>
@@ -364,6 +365,34 @@ TEST(CookieJarLife, AForgottenJarEndsWithTheService)
     KZAppInterfaceSet(nullptr);
 }
 
+// As a static one does, its destructor running at exit, in front of a restart or behind it.
+TEST(CookieJarLife, AnOwnerMayOutliveTheService)
+{
+    kztest::ReportCatcher reports;
+    kztest::TestHost host;
+    KZAppInterfaceSet(&host);
+    for (const int restarts : {0, 1}) {
+        for (const bool uninits : {false, true}) {
+            ASSERT_EQ(0, MemoryManagerService()->Init());
+            {
+                CookieJar<long> owner;
+                ASSERT_EQ(0, owner.Init(1));
+                EXPECT_NE(0u, owner.NewCookie(1));
+                MemoryManagerService()->Uninit();
+                EXPECT_EQ(0, restarts != 0 ? MemoryManagerService()->Init() : 0);
+                reports.TakeAll();
+                EXPECT_EQ(0, uninits ? owner.Uninit() : 0);
+                EXPECT_EQ(uninits, reports.Take(kDbgFatal, "") && reports.Take(kDbgWarning, "in MCDisposeJar"));
+            }
+            EXPECT_TRUE(reports.TakeAll().empty());
+            if (restarts != 0) {
+                MemoryManagerService()->Uninit();
+            }
+        }
+    }
+    KZAppInterfaceSet(nullptr);
+}
+
 TEST_F(CookieManager, JarClasses)
 {
     CookieJar<const char*> typed;
@@ -517,6 +546,8 @@ TEST_F(CookieManager, ReferenceCounts)
     ASSERT_EQ(0, typed.Init(1));
     EXPECT_TRUE(typed.AcquireCookieRights(typed.NewCookie(300), &pair.value));
     EXPECT_EQ(300, pair.value);
+    EXPECT_FALSE(typed.AcquireCookieRights(1, &pair.value));
+    EXPECT_EQ(0, pair.value);
     EXPECT_EQ(9, pair.guard) << "only a record's bytes are written";
     CookieJar<std::array<long, 3>> large;
     ASSERT_EQ(0, large.Init(1));
@@ -526,6 +557,20 @@ TEST_F(CookieManager, ReferenceCounts)
     const MagicCookieJar plain = MCNewRCJar();
     EXPECT_NE(nullptr, plain);
     MCDisposeJar(plain);
+
+    // Larger than a stack.
+    using Huge = std::array<unsigned char, 9 << 20>;
+    const auto out = std::make_unique<Huge>();
+    CookieJar<Huge> huge;
+    for (const bool isHeld : {false, true}) {
+        const uInt32 ofHuge = isHeld && huge.Init(1) == 0 ? huge.NewCookie(*out) : 1;
+        for (const uInt32 asked : {1u, ofHuge}) {
+            out->back() = 7;
+            EXPECT_EQ(isHeld && asked == ofHuge, huge.AcquireCookieRights(asked, out.get()));
+            EXPECT_EQ(0, out->back());
+            EXPECT_EQ(isHeld && asked == ofHuge, huge.AcquireCookieRights(asked));
+        }
+    }
 }
 
 // Threads share one reference-counting jar: a cookie ends once, with the last of its rights, and nobody reads it after.
