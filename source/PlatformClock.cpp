@@ -77,7 +77,7 @@ int Deadline::WaitOn(pthread_cond_t* condition, pthread_mutex_t* mutex) const
         return ETIMEDOUT;
     }
     const int result = WaitUntil(condition, mutex, SystemTicks() + kTicksPerMilli);
-    return result == ETIMEDOUT ? 0 : result;
+    return result == ETIMEDOUT ? EAGAIN : result;
 }
 
 }  // namespace kz

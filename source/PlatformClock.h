@@ -33,8 +33,8 @@ public:
 
     // Waits on the condition, with its mutex held, until it is woken or the deadline passes: 0 for a wake, ETIMEDOUT,
     // or another error number. A wake may be for nothing. A clock of a test's own wakes nobody when it moves, so by
-    // such a clock the wait ends every millisecond of real time with 0, and the caller calls again. A cancellation
-    // point.
+    // such a clock the wait ends every millisecond of real time with EAGAIN, and the caller looks at what it waits for
+    // and calls again. A cancellation point.
     int WaitOn(pthread_cond_t* condition, pthread_mutex_t* mutex) const;
 
 private:

@@ -22,8 +22,8 @@ public:
     // Waits for a signal and consumes it: a PlatformWaitResult. Any thread.
     virtual int Wait(int milliseconds) = 0;
 
-    // Waits without limit, and calls `pump(pumpArg)` before each step of `milliseconds`; 0. What the pump throws ends
-    // the wait. Any thread.
+    // Waits without limit, and calls `pump(pumpArg)` before each step of at most `milliseconds`; 0. What the pump
+    // throws ends the wait. Any thread.
     virtual int WaitAndPump(void (*pump)(int), int pumpArg, int milliseconds) = 0;
 
     // Waits for this event, `other` or a window message; kWaitFailed where the platform can't.

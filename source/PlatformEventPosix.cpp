@@ -120,16 +120,17 @@ bool PlatformEventPosix::SpinForSignal()
     return mSpin.Until([this] { return SeesSignal() && ConsumeSignal(); });
 }
 
-// Called by a waiter: whether a signal came in time. Only the deadline ends the wait without one: whatever else a
-// condition wait returns is a wake.
-bool PlatformEventPosix::ConsumeBefore(const kz::Deadline& deadline)
+// Called by a waiter: whether a signal came in time. Without one the deadline ends the wait, and a wake if told so:
+// whatever else a condition wait returns is a wake, but for the EAGAIN of a test's clock.
+bool PlatformEventPosix::ConsumeBefore(const kz::Deadline& deadline, Wakes wakes)
 {
-    bool timedOut = false;
+    bool ends = false;
     while (!ConsumeSignal()) {
-        if (timedOut) {
+        if (ends) {
             return false;
         }
-        timedOut = deadline.WaitOn(&mCondition, &mMutex) == ETIMEDOUT;
+        const int result = deadline.WaitOn(&mCondition, &mMutex);
+        ends = result == ETIMEDOUT || (wakes == Wakes::kEndIt && result != EAGAIN);
     }
     return true;
 }
@@ -149,7 +150,7 @@ int PlatformEventPosix::Wait(int milliseconds)
         return true;
     }
     const Waiter waiter(this);
-    return ConsumeBefore(kz::Deadline(milliseconds));
+    return ConsumeBefore(kz::Deadline(milliseconds), Wakes::kGoOn);
 }
 
 int PlatformEventPosix::WaitAndPump(void (*pump)(int), int pumpArg, int milliseconds)
@@ -161,7 +162,7 @@ int PlatformEventPosix::WaitAndPump(void (*pump)(int), int pumpArg, int millisec
             const kz::PthreadUnlocked lock(&mMutex);
             pump(pumpArg);
         }
-        signalled = ConsumeBefore(kz::Deadline(milliseconds));
+        signalled = ConsumeBefore(kz::Deadline(milliseconds), Wakes::kEndIt);
     }
     return kWaitSignalled;
 }

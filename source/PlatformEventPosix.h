@@ -24,12 +24,13 @@ public:
 
 private:
     class Waiter;
+    enum class Wakes { kGoOn, kEndIt };  // what a wake without a signal does to a wait
 
     bool ConsumeSignal();
     bool SeesSignal() const;
     bool SpinForSignal();
     bool AwaitSignal(int milliseconds);
-    bool ConsumeBefore(const kz::Deadline& deadline);
+    bool ConsumeBefore(const kz::Deadline& deadline, Wakes wakes);
     void WakeOne();
     void LetSignallersLeave();
 

@@ -47,8 +47,8 @@ KZ_EXPORT KzErr ThEventWait(ThEvent event);
 // kzErrArgument: the event is null, or the wait failed, which is reported at level 4.
 KZ_EXPORT KzErr ThEventWaitWithTimeout(ThEvent event, int32 milliseconds);
 
-// Calls `pump(arg)` once, also for a null event, then again after each `milliseconds` without a signal; returns 0 on
-// the signal, and kzErrArgument for a null event. `pump` may be null.
+// Calls `pump(arg)` once, also for a null event, then again before each wait, until a signal comes: 0. A wait lasts
+// `milliseconds`, or less when the thread wakes without a signal. kzErrArgument: a null event. `pump` may be null.
 KZ_EXPORT KzErr ThEventWaitAndPump(ThEvent event, ThEventPumpProc pump, int32 milliseconds, int32 arg);
 
 // Waits for one of two events or a window message, where the platform can; 1 for a null event, else 0 here.

@@ -116,7 +116,7 @@ void ThTmoEventWait(ThTmoEvent event)
         }
         // After a time-out too the time is looked at again: it may have been changed at that moment.
         const int result = kz::Deadline(left).WaitOn(&event->condition, &event->mutex);
-        if (result != 0 && result != EINTR && result != ETIMEDOUT) {
+        if (result != 0 && result != EINTR && result != EAGAIN && result != ETIMEDOUT) {
             KZ_REPORT(kDbgFatal, 0x389E70B5) << "unknown cond_wait result " << result;
             return;
         }
