@@ -7,10 +7,11 @@
 //
 // The graph is searched only when it gets a new order, so a program that has run for a while pays for a look-up.
 //
-// No report is a guess: when the recorder can't know what a thread holds, because the thread holds too many locks or
+// No error is a guess: when the recorder can't know what a thread holds, because the thread holds too many locks or
 // there are too many at all, it stops for good. With too many orders it learns no new ones, which hides cycles but
 // makes none. A lock that was once given back by another thread than its taker has no order, but it can still be a
-// gate.
+// gate. Until then nobody can know of a second take by the holder whether some thread will let it in, so that is a
+// warning.
 #include "LockOrder.h"
 
 #ifndef NDEBUG
@@ -209,12 +210,12 @@ void Report(const Order& order, StackChain& now, StackChain& before)
     tThread.reporting = false;
 }
 
-// The thread takes a lock that it holds.
+// The thread takes a lock that it holds. In a sound program another thread is yet to release it.
 void ReportSecondTake(uInt64 lock)
 {
     tThread.reporting = true;
-    KZ_REPORT(kDbgError, 0x94B7D16E) << "Lock " << lock
-                                     << " is taken by the thread that holds it, which will wait for ever";
+    KZ_REPORT(kDbgWarning, 0x94B7D16E)
+        << "Lock " << lock << " is taken by the thread that holds it, which waits until another thread releases it";
     tThread.reporting = false;
 }
 

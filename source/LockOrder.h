@@ -1,7 +1,8 @@
 // Learns in which order threads take locks, and reports at level 3, with both call chains, when orders contradict each
 // other: threads could wait for each other for ever, even if they never did so far. Orders that are only taken under a
 // common third lock don't contradict each other, because no two threads can be at them at once. A lock that a thread
-// takes while it holds it is reported too. In builds with assertions; in others there is nothing here.
+// takes while it holds it is reported at level 2, since it waits until another thread releases the lock, if any does.
+// In builds with assertions; in others there is nothing here.
 //
 // A lock may be given back by another thread than the one that took it, without a report; from then on it has no order.
 //

@@ -1,9 +1,9 @@
 // Counting locks, for every lock of the library. Usable from C11 and C++20.
 //
 // A null ThMutex is valid everywhere and means nothing to lock. A lock is not recursive: a second take by the thread
-// that holds it waits for ever. Debug builds report that at level 3 first, and also locks that threads take in orders
-// that could make them wait for each other. No order is promised among waiters. Taking and releasing a lock that nobody
-// else wants is one atomic addition each, without a system call.
+// that holds it waits until another thread releases the lock. Debug builds report such a take at level 2 first, and at
+// level 3 locks that threads take in orders that could make them wait for each other. No order is promised among
+// waiters. Taking and releasing a lock that nobody else wants is one atomic addition each, without a system call.
 #ifndef KZCORE_THMUTEX_H
 #define KZCORE_THMUTEX_H
 
@@ -27,7 +27,8 @@ KZ_EXPORT KzErr ThMutexCreate(ThMutex* out, const char* name);
 // 3 and left alone; so is a lock that was destroyed, for as long as its memory is not used again.
 KZ_EXPORT void ThMutexDestroy(ThMutex mutex);
 
-// Takes the lock, waiting for it as long as it takes. No cancellation point. Any thread that does not hold it.
+// Takes the lock, waiting for it as long as it takes. No cancellation point. Any thread; one that holds it
+// waits until another thread releases it.
 KZ_EXPORT void ThMutexAcquire(ThMutex mutex) KZ_ACQUIRE(mutex);
 
 // Releases the lock, and hands it to one waiter if there is any. Whether it is held, and by which thread, is not looked
