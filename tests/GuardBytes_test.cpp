@@ -18,6 +18,7 @@
 #include "MemoryZone.h"
 #include "ReportCatcher.h"
 #include "RunningMemory.h"
+#include "ThTmoEvent.h"
 #include "TrackedMalloc.h"
 
 namespace {
@@ -223,6 +224,22 @@ TEST_F(GuardBytesChild, DISABLED_DamagedCookiesAreFound)
     EXPECT_EQ(0, DSDisposePtr(info));
 }
 
+// A damaged guard keeps the block of a destroyed timed event readable, so that the second destroy can be seen.
+TEST_F(GuardBytesChild, DISABLED_ATimedEventIsDestroyedOnce)
+{
+    ThTmoEvent event = nullptr;
+    ASSERT_EQ(0, ThTmoEventCreate(&event));
+    Poke(reinterpret_cast<char*>(event) - 8, "x");
+    ThTmoEventDestroy(event);
+    EXPECT_EQ('0', Told());
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 3 in DSDisposePtr"));
+    ThTmoEventDestroy(event);
+    EXPECT_TRUE(reports.Take(kDbgFatal, ""));
+    EXPECT_EQ('-', Told()) << "the block is left alone";
+    Poke(reinterpret_cast<char*>(event) - 8, "Z");
+    EXPECT_EQ(0, DSDisposePtr(event));
+}
+
 TEST(GuardBytes, EnvironmentSettings)
 {
     const struct {
@@ -261,7 +278,8 @@ TEST(GuardBytes, DamageIsFoundAtEachUseOrWhenAskedFor)
     EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "check"}, {"KZ_CHECKED", "1"}}));
     EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "alloc"}, {"KZ_CHECKED", "0"}}));
     std::vector<const char*> children = {"GuardBytesChild.DISABLED_GuardsSurviveTheCache",
-                                         "GuardBytesChild.DISABLED_DamagedCookiesAreFound"};
+                                         "GuardBytesChild.DISABLED_DamagedCookiesAreFound",
+                                         "GuardBytesChild.DISABLED_ATimedEventIsDestroyedOnce"};
 #if !defined(KZ_ASAN) && !defined(__SANITIZE_THREAD__)
     // Its threads race for a guard's bytes.
     children.push_back("GuardBytesChild.DISABLED_ChecksOfADyingHandleReadItsBlock");

@@ -157,6 +157,33 @@ TEST_F(ThEventTest, PumpsUntilSignalled)
     ThEventDestroy(signalled);
 }
 
+// A wake whose signal somebody else has taken ends a step, however long.
+TEST_F(ThEventTest, AWakeWithoutASignalPumpsAgain)
+{
+    static std::atomic<int> sCalls;
+    const ThEvent event = MakeEvent(0);
+    const Clock::time_point patience = Clock::now() + std::chrono::seconds(20);
+    const auto hasPumped = [patience] { return sCalls >= 3 || Clock::now() >= patience; };  // twice before a wake
+    for (sCalls = 0; !hasPumped();) {
+        sCalls = 0;
+        std::atomic<bool> done{false};
+        std::jthread waiter([&] {
+            ThEventWaitAndPump(
+                event, [](int32) { ++sCalls; }, kHang, 0);
+            done = true;
+        });
+        while (!done && !hasPumped()) {
+            ThEventSignal(event);
+            ThEventReset(event);
+        }
+        for (; !done; std::this_thread::yield()) {
+            ThEventSignal(event);
+        }
+    }
+    EXPECT_GE(sCalls, 3);
+    ThEventDestroy(event);
+}
+
 void CancelledPump(int32 /*arg*/)
 {
     ++gPump.calls;
@@ -249,8 +276,8 @@ TEST_F(ThEventTest, NullAndForeignEvents)
     ThEventDestroy(nullptr);
     EXPECT_TRUE(mReports.Take(kDbgError, "Bad ThEvent in ThEventDestroy()"));
 
-    alignas(16) unsigned char block[64] = {};
-    const ThEvent foreign = reinterpret_cast<ThEvent>(block);
+    static const unsigned char kReadOnly[64] = {};
+    const ThEvent foreign = reinterpret_cast<ThEvent>(const_cast<unsigned char*>(kReadOnly));
     const ThEvent event = MakeEvent(0);
     const struct {
         const char* name;
@@ -279,10 +306,12 @@ TEST_F(ThEventTest, NullAndForeignEvents)
     EXPECT_EQ(ThEventMsgWaitMultiple(event, nullptr, 0, 0), 0);
 
     // What is left of a destroyed event is one of these blocks.
+    alignas(16) unsigned char block[64] = {};
     kztest::CopyAtDelete(event, block, 16);
     ThEventDestroy(event);
+    ASSERT_TRUE(kztest::CopiedAtDelete());
     ASSERT_EQ(memmem(block, sizeof block, "Evnt", 4), nullptr);
-    ThEventDestroy(foreign);
+    ThEventDestroy(reinterpret_cast<ThEvent>(block));
     EXPECT_TRUE(mReports.Take(kDbgFatal, ""));
 }
 

@@ -55,14 +55,16 @@ TEST_F(ThMutexTest, NullIsNothingToLockAndForeignBlocksAreLeftAlone)
     EXPECT_EQ(ThMutexCreate(nullptr, "none"), kzErrArgument);
     EXPECT_EQ(DestroyPlatformMutex(nullptr), kzErrNone);
 
-    alignas(16) unsigned char block[128] = {};
-    ThMutexDestroy(reinterpret_cast<ThMutex>(block));
+    static const unsigned char kReadOnly[128] = {};
+    ThMutexDestroy(reinterpret_cast<ThMutex>(const_cast<unsigned char*>(kReadOnly)));
     EXPECT_TRUE(mReports.Take(kDbgError, "bad mutex verifier in ThMutexDestroy"));
 
     // What is left of a destroyed lock is one of these blocks.
+    alignas(16) unsigned char block[128] = {};
     const ThMutex mutex = MakeMutex();
     kztest::CopyAtDelete(mutex, block, 24);
     ThMutexDestroy(mutex);
+    ASSERT_TRUE(kztest::CopiedAtDelete());
     ASSERT_EQ(memmem(block, sizeof block, "Mutx", 4), nullptr);
     ThMutexDestroy(reinterpret_cast<ThMutex>(block));
     EXPECT_TRUE(mReports.Take(kDbgError, "bad mutex verifier in ThMutexDestroy"));

@@ -46,8 +46,8 @@ TEST_F(ThTmoEventTest, BadArguments)
     ThTmoEventDestroy(nullptr);
     EXPECT_TRUE(reports.Take(kDbgError, "Bad ThTmoEvent in ThTmoEventDestroy()"));
 
-    char foreign[256] = "Evnt";
-    const auto bad = reinterpret_cast<ThTmoEvent>(foreign);
+    static const char kReadOnly[256] = "Evnt";
+    const auto bad = reinterpret_cast<ThTmoEvent>(const_cast<char*>(kReadOnly));
     ThTmoEventChangeTmo(bad, 1);
     ThTmoEventWait(bad);
     EXPECT_EQ(0u, ThTmoEventGetTmo(bad));

@@ -71,6 +71,11 @@ void CopyAtDelete(const void* memory, void* copy, std::size_t size)
     gWatched = memory;
 }
 
+bool CopiedAtDelete()
+{
+    return gWatched == nullptr;
+}
+
 FailAllocation::FailAllocation(int n, Span span, Reach reach)
 {
     gReachesNew = reach == kBlocksAndNew;

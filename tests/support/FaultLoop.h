@@ -35,8 +35,9 @@ public:
 long LiveNewCount();
 
 // The next time that operator delete gets `memory`, its first `size` bytes go to `copy` before they are freed. One at a
-// time.
+// time, which CopiedAtDelete tells of.
 void CopyAtDelete(const void* memory, void* copy, std::size_t size);
+bool CopiedAtDelete();
 
 // Runs the scenario with its first allocation failing, then the second, and so on until it gets by without one more:
 // first each alone, then each with all that follow. The scenario is told whether an allocation has failed when it calls
