@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "HiResClock.h"
-#include "PathTextFormat.h"
+#include "NoDebugTexts.h"
 #include "ScopedLock.h"
 #include "zvexcept.h"
 

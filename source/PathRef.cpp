@@ -8,9 +8,9 @@
 #include <type_traits>
 
 #include "KZPlacement.h"
+#include "NoDebugTexts.h"
 #include "PathCache.h"
 #include "PathItemStorage.h"
-#include "PathTextFormat.h"
 #include "Report.h"
 #include "ScopedLock.h"
 #include "StringCStr.h"

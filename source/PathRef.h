@@ -4,9 +4,13 @@
 // only (the text constructor, ToString, ConvertToString), under one of the format names below. Members that return a
 // value throw ZVExcept; members named Copy... and Convert... return a KzErr; every editing member clears the path to
 // "not a path" before it throws. One object belongs to one thread; copying takes no lock, and copies on different
-// threads share their element safely. Before PathRef::Init and after PathRef::UnInit a path holds nothing: making
-// one gives not a path (from a text or a name: throws kzErrArgument), dropping an old one does nothing. No path may be
-// kept from one run of the library to the next.
+// threads share their element safely.
+//
+// Before PathRef::Init and after PathRef::UnInit no path can be had: making one gives not a path (from a text or a
+// name: throws kzErrArgument). A path that outlives UnInit refers to an element that is gone. Until the next Init it
+// may be destroyed, copied by constructor or assignment (which gives not a path), assigned by copy (which makes it not
+// a path), and asked IsValid (false), and nothing else; a move passes it on as it is. After the next Init even
+// destroying it is wrong.
 #ifndef KZCORE_PATHREF_H
 #define KZCORE_PATHREF_H
 
@@ -169,7 +173,7 @@ public:
 
     // ---- Checks ----
 
-    // True for an absolute or relative path.
+    // True for an absolute or relative path, while paths are up.
     bool IsValid() const;
     // Not a path is sane. With `quick` only the element's place is checked. Reports what it finds wrong.
     bool IsSane(bool quick) const;

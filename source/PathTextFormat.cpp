@@ -48,8 +48,6 @@ const TextForm* FindTextForm(const char* format)
 
 }  // namespace
 
-constinit thread_local bool kz::NoDebugTexts::tLives = false;
-
 // ---- UNIX ----
 
 void PathTextFormatUNIX::SetToAbsolutePath(std::string* text, int32 /*count*/)

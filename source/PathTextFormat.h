@@ -6,25 +6,6 @@
 
 #include "KZTypes.h"
 
-namespace kz {
-
-// In debug mode a path keeps its display text at hand, but not while one of these lives on its thread: making the text
-// takes the tree's lock, which the thread holds for as long. They don't nest.
-class NoDebugTexts {
-public:
-    NoDebugTexts() { tLives = true; }
-    ~NoDebugTexts() { tLives = false; }
-    NoDebugTexts(const NoDebugTexts&) = delete;
-    NoDebugTexts& operator=(const NoDebugTexts&) = delete;
-
-    static bool Lives() { return tLives; }
-
-private:
-    static constinit thread_local bool tLives;
-};
-
-}  // namespace kz
-
 // Each call appends to the text, or sets it where a path begins; `count` is the path's number of components.
 class PathTextFormat {
 public:

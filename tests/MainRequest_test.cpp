@@ -99,7 +99,9 @@ TEST(MainRequest, PathsOutliveTheLibrary)
         PathRef other(std::string("/usr/lib"), PathRef::StringUnix());
         library.reset();  // the elements are gone, which the values must survive
         EXPECT_TRUE(reports.Take(kDbgWarning, "Possible path leak, unable to purge elements of base #0"));
+        EXPECT_FALSE(path.IsValid());
         copy = other;
+        EXPECT_EQ(copy.ItemCount(), 0) << "not a path, which may be used";
         other = PathRef(PathRef::kNotAPath);
         const PathRef late(copy);
         EXPECT_FALSE(late.IsValid());
