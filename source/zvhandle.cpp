@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "MemoryManager.h"
+#include "MemoryZone.h"
 #include "Report.h"
 
 namespace {
@@ -22,25 +25,33 @@ KzErr GrowField(UHandle handle, unsigned long place, unsigned long growth, unsig
 }
 
 // The tail, which ends the block, moves down to `place`, over the `loss` bytes that go. Those which it overwrites are
-// kept aside until the block is resized, so that a failure can undo the move.
+// kept aside until the block is resized, so that a failure can undo the move; without room for them the two change
+// places, which is slower. So nothing but the resize can fail.
 KzErr ShrinkField(UHandle handle, unsigned long place, unsigned long loss, unsigned long tailSize)
 {
     if (tailSize == 0) {
         return DSSetHandleSize(handle, place);
     }
     const unsigned long overwritten = std::min(loss, tailSize);
-    void* const aside = DSNewPtr(overwritten);
-    if (aside == nullptr) {
-        return kzErrMemoryFull;
+    const std::unique_ptr<void, decltype(&std::free)> aside(kz::AllocateBytes(overwritten), &std::free);
+    unsigned char* field = *handle + place;
+    if (aside != nullptr) {
+        std::memcpy(aside.get(), field, overwritten);
+        MoveBlock(field + loss, field, tailSize);
+    } else {
+        std::rotate(field, field + loss, field + loss + tailSize);
     }
-    std::memcpy(aside, *handle + place, overwritten);
-    MoveBlock(*handle + place + loss, *handle + place, tailSize);
     const KzErr err = DSSetHandleSize(handle, place + tailSize);
-    if (err != kzErrNone) {
-        MoveBlock(*handle + place, *handle + place + loss, tailSize);
-        std::memcpy(*handle + place, aside, overwritten);
+    if (err == kzErrNone) {
+        return err;
     }
-    DSDisposePtr(aside);
+    field = *handle + place;
+    if (aside != nullptr) {
+        MoveBlock(field, field + loss, tailSize);
+        std::memcpy(field, aside.get(), overwritten);
+    } else {
+        std::rotate(field, field + tailSize, field + tailSize + loss);
+    }
     return err;
 }
 
