@@ -68,11 +68,6 @@ inline unsigned char* DataOf(const void* handle)
     return LoadMaster(static_cast<const MasterWord*>(handle));
 }
 
-inline unsigned long SizeOf(const void* handle)
-{
-    return HandleDataSize(DataOf(handle));
-}
-
 // Null on failure, after the memory-full procedure.
 UHandle NewHandle(const HandleRequest& request);
 

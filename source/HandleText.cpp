@@ -8,19 +8,22 @@ namespace kz {
 
 HandleText QuietTextOf(const LStr* const* handle)
 {
-    const LStr* const string = handle == nullptr ? nullptr : *handle;
-    if (string == nullptr) {
+    constexpr std::size_t kStart = offsetof(LStr, str);
+    if (handle == nullptr) {
         return {};
     }
-    // A disposed handle's word leads to the next free one, at an odd address.
-    std::size_t size = 0;
-    if (IsDSHandle(handle) != 0) {
-        size = IsGoodHandle(handle, kRangeForQueries) ? SizeOf(handle) : 0;
-    } else if (!IsFreeLink(reinterpret_cast<MasterWord>(const_cast<LStr*>(string)))) {
-        size = std::numeric_limits<std::size_t>::max();
+    // The range is always looked at: an address that is no handle's has no header to ask for a size.
+    const unsigned char* string = GoodData(handle, kRangeAlways);
+    std::size_t size = std::numeric_limits<std::size_t>::max();
+    if (string != nullptr) {
+        size = HandleDataSize(string);
+    } else if (MemZoneRec* const zone = MemZone(); zone == nullptr || !IsInMasterBlock(zone, handle)) {
+        string = reinterpret_cast<const unsigned char*>(*handle);
     }
-    constexpr std::size_t kStart = offsetof(LStr, str);
-    return size < kStart ? HandleText{} : HandleText{string->str, HeldCount(string, size, kStart, 1)};
+    if (string == nullptr || size < kStart) {
+        return {};
+    }
+    return {string + kStart, HeldCount(string, size, kStart, 1)};
 }
 
 HandleText TextOf(const LStr* const* handle)

@@ -36,7 +36,7 @@ struct HandleText {
 
 // What the block holds of the text that the count tells; nothing for null, for a block without a count, and for a
 // handle that was disposed or damaged, which is reported at level 4. The address of a pointer to a string that is no
-// handle's block is accepted too, and that string's count is relied on.
+// handle's block is accepted too, wherever that string stands, and its count is relied on.
 HandleText TextOf(const LStr* const* handle);
 
 // The same without a report.

@@ -190,6 +190,12 @@ inline bool IsInGranule(const GranuleTable* table, const void* handle)
     return std::min(offsetIn(0), offsetIn(1)) < sizeof(masterBlock::masters);
 }
 
+// Whether the address lies in a block of masters.
+inline bool IsInMasterBlock(MemZoneRec* zone, const void* address)
+{
+    return IsInGranule(zone->granules.load(std::memory_order_acquire), address) || FindMasterBlock(zone, address);
+}
+
 // The data of a handle that is a master in use, or null for anything else. With `skipRange` only its word is looked at,
 // which then must be readable. The word is read once, so the answer is a block's address even where another thread ends
 // the handle meanwhile.
@@ -198,8 +204,7 @@ inline MasterWord CheckHandleInZone(MemZoneRec* zone, const void* handle, bool s
     if (zone == nullptr || handle == nullptr || reinterpret_cast<uintptr_t>(handle) % sizeof(MasterWord) != 0) {
         return nullptr;
     }
-    if (!skipRange && !IsInGranule(zone->granules.load(std::memory_order_acquire), handle) &&
-        !FindMasterBlock(zone, handle)) {
+    if (!skipRange && !IsInMasterBlock(zone, handle)) {
         return nullptr;
     }
     const MasterWord word = LoadMaster(static_cast<const MasterWord*>(handle));

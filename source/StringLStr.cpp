@@ -36,16 +36,20 @@ kz::HandleText TextAt(const LStr* s)
     return s == nullptr ? kz::HandleText{} : kz::HandleText{s->str, Count(s)};
 }
 
-// The bytes of the handle's block; none for null and for a handle that is not good, which the resize reports.
-std::size_t BlockOf(LStr* const* handle)
-{
-    return kz::IsGoodHandle(handle, kz::kRangeForQueries) ? kz::SizeOf(handle) : 0;
-}
+struct Block {
+    std::size_t size = 0;
+    int32 count = 0;  // what the block holds of the text
+};
 
-// What a block of this size holds of the text.
-int32 HeldText(LStr* const* handle, std::size_t block)
+// The handle's block; nothing for null and for a handle that is not good, which the resize reports.
+Block BlockOf(LStr* const* handle)
 {
-    return block < kCountSize ? 0 : kz::HeldCount(*handle, block, kCountSize, 1);
+    const unsigned char* const data = kz::GoodData(handle, kz::kRangeForQueries);
+    if (data == nullptr) {
+        return {};
+    }
+    const std::size_t size = kz::HandleDataSize(data);
+    return {size, kz::HeldCount(data, size, kCountSize, 1)};
 }
 
 // Puts n bytes behind the first `at` bytes of the text, where the text then ends: into a block of exactly that size, or
@@ -82,8 +86,8 @@ KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
 
 KzErr Append(LStr*** handle, const void* bytes, std::size_t n, Fit fit)
 {
-    const std::size_t block = BlockOf(*handle);
-    return Splice(handle, HeldText(*handle, block), bytes, n, fit == kKeepSpareRoom ? block : 0);
+    const Block block = BlockOf(*handle);
+    return Splice(handle, block.count, bytes, n, fit == kKeepSpareRoom ? block.size : 0);
 }
 
 // The source may be the handle's own string, whose text is what its block holds.
@@ -92,7 +96,7 @@ KzErr AppendString(LStr** handle, const LStr* src, Fit fit)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    const int32 count = src != nullptr && src == *handle ? HeldText(handle, BlockOf(handle)) : Count(src);
+    const int32 count = src != nullptr && src == *handle ? BlockOf(handle).count : Count(src);
     return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(count), fit);
 }
 
@@ -277,7 +281,7 @@ KzErr LStrPrependCStr(LStr*** handle, const char* c)
     if (handle == nullptr || *handle == nullptr || c == nullptr) {
         return kzErrNone;
     }
-    const int32 oldCount = HeldText(*handle, BlockOf(*handle));
+    const int32 oldCount = BlockOf(*handle).count;
     if (const KzErr err = Append(handle, c, std::strlen(c), kExactBlock)) {
         return err;
     }
@@ -291,29 +295,28 @@ KzErr LStrHNullTerminate(LStr** handle)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    const std::size_t block = BlockOf(handle);
-    const int32 oldCount = HeldText(handle, block);
-    if (oldCount == kMaxCount) {
+    const Block block = BlockOf(handle);
+    if (block.count == kMaxCount) {
         return kzErrMemoryFull;
     }
-    if (const KzErr err = DSSetHandleSize(handle, std::max(block, kCountSize) + 1)) {
+    if (const KzErr err = DSSetHandleSize(handle, std::max(block.size, kCountSize) + 1)) {
         return err;
     }
-    (*handle)->str[oldCount] = 0;
-    (*handle)->cnt = oldCount + 1;
+    (*handle)->str[block.count] = 0;
+    (*handle)->cnt = block.count + 1;
     return kzErrNone;
 }
 
 KzErr LStrToUpper(LStr** handle)
 {
     const kz::HandleText text = kz::TextOf(handle);
-    return text.count == 0 ? kzErrNone : StrToUpper((*handle)->str, text.count);
+    return text.count == 0 ? kzErrNone : StrToUpper(const_cast<unsigned char*>(text.bytes), text.count);
 }
 
 KzErr LStrToLower(LStr** handle)
 {
     const kz::HandleText text = kz::TextOf(handle);
-    return text.count == 0 ? kzErrNone : StrToLower((*handle)->str, text.count);
+    return text.count == 0 ? kzErrNone : StrToLower(const_cast<unsigned char*>(text.bytes), text.count);
 }
 
 int32 LStrCmp(const LStr* a, const LStr* b)

@@ -2,7 +2,9 @@
 //
 // An `LStr**` is a handle that the caller owns; null is an empty string. `cnt` tells the text, the block may be larger.
 // Calls that take a handle cut a `cnt` that the block does not hold to what it holds; calls that take an `LStr*` rely
-// on `cnt`. A negative one counts as 0, and so does that of a disposed handle, which is reported at level 4.
+// on `cnt`. A negative one counts as 0, and so does that of a disposed handle, which is reported at level 4. Calls that
+// neither make nor resize a handle also take, for one, the address of any pointer to a string, which may stand at any
+// address, outside the memory manager too; they rely on its `cnt`.
 // The source comes first in XToY, the destination elsewhere. An `LStr*` or C string destination has no limit but the
 // caller's room. Calls that change a handle give kzErrArgument for null, and the memory manager's error when the block
 // can't grow; the string then stays as it was. A source may lie inside the handle that is changed. Comparisons look

@@ -364,6 +364,22 @@ TEST_F(StringLStr, CountsThatTheBlockDoesNotHold)
     }
 }
 
+// The address of a pointer will do for a handle where nothing is resized, wherever the string stands.
+TEST_F(StringLStr, StringsOutsideTheMemoryManager)
+{
+    const LStrHandle handle("text");
+    for (const size_t at : {0, 1, 2, 3}) {
+        unsigned char bytes[16] = {};
+        std::memcpy(bytes + at, *handle.handle, 8);
+        LStr* string = reinterpret_cast<LStr*>(bytes + at);
+        EXPECT_EQ(LHStrCmp(&string, handle.handle), 0) << at;
+        EXPECT_EQ(StringUtils::ToNarrowString(&string), "text") << at;
+        EXPECT_EQ(Reported(&string), "text") << at;
+        EXPECT_EQ(LStrToUpper(&string), 0);
+        EXPECT_EQ(Reported(&string), "TEXT") << at;
+    }
+}
+
 TEST_F(StringLStr, DisposedHandles)
 {
     LStr** handle = LStrHandle("text").handle;
