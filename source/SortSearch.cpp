@@ -99,8 +99,8 @@ private:
     };
 
     // How many elements the splits may pass in all: eight times what even splits pass. A random order needs 1.15 times
-    // that. Two runs one behind the other, up and down or merged the wrong way, need 2.2 times at 1,000 elements, 4.3
-    // at 2,000,000 and 0.2 more for each doubling, because their medians lie near the ends of the ranges.
+    // that. Two runs one behind the other, up and down or merged the wrong way, need 2.2 times at 1,000 elements, 4.2
+    // at 2,000,000 and nearly 0.2 more for each doubling, because their medians lie near the ends of the ranges.
     static int64_t SplitBudget(int32 count)
     {
         int64_t levels = 1;

@@ -35,7 +35,7 @@ constinit CaseTable gLower = AsciiTable('A', 'Z', 'a' - 'A');
 constinit CaseTable gUpper = AsciiTable('a', 'z', 'A' - 'a');
 
 // Stores only what differs: threads that use the library already then meet no write in the usual locales. The byte
-// 0xFF, which widens to EOF, has no case.
+// 0xFF, which widens to EOF, is mapped to itself.
 void FillFromLocale(CaseTable& table, int (*mapping)(int))
 {
     for (int c = 0x80; c < 0xFF; ++c) {

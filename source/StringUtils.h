@@ -23,9 +23,11 @@ struct _LStrArray;
 //
 // Hashes and caseless comparisons of bytes go by two tables. Up to 0x7F they have the case of ASCII, whatever the
 // locale. From 0x80 up they have none until StringUtilsLocaleCache_Service has started, then the C library's
-// single-byte mapping in the locale of that moment, in which 0xFF never has case. The counted strings' calls ask the C
-// library instead, so the two disagree where its case of ASCII letters is another: under tr_TR CaseInsensitiveEqual
-// takes "I" and "i" for equal, PStrCaseEqual does not.
+// single-byte mapping in the locale of that moment, in which 0xFF is mapped to itself; another byte may be mapped to
+// it. The counted strings' calls ask the C library instead, so the two disagree where its case of ASCII letters is
+// another: under tr_TR CaseInsensitiveEqual takes "I" and "i" for equal, PStrCaseEqual does not.
+//
+// An `LStr**` that is only read may be a handle or the address of any pointer to a string, as for StringLStr.h.
 class KZ_EXPORT StringUtils {
 public:
     // Whether a conversion that is given a handle disposes it afterwards, also when it fails.
