@@ -55,12 +55,10 @@ KzErr CutArray(_LStrArray*** array, int32 count, int32 n)
     return err;
 }
 
-// The text of a string, and at most what a PStr can have of it.
-kz::HandleText ShortText(LStr** string)
+// What a PStr can have of a text.
+std::size_t ShortCount(const kz::HandleText& text)
 {
-    kz::HandleText text = kz::TextOf(string);
-    text.count = std::min(text.count, kMaxPStr);
-    return text;
+    return static_cast<std::size_t>(std::min(text.count, kMaxPStr));
 }
 
 }  // namespace
@@ -101,9 +99,11 @@ KzErr LStrArrayToCPStrHandle(_LStrArray** array, int32 n, CPStr*** list)
         return kzErrArgument;
     }
     LStr** const* const strings = (*array)->str;
+    // The handle of a disposed string may have become the list's own, also when that is made between the two passes.
+    const auto isList = [list](LStr** string) { return static_cast<void*>(string) == *list; };
     std::size_t size = sizeof(int32);
     for (int32 i = 0; i < n; ++i) {
-        size += 1 + static_cast<std::size_t>(ShortText(strings[i]).count);
+        size += 1 + (isList(strings[i]) ? 0u : ShortCount(kz::TextOf(strings[i])));
     }
     if (size > static_cast<std::size_t>(std::numeric_limits<int32>::max())) {
         return kzErrMemoryFull;
@@ -114,9 +114,10 @@ KzErr LStrArrayToCPStrHandle(_LStrArray** array, int32 n, CPStr*** list)
     (**list)->cnt = n;
     unsigned char* out = (**list)->str;
     for (int32 i = 0; i < n; ++i) {
-        const kz::HandleText text = ShortText(strings[i]);
-        *out++ = static_cast<unsigned char>(text.count);
-        out = std::copy_n(text.bytes, text.count, out);
+        const kz::HandleText text = isList(strings[i]) ? kz::HandleText{} : kz::QuietTextOf(strings[i]);
+        const std::size_t count = ShortCount(text);
+        *out++ = static_cast<unsigned char>(count);
+        out = std::copy_n(text.bytes, count, out);
     }
     return kzErrNone;
 }

@@ -134,6 +134,24 @@ TEST_F(StringLStrArray, ToCPStr)
     EXPECT_EQ(list.handle, nullptr);
 }
 
+// Where no list was there, its handle is the one that the string had.
+TEST_F(StringLStrArray, ToCPStrTellsOnceOfADisposedString)
+{
+    for (const bool isListThere : {true, false}) {
+        LStrArrayHandle array(Texts{"first", "gone"});
+        CPStrHandle list;
+        if (isListThere) {
+            ASSERT_EQ(CPStrSetToNEmptyStrings(&list.handle, 1), 0);
+        }
+        DSDisposeHandle((*array.handle)->str[1]);
+        EXPECT_EQ(LStrArrayToCPStrHandle(array.handle, &list.handle), 0);
+        EXPECT_EQ(list.Bytes(), PackedBytes({"first", ""}));
+        EXPECT_EQ(reports.TakeAll().size(), 1u);
+        EXPECT_EQ(static_cast<void*>(list.handle) != (*array.handle)->str[1], isListThere);
+        (*array.handle)->str[1] = nullptr;
+    }
+}
+
 TEST_F(StringLStrArray, FromCPStr)
 {
     CPStrHandle list(Texts{"first", "", "third"});
