@@ -368,7 +368,7 @@ TEST_F(StringLStr, CountsThatTheBlockDoesNotHold)
 TEST_F(StringLStr, StringsOutsideTheMemoryManager)
 {
     const LStrHandle handle("text");
-    for (const size_t at : {0, 1, 2, 3}) {
+    for (const size_t at : {0u, 1u, 2u, 3u}) {
         unsigned char bytes[16] = {};
         std::memcpy(bytes + at, *handle.handle, 8);
         LStr* string = reinterpret_cast<LStr*>(bytes + at);
