@@ -79,19 +79,26 @@ private:
 template <typename Frames>
 KZ_READS_FRAMES inline long Walk(Frames frames, uintptr_t address, long skip, void** buffer, long entries)
 {
-    long count = 0;
     Frame frame;
-    while (count < entries && frames.Read(address, &frame)) {
-        if (skip > 0) {
-            --skip;
-        } else {
-            buffer[count++] = reinterpret_cast<void*>(frame.returnAddress);
-        }
+    if (entries <= 0 || !frames.Read(address, &frame)) {
+        return 0;
+    }
+    const auto isFollowed = [&]() KZ_READS_FRAMES {
         if (frame.link <= address || (frame.link & kAlignmentBits) != 0) {
-            break;
+            return false;
         }
         address = frame.link;
+        return frames.Read(address, &frame);
+    };
+    for (; skip > 0; --skip) {
+        if (!isFollowed()) {
+            return 0;
+        }
     }
+    long count = 0;
+    do {
+        buffer[count++] = reinterpret_cast<void*>(frame.returnAddress);
+    } while (count < entries && isFollowed());
     return count;
 }
 
