@@ -58,9 +58,9 @@ KZ_EXPORT KzErr DSSetHSzClrCache(void* handle, unsigned long size);
 KZ_EXPORT KzErr DSSetAlignedHandleSize(void* handle, unsigned long size, unsigned long alignment, unsigned long offset);
 KZ_EXPORT KzErr DSSetAlignedHSzClr(void* handle, unsigned long size, unsigned long alignment, unsigned long offset);
 
-// Resize the handle in the variable, or put a new one there when it holds null: kzErrMemoryFull when that
-// can't be made. kzErrArgument: the address is null. The last two make nothing of size 0, and dispose and null a handle
-// that shall have it.
+// Resize the handle in the variable, or put a new one there when it holds null: kzErrMemoryFull when that can't be
+// made. kzErrArgument: the address is null. The last two make nothing of size 0, and dispose and null a handle that
+// shall have it.
 KZ_EXPORT KzErr DSSetHandleSizeOrNewHandle(void* variable, unsigned long size);
 KZ_EXPORT KzErr DSSetHSzOrNewHClr(void* variable, unsigned long size);
 KZ_EXPORT KzErr DSSetHandleSizeOrNewHandleCache(void* variable, unsigned long size);
@@ -111,9 +111,8 @@ KZ_EXPORT KzErr DSSwapHandles(void* a, void* b);
 // of a variable or of bytes to copy, and then leave all handles as they were. Sources may stand in the handle that is
 // written to.
 
-// Makes the handle in the variable a copy of `src`, by a resize or a new handle. A null `src` disposes what
-// is in the variable and nulls it. A variable that holds `src` itself is left alone, with a report of level 2, and
-// gives 0.
+// Makes the handle in the variable a copy of `src`, by a resize or a new handle. A null `src` disposes what is in the
+// variable and nulls it. A variable that holds `src` itself is left alone, with a report of level 2, and gives 0.
 KZ_EXPORT KzErr DSCopyHandle(void* variable, const void* src);
 KZ_EXPORT KzErr AZCopyHandle(void* variable, const void* src);
 
@@ -121,8 +120,8 @@ KZ_EXPORT KzErr AZCopyHandle(void* variable, const void* src);
 KZ_EXPORT KzErr DSHandToHand(void* variable);
 KZ_EXPORT KzErr AZHandToHand(void* variable);
 
-// Resize or make the handle in the variable to hold a copy of `n` bytes. "PtrToHand" takes no notice of
-// what is in the variable. The third disposes and nulls the handle when `n` is 0.
+// Resize or make the handle in the variable to hold a copy of `n` bytes. "PtrToHand" takes no notice of what is in the
+// variable. The third disposes and nulls the handle when `n` is 0.
 KZ_EXPORT KzErr DSSetHandleFromPtr(void* variable, const void* ptr, unsigned long n);
 KZ_EXPORT KzErr AZSetHandleFromPtr(void* variable, const void* ptr, unsigned long n);
 KZ_EXPORT KzErr DSSetHandleFromPtrNULLMeansEmpty(void* variable, const void* ptr, unsigned long n);
