@@ -166,12 +166,7 @@ void DebugStream::Process() const
     }
 }
 
-const char* DebugStream_Service::GetName() const
-{
-    return "DebugStream_Service";
-}
-
-void DebugStream_Service::GetDependencies(IServiceDependencyList* /*list*/) const {}
+DebugStream_Service::DebugStream_Service() : PlainService_T("DebugStream_Service") {}
 
 // Not inlined, since the clash log leaves out two calls: this one and the stream's constructor.
 __attribute__((noinline)) DebugStreamBufferPoolRecord* DebugStream_Service::CheckOutDebugStreamBuffer()

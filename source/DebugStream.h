@@ -176,11 +176,8 @@ struct DebugStreamBufferPoolRecord {
 };
 
 // Opens the pool of buffers for as long as it runs; without it a stream's buffer comes from malloc.
-class DebugStream_Service : public RefcountedServiceObject_T<DebugStream_Service> {
+class DebugStream_Service : public PlainService_T<DebugStream_Service> {
 public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
-
     // Claims a buffer; null while the service doesn't run, or when all are taken. The latter counts as a failed
     // checkout and, unless the host is a release, appends the caller's stack to "DebugStreamClash.txt" in the current
     // directory, a file that the first such failure after a start empties. What is reported on this thread meanwhile,
@@ -190,7 +187,10 @@ public:
     // Gives a buffer back, also after the service stopped.
     static void CheckInDebugStreamBuffer(DebugStreamBufferPoolRecord* record);
 
-protected:
+private:
+    friend KZ_GammaPolicy<DebugStream_Service>;
+
+    DebugStream_Service();
     KzErr _Init() override;
     KzErr _Uninit() override;
 };

@@ -352,17 +352,9 @@ KzErr CheckPathValidity(const PathRef* path)
     }
 }
 
-const char* FileManager_Service::GetName() const
-{
-    return "FileManager";
-}
-
-void FileManager_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(PathManagerService());
-    list->Add(UnixUserUtilService());
-    list->Add(MemoryManagerService());
-}
+FileManager_Service::FileManager_Service()
+    : PlainService_T("FileManager", &kz::AddNeeds<&PathManagerService, &UnixUserUtilService, &MemoryManagerService>)
+{}
 
 // A lock that can't be made stays null, which locks nothing.
 KzErr FileManager_Service::_Init()

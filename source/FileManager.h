@@ -76,16 +76,13 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // Owns the locks of the file manager's caches and of the process's file creation mask.
-class FileManager_Service : public RefcountedServiceObject_T<FileManager_Service> {
-public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
+class FileManager_Service : public PlainService_T<FileManager_Service> {
+    friend KZ_GammaPolicy<FileManager_Service>;
 
-protected:
+    FileManager_Service();
     KzErr _Init() override;
     KzErr _Uninit() override;
 
-private:
     ThMutex mCachesMutex = nullptr;
     ThMutex mUmaskMutex = nullptr;
 };

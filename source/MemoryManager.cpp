@@ -377,20 +377,13 @@ uInt64 HeapGrowth()
 
 }  // namespace kz
 
+MemoryManager_Service::MemoryManager_Service()
+    : PlainService_T("MemoryManager", &kz::AddNeeds<&ThMutexService, &ProtectedAtomicOperationsService>)
+{}
+
 MemoryManager_Service* MemoryManagerService()
 {
     return KZSingleton_T<MemoryManager_Service>::Instance();
-}
-
-const char* MemoryManager_Service::GetName() const
-{
-    return "MemoryManager";
-}
-
-void MemoryManager_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(ThMutexService());
-    list->Add(ProtectedAtomicOperationsService());
 }
 
 namespace {

@@ -299,12 +299,10 @@ template <kz::NotAHandleType T>
 KzErr AZPtrToHand(const void* ptr, T* variable, unsigned long n) = delete;
 
 // Starts and stops the handles. The stop logs and disposes each handle that is left.
-class MemoryManager_Service : public RefcountedServiceObject_T<MemoryManager_Service> {
-public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
+class MemoryManager_Service : public PlainService_T<MemoryManager_Service> {
+    friend KZ_GammaPolicy<MemoryManager_Service>;
 
-protected:
+    MemoryManager_Service();
     KzErr _Init() override;
     KzErr _Uninit() override;
 };

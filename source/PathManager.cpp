@@ -35,16 +35,14 @@ void SetUpLocale()
 
 }  // namespace
 
+PathManager_Service::PathManager_Service()
+    : PlainService_T("PathManager",
+                     &kz::AddNeeds<&TrackedMallocFreeService, &MemoryManagerService, &UnixUserUtilService>)
+{}
+
 PathManager_Service* PathManagerService()
 {
     return KZSingleton_T<PathManager_Service>::Instance();
-}
-
-void PathManager_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(TrackedMallocFreeService());
-    list->Add(MemoryManagerService());
-    list->Add(UnixUserUtilService());
 }
 
 KzErr PathManager_Service::_Init()

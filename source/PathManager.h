@@ -29,12 +29,10 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // Starts the path layer: the locale, the stepping by character, and the tree of paths.
-class PathManager_Service : public RefcountedServiceObject_T<PathManager_Service> {
-public:
-    const char* GetName() const override { return "PathManager"; }
-    void GetDependencies(IServiceDependencyList* list) const override;
+class PathManager_Service : public PlainService_T<PathManager_Service> {
+    friend KZ_GammaPolicy<PathManager_Service>;
 
-protected:
+    PathManager_Service();
     KzErr _Init() override;
     KzErr _Uninit() override;
 };

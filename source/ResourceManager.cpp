@@ -293,17 +293,9 @@ KzErr RGetPStr(RsrcFile refnum, int32 id, unsigned char* str)
 
 // ---- The service ----
 
-const char* ResourceManager_Service::GetName() const
-{
-    return "ResourceManager";
-}
-
-void ResourceManager_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(MemoryManagerService());
-    list->Add(PathManagerService());
-    list->Add(FileManagerService());
-}
+ResourceManager_Service::ResourceManager_Service()
+    : PlainService_T("ResourceManager", &kz::AddNeeds<&MemoryManagerService, &PathManagerService, &FileManagerService>)
+{}
 
 KzErr ResourceManager_Service::_Init()
 {

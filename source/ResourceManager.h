@@ -116,12 +116,10 @@ KZ_EXTERN_C_END
 #include "ServiceObject.h"
 
 // Owns the table of refnums and the lock of all resource files.
-class ResourceManager_Service : public RefcountedServiceObject_T<ResourceManager_Service> {
-public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
+class ResourceManager_Service : public PlainService_T<ResourceManager_Service> {
+    friend KZ_GammaPolicy<ResourceManager_Service>;
 
-protected:
+    ResourceManager_Service();
     KzErr _Init() override;
     KzErr _Uninit() override;
 };

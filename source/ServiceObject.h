@@ -143,4 +143,40 @@ private:
     std::atomic<KzErr> mInitResult{kzErrGeneric};  // a service that was never started reads as failed
 };
 
+namespace kz {
+
+// Adds the services of these accessors to `list`: what a PlainService_T needs.
+template <auto... Accessors>
+void AddNeeds([[maybe_unused]] IServiceDependencyList* list)
+{
+    (list->Add(Accessors()), ...);
+}
+
+}  // namespace kz
+
+// The base of services whose name and needs are fixed. A service that has nothing to start and stop writes no more than
+// its constructor; the others override _Init and _Uninit. A library service has all of these private, because hosts
+// reach them through the interface only, and names KZ_GammaPolicy<T> its friend, which makes the one object.
+template <typename T>
+class PlainService_T : public RefcountedServiceObject_T<T> {
+public:
+    const char* GetName() const override { return mName; }
+    void GetDependencies(IServiceDependencyList* list) const override { mAddNeeds(list); }
+
+protected:
+    using AddNeedsProc = void (*)(IServiceDependencyList* list);
+
+    // `name` is kept as a pointer.
+    explicit PlainService_T(const char* name, AddNeedsProc addNeeds = &kz::AddNeeds<>)
+        : mName(name), mAddNeeds(addNeeds)
+    {}
+
+    KzErr _Init() override { return kzErrNone; }
+    KzErr _Uninit() override { return kzErrNone; }
+
+private:
+    const char* const mName;
+    const AddNeedsProc mAddNeeds;
+};
+
 #endif

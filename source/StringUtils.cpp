@@ -114,6 +114,8 @@ bool StringUtils::CaseInsensitiveEqual(const std::string& a, const std::string& 
     return CaseInsensitiveEqual(a.data(), a.size(), b.data(), b.size());
 }
 
+StringUtilsLocaleCache_Service::StringUtilsLocaleCache_Service() : PlainService_T("StringUtilsLocaleCache") {}
+
 KzErr StringUtilsLocaleCache_Service::_Init()
 {
     FillFromLocale(gLower, std::tolower);

@@ -225,14 +225,11 @@ public:
 };
 
 // Fills the case tables, from 0x80 up, from the C locale in force when it starts. They stay when it stops.
-class StringUtilsLocaleCache_Service : public RefcountedServiceObject_T<StringUtilsLocaleCache_Service> {
-public:
-    const char* GetName() const override { return "StringUtilsLocaleCache"; }
-    void GetDependencies(IServiceDependencyList*) const override {}
+class StringUtilsLocaleCache_Service : public PlainService_T<StringUtilsLocaleCache_Service> {
+    friend KZ_GammaPolicy<StringUtilsLocaleCache_Service>;
 
-protected:
+    StringUtilsLocaleCache_Service();
     KzErr _Init() override;
-    KzErr _Uninit() override { return kzErrNone; }
 };
 
 KZ_EXPORT StringUtilsLocaleCache_Service* StringUtilsLocaleCacheService();

@@ -40,25 +40,9 @@ void Th8ByteAtomicWrtRd(uInt32* a, uInt32* b, int32 dir, ThMutex mutex)
     to[1] = from[1];
 }
 
-const char* ProtectedAtomicOperations_Service::GetName() const
-{
-    return "ProtectedAtomicOperations";
-}
-
-void ProtectedAtomicOperations_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(ThMutexService());
-}
-
-KzErr ProtectedAtomicOperations_Service::_Init()
-{
-    return kzErrNone;
-}
-
-KzErr ProtectedAtomicOperations_Service::_Uninit()
-{
-    return kzErrNone;
-}
+ProtectedAtomicOperations_Service::ProtectedAtomicOperations_Service()
+    : PlainService_T("ProtectedAtomicOperations", &kz::AddNeeds<&ThMutexService>)
+{}
 
 ProtectedAtomicOperations_Service* ProtectedAtomicOperationsService()
 {

@@ -31,14 +31,10 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // The place of these operations in the order of services; they work without it.
-class ProtectedAtomicOperations_Service : public RefcountedServiceObject_T<ProtectedAtomicOperations_Service> {
-public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
+class ProtectedAtomicOperations_Service : public PlainService_T<ProtectedAtomicOperations_Service> {
+    friend KZ_GammaPolicy<ProtectedAtomicOperations_Service>;
 
-protected:
-    KzErr _Init() override;
-    KzErr _Uninit() override;
+    ProtectedAtomicOperations_Service();
 };
 
 // The service, made on the first call.

@@ -185,22 +185,7 @@ int32 ThEventMsgWaitMultiple(ThEvent event, ThEvent other, int32 milliseconds, i
     return result == kWaitSignalled ? which : 0;
 }
 
-const char* ThEvent_Service::GetName() const
-{
-    return "ThEvent";
-}
-
-void ThEvent_Service::GetDependencies(IServiceDependencyList* /*list*/) const {}
-
-KzErr ThEvent_Service::_Init()
-{
-    return kzErrNone;
-}
-
-KzErr ThEvent_Service::_Uninit()
-{
-    return kzErrNone;
-}
+ThEvent_Service::ThEvent_Service() : PlainService_T("ThEvent") {}
 
 ThEvent_Service* ThEventService()
 {

@@ -59,14 +59,10 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // The place of events in the order of services; events work without it.
-class ThEvent_Service : public RefcountedServiceObject_T<ThEvent_Service> {
-public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
+class ThEvent_Service : public PlainService_T<ThEvent_Service> {
+    friend KZ_GammaPolicy<ThEvent_Service>;
 
-protected:
-    KzErr _Init() override;
-    KzErr _Uninit() override;
+    ThEvent_Service();
 };
 
 // The service, made on the first call.

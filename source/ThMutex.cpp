@@ -105,25 +105,7 @@ int32 ThMutexCount(ThMutex mutex)
 
 }  // namespace kz
 
-const char* ThMutex_Service::GetName() const
-{
-    return "ThMutex";
-}
-
-void ThMutex_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(ThEventService());
-}
-
-KzErr ThMutex_Service::_Init()
-{
-    return kzErrNone;
-}
-
-KzErr ThMutex_Service::_Uninit()
-{
-    return kzErrNone;
-}
+ThMutex_Service::ThMutex_Service() : PlainService_T("ThMutex", &kz::AddNeeds<&ThEventService>) {}
 
 ThMutex_Service* ThMutexService()
 {

@@ -40,14 +40,10 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // The place of locks in the order of services; locks work without it.
-class ThMutex_Service : public RefcountedServiceObject_T<ThMutex_Service> {
-public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
+class ThMutex_Service : public PlainService_T<ThMutex_Service> {
+    friend KZ_GammaPolicy<ThMutex_Service>;
 
-protected:
-    KzErr _Init() override;
-    KzErr _Uninit() override;
+    ThMutex_Service();
 };
 
 // The service, made on the first call.

@@ -39,25 +39,9 @@ void TrackedMallocDumpTracker(void) {}
 
 }  // extern "C"
 
-const char* TrackedMallocFree_Service::GetName() const
-{
-    return "TrackedMallocFree";
-}
-
-void TrackedMallocFree_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(MemoryManagerService());
-}
-
-KzErr TrackedMallocFree_Service::_Init()
-{
-    return kzErrNone;
-}
-
-KzErr TrackedMallocFree_Service::_Uninit()
-{
-    return kzErrNone;
-}
+TrackedMallocFree_Service::TrackedMallocFree_Service()
+    : PlainService_T("TrackedMallocFree", &kz::AddNeeds<&MemoryManagerService>)
+{}
 
 TrackedMallocFree_Service* TrackedMallocFreeService()
 {

@@ -27,14 +27,10 @@ KZ_EXTERN_C_END
 #ifdef __cplusplus
 
 // The place of these calls in the order of services; they work without it.
-class TrackedMallocFree_Service : public RefcountedServiceObject_T<TrackedMallocFree_Service> {
-public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
+class TrackedMallocFree_Service : public PlainService_T<TrackedMallocFree_Service> {
+    friend KZ_GammaPolicy<TrackedMallocFree_Service>;
 
-protected:
-    KzErr _Init() override;
-    KzErr _Uninit() override;
+    TrackedMallocFree_Service();
 };
 
 // The service, made on the first call.

@@ -154,15 +154,7 @@ KzErr GetHomeDir(std::string* out, const std::string& user)
     });
 }
 
-const char* UnixUserUtil_Service::GetName() const
-{
-    return "UnixUserUtil";
-}
-
-void UnixUserUtil_Service::GetDependencies(IServiceDependencyList* list) const
-{
-    list->Add(ThMutexService());
-}
+UnixUserUtil_Service::UnixUserUtil_Service() : PlainService_T("UnixUserUtil", &kz::AddNeeds<&ThMutexService>) {}
 
 ThMutex* UnixUserUtil_Service::Guard()
 {

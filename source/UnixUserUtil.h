@@ -34,19 +34,18 @@ KZ_EXTERN_C_END
 KZ_EXPORT KzErr GetHomeDir(std::string* out, const std::string& user);
 
 // Owns the lock around the system's look-ups.
-class UnixUserUtil_Service : public RefcountedServiceObject_T<UnixUserUtil_Service> {
+class UnixUserUtil_Service : public PlainService_T<UnixUserUtil_Service> {
 public:
-    const char* GetName() const override;
-    void GetDependencies(IServiceDependencyList* list) const override;
-
     // Where the lock is; it is null, nothing to lock, while the service does not run. Never null itself.
     static ThMutex* Guard();
 
-protected:
+private:
+    friend KZ_GammaPolicy<UnixUserUtil_Service>;
+
+    UnixUserUtil_Service();
     KzErr _Init() override;
     KzErr _Uninit() override;
 
-private:
     ThMutex mMutex = nullptr;
 };
 
