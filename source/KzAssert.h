@@ -20,7 +20,8 @@ namespace kz {
 
 // The condition of a check that is off is compiled, so that it can't rot and its variables count as used, but not run.
 #define KZ_ASSERT_OFF(...) static_cast<void>(sizeof(static_cast<bool>(__VA_ARGS__)))
-#define KZ_ASSERT_ON(...) ((__VA_ARGS__) ? static_cast<void>(0) : kz::AssertionFailed(#__VA_ARGS__, __FILE__, __LINE__))
+#define KZ_ASSERT_ON(...) \
+    ((__VA_ARGS__) ? static_cast<void>(0) : kz::AssertionFailed(#__VA_ARGS__, __FILE_NAME__, __LINE__))
 
 #if defined(NDEBUG)
 #define KZ_ASSERT(...) KZ_ASSERT_OFF(__VA_ARGS__)
