@@ -9,6 +9,7 @@
 #include "CfgAccess.h"
 #include "HandleData.h"
 #include "KzErr.h"
+#include "Literals.h"
 #include "MemoryManager.h"
 #include "MemoryPoison.h"
 #include "ScopedLock.h"
@@ -28,23 +29,10 @@ constexpr unsigned long kBestSizeLimit = 0x7FFFFFFF;
 constexpr uInt32 kInt32Token = kz::FourCharCode("I32 ");
 constexpr uInt32 kFloat32Token = kz::FourCharCode("F32 ");
 
-// A token's name as a counted string.
-template <std::size_t N>
-struct TokenName {
-    unsigned char text[N];
-
-    explicit constexpr TokenName(const char (&name)[N]) : text{}
-    {
-        text[0] = static_cast<unsigned char>(N - 1);
-        for (std::size_t i = 0; i + 1 < N; ++i) {
-            text[i + 1] = static_cast<unsigned char>(name[i]);
-        }
-    }
-};
-constexpr TokenName kMinSizeToken{"SelectiveDeallocation.BufferCache.MinBufferSize"};
-constexpr TokenName kMaxEntriesToken{"SelectiveDeallocation.BufferCache.MaxSize"};
-constexpr TokenName kThresholdToken{"SelectiveDeallocation.BufferCache.CleanUpThreshold"};
-constexpr TokenName kResizeFactorToken{"SelectiveDeallocation.BufferCache.ResizeFactor"};
+constexpr kz::CountedLiteral kMinSizeToken{"SelectiveDeallocation.BufferCache.MinBufferSize"};
+constexpr kz::CountedLiteral kMaxEntriesToken{"SelectiveDeallocation.BufferCache.MaxSize"};
+constexpr kz::CountedLiteral kThresholdToken{"SelectiveDeallocation.BufferCache.CleanUpThreshold"};
+constexpr kz::CountedLiteral kResizeFactorToken{"SelectiveDeallocation.BufferCache.ResizeFactor"};
 
 void ReadSize(const unsigned char* token, std::atomic<unsigned long>& setting)
 {

@@ -2,12 +2,15 @@
 #ifndef KZCORE_BYTEORDER_H
 #define KZCORE_BYTEORDER_H
 
+#include <bit>
 #include <cstring>
 #include <type_traits>
 
 #include "KZTypes.h"
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the stored forms are told for little-endian hosts");
+// Stated here for the whole library: no other place asks for the order or has a branch for the other one, because
+// nothing could run such a branch.
+static_assert(std::endian::native == std::endian::little, "the library is written for little-endian hosts");
 
 namespace kz {
 

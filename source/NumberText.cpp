@@ -68,7 +68,6 @@ struct DigitWriter {
 // bit 7 - i of the byte into bit 7 of byte i.
 void WriteBits(unsigned byte, char* at)
 {
-    static_assert(std::endian::native == std::endian::little);
     constexpr uint64_t kSpread = 0x8040201008040201u;
     constexpr uint64_t kLowBits = 0x0101010101010101u;
     const uint64_t digits = (((byte * kSpread) >> 7) & kLowBits) | kLowBits * '0';
@@ -301,7 +300,6 @@ private:
     template <typename Work>
     Work TakeEightBits(const unsigned char* end)
     {
-        static_assert(std::endian::native == std::endian::little);
         Work value = 0;
         uint64_t text = 0;
         uint64_t eight = 0;

@@ -1,7 +1,6 @@
 #include "PlatformConvert.h"
 
 #include <atomic>
-#include <bit>
 #include <cerrno>
 #include <cstdlib>
 
@@ -11,7 +10,7 @@
 
 namespace kz {
 
-constinit const char* const kIconvWide = std::endian::native == std::endian::little ? "UTF-32LE" : "UTF-32";
+constinit const char* const kIconvWide = "UTF-32LE";
 
 namespace {
 

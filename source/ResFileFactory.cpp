@@ -2,14 +2,13 @@
 
 #include "CfgAccess.h"
 #include "KzErr.h"
+#include "Literals.h"
 #include "ResourceFormat.h"
 #include "zvresfile.h"
 
 namespace {
 
-// A counted string: 25 characters.
-constexpr unsigned char kWeakValidationToken[] = "\031UseWeakRsrcFileValidation";
-static_assert(sizeof kWeakValidationToken == 1 + 25 + 1);
+constexpr kz::CountedLiteral kWeakValidationToken{"UseWeakRsrcFileValidation"};
 
 }  // namespace
 
@@ -46,7 +45,7 @@ KzErr ResFileFactory::RGetIndInfo(const ResFile* file, _ResourceType type, int32
 KzErr ResFileFactory::InitResourceMgr()
 {
     int32 weak = 0;
-    CfgGetDefault(kz::FourCharCode("Bool"), kWeakValidationToken, &weak);
+    CfgGetDefault(kz::FourCharCode("Bool"), kWeakValidationToken.text, &weak);
     kz::SetWeakRsrcFileValidation(weak != 0);
     return kz::CreateResourceLock();
 }

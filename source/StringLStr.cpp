@@ -1,5 +1,5 @@
-// All text that is put into a handle goes through Splice. One resize moves the old text and puts the new bytes behind
-// it while the old block still stands, so that a source may lie in that block, and nothing has changed when it fails.
+// All text that is put into a handle goes through PutBehind, and from there through kz::SpliceBehind: a source may lie
+// in the handle's own block, and nothing has changed when memory is full.
 //
 // Calls that take a pointer rely on its count; calls that take a handle go by HandleText, so that a count that the
 // block does not hold leads nowhere outside it.
@@ -12,6 +12,7 @@
 #include "ByteCompare.h"
 #include "DebugStream.h"
 #include "HandleCalls.h"
+#include "HandleSplice.h"
 #include "HandleText.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
@@ -24,7 +25,7 @@ constexpr char kModule[] = "source/StringLStr";
 constexpr std::size_t kCountSize = sizeof(int32);
 constexpr int32 kMaxCount = std::numeric_limits<int32>::max();
 
-enum Fit { kKeepSpareRoom, kExactBlock };
+using kz::Fit;
 
 int32 Count(const LStr* s)
 {
@@ -52,22 +53,18 @@ Block BlockOf(LStr* const* handle)
     return {size, kz::HeldCount(data, size, kCountSize, 1)};
 }
 
-// Puts n bytes behind the first `at` bytes of the text, where the text then ends: into a block of exactly that size, or
-// into the one that there is, of `room` bytes, where they fit. Makes the handle where there is none.
-KzErr Splice(LStr*** handle, int32 at, const void* bytes, std::size_t n, std::size_t room)
+// Puts n bytes behind the block's text, which ends there afterwards. Makes the handle where there is none.
+KzErr PutBehind(LStr*** handle, const Block& block, const void* bytes, std::size_t n, Fit fit)
 {
-    if (n > static_cast<std::size_t>(kMaxCount - at)) {
+    KZ_ASSERT(handle != nullptr && block.count >= 0);
+    if (n > static_cast<std::size_t>(kMaxCount - block.count)) {
         return kzErrMemoryFull;
     }
-    const std::size_t start = kCountSize + static_cast<std::size_t>(at);
-    const std::size_t needed = start + n;
-    if (room >= needed) {
-        MoveBlock(bytes, (**handle)->str + at, n);
-    } else if (const KzErr err =
-                   kz::ResizeOrNewHandle("DSSetHandleSize", handle, kz::BySize(needed), {bytes, start, n})) {
+    const kz::Splice splice{block.size, kCountSize + static_cast<std::size_t>(block.count), bytes, n};
+    if (const KzErr err = kz::SpliceBehind(handle, splice, fit)) {
         return err;
     }
-    (**handle)->cnt = static_cast<int32>(needed - kCountSize);
+    (**handle)->cnt = block.count + static_cast<int32>(n);
     return kzErrNone;
 }
 
@@ -78,7 +75,7 @@ KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
         return kzErrArgument;
     }
     if (bytes != nullptr && n != 0) {
-        return Splice(handle, 0, bytes, n, 0);
+        return PutBehind(handle, Block(), bytes, n, Fit::kExactBlock);
     }
     DSDisposeHandleAndNull(handle);
     return kzErrNone;
@@ -86,8 +83,7 @@ KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
 
 KzErr Append(LStr*** handle, const void* bytes, std::size_t n, Fit fit)
 {
-    const Block block = BlockOf(*handle);
-    return Splice(handle, block.count, bytes, n, fit == kKeepSpareRoom ? block.size : 0);
+    return PutBehind(handle, BlockOf(*handle), bytes, n, fit);
 }
 
 // The source may be the handle's own string, whose text is what its block holds.
@@ -247,17 +243,17 @@ KzErr LStrAppendChar(LStr** handle, int32 c)
         return kzErrArgument;
     }
     const unsigned char byte = static_cast<unsigned char>(c);
-    return Append(&handle, &byte, 1, kKeepSpareRoom);
+    return Append(&handle, &byte, 1, Fit::kKeepSpareRoom);
 }
 
 KzErr LStrCatEfficient(LStr** handle, const LStr* src)
 {
-    return AppendString(handle, src, kKeepSpareRoom);
+    return AppendString(handle, src, Fit::kKeepSpareRoom);
 }
 
 KzErr LStrCat(LStr** handle, const LStr* src)
 {
-    return AppendString(handle, src, kExactBlock);
+    return AppendString(handle, src, Fit::kExactBlock);
 }
 
 KzErr LStrAppendCStr(LStr*** handle, const char* c)
@@ -265,7 +261,7 @@ KzErr LStrAppendCStr(LStr*** handle, const char* c)
     if (c == nullptr) {
         return kzErrNone;
     }
-    return handle == nullptr ? kzErrArgument : Append(handle, c, std::strlen(c), kExactBlock);
+    return handle == nullptr ? kzErrArgument : Append(handle, c, std::strlen(c), Fit::kExactBlock);
 }
 
 KzErr LStrAppendPStr(LStr*** handle, const unsigned char* p)
@@ -273,7 +269,7 @@ KzErr LStrAppendPStr(LStr*** handle, const unsigned char* p)
     if (p == nullptr) {
         return kzErrNone;
     }
-    return handle == nullptr ? kzErrArgument : Append(handle, p + 1, p[0], kExactBlock);
+    return handle == nullptr ? kzErrArgument : Append(handle, p + 1, p[0], Fit::kExactBlock);
 }
 
 KzErr LStrPrependCStr(LStr*** handle, const char* c)
@@ -282,11 +278,11 @@ KzErr LStrPrependCStr(LStr*** handle, const char* c)
         return kzErrNone;
     }
     const int32 oldCount = BlockOf(*handle).count;
-    if (const KzErr err = Append(handle, c, std::strlen(c), kExactBlock)) {
+    if (const KzErr err = Append(handle, c, std::strlen(c), Fit::kExactBlock)) {
         return err;
     }
     LStr* const string = **handle;
-    std::rotate(string->str, string->str + oldCount, string->str + string->cnt);
+    kz::TurnBytes(string->str, string->str + oldCount, string->str + string->cnt);
     return kzErrNone;
 }
 

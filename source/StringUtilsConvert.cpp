@@ -8,9 +8,11 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "HandleText.h"
 #include "MemoryManager.h"
+#include "NeverDestroyed.h"
 #include "PlatformConvert.h"
 #include "Report.h"
 #include "StringLStrArray.h"
@@ -26,7 +28,8 @@ void Assign(std::string& out, const unsigned char* bytes, std::size_t length)
     out.assign(reinterpret_cast<const char*>(bytes), length);
 }
 
-// Runs what may throw; what a standard string throws means that memory is full.
+// Runs what may throw and returns its code, or 0 where it has none. What a standard string throws means that memory is
+// full.
 template <typename Run>
 KzErr NoThrow(const void* out, Run run)
 {
@@ -34,40 +37,15 @@ KzErr NoThrow(const void* out, Run run)
         return kzErrArgument;
     }
     try {
-        return run();
+        if constexpr (std::is_void_v<decltype(run())>) {
+            run();
+            return kzErrNone;
+        } else {
+            return run();
+        }
     } catch (const std::exception&) {
         return kzErrMemoryFull;
     }
-}
-
-// The same for a conversion that can't fail otherwise.
-template <typename Convert>
-KzErr NoThrowPlain(const void* out, Convert convert)
-{
-    return NoThrow(out, [&] {
-        convert();
-        return kzErrNone;
-    });
-}
-
-// The forms for a conversion into a string, which is empty when memory was full.
-template <typename Text, typename Run>
-KzErr ConvertNoThrow(Text* out, Run run)
-{
-    const KzErr error = NoThrow(out, run);
-    if (error == kzErrMemoryFull) {
-        out->clear();
-    }
-    return error;
-}
-
-template <typename Text, typename Convert>
-KzErr ConvertNoThrowPlain(Text* out, Convert convert)
-{
-    return ConvertNoThrow(out, [&] {
-        convert();
-        return kzErrNone;
-    });
 }
 
 void Dispose(LStr** text)
@@ -138,25 +116,114 @@ KzErr Iconv(kz::IconvPair pair, const char* bytes, std::size_t size, std::string
     return kzErrArgument;
 }
 
-// The bytes of platform text.
-std::string NarrowOf(const CFString* text)
+// ---- One conversion for each pair of a source and a target, from which all three forms of a call are made ----
+//
+// Each returns the code that the NoThrow form passes on and leaves `out` empty with it. The others drop the code.
+
+KzErr Convert(const unsigned char* pstr, std::string& out)
 {
-    std::string out;
+    if (pstr == nullptr) {
+        out.clear();
+    } else {
+        Assign(out, pstr + 1, pstr[0]);
+    }
+    return kzErrNone;
+}
+
+KzErr Convert(const LStr* text, std::string& out)
+{
+    if (text == nullptr || text->cnt <= 0) {
+        out.clear();
+    } else {
+        Assign(out, text->str, static_cast<std::size_t>(text->cnt));
+    }
+    return kzErrNone;
+}
+
+KzErr Convert(const LStr* const* text, std::string& out)
+{
+    const kz::HandleText held = kz::TextOf(text);
+    Assign(out, held.bytes, static_cast<std::size_t>(held.count));
+    return kzErrNone;
+}
+
+KzErr Convert(const CFString* text, std::string& out)
+{
+    out.clear();
     if (text != nullptr) {
         constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
         out.resize(text->GetUtf8(0, text->Length(), nullptr, kNoLimit));
         text->GetUtf8(0, text->Length(), reinterpret_cast<unsigned char*>(out.data()), out.size());
     }
-    return out;
+    return kzErrNone;
 }
 
-// A value that is never destroyed, for callers that run while the process ends.
-template <typename T>
-union Lasting {
-    Lasting() : value() {}
-    ~Lasting() {}
-    T value;
+KzErr Convert(const std::string& text, std::string& out)
+{
+    out = text;
+    return kzErrNone;
+}
+
+KzErr Convert(const std::wstring& text, std::string& out)
+{
+    return WideToNarrow(text, out);
+}
+
+// Made beside the old texts, so that those stay when memory is full; what throws nothing clears them then.
+KzErr Convert(_LStrArray** array, std::vector<std::string>& out)
+{
+    const int32 held = kz::HeldCount(array, offsetof(_LStrArray, str), sizeof(LStr**));
+    std::vector<std::string> texts(static_cast<std::size_t>(held));
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        Convert((*array)->str[i], texts[i]);
+    }
+    out.swap(texts);
+    return kzErrNone;
+}
+
+// Wide text as UTF-8, NULs too, which `wcstombs` would end at.
+struct WithNuls {
+    const std::wstring& text;
 };
+
+KzErr Convert(const WithNuls& wide, std::string& out)
+{
+    return StringUtils::iconv_WideToUTF8String(wide.text, out);
+}
+
+KzErr Convert(const std::string& text, std::wstring& out)
+{
+    return StringUtils::iconv_UTF8ToWideString(text, out);
+}
+
+// Whatever else becomes wide is narrow first.
+template <typename Source>
+KzErr Convert(const Source& source, std::wstring& out)
+{
+    std::string narrow;
+    Convert(source, narrow);
+    return StringUtils::iconv_UTF8ToWideString(narrow, out);
+}
+
+// The NoThrow form. When memory was full, `out` is empty, because a part of the text could be taken for the whole.
+template <typename Source, typename Text>
+KzErr ConvertNoThrow(const Source& source, Text* out)
+{
+    const KzErr error = NoThrow(out, [&] { return Convert(source, *out); });
+    if (error == kzErrMemoryFull) {
+        out->clear();
+    }
+    return error;
+}
+
+// The form that returns a new text.
+template <typename Text, typename Source>
+Text Converted(const Source& source)
+{
+    Text out;
+    Convert(source, out);
+    return out;
+}
 
 }  // namespace
 
@@ -200,247 +267,215 @@ KzErr StringUtils::iconv_WideToUTF8String(const std::wstring& text, std::string&
 
 void StringUtils::ToNarrowString(const unsigned char* pstr, std::string& out)
 {
-    if (pstr == nullptr) {
-        out.clear();
-    } else {
-        Assign(out, pstr + 1, pstr[0]);
-    }
+    Convert(pstr, out);
 }
 
 void StringUtils::ToNarrowString(const LStr* text, std::string& out)
 {
-    if (text == nullptr || text->cnt <= 0) {
-        out.clear();
-    } else {
-        Assign(out, text->str, static_cast<std::size_t>(text->cnt));
-    }
+    Convert(text, out);
 }
 
 void StringUtils::ToNarrowString(const LStr* const* text, std::string& out)
 {
-    const kz::HandleText held = kz::TextOf(text);
-    Assign(out, held.bytes, static_cast<std::size_t>(held.count));
+    Convert(text, out);
 }
 
 void StringUtils::ToNarrowString(LStr** text, std::string& out)
 {
-    ToNarrowString(static_cast<const LStr* const*>(text), out);
+    Convert(text, out);
 }
 
 void StringUtils::ToNarrowString(LStr** text, std::string& out, DeallocationPolicy policy)
 {
     const DisposeByPolicy disposer(text, policy);
-    ToNarrowString(text, out);
+    Convert(text, out);
 }
 
 void StringUtils::ToNarrowString(const std::wstring& text, std::string& out)
 {
-    WideToNarrow(text, out);
+    Convert(text, out);
 }
 
 void StringUtils::ToNarrowString(const std::string& text, std::string& out)
 {
-    out = text;
+    Convert(text, out);
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const unsigned char* pstr, std::string* out)
 {
-    return ConvertNoThrowPlain(out, [&] { ToNarrowString(pstr, *out); });
+    return ConvertNoThrow(pstr, out);
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const LStr* text, std::string* out)
 {
-    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const LStr* const* text, std::string* out)
 {
-    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out)
 {
-    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(LStr** text, std::string* out, DeallocationPolicy policy)
 {
     const DisposeByPolicy disposer(text, policy);
-    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const std::wstring& text, std::string* out)
 {
-    return ConvertNoThrow(out, [&] { return WideToNarrow(text, *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToNarrowStringNoThrow(const std::string& text, std::string* out)
 {
-    return ConvertNoThrowPlain(out, [&] { ToNarrowString(text, *out); });
+    return ConvertNoThrow(text, out);
 }
 
 std::string StringUtils::ToNarrowString(const unsigned char* pstr)
 {
-    std::string out;
-    ToNarrowString(pstr, out);
-    return out;
+    return Converted<std::string>(pstr);
 }
 
 std::string StringUtils::ToNarrowString(const LStr* text)
 {
-    std::string out;
-    ToNarrowString(text, out);
-    return out;
+    return Converted<std::string>(text);
 }
 
 std::string StringUtils::ToNarrowString(const LStr* const* text)
 {
-    std::string out;
-    ToNarrowString(text, out);
-    return out;
+    return Converted<std::string>(text);
 }
 
 std::string StringUtils::ToNarrowString(LStr** text)
 {
-    std::string out;
-    ToNarrowString(text, out);
-    return out;
+    return Converted<std::string>(text);
 }
 
 std::string StringUtils::ToNarrowString(LStr** text, DeallocationPolicy policy)
 {
-    std::string out;
-    ToNarrowString(text, out, policy);
-    return out;
+    const DisposeByPolicy disposer(text, policy);
+    return Converted<std::string>(text);
 }
 
 std::string StringUtils::ToNarrowString(const std::wstring& text)
 {
-    std::string out;
-    ToNarrowString(text, out);
-    return out;
+    return Converted<std::string>(text);
 }
 
 std::string StringUtils::ToNarrowString(const std::string& text)
 {
-    return text;
+    return Converted<std::string>(text);
 }
 
 void StringUtils::ToWideString(const std::string& text, std::wstring& out)
 {
-    iconv_UTF8ToWideString(text, out);
+    Convert(text, out);
 }
 
 void StringUtils::ToWideString(const unsigned char* pstr, std::wstring& out)
 {
-    iconv_UTF8ToWideString(ToNarrowString(pstr), out);
+    Convert(pstr, out);
 }
 
 void StringUtils::ToWideString(const LStr* text, std::wstring& out)
 {
-    iconv_UTF8ToWideString(ToNarrowString(text), out);
+    Convert(text, out);
 }
 
 void StringUtils::ToWideString(LStr** text, std::wstring& out)
 {
-    iconv_UTF8ToWideString(ToNarrowString(text), out);
+    Convert(text, out);
 }
 
 void StringUtils::ToWideString(const CFString* text, std::wstring& out)
 {
-    iconv_UTF8ToWideString(NarrowOf(text), out);
+    Convert(text, out);
 }
 
 KzErr StringUtils::ToWideStringNoThrow(const std::string& text, std::wstring* out)
 {
-    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(text, *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToWideStringNoThrow(const unsigned char* pstr, std::wstring* out)
 {
-    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(pstr), *out); });
+    return ConvertNoThrow(pstr, out);
 }
 
 KzErr StringUtils::ToWideStringNoThrow(const LStr* text, std::wstring* out)
 {
-    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToWideStringNoThrow(LStr** text, std::wstring* out)
 {
-    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(ToNarrowString(text), *out); });
+    return ConvertNoThrow(text, out);
 }
 
 KzErr StringUtils::ToWideStringNoThrow(const CFString* text, std::wstring* out)
 {
-    return ConvertNoThrow(out, [&] { return iconv_UTF8ToWideString(NarrowOf(text), *out); });
+    return ConvertNoThrow(text, out);
 }
 
 std::wstring StringUtils::ToWideString(const std::string& text)
 {
-    std::wstring out;
-    ToWideString(text, out);
-    return out;
+    return Converted<std::wstring>(text);
 }
 
 std::wstring StringUtils::ToWideString(const unsigned char* pstr)
 {
-    std::wstring out;
-    ToWideString(pstr, out);
-    return out;
+    return Converted<std::wstring>(pstr);
 }
 
 std::wstring StringUtils::ToWideString(const LStr* text)
 {
-    std::wstring out;
-    ToWideString(text, out);
-    return out;
+    return Converted<std::wstring>(text);
 }
 
 std::wstring StringUtils::ToWideString(LStr** text)
 {
-    std::wstring out;
-    ToWideString(text, out);
-    return out;
+    return Converted<std::wstring>(text);
 }
 
 std::wstring StringUtils::ToWideString(const CFString* text)
 {
-    std::wstring out;
-    ToWideString(text, out);
-    return out;
+    return Converted<std::wstring>(text);
 }
 
 void StringUtils::ToUTF8String(const std::wstring& text, std::string& out)
 {
-    iconv_WideToUTF8String(text, out);
+    Convert(WithNuls{text}, out);
 }
 
 void StringUtils::ToUTF8String(const std::string& text, std::string& out)
 {
-    out = text;
+    Convert(text, out);
 }
 
 KzErr StringUtils::ToUTF8StringNoThrow(const std::wstring& text, std::string* out)
 {
-    return ConvertNoThrow(out, [&] { return iconv_WideToUTF8String(text, *out); });
+    return ConvertNoThrow(WithNuls{text}, out);
 }
 
 KzErr StringUtils::ToUTF8StringNoThrow(const std::string& text, std::string* out)
 {
-    return ToNarrowStringNoThrow(text, out);
+    return ConvertNoThrow(text, out);
 }
 
 std::string StringUtils::ToUTF8String(const std::wstring& text)
 {
-    std::string out;
-    ToUTF8String(text, out);
-    return out;
+    return Converted<std::string>(WithNuls{text});
 }
 
 std::string StringUtils::ToUTF8String(const std::string& text)
 {
-    return text;
+    return Converted<std::string>(text);
 }
 
 void StringUtils::ToPStr(const std::string& text, unsigned char* out)
@@ -457,7 +492,7 @@ void StringUtils::ToPStr(const std::wstring& text, unsigned char* out)
 
 KzErr StringUtils::ToPStrNoThrow(const std::string& text, unsigned char* out)
 {
-    return NoThrowPlain(out, [&] { ToPStr(text, out); });
+    return NoThrow(out, [&] { ToPStr(text, out); });
 }
 
 KzErr StringUtils::ToPStrNoThrow(const std::wstring& text, unsigned char* out)
@@ -488,7 +523,7 @@ void StringUtils::ToLStrHandle(const std::wstring& text, LStr**& out)
 
 KzErr StringUtils::ToLStrHandleNoThrow(const std::string& text, LStr*** out)
 {
-    return NoThrowPlain(out, [&] { ToLStrHandle(text, *out); });
+    return NoThrow(out, [&] { ToLStrHandle(text, *out); });
 }
 
 KzErr StringUtils::ToLStrHandleNoThrow(const std::wstring& text, LStr*** out)
@@ -515,12 +550,7 @@ LStr** StringUtils::ToLStrHandle(const std::wstring& text)
 
 void StringUtils::ToNarrowStringVector(_LStrArray** array, std::vector<std::string>& out)
 {
-    const int32 held = kz::HeldCount(array, offsetof(_LStrArray, str), sizeof(LStr**));
-    std::vector<std::string> texts(static_cast<std::size_t>(held));
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        ToNarrowString((*array)->str[i], texts[i]);
-    }
-    out.swap(texts);
+    Convert(array, out);
 }
 
 void StringUtils::ToNarrowStringVector(_LStrArray** array, std::vector<std::string>& out, DeallocationPolicy policy)
@@ -531,7 +561,7 @@ void StringUtils::ToNarrowStringVector(_LStrArray** array, std::vector<std::stri
 
 KzErr StringUtils::ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out)
 {
-    return ConvertNoThrowPlain(out, [&] { ToNarrowStringVector(array, *out); });
+    return ConvertNoThrow(array, out);
 }
 
 KzErr StringUtils::ToNarrowStringVectorNoThrow(_LStrArray** array, std::vector<std::string>* out,
@@ -582,44 +612,44 @@ KzErr StringUtils::ToCFStringNoThrow(const std::wstring& text, AutoCFString* out
 
 KzErr StringUtils::AppendNoThrow(std::string* target, const char* text)
 {
-    return text == nullptr ? kzErrArgument : NoThrowPlain(target, [&] { target->append(text); });
+    return text == nullptr ? kzErrArgument : NoThrow(target, [&] { target->append(text); });
 }
 
 KzErr StringUtils::AppendNoThrow(std::string* target, const std::string& text)
 {
-    return NoThrowPlain(target, [&] { target->append(text); });
+    return NoThrow(target, [&] { target->append(text); });
 }
 
 KzErr StringUtils::AppendNoThrow(std::wstring* target, const std::wstring& text)
 {
-    return NoThrowPlain(target, [&] { target->append(text); });
+    return NoThrow(target, [&] { target->append(text); });
 }
 
 KzErr StringUtils::AssignNoThrow(std::string* target, const char* text)
 {
-    return text == nullptr ? kzErrArgument : NoThrowPlain(target, [&] { target->assign(text); });
+    return text == nullptr ? kzErrArgument : NoThrow(target, [&] { target->assign(text); });
 }
 
 KzErr StringUtils::AssignNoThrow(std::string* target, const std::string& text)
 {
-    return NoThrowPlain(target, [&] { target->assign(text); });
+    return NoThrow(target, [&] { target->assign(text); });
 }
 
 KzErr StringUtils::AssignNoThrow(std::wstring* target, const std::wstring& text)
 {
-    return NoThrowPlain(target, [&] { target->assign(text); });
+    return NoThrow(target, [&] { target->assign(text); });
 }
 
 const std::string& StringUtils::EmptyNarrowString()
 {
-    static const Lasting<std::string> sEmpty;
-    return sEmpty.value;
+    static kz::NeverDestroyed<const std::string> sEmpty;
+    return *sEmpty;
 }
 
 const std::wstring& StringUtils::EmptyWideString()
 {
-    static const Lasting<std::wstring> sEmpty;
-    return sEmpty.value;
+    static kz::NeverDestroyed<const std::wstring> sEmpty;
+    return *sEmpty;
 }
 
 StringUtils::Str255Converter::Str255Converter(const std::string& text)
