@@ -30,10 +30,13 @@ set(KZ_PUBLIC_HEADERS
     NumericSupport.h
     OutputBuf.h
     PathCache.h
+    PathCachedItem.h
     PathClassic.h
-    PathItemElement.h   # the reference count that PathRef's inline operations touch
+    PathItemHead.h   # the reference count that PathRef's inline operations touch
     PathManager.h
     PathRef.h
+    PathStep.h
+    PathTypes.h
     PlatformEvent.h
     PlatformMutex.h
     PlatformText.h

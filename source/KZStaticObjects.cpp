@@ -1,12 +1,12 @@
 #include "KZStaticObjects.h"
 
 #include "Endianizer.h"
-#include "PathRef.h"
+#include "PathText.h"
 
 void kz::PlaceStaticObjects()
 {
     PlaceEndianizers();
-    PlacePathRefStrings();
+    PlacePathTexts();
 }
 
 namespace {

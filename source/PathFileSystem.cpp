@@ -3,19 +3,23 @@
 #include <memory>
 
 #include "FileManager.h"
-#include "PathCache.h"
+#include "PathCachedItem.h"
 #include "PathManagerImplementation.h"
 #include "PathRef.h"
 
+namespace {
+
 // True if the cache of the path or of a folder on its way says that there is nothing.
-bool PathRef::KnownAbsent() const
+bool IsKnownAbsent(const PathRef& path)
 {
     using PathRefPrivate::CachedPathFlavor;
     bool found = false;
-    const auto flavor =
-        GetCached<CachedPathFlavor::Flavor, CachedPathFlavor>(kz::kKnownFlavorKey, &found, kSearchAncestors, nullptr);
+    const auto flavor = path.GetCached<CachedPathFlavor::Flavor, CachedPathFlavor>(kz::kKnownFlavorKey, &found,
+                                                                                   kSearchAncestors, nullptr);
     return found && flavor == CachedPathFlavor::kAbsent;
 }
+
+}  // namespace
 
 bool PathRef::Exists() const
 {
@@ -34,7 +38,7 @@ bool PathRef::IsADirectory() const
 
 bool PathRef::IsSpecial() const
 {
-    if (ItemCount() == 0 || StartsWith(kRelative) || KnownAbsent()) {
+    if (ItemCount() == 0 || StartsWith(kRelative) || IsKnownAbsent(*this)) {
         return false;
     }
     bool found = false;

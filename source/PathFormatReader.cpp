@@ -1,24 +1,13 @@
+// A reader's place in its text is an offset and a length, kept by whoever reads, so that one reader can serve several
+// iterators. The place past the last element has length 0 and an offset at or behind the end of the text; kNoPosition
+// in either says that the text has no names at all.
+//
+// The operations that step call one another as virtual ones: a form changes what separates, how wide a character is, or
+// which elements are skipped, and the common part does the rest.
 #include "PathFormatReader.h"
 
-#include <cstring>
-#include <type_traits>
-
-#include "PathItemStorage.h"
-#include "PathManager.h"
-#include "StringUtils.h"
+#include "PathStep.h"
 #include "UnixUserUtil.h"
-#include "zvexcept.h"
-
-namespace {
-
-constexpr char kModule[] = "source/PathFormatReader";
-
-bool SameText(const char* a, const char* b)
-{
-    return a != nullptr && std::strcmp(a, b) == 0;
-}
-
-}  // namespace
 
 namespace WidePathFormat {
 
@@ -148,16 +137,16 @@ bool PathFormatReaderMac::CharacterIsSeparator(size_t position) const
     return CharacterAtPositionIs(':', position);
 }
 
-PathRef::PathBase PathFormatReaderMac::PathBase() const
+PathTypes::PathBase PathFormatReaderMac::PathBase() const
 {
     if (CharacterIsSeparator(0)) {
-        return PathRef::kRelative;
+        return PathTypes::kRelative;
     }
     const size_t first = CharacterPastPathType();
     if (first == kNoPosition) {
-        return PathRef::kAbsolute;
+        return PathTypes::kAbsolute;
     }
-    return NextSeparatorCharacter(first) == kNoPosition ? PathRef::kRelative : PathRef::kAbsolute;
+    return NextSeparatorCharacter(first) == kNoPosition ? PathTypes::kRelative : PathTypes::kAbsolute;
 }
 
 // ---- Dotted ----
@@ -171,7 +160,7 @@ void PathFormatReaderDotted::GetNext(size_t* offset, size_t* length) const
 void PathFormatReaderDotted::Reset(size_t* offset, size_t* length) const
 {
     PathFormatReader::Reset(offset, length);
-    if (PathBase() == PathRef::kRelative) {
+    if (PathBase() == PathTypes::kRelative) {
         SkipToNextIfNeeded(offset, length);
     }
 }
@@ -211,9 +200,9 @@ PathFormatReaderUnix::PathFormatReaderUnix(const std::string* text) : PathFormat
     mText = &mExpanded;
 }
 
-PathRef::PathBase PathFormatReaderUnix::PathBase() const
+PathTypes::PathBase PathFormatReaderUnix::PathBase() const
 {
-    return mText->empty() || mText->front() == '/' ? PathRef::kAbsolute : PathRef::kRelative;
+    return mText->empty() || mText->front() == '/' ? PathTypes::kAbsolute : PathTypes::kRelative;
 }
 
 bool PathFormatReaderUnix::CharacterIsSeparator(size_t position) const
@@ -232,73 +221,3 @@ size_t PathFormatReaderUnix::NextSeparatorCharacter(size_t position) const
 }
 
 }  // namespace WidePathFormat
-
-// ---- The text constructor ----
-
-template <typename Reader>
-KzErr PathRef::ReadFrom(Reader& reader)
-{
-    return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
-        KzErr err = kzErrNone;
-        PathItemElement* element = nullptr;
-        {
-            // The table of bases holds the start.
-            kz::PathTreeWalk walk(PathItemStorage::Standard(reader.PathBase()));
-            size_t offset = 0;
-            size_t length = 0;
-            std::string name;
-            for (reader.Reset(&offset, &length); err == kzErrNone && reader.HasMore(&offset, &length);
-                 reader.GetNext(&offset, &length)) {
-                if constexpr (std::is_same_v<Reader, WidePathFormat::PathFormatReaderUnix>) {
-                    err = walk.Append(reader.Element(offset, length));  // which knows ".." as well as Extract does
-                } else {
-                    reader.Extract(&offset, &length, &name);
-                    err = walk.Append(name);
-                }
-            }
-            if (err == kzErrNone) {
-                element = walk.Take();
-            }
-        }
-        AssignElement(element, kTakeReference, false);
-        return err != kzErrNone || IsValid() ? err : kzErrArgument;
-    });
-}
-
-// The display form is the host's own, but a text with ":" and without "/" may be of the colon form.
-KzErr PathRef::ReadDisplayText(const std::string& text)
-{
-    WidePathFormat::PathFormatReaderUnix unixReader(&text);
-    const KzErr err = ReadFrom(unixReader);
-    if (text.find(':') == std::string::npos || text.find('/') != std::string::npos) {
-        return err;
-    }
-    PathRef colonPath;
-    WidePathFormat::PathFormatReaderMac macReader(&text);
-    if (colonPath.ReadFrom(macReader) != kzErrNone || !colonPath.StartsWith(kRelative) || !StartsWith(kRelative) ||
-        ItemCount() > colonPath.ItemCount()) {
-        return err;
-    }
-    *this = std::move(colonPath);
-    return kzErrNone;
-}
-
-PathRef::PathRef(const std::string& text, const char* format) : PathRef()
-{
-    if (StringUtils::CaseInsensitiveEqual(text, kz::NotAPathText())) {
-        return;
-    }
-    KzErr err = kzErrNotSupported;
-    if (SameText(format, StringDisplay())) {
-        err = ReadDisplayText(text);
-    } else if (SameText(format, StringUnix()) || SameText(format, StringCommandLine())) {
-        if (text.empty() && SameText(format, StringCommandLine())) {
-            throw ZVExcept(kzErrArgument, "Empty command line strings cannot be converted to Path", kModule, __LINE__);
-        }
-        WidePathFormat::PathFormatReaderUnix reader(&text);
-        err = ReadFrom(reader);
-    }
-    if (err != kzErrNone) {
-        throw ZVExcept(err, "PathRef from string constructor", kModule, __LINE__);
-    }
-}

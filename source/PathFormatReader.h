@@ -8,9 +8,12 @@
 #include <string_view>
 
 #include "KZTypes.h"
-#include "PathRef.h"
+#include "KzAssert.h"
+#include "PathTypes.h"
 
 namespace WidePathFormat {
+
+using kz::PathTypes;
 
 constexpr size_t kNoPosition = static_cast<size_t>(-1);
 
@@ -45,7 +48,7 @@ public:
     virtual ~PathFormatReader() = default;
 
     // The root that the text's path hangs from.
-    virtual PathRef::PathBase PathBase() const = 0;
+    virtual PathTypes::PathBase PathBase() const = 0;
     virtual Iterator FirstElement();
     // Goes to the element behind this one; past the end the length is 0.
     virtual void GetNext(size_t* offset, size_t* length) const;
@@ -78,7 +81,7 @@ protected:
 class PathFormatReaderMac final : public PathFormatReader {
 public:
     using PathFormatReader::PathFormatReader;
-    PathRef::PathBase PathBase() const override;
+    PathTypes::PathBase PathBase() const override;
     bool CharacterIsSeparator(size_t position) const override;
 };
 
@@ -97,13 +100,17 @@ public:
 class PathFormatReaderUnix final : public PathFormatReaderDotted {
 public:
     explicit PathFormatReaderUnix(const std::string* text);
-    PathRef::PathBase PathBase() const override;
+    PathTypes::PathBase PathBase() const override;
     bool CharacterIsSeparator(size_t position) const override;
     size_t NextCharacterOffset(size_t position) const override;
     size_t NextSeparatorCharacter(size_t position) const override;
 
     // The element's bytes in place. Requires HasMore.
-    std::string_view Element(size_t offset, size_t length) const { return {mText->data() + offset, length}; }
+    std::string_view Element(size_t offset, size_t length) const
+    {
+        KZ_ASSERT(HasMore(&offset, &length));
+        return {mText->data() + offset, length};
+    }
 
 private:
     std::string mExpanded;  // what mText points to when a "~" was expanded

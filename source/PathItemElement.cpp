@@ -9,17 +9,31 @@
 // Two paths of the same components hold the same element: a child of a given name exists once. Counts grow without a
 // lock, and shrink without one as long as they stay above 0. The last reference is dropped under mMutex only, which is
 // what lets a look-up under mMutex hand out any child that it finds: the child can't be on its way out.
+//
+// What an element is changes in three places only. A claim by its block and Init make it a child, ReleaseCore ends it
+// when the last reference goes, and PurgeCore ends it by force at the stop. In between its name, parent, root and count
+// are constant, so every holder of a reference reads them, and all ancestors, without a lock. The root is kept although
+// the parents lead to it, because a path asks for its base far more often than it is made.
+//
+// Nothing recurses from parent to child or back, apart from the sanity check with its limit: a chain may have more
+// names than a thread's stack has room for calls.
 #include "PathItemElement.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
+#include <type_traits>
 #include <utility>
 
-#include "PathCache.h"
+#include "KzAssert.h"
+#include "PathItemCache.h"
 #include "PathItemStorage.h"
 #include "Report.h"
 #include "ScopedLock.h"
-#include "StringUtils.h"
+#include "StringHash.h"
+#include "zvexcept.h"
+
+static_assert(std::is_standard_layout_v<PathItemElement>, "kz::HeadOf takes an element for its first member");
 
 constinit ThMutex PathItemElement::mMutex = nullptr;
 
@@ -36,9 +50,12 @@ constexpr size_t kFirstChildren = 2;
 // Up to so many children their names are compared before the sought one is hashed, which costs more.
 constexpr size_t kFewChildren = 4;
 
+// What an empty cache and its map count for.
+constexpr uInt64 kMapBytes = 48;
+
 int32 HashOf(std::string_view name)
 {
-    return static_cast<int32>(StringUtils::Hash(name.data(), static_cast<uInt32>(name.size()), false));
+    return static_cast<int32>(kz::HashOfText(name.data(), name.size()));
 }
 
 // Finds the entry of this hash for which `matches` is true. Without one gives null, and the position behind the
@@ -75,7 +92,7 @@ void PathItemElement::RetireUnsafe()
         KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
         KZ_LOG(kDbgInternal) << "parent= " << DbgFmtPtr(mParent);
         KZ_REPORT(kDbgWarning, 0x3D0C7A51) << "Deleting PathItemElement with outstanding references = " << references;
-        mReferenceCount.store(0, std::memory_order_relaxed);
+        mHead.mReferenceCount.store(0, std::memory_order_relaxed);
     }
     mInUse.store(0, std::memory_order_relaxed);
     if (mParent != nullptr && !ValidElement(mParent)) {
@@ -83,18 +100,9 @@ void PathItemElement::RetireUnsafe()
         KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
         KZ_LOG(kDbgInternal) << "parent= " << DbgFmtPtr(mParent);
         KZ_REPORT(kDbgWarning, 0x94E6F20B) << "Invalid parent";
-        mParent = nullptr;
+        DetachUnsafe();
     }
     RemoveParent();
-}
-
-const PathItemElement* PathItemElement::Root() const
-{
-    const PathItemElement* at = this;
-    while (at->mParent != nullptr) {
-        at = at->mParent;
-    }
-    return at;
 }
 
 // ---- Children ----
@@ -132,7 +140,7 @@ PathItemElement* PathItemElement::FindOrCreateUnsafe(std::string_view name, bool
         return child;
     }
     *made = true;
-    return Create(name, hash, this, index);
+    return PathItemStorage::Create(name, hash, this, index);
 }
 
 PathItemElement* PathItemElement::CreateChild(std::string_view name)
@@ -144,11 +152,6 @@ PathItemElement* PathItemElement::CreateChild(std::string_view name)
         child->AddReference();
     }
     return child;
-}
-
-PathItemElement* PathItemElement::Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index)
-{
-    return PathItemStorage::Create(name, hash, parent, index);
 }
 
 void PathItemElement::RemoveChild(const PathItemElement* child, size_t* index)
@@ -169,9 +172,10 @@ bool PathItemElement::RemoveParent()
     if (InUse() || mParent == nullptr) {
         return false;
     }
-    PathItemElement* const parent = std::exchange(mParent, nullptr);
+    PathItemElement* const parent = mParent;
+    DetachUnsafe();
     parent->RemoveChild(this, nullptr);
-    parent->ReleaseCore(true);
+    parent->ReleaseUnsafe();
     return true;
 }
 
@@ -199,15 +203,19 @@ PathItemElement* PathItemElement::NextOfWalk()
 // Makes a claimed element this child of `parent`, with one reference. False without memory: no child was added.
 bool PathItemElement::Init(std::string_view name, int32 hash, PathItemElement* parent, size_t index)
 {
+    // A released element has no parent. One that has was left so by a fault elsewhere, and is taken out of that
+    // parent's children first, which may move the place that was found for it.
     if (mParent != nullptr) {
-        PathItemElement* const old = std::exchange(mParent, nullptr);
+        PathItemElement* const old = mParent;
+        DetachUnsafe();
         size_t position = old->mChildren.size();
         old->RemoveChild(this, &position);
         if (old == parent && position < index) {
             --index;
         }
-        old->ReleaseCore(true);
+        old->ReleaseUnsafe();
     }
+    // All that can fail comes before the first change that others could see.
     try {
         mName = name;
         if (parent != nullptr && parent->mChildren.size() == parent->mChildren.capacity()) {
@@ -217,24 +225,34 @@ bool PathItemElement::Init(std::string_view name, int32 hash, PathItemElement* p
         return false;
     }
     FlushCore(kFlushAll);
-    mReferenceCount.store(1, std::memory_order_relaxed);
-    mParent = parent;
-    mCount = 0;
+    mHead.mReferenceCount.store(1, std::memory_order_relaxed);
+    mHead.mCount = 0;
     if (parent != nullptr) {
-        AdoptUnsafe(hash, index);
+        AdoptUnsafe(parent, hash, index);
     }
     return true;
 }
 
-// Enters this element into its parent's children, which have room.
-void PathItemElement::AdoptUnsafe(int32 hash, size_t index)
+// Makes this element a child of `parent`, whose children have room.
+void PathItemElement::AdoptUnsafe(PathItemElement* parent, int32 hash, size_t index)
 {
-    auto& siblings = mParent->mChildren;
+    auto& siblings = parent->mChildren;
+    KZ_ASSERT(mParent == nullptr && parent != this && parent->InUse());
+    KZ_ASSERT(siblings.size() < siblings.capacity());
     siblings.insert(siblings.begin() + static_cast<std::ptrdiff_t>(std::min(index, siblings.size())),
                     ChildItem{hash, this});
-    mParent->mChildrenChecked = 0;
-    mParent->AddReference();
-    mCount = mParent->mCount + 1;
+    parent->mChildrenChecked = 0;
+    parent->AddReference();
+    mParent = parent;
+    mRoot = parent->mRoot;
+    mHead.mCount = parent->Count() + 1;
+}
+
+// Forgets the parent, which is told by others.
+void PathItemElement::DetachUnsafe()
+{
+    mParent = nullptr;
+    mRoot = this;
 }
 
 // Drops one reference; true if it was the last: the element is then out of its parent's children, and still has it.
@@ -247,7 +265,7 @@ bool PathItemElement::ReleaseStartUnsafe()
         KZ_REPORT(kDbgWarning, 0xC81F4E96) << "Release of PathItemElement, but we did not have enough retains";
     }
     // Acquire: sees all that earlier holders did with the element before they let go of it.
-    if (mReferenceCount.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+    if (mHead.mReferenceCount.fetch_sub(1, std::memory_order_acq_rel) != 1) {
         return false;
     }
     if (mParent != nullptr) {
@@ -259,17 +277,23 @@ bool PathItemElement::ReleaseStartUnsafe()
 // Gives the element back to its block; the in-use word goes last, since an allocation may claim it at once.
 void PathItemElement::ReleaseFinishIfStartedUnsafe()
 {
-    mParent = nullptr;
+    KZ_ASSERT(ReferenceCount() == 0);
+    DetachUnsafe();
     FlushCore(kFlushAll);
     mInUse.store(0, std::memory_order_release);
 }
 
 void PathItemElement::ReleaseCore(bool alreadyLocked)
 {
-    if (DropIfShared()) {
+    if (mHead.DropIfShared()) {
         return;
     }
     const kz::ScopedLock lock(alreadyLocked ? nullptr : mMutex);
+    ReleaseUnsafe();
+}
+
+void PathItemElement::ReleaseUnsafe()
+{
     // A loop, since a chain may be longer than the stack is deep. An element whose release has started needs its parent
     // link no more; turned round, the links lead through the started ones from the root's end.
     PathItemElement* started = nullptr;
@@ -300,12 +324,12 @@ bool PathItemElement::PurgeSelf()
     FlushCore(kFlushAll);
     bool clean = mCache == nullptr;
     delete std::exchange(mCache, nullptr);
-    clean = mReferenceCount.exchange(0, std::memory_order_relaxed) == 0 && clean;
+    clean = mHead.mReferenceCount.exchange(0, std::memory_order_relaxed) == 0 && clean;
     mInUse.store(0, std::memory_order_relaxed);
     RemoveParent();
     mName.clear();
-    mParent = nullptr;
-    mCount = 0;
+    DetachUnsafe();
+    mHead.mCount = 0;
     return clean;
 }
 
@@ -325,7 +349,7 @@ bool PathItemElement::PurgeCore()
         PathItemElement* const parent = at->mParent;
         parent->AddReference();
         clean = at->PurgeSelf() && clean;
-        parent->mReferenceCount.fetch_sub(1, std::memory_order_relaxed);
+        parent->mHead.mReferenceCount.fetch_sub(1, std::memory_order_relaxed);
         if (!parent->mChildren.empty() && parent->mChildren.back().child == at) {
             parent->mChildren.pop_back();  // a child that the search by its name did not find
         }
@@ -334,7 +358,130 @@ bool PathItemElement::PurgeCore()
     return PurgeSelf() && clean;
 }
 
+// ---- The cache ----
+
+PathCachedItem* PathItemElement::FindOwnItem(const char* key) const
+{
+    return mCache != nullptr ? mCache->Find(key) : nullptr;
+}
+
+KzErr PathItemElement::Cache(const char* key, PathCachedItem* item)
+{
+    return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
+        const kz::ScopedLock lock(mMutex);
+        if (mCache == nullptr) {
+            mCache = new PathItemCache;
+        }
+        mCache->Put(key, item);
+        return kzErrNone;
+    });
+}
+
+PathCachedItem* PathItemElement::GetCachedChildren(const char* key, PathItemElement** element)
+{
+    // Depth first, children in order; an explicit stack, since a tree may be deeper than the thread's stack allows.
+    std::vector<PathItemElement*> open{this};
+    while (!open.empty()) {
+        PathItemElement* const at = open.back();
+        open.pop_back();
+        PathCachedItem* const item = at != this ? at->FindOwnItem(key) : nullptr;
+        if (item != nullptr) {
+            *element = at;
+            return item;
+        }
+        for (auto it = at->mChildren.rbegin(); it != at->mChildren.rend(); ++it) {
+            open.push_back(it->child);
+        }
+    }
+    return nullptr;
+}
+
+PathCachedItem* PathItemElement::GetCachedInformation(const char* key, PathSearchDirection direction,
+                                                      PathItemElement** element)
+{
+    KZ_ASSERT(element != nullptr && InUse());
+    *element = nullptr;
+    for (PathItemElement* at = this; at != nullptr; at = at->mParent) {
+        if (PathCachedItem* const item = at->FindOwnItem(key)) {
+            *element = at;
+            return item;
+        }
+        if (direction != kSearchAncestors) {
+            break;
+        }
+    }
+    return direction == kSearchDescendants ? GetCachedChildren(key, element) : nullptr;
+}
+
+PathCachedItem* PathItemElement::GetCached(const char* key, const char* className, PathSearchDirection direction,
+                                           PathItemElement** element)
+{
+    // The nearest item decides even where it has expired or is of another class: one behind it is never looked for,
+    // because what the nearer one said about the path would hold for it no more.
+    PathCachedItem* const item = GetCachedInformation(key, direction, element);
+    if (item == nullptr || item->Expired() || !item->IsA(className)) {
+        *element = nullptr;
+        return nullptr;
+    }
+    return item;
+}
+
+uInt64 PathItemElement::FlushOwnItems(int32 method)
+{
+    if (mCache == nullptr) {
+        return 0;
+    }
+    // Nobody can ask a free element for an item, so nothing of it is worth keeping.
+    uInt64 bytes = mCache->Flush(ReferenceCount() == 0 ? static_cast<int32>(kFlushAll) : method);
+    if (mCache->IsEmpty()) {
+        delete std::exchange(mCache, nullptr);
+        bytes += kMapBytes;
+    }
+    return bytes;
+}
+
+uInt64 PathItemElement::FlushSubtree()
+{
+    // The references keep all elements in place while items die and let go of others.
+    for (PathItemElement* at = FirstOfWalk(); at != this; at = at->NextOfWalk()) {
+        at->AddReference();
+    }
+    uInt64 bytes = 0;
+    for (PathItemElement* at = FirstOfWalk(); at != this;) {
+        PathItemElement* const next = at->NextOfWalk();
+        bytes += at->FlushCore(kFlushAll);
+        at->ReleaseUnsafe();
+        at = next;
+    }
+    return bytes;
+}
+
+uInt64 PathItemElement::FlushCore(int32 method)
+{
+    uInt64 bytes = 0;
+    if (method == kFlushSubtree) {
+        bytes += FlushSubtree();
+    }
+    bytes += FlushOwnItems(method);
+    if (mChildren.empty()) {
+        std::vector<ChildItem>().swap(mChildren);
+    }
+    return bytes;
+}
+
 // ---- Checks ----
+
+bool PathItemElement::IsValid() const
+{
+    if (!InUse()) {
+        return false;
+    }
+    const int32 base = PathItemStorage::BaseOf(*this);
+    if (base < 0) {
+        KZ_REPORT(kDbgWarning, 0x83E41F5A) << "Need to add sanity checking for other types";
+    }
+    return base == kz::PathTypes::kAbsolute || base == kz::PathTypes::kRelative;
+}
 
 bool PathItemElement::ValidElement(const void* pointer)
 {
@@ -350,7 +497,8 @@ bool PathItemElement::ChildrenAreSane()
         return true;
     }
     for (size_t i = 0; i < mChildren.size(); ++i) {
-        if (mChildren[i].child->mParent != this || (i > 0 && mChildren[i].hash < mChildren[i - 1].hash)) {
+        const PathItemElement& child = *mChildren[i].child;
+        if (child.mParent != this || child.mRoot != mRoot || (i > 0 && mChildren[i].hash < mChildren[i - 1].hash)) {
             return false;
         }
     }
@@ -371,12 +519,12 @@ bool PathItemElement::IsSane(bool alreadyLocked, int32 depth)
         } else if (!mParent->IsSane(alreadyLocked, depth + 1)) {
             return false;
         }
-        if (mCount != mParent->mCount + 1) {
+        if (Count() != mParent->Count() + 1) {
             KZ_REPORT(kDbgWarning, 0x7FA2C305) << "PathItemElement insane because its parent has count of "
-                                               << mParent->mCount << " but this is " << mCount;
+                                               << mParent->Count() << " but this is " << Count();
             return false;
         }
-    } else if (mCount != 0) {
+    } else if (Count() != 0) {
         KZ_REPORT(kDbgWarning, 0x1C68E7DB) << "PathItemElement insane because it is a base and has a non-zero count";
         return false;
     }
@@ -414,87 +562,10 @@ double PathItemElement::MemorySize() const
     for (const PathItemElement* at = this; at != nullptr; at = at->mParent) {
         double own = kNameFactor * static_cast<double>(at->mName.size()) + kOwnBytes;
         if (at->mCache != nullptr) {
-            own += kCacheBytes;
-            for (const auto& entry : at->mCache->items) {
-                own += entry.second->Size();
-            }
+            own += kCacheBytes + at->mCache->ItemSizes();
         }
         const int32 references = at->ReferenceCount();
         bytes += references >= 1 ? own / references : own;
     }
     return bytes;
 }
-
-// ---- Walking ----
-
-namespace kz {
-
-PathTreeWalk::PathTreeWalk(PathItemElement* start) : mMutex(PathItemElement::mMutex), mCurrent(start)
-{
-    ThMutexAcquire(mMutex);
-}
-
-PathTreeWalk::~PathTreeWalk()
-{
-    if (mOwned) {
-        mCurrent->ReleaseCore(true);
-    }
-    ThMutexRelease(mMutex);
-}
-
-bool PathTreeWalk::IsBelow(const PathItemElement* base) const
-{
-    if (mCurrent == nullptr || base == nullptr || mCurrent == base) {
-        return mCurrent != nullptr && mCurrent == base;
-    }
-    return !base->mChildren.empty() && mCurrent->Root() == base;
-}
-
-KzErr PathTreeWalk::Child(std::string_view name)
-{
-    if (mCurrent == nullptr) {
-        return kzErrArgument;
-    }
-    bool made = false;
-    PathItemElement* const next = mCurrent->FindOrCreateUnsafe(name, &made);
-    if (next == nullptr) {
-        return kzErrMemoryFull;
-    }
-    if (mOwned) {
-        mCurrent->ReleaseCore(true);  // never the last: the child holds one
-    }
-    mCurrent = next;
-    mOwned = made;
-    return kzErrNone;
-}
-
-KzErr PathTreeWalk::Append(std::string_view name)
-{
-    if (name == ".") {
-        return kzErrNone;
-    }
-    if (!name.empty() && name != "..") {
-        return Child(name);
-    }
-    PathItemElement* const parent = mCurrent != nullptr ? mCurrent->Parent() : nullptr;
-    if (parent == nullptr || mCurrent->Name().empty()) {
-        return Child({});
-    }
-    if (mOwned) {
-        parent->AddReference();
-        mCurrent->ReleaseCore(true);
-    }
-    mCurrent = parent;
-    return kzErrNone;
-}
-
-PathItemElement* PathTreeWalk::Take()
-{
-    if (mCurrent != nullptr && !mOwned) {
-        mCurrent->AddReference();
-    }
-    mOwned = false;
-    return mCurrent;
-}
-
-}  // namespace kz

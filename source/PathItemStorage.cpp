@@ -1,6 +1,13 @@
 // Elements come from blocks of 512, linked in a ring; a search goes on where the last one ended, so an allocation looks
 // at few elements. An element is claimed by compare-and-swap of its in-use word and given back by storing 0 there. Both
 // happen under the tree's lock; a path asks for the word without one.
+//
+// Every block stands twice: in the ring, where the allocation turns, and in a vector by address, where a pointer's
+// block is found. Both are changed by AddBlock and Unlink alone, under mMutex, so they always hold the same blocks. The
+// vector has a lock of its own because it is asked about pointers by threads that hold neither of the other two.
+//
+// A block goes only when it is empty, in a collection, or at the stop; so an element's address is good for as long as
+// somebody holds a reference.
 #include "PathItemStorage.h"
 
 #include <algorithm>
@@ -8,6 +15,7 @@
 #include <new>
 #include <utility>
 
+#include "KzAssert.h"
 #include "Report.h"
 #include "ScopedLock.h"
 
@@ -135,7 +143,7 @@ bool PathItemStorage::Contains(const void* pointer)
     return it != mBases->end() && !std::less<>()(pointer, static_cast<const void*>((*it)->mElements));
 }
 
-// ---- Allocation. Requires mMutex. ----
+// ---- Allocation ----
 
 // A free element of this block, now claimed, or null.
 PathItemElement* PathItemStorage::Claim()
@@ -295,6 +303,7 @@ uInt64 PathItemStorage::GarbageCollect(int32 method)
             }
             block = next;
         }
+        KZ_ASSERT_SLOW(RingFault() == nullptr);
     }
     if (method == 2) {
         ReportHeld();
@@ -342,20 +351,17 @@ PathItemElement* PathItemStorage::NextHeld(PathItemElement* after, int32* refere
         const kz::ScopedLock lock(mBaseMutex);
         PathItemElement* const from = after == nullptr ? nullptr : after + 1;
         for (auto it = BlockAt(from); it != mBases->end() && held == nullptr; ++it) {
-            PathItemElement* const end = (*it)->mElements + kElements;
-            PathItemElement* const found =
-                std::find_if(std::max<PathItemElement*>(from, (*it)->mElements, std::less<>()), end,
-                             [references](const PathItemElement& element) {
-                                 return element.InUse() && element.GetReferencedInfo(references);
-                             });
-            held = found == end ? nullptr : found;
+            PathItemElement* at = std::max<PathItemElement*>(from, (*it)->mElements, std::less<>());
+            for (PathItemElement* const end = (*it)->mElements + kElements; at != end && held == nullptr; ++at) {
+                held = at->InUse() && at->GetReferencedInfo(references) ? at : nullptr;
+            }
         }
     }
     if (held != nullptr) {
         held->AddReference();
     }
     if (after != nullptr) {
-        after->ReleaseCore(true);
+        after->ReleaseUnsafe();
     }
     return held;
 }
@@ -440,6 +446,66 @@ KzErr PathItemStorage::UnInit()
 
 // ---- Checks ----
 
+// What is wrong with one element, apart from what IsSane looks at; null for nothing.
+const char* PathItemStorage::ElementFault(const PathItemElement& element)
+{
+    if (!element.InUse()) {
+        return element.mParent != nullptr || element.mRoot != &element ? "a free element has a parent"
+               : element.ReferenceCount() > 0                          ? "a free element is referenced"
+               : !element.mChildren.empty()                            ? "a free element has children"
+               : element.mCache != nullptr                             ? "a free element caches items"
+                                                                       : nullptr;
+    }
+    if (element.ReferenceCount() < 1) {
+        return "an element in use has no references";
+    }
+    if (element.mParent == nullptr) {
+        return element.mRoot != &element ? "a base has another root" : nullptr;
+    }
+    if (!Contains(element.mParent) || !element.mParent->InUse()) {
+        return "a parent is no element in use";
+    }
+    size_t index = 0;
+    return element.mParent->FindChild(&element, &index) == nullptr ? "a parent does not know its child" : nullptr;
+}
+
+const char* PathItemStorage::RingFault()
+{
+    size_t listed = 0;
+    {
+        const kz::ScopedLock lock(mBaseMutex);
+        if (mBases == nullptr) {
+            return mSearchPoint != nullptr ? "there are blocks while paths are not up" : nullptr;
+        }
+        if (!std::is_sorted(mBases->begin(), mBases->end(), std::less<>())) {
+            return "the list of blocks is out of order";
+        }
+        listed = mBases->size();
+    }
+    // No more steps than there are listed blocks: a ring that misses its start would never end.
+    size_t found = 0;
+    for (const PathItemStorage* block = mSearchPoint; block != nullptr && found <= listed;) {
+        ++found;
+        if (!Contains(block->mElements) || block->mSearchIndex < 0 || block->mSearchIndex >= kElements) {
+            return "a block of the ring is not listed, or searches outside itself";
+        }
+        for (const PathItemElement& element : block->mElements) {
+            if (const char* const fault = ElementFault(element)) {
+                return fault;
+            }
+        }
+        block = block->mNext == mSearchPoint ? nullptr : block->mNext;
+    }
+    return found != listed ? "the ring and the list hold different blocks" : nullptr;
+}
+
+const char* PathItemStorage::Fault()
+{
+    const kz::ScopedLock treeLock(PathItemElement::mMutex);
+    const kz::ScopedLock lock(mMutex);
+    return RingFault();
+}
+
 namespace kz {
 
 int64 LivePathElementCount()
@@ -456,6 +522,11 @@ bool PathTreeIsSane()
         }
     }
     return true;
+}
+
+const char* PathBlocksFault()
+{
+    return PathItemStorage::Fault();
 }
 
 }  // namespace kz

@@ -27,8 +27,9 @@ public:
     // Lets go of names and bases, reports what is still held, and frees all. Allocates nothing. Always 0.
     static KzErr UnInit() KZ_NO_THREAD_CHECK;
 
-    // A new element with one reference, or null without memory. Requires PathItemElement::mMutex.
-    static PathItemElement* Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index);
+    // A new element with one reference, or null without memory. Without a parent it is a base.
+    static PathItemElement* Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index)
+        KZ_REQUIRES(PathItemElement::mMutex);
 
     // The base at this place, null where there is none. The first call ends the time to fill the table.
     static PathItemElement* Standard(int32 base)
@@ -58,6 +59,8 @@ public:
     static bool Contains(const void* pointer);
     // Elements in use.
     static int64 LiveCount();
+    // What is wrong with the blocks or their elements, in a few words; null for nothing. A walk over every element.
+    static const char* Fault();
 
 private:
     friend class PathItemElement;
@@ -70,10 +73,12 @@ private:
     static PathItemElement* AllocateElement() KZ_REQUIRES(mMutex);
     static PathItemStorage* AddBlock(PathItemStorage* after) KZ_REQUIRES(mMutex);
     static bool PutNamed(const std::string& name, PathItemElement* element, bool onlyIfFree);
-    PathItemElement* Claim();
+    PathItemElement* Claim() KZ_REQUIRES(mMutex);
     static std::vector<PathItemStorage*>::iterator BlockAt(const void* pointer) KZ_REQUIRES(mBaseMutex);
     static void ReportHeld();
     static PathItemElement* NextHeld(PathItemElement* after, int32* references);
+    static const char* ElementFault(const PathItemElement& element) KZ_REQUIRES(PathItemElement::mMutex);
+    static const char* RingFault() KZ_REQUIRES(PathItemElement::mMutex, mMutex);
     void FlushFree() KZ_REQUIRES(PathItemElement::mMutex);
     bool IsEmpty() const;
     int32 ReportLive();
@@ -96,9 +101,11 @@ private:
 
 namespace kz {
 
-// For checks of soundness and leaks: elements in use, and whether every base's tree is sound.
+// For checks of soundness and leaks: elements in use, whether every base's tree is sound, and what is wrong with the
+// ring of blocks (null for nothing). The last two walk over everything.
 int64 LivePathElementCount();
 bool PathTreeIsSane();
+const char* PathBlocksFault();
 
 }  // namespace kz
 

@@ -1,9 +1,11 @@
-// The service that starts the path layer, the stepping through path text, and the comparison of file names.
+// The service that starts the path layer, and the comparison of file names. The stepping through path text is in
+// PathStep.h.
 // Usable from C11 and C++20. Any thread.
 #ifndef KZCORE_PATHMANAGER_H
 #define KZCORE_PATHMANAGER_H
 
 #include "KZTypes.h"
+#include "PathStep.h"
 #include "StringPStr.h"
 
 #ifdef __cplusplus
@@ -11,13 +13,6 @@
 #endif
 
 KZ_EXTERN_C_BEGIN
-
-// The index of the character behind the one at `index`: by whole UTF-8 characters once the service runs, before that
-// by bytes. The end of the text is the caller's to watch.
-KZ_EXPORT int32 PathNextChar(const char* text, int32 index);
-
-// The index of the character before `index`; 0 stays. A negative index is reported and gives 0.
-KZ_EXPORT int32 PathPrevChar(const char* text, int32 index);
 
 // File names compare without case: the first `n` bytes of C strings, whole C strings; FileNameEqual of StringPStr.h
 // compares counted strings.

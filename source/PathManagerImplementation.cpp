@@ -4,6 +4,7 @@
 
 #include <string_view>
 
+#include "PathItemElement.h"
 #include "PathRef.h"
 
 namespace {

@@ -1,16 +1,25 @@
-// PathRef's own data and editing. Its text is made in PathTextFormat and read in PathFormatReader; relations, the cache
-// and the file system have modules of their own.
+// PathRef's own data and editing. A path's texts, relations and names are made from its element by modules below; the
+// members here forward to them. Members that ask the file system are in the module above that answers them.
+//
+// A path holds one reference on its element, or no element: not a path. AssignElement alone changes that, apart from
+// the inline copy and destruction, whose plain case is one atomic addition and which come here for all others.
+//
+// kz::gPathState says in one word whether a copy is plain: paths are up, and no debug texts are wanted. While paths are
+// down no element is touched, because the tree is gone and with it what a path that outlived it points to.
 #include "PathRef.h"
 
 #include <cstring>
-#include <memory>
 #include <new>
 #include <type_traits>
 
-#include "KZPlacement.h"
+#include "KzAssert.h"
 #include "NoDebugTexts.h"
-#include "PathCache.h"
+#include "PathItemElement.h"
 #include "PathItemStorage.h"
+#include "PathNames.h"
+#include "PathRelations.h"
+#include "PathText.h"
+#include "PathTreeWalk.h"
 #include "Report.h"
 #include "ScopedLock.h"
 #include "StringCStr.h"
@@ -32,14 +41,8 @@ constexpr char kModule[] = "source/PathRef";
 
 constexpr size_t kLongestDebugText = 252;
 
-// What all paths share.
-struct ClassState {
-    kz::StaticObject<std::string> mNotAPath;                // the text that stands for not a path
-    kz::StaticObject<std::string> mPathTooLong;             // the text for a path too long to print
-    kz::StaticObject<std::string> mEmptyPathRefNameString;  // the name of a path without components
-    PathRef* mNotAPathPathRef = nullptr;                    // what NotAPath returns, from Init to UnInit
-};
-constinit ClassState gPathRef;
+// What NotAPath returns, from Init to UnInit.
+constinit PathRef* gNotAPath = nullptr;
 
 // Init has run, with this result, and UnInit has not.
 constinit bool gInitRan = false;
@@ -53,6 +56,21 @@ bool PathsRun()
 bool HangsFromNullPath(const PathItemElement& element)
 {
     return PathItemStorage::BaseOf(element) == PathRef::kNullPath;
+}
+
+// The element of component `index` of a path, or null; a negative index counts from the end.
+const PathItemElement* FindItem(const PathItemElement* last, int32 index)
+{
+    const int32 count = last != nullptr ? last->Count() : 0;
+    const int64 place = index < 0 ? int64{index} + count : index;
+    if (place < 0 || place >= count) {
+        return nullptr;
+    }
+    const PathItemElement* at = last;
+    while (at != nullptr && at->Count() > place + 1) {
+        at = at->Parent();
+    }
+    return at;
 }
 
 KzErr MakeBases()
@@ -88,15 +106,15 @@ KzErr StartPaths()
         err = MakeBases();
     }
     if (err == kzErrNone) {
-        gPathRef.mNotAPathPathRef = new (std::nothrow) PathRef;
-        err = gPathRef.mNotAPathPathRef != nullptr ? kzErrNone : kzErrMemoryFull;
+        gNotAPath = new (std::nothrow) PathRef;
+        err = gNotAPath != nullptr ? kzErrNone : kzErrMemoryFull;
     }
     return err;
 }
 
 KzErr StopPaths()
 {
-    PathRef::DisposePath(gPathRef.mNotAPathPathRef);
+    PathRef::DisposePath(gNotAPath);
     const KzErr err = PathItemStorage::UnInit();
     ThMutexDestroy(std::exchange(PathItemElement::mMutex, nullptr));
     kz::gPathState.store(0, std::memory_order_relaxed);
@@ -104,27 +122,6 @@ KzErr StopPaths()
 }
 
 }  // namespace
-
-namespace kz {
-
-void PlacePathRefStrings()
-{
-    gPathRef.mNotAPath.Get();
-    gPathRef.mPathTooLong.Get();
-    gPathRef.mEmptyPathRefNameString.Get();
-}
-
-const std::string& NotAPathText()
-{
-    return *gPathRef.mNotAPath.Get();
-}
-
-const std::string& EmptyPathName()
-{
-    return *gPathRef.mEmptyPathRefNameString.Get();
-}
-
-}  // namespace kz
 
 // ---- Class-wide ----
 
@@ -134,7 +131,7 @@ KzErr PathRef::Init()
         return gInitResult;
     }
     gInitRan = true;
-    kz::PlacePathRefStrings();
+    kz::PlacePathTexts();
     kz::gPathState.fetch_or(kz::kPathsRun, std::memory_order_relaxed);
     gInitResult = kz::ErrOf(kModule, __LINE__, [] { return StartPaths(); });
     if (gInitResult != kzErrNone) {
@@ -168,12 +165,12 @@ void PathRef::Setting(const char* text)
 
 void PathRef::SetNotAPathString(const std::string& text)
 {
-    *gPathRef.mNotAPath.Get() = text;
+    kz::NotAPathText() = text;
 }
 
 void PathRef::SetPathTooLongString(const std::string& text)
 {
-    *gPathRef.mPathTooLong.Get() = text;
+    kz::PathTooLongText() = text;
 }
 
 uInt64 PathRef::GarbageCollect(int32 method)
@@ -300,10 +297,10 @@ void PathRef::DisposePath(PathRef*& path)
 
 PathRef* PathRef::NotAPath()
 {
-    if (gPathRef.mNotAPathPathRef == nullptr) {
+    if (gNotAPath == nullptr) {
         KZ_REPORT(kDbgWarning, 0x4AC5E812) << "Call to GetNotAPath before PathRef::Init() or after PathRef::Uninit()?";
     }
-    return gPathRef.mNotAPathPathRef;
+    return gNotAPath;
 }
 
 KzErr PathRef::AssignToName(const char* name) const
@@ -316,22 +313,99 @@ KzErr PathRef::AssignToName(const char* name) const
     });
 }
 
-// ---- Components ----
+// ---- Text ----
 
-// The element of component `index`, or null; a negative index counts from the end.
-PathItemElement* PathRef::FindItem(int32 index) const
+PathRef::PathRef(const std::string& text, const char* format) : PathRef()
 {
-    const int32 count = ItemCount();
-    const int64 place = index < 0 ? int64{index} + count : index;
-    if (place < 0 || place >= count) {
-        return nullptr;
-    }
-    PathItemElement* at = mPathElement;
-    while (at != nullptr && at->Count() > place + 1) {
-        at = at->Parent();
-    }
-    return at;
+    AssignElement(kz::ReadPathText(text, format), kTakeReference, false);
 }
+
+KzErr PathRef::ConvertToString(std::string* text, const char* format) const
+{
+    return kz::WritePathText(mPathElement, text, format);
+}
+
+const std::string& PathRef::ToString(const char* format) const
+{
+    std::string& text = EnsureCache();
+    const KzErr err = ConvertToString(&text, format);
+    if (err != kzErrNone) {
+        throw ZVExcept(err, "PathRef ToString", kModule, __LINE__);
+    }
+    return text;
+}
+
+// ---- Relations ----
+
+bool PathRef::NameEquals(const std::string& a, const std::string& b, ComparePolicy policy)
+{
+    return kz::NamesAreEqual(a, b, policy);
+}
+
+int32 PathRef::NameCompare(const std::string& a, const std::string& b, ComparePolicy policy)
+{
+    return kz::CompareNames(a, b, policy);
+}
+
+bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const
+{
+    return kz::PathsAreEqual(mPathElement, other.mPathElement, policy);
+}
+
+int32 PathRef::Compare(const PathRef& other, ComparePolicy policy) const
+{
+    return kz::ComparePaths(mPathElement, other.mPathElement, policy);
+}
+
+bool PathRef::StartsWith(PathBase base) const
+{
+    return mPathElement == nullptr ? base == kNotAPath : PathItemStorage::BaseOf(*mPathElement) == base;
+}
+
+// ---- The cache ----
+
+KzErr PathRef::Cache(const char* key, CachedItem* item) const
+{
+    if (mPathElement == nullptr || key == nullptr) {
+        return kzErrArgument;
+    }
+    return mPathElement->Cache(key, item);
+}
+
+bool PathRef::VisitCached(const char* key, const char* className, SearchDirection direction, PathRef* holder,
+                          CacheVisitor visit, void* context) const
+{
+    // `holder` may be this very path, whose element must outlive the search.
+    PathItemElement* const start = mPathElement;
+    PathItemElement* element = nullptr;
+    bool found = false;
+    if (start != nullptr && key != nullptr) {
+        const kz::ScopedLock lock(PathItemElement::mMutex);
+        const kz::NoDebugTexts plain;
+        if (CachedItem* const item = start->GetCached(key, className, direction, &element)) {
+            visit(item, context);
+            found = true;
+            element->AddReference();
+        }
+    }
+    if (holder != nullptr) {
+        holder->AssignElement(element, kTakeReference, false);
+    } else if (element != nullptr) {
+        ReleaseElement(element, false);
+    }
+    return found;
+}
+
+uInt64 PathRef::FlushCache() const
+{
+    if (mPathElement == nullptr) {
+        return 0;
+    }
+    const kz::ScopedLock lock(PathItemElement::mMutex);
+    return mPathElement->FlushCore(kFlushMetaDataAndOld);
+}
+
+// ---- Components ----
 
 const std::string& PathRef::Name() const
 {
@@ -340,7 +414,7 @@ const std::string& PathRef::Name() const
 
 const std::string& PathRef::ItemAt(int32 index) const
 {
-    const PathItemElement* const item = FindItem(index);
+    const PathItemElement* const item = FindItem(mPathElement, index);
     if (item == nullptr) {
         throw ZVExcept(kzErrCorrupt, "PathRef ItemAt, invalid index", kModule, __LINE__);
     }
@@ -349,7 +423,7 @@ const std::string& PathRef::ItemAt(int32 index) const
 
 KzErr PathRef::CopyItemAt(int32 index, std::string* name) const
 {
-    const PathItemElement* const item = FindItem(index);
+    const PathItemElement* const item = FindItem(mPathElement, index);
     if (name == nullptr || item == nullptr) {
         return kzErrArgument;
     }
@@ -417,20 +491,16 @@ void PathRef::Append(const PathRef& relative)
     if (!relative.StartsWith(kRelative)) {
         ClearAndThrow(kzErrArgument, "Append(relativePath): Must be appending a relative path", __LINE__);
     }
-    std::vector<const PathItemElement*> items(static_cast<size_t>(tail->Count()));
-    const PathItemElement* at = tail;
-    for (auto it = items.rbegin(); it != items.rend() && at != nullptr; ++it, at = at->Parent()) {
-        *it = at;
-    }
-    if (at == nullptr) {
+    const kz::PathNames names(*tail);
+    if (names.Above() == nullptr) {
         ClearAndThrow(kzErrCorrupt, "Append(relativePath): Corrupt relative Path", __LINE__);
     }
     KzErr err = kzErrNone;
     PathItemElement* element = nullptr;
     {
         kz::PathTreeWalk walk(mPathElement);
-        for (auto it = items.begin(); it != items.end() && err == kzErrNone; ++it) {
-            err = walk.Append((*it)->Name());
+        for (int32 i = 0; i < names.Count() && err == kzErrNone; ++i) {
+            err = walk.Append(names[i]);
         }
         if (err == kzErrNone) {
             element = walk.Take();
@@ -447,19 +517,15 @@ void PathRef::Replace(int32 index, const std::string& name)
     if (mPathElement == nullptr) {
         ClearAndThrow(kzErrArgument, "PathRef replace, NULL parameter", __LINE__);
     }
-    const PathItemElement* const item = FindItem(index);
+    const PathItemElement* const item = FindItem(mPathElement, index);
     if (item == nullptr) {
         ClearAndThrow(kzErrArgument, "PathRef replace, invalid element index (element)", __LINE__);
     }
     if (item->Parent() == nullptr) {
         ClearAndThrow(kzErrArgument, "PathRef replace, invalid element index (parent)", __LINE__);
     }
-    std::vector<const PathItemElement*> behind(static_cast<size_t>(mPathElement->Count() - item->Count()));
-    const PathItemElement* at = mPathElement;
-    for (auto it = behind.rbegin(); it != behind.rend() && at != nullptr; ++it, at = at->Parent()) {
-        *it = at;
-    }
-    if (at != item) {
+    const kz::PathNames behind(mPathElement, mPathElement->Count() - item->Count());
+    if (behind.Above() != item) {
         ClearAndThrow(kzErrCorrupt, "PathRef replace, Corrupt Path", __LINE__);
     }
     KzErr err = kzErrNone;
@@ -467,8 +533,8 @@ void PathRef::Replace(int32 index, const std::string& name)
     {
         kz::PathTreeWalk walk(item->Parent());
         err = walk.Child(name);
-        for (auto it = behind.begin(); it != behind.end() && err == kzErrNone; ++it) {
-            err = walk.Child((*it)->Name());
+        for (int32 i = 0; i < behind.Count() && err == kzErrNone; ++i) {
+            err = walk.Child(behind[i]);
         }
         if (err == kzErrNone) {
             element = walk.Take();
@@ -501,14 +567,7 @@ PathRef PathRef::GetParentDirectory() const
 
 bool PathRef::IsValid() const
 {
-    if (mPathElement == nullptr || !PathsRun() || !mPathElement->InUse()) {
-        return false;
-    }
-    const int32 base = PathItemStorage::BaseOf(*mPathElement);
-    if (base < 0) {
-        KZ_REPORT(kDbgWarning, 0x83E41F5A) << "Need to add sanity checking for other types";
-    }
-    return base == kAbsolute || base == kRelative;
+    return mPathElement != nullptr && PathsRun() && mPathElement->IsValid();
 }
 
 bool PathRef::IsSane(bool quick) const

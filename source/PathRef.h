@@ -22,9 +22,11 @@
 #include "DebugStream.h"
 #include "KZTypes.h"
 #include "KzErr.h"
-#include "PathItemElement.h"
+#include "PathItemHead.h"
+#include "PathTypes.h"
+#include "ThMutex.h"
 
-class PathTextFormat;
+class PathCachedItem;
 
 namespace kz {
 
@@ -34,22 +36,11 @@ KZ_EXPORT extern std::atomic<uInt32> gPathState;
 
 }  // namespace kz
 
-class KZ_EXPORT PathRef {
+class KZ_EXPORT PathRef : public kz::PathTypes {
 public:
-    // The root that a path hangs from.
-    enum PathBase : int32 { kAbsolute = 0, kRelative = 1, kUNC = 2, kNotAPath = 3, kNullPath = 4 };
-
-    // How two names compare, and whether Compare orders paths of different bases.
-    enum ComparePolicy : int32 {
-        kComparePlatform = 0,         // without case; different bases give -1
-        kCompareExact = 1,            // byte for byte; bases are ordered
-        kCompareCaseInsensitive = 2,  // without case; different bases give -1
-        kCompareLexical = 3           // without case; bases are ordered
-    };
-
     enum PathItemRefAssignOp : int32 { kAddReference = 0, kTakeReference = 1 };
 
-    using CachedItem = PathCachedItem;  // PathCache.h
+    using CachedItem = PathCachedItem;  // PathCachedItem.h
     using SearchDirection = PathSearchDirection;
 
     // ---- Making, copying, disposing ----
@@ -94,7 +85,7 @@ public:
 
     // ---- Components. Index 0 is the first, -1 the last. ----
 
-    int32 ItemCount() const { return mPathElement != nullptr ? mPathElement->Count() : 0; }
+    int32 ItemCount() const { return mPathElement != nullptr ? kz::HeadOf(mPathElement).Count() : 0; }
     // The last component's name; empty for a path without components. Valid as long as this path keeps its value.
     const std::string& Name() const;
     // The name at `index`, valid likewise; throws kzErrCorrupt for a bad index.
@@ -128,12 +119,12 @@ public:
     // valid; kzErrNotSupported: unknown format. A network path and not a path give the not-a-path text.
     KzErr ConvertToString(std::string* text, const char* format) const;
 
-    static const char* StringDisplay() { return "pathref_display"; }
-    static const char* StringCommandLine() { return "pathref_commandline"; }
-    static const char* StringPlatformIndependent() { return "pathref_platformindependent"; }
-    static const char* StringPlatformAgnostic() { return "pathref_platformagnostic"; }
-    static const char* StringDOS() { return "pathref_dos"; }
-    static const char* StringUnix() { return "pathref_unix"; }
+    static const char* StringDisplay() { return kz::kDisplayForm; }
+    static const char* StringCommandLine() { return kz::kCommandLineForm; }
+    static const char* StringPlatformIndependent() { return kz::kPlatformIndependentForm; }
+    static const char* StringPlatformAgnostic() { return kz::kPlatformAgnosticForm; }
+    static const char* StringDOS() { return kz::kDOSForm; }
+    static const char* StringUnix() { return kz::kUnixForm; }
 
     // The texts that stand for not a path and for a path too long to print; set at start-up, empty until then.
     static void SetNotAPathString(const std::string& text);
@@ -178,7 +169,7 @@ public:
     // Not a path is sane. With `quick` only the element's place is checked. Reports what it finds wrong.
     bool IsSane(bool quick) const;
 
-    // ---- The element's cache (PathCache.h), shared by all copies of the path ----
+    // ---- The element's cache (PathCachedItem.h, PathCache.h), shared by all copies of the path ----
 
     // Takes ownership of `item` on success; null removes the entry. kzErrArgument for no path or null key,
     // kzErrMemoryFull.
@@ -219,15 +210,8 @@ private:
     void DropText() noexcept;
     std::string& EnsureCache() const;
     [[noreturn]] void ClearAndThrow(KzErr err, const char* text, int line);
-    PathItemElement* FindItem(int32 index) const;
-    template <typename Reader>
-    KzErr ReadFrom(Reader& reader);
-    KzErr ReadDisplayText(const std::string& text);
-    KzErr ToStringNoThrowCore(std::string* text, const char* key, PathTextFormat& format) const;
-    void MakeText(std::string* text, PathTextFormat& format) const;
     bool VisitCached(const char* key, const char* className, SearchDirection direction, PathRef* holder,
                      CacheVisitor visit, void* context) const;
-    bool KnownAbsent() const;
 
     PathItemElement* mPathElement = nullptr;  // one reference is this object's
     mutable std::string* mText = nullptr;     // owned; what ToString returned last
@@ -239,19 +223,35 @@ inline PathRef::PathRef(const PathRef& other) noexcept
         CopySlowly(other);
     } else if (other.mPathElement != nullptr) {
         mPathElement = other.mPathElement;
-        mPathElement->AddReference();
+        kz::HeadOf(mPathElement).AddReference();
     }
 }
 
 inline PathRef::~PathRef()
 {
     if (mPathElement != nullptr && (kz::gPathState.load(std::memory_order_relaxed) & kz::kPathsRun) != 0 &&
-        !mPathElement->DropIfShared()) {
+        !kz::HeadOf(mPathElement).DropIfShared()) {
         ReleaseElement(mPathElement, false);
     }
     if (mText != nullptr) {
         DropText();
     }
+}
+
+template <typename T, typename ItemClass>
+T PathRef::GetCached(const char* key, bool* found, SearchDirection direction, PathRef* holder) const
+{
+    T value{};
+    const bool hit = VisitCached(
+        key, ItemClass::ClassName(), direction, holder,
+        [](CachedItem* item, void* context) {
+            *static_cast<T*>(context) = static_cast<T>(static_cast<ItemClass*>(item)->Get());
+        },
+        &value);
+    if (found != nullptr) {
+        *found = hit;
+    }
+    return value;
 }
 
 // Equal under kComparePlatform.
@@ -262,15 +262,5 @@ inline bool operator==(const PathRef& a, const PathRef& b)
 
 // Appends the display text; "<path too long>" above 252 bytes, and the error where it can't be made.
 KZ_EXPORT void ToDebugStream(DebugStream& stream, const PathRef& path);
-
-namespace kz {
-
-// Places the three texts of the path layer in static storage, where they are not placed yet.
-void PlacePathRefStrings();
-// The text that stands for not a path.
-const std::string& NotAPathText();
-const std::string& EmptyPathName();
-
-}  // namespace kz
 
 #endif

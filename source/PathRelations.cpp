@@ -4,12 +4,14 @@
 
 #include <algorithm>
 
+#include "KzAssert.h"
 #include "PathItemStorage.h"
-#include "PathRef.h"
 #include "Report.h"
 #include "StringUtils.h"
 
 namespace {
+
+using kz::PathTypes;
 
 constexpr char kModule[] = "source/PathRelations";
 
@@ -19,11 +21,11 @@ constexpr int32 kOtherRank = 3;
 int32 BaseRank(const PathItemElement& element)
 {
     switch (PathItemStorage::BaseOf(element)) {
-        case PathRef::kUNC:
+        case PathTypes::kUNC:
             return 0;
-        case PathRef::kAbsolute:
+        case PathTypes::kAbsolute:
             return 1;
-        case PathRef::kRelative:
+        case PathTypes::kRelative:
             return 2;
         default:
             return kOtherRank;
@@ -39,9 +41,9 @@ int32 Sign(int32 value)
 // each comparison, however many names it has.
 class NameComparison {
 public:
-    explicit NameComparison(PathRef::ComparePolicy policy) : mIsExact(policy == PathRef::kCompareExact)
+    explicit NameComparison(PathTypes::ComparePolicy policy) : mIsExact(policy == PathTypes::kCompareExact)
     {
-        if (policy < PathRef::kComparePlatform || policy > PathRef::kCompareLexical) {
+        if (policy < PathTypes::kComparePlatform || policy > PathTypes::kCompareLexical) {
             KZ_REPORT(kDbgWarning, 0x61BF3A90) << "Unexpected PathRef::ComparePolicy";
         }
     }
@@ -74,7 +76,7 @@ const PathItemElement* AncestorOfCount(const PathItemElement* at, int32 count)
 
 namespace kz {
 
-CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathRef::ComparePolicy policy)
+CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy)
 {
     const int32 n = std::min(a.Count(), b.Count());
     const PathItemElement* const shorter = a.Count() >= b.Count() ? &b : &a;
@@ -108,22 +110,18 @@ CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b
     return result;
 }
 
-}  // namespace kz
-
-bool PathRef::NameEquals(const std::string& a, const std::string& b, ComparePolicy policy)
+bool NamesAreEqual(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy)
 {
     return NameComparison(policy).AreEqual(a, b);
 }
 
-int32 PathRef::NameCompare(const std::string& a, const std::string& b, ComparePolicy policy)
+int32 CompareNames(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy)
 {
     return NameComparison(policy).Order(a, b);
 }
 
-bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const
+bool PathsAreEqual(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy)
 {
-    const PathItemElement* a = mPathElement;
-    const PathItemElement* b = other.mPathElement;
     if (a == b) {
         return true;
     }
@@ -139,36 +137,32 @@ bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const
     return a == b;
 }
 
-bool PathRef::StartsWith(PathBase base) const
+int32 ComparePaths(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy)
 {
-    return mPathElement == nullptr ? base == kNotAPath : PathItemStorage::BaseOf(*mPathElement) == base;
-}
-
-int32 PathRef::Compare(const PathRef& other, ComparePolicy policy) const
-{
-    if (mPathElement == other.mPathElement) {
+    if (a == b) {
         return 0;
     }
-    if (mPathElement == nullptr) {
+    if (a == nullptr) {
         return 1;
     }
-    if (other.mPathElement == nullptr) {
+    if (b == nullptr) {
         return -1;
     }
-    if (mPathElement->Root() != other.mPathElement->Root()) {
-        const int32 rank = BaseRank(*mPathElement);
-        const int32 otherRank = BaseRank(*other.mPathElement);
+    if (a->Root() != b->Root()) {
+        // Bases of one rank go on: a base that was replaced in the table is another element, and as good.
+        const int32 rank = BaseRank(*a);
+        const int32 otherRank = BaseRank(*b);
         if (rank != otherRank || rank == kOtherRank) {
-            const bool ordered = policy == kCompareExact || policy == kCompareLexical;
+            const bool ordered = policy == PathTypes::kCompareExact || policy == PathTypes::kCompareLexical;
             return ordered && rank > otherRank ? 1 : -1;
         }
     }
-    const int32 count = ItemCount();
-    const int32 otherCount = other.ItemCount();
+    const int32 count = a->Count();
+    const int32 otherCount = b->Count();
     if (count == 0 || otherCount == 0) {
         return count - otherCount;
     }
-    const kz::CommonPrefix common = kz::FindCommonPrefix(*mPathElement, *other.mPathElement, policy);
+    const CommonPrefix common = FindCommonPrefix(*a, *b, policy);
     if (common.err != kzErrNone || common.element == nullptr) {
         return -1;
     }
@@ -178,3 +172,5 @@ int32 PathRef::Compare(const PathRef& other, ComparePolicy policy) const
     const bool isLess = (count < otherCount && common.count == count) || common.comparison < 0;
     return isLess ? -(common.count + 1) : common.count + 1;
 }
+
+}  // namespace kz

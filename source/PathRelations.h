@@ -1,10 +1,14 @@
-// The common prefix of two paths, on which their order and the path from one to the other stand.
+// How two paths relate: equality, order, and the common prefix on which their order and the path from one to the other
+// stand. Works on elements; PathRef's members forward here. Nothing here takes a lock or allocates.
 #ifndef KZCORE_PATHRELATIONS_H
 #define KZCORE_PATHRELATIONS_H
 
+#include <string>
+
 #include "KZTypes.h"
 #include "KzErr.h"
-#include "PathRef.h"
+#include "PathItemElement.h"
+#include "PathTypes.h"
 
 namespace kz {
 
@@ -15,8 +19,16 @@ struct CommonPrefix {
     const PathItemElement* element;  // the common prefix itself
 };
 
-// Names compare by the policy. The result lives as long as the two paths' elements. No lock, no allocation.
-CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathRef::ComparePolicy policy);
+// Names compare by the policy. The result lives as long as the two paths' elements.
+CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy);
+
+// A policy outside the list is reported, once by a call, and means without case.
+bool NamesAreEqual(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy);
+int32 CompareNames(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy);
+
+// As PathRef::Equals and PathRef::Compare; null is not a path.
+bool PathsAreEqual(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy);
+int32 ComparePaths(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy);
 
 }  // namespace kz
 

@@ -1,4 +1,5 @@
-// The writers of a path's text. One driver (PathRef::ConvertToString) steps a writer through a path's components.
+// The writers of a path's text. One driver (PathText.cpp) steps a writer through a path's components. A writer knows
+// no path, only what it is told.
 #ifndef KZCORE_PATHTEXTFORMAT_H
 #define KZCORE_PATHTEXTFORMAT_H
 

@@ -3,6 +3,7 @@
 #define KZCORE_STRINGHASH_H
 
 #include <cstddef>
+#include <cstring>
 
 #include "KZTypes.h"
 
@@ -18,6 +19,21 @@ uInt32 HashOf(const unsigned char* bytes, std::size_t length, const ValueOf& val
         sum = ((sum << 4) ^ ((sum >> 20) & 0xF00)) + valueOf(bytes[i]);
     }
     return (sum ^ ((sum >> 24) & 0xF0)) & 0x0FFFFFFF;
+}
+
+// The hash of a text up to its first NUL, with each byte as `map` gives it and counted as a signed number. The map is a
+// functor rather than a function, because a call through a pointer would cost more than the hash.
+template <typename Map>
+uInt32 HashOfMappedText(const char* bytes, std::size_t length, const Map& map)
+{
+    const auto valueOf = [&map](unsigned char c) { return (uInt32{map(c)} ^ 0x80) - 0x80; };
+    return HashOf(reinterpret_cast<const unsigned char*>(bytes), strnlen(bytes, length), valueOf);
+}
+
+// The same with the bytes as they are; 0 for null.
+inline uInt32 HashOfText(const char* bytes, std::size_t length)
+{
+    return bytes != nullptr ? HashOfMappedText(bytes, length, [](unsigned char c) { return c; }) : 0;
 }
 
 }  // namespace kz

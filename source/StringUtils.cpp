@@ -46,30 +46,17 @@ void FillFromLocale(CaseTable& table, int (*mapping)(int))
     }
 }
 
-unsigned char SameByte(unsigned char c)
-{
-    return c;
-}
-
 const unsigned char* Bytes(const char* text)
 {
     return reinterpret_cast<const unsigned char*>(text);
 }
 
-// Up to the first NUL; each byte counts as a signed number.
-template <typename Map>
-uInt32 HashMapped(const char* bytes, std::size_t length, const Map& map)
-{
-    const auto valueOf = [&map](unsigned char c) { return (uInt32{map(c)} ^ 0x80) - 0x80; };
-    return kz::HashOf(Bytes(bytes), strnlen(bytes, length), valueOf);
-}
-
 uInt32 HashBytes(const char* bytes, std::size_t length, bool ignoreCase)
 {
-    if (bytes == nullptr) {
-        return 0;
+    if (bytes == nullptr || !ignoreCase) {
+        return kz::HashOfText(bytes, length);
     }
-    return ignoreCase ? HashMapped(bytes, length, gUpper) : HashMapped(bytes, length, SameByte);
+    return kz::HashOfMappedText(bytes, length, gUpper);
 }
 
 }  // namespace

@@ -111,7 +111,7 @@ TEST_F(PathCacheTest, Flushing)
     EXPECT_FALSE(Holds(mPath, "meta"));
     ASSERT_EQ(mPath.GetParentDirectory().Cache("x", new CachedInt32(1, kHour, kFree)), kzErrNone);
     {
-        const kz::ScopedLock lock(PathRef::GetCacheMutex());
+        const kz::ScopedLock lock(PathItemElement::mMutex);
         PathItemElement* const base = PathItemStorage::Standard(PathRef::kAbsolute);
         EXPECT_EQ(mPath.Element()->FlushCore(kFlushOld), 0u);
         EXPECT_EQ(base->FlushCore(kFlushSubtree), (16u + 16 + 48) + (24u + 16 + 48));
@@ -163,7 +163,7 @@ TEST_F(PathCacheTest, FlushOfAWholeTree)
         const int64 live = kz::LivePathElementCount() - before;
         EXPECT_GT(live, areHeld ? 1000 : 1);
         {
-            const kz::ScopedLock lock(PathRef::GetCacheMutex());
+            const kz::ScopedLock lock(PathItemElement::mMutex);
             PathItemElement* const base = PathItemStorage::Standard(PathRef::kAbsolute);
             EXPECT_EQ(base->FlushCore(kFlushSubtree), static_cast<uInt64>(live) * (40 + 16 + 48));
         }

@@ -11,6 +11,7 @@
 #include "FaultLoop.h"
 #include "PathCache.h"
 #include "PathTesting.h"
+#include "ScopedLock.h"
 #include "StringUtils.h"
 
 namespace {
@@ -50,6 +51,7 @@ TEST_F(PathItemElementTest, SiblingsOfOneHashAreAllFound)
     for (size_t i = 0; i < names.size(); ++i) {
         size_t index = 0;
         const int32 hash = static_cast<int32>(StringUtils::Hash(names[i], false));
+        const kz::ScopedLock lock(PathItemElement::mMutex);
         EXPECT_EQ(Base()->FindChild(names[i], hash, &index), made[i]);
         EXPECT_EQ(Base()->FindChild(made[i], &index), made[i]);
     }

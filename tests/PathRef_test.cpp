@@ -146,7 +146,7 @@ TEST_F(PathRefTest, AnElementOfNoKnownBase)
 {
     PathRef path;
     {
-        const kz::ScopedLock lock(PathRef::GetCacheMutex());
+        const kz::ScopedLock lock(PathItemElement::mMutex);
         path.AssignElement(PathItemStorage::Create("odd", 0, nullptr, 0), PathRef::kTakeReference, true);
     }
     path.Append("name");

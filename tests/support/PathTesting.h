@@ -28,6 +28,7 @@ public:
     ~RunningPaths()
     {
         EXPECT_TRUE(kz::PathTreeIsSane());
+        EXPECT_STREQ(kz::PathBlocksFault(), nullptr);
         EXPECT_EQ(PathRef::UnInit(), kzErrNone);
         KZAppInterfaceSet(nullptr);
     }
