@@ -45,6 +45,7 @@ set(KZ_PUBLIC_HEADERS
     ResFile.h
     ResFileFactory.h
     ResourceManager.h
+    ResourceTypes.h
     ServiceDependencyList.h
     ServiceObject.h
     ServiceRegistry.h

@@ -9,8 +9,8 @@
 #include "FuzzLibrary.h"
 #include "LiveCount.h"
 #include "MemoryManager.h"
-#include "ResourceFormat.h"
 #include "ResourceManager.h"
+#include "ResourceReading.h"
 
 namespace {
 

@@ -45,6 +45,7 @@
 #include "ResFile.h"
 #include "ResFileFactory.h"
 #include "ResourceManager.h"
+#include "ResourceTypes.h"
 #include "ServiceDependencyList.h"
 #include "ServiceObject.h"
 #include "ServiceRegistry.h"

@@ -1,35 +1,63 @@
+// All getters are a look-up in the reader's chain, and then one of three things: a pointer into the loaded data, a
+// handle taken out of the file, or a copy of a string. The reader itself keeps nothing of what it gave.
 #include "RFReadWrite.h"
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "Report.h"
 #include "ResFileFactory.h"
 #include "ResFileMap.h"
+#include "ResourceTypes.h"
 #include "StringPStr.h"
 
 namespace {
 
 constexpr char kModule[] = "source/RFReadWrite";
 
-constexpr _ResourceType kStringType = kz::FourCharCode("STR ");
-constexpr _ResourceType kStringListType = kz::FourCharCode("STR#");
-
-void GiveData(const Resource* resource, const void** data, int32* size)
+// The resource of an id or a name in what a reader reads from, which may be nothing.
+KzErr Find(ResChain* chain, _ResourceType type, int32 id, Resource** out)
 {
+    return chain != nullptr ? chain->RGet(type, id, out) : kzErrResNotFound;
+}
+
+KzErr Find(ResChain* chain, _ResourceType type, const unsigned char* name, Resource** out)
+{
+    return chain != nullptr ? chain->RGetNamed(type, name, out) : kzErrResNotFound;
+}
+
+// The same, and clears the outputs or fills them with where its data is.
+template <typename Key>
+KzErr FindData(ResChain* chain, _ResourceType type, Key key, const void** data, int32* size)
+{
+    Resource* resource = nullptr;
+    const KzErr err = Find(chain, type, key, &resource);
     if (data != nullptr) {
         *data = resource != nullptr ? resource->GetData() : nullptr;
     }
     if (size != nullptr) {
         *size = resource != nullptr ? resource->GetSize() : 0;
     }
+    return err;
 }
 
-// Takes a resource's handle out of its file.
-KzErr DetachFrom(Resource* resource, UHandle* handle)
+// Finds a resource and takes its handle out of the file.
+template <typename Key>
+KzErr DetachHandleOf(ResChain* chain, _ResourceType type, Key key, UHandle* handle)
 {
+    if (handle == nullptr) {
+        return kzErrArgument;
+    }
+    *handle = nullptr;
+    Resource* resource = nullptr;
+    if (const KzErr err = Find(chain, type, key, &resource)) {
+        return err;
+    }
+    // The handle is asked for first: data that is served from memory has none before, and a detached resource gives
+    // none.
     const UHandle shared = resource->GetSharedDSHandle();
     if (shared == nullptr) {
         return kzErrMemoryFull;
@@ -44,7 +72,7 @@ KzErr DetachFrom(Resource* resource, UHandle* handle)
 
 }  // namespace
 
-RFReader::RFReader(RsrcFile refnum) : mChain(kz::ResChainOfRefnum(refnum)) {}
+RFReader::RFReader(RsrcFile refnum) : mChain(kz::FileOrNull<ResChain>(refnum)) {}
 
 RFReader::~RFReader()
 {
@@ -64,6 +92,7 @@ KzErr RFReader::OpenPath(const PathRef& path, int32 mode, _FMFileType* type, _FM
 {
     ResFile* file = nullptr;
     const KzErr err = ResFileFactory::ROpenPath(path, mode, &file, type, creator);
+    // A failed opening leaves the reader with what it had.
     if (err == kzErrNone) {
         GiveUp();
         mChain = file;
@@ -94,46 +123,28 @@ ResChain* RFReader::LowLevelResChain() const
 
 KzErr RFReader::PtrToResDataInternal(_ResourceType type, int32 id, const void** data, int32* size) const
 {
-    Resource* resource = nullptr;
-    const KzErr err = mChain != nullptr ? mChain->RGet(type, id, &resource) : kzErrResNotFound;
-    GiveData(resource, data, size);
-    return err;
+    return FindData(mChain, type, id, data, size);
 }
 
 KzErr RFReader::PtrToResDataByNameInternal(_ResourceType type, const unsigned char* name, const void** data,
                                            int32* size) const
 {
-    Resource* resource = nullptr;
-    const KzErr err = mChain != nullptr ? mChain->RGetNamed(type, name, &resource) : kzErrResNotFound;
-    GiveData(resource, data, size);
-    return err;
+    return FindData(mChain, type, name, data, size);
 }
 
 KzErr RFReader::AllocDSHandle(_ResourceType type, int32 id, UHandle* handle) const
 {
-    if (handle == nullptr) {
-        return kzErrArgument;
-    }
-    *handle = nullptr;
-    Resource* resource = nullptr;
-    const KzErr err = mChain != nullptr ? mChain->RGet(type, id, &resource) : kzErrResNotFound;
-    return err != kzErrNone ? err : DetachFrom(resource, handle);
+    return DetachHandleOf(mChain, type, id, handle);
 }
 
 KzErr RFReader::AllocDSHandleByName(_ResourceType type, const unsigned char* name, UHandle* handle) const
 {
-    if (handle == nullptr) {
-        return kzErrArgument;
-    }
-    *handle = nullptr;
-    Resource* resource = nullptr;
-    const KzErr err = mChain != nullptr ? mChain->RGetNamed(type, name, &resource) : kzErrResNotFound;
-    return err != kzErrNone ? err : DetachFrom(resource, handle);
+    return DetachHandleOf(mChain, type, name, handle);
 }
 
 KzErr RFReader::GetString(int32 id, UHandle* handle) const
 {
-    return AllocDSHandle(kStringType, id, handle);
+    return AllocDSHandle(kz::kStringType, id, handle);
 }
 
 KzErr RFReader::GetPStr(int32 id, unsigned char* str) const
@@ -144,10 +155,12 @@ KzErr RFReader::GetPStr(int32 id, unsigned char* str) const
     str[0] = 0;
     const void* data = nullptr;
     int32 size = 0;
-    if (const KzErr err = PtrToResDataInternal(kStringType, id, &data, &size)) {
+    if (const KzErr err = PtrToResDataInternal(kz::kStringType, id, &data, &size)) {
         return err;
     }
-    // An empty resource gives a length of 255, of which no byte is there.
+    KZ_ASSERT(size >= 0);
+    // An empty resource gives a length of 255, of which no byte is there. The rest is cleared, because the caller takes
+    // all of it for text.
     const std::size_t length = static_cast<unsigned char>(size - 1);
     const std::size_t there = std::min<std::size_t>(length, size > 0 ? static_cast<std::size_t>(size - 1) : 0);
     str[0] = static_cast<unsigned char>(length);
@@ -168,7 +181,7 @@ KzErr RFReader::GetIndString(unsigned char* str, int32 id, int32 index) const
         return kzErrResNotFound;
     }
     const unsigned char* found = nullptr;
-    const KzErr err = mChain->RGetIndStringPtr(&found, id, index, kStringListType);
+    const KzErr err = mChain->RGetIndStringPtr(&found, id, index, kz::kStringListType);
     if (err == kzErrNone) {
         PStrCpy(str, found);
     }

@@ -1,3 +1,6 @@
+// The bodies of operations that not every kind of file has. They give kzErrNoPermission, as a file that is open
+// read-only does, because a caller can't do more about the one than about the other. Those whose harmless answer is
+// true of any file without edits give that one: nothing to write, and no id to give.
 #include "ResFile.h"
 
 #include "KzErr.h"

@@ -3,7 +3,9 @@
 #include "CfgAccess.h"
 #include "KzErr.h"
 #include "Literals.h"
-#include "ResourceFormat.h"
+#include "LoadedMap.h"
+#include "ResourceReading.h"
+#include "ResourceTypes.h"
 #include "zvresfile.h"
 
 namespace {
@@ -15,35 +17,37 @@ constexpr kz::CountedLiteral kWeakValidationToken{"UseWeakRsrcFileValidation"};
 KzErr ResFileFactory::ROpenPath(const PathRef& path, int32 mode, ResFile** out, _FMFileType* type,
                                 _FMFileCreator* creator)
 {
-    return ZVResFile::ROpenPath(path, mode, out, type, creator);
+    return ZVResFile::ROpenPath(path, {mode, out, type, creator});
 }
 
 KzErr ResFileFactory::ROpenFileref(File_t file, int32 mode, ResFile** out, _FMFileType* type, _FMFileCreator* creator)
 {
-    return ZVResFile::ROpenFileref(file, mode, out, type, creator);
+    return ZVResFile::ROpenFileref(file, {mode, out, type, creator});
 }
 
 KzErr ResFileFactory::ROpenMemFile(const unsigned char* data, unsigned long size, ResFile** out, _FMFileType* type,
                                    _FMFileCreator* creator)
 {
-    return ZVResFile::ROpenMemFile(data, size, out, type, creator);
+    return ZVResFile::ROpenMemFile(data, size, {kRsrcReadOnly, out, type, creator});
 }
 
 KzErr ResFileFactory::ROpenMemFile(UHandle handle, int32 mode, ResFile** out, _FMFileType* type,
                                    _FMFileCreator* creator)
 {
-    return ZVResFile::ROpenMemFile(handle, mode, out, type, creator);
+    return ZVResFile::ROpenMemFile(handle, {mode, out, type, creator});
 }
 
 KzErr ResFileFactory::RGetIndInfo(const ResFile* file, _ResourceType type, int32 index, int32* id, int32* attrs,
                                   unsigned char* name)
 {
+    // Only this kind has a map to look into. Another one is an answer, not a mistake: the NULLResFile comes here too.
     const ZVResFile* known = dynamic_cast<const ZVResFile*>(file);
     return known != nullptr ? known->RGetIndInfo(type, index, id, attrs, name) : kzErrResFileNotOpen;
 }
 
 KzErr ResFileFactory::InitResourceMgr()
 {
+    // The token is read once, because files opened by different rules in one run would be hard to tell apart.
     int32 weak = 0;
     CfgGetDefault(kz::FourCharCode("Bool"), kWeakValidationToken.text, &weak);
     kz::SetWeakRsrcFileValidation(weak != 0);

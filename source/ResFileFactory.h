@@ -1,4 +1,5 @@
-// Makes the objects behind the resource interfaces (ResFile.h): the only way to the concrete classes.
+// Makes the objects behind the resource interfaces (ResFile.h): the only way to the concrete classes, which no header
+// of hosts declares.
 #ifndef KZCORE_RESFILEFACTORY_H
 #define KZCORE_RESFILEFACTORY_H
 
@@ -26,7 +27,8 @@ public:
     static KzErr RGetIndInfo(const ResFile* file, _ResourceType type, int32 index, int32* id, int32* attrs,
                              unsigned char* name);
 
-    // Makes the lock of all resource files and reads the configuration; the second undoes it. One thread.
+    // Makes the lock of all resource files and reads the configuration; the second undoes it. One thread, while no file
+    // is open: for the resource manager, which calls them as it starts and stops. Codes of ThMutexCreate.
     static KzErr InitResourceMgr();
     static void UninitResourceMgr();
 };

@@ -1,33 +1,33 @@
+// A refnum is made before its file is opened and removed before its file is deleted, so a look-up finds either a living
+// object or none. A record is a small block of its own, because a jar holds one pointer a cookie.
+//
+// The two NULL objects stand for what is not there, so that callers need no test. They have no state, need no memory
+// and are never destroyed, because calls may come before a start and after a stop.
 #include "ResFileMap.h"
 
 #include <new>
 
+#include "KzAssert.h"
+#include "NeverDestroyed.h"
 #include "Report.h"
 
 namespace {
 
 constexpr char kModule[] = "source/ResFileMap";
 
-// The one object of its class: needs no memory, as it answers in calls that can't fail for lack of it, and is never
-// destroyed, as calls may come after a stop.
-template <typename T>
-T* Immortal()
-{
-    alignas(T) static unsigned char place[sizeof(T)];
-    static T* const instance = new (place) T;
-    return instance;
-}
+constinit kz::NeverDestroyed<NULLResFile> gNullResFile;
+constinit kz::NeverDestroyed<NULLResource> gNullResource;
 
 }  // namespace
 
 NULLResFile* NULLResFile::Instance()
 {
-    return Immortal<NULLResFile>();
+    return &*gNullResFile;
 }
 
 NULLResource* NULLResource::Instance()
 {
-    return Immortal<NULLResource>();
+    return &*gNullResource;
 }
 
 KzErr NULLResource::RRelease()
@@ -42,6 +42,7 @@ ResFileMap::~ResFileMap()
     if (GetNumCookies(&count) != kzErrNone) {
         KZ_REPORT(kDbgWarning, 0x9D03B65F) << "ResFileMap::~ResFileMap. Bad Cookie Jar()";
     }
+    // Their objects stay open, because a caller may still hold them as objects; only the records go.
     if (count != 0) {
         KZ_REPORT(kDbgWarning, 0x587CA1E4) << "The Resource Manager is being shut down with open files!";
     }
@@ -53,6 +54,7 @@ ResFileMap::~ResFileMap()
 
 RsrcFile ResFileMap::Record(ResClassStorage::Kind kind, ResChain* object)
 {
+    KZ_ASSERT(kind == ResClassStorage::kFile || object != nullptr);
     ResClassStorage* storage = new (std::nothrow) ResClassStorage{kind, object};
     if (storage == nullptr) {
         return 0;
@@ -72,7 +74,9 @@ ResClassStorage* ResFileMap::Find(RsrcFile refnum) const
 
 void ResFileMap::SetResFile(RsrcFile refnum, ResFile* file)
 {
+    KZ_ASSERT(file != nullptr);
     if (ResClassStorage* storage = Find(refnum)) {
+        KZ_ASSERT(storage->kind == ResClassStorage::kFile && storage->object == nullptr);
         storage->object = file;
     }
 }
@@ -118,10 +122,29 @@ Resource* ResFileMap::GetResourceNoCache(UHandle handle) const
     if (handle == nullptr) {
         return nullptr;
     }
+    // An object that is being opened has no resources: its NULLResFile gives a code.
     Resource* resource = nullptr;
     for (RsrcFile refnum = kz::NextCookie(GetJar(), 0); refnum != 0; refnum = kz::NextCookie(GetJar(), refnum)) {
         if (GetResBase(refnum)->GetResourceForHandle(handle, &resource) == kzErrNone) {
             return resource;
+        }
+    }
+    return nullptr;
+}
+
+const char* ResFileMap::Fault() const
+{
+    if (const char* fault = kz::CookieJarFault(GetJar())) {
+        return fault;
+    }
+    for (RsrcFile refnum = kz::NextCookie(GetJar(), 0); refnum != 0; refnum = kz::NextCookie(GetJar(), refnum)) {
+        const ResClassStorage* storage = Find(refnum);
+        if (storage == nullptr) {
+            return "a refnum has no record";
+        }
+        const bool isFile = dynamic_cast<const ResFile*>(storage->object) != nullptr;
+        if (storage->object != nullptr && isFile != (storage->kind == ResClassStorage::kFile)) {
+            return "the record of a refnum tells a wrong kind";
         }
     }
     return nullptr;

@@ -2,12 +2,15 @@
 #ifndef KZCORE_RESFILEMAP_H
 #define KZCORE_RESFILEMAP_H
 
+#include <type_traits>
+
 #include "CookieManager.h"
 #include "KZTypes.h"
 #include "KzErr.h"
 #include "ResFile.h"
 
-// Answers for an unknown refnum: every operation gives kzErrResFileNotOpen, but the three that no file need have.
+// Answers for an unknown refnum: every operation gives kzErrResFileNotOpen, but the three that no file need have. No
+// output is touched. Any thread, at any time.
 class NULLResFile final : public ResFile {
 public:
     static NULLResFile* Instance();
@@ -38,7 +41,7 @@ public:
     KzErr RSetFileAttrs(int32) override { return kzErrResFileNotOpen; }
 };
 
-// Answers for an unknown handle: kzErrResNotFound, and no data.
+// Answers for an unknown handle: kzErrResNotFound, and no data. It is nobody's to delete. Any thread, at any time.
 class NULLResource final : public Resource {
 public:
     static NULLResource* Instance();
@@ -62,20 +65,23 @@ public:
 struct ResClassStorage {
     enum Kind : int32 { kChain = 0, kFile = 1 };
 
-    Kind kind;
-    ResChain* object;  // null while a file is being opened
+    Kind kind;         // of the object: a ResFile for kFile
+    ResChain* object;  // not owned; null while a file is being opened
 };
 
-// The jar of all refnums. It owns no object; a refnum is removed before its object is deleted. Any thread.
+// The jar of all refnums. It owns no object; a refnum is removed before its object is deleted. Any thread, but an
+// object may only be used while no other thread removes and deletes it.
 class ResFileMap final : public CookieJar<ResClassStorage*> {
 public:
     ResFileMap() = default;
     // Reports refnums that are left; their objects stay as they are.
     ~ResFileMap() override;
 
-    // A new refnum for an object, or 0 when memory is full. A null file is recorded too: SetResFile completes it.
+    // A new refnum for an object, or 0 when memory is full. A null file is recorded too, and found by no look-up:
+    // SetResFile completes it.
     RsrcFile RecordResFile(ResFile* file) { return Record(ResClassStorage::kFile, file); }
     RsrcFile RecordResChain(ResChain* chain) { return Record(ResClassStorage::kChain, chain); }
+    // Gives the object of a refnum that RecordResFile(nullptr) made; an unknown refnum does nothing.
     void SetResFile(RsrcFile refnum, ResFile* file);
 
     // Ends a refnum and gives its object, or null for an unknown one.
@@ -88,8 +94,11 @@ public:
     ResFile* GetResFilePtr(RsrcFile refnum) const;
     ResFile* GetResFile(RsrcFile refnum) const;
 
-    // The resource that a handle belongs to, or null: asks one object after the other.
+    // The resource that a handle belongs to, or null: asks one object after the other, and takes the first that knows.
     Resource* GetResourceNoCache(UHandle handle) const;
+
+    // What is wrong with the jar or a record, or null. For a thread that knows that no other one changes refnums.
+    const char* Fault() const;
 
 private:
     RsrcFile Record(ResClassStorage::Kind kind, ResChain* object);
@@ -101,10 +110,29 @@ namespace kz {
 // The one of the process; null while the resource manager does not run. Set while it starts and stops.
 inline constinit ResFileMap* gResFileMap = nullptr;
 
-// GetResFileBase of that map, null without one.
-inline ResChain* ResChainOfRefnum(RsrcFile refnum)
+// The two look-ups of a refnum, also while the resource manager does not run, when every refnum is unknown. `Kind` is
+// what the caller can work with: ResFile for files alone, ResChain for files and chains.
+//
+// The object of a refnum, or null.
+template <typename Kind>
+Kind* FileOrNull(RsrcFile refnum)
 {
-    return gResFileMap != nullptr ? gResFileMap->GetResFileBase(refnum) : nullptr;
+    if (gResFileMap == nullptr) {
+        return nullptr;
+    }
+    if constexpr (std::is_same_v<Kind, ResFile>) {
+        return gResFileMap->GetResFilePtr(refnum);
+    } else {
+        return gResFileMap->GetResFileBase(refnum);
+    }
+}
+
+// The object of a refnum, or the NULLResFile, so that any operation can be called on it.
+template <typename Kind>
+Kind* FileOrNone(RsrcFile refnum)
+{
+    Kind* object = FileOrNull<Kind>(refnum);
+    return object != nullptr ? object : NULLResFile::Instance();
 }
 
 }  // namespace kz

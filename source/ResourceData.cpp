@@ -1,3 +1,5 @@
+// A resource's bytes are given away in two steps: the caller takes the shared handle, then ReleaseData forgets it here.
+// A MappedResource has no handle before one is asked for, so a release without that question gives nothing away.
 #include "ResourceData.h"
 
 #include "MemoryManager.h"
@@ -41,6 +43,7 @@ UHandle MappedResource::GetSharedDSHandle() const
         return nullptr;
     }
     MoveBlock(mData, *made, static_cast<unsigned long>(mSize));
+    // Another thread may have made its copy meanwhile. Only one may be shared, because handles are compared by address.
     if (mShared.compare_exchange_strong(shared, made, std::memory_order_acq_rel)) {
         return made;
     }

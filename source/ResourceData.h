@@ -5,15 +5,19 @@
 #include <atomic>
 
 #include "KZTypes.h"
+#include "KzAssert.h"
 
-// The slots stand in this order, the destructor pair first. Any thread may read; ReleaseData is the owner's.
+// The slots stand in this order, the destructor pair first. Any thread may read; ReleaseData and the destructor are
+// the owner's, while no thread reads.
 class ResourceData {
 public:
     virtual ~ResourceData();
 
     // Forgets the bytes, and a handle given out, which the caller of GetSharedDSHandle then owns.
     virtual void ReleaseData() = 0;
+    // Bytes; 0 once they are forgotten.
     virtual int32 GetSize() const = 0;
+    // The bytes, valid until ReleaseData; null once they are forgotten.
     virtual const unsigned char* GetDataPtr() const = 0;
     // A handle with the bytes, owned here; the same each time. Null when there is none or memory is full.
     virtual UHandle GetSharedDSHandle() const = 0;
@@ -21,7 +25,7 @@ public:
     virtual bool ContainsHandle(UHandle handle) const = 0;
 };
 
-// Owns a handle and disposes it.
+// Owns a handle, which it shares as it is, and disposes it.
 class DSHandleResource final : public ResourceData {
 public:
     explicit DSHandleResource(UHandle handle) : mHandle(handle) {}
@@ -34,14 +38,14 @@ public:
     bool ContainsHandle(UHandle handle) const override { return handle != nullptr && handle == mHandle; }
 
 private:
-    UHandle mHandle;
+    UHandle mHandle;  // null once forgotten
 };
 
-// Bytes that stay where they are; copied into a handle only when one is asked for.
+// Bytes that stay where they are and belong to somebody else; copied into a handle only when one is asked for.
 class MappedResource final : public ResourceData {
 public:
-    // `data` must stay valid and unchanged as long as this object uses it.
-    MappedResource(const unsigned char* data, int32 size) : mData(data), mSize(size) {}
+    // `data` must stay valid and unchanged as long as this object uses it. Requires: size >= 0.
+    MappedResource(const unsigned char* data, int32 size) : mData(data), mSize(size) { KZ_ASSERT(size >= 0); }
     ~MappedResource() override;
 
     void ReleaseData() override;
@@ -53,7 +57,8 @@ public:
 private:
     const unsigned char* mData;
     int32 mSize;
-    // Two threads may ask for the first copy at once: the one that stores it wins, acquire and release order its bytes.
+    // The copy that was shared, owned; null before. It is atomic because two threads may ask for the first one at once:
+    // the one that stores it wins, and acquire and release order its bytes.
     mutable std::atomic<UHandle> mShared{nullptr};
 };
 

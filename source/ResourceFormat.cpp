@@ -1,18 +1,21 @@
-// Both validators look at one rule after the other in the documented order, one `return` a rule: the number tells which
-// rule a file breaks. Numbers of the file are compared as 64-bit values, so that no sum of two of them can wrap.
+// Numbers of a file are compared as 64-bit values, because no sum or product of two 32-bit ones can wrap there.
+//
+// Every record is swapped in place, just before its first use and exactly once. A second swap would turn a number that
+// was checked back into one that was not, so no two records may overlap: several rules below are for that alone.
+//
+// Both validators try one rule after the other in the documented order, one `return` a rule, because the number is all
+// that tells which rule a file breaks. Each rule says what a file made on purpose could do past it. Blocks of data are
+// not looked at, because reading them all would cost more than opening: a block's length is compared with the data
+// section when it is loaded.
 #include "ResourceFormat.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <vector>
 
 #include "ByteOrder.h"
-#include "FileManager.h"
+#include "KzAssert.h"
 #include "Report.h"
-#include "SortSearch.h"
-#include "ZVResfileIO.h"
-#include "zvexcept.h"
 
 namespace {
 
@@ -22,11 +25,6 @@ constexpr unsigned char kMagic[4] = {'R', 'S', 'R', 'C'};
 constexpr unsigned char kFormatMark[2] = {'\r', '\n'};
 constexpr uInt32 kLegalMapAttrs = 0xE0;
 constexpr uInt32 kLegalAttrs = 0x3E;
-constexpr int32 kTrailerSize = 4;           // the offset at the end of a file that a resource file was appended to
-constexpr uInt32 kMostOffset = 0xFFFFFFFF;  // outside every file, and negative to the validator
-
-// Set while the resource manager starts, read by every open; it hangs together with nothing else.
-constinit std::atomic<bool> gWeakValidation{false};
 
 // Swaps a field through its address, as a packed field can't be bound to a reference.
 template <typename T>
@@ -61,7 +59,8 @@ void SwapEntry(RsrcList* entry)
     SwapAt<uInt32>(Bytes(entry) + offsetof(RsrcList, dataOffset));
 }
 
-// One pass over a map as read from a file.
+// One pass over a map as read from a file, whose copy of the header is in host order and agrees with the file's. The
+// space between the TypeMap and the names is taken as slots of one entry each; every slot must belong to one list.
 class MapValidator {
 public:
     MapValidator(RsrcMap* map, const RsrcHeader& header)
@@ -82,9 +81,12 @@ public:
                 return result;
             }
         }
+        // Some entries would belong to no list, so that nothing has swapped or checked them.
         if (mTotal != mSlots) {
             return 23;
         }
+        // No file gets here: as many entries as slots, none of which is taken twice (18), leave no slot free. The rule
+        // holds the other two to it.
         for (const bool taken : mTaken) {
             if (!taken) {
                 return 24;
@@ -97,17 +99,22 @@ private:
     unsigned char* TypeMapBytes() const { return Bytes(mMap) + mMap->typeMapOffset; }
     TypeList* FirstTypeList() const { return reinterpret_cast<TypeList*>(TypeMapBytes() + sizeof(TypeMap)); }
 
+    // Finds the space for the TypeMap and the entries.
     int32 CheckHead()
     {
         SwapMapHead(mMap);
         const int64 typeMapOffset = mMap->typeMapOffset;
         const int64 nameTableOffset = mMap->nameTableOffset;
+        // A bit whose meaning is not known can't be kept true when the file changes.
         if ((mMap->fileAttrs & ~kLegalMapAttrs) != 0) {
             return 8;
         }
+        // The TypeMap could lie over the head, which would be swapped again, or outside the block.
         if (typeMapOffset < kz::kMapHeadSize || typeMapOffset > mMapSize - static_cast<int64>(sizeof(TypeMap))) {
             return 11;
         }
+        // The names could lie over what is swapped, so that a name's length changes after it was checked, or outside
+        // the block. What comes before them is made of 32-bit words, so that they can't start between two of these.
         constexpr int64 kOneOfEach = sizeof(TypeMap) + sizeof(TypeList) + sizeof(RsrcList);
         if (nameTableOffset != 0 &&
             (nameTableOffset < typeMapOffset + kOneOfEach || nameTableOffset > mMapSize || nameTableOffset % 4 != 0)) {
@@ -118,18 +125,23 @@ private:
         return 0;
     }
 
+    // Divides that space into TypeMap and slots.
     int32 CheckTypeMap()
     {
+        KZ_ASSERT(mSpace >= static_cast<int64>(sizeof(TypeMap)));
         SwapAt<uInt32>(TypeMapBytes());
         mTypes = int64{kz::LoadNative<int32>(TypeMapBytes())} + 1;
+        // The walk over the types could run out of the block.
         constexpr int64 kLeastPerType = sizeof(TypeList) + sizeof(RsrcList);
         if (mTypes < 1 || kLeastPerType * mTypes >= mMapSize) {
             return 13;
         }
         mTypeMapSize = static_cast<int64>(sizeof(TypeList)) * mTypes + static_cast<int64>(sizeof(TypeMap));
+        // The types could run on into the names, or leave no space for an entry.
         if (mSpace <= mTypeMapSize) {
             return 14;
         }
+        // The entries could not fill the space, so that some of it would belong to nothing that is checked.
         if ((mSpace - mTypeMapSize) % kEntrySize != 0) {
             return 15;
         }
@@ -138,15 +150,20 @@ private:
         return 0;
     }
 
+    // Takes the slots of one type's list.
     int32 CheckList(TypeList* list)
     {
+        KZ_ASSERT(mTotal <= mSlots);
         SwapTypeList(list);
         const int64 count = int64{list->lastRsrcIndex} + 1;
         const int64 offset = list->listOffset;
+        // A list could end outside the space, or be empty: a type that is counted, but of which nothing is found.
         if (count < 1 || count > mSlots || mTotal + count > mSlots) {
             return 16;
         }
         mTotal += count;
+        // A list could start in the TypeMap or outside the space, or in the middle of another one's entry, half of
+        // which would then be swapped again.
         if (offset % 4 != 0 || offset < mTypeMapSize || offset > mSpace - kEntrySize ||
             (offset - mTypeMapSize) % kEntrySize != 0) {
             return 17;
@@ -154,7 +171,8 @@ private:
         const int64 first = (offset - mTypeMapSize) / kEntrySize;
         RsrcList* entry = reinterpret_cast<RsrcList*>(TypeMapBytes() + offset);
         for (int64 slot = first; slot < first + count; ++slot, ++entry) {
-            // A list that starts inside the space can still end outside it.
+            // An entry of two lists would be swapped again, and so lose the checks that it passed; in memory it would
+            // hold one resource under two types. A list that starts inside the space can still end in the names.
             if (slot >= mSlots || mTaken[static_cast<std::size_t>(slot)]) {
                 return 18;
             }
@@ -169,19 +187,26 @@ private:
     int32 CheckEntry(RsrcList* entry) const
     {
         SwapEntry(entry);
+        // As for the map's bits: what is not known can't be kept true.
         if ((entry->attrs & ~kLegalAttrs) != 0) {
             return 19;
         }
         const int64 name = entry->nameOffset;
         if (name != -1) {
+            // The length byte could lie outside the block, or before the names in an entry, which changes when its
+            // resource is loaded. At least one byte follows it, so that it can't be the last one.
             if (mMap->nameTableOffset == 0 || name < 0 || name > mNameTableSize - 2) {
                 return 20;
             }
+            // The text could run out of the block. No name of the format has 0 bytes, because that is stored as -1, or
+            // 255.
             const int64 length = Bytes(mMap)[mMap->nameTableOffset + name];
             if (length == 0 || length == 255 || name + 1 + length > mNameTableSize) {
                 return 21;
             }
         }
+        // The block could lie in the map or outside the file, or between two blocks. A negative offset would also pass
+        // a comparison as a signed number.
         const int64 data = static_cast<int32>(entry->dataOffset);
         if (data % 4 != 0 || data < 0 || data > mDataSize - kz::kBlockHeadSize) {
             return 22;
@@ -204,24 +229,29 @@ private:
 };
 
 // Swaps the TypeMap and all lists of a map whose head is done. Whatever the counts say, it stays between the TypeMap's
-// start and `room` bytes behind it, and no list touches the TypeMap itself, so that what was checked stays true.
+// start and `room` bytes behind it, and no list touches the TypeMap itself, so that what was checked stays true. Lists
+// may still overlap one another or the names, which makes their content wrong, but no read leave the map.
 KzErr SwapLists(unsigned char* typeMap, int64 room, ResourceFormat::Direction direction)
 {
+    KZ_ASSERT(room >= static_cast<int64>(sizeof(TypeMap)));
     const bool toNative = direction == ResourceFormat::toNative;
     const int64 types = int64{toNative ? kz::LoadBig<int32>(typeMap) : kz::LoadNative<int32>(typeMap)} + 1;
     const int64 typeMapSize = static_cast<int64>(sizeof(TypeList)) * types + static_cast<int64>(sizeof(TypeMap));
+    // The walk over the types could leave the map.
     if (types < 0 || typeMapSize > room) {
         return kzErrIO;
     }
     SwapAt<uInt32>(typeMap);
     TypeList* list = reinterpret_cast<TypeList*>(typeMap + sizeof(TypeMap));
     for (int64 i = 0; i < types; ++i, ++list) {
+        // The counts are needed in host order whichever way the conversion runs, so a copy is swapped ahead.
         TypeList native = *list;
         if (toNative) {
             SwapTypeList(&native);
         }
         const int64 count = std::max<int64>(int64{native.lastRsrcIndex} + 1, 0);
         const int64 offset = native.listOffset;
+        // The list could lie over the TypeMap, whose counts were tested above, or leave the map.
         if (offset < typeMapSize || offset + count * static_cast<int64>(sizeof(RsrcList)) > room) {
             return kzErrIO;
         }
@@ -234,68 +264,12 @@ KzErr SwapLists(unsigned char* typeMap, int64 room, ResourceFormat::Direction di
     return kzErrNone;
 }
 
-int32 RsrcIDCompare(const void* a, const void* b)
-{
-    const int32 left = static_cast<const RsrcList*>(a)->id;
-    const int32 right = static_cast<const RsrcList*>(b)->id;
-    return left < right ? -1 : left > right;
-}
-
-uInt32 ShiftedOffset(uInt32 offset, int32 shift)
-{
-    const int64 sum = int64{offset} + shift;
-    return sum > kMostOffset ? kMostOffset : static_cast<uInt32>(sum);
-}
-
-// Moves a read-only source to the header that its last four bytes point to.
-KzErr SeekToTrailingHeader(ZVResfileIO* io, int32* shift)
-{
-    unsigned char trailer[kTrailerSize];
-    KzErr err = io->Seek(-kTrailerSize, kFMFromEnd);
-    if (err == kzErrNone) {
-        err = io->Read(kTrailerSize, nullptr, trailer);
-    }
-    if (err != kzErrNone) {
-        return err;
-    }
-    const int32 offset = kz::LoadBig<int32>(trailer);
-    if (io->Seek(offset, kFMFromStart) != kzErrNone) {
-        return kzErrResFileNotOpen;
-    }
-    *shift = offset;
-    return kzErrNone;
-}
-
-// Reads a header that is a resource file's, at the start or at the end.
-KzErr FindRsrcHeader(ZVResfileIO* io, RsrcHeader* header, int32* shift)
-{
-    *shift = 0;
-    KzErr err = io->Seek(0, kFMFromStart);
-    if (err == kzErrNone) {
-        err = header->ReadFromIO(io);
-    }
-    if (err != kzErrNone || header->ValidMagicAndVersion()) {
-        return err;
-    }
-    if (!io->IsReadOnly()) {
-        return kzErrResFileNotOpen;
-    }
-    err = SeekToTrailingHeader(io, shift);
-    if (err == kzErrNone) {
-        err = header->ReadFromIO(io);
-    }
-    if (err == kzErrNone && !header->ValidMagicAndVersion()) {
-        err = kzErrResFileNotOpen;
-    }
-    return err;
-}
-
 }  // namespace
 
 void RsrcHeader::InitEmptyHeader(_FMFileCreator creator, _FMFileType type)
 {
     std::memcpy(magic, kMagic, sizeof kMagic);
-    std::memcpy(formatMark, kFormatMark, sizeof kFormatMark);
+    kz::SetFormatMark(this);
     version = kz::kFormatVersion;
     fileType = type;
     fileCreator = creator;
@@ -323,16 +297,6 @@ void RsrcHeader::Endianize(ResourceFormat::Direction /*direction*/)
     dataSize = kz::ReverseBytes(dataSize);
 }
 
-KzErr RsrcHeader::ReadFromIO(ZVResfileIO* io)
-{
-    const KzErr err = io->Read(sizeof(RsrcHeader), nullptr, this);
-    if (err != kzErrNone) {
-        return err == kzErrResFileNotOpen ? kzErrEndOfFile : err;
-    }
-    Endianize(ResourceFormat::toNative);
-    return kzErrNone;
-}
-
 int32 RsrcHeader::MeetsMinimalSanity(int32 fileSize) const
 {
     const int64 size = fileSize;
@@ -340,30 +304,39 @@ int32 RsrcHeader::MeetsMinimalSanity(int32 fileSize) const
     const int64 dataBytes = static_cast<int32>(dataSize);
     const int64 mapStart = static_cast<int32>(mapOffset);
     const int64 mapBytes = static_cast<int32>(mapSize);
+    // Any file of 32 bytes or more could have its text taken for offsets.
     if (!ValidMagicAndVersion()) {
         return 1;
     }
+    // Blocks could lie in the header, or all of them outside the file.
     if (dataStart < static_cast<int64>(sizeof(RsrcHeader)) || dataStart > size) {
         return 4;
     }
+    // Blocks could run out of the file, because each is held within this size when it is loaded. All are padded to
+    // multiples of 4, so that another size would cut the last one.
     if (dataBytes < 0 || dataBytes > size || dataStart + dataBytes > size || dataBytes % 4 != 0) {
         return 5;
     }
+    // The map would be read from outside the file.
     if (mapStart < 0 || mapStart > size) {
         return 2;
     }
+    // The map would run out of the file, and 2 GB of memory be asked for it on the word of 32 bytes.
     if (mapBytes < 0 || mapBytes > size || mapStart + mapBytes > size) {
         return 3;
     }
     if (mapBytes == 0 && dataBytes == 0) {
         return 0;
     }
+    // Data without a map belongs to no resource, and every entry of a map needs a length word in the data.
     if (mapBytes == 0 || dataBytes == 0) {
         return 6;
     }
-    if (mapBytes < kz::kSmallestMapSize || mapBytes > size - mapStart) {
+    // The map has no room for one type and one entry, so that every count in it would be wrong.
+    if (mapBytes < kz::kSmallestMapSize) {
         return 3;
     }
+    // The map could lie in the data, as a resource that its own entries describe.
     if (dataStart + dataBytes != mapStart) {
         return 10;
     }
@@ -372,6 +345,9 @@ int32 RsrcHeader::MeetsMinimalSanity(int32 fileSize) const
 
 KzErr ResourceFormat::VerifyRsrcHeaderAgreement(const RsrcHeader& header, RsrcMap* map)
 {
+    KZ_ASSERT(map != nullptr);
+    // Walks are held within the copy's mapSize, while the block was made by the file's: a larger one in the copy would
+    // lead them out of the block.
     const RsrcHeader& copy = map->header;
     const bool agree = std::memcmp(copy.magic, header.magic, sizeof header.magic) == 0 &&
                        std::memcmp(copy.formatMark, header.formatMark, sizeof header.formatMark) == 0 &&
@@ -387,6 +363,7 @@ KzErr ResourceFormat::VerifyRsrcHeaderAgreement(const RsrcHeader& header, RsrcMa
 
 KzErr ResourceFormat::StandardizeRsrcMap(RsrcMap* map, Direction direction, const RsrcHeader* header)
 {
+    KZ_ASSERT(map != nullptr);
     // Toward the file the offsets are read before they are swapped, toward native after it.
     TypeMap* types = direction == toFile ? kz::GetTypeMap(map) : nullptr;
     int64 room = types != nullptr ? int64{map->header.mapSize} - map->typeMapOffset : 0;
@@ -399,6 +376,7 @@ KzErr ResourceFormat::StandardizeRsrcMap(RsrcMap* map, Direction direction, cons
     SwapMapHead(map);
     if (direction == toNative) {
         const uInt32 mapSize = map->header.mapSize;
+        // The TypeMap or the names would lie outside the map.
         if (header != nullptr && (map->typeMapOffset > mapSize || map->nameTableOffset > mapSize)) {
             return kzErrIO;
         }
@@ -410,168 +388,35 @@ KzErr ResourceFormat::StandardizeRsrcMap(RsrcMap* map, Direction direction, cons
 
 int32 ResourceFormat::NativizeAndValidateRsrcMap(RsrcMap* map, const RsrcHeader& header)
 {
+    KZ_ASSERT(map != nullptr);
+    // A map of some other format would be read by the records of this one.
     if (!header.ValidMagicAndVersion()) {
         return 1;
     }
     map->header.Endianize(toNative);
+    // The sizes that were checked could differ from those that the map is walked by.
     if (VerifyRsrcHeaderAgreement(header, map) != kzErrNone) {
         return 7;
     }
     return MapValidator(map, header).Run();
 }
 
-KzErr ResourceFormat::ReadRsrcHeader(ZVResfileIO* io, RsrcHeader* header, int32* shift)
-{
-    if (io == nullptr || header == nullptr || shift == nullptr) {
-        KZ_REPORT(kDbgWarning, 0xB3F20E57) << "ZVResFile::ReadRsrcHeader, Bad Argument";
-        return kzErrArgument;
-    }
-    if (const KzErr err = FindRsrcHeader(io, header, shift)) {
-        return err;
-    }
-    if (header->version > kz::kFormatVersion) {
-        return kzErrResFileVersion;
-    }
-    header->mapOffset = ShiftedOffset(header->mapOffset, *shift);
-    header->dataOffset = ShiftedOffset(header->dataOffset, *shift);
-    if (kz::WeakRsrcFileValidation()) {
-        return kzErrNone;
-    }
-    const int32 fileSize = io->GetFileSize();
-    if (fileSize == 0) {
-        KZ_REPORT(kDbgWarning, 0x2E8A61D9) << "";
-    }
-    if (const int32 result = header->MeetsMinimalSanity(fileSize)) {
-        KZ_REPORT(kDbgWarning, 0x95C04B1E) << "ZVResFile::ReadRsrcHeader: header validationErr=" << result;
-        return kzErrGeneric;
-    }
-    return kzErrNone;
-}
-
-KzErr ResourceFormat::RGetFileType(const PathRef& path, _FMFileType* type, _FMFileCreator* creator)
-{
-    if (type != nullptr) {
-        *type = 0;
-    }
-    if (creator != nullptr) {
-        *creator = 0;
-    }
-    return kz::ErrOf(kModule, __LINE__, [&] {
-        ZVResfileIO io;
-        RsrcHeader header;
-        int32 shift = 0;
-        KzErr err = io.Open(path, kFMReadOnly, kFMDenyNone);
-        if (err == kzErrNone) {
-            err = ReadRsrcHeader(&io, &header, &shift);
-        }
-        if (err != kzErrNone) {
-            return err;
-        }
-        if (type != nullptr) {
-            *type = header.fileType;
-        }
-        if (creator != nullptr) {
-            *creator = header.fileCreator;
-        }
-        return err;
-    });
-}
-
 namespace kz {
-
-bool WeakRsrcFileValidation()
-{
-    return gWeakValidation.load(std::memory_order_relaxed);
-}
-
-void SetWeakRsrcFileValidation(bool weak)
-{
-    gWeakValidation.store(weak, std::memory_order_relaxed);
-}
 
 TypeMap* GetTypeMap(RsrcMap* map)
 {
     const uInt32 mapSize = map->header.mapSize;
     const uInt32 offset = map->typeMapOffset;
+    // A map that was read weakly may have its TypeMap anywhere.
     if (mapSize < kSmallestTypeMapSize || offset < kMapHeadSize || int64{offset} + int64{sizeof(TypeMap)} > mapSize) {
         return nullptr;
     }
     return reinterpret_cast<TypeMap*>(Bytes(map) + offset);
 }
 
-int32 TypeCount(RsrcMap* map)
+void SetFormatMark(RsrcHeader* header)
 {
-    const TypeMap* types = GetTypeMap(map);
-    return types == nullptr ? 0 : static_cast<int32>(types->lastTypeIndex + 1);
-}
-
-TypeList* FindTypeList(RsrcMap* map, _ResourceType type)
-{
-    TypeMap* types = GetTypeMap(map);
-    if (types == nullptr) {
-        return nullptr;
-    }
-    TypeList* const first = FirstType(types);
-    for (TypeList* list = first + TypeCount(map); list-- != first;) {
-        if (list->type == type) {
-            return list;
-        }
-    }
-    return nullptr;
-}
-
-RsrcList* SearchID(RsrcList* list, int32 count, int32 id)
-{
-    // The steps depend on the count alone, so the processor predicts them; a callback a step would cost more than all
-    // the rest of a look-up.
-    RsrcList* const end = list + count;
-    while (count > 0) {
-        const int32 half = count / 2;
-        const bool after = list[half].id < id;
-        list = after ? list + half + 1 : list;
-        count = after ? count - half - 1 : half;
-    }
-    return list != end && list->id == id ? list : nullptr;
-}
-
-const unsigned char* EntryName(const RsrcMap* map, const RsrcList& entry)
-{
-    if (map->nameTableOffset == 0 || entry.nameOffset < 0) {
-        return nullptr;
-    }
-    // A map that was read weakly may lead outside itself.
-    const int64 mapSize = map->header.mapSize;
-    const int64 offset = int64{map->nameTableOffset} + entry.nameOffset;
-    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(map);
-    if (offset >= mapSize || offset + 1 + bytes[offset] > mapSize) {
-        return nullptr;
-    }
-    return bytes + offset;
-}
-
-bool RIsSorted(const RsrcList* list, int32 count)
-{
-    for (int32 i = 1; i < count; ++i) {
-        if (list[i].id < list[i - 1].id) {
-            return false;
-        }
-    }
-    return true;
-}
-
-void SortRsrcIDs(RsrcMap* map)
-{
-    TypeMap* types = GetTypeMap(map);
-    if (types == nullptr) {
-        return;
-    }
-    const TypeList* list = FirstType(types);
-    for (int32 i = TypeCount(map); i > 0; --i, ++list) {
-        RsrcList* entries = FirstEntry(types, *list);
-        if (!RIsSorted(entries, EntryCount(*list))) {
-            QSort(entries, EntryCount(*list), sizeof(RsrcList), &RsrcIDCompare);
-        }
-    }
+    std::memcpy(header->formatMark, kFormatMark, sizeof kFormatMark);
 }
 
 }  // namespace kz

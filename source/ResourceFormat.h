@@ -1,5 +1,12 @@
 // The stored form of a resource file (docs/resource-file.md): its records, the conversion between file and host byte
-// order, and the two validators, to which every file is untrusted input.
+// order, and the two validators, to which every file is untrusted input. All of it works on memory and asks no source.
+//
+//     header     32 bytes; says where the other two parts are
+//     data       blocks: a 32-bit length, that many bytes, zeros up to a multiple of 4
+//     map        RsrcMap (a second copy of the header in it), TypeMap, TypeList..., RsrcList..., names
+//
+// A RsrcMap* is the start of a block that holds the whole map, which is why functions take a pointer where one record
+// would do. Any thread may call anything here on records that no other thread uses meanwhile.
 #ifndef KZCORE_RESOURCEFORMAT_H
 #define KZCORE_RESOURCEFORMAT_H
 
@@ -8,18 +15,17 @@
 #include "KZTypes.h"
 #include "KzErr.h"
 
-class PathRef;
 class ZVResfileIO;
 struct RsrcHeader;
 struct RsrcMap;
 
-// The operations on whole headers and maps. ZVResFile derives from it, which gives them its name.
+// The operations on whole maps. ZVResFile derives from it, which gives them its name.
 class ResourceFormat {
 public:
     enum Direction { toFile = 0, toNative = 1 };
 
     // 0, or kzErrGeneric with a report when the map's copy of the header differs from the file's in anything but the
-    // two offsets. Both are in host order.
+    // two offsets, which a file that stands at the end of another one has moved in one of them. Both are in host order.
     static KzErr VerifyRsrcHeaderAgreement(const RsrcHeader& header, RsrcMap* map);
 
     // Converts a map in place with no more tests than memory safety needs. `header` may be null; given toward native,
@@ -32,22 +38,12 @@ public:
     // that it breaks, in part converted then. std::bad_alloc when memory is full.
     // Requires: the map's block holds at least kMapHeadSize bytes and at least header.mapSize.
     static int32 NativizeAndValidateRsrcMap(RsrcMap* map, const RsrcHeader& header);
-
-    // Finds and reads the header: at the start, or, for a source opened read-only, where the last four bytes say.
-    // `*shift` becomes its offset; mapOffset and dataOffset then count from the start of the source. Checked with
-    // MeetsMinimalSanity unless weak validation is on. kzErrArgument: a null argument; kzErrEndOfFile: no 32 bytes;
-    // kzErrResFileNotOpen: not a resource file; kzErrResFileVersion: version above 3; kzErrGeneric: not sane.
-    static KzErr ReadRsrcHeader(ZVResfileIO* io, RsrcHeader* header, int32* shift);
-
-    // Reads the two codes of a file on disk; either output may be null. The codes are 0 on failure, which is one of
-    // opening or of ReadRsrcHeader.
-    static KzErr RGetFileType(const PathRef& path, _FMFileType* type, _FMFileCreator* creator);
 };
 
 // The records lie packed in files and maps, at offsets that need not be multiples of 4: no alignment is assumed.
 struct __attribute__((packed)) RsrcHeader {
     unsigned char magic[4];
-    unsigned char formatMark[2];
+    unsigned char formatMark[2];  // a line end, which a conversion of the file as text would have changed
     uInt16 version;
     _FMFileType fileType;
     _FMFileCreator fileCreator;
@@ -56,11 +52,14 @@ struct __attribute__((packed)) RsrcHeader {
     uInt32 dataOffset;  // from the start of the header
     uInt32 dataSize;    // bytes
 
+    // Makes the header of a file without resources, in host order.
     void InitEmptyHeader(_FMFileCreator creator, _FMFileType type);
+    // Whether this is the header of a resource file, of this version or a later one. In host order.
     bool ValidMagicAndVersion() const;
     // Swaps the numbers in place; the direction makes no difference.
     void Endianize(ResourceFormat::Direction direction);
-    // Reads at the source's position and converts. kzErrEndOfFile: fewer than 32 bytes are left.
+    // Reads at the source's position and converts. kzErrEndOfFile: fewer than 32 bytes are left. ResourceReading
+    // defines it, because a source stands above the format.
     KzErr ReadFromIO(ZVResfileIO* io);
     // 0, or 1 to 10 for the first rule that the header breaks in a file of this many bytes.
     int32 MeetsMinimalSanity(int32 fileSize) const;
@@ -68,9 +67,9 @@ struct __attribute__((packed)) RsrcHeader {
 
 struct __attribute__((packed)) RsrcMap {
     RsrcHeader header;
-    uInt32 reservedA;
+    uInt32 reservedA;  // kept as found
     uInt32 reservedB;
-    uInt32 fileAttrs;
+    uInt32 fileAttrs;        // kRsrcMap... bits
     uInt32 typeMapOffset;    // from the start of the map
     uInt32 nameTableOffset;  // from the start of the map; 0 for none
 };
@@ -87,8 +86,8 @@ struct __attribute__((packed)) TypeMap {
 
 struct __attribute__((packed)) RsrcList {
     int32 id;
-    int32 nameOffset;  // from the start of the name table; -1 for none
-    uInt32 attrs;
+    int32 nameOffset;   // from the start of the name table; -1 for none
+    uInt32 attrs;       // kRsrc... bits
     uInt32 dataOffset;  // from the start of the data section to the block's length word
     uInt32 dataHolder;  // 0 in the file; in memory the cookie of the loaded Resource
 };
@@ -114,45 +113,12 @@ constexpr uInt32 kSmallestMapSize = kMapHeadSize + sizeof(TypeMap) + sizeof(Type
 constexpr uInt16 kFormatVersion = 3;  // what a writer puts, and the newest that is read
 constexpr int32 kBlockHeadSize = 4;   // the length word of a data block
 
-// Whether header checks are skipped and maps are only converted; false unless the configuration asks for it.
-bool WeakRsrcFileValidation();
-void SetWeakRsrcFileValidation(bool weak);
-
-// What follows walks a map in host order that one of the two conversions accepted. Pointers go into the map's block
-// and end with its next resize.
-
-// The TypeMap, or null when the map is too small to have one: the way into every walk.
+// The TypeMap of a map in host order, or null when the map is too small to have one: the way into every walk
+// (ResourceMap.h).
 TypeMap* GetTypeMap(RsrcMap* map);
 
-inline TypeList* FirstType(TypeMap* types)
-{
-    return reinterpret_cast<TypeList*>(reinterpret_cast<unsigned char*>(types) + sizeof(TypeMap));
-}
-
-inline RsrcList* FirstEntry(TypeMap* types, const TypeList& list)
-{
-    return reinterpret_cast<RsrcList*>(reinterpret_cast<unsigned char*>(types) + list.listOffset);
-}
-
-// The number of types in the map, 0 without a TypeMap, and of resources in a list.
-int32 TypeCount(RsrcMap* map);
-inline int32 EntryCount(const TypeList& list)
-{
-    return list.lastRsrcIndex < 0 ? 0 : list.lastRsrcIndex + 1;
-}
-
-// The list of a type, or null; the last one when the type is listed twice.
-TypeList* FindTypeList(RsrcMap* map, _ResourceType type);
-
-// The entry with this id in a list sorted by id, or null.
-RsrcList* SearchID(RsrcList* list, int32 count, int32 id);
-
-// The name of an entry, or null when it has none.
-const unsigned char* EntryName(const RsrcMap* map, const RsrcList& entry);
-
-// Sorts each type's entries by id, where they are not sorted yet.
-void SortRsrcIDs(RsrcMap* map);
-bool RIsSorted(const RsrcList* list, int32 count);
+// Puts the mark into a header, of which version 2 had none.
+void SetFormatMark(RsrcHeader* header);
 
 }  // namespace kz
 

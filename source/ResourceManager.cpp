@@ -1,9 +1,16 @@
+// Every call is a look-up and one operation on what it found. Outputs are cleared here before the look-up, because the
+// NULL objects, which answer for what is unknown, touch none.
+//
+// A call that starts from a handle finds its Resource through a cache of the last two, else by asking every open file.
+// The cache is cleared by each call that ends a file or takes a handle away, because a new handle may get the address
+// of an old one.
 #include "ResourceManager.h"
 
 #include <memory>
 #include <utility>
 
 #include "FileManager.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PathManager.h"
@@ -18,24 +25,13 @@ namespace {
 
 constexpr char kModule[] = "source/ResourceManager";
 
-constexpr _ResourceType kStringType = kz::FourCharCode("STR ");
-
-ResChain* ResBase(RsrcFile refnum)
-{
-    return kz::gResFileMap != nullptr ? kz::gResFileMap->GetResBase(refnum) : NULLResFile::Instance();
-}
-
-ResFile* FileOf(RsrcFile refnum)
-{
-    return kz::gResFileMap != nullptr ? kz::gResFileMap->GetResFile(refnum) : NULLResFile::Instance();
-}
-
 // The resource that a handle belongs to, or the NULLResource.
 Resource* ResourceOf(UHandle handle)
 {
     if (Resource* cached = kz::gResHandleCache.Find(handle)) {
         return cached;
     }
+    // A hit without a resource: the recorder of the pair broke its promise.
     if (kz::gResHandleCache.LastHit()) {
         KZ_REPORT(kDbgFatal, 0x71BF4D06) << "GetResource() violating contract";
         return NULLResource::Instance();
@@ -87,6 +83,7 @@ KzErr GetHandle(UHandle* handle, const Get& get)
     if (const KzErr err = get(&resource)) {
         return err;
     }
+    KZ_ASSERT(resource != nullptr);
     const UHandle shared = resource->GetSharedDSHandle();
     if (shared == nullptr) {
         return kzErrMemoryFull;
@@ -130,10 +127,11 @@ KzErr ROpenUPtr(const unsigned char* ptr, unsigned long size, RsrcFile* refnum, 
 
 KzErr RCloseFile(RsrcFile refnum)
 {
-    ResFile* file = kz::gResFileMap != nullptr ? kz::gResFileMap->GetResFilePtr(refnum) : nullptr;
+    ResFile* file = kz::FileOrNull<ResFile>(refnum);
     if (file == nullptr) {
         return kzErrResFileNotOpen;
     }
+    // The refnum ends whatever the result is, and before the object, so that no other call finds a deleted one.
     const KzErr err = file->RCloseFile();
     kz::gResFileMap->RemoveRefnum(refnum);
     delete file;
@@ -145,17 +143,19 @@ KzErr RCloseFile(RsrcFile refnum)
 
 KzErr RGet(RsrcFile refnum, _ResourceType type, int32 id, UHandle* handle)
 {
-    return GetHandle(handle, [=](Resource** out) { return ResBase(refnum)->RGet(type, id, out); });
+    return GetHandle(handle, [=](Resource** out) { return kz::FileOrNone<ResChain>(refnum)->RGet(type, id, out); });
 }
 
 KzErr RGetNamed(RsrcFile refnum, _ResourceType type, const unsigned char* name, UHandle* handle)
 {
-    return GetHandle(handle, [=](Resource** out) { return ResBase(refnum)->RGetNamed(type, name, out); });
+    return GetHandle(handle,
+                     [=](Resource** out) { return kz::FileOrNone<ResChain>(refnum)->RGetNamed(type, name, out); });
 }
 
 KzErr RGetInd(RsrcFile refnum, _ResourceType type, int32 index, UHandle* handle)
 {
-    return GetHandle(handle, [=](Resource** out) { return FileOf(refnum)->RGetInd(type, index, out); });
+    return GetHandle(handle,
+                     [=](Resource** out) { return kz::FileOrNone<ResFile>(refnum)->RGetInd(type, index, out); });
 }
 
 KzErr RExists(RsrcFile refnum, _ResourceType type, int32 id, int32* found)
@@ -164,13 +164,13 @@ KzErr RExists(RsrcFile refnum, _ResourceType type, int32 id, int32* found)
         return kzErrArgument;
     }
     *found = 0;
-    return ResBase(refnum)->RExists(type, id, found);
+    return kz::FileOrNone<ResChain>(refnum)->RExists(type, id, found);
 }
 
 KzBool RIsLoaded(RsrcFile refnum, _ResourceType type, int32 id)
 {
     bool loaded = false;
-    return ResBase(refnum)->RIsLoaded(type, id, &loaded) == kzErrNone && loaded;
+    return kz::FileOrNone<ResChain>(refnum)->RIsLoaded(type, id, &loaded) == kzErrNone && loaded;
 }
 
 KzErr RCount(RsrcFile refnum, _ResourceType type, int32* count)
@@ -179,7 +179,7 @@ KzErr RCount(RsrcFile refnum, _ResourceType type, int32* count)
         return kzErrArgument;
     }
     *count = 0;
-    return FileOf(refnum)->RCount(type, count);
+    return kz::FileOrNone<ResFile>(refnum)->RCount(type, count);
 }
 
 KzErr RCountTypes(RsrcFile refnum, int32* count)
@@ -188,7 +188,7 @@ KzErr RCountTypes(RsrcFile refnum, int32* count)
         return kzErrArgument;
     }
     *count = 0;
-    return FileOf(refnum)->RCountTypes(count);
+    return kz::FileOrNone<ResFile>(refnum)->RCountTypes(count);
 }
 
 KzErr RGetIndType(RsrcFile refnum, _ResourceType* type, int32 index)
@@ -197,7 +197,7 @@ KzErr RGetIndType(RsrcFile refnum, _ResourceType* type, int32 index)
         return kzErrArgument;
     }
     *type = 0;
-    return FileOf(refnum)->RGetIndType(type, index);
+    return kz::FileOrNone<ResFile>(refnum)->RGetIndType(type, index);
 }
 
 KzErr RGetFileAttrs(RsrcFile refnum, int32* attrs)
@@ -206,12 +206,12 @@ KzErr RGetFileAttrs(RsrcFile refnum, int32* attrs)
         return kzErrArgument;
     }
     *attrs = 0;
-    return FileOf(refnum)->RGetFileAttrs(attrs);
+    return kz::FileOrNone<ResFile>(refnum)->RGetFileAttrs(attrs);
 }
 
 KzErr RGetIndInfo(RsrcFile refnum, _ResourceType type, int32 index, int32* id, int32* attrs, unsigned char* name)
 {
-    return ResFileFactory::RGetIndInfo(FileOf(refnum), type, index, id, attrs, name);
+    return ResFileFactory::RGetIndInfo(kz::FileOrNone<ResFile>(refnum), type, index, id, attrs, name);
 }
 
 // ---- By handle ----
@@ -245,6 +245,7 @@ KzErr RRelease(UHandle handle)
 KzErr RDetach(UHandle handle)
 {
     Resource* resource = ResourceOf(handle);
+    // The object is this call's once it is detached. The NULLResource never is, because it gives a code.
     const KzErr err = resource->DetachResource();
     if (err == kzErrNone) {
         delete resource;
@@ -261,7 +262,7 @@ KzErr RGetIndStringPtr(RsrcFile refnum, const unsigned char** out, int32 id, int
         return kzErrArgument;
     }
     *out = nullptr;
-    return ResBase(refnum)->RGetIndStringPtr(out, id, index, type);
+    return kz::FileOrNone<ResChain>(refnum)->RGetIndStringPtr(out, id, index, type);
 }
 
 KzErr RGetIndString(RsrcFile refnum, unsigned char* str, int32 id, int32 index)
@@ -270,13 +271,13 @@ KzErr RGetIndString(RsrcFile refnum, unsigned char* str, int32 id, int32 index)
         return kzErrArgument;
     }
     str[0] = 0;
-    ResChain* chain = kz::ResChainOfRefnum(refnum);
+    ResChain* chain = kz::FileOrNull<ResChain>(refnum);
     return chain == nullptr ? kzErrResFileNotOpen : RFReader(chain).GetIndString(str, id, index);
 }
 
 KzErr RGetString(RsrcFile refnum, int32 id, UHandle* handle)
 {
-    return RGet(refnum, kStringType, id, handle);
+    return RGet(refnum, kz::kStringType, id, handle);
 }
 
 KzErr RGetPStr(RsrcFile refnum, int32 id, unsigned char* str)
@@ -285,7 +286,7 @@ KzErr RGetPStr(RsrcFile refnum, int32 id, unsigned char* str)
         return kzErrArgument;
     }
     str[0] = 0;
-    ResChain* chain = kz::ResChainOfRefnum(refnum);
+    ResChain* chain = kz::FileOrNull<ResChain>(refnum);
     return chain == nullptr ? kzErrResFileNotOpen : RFReader(chain).GetPStr(id, str);
 }
 
@@ -304,7 +305,8 @@ KzErr ResourceManager_Service::_Init()
         if (map->Init() != kzErrNone) {
             throw ZVExcept(kzErrMemoryFull, "Cannot make the jar of refnums", kModule, __LINE__);
         }
-        map->RemoveRefnum(map->RecordResFile(nullptr));  // makes the first slots: opening a file leaves nothing behind
+        // Makes the jar's first slots, because the first file to be opened would else leave them behind when it closes.
+        map->RemoveRefnum(map->RecordResFile(nullptr));
         const KzErr err = ResFileFactory::InitResourceMgr();
         if (err == kzErrNone) {
             kz::gResFileMap = map.release();

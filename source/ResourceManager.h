@@ -17,21 +17,7 @@
 #define KZCORE_RESOURCEMANAGER_H
 
 #include "KZTypes.h"
-
-// Bits of a file's attributes.
-enum {
-    kRsrcMapChanged = 0x20,  // the map in memory differs from the stored one
-    kRsrcMapReadOnly = 0x80  // the file is open read-only
-};
-
-// Bits of a resource's attributes. The bits 0x04, 0x10 and 0x20 are kept as found.
-enum {
-    kRsrcChanged = 0x02,   // the stored block is out of date
-    kRsrcProtected = 0x08  // the resource cannot be removed
-};
-
-// Opening modes.
-enum { kRsrcReadWrite = 0, kRsrcReadOnly = 1 };
+#include "ResourceTypes.h"  // attribute bits and opening modes
 
 KZ_EXTERN_C_BEGIN
 

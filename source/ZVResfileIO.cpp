@@ -1,12 +1,21 @@
+// One question decides all: is `memData` set? If so, every read is a copy from it, and a resource is served from it in
+// place, but for a handle that can be written, which may move. If not, every read goes to the file, at a position of
+// this object's own, because a read at a given place is one call to the system instead of two.
+//
+// `memData` holds the whole source, but for a mapped file, of which it holds the data section alone; `memBase` is then
+// the section's offset in the file, 0 else. The header and the map of a mapped file are read before it is mapped.
+//
+// Nothing a file says of itself is believed when memory is asked for: a block is compared with the length of the
+// source first. A file that another process lets grow is asked for its length again before a read is refused.
 #include "ZVResfileIO.h"
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <new>
 
 #include "ByteOrder.h"
 #include "FileManager.h"
+#include "KzAssert.h"
 #include "MemoryManager.h"
 #include "PathRef.h"
 #include "Report.h"
@@ -19,9 +28,9 @@ namespace {
 constexpr char kModule[] = "source/ZVResfileIO";
 
 constexpr _FMFileType kMappedFileType = kz::FourCharCode("QKVZ");
-constexpr int32 kHeadRead = 4096;  // what is asked for with it: a page
-constexpr int32 kMostBytes = std::numeric_limits<int32>::max();
+constexpr int32 kHeadRead = 4096;  // bytes asked for with a block's length word: a page
 
+// Set before files are opened, and not while they are.
 constinit ZVResfileIO::OpenHook gOpenHook = nullptr;
 
 // The length of an open file; one that 31 bits can't count is taken as the longest that they can.
@@ -29,13 +38,14 @@ KzErr LengthOf(File_t file, int32* length)
 {
     uInt64 size = 0;
     const KzErr err = FGetEOF64(file, &size);
-    *length = size > uInt64{kMostBytes} ? kMostBytes : static_cast<int32>(size);
+    *length = static_cast<int32>(std::min(size, uInt64{ZVResfileIO::kMostBytes}));
     return err;
 }
 
 // Reads `size` bytes of a file from `offset` into a new handle; null, with a report, when that fails.
 UHandle MacMemMapFile(File_t file, int32 offset, int32 size)
 {
+    KZ_ASSERT(file != nullptr && size >= 0);
     ZVHandle copy(DSNewHandle(static_cast<unsigned long>(size)));
     if (copy.GetHandle() == nullptr) {
         KZ_REPORT(kDbgWarning, 0x41D7B02C) << "MacMemMapFile:TempNewHandle returned NULL";
@@ -58,6 +68,7 @@ void MacUnMapFile(UHandle copy)
 // Wraps a handle, which is disposed on failure.
 KzErr WrapHandle(ZVHandle* handle, ResourceData** out)
 {
+    KZ_ASSERT(handle->GetHandle() != nullptr);
     *out = new (std::nothrow) DSHandleResource(handle->GetHandle());
     if (*out == nullptr) {
         return kzErrMemoryFull;
@@ -74,7 +85,9 @@ ZVResfileIO::ZVResfileIO(const unsigned char* data, unsigned long size)
       memSize(static_cast<int32>(size)),
       openMode(kFMReadOnly),
       fileSize(static_cast<int32>(size))
-{}
+{
+    KZ_ASSERT(size <= kMostBytes);
+}
 
 ZVResfileIO::ZVResfileIO(UHandle handle, int32 mode)
     : memHandle(handle),
@@ -83,7 +96,9 @@ ZVResfileIO::ZVResfileIO(UHandle handle, int32 mode)
       openMode(mode),
       ownsHandle(true),
       fileSize(memSize)
-{}
+{
+    KZ_ASSERT(memSize >= 0);
+}
 
 ZVResfileIO::ZVResfileIO(File_t file, int32 mode) : fileRef(file), openMode(mode), ownsHandle(true)
 {
@@ -119,9 +134,11 @@ KzErr ZVResfileIO::Open(const PathRef& path, int32 mode, int32 denyMode)
     if (!hookOpened) {
         const KzErr err = FMOpen(&fileRef, &path, mode, denyMode);
         if (err != kzErrNone) {
+            // A sound argument that FMOpen refuses all the same names no file.
             return err == kzErrArgument && path.StartsWith(PathRef::kAbsolute) ? kzErrNotFound : err;
         }
     }
+    // A hook may serve a file from memory alone.
     if (fileRef == nullptr) {
         fileSize = memSize;
         return kzErrNone;
@@ -134,6 +151,7 @@ KzErr ZVResfileIO::Seek(int32 offset, int32 seekMode)
     if (memData == nullptr) {
         return SeekInFile(offset, seekMode);
     }
+    // Any other mode goes to the start.
     int64 target = 0;
     if (seekMode == kFMFromStart) {
         target = int64{offset} - memBase;
@@ -156,8 +174,8 @@ KzErr ZVResfileIO::SeekInFile(int32 offset, int32 seekMode)
     }
     const int64 origin = seekMode == kFMFromEnd ? fileSize : seekMode == kFMFromCurrent ? filePos : 0;
     const int64 target = origin + offset;
+    // The file may have grown since it was opened.
     if (target > fileSize) {
-        // The file may have grown since it was opened.
         if (const KzErr err = LengthOf(fileRef, &fileSize)) {
             return err;
         }
@@ -171,6 +189,8 @@ KzErr ZVResfileIO::SeekInFile(int32 offset, int32 seekMode)
 
 KzErr ZVResfileIO::Read(int32 count, int32* actual, void* buffer)
 {
+    KZ_ASSERT(memPos >= 0 && memPos <= memSize);
+    // The end of a file gives the code that memory gives for bytes that are not there.
     if (memData == nullptr) {
         int32 got = 0;
         const KzErr err = kz::FMReadAt(fileRef, filePos, count, &got, buffer);
@@ -205,10 +225,11 @@ KzErr ZVResfileIO::Map()
 
 KzErr ZVResfileIO::Remap(const int32* dataOffset, int32 dataSize, _FMFileType type)
 {
+    KZ_ASSERT(dataOffset != nullptr);
     if (fileRef == nullptr || !IsReadOnly() || mappedCopy != nullptr || memHandle != nullptr || memPtr != nullptr) {
         return kzErrNone;
     }
-    // A weakly checked header may claim more than the file has.
+    // A weakly checked header may claim more than the file has, and ask for that much memory.
     if (type != kMappedFileType || dataSize < 0 || dataSize > fileSize) {
         return kzErrNone;
     }
@@ -223,6 +244,8 @@ KzErr ZVResfileIO::Remap(const int32* dataOffset, int32 dataSize, _FMFileType ty
 
 void ZVResfileIO::Unmap()
 {
+    // At most one of the two is there, because a source from a handle is never mapped.
+    KZ_ASSERT(mappedCopy == nullptr || memHandle == nullptr);
     if (mappedCopy != nullptr) {
         MacUnMapFile(mappedCopy);
         mappedCopy = nullptr;
@@ -252,7 +275,8 @@ KzErr ZVResfileIO::Close()
 
 KzErr ZVResfileIO::LoadBlock(int32 fileOffset, int64 room, ZVResFile* owner, ResourceData** out)
 {
-    // A file is asked for more than the length word: most blocks then come in one call to the system.
+    KZ_ASSERT(room >= kz::kBlockHeadSize && out != nullptr);
+    // A file is asked for more than the length word, because most blocks then come in one call to the system.
     unsigned char head[kHeadRead];
     const int64 wanted = memData != nullptr ? kz::kBlockHeadSize : std::min<int64>(room, kHeadRead);
     KzErr err = Seek(fileOffset, kFMFromStart);
@@ -260,6 +284,7 @@ KzErr ZVResfileIO::LoadBlock(int32 fileOffset, int64 room, ZVResFile* owner, Res
     if (err == kzErrNone) {
         err = Read(static_cast<int32>(wanted), &got, head);
     }
+    // A short read that has the length word is no failure yet: the block may end before the page does.
     if (got < kz::kBlockHeadSize) {
         return err;
     }
@@ -275,11 +300,13 @@ KzErr ZVResfileIO::LoadBlock(int32 fileOffset, int64 room, ZVResFile* owner, Res
 
 KzErr ZVResfileIO::CreateResDataObj(int32 fileOffset, int32 size, ZVResFile* /*owner*/, ResourceData** out)
 {
+    KZ_ASSERT(out != nullptr);
     *out = nullptr;
     if (memData == nullptr) {
         return ReadIntoHandle(fileOffset, size, out);
     }
     const int64 start = int64{fileOffset} - memBase + kz::kBlockHeadSize;
+    // A weakly checked header may place its blocks outside the source, and a length word be larger than the rest.
     if (size < 0 || start < 0 || start + size > memSize) {
         return kzErrResFileNotOpen;
     }
@@ -294,6 +321,7 @@ KzErr ZVResfileIO::CreateResDataObj(int32 fileOffset, int32 size, ZVResFile* /*o
 
 KzErr ZVResfileIO::CopyIntoHandle(const unsigned char* bytes, int32 size, ResourceData** out) const
 {
+    KZ_ASSERT(bytes != nullptr && size >= 0);
     ZVHandle copy(DSNewHandle(static_cast<unsigned long>(size)));
     if (copy.GetHandle() == nullptr) {
         return kzErrMemoryFull;

@@ -1,66 +1,34 @@
-// The open resource file: a map in host byte order in a handle, resources loaded on demand, and who owns what is
-// loaded.
+// The open resource file: a source, its map in host byte order, and the resources loaded on demand.
 //
-// A map entry and its Resource are linked by the entry's `dataHolder` alone, a cookie in the file's jar; 0 means not
-// loaded. One lock (ResourceLock) guards maps, jars and caches of all files; a public operation takes it and calls the
-// ...Locked members, which only call each other. A report is made after the lock is given back, as its handler may ask
-// for resources; made under it are only reports of defects, and those of other modules while a resource is loaded or
-// dropped.
+//     state     entered by                   source        map
+//     closed    constructor, RCloseFile      none or old   none: look-ups give kzErrResFileNotOpen
+//     open      Open                         owned         of ReadOpenMap's, never changed but by marks
+//
+// Maps, jars and caches of all files are under one lock (LoadedMap.h); a public operation takes it and calls the
+// ...Locked members. A report is made after the lock is given back, as its handler may ask for resources; made under
+// it are only reports of defects, and those of other modules while a resource is loaded or dropped.
 #ifndef KZCORE_ZVRESFILE_H
 #define KZCORE_ZVRESFILE_H
 
-#include "CookieManager.h"
+#include <memory>
+
 #include "KZTypes.h"
 #include "KzErr.h"
-#include "ResCache.h"
+#include "LoadedMap.h"
 #include "ResFile.h"
-#include "ResourceFormat.h"
-#include "ThMutex.h"
+#include "ResourceReading.h"
+#include "ThreadAnnotations.h"
+#include "ZVResfileIO.h"
 
-class ResourceData;
-class ZVResFile;
-class ZVResfileIO;
-
-namespace kz {
-
-// Makes and destroys the lock of all resource files; without it they run unlocked. One thread.
-KzErr CreateResourceLock();
-void DestroyResourceLock();
-
-}  // namespace kz
-
-// The resource of a ZVResFile.
-class ZVResource final : public Resource {
-public:
-    // Owns `data`.
-    ZVResource(ZVResFile* file, ResourceData* data) : mFile(file), mData(data) {}
-    ~ZVResource() override;
-    ZVResource(const ZVResource&) = delete;
-    ZVResource& operator=(const ZVResource&) = delete;
-
-    KzErr RRelease() override;
-    KzErr RChanged() override;
-    KzErr DetachResource() override;
-    KzErr RSetAttrs(int32 attrs) override;
-    KzErr RSize(int32* size) const override;
-    KzErr RGetInfo(int32* id, _ResourceType* type, unsigned char* name) const override;
-    KzErr RGetAttrs(int32* attrs) const override;
-    UHandle GetSharedDSHandle() const override;
-    KzErr DetachHandle() override;
-    int32 GetSize() const override;
-    const unsigned char* GetData() const override;
-    bool ContainsHandle(UHandle handle) const override;
-
-private:
-    // Runs `use(type, entry)` on this resource's entry, under the lock.
-    template <typename Use>
-    KzErr WithEntry(const Use& use) const;
-
-    ZVResFile* mFile;     // null once detached
-    ResourceData* mData;  // owned
+// What a caller asks of an opening, whatever the source is. See ResFileFactory.
+struct ResOpening {
+    int32 mode;  // kRsrcReadWrite or kRsrcReadOnly
+    ResFile** out;
+    _FMFileType* type;        // may be null
+    _FMFileCreator* creator;  // may be null
 };
 
-class ZVResFile final : public ResFile, public ResourceFormat {
+class ZVResFile final : public ResFile, public ResourceReading {
 public:
     ZVResFile();
     // Closes; changes that can't be written are dropped.
@@ -69,11 +37,10 @@ public:
     ZVResFile& operator=(const ZVResFile&) = delete;
 
     // Each opens a source; see ResFileFactory.
-    static KzErr ROpenPath(const PathRef& path, int32 mode, ResFile** out, _FMFileType* type, _FMFileCreator* creator);
-    static KzErr ROpenFileref(File_t file, int32 mode, ResFile** out, _FMFileType* type, _FMFileCreator* creator);
-    static KzErr ROpenMemFile(const unsigned char* data, unsigned long size, ResFile** out, _FMFileType* type,
-                              _FMFileCreator* creator);
-    static KzErr ROpenMemFile(UHandle handle, int32 mode, ResFile** out, _FMFileType* type, _FMFileCreator* creator);
+    static KzErr ROpenPath(const PathRef& path, const ResOpening& opening);
+    static KzErr ROpenFileref(File_t file, const ResOpening& opening);
+    static KzErr ROpenMemFile(const unsigned char* data, unsigned long size, const ResOpening& opening);
+    static KzErr ROpenMemFile(UHandle handle, const ResOpening& opening);
 
     KzErr RCloseFile() override;
     KzErr RGet(_ResourceType type, int32 id, Resource** out) override;
@@ -91,7 +58,8 @@ public:
     KzErr RGetFileAttrs(int32* attrs) override;
 
     // Reads and checks the source, and takes it over on success. An open file is dropped for it, and its source closed
-    // and destroyed unless it is the same. Codes: see ROpenFile.
+    // and destroyed unless it is the same. On failure the source is its caller's, and an open file stays open. Codes:
+    // see ROpenFile.
     virtual KzErr Open(ZVResfileIO* io);
 
     // Tells about a resource without loading it; each output may be null.
@@ -100,42 +68,31 @@ public:
     // The file's two codes; either output may be null.
     void GetTypeCreator(_FMFileType* type, _FMFileCreator* creator) const;
 
+    // What is wrong with the file, or null; see LoadedMap::FaultLocked.
+    const char* FaultLocked() const KZ_REQUIRES(kz::gResourceRights);
+    // Whether the resource is one that this file has loaded.
+    bool OwnsLocked(Resource* resource) const KZ_REQUIRES(kz::gResourceRights) { return mMap.OwnsLocked(resource); }
+
 private:
-    friend class ZVResource;
-
-    RsrcMap* Map() const { return mMap != nullptr ? reinterpret_cast<RsrcMap*>(*mMap) : nullptr; }
-
-    // The entry of a resource; the entries of a type, none for an absent one.
-    KzErr FindLocked(_ResourceType type, int32 id, RsrcList** entry) const;
-    KzErr FindListLocked(_ResourceType type, RsrcList** first, int32* count) const;
-
-    // The entry of a loaded resource, and the loaded resource that a handle belongs to.
-    KzErr FindRsrcListLocked(const Resource* resource, _ResourceType* type, RsrcList** entry) const;
-    KzErr FindResourceLocked(UHandle handle, Resource** out);
-    template <typename Match>
-    KzErr WalkLoadedLocked(const Match& match, _ResourceType* type, RsrcList** out) const;
+    // Each gives the entry of a resource, or its code: by id, and by its place in its type's list, from 1.
+    KzErr FindLocked(_ResourceType type, int32 id, RsrcList** entry) const KZ_REQUIRES(kz::gResourceRights);
+    KzErr FindIndLocked(_ResourceType type, int32 index, RsrcList** entry) const KZ_REQUIRES(kz::gResourceRights);
+    // The entries of a type, none for an absent one.
+    KzErr FindListLocked(_ResourceType type, RsrcList** first, int32* count) const KZ_REQUIRES(kz::gResourceRights);
 
     // Gives the resource of an entry, and loads it first if need be.
-    KzErr GetEntryLocked(_ResourceType type, RsrcList* entry, Resource** out);
-    KzErr LoadRsrcFromListPtr(RsrcList* entry);
-    // What an entry holds, or null.
-    Resource* HeldLocked(const RsrcList& entry) const;
-    // Takes the resource out of the jar and its entry.
-    void UnlinkLocked(RsrcList* entry);
-    // Sets an entry's attributes; kzErrNoPermission in a read-only file.
-    KzErr MarkLocked(RsrcList* entry, uInt32 attrs);
+    KzErr GetEntryLocked(_ResourceType type, RsrcList* entry, Resource** out) KZ_REQUIRES(kz::gResourceRights);
+    // Loads the resource of an entry. kzErrEndOfFile: its block leaves the data section; else the codes of LoadBlock.
+    // Requires: open.
+    KzErr LoadRsrcFromListPtr(RsrcList* entry) KZ_REQUIRES(kz::gResourceRights);
 
-    KzErr UpdateLocked();
-    // Closes, whatever was changed.
-    KzErr CloseLocked();
-    // The part of it that leaves the source open.
-    void DropMapLocked();
+    KzErr UpdateLocked() KZ_REQUIRES(kz::gResourceRights);
+    // Closes, whatever was changed. Requires: open.
+    KzErr CloseLocked() KZ_REQUIRES(kz::gResourceRights);
 
-    ZVResfileIO* mIO = nullptr;  // owned once open
-    UHandle mMap = nullptr;      // owned; holds a RsrcMap in host byte order
-    ResCache mCache;
-    bool mIsOpen = false;
-    CookieJar<Resource*> mJar;  // the loaded resources
+    // Null before the first opening. It outlives the map, whose resources may point into its memory.
+    std::unique_ptr<ZVResfileIO> mIO KZ_GUARDED_BY(kz::gResourceRights);
+    kz::LoadedMap mMap;
 };
 
 #endif

@@ -9,6 +9,7 @@
 #include "JsonLines.h"
 #include "ReportCatcher.h"
 #include "ResImage.h"
+#include "ResourceMap.h"
 #include "zvresfile.h"
 
 namespace {
