@@ -18,6 +18,7 @@ set(KZ_PUBLIC_HEADERS
     HiResClock.h
     IniFile.h
     IniList.h
+    IniTypes.h
     InputBuf.h
     KZApp.h
     KZCore.h

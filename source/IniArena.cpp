@@ -2,6 +2,8 @@
 
 #include <stdlib.h>
 
+#include "IniMemory.h"
+
 namespace qkini {
 
 namespace {
@@ -43,6 +45,15 @@ char* Arena::Copy(Text text)
     copy[text.size] = 0;
     at += size;
     return copy;
+}
+
+const char* Arena::Fault() const
+{
+    if (newest == nullptr) {
+        return at == nullptr && end == nullptr ? nullptr : "an arena without a block has room";
+    }
+    const bool isInBlock = at >= reinterpret_cast<const char*>(newest + 1) && at <= end;
+    return isInBlock ? nullptr : "an arena's room is not in its newest block";
 }
 
 void Arena::Clear()

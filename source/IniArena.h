@@ -17,6 +17,9 @@ struct Arena {
 
     char* Copy(Text text);  // with a NUL behind it; null when out of memory
     void Clear();
+
+    // What is wrong with the arena, or null. For tests and KZ_ASSERT_SLOW.
+    const char* Fault() const;
 };
 
 }  // namespace qkini

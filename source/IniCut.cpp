@@ -3,6 +3,8 @@
 #include <stdint.h>
 #include <stdlib.h>
 
+#include "IniMemory.h"
+
 namespace qkini {
 
 namespace {

@@ -1,20 +1,37 @@
+// The exported calls, in the order of the header. Each checks what a host gave it and answers with a code; what it does
+// stands in the modules below, which take these checks for granted.
+//
+// A call that changes an object goes through Changed at its end, whatever came of it.
+
 #include "IniFile.h"
 
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "IniMemory.h"
 #include "IniModel.h"
+#include "IniReader.h"
+#include "IniStorage.h"
+#include "IniWriter.h"
+#include "KzAssert.h"
 
 using qkini::FindSection;
 using qkini::ItemAt;
-using qkini::Place;
 using qkini::SectionAt;
 using qkini::Text;
 using qkini::Texts;
 using qkini::Trimmed;
+using qkini::Where;
 
 namespace {
+
+// The end of each call that changes an object: in slow builds, a walk over it.
+int Changed(const IniFile* ini, int result)
+{
+    KZ_ASSERT_SLOW(qkini::IsSoundIfSmall(ini));
+    return result;
+}
 
 int Exchange(int* setting, int value)
 {
@@ -29,26 +46,49 @@ IniItem* FindItem(IniFile* ini, Text section, Text tag)
     return found == nullptr ? nullptr : qkini::FindItem(ini, found, tag);
 }
 
-// Looks an item up for a getter, which then has a value to give.
-int Look(IniFile* ini, const char* section, const char* tag, const void* out, IniItem** item)
+// What a getter is asked for.
+struct ItemName {
+    const char* section;
+    const char* tag;
+};
+
+// What a getter found: an item where the result is 1, else none.
+struct Found {
+    int result;
+    const IniItem* item;
+
+    bool IsItem() const { return result == 1; }
+};
+
+// Looks an item up for a getter that puts what it finds into `out`.
+Found Look(IniFile* ini, ItemName name, const void* out)
 {
     if (ini == nullptr || out == nullptr) {
-        return kIniErrFile;
+        return {kIniErrFile, nullptr};
     }
-    *item = FindItem(ini, Text(section), Text(tag));
-    return *item == nullptr ? 0 : 1;
+    const IniItem* const item = FindItem(ini, Text(name.section), Text(name.tag));
+    return {item == nullptr ? 0 : 1, item};
 }
 
 // As Look, for the getters of numbers, to which an empty value is a missing one.
-int LookForValue(IniFile* ini, const char* section, const char* tag, const void* out, const char** value)
+Found LookForNumber(IniFile* ini, ItemName name, const void* out)
 {
-    IniItem* item = nullptr;
-    const int result = Look(ini, section, tag, out, &item);
-    if (result != 1 || Trimmed(Text(item->value)).IsEmpty()) {
-        return result == 1 ? 0 : result;
+    const Found found = Look(ini, name, out);
+    const bool isEmpty = found.IsItem() && Trimmed(Text(found.item->value)).IsEmpty();
+    return isEmpty ? Found{0, nullptr} : found;
+}
+
+// The n-th item of a section.
+Found Nth(IniFile* ini, const char* section, int n, const void* out)
+{
+    if (ini == nullptr || out == nullptr) {
+        return {kIniErrFile, nullptr};
     }
-    *value = item->value;
-    return 1;
+    const IniSection* const owner = FindSection(ini, Text(section));
+    if (owner == nullptr || n < 1 || n > owner->items.Count()) {
+        return {0, nullptr};
+    }
+    return {1, ItemAt(owner, n - 1)};
 }
 
 // Makes room for an unescaped string, without growing for good because one value was long.
@@ -92,7 +132,7 @@ bool IsTag(const IniFile* ini, Text tag)
 }
 
 // Whether an item can be made that is read back as itself. A section that is there was read, whatever its name.
-bool IsPlace(IniFile* ini, Text section, Text tag)
+bool CanBeReadBack(IniFile* ini, Text section, Text tag)
 {
     return IsTag(ini, tag) && (FindSection(ini, section) != nullptr || IsSectionName(section));
 }
@@ -117,11 +157,11 @@ char* StoredValue(Text value, bool isEscaped)
 IniItem* MakeItem(IniFile* ini, Text section, Text tag)
 {
     IniSection* const found = FindSection(ini, section);
-    IniSection* const owner = found != nullptr ? found : qkini::AddSection(ini, section, -1, Place::kAsSorted);
+    IniSection* const owner = found != nullptr ? found : qkini::AddSection(ini, section, -1, Where::kAsSorted);
     if (owner == nullptr) {
         return nullptr;
     }
-    IniItem* const item = qkini::AddItem(ini, owner, {tag, ini->names.naming.seed}, Place::kAsSorted, Texts::kOwned);
+    IniItem* const item = qkini::AddItem(ini, owner, {tag, ini->names.naming.seed}, Where::kAsSorted, Texts::kOwned);
     if (item == nullptr && found == nullptr) {
         qkini::DropSection(ini, owner);
     }
@@ -133,20 +173,21 @@ int PutPlain(IniFile* ini, const char* section, const char* tag, const char* val
     return IniPutStringWithOptions(ini, section, tag, value, 0, 0);
 }
 
-// Copies a value, raw or unescaped, to a buffer of the caller.
-int CopyInto(IniFile* ini, const char* section, const char* tag, char* dst, size_t size, bool isRaw)
+enum class Form { kRaw, kUnescaped };
+
+// Copies a value to a buffer of the caller.
+int CopyInto(IniFile* ini, ItemName name, char* dst, size_t size, Form form)
 {
     if (dst != nullptr && size > 0) {
         dst[0] = 0;
     }
-    IniItem* item = nullptr;
-    const int result = Look(ini, section, tag, dst, &item);
-    if (result != 1 || size == 0) {
-        return result;
+    const Found found = Look(ini, name, dst);
+    if (!found.IsItem() || size == 0) {
+        return found.result;
     }
-    const Text value(item->value);
+    const Text value(found.item->value);
     size_t length = value.size;
-    if (isRaw) {
+    if (form == Form::kRaw) {
         memcpy(dst, value.begin, length < size - 1 ? length : size - 1);
     } else {
         length = qkini::Unescape(value, dst, size - 1);
@@ -167,6 +208,7 @@ IniFile* IniNew(int sorted)
 void IniDispose(IniFile* ini)
 {
     if (ini != nullptr) {
+        KZ_ASSERT_SLOW(qkini::Fault(ini) == nullptr);
         qkini::DisposeFile(ini);
     }
 }
@@ -183,7 +225,7 @@ int IniSetCaseAndWhitespaceSensitiveChecking(IniFile* ini, int sensitive)
     }
     const int before = Exchange(&ini->caseSensitive, sensitive);
     qkini::SetCaseSensitive(ini, sensitive != 0);
-    return before;
+    return Changed(ini, before);
 }
 
 int IniSetWriteOptions(IniFile* ini, int maxLineLength, int breakChar, int options)
@@ -222,6 +264,68 @@ int IniSetReadLimit(IniFile* ini, long long bytes)
     return 1;
 }
 
+int IniRead(IniFile* ini, IniInputFunction input, void* context)
+{
+    if (ini == nullptr || input == nullptr) {
+        return kIniErrFile;
+    }
+    // The engine's own function is known by its address and its stream read without it. A host that sees another
+    // address, as one without position-independent code may, has its lines read through the function: they are the
+    // same.
+    const int result = input == &IniLineFileInputFunction ? qkini::Read(ini, static_cast<IniLineInput*>(context))
+                                                          : qkini::Read(ini, input, context);
+    return Changed(ini, result);
+}
+
+int IniWrite(IniFile* ini, IniOutputFunction output, void* context)
+{
+    return ini == nullptr || output == nullptr ? kIniErrFile : qkini::Write(ini, output, context);
+}
+
+int IniLineFileInputFunction(void* input, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber)
+{
+    const qkini::Piece piece = qkini::ReadPiece(static_cast<IniLineInput*>(input), buffer, size);
+    *eof = piece.isEnd ? 1 : 0;
+    *lineComplete = piece.isComplete ? 1 : 0;
+    *lineNumber = piece.lineNumber;
+    return piece.result;
+}
+
+int IniFileOutputFunc(void* file, const char* line)
+{
+    return qkini::PutLineToStream(file, line);
+}
+
+int IniReadFromFile(IniFile* ini, const char* path)
+{
+    return ini == nullptr ? kIniErrFile : Changed(ini, qkini::ReadFromFile(ini, path));
+}
+
+int IniReadFromFilePtr(IniFile* ini, FILE* file)
+{
+    return ini == nullptr || file == nullptr ? kIniErrFile : Changed(ini, qkini::ReadFromStream(ini, file));
+}
+
+int IniWriteToFile(IniFile* ini, const char* path)
+{
+    return ini == nullptr ? kIniErrFile : qkini::WriteToFile(ini, path);
+}
+
+int IniLostRights(IniFile* ini)
+{
+    return ini == nullptr ? kIniErrFile : ini->lostRights;
+}
+
+int IniWriteToFilePtr(IniFile* ini, FILE* file, int append)
+{
+    return ini == nullptr || file == nullptr ? kIniErrFile : qkini::WriteToStream(ini, file, append != 0);
+}
+
+int IniIsFileNewer(IniFile* ini)
+{
+    return ini == nullptr ? kIniErrFile : qkini::IsFileNewer(ini);
+}
+
 int IniSectionExists(IniFile* ini, const char* section)
 {
     return ini == nullptr ? kIniErrFile : FindSection(ini, Text(section)) != nullptr ? 1 : 0;
@@ -258,46 +362,22 @@ int IniNthSectionName(IniFile* ini, int n, const char** out)
     return 1;
 }
 
-}  // extern "C"
-
-namespace {
-
-// The n-th item of a section.
-int Nth(IniFile* ini, const char* section, int n, const void* out, IniItem** item)
-{
-    if (ini == nullptr || out == nullptr) {
-        return kIniErrFile;
-    }
-    const IniSection* const found = FindSection(ini, Text(section));
-    if (found == nullptr || n < 1 || n > found->items.Count()) {
-        return 0;
-    }
-    *item = ItemAt(found, n - 1);
-    return 1;
-}
-
-}  // namespace
-
-extern "C" {
-
 int IniNthItemName(IniFile* ini, const char* section, int n, const char** out)
 {
-    IniItem* item = nullptr;
-    const int result = Nth(ini, section, n, out, &item);
-    if (result == 1) {
-        *out = item->name;
+    const Found found = Nth(ini, section, n, out);
+    if (found.IsItem()) {
+        *out = found.item->name;
     }
-    return result;
+    return found.result;
 }
 
 int IniNthItemPointerToString(IniFile* ini, const char* section, int n, const char** out)
 {
-    IniItem* item = nullptr;
-    const int result = Nth(ini, section, n, out, &item);
-    if (result == 1) {
-        *out = item->value;
+    const Found found = Nth(ini, section, n, out);
+    if (found.IsItem()) {
+        *out = found.item->value;
     }
-    return result;
+    return found.result;
 }
 
 int IniLineOfSection(IniFile* ini, const char* section)
@@ -324,13 +404,13 @@ int IniLineOfFirstUnrecognizedLine(IniFile* ini)
 
 int IniGetBoolean(IniFile* ini, const char* section, const char* tag, int* out)
 {
-    const char* value = nullptr;
-    const int result = LookForValue(ini, section, tag, out, &value);
-    if (result != 1) {
-        return result;
+    const Found found = LookForNumber(ini, {section, tag}, out);
+    if (!found.IsItem()) {
+        return found.result;
     }
-    const bool isTrue = qkini_StrICmpWithoutSurrWhiteSpace(value, "True") == 0;
-    if (!isTrue && qkini_StrICmpWithoutSurrWhiteSpace(value, "False") != 0) {
+    const Text value(found.item->value);
+    const bool isTrue = qkini::CompareBlind(value, Text("True")) == 0;
+    if (!isTrue && qkini::CompareBlind(value, Text("False")) != 0) {
         return kIniErrBoolean;
     }
     *out = isTrue ? 1 : 0;
@@ -339,43 +419,38 @@ int IniGetBoolean(IniFile* ini, const char* section, const char* tag, int* out)
 
 int IniGetInt(IniFile* ini, const char* section, const char* tag, int* out)
 {
-    const char* value = nullptr;
-    const int result = LookForValue(ini, section, tag, out, &value);
-    return result != 1 ? result : qkini_StrToInt(value, out) == 1 ? 1 : kIniErrInt;
+    const Found found = LookForNumber(ini, {section, tag}, out);
+    return !found.IsItem() ? found.result : qkini::ParseInt(found.item->value, out) ? 1 : kIniErrInt;
 }
 
 int IniGetUInt(IniFile* ini, const char* section, const char* tag, unsigned int* out)
 {
-    const char* value = nullptr;
-    const int result = LookForValue(ini, section, tag, out, &value);
-    return result != 1 ? result : qkini_StrToUInt(value, out) == 1 ? 1 : kIniErrUInt;
+    const Found found = LookForNumber(ini, {section, tag}, out);
+    return !found.IsItem() ? found.result : qkini::ParseUInt(found.item->value, out) ? 1 : kIniErrUInt;
 }
 
 int IniGetDouble(IniFile* ini, const char* section, const char* tag, double* out)
 {
-    const char* value = nullptr;
-    const int result = LookForValue(ini, section, tag, out, &value);
-    return result != 1 ? result : qkini::ParseDouble(value, out) ? 1 : kIniErrDouble;
+    const Found found = LookForNumber(ini, {section, tag}, out);
+    return !found.IsItem() ? found.result : qkini::ParseDouble(found.item->value, out) ? 1 : kIniErrDouble;
 }
 
 int IniGetPointerToRawString(IniFile* ini, const char* section, const char* tag, const char** out)
 {
-    IniItem* item = nullptr;
-    const int result = Look(ini, section, tag, out, &item);
-    if (result == 1) {
-        *out = item->value;
+    const Found found = Look(ini, {section, tag}, out);
+    if (found.IsItem()) {
+        *out = found.item->value;
     }
-    return result;
+    return found.result;
 }
 
 int IniGetPointerToString(IniFile* ini, const char* section, const char* tag, const char** out)
 {
-    IniItem* item = nullptr;
-    const int result = Look(ini, section, tag, out, &item);
-    if (result != 1) {
-        return result;
+    const Found found = Look(ini, {section, tag}, out);
+    if (!found.IsItem()) {
+        return found.result;
     }
-    const Text value(item->value);
+    const Text value(found.item->value);
     if (!SizeScratch(ini, value.size)) {
         return kIniErrMemory;
     }
@@ -386,12 +461,11 @@ int IniGetPointerToString(IniFile* ini, const char* section, const char* tag, co
 
 int IniGetRawStringCopy(IniFile* ini, const char* section, const char* tag, char** out)
 {
-    IniItem* item = nullptr;
-    const int result = Look(ini, section, tag, out, &item);
-    if (result != 1) {
-        return result;
+    const Found found = Look(ini, {section, tag}, out);
+    if (!found.IsItem()) {
+        return found.result;
     }
-    char* const copy = qkini::Duplicate(Text(item->value));
+    char* const copy = qkini::Duplicate(Text(found.item->value));
     if (copy == nullptr) {
         return kIniErrMemory;
     }
@@ -412,12 +486,12 @@ int IniGetStringCopy(IniFile* ini, const char* section, const char* tag, char** 
 
 int IniGetRawStringIntoBuffer(IniFile* ini, const char* section, const char* tag, char* dst, size_t size)
 {
-    return CopyInto(ini, section, tag, dst, size, true);
+    return CopyInto(ini, {section, tag}, dst, size, Form::kRaw);
 }
 
 int IniGetStringIntoBuffer(IniFile* ini, const char* section, const char* tag, char* dst, size_t size)
 {
-    return CopyInto(ini, section, tag, dst, size, false);
+    return CopyInto(ini, {section, tag}, dst, size, Form::kUnescaped);
 }
 
 int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, const char* value, int quoted,
@@ -433,7 +507,7 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
         return kIniErrName;
     }
     IniItem* item = ini->duplicateChecking != 0 ? FindItem(ini, sectionName, tagName) : nullptr;
-    if (item == nullptr && !IsPlace(ini, sectionName, tagName)) {
+    if (item == nullptr && !CanBeReadBack(ini, sectionName, tagName)) {
         return kIniErrName;
     }
     char* const stored = StoredValue(given, escaped != 0);
@@ -443,10 +517,10 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
     if (stored == nullptr || item == nullptr) {
         free(stored);
         ini->currentSection = nullptr;
-        return kIniErrMemory;
+        return Changed(ini, kIniErrMemory);
     }
     qkini::SetValue(ini, item, stored, Texts::kOwned, quoted != 0 ? '"' : '\0');
-    return 1;
+    return Changed(ini, 1);
 }
 
 int IniPutString(IniFile* ini, const char* section, const char* tag, const char* value)
@@ -496,7 +570,7 @@ int IniRemoveItem(IniFile* ini, const char* section, const char* tag)
         return 0;
     }
     qkini::RemoveItem(ini, found, item);
-    return 1;
+    return Changed(ini, 1);
 }
 
 int IniRemoveSection(IniFile* ini, const char* section)
@@ -509,7 +583,7 @@ int IniRemoveSection(IniFile* ini, const char* section)
         return 0;
     }
     qkini::RemoveSection(ini, found);
-    return 1;
+    return Changed(ini, 1);
 }
 
 int IniRenameSection(IniFile* ini, const char* oldName, const char* newName)
@@ -525,7 +599,7 @@ int IniRenameSection(IniFile* ini, const char* oldName, const char* newName)
     if (!IsSectionName(name)) {
         return kIniErrName;
     }
-    return qkini::RenameSection(ini, section, name) ? 1 : kIniErrMemory;
+    return Changed(ini, qkini::RenameSection(ini, section, name) ? 1 : kIniErrMemory);
 }
 
 int IniSortSection(IniFile* ini, const char* section)
@@ -538,7 +612,7 @@ int IniSortSection(IniFile* ini, const char* section)
         return 0;
     }
     qkini::SortItems(found);
-    return 1;
+    return Changed(ini, 1);
 }
 
 int IniSortSectionList(IniFile* ini)
@@ -547,7 +621,7 @@ int IniSortSectionList(IniFile* ini)
         return kIniErrFile;
     }
     qkini::SortSections(ini);
-    return 1;
+    return Changed(ini, 1);
 }
 
 int IniSort(IniFile* ini)
@@ -555,11 +629,8 @@ int IniSort(IniFile* ini)
     if (ini == nullptr) {
         return kIniErrFile;
     }
-    qkini::SortSections(ini);
-    for (qkini::Element* const section : ini->sections) {
-        qkini::SortItems(static_cast<IniSection*>(section));
-    }
-    return 1;
+    qkini::Sort(ini);
+    return Changed(ini, 1);
 }
 
 int qkini_StrICmpWithoutSurrWhiteSpace(const char* a, const char* b)

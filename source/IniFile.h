@@ -16,57 +16,12 @@
 
 #include <stdio.h>
 
-#include "IniList.h"
+#include "IniList.h"  // for hosts, which use the lists beside objects
+#include "IniTypes.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-typedef struct IniFile IniFile;
-
-enum IniError {
-    kIniErrLineTooShort = -2,     // the greatest line length leaves no room for a value behind this tag
-    kIniErrUnicodeMark = -3,      // the file starts with a mark of UTF-16 or UTF-32
-    kIniErrNoFileName = -4,       // nothing was read or written yet
-    kIniErrStream = -5,           // the stream can't be cut or positioned, or is asked to be written safely
-    kIniErrName = -6,             // an empty section or tag, or text that could not be read back as itself
-    kIniErrMemory = -12,          // out of memory, or more to read than is allowed
-    kIniErrPermission = -13,      // the file may not be written, or the rename failed
-    kIniErrFile = -22,            // null object, null, empty or too long file name, no such file
-    kIniErrWrite = -28,           // a write failed
-    kIniErrOpen = -5001,          // the file exists but can't be opened
-    kIniErrRead = -5002,          // a read failed
-    kIniErrTemporary = -5003,     // no temporary file could be made
-    kIniErrOpenForWrite = -5004,  // the file can't be opened for writing
-    kIniErrInt = -5021,           // not an integer of 32 bits; a break character outside 0 to 127
-    kIniErrUInt = -5022,          // not an unsigned integer of 32 bits
-    kIniErrDouble = -5023,        // not a number
-    kIniErrBoolean = -5024        // neither "True" nor "False"
-};
-
-enum IniReadOption {
-    kIniReadKeepEmpty = 1,          // an item with an empty value is an item, not an unrecognized line
-    kIniReadStripDoubleQuotes = 2,  // a value in double quotes loses them, and is written with them
-    kIniReadStripSingleQuotes = 4,  // the same for single quotes
-    kIniReadColonAndNull = 8,       // ":" and ":=" separate too; items before any section go to a section "(null)"
-    kIniReadKeepComments = 16       // comments, blank and unrecognized lines are kept, unless the object is sorted
-};
-
-enum IniWriteOption {
-    kIniWriteUtf8Bom = 1,       // the file starts with EF BB BF
-    kIniWriteSafely = 2,        // into a temporary file, which then takes the file's place
-    kIniWriteMkstemp = 4,       // the temporary file has a name of its own; else the file's with the extension TMP,
-                                // and a file that has this name already is lost
-    kIniWriteSpacedEquals = 8,  // " = " between tag and value, else "="
-    kIniWriteComments = 16,     // comments are written back
-    kIniWriteSync = 32          // the data is on the disk before IniWriteToFile returns
-};
-
-enum IniLostRight {
-    kIniLostOwner = 1,  // the new file has another owner
-    kIniLostGroup = 2,  // or another group
-    kIniLostMode = 4    // or not all bits of the mode, or another access control list
-};
 
 // A new empty object, or null when out of memory. If `sorted` is not 0, sections and items are kept in the order of
 // their names. Default options: kIniReadStripDoubleQuotes; safe writes with mkstemp and sync, " = ", lines of at most
@@ -96,14 +51,6 @@ INI_EXPORT int IniSetReadOptions(IniFile* ini, int options);
 // host's counts one byte for its end. kIniErrInt: less than -1, nothing is set.
 INI_EXPORT int IniSetReadLimit(IniFile* ini, long long bytes);
 
-// Gives text line by line to IniRead. A call continues the line that the last one left incomplete, puts at most
-// size - 1 bytes and a NUL into `buffer` (size is 2 or more), and sets all three outputs: *lineComplete when the line's
-// end was reached, *eof when there was nothing more, *lineNumber from 1. A negative result ends the reading.
-typedef int (*IniInputFunction)(void* context, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber);
-
-// Takes one line, without its end. A negative result ends the writing.
-typedef int (*IniOutputFunction)(void* context, const char* line);
-
 // Replaces the content by what the input function gives; values cut into "tag Line0001", "tag Line0002" ... are joined.
 // kIniErrMemory, or the function's own code; what was read so far stays, in order in a sorted object, with the parts of
 // values as items of their own.
@@ -111,23 +58,6 @@ INI_EXPORT int IniRead(IniFile* ini, IniInputFunction input, void* context);
 
 // Writes the content line by line. kIniErrLineTooShort, kIniErrMemory, or the function's own code.
 INI_EXPORT int IniWrite(IniFile* ini, IniOutputFunction output, void* context);
-
-// Reads a stream in pieces: `*actual` of at most `size` bytes into `buffer`, 0 at its end; negative for a failure.
-typedef int (*IniStreamFunction)(void* context, int size, int* actual, void* buffer);
-
-enum { kIniInputChunk = 2084 };
-
-// What IniLineFileInputFunction reads from. Zero it, then set the first two fields.
-typedef struct IniLineInput {
-    IniStreamFunction read;
-    void* context;
-    int used;
-    int available;
-    int lineNumber;
-    int insideLine;  // the last line is not complete yet
-    int lastEnd;     // the character that ended the last line, plus 1; 0 before the first
-    unsigned char chunk[kIniInputChunk];
-} IniLineInput;
 
 // An input function for streams; `input` is an IniLineInput. LF, CR and NUL each end a line, two different ones in a
 // row only one. An unfinished last line counts as complete. kIniErrRead: a size below 2; else the stream's own code.

@@ -5,7 +5,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "IniText.h"
+#include "IniMemory.h"
+#include "IniSearch.h"
 
 // The elements follow it.
 struct qkini_ListRec {
@@ -19,7 +20,6 @@ namespace {
 
 constexpr char kMagic[4] = {'T', 'S', 'I', 'L'};
 constexpr int kFirstCapacity = 4;
-constexpr int kNoMemory = -12;
 
 // A handle's block: its size stands in front of the data.
 struct Block {
@@ -86,23 +86,6 @@ int Compare(const void* a, const void* b, size_t size, qkini_CompareProc compare
     return compare != nullptr ? compare(a, b) : memcmp(a, b, size);
 }
 
-// The index of the first of `count` elements in order that is not in front of the place sought.
-template <typename IsInFront>
-int LowerBound(const char* base, int count, size_t size, IsInFront isInFront)
-{
-    int low = 0;
-    int high = count;
-    while (low < high) {
-        const int middle = low + (high - low) / 2;
-        if (isInFront(base + static_cast<size_t>(middle) * size)) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
-    }
-    return low;
-}
-
 }  // namespace
 
 extern "C" {
@@ -130,11 +113,11 @@ int qkini_PI_SetHandleSize(void** handle, size_t size)
         return 0;
     }
     if (size > SIZE_MAX - sizeof(Block)) {
-        return kNoMemory;
+        return kIniErrMemory;
     }
     auto* const block = static_cast<Block*>(qkini::Reallocate(BlockOf(handle), sizeof(Block) + size));
     if (block == nullptr) {
-        return kNoMemory;
+        return kIniErrMemory;
     }
     block->size = size;
     *handle = block + 1;
@@ -238,7 +221,7 @@ int qkini_ListInsertItems(qkini_List list, const void* items, int position, int 
     const int old = (*list)->count;
     const int index = position == 0 ? old : position == -1 ? 0 : position - 1;
     if (count > INT_MAX - old || !MakeRoom(list, old + count)) {
-        return kNoMemory;
+        return kIniErrMemory;
     }
     memmove(ElementAt(list, index + count), ElementAt(list, index), BytesOf(list, old - index));
     memcpy(ElementAt(list, index), items, BytesOf(list, count));
@@ -252,8 +235,8 @@ int qkini_ListInsertInOrder(qkini_List list, const void* item, qkini_CompareProc
         return 0;
     }
     const size_t size = ElementSize(list);
-    const int index = LowerBound(ElementAt(list, 0), (*list)->count, size,
-                                 [&](const char* element) { return Compare(item, element, size, compare) >= 0; });
+    const int index =
+        qkini::LowerBound((*list)->count, [&](int i) { return Compare(item, ElementAt(list, i), size, compare) >= 0; });
     const int result = qkini_ListInsertItem(list, item, index + 1);
     return result == 1 ? index + 1 : result;
 }
@@ -297,10 +280,11 @@ int qkini_BinSearch(const void* base, int count, int size, const void* key, qkin
 {
     const auto* const elements = static_cast<const char*>(base);
     const auto bytes = static_cast<size_t>(size);
-    const int index = LowerBound(elements, count, bytes,
-                                 [&](const char* element) { return Compare(key, element, bytes, compare) > 0; });
-    const bool isFound =
-        index < count && Compare(key, elements + static_cast<size_t>(index) * bytes, bytes, compare) == 0;
+    const auto compareWith = [&](int i) {
+        return Compare(key, elements + static_cast<size_t>(i) * bytes, bytes, compare);
+    };
+    const int index = qkini::LowerBound(count, [&](int i) { return compareWith(i) > 0; });
+    const bool isFound = index < count && compareWith(index) == 0;
     return isFound ? index : ~index;
 }
 

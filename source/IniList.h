@@ -11,13 +11,7 @@
 
 #include <stddef.h>
 
-#ifndef INI_EXPORT
-#if defined(__GNUC__)
-#define INI_EXPORT __attribute__((visibility("default")))
-#else
-#define INI_EXPORT
-#endif
-#endif
+#include "IniTypes.h"
 
 #ifdef __cplusplus
 extern "C" {

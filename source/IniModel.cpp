@@ -15,15 +15,17 @@
 
 #include <new>
 
+#include "IniMemory.h"
+
 namespace qkini {
 
 namespace {
 
 constexpr size_t kFirstScratchSize = 256;
 
-NameList::Place PlaceIn(Place place, int sorted)
+NameList::Where WhereIn(Where where, int sorted)
 {
-    return place == Place::kAsSorted && sorted != 0 ? NameList::Place::kInOrder : NameList::Place::kLast;
+    return where == Where::kAsSorted && sorted != 0 ? NameList::Where::kInOrder : NameList::Where::kLast;
 }
 
 // Puts all comments of the one list in front of those of the other.
@@ -66,6 +68,92 @@ unsigned* CommentsBehind(IniFile* ini, const IniSection* section)
 {
     Element* const next = ini->sections.Behind(section);
     return next == nullptr ? &ini->trailingComments : &next->comments;
+}
+
+// What a walk over an object has found in it, to be compared with what its pools have given out.
+struct Use {
+    unsigned sections = 0;
+    unsigned items = 0;
+    unsigned nodes = 0;   // of all lists and groups
+    unsigned groups = 0;  // of the elements of one name
+    unsigned comments = 0;
+    bool hasCurrent = false;  // the current section is one of the object's
+};
+
+const char* FaultOfStores(const IniFile* ini)
+{
+    const Pool* const pools[] = {&ini->sectionStore.elements, &ini->itemStore.elements, &ini->names.nodes,
+                                 &ini->names.groups, &ini->comments};
+    for (const Pool* const pool : pools) {
+        const char* const fault = pool->Fault();
+        if (fault != nullptr) {
+            return fault;
+        }
+    }
+    return ini->arena.Fault();
+}
+
+const char* FaultOfList(const NameList& list, Use* use)
+{
+    const char* const fault = list.Fault();
+    if (fault == nullptr) {
+        list.CountUse(&use->nodes, &use->groups);
+    }
+    return fault;
+}
+
+// Walks over a ring of comments. A number of no comment ends the walk, and so does a ring that is longer than all
+// comments, because it is none.
+const char* CountComments(const IniFile* ini, unsigned last, Use* use)
+{
+    for (unsigned number = last; number != 0;) {
+        if (!ini->comments.IsMade(number) || use->comments > ini->comments.live()) {
+            return "comments are no ring, or are shared";
+        }
+        number = CommentAt(ini, number)->next;
+        if (!ini->comments.IsMade(number)) {
+            return "a comment leads to none";
+        }
+        const IniComment* const comment = CommentAt(ini, number);
+        if (comment->text == nullptr || comment->count < 1) {
+            return "a comment has no text or no lines";
+        }
+        ++use->comments;
+        number = number == last ? 0 : number;
+    }
+    return nullptr;
+}
+
+const char* FaultOfSection(const IniFile* ini, const IniSection* section, Use* use)
+{
+    const char* fault = FaultOfList(section->items, use);
+    ++use->sections;
+    use->hasCurrent = use->hasCurrent || ini->currentSection == section;
+    if (fault == nullptr) {
+        fault = CountComments(ini, section->comments, use);
+    }
+    for (int i = 0; fault == nullptr && i < section->items.Count(); ++i) {
+        const IniItem* const item = ItemAt(section, i);
+        ++use->items;
+        if (item->value == nullptr || (!ini->ownsTexts && (item->ownsName || item->ownsValue))) {
+            return "an item has no value, or a text that nobody would free";
+        }
+        fault = CountComments(ini, item->comments, use);
+    }
+    return fault;
+}
+
+// Comments may be more than are in use: those of an item that a later one of its name has replaced stay in the pool
+// until the object is cleared.
+const char* FaultOfUse(const IniFile* ini, const Use& use)
+{
+    if (ini->currentSection != nullptr && !use.hasCurrent) {
+        return "the current section is none of the object's";
+    }
+    const bool isCounted = ini->sectionStore.elements.live() == use.sections &&
+                           ini->itemStore.elements.live() == use.items && ini->names.nodes.live() == use.nodes &&
+                           ini->names.groups.live() == use.groups && ini->comments.live() >= use.comments;
+    return isCounted ? nullptr : "an element is lost";
 }
 
 }  // namespace
@@ -147,14 +235,14 @@ IniItem* FindItem(IniFile* ini, IniSection* section, Text name)
     return item;
 }
 
-IniSection* AddSection(IniFile* ini, Text name, int line, Place place)
+IniSection* AddSection(IniFile* ini, Text name, int line, Where where)
 {
     char* const copy = Duplicate(name);
     if (copy == nullptr) {
         return nullptr;
     }
     const NameKey key(name, ini->names.naming.seed);
-    auto* const section = static_cast<IniSection*>(ini->sections.Add(copy, key, PlaceIn(place, ini->sorted)));
+    auto* const section = static_cast<IniSection*>(ini->sections.Add(copy, key, WhereIn(where, ini->sorted)));
     if (section == nullptr) {
         free(copy);
         return nullptr;
@@ -167,13 +255,13 @@ IniSection* AddSection(IniFile* ini, Text name, int line, Place place)
     return section;
 }
 
-IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts)
+IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Where where, Texts texts)
 {
     const bool ownsName = texts == Texts::kOwned;
     char* const name = ownsName ? Duplicate(key.name) : ini->arena.Copy(key.name);
     auto* const item = name == nullptr
                            ? nullptr
-                           : static_cast<IniItem*>(section->items.Add(name, key, PlaceIn(place, section->sorted)));
+                           : static_cast<IniItem*>(section->items.Add(name, key, WhereIn(where, section->sorted)));
     if (item == nullptr) {
         free(ownsName ? name : nullptr);
         return nullptr;
@@ -281,6 +369,14 @@ void SortItems(IniSection* section)
     section->sorted = 1;
 }
 
+void Sort(IniFile* ini)
+{
+    SortSections(ini);
+    for (Element* const section : ini->sections) {
+        SortItems(static_cast<IniSection*>(section));
+    }
+}
+
 void SetCaseSensitive(IniFile* ini, bool sensitive)
 {
     if (ini->names.naming.caseSensitive != sensitive) {
@@ -292,28 +388,28 @@ void SetCaseSensitive(IniFile* ini, bool sensitive)
     }
 }
 
+bool IsSoundIfSmall(const IniFile* ini)
+{
+    constexpr unsigned kSmall = 100;
+    const bool isSmall = ini->sectionStore.elements.live() <= kSmall && ini->itemStore.elements.live() <= kSmall &&
+                         ini->comments.live() <= kSmall;
+    return !isSmall || Fault(ini) == nullptr;
+}
+
 const char* Fault(const IniFile* ini)
 {
-    const char* fault = ini->sections.Fault();
-    bool hasCurrent = ini->currentSection == nullptr;
-    unsigned items = 0;
-    unsigned nodes = 0;
-    unsigned groups = 0;
-    ini->sections.CountUse(&nodes, &groups);
+    Use use;
+    const char* fault = FaultOfStores(ini);
+    if (fault == nullptr) {
+        fault = FaultOfList(ini->sections, &use);
+    }
     for (int i = 0; fault == nullptr && i < ini->sections.Count(); ++i) {
-        const IniSection* const section = SectionAt(ini, i);
-        fault = section->items.Fault();
-        section->items.CountUse(&nodes, &groups);
-        hasCurrent = hasCurrent || ini->currentSection == section;
-        items += section->items.order.count;
+        fault = FaultOfSection(ini, SectionAt(ini, i), &use);
     }
-    if (fault != nullptr) {
-        return fault;
+    if (fault == nullptr) {
+        fault = CountComments(ini, ini->trailingComments, &use);
     }
-    const bool isCounted = ini->sectionStore.elements.live() == ini->sections.order.count &&
-                           ini->itemStore.elements.live() == items && ini->names.nodes.live() == nodes &&
-                           ini->names.groups.live() == groups;
-    return !hasCurrent ? "the current section is none of the object's" : !isCounted ? "an element is lost" : nullptr;
+    return fault != nullptr ? fault : FaultOfUse(ini, use);
 }
 
 }  // namespace qkini

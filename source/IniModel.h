@@ -3,8 +3,8 @@
 #define KZCORE_INIMODEL_H
 
 #include "IniArena.h"
-#include "IniFile.h"
 #include "IniNames.h"
+#include "IniTypes.h"
 
 enum { kIniFileNameSize = 260, kIniReadLimit = 256 << 20 };
 
@@ -63,14 +63,14 @@ struct IniFile {
 
 namespace qkini {
 
-inline IniSection* SectionAt(const IniFile* ini, int index)
+inline IniSection* SectionAt(const IniFile* ini, int rank)
 {
-    return static_cast<IniSection*>(ini->sections.At(index));
+    return static_cast<IniSection*>(ini->sections.At(rank));
 }
 
-inline IniItem* ItemAt(const IniSection* section, int index)
+inline IniItem* ItemAt(const IniSection* section, int rank)
 {
-    return static_cast<IniItem*>(section->items.At(index));
+    return static_cast<IniItem*>(section->items.At(rank));
 }
 
 inline IniComment* CommentAt(const IniFile* ini, unsigned number)
@@ -93,10 +93,10 @@ IniItem* FindItem(IniFile* ini, IniSection* section, Text name);
 
 // Add a section, which becomes the current one, or an item without a value: behind the last, or in its place where the
 // list is kept in order. Null when out of memory. An item's texts are read into the arena or its own.
-enum class Place { kLast, kAsSorted };
+enum class Where { kLast, kAsSorted };
 enum class Texts { kInArena, kOwned };
-IniSection* AddSection(IniFile* ini, Text name, int line, Place place);
-IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Place place, Texts texts);
+IniSection* AddSection(IniFile* ini, Text name, int line, Where where);
+IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Where where, Texts texts);
 
 // Replaces an item's value.
 void SetValue(IniFile* ini, IniItem* item, char* value, Texts texts, char quoteChar);
@@ -117,12 +117,18 @@ bool RenameSection(IniFile* ini, IniSection* section, Text name);
 
 void SortSections(IniFile* ini);
 void SortItems(IniSection* section);
+void Sort(IniFile* ini);  // both
 
 // How names compare from now on.
 void SetCaseSensitive(IniFile* ini, bool sensitive);
 
-// What is wrong with the object, or null. For tests.
+// What is wrong with the object, or null: its lists against their indexes and trees, what stands in its pools and arena
+// against what it uses. In steps in proportion with the object's size. For KZ_ASSERT_SLOW and tests.
 const char* Fault(const IniFile* ini);
+
+// False for an object that is small and has a fault. For the end of each edit, where a walk over a large object would
+// make many edits of it quadratic.
+bool IsSoundIfSmall(const IniFile* ini);
 
 }  // namespace qkini
 

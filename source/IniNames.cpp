@@ -14,6 +14,9 @@
 
 #include <stdlib.h>
 
+#include "IniMemory.h"
+#include "IniSearch.h"
+
 namespace qkini {
 
 namespace {
@@ -58,9 +61,9 @@ NameKey KeyOf(const NameList& names, const Element* element)
     return {Text(element->name), NamingOf(names).seed};
 }
 
-unsigned IndexOf(const NameList& names, const Element* element)
+unsigned RankOf(const NameList& names, const Element* element)
 {
-    return names.order.IndexOf(PoolsOf(names), names.order.PlaceOf(PoolsOf(names), element));
+    return names.order.RankOf(PoolsOf(names), names.order.PlaceOf(PoolsOf(names), element));
 }
 
 // A negative number, 0 or a positive one.
@@ -83,30 +86,13 @@ int CompareElementsExact(const Element* a, const Element* b)
     return strcmp(a->name, b->name);
 }
 
-// The index of the first of the list's elements that is not in front of the place sought, if they are in order.
-template <typename IsInFront>
-unsigned Bound(unsigned count, IsInFront isInFront)
-{
-    unsigned low = 0;
-    unsigned high = count;
-    while (low < high) {
-        const unsigned middle = low + (high - low) / 2;
-        if (isInFront(middle)) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
-    }
-    return low;
-}
-
 Element* FindInOrder(const NameList& names, Text name)
 {
     const bool caseSensitive = NamingOf(names).caseSensitive;
-    const unsigned index = Bound(names.order.count, [&](unsigned i) {
+    const unsigned rank = LowerBound(names.order.count, [&](unsigned i) {
         return CompareName(name, names.At(static_cast<int>(i))->name, caseSensitive) > 0;
     });
-    Element* const element = index < names.order.count ? names.At(static_cast<int>(index)) : nullptr;
+    Element* const element = rank < names.order.count ? names.At(static_cast<int>(rank)) : nullptr;
     return element != nullptr && AreSameName(element->name, name, caseSensitive) ? element : nullptr;
 }
 
@@ -186,14 +172,14 @@ bool ResizeIndex(NameList* names, unsigned size)
     return true;
 }
 
-// The index in a group of its first member that stands in the list at `place` or behind.
-unsigned IndexInGroup(const NameList& names, const Order& group, unsigned place)
+// The rank in a group of its first member that stands in the list at `place` or behind.
+unsigned RankInGroup(const NameList& names, const Order& group, unsigned place)
 {
     const auto isInFront = [&](unsigned i) {
-        return IndexOf(names, ElementOf(names, group.At(GroupPoolsOf(names), i))) < place;
+        return RankOf(names, ElementOf(names, group.At(GroupPoolsOf(names), i))) < place;
     };
     // What is read and what is put in order comes last.
-    return isInFront(group.count - 1) ? group.count : Bound(group.count, isInFront);
+    return isInFront(group.count - 1) ? group.count : LowerBound(group.count, isInFront);
 }
 
 // Enters another element of a slot's name. False when out of memory: the index must go.
@@ -213,8 +199,8 @@ bool AddToGroup(const NameList& names, NameList::Slot* slot, unsigned number)
         }
     }
     Order* const group = GroupOf(names, slot->holds);
-    const unsigned index = IndexInGroup(names, *group, IndexOf(names, ElementOf(names, number)));
-    return group->Insert(GroupPoolsOf(names), index, number);
+    const unsigned rank = RankInGroup(names, *group, RankOf(names, ElementOf(names, number)));
+    return group->Insert(GroupPoolsOf(names), rank, number);
 }
 
 // Enters an element of the list. Without memory for it the index goes.
@@ -274,7 +260,7 @@ void RemoveFromIndex(NameList* names, const Element* element)
     }
     const OrderPools pools = GroupPoolsOf(*names);
     Order* const group = GroupOf(*names, slot->holds);
-    group->Remove(pools, group->PlaceAt(pools, IndexInGroup(*names, *group, IndexOf(*names, element))));
+    group->Remove(pools, group->PlaceAt(pools, RankInGroup(*names, *group, RankOf(*names, element))));
     if (group->count == 1) {
         const unsigned rest = group->At(pools, 0);
         FreeGroup(*names, slot->holds);
@@ -302,7 +288,7 @@ int CountOfSlot(const NameList& names, const NameList::Slot& slot)
         const Element* const last = ElementOf(names, group.At(GroupPoolsOf(names), i - 1));
         const Element* const next = ElementOf(names, group.At(GroupPoolsOf(names), i));
         if (!AreSameName(first->name, Text(next->name), NamingOf(names).caseSensitive) ||
-            IndexOf(names, last) >= IndexOf(names, next)) {
+            RankOf(names, last) >= RankOf(names, next)) {
             return -1;
         }
     }
@@ -313,9 +299,9 @@ int CountOfSlot(const NameList& names, const NameList::Slot& slot)
 
 void NameList::Iterator::Seek()
 {
-    if (m_index < m_list->order.count) {
+    if (m_rank < m_list->order.count) {
         const OrderPools pools = PoolsOf(*m_list);
-        const Order::Place place = m_list->order.PlaceAt(pools, m_index);
+        const Order::Place place = m_list->order.PlaceAt(pools, m_rank);
         m_leaf = static_cast<OrderNode*>(pools.nodes->At(place.leaf));
         m_at = place.at;
     }
@@ -344,15 +330,15 @@ void NameList::FreeIndex()
     slots = nullptr;
 }
 
-Element* NameList::At(int index) const
+Element* NameList::At(int rank) const
 {
-    return ElementOf(*this, order.At(PoolsOf(*this), static_cast<unsigned>(index)));
+    return ElementOf(*this, order.At(PoolsOf(*this), static_cast<unsigned>(rank)));
 }
 
 Element* NameList::Behind(const Element* element) const
 {
-    const unsigned index = IndexOf(*this, element) + 1;
-    return index < order.count ? At(static_cast<int>(index)) : nullptr;
+    const unsigned rank = RankOf(*this, element) + 1;
+    return rank < order.count ? At(static_cast<int>(rank)) : nullptr;
 }
 
 Element* NameList::Find(const NameKey& key)
@@ -367,15 +353,15 @@ Element* NameList::Find(const NameKey& key)
     return isInOrder && order.count > kIndexFrom ? FindInOrder(*this, key.name) : FindOneByOne(*this, key.name);
 }
 
-Element* NameList::Add(char* name, const NameKey& key, Place place)
+Element* NameList::Add(char* name, const NameKey& key, Where where)
 {
     Pool& elements = store->elements;
     if (order.count == Pool::kMost || !elements.Reserve(1)) {
         return nullptr;
     }
-    unsigned index = order.count;
-    if (place == Place::kInOrder) {
-        index = Bound(order.count, [&](unsigned i) {
+    unsigned rank = order.count;
+    if (where == Where::kInOrder) {
+        rank = LowerBound(order.count, [&](unsigned i) {
             return CompareName(key.name, At(static_cast<int>(i))->name, NamingOf(*this).caseSensitive) >= 0;
         });
     }
@@ -383,11 +369,11 @@ Element* NameList::Add(char* name, const NameKey& key, Place place)
     Element* const element = ElementOf(*this, number);
     memset(static_cast<void*>(element), 0, elements.elementSize());
     element->name = name;
-    if (!order.Insert(PoolsOf(*this), index, number)) {
+    if (!order.Insert(PoolsOf(*this), rank, number)) {
         elements.Give(number);
         return nullptr;
     }
-    isInOrder = isInOrder && (place == Place::kInOrder || index == 0);
+    isInOrder = isInOrder && (where == Where::kInOrder || rank == 0);
     if (slots != nullptr) {
         AddToIndex(this, number, key);
     } else if (order.count > kIndexFrom) {

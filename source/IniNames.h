@@ -46,8 +46,7 @@ struct NameList {
     // Goes through the list, which does not change in between.
     class Iterator {
     public:
-        Iterator(const NameList* list, unsigned index)
-            : m_list(list), m_elements(&list->store->elements), m_index(index)
+        Iterator(const NameList* list, unsigned rank) : m_list(list), m_elements(&list->store->elements), m_rank(rank)
         {
             Seek();
         }
@@ -55,14 +54,14 @@ struct NameList {
         Element* operator*() const { return static_cast<Element*>(m_elements->At(m_leaf->entries[m_at])); }
         Iterator& operator++()
         {
-            ++m_index;
+            ++m_rank;
             ++m_at;
             if (m_at == m_leaf->used) {
                 Seek();
             }
             return *this;
         }
-        bool operator!=(const Iterator& other) const { return m_index != other.m_index; }
+        bool operator!=(const Iterator& other) const { return m_rank != other.m_rank; }
 
     private:
         void Seek();
@@ -71,7 +70,7 @@ struct NameList {
         const Pool* m_elements;
         const OrderNode* m_leaf = nullptr;
         unsigned m_at = 0;
-        unsigned m_index;
+        unsigned m_rank;
     };
     Iterator begin() const { return {this, 0}; }
     Iterator end() const { return {this, order.count}; }
@@ -83,7 +82,7 @@ struct NameList {
     void FreeIndex();
 
     int Count() const { return static_cast<int>(order.count); }
-    Element* At(int index) const;
+    Element* At(int rank) const;
     Element* Behind(const Element* element) const;  // the next one, or null
 
     // The first element of a name, or null.
@@ -91,8 +90,8 @@ struct NameList {
 
     // Adds an element of zeros but for its name, a text equal to `key` that becomes the element's: behind the last, or
     // in order behind those that are equal. Null when out of memory: nothing changed.
-    enum class Place { kLast, kInOrder };
-    Element* Add(char* name, const NameKey& key, Place place);
+    enum class Where { kLast, kInOrder };
+    Element* Add(char* name, const NameKey& key, Where where);
 
     void Remove(Element* element);
 

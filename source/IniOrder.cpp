@@ -1,17 +1,18 @@
 // An order is a tree whose leaves hold the elements' numbers, up to 29 in a node, all leaves on one level. Each node
-// knows its parent and how many elements are below it, and each element its leaf. So a place is found from an index on
-// the way down, and an index from a place on the way up.
+// knows its parent and how many elements are below it, and each element its leaf. So a place is found from a rank on
+// the way down, and a rank from a place on the way up.
 //
 // A full node is split in two; at the list's end the new node begins empty, because what is read in order then fills
 // its nodes. A node is freed once it is empty and never merged before, so that a removal moves nothing but the rest of
 // one node and needs no memory. The root has two entries at least, unless it is a leaf.
 //
-// An order of elements that don't know their leaf is the same tree; a place in it is found by index only.
+// An order of elements that don't know their leaf is the same tree; a place in it is found by rank only.
 
 #include "IniOrder.h"
 
-#include <assert.h>
 #include <string.h>
+
+#include "KzAssert.h"
 
 namespace qkini {
 
@@ -63,7 +64,7 @@ unsigned PlaceInNode(const OrderNode& node, unsigned entry)
 void PutEntry(const OrderPools& pools, unsigned number, unsigned at, unsigned entry)
 {
     OrderNode* const node = NodeOf(pools, number);
-    assert(node->used < kRoom && at <= node->used);
+    KZ_ASSERT(node->used < kRoom && at <= node->used);
     const unsigned behind = node->used - at;
     memmove(node->entries + at + 1, node->entries + at, behind * sizeof(unsigned));
     CountSteps(behind);
@@ -74,7 +75,7 @@ void PutEntry(const OrderPools& pools, unsigned number, unsigned at, unsigned en
 
 void TakeEntry(OrderNode* node, unsigned at)
 {
-    assert(at < node->used);
+    KZ_ASSERT(at < node->used);
     --node->used;
     const unsigned behind = node->used - at;
     memmove(node->entries + at, node->entries + at + 1, behind * sizeof(unsigned));
@@ -194,14 +195,15 @@ unsigned Order::NumberAt(const OrderPools& pools, Place place) const
     return NodeOf(pools, place.leaf)->entries[place.at];
 }
 
-Order::Place Order::PlaceAt(const OrderPools& pools, unsigned index) const
+Order::Place Order::PlaceAt(const OrderPools& pools, unsigned rank) const
 {
-    assert(index < count);
-    if (nearLeaf != 0 && index - nearFirst < NodeOf(pools, nearLeaf)->used) {
-        return {nearLeaf, index - nearFirst};
+    KZ_ASSERT(rank < count);
+    // A rank in front of the near leaf wraps to a great number and is no place in it.
+    if (nearLeaf != 0 && rank - nearFirst < NodeOf(pools, nearLeaf)->used) {
+        return {nearLeaf, rank - nearFirst};
     }
     unsigned number = root;
-    unsigned rest = index;
+    unsigned rest = rank;
     for (const OrderNode* node = NodeOf(pools, root); node->level > 0;) {
         const OrderNode* child = nullptr;
         for (unsigned i = 0;; ++i) {
@@ -215,7 +217,7 @@ Order::Place Order::PlaceAt(const OrderPools& pools, unsigned index) const
         node = child;
     }
     nearLeaf = number;
-    nearFirst = index - rest;
+    nearFirst = rank - rest;
     return {number, rest};
 }
 
@@ -229,18 +231,18 @@ Order::Place Order::PlaceOf(const OrderPools& pools, const Element* element) con
     return {element->leaf, at};
 }
 
-unsigned Order::IndexOf(const OrderPools& pools, Place place) const
+unsigned Order::RankOf(const OrderPools& pools, Place place) const
 {
-    unsigned index = place.at;
+    unsigned rank = place.at;
     unsigned number = place.leaf;
     for (unsigned parent = NodeOf(pools, number)->parent; parent != 0; parent = NodeOf(pools, number)->parent) {
         const OrderNode* const node = NodeOf(pools, parent);
         for (unsigned i = 0; node->entries[i] != number; ++i) {
-            index += NodeOf(pools, node->entries[i])->size;
+            rank += NodeOf(pools, node->entries[i])->size;
         }
         number = parent;
     }
-    return index;
+    return rank;
 }
 
 // Without a split.
@@ -262,10 +264,10 @@ bool Order::Append(const OrderPools& pools, unsigned number)
     return true;
 }
 
-bool Order::Insert(const OrderPools& pools, unsigned index, unsigned number)
+bool Order::Insert(const OrderPools& pools, unsigned rank, unsigned number)
 {
-    assert(index <= count);
-    if (root != 0 && index == count && Append(pools, number)) {
+    KZ_ASSERT(rank <= count);
+    if (root != 0 && rank == count && Append(pools, number)) {
         return true;
     }
     if (root == 0) {
@@ -275,50 +277,87 @@ bool Order::Insert(const OrderPools& pools, unsigned index, unsigned number)
         root = MakeNode(pools, 0, 0);
         last = root;
     }
-    const bool isLast = index == count;
-    const Place place = isLast ? Place{last, NodeOf(pools, last)->used} : PlaceAt(pools, index);
+    const bool isLast = rank == count;
+    const Place place = isLast ? Place{last, NodeOf(pools, last)->used} : PlaceAt(pools, rank);
+    // All nodes before the first change, so that no failure leaves half of one.
     if (!pools.nodes->Reserve(NodesToInsert(pools, place.leaf))) {
         return false;
     }
-    unsigned node = place.leaf;
-    unsigned at = place.at;
-    unsigned entry = number;
-    while (NodeOf(pools, node)->used == kRoom) {
-        OrderNode* const full = NodeOf(pools, node);
-        const unsigned keep = isLast ? kRoom : (kRoom + 1) / 2;
-        const unsigned right = Split(pools, node, keep);
-        if (full->parent == 0) {
-            root = MakeNode(pools, 0, full->level + 1u);
-            NodeOf(pools, root)->size = full->size;
-            PutEntry(pools, root, 0, node);
-        }
-        const bool isRight = isLast || at > keep;
-        PutEntry(pools, isRight ? right : node, isRight ? at - keep : at, entry);
-        CountSize(pools, full);
-        CountSize(pools, NodeOf(pools, right));
-        last = last == node ? right : last;
-        at = PlaceInNode(*NodeOf(pools, full->parent), node) + 1;
-        node = full->parent;
-        entry = right;
-    }
-    PutEntry(pools, node, at, entry);
-    for (; node != 0; node = NodeOf(pools, node)->parent) {
-        ++NodeOf(pools, node)->size;
-    }
+    PutAndSplit(pools, place, number, isLast);
     ++count;
     nearLeaf = 0;
     return true;
 }
 
+// Puts an entry into a leaf, and the halves of what has to be split for it into the nodes above. Requires the nodes
+// reserved that this makes.
+void Order::PutAndSplit(const OrderPools& pools, Place place, unsigned entry, bool isLast)
+{
+    unsigned node = place.leaf;
+    unsigned at = place.at;
+    while (NodeOf(pools, node)->used == kRoom) {
+        const unsigned right = SplitAround(pools, {node, at}, entry, isLast);
+        const unsigned parent = NodeOf(pools, node)->parent;
+        at = PlaceInNode(*NodeOf(pools, parent), node) + 1;
+        node = parent;
+        entry = right;
+    }
+    PutEntry(pools, node, at, entry);
+    // A split has counted its two halves anew; from here on up nothing else changed than one element more.
+    for (; node != 0; node = NodeOf(pools, node)->parent) {
+        ++NodeOf(pools, node)->size;
+    }
+}
+
+// Splits a full node in two and puts the entry into one of them. Returns the right one, which its parent does not hold
+// yet; a root gets a parent first.
+unsigned Order::SplitAround(const OrderPools& pools, Place place, unsigned entry, bool isLast)
+{
+    const unsigned node = place.leaf;
+    OrderNode* const full = NodeOf(pools, node);
+    KZ_ASSERT(full->used == kRoom);
+    const unsigned keep = isLast ? kRoom : (kRoom + 1) / 2;
+    const unsigned right = Split(pools, node, keep);
+    if (full->parent == 0) {
+        root = MakeNode(pools, 0, full->level + 1u);
+        NodeOf(pools, root)->size = full->size;
+        PutEntry(pools, root, 0, node);
+    }
+    const bool isRight = isLast || place.at > keep;
+    PutEntry(pools, isRight ? right : node, isRight ? place.at - keep : place.at, entry);
+    CountSize(pools, full);
+    CountSize(pools, NodeOf(pools, right));
+    last = last == node ? right : last;
+    return right;
+}
+
 void Order::Remove(const OrderPools& pools, Place place)
 {
+    KZ_ASSERT(count > 0);
     nearLeaf = 0;
     --count;
     for (unsigned number = place.leaf; number != 0; number = NodeOf(pools, number)->parent) {
         --NodeOf(pools, number)->size;
     }
-    unsigned node = place.leaf;
-    TakeEntry(NodeOf(pools, node), place.at);
+    TakeEntry(NodeOf(pools, place.leaf), place.at);
+    DropEmpty(pools, place.leaf);
+    if (root == 0) {
+        return;
+    }
+    // A root of one child says nothing, and would stay for as long as the order.
+    for (const OrderNode* top = NodeOf(pools, root); top->level > 0 && top->used == 1; top = NodeOf(pools, root)) {
+        const unsigned old = root;
+        root = top->entries[0];
+        NodeOf(pools, root)->parent = 0;
+        pools.nodes->Give(old);
+    }
+    last = last == 0 ? LastLeaf(pools, root) : last;
+}
+
+// Frees a node that has no entry left, and then each above it that had only this one. Leaves `last` at 0 where the last
+// leaf went, and `root` where all of them did.
+void Order::DropEmpty(const OrderPools& pools, unsigned node)
+{
     while (NodeOf(pools, node)->used == 0) {
         const unsigned parent = NodeOf(pools, node)->parent;
         pools.nodes->Give(node);
@@ -330,13 +369,6 @@ void Order::Remove(const OrderPools& pools, Place place)
         TakeEntry(NodeOf(pools, parent), PlaceInNode(*NodeOf(pools, parent), node));
         node = parent;
     }
-    for (const OrderNode* top = NodeOf(pools, root); top->level > 0 && top->used == 1; top = NodeOf(pools, root)) {
-        const unsigned old = root;
-        root = top->entries[0];
-        NodeOf(pools, root)->parent = 0;
-        pools.nodes->Give(old);
-    }
-    last = last == 0 ? LastLeaf(pools, root) : last;
 }
 
 void Order::Clear(const OrderPools& pools)

@@ -1,5 +1,5 @@
-// The order of the elements of a list: where an element stands, which one stands at a place, and edits in between, each
-// in a number of steps that grows with the logarithm of the list's length. C library only.
+// The order of the elements of a list: where an element stands, which one stands there, and edits in between, each in a
+// number of steps that grows with the logarithm of the list's length. C library only.
 #ifndef KZCORE_INIORDER_H
 #define KZCORE_INIORDER_H
 
@@ -31,7 +31,8 @@ struct OrderPools {
     Pool* elements;  // null where they don't know their leaf
 };
 
-// Indexes count from 0.
+// An order of elements. An element's rank is how many stand in front of it, so ranks count from 0; its place is where
+// in the tree it stands. Zeros are an empty order.
 struct Order {
     struct Place {
         unsigned leaf;
@@ -41,18 +42,19 @@ struct Order {
     unsigned root;
     unsigned last;  // leaf
     unsigned count;
-    mutable unsigned nearLeaf;   // where an index was last looked up, or 0
-    mutable unsigned nearFirst;  // the index of its first element
+    mutable unsigned nearLeaf;   // where a rank was last looked up, or 0
+    mutable unsigned nearFirst;  // the rank of its first element
 
-    // Places, indexes and the numbers of elements. An element that knows its leaf has its place found by that.
-    Place PlaceAt(const OrderPools& pools, unsigned index) const;
+    // From ranks to places, to the numbers of elements, and back. PlaceOf is for elements that know their leaf. Require
+    // a rank below the count, and a place or element of this order.
+    Place PlaceAt(const OrderPools& pools, unsigned rank) const;
     Place PlaceOf(const OrderPools& pools, const Element* element) const;
-    unsigned IndexOf(const OrderPools& pools, Place place) const;
+    unsigned RankOf(const OrderPools& pools, Place place) const;
     unsigned NumberAt(const OrderPools& pools, Place place) const;
-    unsigned At(const OrderPools& pools, unsigned index) const { return NumberAt(pools, PlaceAt(pools, index)); }
+    unsigned At(const OrderPools& pools, unsigned rank) const { return NumberAt(pools, PlaceAt(pools, rank)); }
 
-    // Inserts in front of the element at `index`, or behind the last. False when out of memory: nothing changed.
-    bool Insert(const OrderPools& pools, unsigned index, unsigned number);
+    // Inserts an element that gets this rank, from 0 to the count. False when out of memory: nothing changed.
+    bool Insert(const OrderPools& pools, unsigned rank, unsigned number);
     void Remove(const OrderPools& pools, Place place);
     void Clear(const OrderPools& pools);
 
@@ -66,6 +68,9 @@ struct Order {
 
 private:
     bool Append(const OrderPools& pools, unsigned number);
+    void PutAndSplit(const OrderPools& pools, Place place, unsigned entry, bool isLast);
+    unsigned SplitAround(const OrderPools& pools, Place place, unsigned entry, bool isLast);
+    void DropEmpty(const OrderPools& pools, unsigned node);
 };
 
 }  // namespace qkini

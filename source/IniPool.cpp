@@ -1,10 +1,10 @@
 #include "IniPool.h"
 
-#include <assert.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include "IniText.h"
+#include "IniMemory.h"
+#include "KzAssert.h"
 
 namespace qkini {
 
@@ -45,7 +45,7 @@ bool Pool::Reserve(unsigned count)
 unsigned Pool::Take()
 {
     if (m_firstFree == 0) {
-        assert(m_made < m_chunkCount * PerChunk());
+        KZ_ASSERT(m_made < m_chunkCount * PerChunk());
         return m_made++;
     }
     const unsigned number = m_firstFree;
@@ -56,10 +56,25 @@ unsigned Pool::Take()
 
 void Pool::Give(unsigned number)
 {
-    assert(number > 0 && number < m_made);
+    KZ_ASSERT(number > 0 && number < m_made);
     memcpy(At(number), &m_firstFree, sizeof m_firstFree);
     m_firstFree = number;
     ++m_givenBack;
+}
+
+const char* Pool::Fault() const
+{
+    if (m_chunkCount > m_chunkRoom || m_givenBack >= m_made || (m_made > 1 && m_made > m_chunkCount * PerChunk())) {
+        return "a pool has given out what it has not";
+    }
+    unsigned number = m_firstFree;
+    for (unsigned i = 0; i < m_givenBack; ++i) {
+        if (!IsMade(number)) {
+            return "a pool lost what was given back";
+        }
+        memcpy(&number, At(number), sizeof number);
+    }
+    return number == 0 ? nullptr : "a pool has more given back than it counts";
 }
 
 void Pool::Clear()

@@ -7,15 +7,16 @@
 namespace qkini {
 
 // Counts what the structures in pools do, one for each element looked up or moved, so that tests can hold the cost of
-// edits to a bound. Only in builds with assertions.
-#ifdef NDEBUG
-inline void CountSteps(size_t) {}
-#else
+// edits to a bound. Only in builds with KZ_COUNT_LIVE, as those of the tests are, because At is the hottest line of a
+// look-up.
+#if defined(KZ_COUNT_LIVE)
 inline thread_local size_t g_steps = 0;
 inline void CountSteps(size_t steps)
 {
     g_steps += steps;
 }
+#else
+inline void CountSteps(size_t /*steps*/) {}
 #endif
 
 // Numbers run from 1 up to kMost; 0 is none. A number that is given back is the next to be taken.
@@ -45,6 +46,12 @@ public:
 
     // Frees the memory of all elements.
     void Clear();
+
+    // Whether the number was ever taken.
+    bool IsMade(unsigned number) const { return number > 0 && number < m_made; }
+
+    // What is wrong with the pool, or null. For tests and KZ_ASSERT_SLOW.
+    const char* Fault() const;
 
     size_t elementSize() const { return m_elementSize; }
     unsigned live() const { return m_made - 1 - m_givenBack; }

@@ -1,22 +1,21 @@
+// A reading goes through three steps. Pieces of lines come from the input (ReadPiece, or the host's function),
+// LineReader puts them together to whole lines, and Reader takes each line for a section, an item, a comment or an
+// unrecognized one. Behind the last line the parts of values that were cut for their length are joined.
+//
+// Every byte of the text is a stranger's. The input may never end, so that all loops over it are bounded by the read
+// limit; and memory may run out at any line, so that the object is sound behind each of them.
+
+#include "IniReader.h"
+
 #include <limits.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include "IniFile.h"
-#include "IniModel.h"
+#include "IniMemory.h"
+#include "KzAssert.h"
 
-using qkini::AddItem;
-using qkini::AddSection;
-using qkini::AppendComment;
-using qkini::ItemAt;
-using qkini::Place;
-using qkini::SectionAt;
-using qkini::Text;
-using qkini::Texts;
-using qkini::Trimmed;
-using qkini::TrimmedLeft;
-using qkini::TrimmedRight;
+namespace qkini {
 
 namespace {
 
@@ -68,68 +67,38 @@ int SkipPairedEnd(IniLineInput* input, int* taken)
     return result;
 }
 
-// What an input function gave: part of a line, its end, or the end of all.
-struct Piece {
-    int result;  // 1, or a negative code
-    int size;
-    int taken;  // bytes of the input: the piece and ends of lines
-    int lineNumber;
-    bool isEnd;
-    bool isComplete;
-};
-
-// Gives at most size - 1 bytes, and a NUL.
-Piece ReadPiece(IniLineInput* input, char* buffer, int size)
+// Takes what the chunk has of the line. Requires a byte in the chunk and room for one in the buffer.
+void TakeFromChunk(IniLineInput* input, char* buffer, int room, Piece* piece)
 {
-    Piece piece{};
-    if (size < 2) {
-        piece.result = kIniErrRead;
-        return piece;
+    KZ_ASSERT(input->used != input->available && room > 0);
+    if (input->insideLine == 0) {
+        input->insideLine = 1;
+        input->lineNumber += input->lineNumber < INT_MAX ? 1 : 0;
     }
-    piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input, &piece.taken);
-    while (piece.result >= 0 && piece.size < size - 1 && !piece.isComplete) {
-        piece.result = FillChunk(input);
-        if (piece.result < 0) {
-            break;
-        }
-        if (input->available == 0) {
-            piece.isEnd = piece.size == 0;
-            piece.isComplete = !piece.isEnd;
-            break;
-        }
-        if (input->insideLine == 0) {
-            input->insideLine = 1;
-            input->lineNumber += input->lineNumber < INT_MAX ? 1 : 0;
-        }
-        const int rest = input->available - input->used;
-        const int room = size - 1 - piece.size;
-        const int length = LengthOfLine(input->chunk + input->used, rest < room ? rest : room);
-        memcpy(buffer + piece.size, input->chunk + input->used, static_cast<size_t>(length));
-        piece.size += length;
-        piece.taken += length;
-        input->used += length;
-        if (piece.size < size - 1 && input->used < input->available) {
-            input->lastEnd = input->chunk[input->used] + 1;
-            ++input->used;
-            ++piece.taken;
-            piece.isComplete = true;
-        }
+    const int rest = input->available - input->used;
+    const int length = LengthOfLine(input->chunk + input->used, rest < room ? rest : room);
+    memcpy(buffer + piece->size, input->chunk + input->used, static_cast<size_t>(length));
+    piece->size += length;
+    piece->taken += length;
+    input->used += length;
+    // A line that just fills the buffer leaves its end for the next piece, because only a byte that fits was looked at.
+    if (length < room && input->used < input->available) {
+        input->lastEnd = input->chunk[input->used] + 1;
+        ++input->used;
+        ++piece->taken;
+        piece->isComplete = true;
     }
-    buffer[piece.size] = 0;
-    if (piece.isEnd || piece.isComplete) {
-        input->insideLine = 0;
-    }
-    piece.lineNumber = input->lineNumber;
-    piece.result = piece.result < 0 ? piece.result : 1;
-    return piece;
 }
 
-// The lines of an input function, put together from its pieces. So that an input without an end has one, no more than
-// a limit is taken from it; -1 for none.
+// The lines of an input, put together from its pieces. No more bytes than a limit are taken (-1 for none), because an
+// input may be a device without an end.
 class LineReader {
 public:
-    LineReader(IniInputFunction input, void* context, long long limit)
-        : m_input(input), m_context(context), m_left(limit == -1 ? LLONG_MAX : limit)
+    LineReader(IniInputFunction function, void* context, long long limit)
+        : m_function(function), m_context(context), m_stream(nullptr), m_left(limit == -1 ? LLONG_MAX : limit)
+    {}
+    LineReader(IniLineInput* stream, long long limit)
+        : m_function(nullptr), m_context(nullptr), m_stream(stream), m_left(limit == -1 ? LLONG_MAX : limit)
     {}
     ~LineReader() { free(m_buffer); }
     LineReader(const LineReader&) = delete;
@@ -151,16 +120,19 @@ public:
             if (m_left < 0) {
                 return kIniErrMemory;
             }
+            // An input that ends within a line gave a line all the same.
             if (piece.isEnd) {
                 return m_used > 0 ? 1 : 0;
             }
             m_used += piece.size;
+            KZ_ASSERT(m_used < m_size);
             if (piece.isComplete) {
                 return 1;
             }
         }
     }
 
+    // Good until the next line is read.
     Text line() const { return {m_buffer, static_cast<size_t>(m_used)}; }
     int number() const { return m_number; }
 
@@ -168,18 +140,18 @@ private:
     Piece NextPiece()
     {
         char* const buffer = m_buffer + m_used;
-        // At most one byte more than may be taken.
+        // At most one byte more than may be taken: it tells that there is more.
         const long long useful = m_left > INT_MAX - 2 ? INT_MAX : m_left + 2;
         const int room = useful < m_size - m_used ? static_cast<int>(useful) : m_size - m_used;
-        if (m_input == &IniLineFileInputFunction) {
-            const Piece piece = ReadPiece(static_cast<IniLineInput*>(m_context), buffer, room);
+        if (m_stream != nullptr) {
+            const Piece piece = ReadPiece(m_stream, buffer, room);
             m_number = piece.lineNumber;
             return piece;
         }
         int eof = 0;
         int isComplete = 0;
         Piece piece{};
-        piece.result = m_input(m_context, buffer, room, &eof, &isComplete, &m_number);
+        piece.result = m_function(m_context, buffer, room, &eof, &isComplete, &m_number);
         piece.isEnd = eof != 0;
         piece.isComplete = isComplete != 0;
         piece.size = piece.result < 0 || piece.isEnd ? 0 : static_cast<int>(strlen(buffer));
@@ -189,6 +161,7 @@ private:
         return piece;
     }
 
+    // Doubles the buffer, so that a line of any length is copied a bounded number of times per byte.
     bool Grow()
     {
         constexpr int kFirstSize = 256;
@@ -196,7 +169,7 @@ private:
             return false;
         }
         const int size = m_size == 0 ? kFirstSize : m_size * 2;
-        auto* const buffer = static_cast<char*>(qkini::Reallocate(m_buffer, static_cast<size_t>(size)));
+        auto* const buffer = static_cast<char*>(Reallocate(m_buffer, static_cast<size_t>(size)));
         if (buffer == nullptr) {
             return false;
         }
@@ -205,10 +178,11 @@ private:
         return true;
     }
 
-    const IniInputFunction m_input;
-    void* const m_context;
+    const IniInputFunction m_function;  // a host's, or null for a stream
+    void* const m_context;              // of the function
+    IniLineInput* const m_stream;       // whose lines need no function, or null
     char* m_buffer = nullptr;
-    int m_size = 0;
+    int m_size = 0;  // of the buffer
     int m_used = 0;  // bytes of the line
     int m_number = 0;
     long long m_left;  // bytes that may still be taken
@@ -274,9 +248,9 @@ private:
         if (name.IsEmpty()) {
             return TakeUnrecognized(line);
         }
-        IniSection* section = m_ini->duplicateChecking != 0 ? qkini::FindSection(m_ini, name) : nullptr;
+        IniSection* section = m_ini->duplicateChecking != 0 ? FindSection(m_ini, name) : nullptr;
         if (section == nullptr) {
-            section = AddSection(m_ini, name, m_line, Place::kLast);
+            section = AddSection(m_ini, name, m_line, Where::kLast);
         }
         if (section == nullptr) {
             return false;
@@ -307,7 +281,7 @@ private:
             if (!hasColons) {
                 return true;
             }
-            m_section = AddSection(m_ini, Text("(null)"), -1, Place::kLast);
+            m_section = AddSection(m_ini, Text("(null)"), -1, Where::kLast);
         }
         return m_section != nullptr && StoreItem(m_section, tag, value);
     }
@@ -319,16 +293,16 @@ private:
         if (stored == nullptr) {
             return false;
         }
-        const qkini::NameKey key(tag, m_ini->names.naming.seed);
+        const NameKey key(tag, m_ini->names.naming.seed);
         auto* item = m_ini->duplicateChecking != 0 ? static_cast<IniItem*>(section->items.Find(key)) : nullptr;
         if (item == nullptr) {
-            item = AddItem(m_ini, section, key, Place::kLast, Texts::kInArena);
+            item = AddItem(m_ini, section, key, Where::kLast, Texts::kInArena);
         }
         if (item == nullptr) {
             return false;
         }
-        qkini::SetValue(m_ini, item, stored, Texts::kInArena, quote);
-        m_hasContinuations = m_hasContinuations || qkini::ContinuationOf(tag).number == 1;
+        SetValue(m_ini, item, stored, Texts::kInArena, quote);
+        m_hasContinuations = m_hasContinuations || ContinuationOf(tag).number == 1;
         item->line = m_line;
         GivePending(&item->comments);
         return true;
@@ -361,7 +335,7 @@ struct Run {
 
 bool IsContinuation(const IniItem* item, bool isFirst)
 {
-    const long number = qkini::ContinuationOf(Text(item->name)).number;
+    const long number = ContinuationOf(Text(item->name)).number;
     return isFirst ? number == 1 : number >= 0 && number != 1;
 }
 
@@ -383,7 +357,7 @@ bool JoinRun(IniFile* ini, IniSection* section, Run run)
     for (int i = run.first; i < run.end; ++i) {
         size += strlen(ItemAt(section, i)->value);
     }
-    auto* const value = static_cast<char*>(qkini::Allocate(size + 1));
+    auto* const value = static_cast<char*>(Allocate(size + 1));
     if (value == nullptr) {
         return false;
     }
@@ -395,11 +369,11 @@ bool JoinRun(IniFile* ini, IniSection* section, Run run)
     }
     *at = 0;
     IniItem* const first = ItemAt(section, run.first);
-    qkini::SetValue(ini, first, value, Texts::kOwned, first->quoteChar);
+    SetValue(ini, first, value, Texts::kOwned, first->quoteChar);
     section->items.Forget();  // the name changes where it stands
-    first->name[qkini::ContinuationOf(Text(first->name)).baseSize] = 0;
+    first->name[ContinuationOf(Text(first->name)).baseSize] = 0;
     for (int rest = run.end - run.first - 1; rest > 0; --rest) {
-        qkini::DropItem(section, ItemAt(section, run.first + 1));
+        DropItem(section, ItemAt(section, run.first + 1));
     }
     return true;
 }
@@ -418,22 +392,15 @@ bool JoinContinuations(IniFile* ini)
     return true;
 }
 
-}  // namespace
-
-extern "C" {
-
-int IniRead(IniFile* ini, IniInputFunction input, void* context)
+// Replaces the object's content by the lines.
+int ReadLines(IniFile* ini, LineReader* lines)
 {
-    if (ini == nullptr || input == nullptr) {
-        return kIniErrFile;
-    }
-    qkini::Clear(ini);
+    Clear(ini);
     ini->firstUnrecognizedLine = -1;
-    LineReader lines(input, context, ini->readLimit);
     Reader reader(ini);
     int result;
-    while ((result = lines.Next()) == 1) {
-        if (!reader.Take(lines.line(), lines.number())) {
+    while ((result = lines->Next()) == 1) {
+        if (!reader.Take(lines->line(), lines->number())) {
             result = kIniErrMemory;
             break;
         }
@@ -445,18 +412,56 @@ int IniRead(IniFile* ini, IniInputFunction input, void* context)
     }
     // Whatever the result, because the order that a sorted object promises holds for what a failed read leaves too.
     if (ini->sorted != 0) {
-        IniSort(ini);
+        Sort(ini);
     }
     return result;
 }
 
-int IniLineFileInputFunction(void* state, char* buffer, int size, int* eof, int* lineComplete, int* lineNumber)
+}  // namespace
+
+Piece ReadPiece(IniLineInput* input, char* buffer, int size)
 {
-    const Piece piece = ReadPiece(static_cast<IniLineInput*>(state), buffer, size);
-    *eof = piece.isEnd ? 1 : 0;
-    *lineComplete = piece.isComplete ? 1 : 0;
-    *lineNumber = piece.lineNumber;
-    return piece.result;
+    Piece piece{};
+    if (size < 2) {
+        piece.result = kIniErrRead;
+        return piece;
+    }
+    // The second half of a pair is skipped here, where the next line begins, and not where its first half was read,
+    // because the stream may not have given it yet then.
+    piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input, &piece.taken);
+    while (piece.result >= 0 && piece.size < size - 1 && !piece.isComplete) {
+        piece.result = FillChunk(input);
+        if (piece.result < 0) {
+            break;
+        }
+        if (input->available == 0) {
+            piece.isEnd = piece.size == 0;
+            piece.isComplete = !piece.isEnd;  // a last line needs no end
+            break;
+        }
+        TakeFromChunk(input, buffer, size - 1 - piece.size, &piece);
+    }
+    buffer[piece.size] = 0;
+    if (piece.isEnd || piece.isComplete) {
+        input->insideLine = 0;
+    }
+    piece.lineNumber = input->lineNumber;
+    piece.result = piece.result < 0 ? piece.result : 1;
+    return piece;
 }
 
-}  // extern "C"
+int Read(IniFile* ini, IniInputFunction input, void* context)
+{
+    KZ_ASSERT(ini != nullptr && input != nullptr);
+    LineReader lines(input, context, ini->readLimit);
+    return ReadLines(ini, &lines);
+}
+
+int Read(IniFile* ini, IniLineInput* input)
+{
+    KZ_ASSERT(ini != nullptr);
+    LineReader lines(input, ini->readLimit);
+    return ReadLines(ini, &lines);
+}
+
+}  // namespace qkini

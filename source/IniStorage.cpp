@@ -1,69 +1,24 @@
+#include "IniStorage.h"
+
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
-#include "IniFile.h"
-#include "IniModel.h"
+#include "IniReader.h"
+#include "IniRights.h"
 #include "IniSystem.h"
-
-using qkini::g_system;
+#include "IniWriter.h"
+#include "KzAssert.h"
 
 namespace qkini {
-
-SystemCalls g_system = {
-    [](const char* path, int flags, mode_t mode) { return open(path, flags, mode); },
-    &mkstemp,
-    &write,
-    &fsync,
-    &close,
-    [](const char* path, struct stat* out) { return stat(path, out); },
-    [](int file, struct stat* out) { return fstat(file, out); },
-    &fchmod,
-    &fchown,
-    &getxattr,
-    &fsetxattr,
-    &fremovexattr,
-    &rename,
-    &unlink,
-};
-
-}  // namespace qkini
 
 namespace {
 
 constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 constexpr size_t kMarkSize = 4;  // of the longest mark, that of UTF-32
 constexpr size_t kTemporaryNameSize = 256;
-
-// Calls again what a signal has interrupted.
-template <typename Call>
-auto Retry(Call call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR) {
-        result = call();
-    }
-    return result;
-}
-
-int Remove(const char* path)
-{
-    return Retry([&] { return g_system.unlink(path); });
-}
-
-bool StatusOf(int file, struct stat* status)
-{
-    return Retry([&] { return g_system.fstat(file, status); }) == 0;
-}
-
-bool StatusOf(const char* path, struct stat* status)
-{
-    return Retry([&] { return g_system.stat(path, status); }) == 0;
-}
 
 bool IsUsablePath(const char* path)
 {
@@ -141,7 +96,7 @@ int ReadMarked(IniFile* ini, FILE* file)
     IniLineInput input{};
     input.read = &ReadStream;
     input.context = &stream;
-    return IniRead(ini, &IniLineFileInputFunction, &input);
+    return Read(ini, &input);
 }
 
 // A file that is being written. Unless it is kept in the end, it is removed.
@@ -246,7 +201,7 @@ int WriteContent(IniFile* ini, OutputFile* output)
         result = output->Put(kUtf8Mark, sizeof kUtf8Mark - 1);
     }
     if (result == 1) {
-        result = IniWrite(ini, &OutputFile::PutLine, output);
+        result = Write(ini, &OutputFile::PutLine, output);
     }
     if (result == 1) {
         result = output->Flush();
@@ -297,34 +252,6 @@ bool TemporaryName(const IniFile* ini, const char* path, char* name)
     return size >= 0 && static_cast<size_t>(size) < kTemporaryNameSize;
 }
 
-constexpr char kAclName[] = "system.posix_acl_access";
-
-// The call found no access control list, because the file has none or the file system knows of none.
-bool HasNoAcl()
-{
-    return errno == ENODATA || errno == ENOTSUP;
-}
-
-// What a save finds in the place that it writes to.
-struct Target {
-    // The list counts as unknown where it can't be read, or is longer than any that people make.
-    enum class Acl { kNone, kKnown, kUnknown };
-    static constexpr size_t kMostEntries = 1000;
-
-    bool exists = false;
-    struct stat status = {};
-    Acl acl = Acl::kNone;
-    size_t aclSize = 0;
-    char aclBytes[4 + kMostEntries * 8];  // a version and the entries
-
-    void ReadAcl(const char* path)
-    {
-        const ssize_t size = Retry([&] { return g_system.getxattr(path, kAclName, aclBytes, sizeof aclBytes); });
-        acl = size >= 0 ? Acl::kKnown : HasNoAcl() ? Acl::kNone : Acl::kUnknown;
-        aclSize = size >= 0 ? static_cast<size_t>(size) : 0;
-    }
-};
-
 // A file that is made where there is none, to see whether one can be made. However that ends, it is removed.
 class Probe {
 public:
@@ -357,16 +284,16 @@ private:
 };
 
 // Whether the target may be written.
-bool IsWritable(const char* path, Target* target)
+bool IsWritable(const char* path, OldFile* old)
 {
-    target->exists = StatusOf(path, &target->status);
-    if (!target->exists) {
+    old->exists = StatusOf(path, &old->status);
+    if (!old->exists) {
         return errno == ENOENT && Probe(path).Make();
     }
-    if (!S_ISREG(target->status.st_mode)) {
+    if (!S_ISREG(old->status.st_mode)) {
         return false;
     }
-    target->ReadAcl(path);
+    old->ReadAcl(path);
     const int file = Retry([&] { return g_system.open(path, O_RDWR | O_CLOEXEC, 0); });
     if (file >= 0) {
         g_system.close(file);
@@ -375,7 +302,7 @@ bool IsWritable(const char* path, Target* target)
 }
 
 // Opens the temporary file, for nobody else to read while it is to replace one; a code for a failure.
-int OpenTemporary(const IniFile* ini, const Target& target, char* name)
+int OpenTemporary(const IniFile* ini, const OldFile& old, char* name)
 {
     if ((ini->writeOptions & kIniWriteMkstemp) != 0) {
         constexpr size_t kRandomPart = 6;
@@ -387,7 +314,7 @@ int OpenTemporary(const IniFile* ini, const Target& target, char* name)
         if (file < 0) {
             return kIniErrTemporary;
         }
-        if (!target.exists && Retry([&] { return g_system.fchmod(file, 0644); }) != 0) {
+        if (!old.exists && Retry([&] { return g_system.fchmod(file, 0644); }) != 0) {
             g_system.close(file);
             Remove(name);
             return kIniErrTemporary;
@@ -396,99 +323,28 @@ int OpenTemporary(const IniFile* ini, const Target& target, char* name)
     }
     Remove(name);  // one that a crash has left, or a link that somebody has put there
     const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-    const int file = Retry([&] { return g_system.open(name, flags, target.exists ? 0600 : 0666); });
+    const int file = Retry([&] { return g_system.open(name, flags, old.exists ? 0600 : 0666); });
     return file < 0 ? kIniErrOpenForWrite : file;
-}
-
-constexpr mode_t kModeBits = 07777;
-
-// The old file's mode, as far as it may be given to a file of this owner and group. The rights of the old group are not
-// for another one; both that one and all others, among whom the members of the old group are then, get only what the
-// old group and all others had alike. So no group, and none of the others, may do more than before. Without the old
-// list (or with one that came from the folder) only the owner has rights, because the group's bits are then no rights
-// of the group, and those whom the list kept out are now among all others.
-mode_t ModeToKeep(const struct stat& old, const struct stat& now, bool hasOldAcl)
-{
-    mode_t mode = old.st_mode & kModeBits;
-    if (!hasOldAcl) {
-        mode &= ~static_cast<mode_t>(S_IRWXG | S_IRWXO);
-    }
-    if (now.st_uid != old.st_uid) {
-        mode &= ~static_cast<mode_t>(S_ISUID);
-    }
-    if (now.st_gid != old.st_gid) {
-        const mode_t common = (mode >> 3) & mode & S_IRWXO;
-        mode = (mode & (S_ISUID | S_ISVTX | S_IRWXU)) | (common << 3) | common;
-    }
-    return mode;
-}
-
-// Gives the new file the access control list of the one that it is to replace, or none, in the place of one that the
-// folder gave it. Not for another group, whom the old one's entry is not for. Returns whether it has the same then.
-bool TakeAcl(int file, const Target& target, bool hasOldGroup)
-{
-    if (target.acl == Target::Acl::kKnown && hasOldGroup &&
-        Retry([&] { return g_system.fsetxattr(file, kAclName, target.aclBytes, target.aclSize, 0); }) == 0) {
-        return true;
-    }
-    const bool isRemoved = Retry([&] { return g_system.fremovexattr(file, kAclName); }) == 0 || HasNoAcl();
-    return isRemoved && target.acl == Target::Acl::kNone;
-}
-
-// Gives the new file the rights and owner of the one that it is to replace, as far as the process may. Returns what was
-// lost, of IniLostRight: by looking at the file, because a call can do less than it says.
-int TakeRights(int file, const Target& target)
-{
-    constexpr int kAll = kIniLostOwner | kIniLostGroup | kIniLostMode;
-    const struct stat& old = target.status;
-    struct stat now;
-    if (!target.exists) {
-        return 0;
-    }
-    if (!StatusOf(file, &now)) {
-        return kAll;
-    }
-    // Each alone, because many may give a file to a group who may not give it to another owner.
-    if (now.st_gid != old.st_gid) {
-        Retry([&] { return g_system.fchown(file, static_cast<uid_t>(-1), old.st_gid); });
-    }
-    if (now.st_uid != old.st_uid) {
-        Retry([&] { return g_system.fchown(file, old.st_uid, static_cast<gid_t>(-1)); });
-    }
-    if (!StatusOf(file, &now)) {
-        return kAll;
-    }
-    const bool hasOldAcl = TakeAcl(file, target, now.st_gid == old.st_gid);
-    // Last, because a change of the owner, group or list takes bits away.
-    const mode_t mode = ModeToKeep(old, now, hasOldAcl);
-    if (Retry([&] { return g_system.fchmod(file, mode); }) != 0) {
-        Retry([&] { return g_system.fchmod(file, mode & (S_IRWXU | S_IRWXG | S_IRWXO)); });
-    }
-    if (!StatusOf(file, &now)) {
-        return kAll;
-    }
-    return (now.st_uid != old.st_uid ? kIniLostOwner : 0) | (now.st_gid != old.st_gid ? kIniLostGroup : 0) |
-           (((now.st_mode ^ old.st_mode) & kModeBits) != 0 || !hasOldAcl ? kIniLostMode : 0);
 }
 
 int SaveSafely(IniFile* ini, const char* path)
 {
     char name[kTemporaryNameSize];
-    Target target;
+    OldFile old;
     if (!TemporaryName(ini, path, name)) {
         return kIniErrFile;
     }
-    if (!IsWritable(path, &target)) {
+    if (!IsWritable(path, &old)) {
         return kIniErrPermission;
     }
-    const int file = OpenTemporary(ini, target, name);
+    const int file = OpenTemporary(ini, old, name);
     if (file < 0) {
         return file;
     }
     OutputFile output(file, name);
     int result = WriteContent(ini, &output);
     const long long stamp = output.Stamp();
-    const int lostRights = result == 1 ? TakeRights(file, target) : 0;
+    const int lostRights = result == 1 ? TakeRights(file, old) : 0;
     if (result == 1) {
         result = output.Close();
     }
@@ -517,11 +373,10 @@ int CutStream(FILE* file)
 
 }  // namespace
 
-extern "C" {
-
-int IniReadFromFile(IniFile* ini, const char* path)
+int ReadFromFile(IniFile* ini, const char* path)
 {
-    if (ini == nullptr || !IsUsablePath(path)) {
+    KZ_ASSERT(ini != nullptr);
+    if (!IsUsablePath(path)) {
         return kIniErrFile;
     }
     struct stat status;
@@ -539,20 +394,16 @@ int IniReadFromFile(IniFile* ini, const char* path)
     return result;
 }
 
-int IniReadFromFilePtr(IniFile* ini, FILE* file)
+int ReadFromStream(IniFile* ini, FILE* file)
 {
-    if (ini == nullptr || file == nullptr) {
-        return kIniErrFile;
-    }
+    KZ_ASSERT(ini != nullptr && file != nullptr);
     fseek(file, 0, SEEK_SET);  // not for pipes, which are read from where they stand
     return ReadMarked(ini, file);
 }
 
-int IniWriteToFile(IniFile* ini, const char* path)
+int WriteToFile(IniFile* ini, const char* path)
 {
-    if (ini == nullptr) {
-        return kIniErrFile;
-    }
+    KZ_ASSERT(ini != nullptr);
     ini->lostRights = 0;
     if (!IsUsablePath(path)) {
         return kIniErrFile;
@@ -560,20 +411,18 @@ int IniWriteToFile(IniFile* ini, const char* path)
     return (ini->writeOptions & kIniWriteSafely) != 0 ? SaveSafely(ini, path) : SaveInPlace(ini, path);
 }
 
-int IniWriteToFilePtr(IniFile* ini, FILE* file, int append)
+int WriteToStream(IniFile* ini, FILE* file, bool append)
 {
-    if (ini == nullptr || file == nullptr) {
-        return kIniErrFile;
-    }
+    KZ_ASSERT(ini != nullptr && file != nullptr);
     if ((ini->writeOptions & kIniWriteSafely) != 0) {
         return kIniErrStream;
     }
-    int result = append != 0 ? 1 : CutStream(file);
+    int result = append ? 1 : CutStream(file);
     if (result == 1 && (ini->writeOptions & kIniWriteUtf8Bom) != 0 && fputs(kUtf8Mark, file) < 0) {
         result = kIniErrWrite;
     }
     if (result == 1) {
-        result = IniWrite(ini, &IniFileOutputFunc, file);
+        result = Write(ini, &PutLineToStream, file);
     }
     if (result == 1 && fflush(file) != 0) {
         result = kIniErrWrite;
@@ -581,16 +430,9 @@ int IniWriteToFilePtr(IniFile* ini, FILE* file, int append)
     return result;
 }
 
-int IniLostRights(IniFile* ini)
+int IsFileNewer(const IniFile* ini)
 {
-    return ini == nullptr ? kIniErrFile : ini->lostRights;
-}
-
-int IniIsFileNewer(IniFile* ini)
-{
-    if (ini == nullptr) {
-        return kIniErrFile;
-    }
+    KZ_ASSERT(ini != nullptr);
     if (ini->fileName[0] == 0) {
         return kIniErrNoFileName;
     }
@@ -601,4 +443,10 @@ int IniIsFileNewer(IniFile* ini)
     return StampOf(status) != ini->fileDate ? 1 : 0;
 }
 
-}  // extern "C"
+int PutLineToStream(void* file, const char* line)
+{
+    auto* const stream = static_cast<FILE*>(file);
+    return fputs(line, stream) < 0 || putc('\n', stream) == EOF ? kIniErrWrite : 1;
+}
+
+}  // namespace qkini

@@ -1,7 +1,9 @@
-// What the INI engine asks of the system to save a file, in a table so that tests can make each call fail.
+// What the INI engine asks of the system to save a file, in a table so that tests can make each call fail. C library
+// only.
 #ifndef KZCORE_INISYSTEM_H
 #define KZCORE_INISYSTEM_H
 
+#include <errno.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -26,6 +28,22 @@ struct SystemCalls {
 };
 
 extern SystemCalls g_system;
+
+// The result of the call, which is made again as long as a signal interrupts it.
+template <typename Call>
+auto Retry(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+// Through the table: 0 or -1 and errno; and whether a file's status is known.
+int Remove(const char* path);
+bool StatusOf(int file, struct stat* status);
+bool StatusOf(const char* path, struct stat* status);
 
 }  // namespace qkini
 

@@ -8,11 +8,11 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "IniMemory.h"
+
 namespace qkini {
 
 namespace {
-
-AllocateProc g_allocate = &realloc;
 
 // What stands between the base tag and the number of a continuation. It does not overlap itself.
 constexpr Text kMark(" Line", size_t{5});
@@ -174,21 +174,6 @@ private:
 };
 
 }  // namespace
-
-void SetAllocator(AllocateProc proc)
-{
-    g_allocate = proc == nullptr ? &realloc : proc;
-}
-
-void* Allocate(size_t size)
-{
-    return g_allocate(nullptr, size == 0 ? 1 : size);
-}
-
-void* Reallocate(void* old, size_t size)
-{
-    return g_allocate(old, size == 0 ? 1 : size);
-}
 
 Text TrimmedLeft(Text text)
 {

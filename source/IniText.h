@@ -8,12 +8,6 @@
 
 namespace qkini {
 
-// Where the engine's memory comes from: realloc, unless a test makes it fail. `old` may be null.
-using AllocateProc = void* (*)(void* old, size_t size);
-void SetAllocator(AllocateProc proc);  // null for realloc
-void* Allocate(size_t size);
-void* Reallocate(void* old, size_t size);
-
 // A piece of text that is somebody else's.
 struct Text {
     const char* begin;

@@ -1,13 +1,14 @@
+#include "IniWriter.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "IniCut.h"
-#include "IniFile.h"
-#include "IniModel.h"
+#include "IniMemory.h"
+#include "KzAssert.h"
 
-using qkini::Element;
-using qkini::Text;
+namespace qkini {
 
 namespace {
 
@@ -61,7 +62,7 @@ private:
         if (size >= m_size - m_used) {
             const size_t wanted = m_used + size + 1;
             const size_t larger = m_size * 2 > wanted ? m_size * 2 : wanted > kFirstSize ? wanted : kFirstSize;
-            auto* const buffer = static_cast<char*>(qkini::Reallocate(m_buffer, larger));
+            auto* const buffer = static_cast<char*>(Reallocate(m_buffer, larger));
             if (buffer == nullptr) {
                 Fail(kIniErrMemory);
                 return false;
@@ -137,8 +138,8 @@ private:
     void WriteComments(unsigned last)
     {
         for (unsigned number = m_hasComments ? last : 0; number != 0 && !m_lines.hasFailed();) {
-            number = qkini::CommentAt(m_ini, number)->next;
-            const IniComment* const comment = qkini::CommentAt(m_ini, number);
+            number = CommentAt(m_ini, number)->next;
+            const IniComment* const comment = CommentAt(m_ini, number);
             for (int line = 0; line < comment->count && !m_lines.hasFailed(); ++line) {
                 m_lines.Put(comment->text);
             }
@@ -161,7 +162,7 @@ private:
             m_lines.Add(tag);
             WriteValue(item, value);
         } else {
-            qkini::Cutter cutter(value, static_cast<size_t>(room), m_ini->breakChar, quotes != 0);
+            Cutter cutter(value, static_cast<size_t>(room), m_ini->breakChar, quotes != 0);
             WriteCut(item, tag, &cutter);
         }
     }
@@ -174,7 +175,7 @@ private:
             MarkLookalikes();
             m_isMarked = true;
         }
-        return !item.hasLookalike && !qkini::HasContinuationMark(Text(item.name)) && !IsInFrontOfPart(&item);
+        return !item.hasLookalike && !HasContinuationMark(Text(item.name)) && !IsInFrontOfPart(&item);
     }
 
     void MarkLookalikes()
@@ -183,7 +184,7 @@ private:
             static_cast<IniItem*>(item)->hasLookalike = false;
         }
         for (Element* const item : m_section->items) {
-            const size_t baseSize = qkini::BaseOfLookalike(Text(item->name));
+            const size_t baseSize = BaseOfLookalike(Text(item->name));
             auto* const base = baseSize == 0 ? nullptr : m_section->items.Find(KeyOf({item->name, baseSize}));
             if (base != nullptr) {
                 static_cast<IniItem*>(base)->hasLookalike = true;
@@ -191,7 +192,7 @@ private:
         }
     }
 
-    qkini::NameKey KeyOf(Text name) const { return {name, m_ini->names.naming.seed}; }
+    NameKey KeyOf(Text name) const { return {name, m_ini->names.naming.seed}; }
 
     bool IsInFrontOfPart(const Element* element) const
     {
@@ -203,7 +204,7 @@ private:
         return next != nullptr && IsPart(next);
     }
 
-    static bool IsPart(const Element* item) { return qkini::ContinuationOf(Text(item->name)).number >= 0; }
+    static bool IsPart(const Element* item) { return ContinuationOf(Text(item->name)).number >= 0; }
     static bool IsEmpty(const IniItem* item) { return *item->value == 0 && item->quoteChar == 0; }
 
     // The rest of a line, behind its tag.
@@ -222,7 +223,7 @@ private:
     }
 
     // Writes a value as continuation lines.
-    void WriteCut(const IniItem& item, Text tag, qkini::Cutter* cutter)
+    void WriteCut(const IniItem& item, Text tag, Cutter* cutter)
     {
         if (!cutter->isValid()) {
             m_lines.Fail(kIniErrMemory);
@@ -248,22 +249,12 @@ private:
 
 }  // namespace
 
-extern "C" {
-
-int IniWrite(IniFile* ini, IniOutputFunction output, void* context)
+int Write(const IniFile* ini, IniOutputFunction output, void* context)
 {
-    if (ini == nullptr || output == nullptr) {
-        return kIniErrFile;
-    }
+    KZ_ASSERT(ini != nullptr && output != nullptr);
     LineWriter lines(output, context);
     Writer(ini, &lines).WriteAll();
     return lines.result();
 }
 
-int IniFileOutputFunc(void* file, const char* line)
-{
-    auto* const stream = static_cast<FILE*>(file);
-    return fputs(line, stream) < 0 || putc('\n', stream) == EOF ? kIniErrWrite : 1;
-}
-
-}  // extern "C"
+}  // namespace qkini

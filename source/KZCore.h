@@ -19,6 +19,7 @@
 #include "HiResClock.h"
 #include "IniFile.h"
 #include "IniList.h"
+#include "IniTypes.h"
 #include "InputBuf.h"
 #include "KZApp.h"
 #include "KZModule.h"

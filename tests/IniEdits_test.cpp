@@ -303,7 +303,6 @@ TEST(IniEdits, AFailedPutForgetsTheCurrentSection)
     }
 }
 
-#ifndef NDEBUG
 std::vector<std::string> NumberedNames(int count)
 {
     std::vector<std::string> names;
@@ -375,6 +374,5 @@ TEST(IniEdits, CostIsLinear)
         EXPECT_STREQ(nullptr, qkini::Fault(ini.get()));
     }
 }
-#endif
 
 }  // namespace

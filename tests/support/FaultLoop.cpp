@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "IniText.h"
+#include "IniMemory.h"
 #include "MemoryZone.h"
 
 namespace {

@@ -1,0 +1,44 @@
+#include "IniSystem.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace qkini {
+
+// Functions of our own where the name is also a macro's, or is overloaded for a mode that is not always given.
+SystemCalls g_system = {
+    [](const char* path, int flags, mode_t mode) { return open(path, flags, mode); },
+    &mkstemp,
+    &write,
+    &fsync,
+    &close,
+    [](const char* path, struct stat* out) { return stat(path, out); },
+    [](int file, struct stat* out) { return fstat(file, out); },
+    &fchmod,
+    &fchown,
+    &getxattr,
+    &fsetxattr,
+    &fremovexattr,
+    &rename,
+    &unlink,
+};
+
+int Remove(const char* path)
+{
+    return Retry([&] { return g_system.unlink(path); });
+}
+
+bool StatusOf(int file, struct stat* status)
+{
+    return Retry([&] { return g_system.fstat(file, status); }) == 0;
+}
+
+bool StatusOf(const char* path, struct stat* status)
+{
+    return Retry([&] { return g_system.stat(path, status); }) == 0;
+}
+
+}  // namespace qkini
