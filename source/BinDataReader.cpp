@@ -1,20 +1,33 @@
+// A reader has one question for each value: are its bytes at hand? They are where the buffer is a plain MemInputBuf,
+// the byte order object one of the shared three, and no error latched. Both classes are then known, so that the value
+// is taken from within instead of by two virtual calls. A class derived from MemInputBuf is not plain, because it may
+// do anything at an access. Everything else, each error too, goes by the calls.
+//
+// `mIsAtHand` is set by the constructor only. It ends with the first error, latched here or in the buffer, and never
+// comes back. An error that the buffer got from somebody else needs no look, since the buffer then has no bytes left
+// (BufferAccess.h).
+//
+// What comes out of a stream is never relied on. Each read either has all of its bytes or latches an error and gives
+// zeros, and counts that a stream tells are compared with what is left before they are added or allocated.
 #include "BinDataReader.h"
 
 #include <algorithm>
 #include <bit>
-#include <climits>
 #include <cstring>
 #include <new>
 #include <typeinfo>
 
 #include "BufferAccess.h"
 #include "ByteOrder.h"
+#include "KzAssert.h"
 #include "MemoryManager.h"
 #include "Padding.h"
+#include "SharedEndianizers.h"
 
 namespace {
 
-// Up to this count a string is made without a look at what is left.
+// Up to this count a string is made without a look at what is left. A liar can thus make a reader take 2 MB for a
+// string that isn't there, and no more.
 constexpr int32 kTrustedCount = 0x200000;
 
 // What the buffer says of itself; 0 once it has an error.
@@ -26,12 +39,94 @@ unsigned long BytesLeft(const InputBuf& buffer)
 
 }  // namespace
 
-// With a buffer in memory and one of the shared byte order objects, scalars are taken from within, without two calls
-// for each.
+namespace kz {
+
+// The steps of all reads. They are templates and inlined, which is why they stand here and not in the exported class.
+struct ReaderAccess {
+    enum Numbers { kIntegers, kFloats };
+
+    // The next bytes, all or none; none with an error latched. A size of 0 fetches the buffer's error.
+    static inline const void* Take(BinDataReader& reader, unsigned long size)
+    {
+        if (reader.mIsAtHand && size != 0) {
+            KZ_ASSERT(reader.mError == kzErrNone);
+            auto& buffer = static_cast<MemInputBuf&>(*reader.mBuffer);
+            if (MemInputAccess::Has(buffer, size)) {
+                return MemInputAccess::Take(buffer, size);
+            }
+        }
+        if (reader.mError != kzErrNone) {
+            return nullptr;
+        }
+        const void* const start = reader.mBuffer->GetDataPointer(size, reader.mError);
+        reader.mIsAtHand = reader.mIsAtHand && reader.mError == kzErrNone;
+        return start;
+    }
+
+    // A scalar of the size of T, which is an unsigned integer. Integers and floats differ by calls only.
+    template <typename T, Numbers numbers>
+    static inline T ReadScalar(BinDataReader& reader)
+    {
+        if (reader.mIsAtHand) {
+            KZ_ASSERT(reader.mError == kzErrNone);
+            auto& buffer = static_cast<MemInputBuf&>(*reader.mBuffer);
+            if (MemInputAccess::Has(buffer, sizeof(T))) {
+                return LoadShared<T>(MemInputAccess::Take(buffer, sizeof(T)), reader.mIsBig);
+            }
+        }
+        return ReadScalarByCalls<T, numbers>(reader);
+    }
+
+    // Which slot of the byte order object reads which type is part of what a host's own object sees: integers of up to
+    // four bytes come by value, floats and longer numbers by address. Kept out of line because its frame would burden
+    // the reads that need no call.
+    template <typename T, Numbers numbers>
+    [[gnu::noinline]] static T ReadScalarByCalls(BinDataReader& reader)
+    {
+        T value = 0;
+        const void* const source = Take(reader, sizeof(T));
+        if (source == nullptr) {
+            return value;
+        }
+        const Endianizer& order = *reader.mEndianizer;
+        if constexpr (sizeof(T) == 1) {
+            value = *static_cast<const T*>(source);
+        } else if constexpr (sizeof(T) == sizeof(uInt16)) {
+            value = static_cast<T>(order.ReadAWord(source));
+        } else if constexpr (sizeof(T) == sizeof(uInt64)) {
+            order.Read8ByteVal(source, &value);
+        } else if constexpr (numbers == kFloats) {
+            order.Read4ByteVal(source, &value);
+        } else {
+            value = static_cast<T>(order.ReadALong(source));
+        }
+        return value;
+    }
+
+    // Reads n bytes to `dest`, or over them if it is null, and past `padding` bytes behind them, all in one piece.
+    static inline void TakeBytes(BinDataReader& reader, void* dest, unsigned long n, unsigned long padding)
+    {
+        KZ_ASSERT(n + padding >= n);
+        const void* const source = Take(reader, n + padding);
+        if (dest == nullptr || n == 0) {
+            return;
+        }
+        if (source == nullptr) {
+            std::memset(dest, 0, n);
+        } else {
+            MoveBlock(source, dest, n);
+        }
+    }
+};
+
+}  // namespace kz
+
+using kz::ReaderAccess;
+
 BinDataReader::BinDataReader(InputBuf* buffer, const Endianizer* endianizer)
     : mEndianizer(endianizer),
       mIsAtHand(buffer != nullptr && typeid(*buffer) == typeid(MemInputBuf) && kz::IsSharedEndianizer(endianizer)),
-      mIsReversed(endianizer == BigEndianizer()),
+      mIsBig(endianizer == BigEndianizer()),
       mBuffer(buffer)
 {}
 
@@ -45,63 +140,6 @@ void BinDataReader::SetError(KzErr err)
     }
 }
 
-// The next bytes, all or none.
-inline const void* BinDataReader::Take(unsigned long size)
-{
-    if (mIsAtHand && size != 0) {
-        auto& buffer = static_cast<MemInputBuf&>(*mBuffer);
-        if (kz::MemInputAccess::Has(buffer, size)) {
-            return kz::MemInputAccess::Take(buffer, size);
-        }
-    }
-    if (mError != kzErrNone) {
-        return nullptr;
-    }
-    const void* const start = mBuffer->GetDataPointer(size, mError);
-    mIsAtHand = mIsAtHand && mError == kzErrNone;
-    return start;
-}
-
-// A scalar of the size of T, which is an unsigned integer.
-template <typename T, BinDataReader::Numbers numbers>
-inline T BinDataReader::ReadScalar()
-{
-    if (mIsAtHand) {
-        auto& buffer = static_cast<MemInputBuf&>(*mBuffer);
-        if (kz::MemInputAccess::Has(buffer, sizeof(T))) {
-            const T value = kz::LoadNative<T>(kz::MemInputAccess::Take(buffer, sizeof(T)));
-            if constexpr (sizeof(T) == 1) {
-                return value;
-            } else {
-                return mIsReversed ? kz::ReverseBytes(value) : value;
-            }
-        }
-    }
-    return ReadScalarByCalls<T, numbers>();
-}
-
-template <typename T, BinDataReader::Numbers numbers>
-__attribute__((noinline)) T BinDataReader::ReadScalarByCalls()
-{
-    T value = 0;
-    const void* const source = Take(sizeof(T));
-    if (source == nullptr) {
-        return value;
-    }
-    if constexpr (sizeof(T) == 1) {
-        value = *static_cast<const T*>(source);
-    } else if constexpr (sizeof(T) == sizeof(uInt16)) {
-        value = static_cast<T>(mEndianizer->ReadAWord(source));
-    } else if constexpr (sizeof(T) == sizeof(uInt64)) {
-        mEndianizer->Read8ByteVal(source, &value);
-    } else if constexpr (numbers == kFloats) {
-        mEndianizer->Read4ByteVal(source, &value);
-    } else {
-        value = static_cast<T>(mEndianizer->ReadALong(source));
-    }
-    return value;
-}
-
 InputBuf* BinDataReader::GetBuffer() const
 {
     return mBuffer;
@@ -109,13 +147,13 @@ InputBuf* BinDataReader::GetBuffer() const
 
 KzErr BinDataReader::GetError()
 {
-    Take(0);
+    ReaderAccess::Take(*this, 0);
     return mError;
 }
 
 void BinDataReader::Skip(unsigned long n)
 {
-    Take(n);
+    ReaderAccess::Take(*this, n);
 }
 
 void BinDataReader::Align(uInt32 boundary)
@@ -127,101 +165,88 @@ void BinDataReader::Align(uInt32 boundary)
 
 int8 BinDataReader::ReadI8()
 {
-    return static_cast<int8>(ReadScalar<uInt8, kIntegers>());
+    return static_cast<int8>(ReaderAccess::ReadScalar<uInt8, ReaderAccess::kIntegers>(*this));
 }
 
 uInt8 BinDataReader::ReadU8()
 {
-    return ReadScalar<uInt8, kIntegers>();
+    return ReaderAccess::ReadScalar<uInt8, ReaderAccess::kIntegers>(*this);
 }
 
 uInt8 BinDataReader::ReadBool()
 {
-    return ReadScalar<uInt8, kIntegers>();
+    return ReaderAccess::ReadScalar<uInt8, ReaderAccess::kIntegers>(*this);
 }
 
 int16 BinDataReader::ReadI16()
 {
-    return static_cast<int16>(ReadScalar<uInt16, kIntegers>());
+    return static_cast<int16>(ReaderAccess::ReadScalar<uInt16, ReaderAccess::kIntegers>(*this));
 }
 
 uInt16 BinDataReader::ReadU16()
 {
-    return ReadScalar<uInt16, kIntegers>();
+    return ReaderAccess::ReadScalar<uInt16, ReaderAccess::kIntegers>(*this);
 }
 
 int32 BinDataReader::ReadI32()
 {
-    return static_cast<int32>(ReadScalar<uInt32, kIntegers>());
+    return static_cast<int32>(ReaderAccess::ReadScalar<uInt32, ReaderAccess::kIntegers>(*this));
 }
 
 uInt32 BinDataReader::ReadU32()
 {
-    return ReadScalar<uInt32, kIntegers>();
+    return ReaderAccess::ReadScalar<uInt32, ReaderAccess::kIntegers>(*this);
 }
 
 int64 BinDataReader::ReadI64()
 {
-    return static_cast<int64>(ReadScalar<uInt64, kIntegers>());
+    return static_cast<int64>(ReaderAccess::ReadScalar<uInt64, ReaderAccess::kIntegers>(*this));
 }
 
 uInt64 BinDataReader::ReadU64()
 {
-    return ReadScalar<uInt64, kIntegers>();
+    return ReaderAccess::ReadScalar<uInt64, ReaderAccess::kIntegers>(*this);
 }
 
 uInt32 BinDataReader::Read4Char()
 {
-    const void* const source = Take(sizeof(uInt32));
+    const void* const source = ReaderAccess::Take(*this, sizeof(uInt32));
     return source == nullptr ? 0 : kz::LoadNative<uInt32>(source);
 }
 
 float BinDataReader::ReadF32()
 {
-    return std::bit_cast<float>(ReadScalar<uInt32, kFloats>());
+    return std::bit_cast<float>(ReaderAccess::ReadScalar<uInt32, ReaderAccess::kFloats>(*this));
 }
 
 double BinDataReader::ReadF64()
 {
-    return std::bit_cast<double>(ReadScalar<uInt64, kFloats>());
+    return std::bit_cast<double>(ReaderAccess::ReadScalar<uInt64, ReaderAccess::kFloats>(*this));
 }
 
 floatExt BinDataReader::ReadFX()
 {
     floatExt value = EZero;
-    if (const void* const source = Take(mEndianizer->SizeOfExt())) {
+    if (const void* const source = ReaderAccess::Take(*this, mEndianizer->SizeOfExt())) {
         mEndianizer->ReadExtVal(source, &value);
     }
     return value;
 }
 
-// Reads n bytes to `dest`, and past `padding` bytes behind them, in one piece.
-inline void BinDataReader::TakeBytes(void* dest, unsigned long n, unsigned long padding)
-{
-    const void* const source = Take(n + padding);
-    if (dest == nullptr || n == 0) {
-        return;
-    }
-    if (source == nullptr) {
-        std::memset(dest, 0, n);
-    } else {
-        MoveBlock(source, dest, n);
-    }
-}
-
 void BinDataReader::ReadBytes(void* dest, unsigned long n)
 {
-    TakeBytes(dest, n, 0);
+    ReaderAccess::TakeBytes(*this, dest, n, 0);
 }
 
 void BinDataReader::ReadArray(void* dest, unsigned long count, uInt32 width)
 {
+    // A product that wrapped would read few bytes to a place for many.
     unsigned long size = 0;
     if (__builtin_mul_overflow(count, static_cast<unsigned long>(width), &size)) {
         SetError(kzErrCorrupt);
         return;
     }
-    if (const void* const source = Take(size)) {
+    if (const void* const source = ReaderAccess::Take(*this, size)) {
         mEndianizer->ReadArray(source, dest, count, width);
     } else if (size != 0) {
         std::memset(dest, 0, size);
@@ -232,14 +257,15 @@ void BinDataReader::ReadPStr(unsigned char* buffer, uInt32 boundary)
 {
     const uInt8 count = ReadU8();
     buffer[0] = count;
+    // The padding is counted from the string's own count byte, wherever in the stream that stands.
     const unsigned long padding = kz::PaddingOf(1ul + count, boundary);
     if (mError != kzErrNone || count + padding == 0) {
         return;
     }
     if (padding == 0 || BytesLeft(*mBuffer) >= count + padding) {
-        TakeBytes(buffer + 1, count, padding);
+        ReaderAccess::TakeBytes(*this, buffer + 1, count, padding);
     } else {
-        // One by one, so that a text whose padding alone is missing comes through.
+        // One by one, so that a text whose padding alone is missing, as at the end of a stream, comes through.
         ReadBytes(buffer + 1, count);
         Skip(padding);
     }
@@ -249,7 +275,7 @@ void BinDataReader::ReadPStrAsNarrow(std::string* text, uInt32 boundary)
 {
     unsigned char buffer[256];
     ReadPStr(buffer, boundary);
-    text->clear();
+    text->clear();  // behind the read, so that a text that fails is empty rather than what it was
     if (mError != kzErrNone) {
         return;
     }
@@ -260,7 +286,8 @@ void BinDataReader::ReadPStrAsNarrow(std::string* text, uInt32 boundary)
     }
 }
 
-// A string's count; 0 with an error latched.
+// The count of a string; 0 with an error latched. A negative count would become a huge unsigned size, and a huge one
+// that nothing backs would be allocated before the first byte is missed.
 int32 BinDataReader::ReadCount()
 {
     const int32 count = ReadI32();
@@ -278,10 +305,11 @@ void BinDataReader::ReadLStrAsNarrow(std::string* text)
 {
     text->clear();
     const int32 count = ReadCount();
-    const void* const source = Take(static_cast<unsigned long>(count));
+    const void* const source = ReaderAccess::Take(*this, static_cast<unsigned long>(count));
     if (source == nullptr) {
         return;
     }
+    // No exception leaves the operations, because their failures are told by the latched error alone.
     try {
         text->assign(static_cast<const char*>(source), static_cast<std::size_t>(count));
     } catch (const std::bad_alloc&) {
@@ -301,6 +329,8 @@ LStr** BinDataReader::ReadLStr()
         SetError(kzErrMemoryFull);
         return nullptr;
     }
+    // Where the bytes are missing the handle stays: its count is true of the zeros that it then holds, and the error
+    // tells.
     (*handle)->cnt = count;
     ReadBytes((*handle)->str, size);
     return handle;

@@ -7,6 +7,10 @@
 #include "Endianizer.h"
 #include "InputBuf.h"
 
+namespace kz {
+struct ReaderAccess;
+}
+
 // The first error latches: from then on reads move nothing and give 0, null or an empty string. So a run of reads needs
 // one question at its end, before which no value may serve as a length or an index. One thread at a time.
 //
@@ -72,20 +76,14 @@ public:
     void ReadArray(void* dest, unsigned long count, uInt32 width);
 
 private:
-    enum Numbers { kIntegers, kFloats };
+    friend struct kz::ReaderAccess;
 
-    const void* Take(unsigned long size);
-    template <typename T, Numbers numbers>
-    T ReadScalar();
-    template <typename T, Numbers numbers>
-    T ReadScalarByCalls();
     int32 ReadCount();
-    void TakeBytes(void* dest, unsigned long n, unsigned long padding);
 
     const Endianizer* mEndianizer;
     KzErr mError = kzErrNone;
-    bool mIsAtHand;    // the buffer is just a MemInputBuf, the byte order object a shared one, and no error is latched
-    bool mIsReversed;  // the object is the big-endian one
+    bool mIsAtHand;  // the buffer is just a MemInputBuf, the byte order object a shared one, and no error is latched
+    bool mIsBig;     // the object is the shared big-endian one
     InputBuf* mBuffer;
 };
 

@@ -7,6 +7,10 @@
 #include "Endianizer.h"
 #include "OutputBuf.h"
 
+namespace kz {
+struct WriterAccess;
+}
+
 // Each write returns the number of bytes that it took, also where the buffer only counts; 0 on a failure. The first
 // error latches: from then on nothing is written. A writer that ends with an error reports it. One thread at a time.
 //
@@ -66,26 +70,19 @@ public:
     unsigned long WriteArray(const void* data, unsigned long count, uInt32 width);
 
 private:
+    friend struct kz::WriterAccess;
     enum Kind : uInt8 { kOtherKind, kHandle, kStatic, kPreflight, kLStr };
 
     static Kind KindOf(const OutputBuf* buffer);
     void Latch(KzErr err);
-    template <typename Store>
-    unsigned long Put(unsigned long size, Store store);
-    template <typename T, typename Buffer>
-    bool PutInto(Buffer& buffer, T value);
-    template <typename T>
-    unsigned long PutScalar(T value);
-    template <typename T>
-    unsigned long PutScalarByCalls(T value);
     unsigned long PutCounted(const void* text, unsigned long size);
     unsigned long PutShort(const void* text, unsigned long size, uInt32 boundary);
 
     const Endianizer* mEndianizer;
     KzErr mError = kzErrNone;
-    bool mIsShared;    // the byte order object is one of the shared ones
-    bool mIsReversed;  // and the big-endian one
-    Kind mKind;        // of the buffer, where it is just one of these, mIsShared, and no error is latched
+    bool mIsShared;  // the byte order object is one of the shared ones
+    bool mIsBig;     // and the big-endian one
+    Kind mKind;      // of the buffer, where it is just one of these, mIsShared, and no error is latched
     OutputBuf* mBuffer;
 };
 

@@ -1,46 +1,59 @@
 // The buffers that hold their bytes in one block, from within: what a typed reader or writer needs for each value,
-// without a call. A buffer with an error latched has nothing left and no room.
+// without a call.
+//
+// Each of these buffers keeps its position at most at its size or capacity, and exactly there once it has an error. One
+// comparison thus tells whether bytes or room are there, whatever else is wrong. Where it says no, the buffer itself is
+// to be asked, which grows or answers the error.
 #ifndef KZCORE_BUFFERACCESS_H
 #define KZCORE_BUFFERACCESS_H
 
 #include "InputBuf.h"
+#include "KzAssert.h"
 #include "OutputBuf.h"
 
 namespace kz {
 
 struct MemInputAccess {
-    // Whether the next `size` bytes, not 0, are there. If not, the buffer itself is to be asked.
-    static bool Has(const MemInputBuf& buffer, unsigned long size) { return size <= buffer.mSize - buffer.mPosition; }
+    // Whether the next `size` bytes are there. Requires a size above 0, because an access of size 0 asks for the error.
+    static bool Has(const MemInputBuf& buffer, unsigned long size)
+    {
+        KZ_ASSERT(size != 0 && buffer.mPosition <= buffer.mSize);
+        return size <= buffer.mSize - buffer.mPosition;
+    }
 
-    // The next bytes, which are there.
+    // The next bytes. Requires that Has has said yes.
     static const void* Take(MemInputBuf& buffer, unsigned long size)
     {
+        KZ_ASSERT(Has(buffer, size) && buffer.mError == kzErrNone);
         const void* const start = buffer.mData + buffer.mPosition;
         buffer.mPosition += size;
         return start;
     }
 };
 
+// The same for room to write in, in any of the three buffers that have some.
 struct OutputAccess {
-    // The same for the room of a buffer.
     template <typename Buffer>
     static bool Has(const Buffer& buffer, unsigned long size)
     {
+        KZ_ASSERT(size != 0 && buffer.mWritten <= buffer.mCapacity);
         return size <= buffer.mCapacity - buffer.mWritten;
     }
 
     template <typename Buffer>
     static unsigned char* Take(Buffer& buffer, unsigned long size)
     {
+        KZ_ASSERT(Has(buffer, size) && buffer.mError == kzErrNone);
         unsigned char* const start = StartOf(buffer) + buffer.mWritten;
         buffer.mWritten += size;
         return start;
     }
 
-    // What a buffer that counts does for `size` bytes.
+    // What a buffer that only counts does for `size` bytes. Such a buffer never has an error.
     static void Count(PreflightOutputBuf& buffer, unsigned long size) { buffer.mWritten += size; }
 
 private:
+    // Where the first byte is written. A handle's master is read each time, because a resize moves the block.
     static unsigned char* StartOf(const StaticOutputBuf& buffer) { return buffer.mData; }
     static unsigned char* StartOf(const HandleOutputBuf& buffer) { return *buffer.mHandle; }
     static unsigned char* StartOf(const LStrOutputBuf& buffer) { return (*buffer.mHandle)->str; }

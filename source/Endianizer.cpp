@@ -1,36 +1,29 @@
+// Three kinds of byte order object, each of which exists once. On this host, which is little-endian, the native and the
+// little-endian one differ in extended floats only: the native one keeps the host's ten bytes, the other two write the
+// stored form of 16 bytes, in one order or the other.
+//
+// The objects stand in static storage and are placed by their first use, because reports and files are read and written
+// before any service starts and after the last one stops. KZPlacementNewRunCleanup destroys them at the library's stop,
+// and the next use places them anew at the same address.
 #include "Endianizer.h"
 
 #include <cstring>
 
 #include "ByteOrder.h"
 #include "KZPlacement.h"
+#include "SharedEndianizers.h"
 #include "SwapArray.h"
 
 namespace {
 
+// What an extended float takes in files: the stored form ends with six bytes that hold nothing.
 constexpr uInt32 kStoredExtSize = 16;
-
-template <typename T>
-void CopySwapped(const void* source, void* dest)
-{
-    kz::StoreNative(dest, kz::ReverseBytes(kz::LoadNative<T>(source)));
-}
+static_assert(sizeof(floatExt) == 10, "the native object's SizeOfExt is part of what it writes");
 
 template <typename T>
 void CopyPlain(const void* source, void* dest)
 {
     kz::StoreNative(dest, kz::LoadNative<T>(source));
-}
-
-// Both halves are read before either is written: the two may be the same memory.
-void CopySwapped16(const void* source, void* dest)
-{
-    const unsigned char* in = static_cast<const unsigned char*>(source);
-    unsigned char* out = static_cast<unsigned char*>(dest);
-    const uInt64 first = kz::LoadNative<uInt64>(in);
-    const uInt64 second = kz::LoadNative<uInt64>(in + 8);
-    kz::StoreNative(out, kz::ReverseBytes(second));
-    kz::StoreNative(out + 8, kz::ReverseBytes(first));
 }
 
 }  // namespace
@@ -49,25 +42,28 @@ void Endianizer::WriteArray(const void* source, void* dest, unsigned long count,
     Endianizer::ReadArray(source, dest, count, width);
 }
 
+// The big-endian object. The host's order is known (ByteOrder.h), so this kind always swaps.
 class _SwappingEndianizer final : public Endianizer {
 public:
     int32 ReadAWord(const void* source) const override { return kz::LoadBig<int16>(source); }
     int32 ReadALong(const void* source) const override { return kz::LoadBig<int32>(source); }
-    void Read2ByteVal(const void* source, void* dest) const override { CopySwapped<uInt16>(source, dest); }
-    void Read4ByteVal(const void* source, void* dest) const override { CopySwapped<uInt32>(source, dest); }
-    void Read8ByteVal(const void* source, void* dest) const override { CopySwapped<uInt64>(source, dest); }
+    void Read2ByteVal(const void* source, void* dest) const override { kz::CopyReversed<uInt16>(source, dest); }
+    void Read4ByteVal(const void* source, void* dest) const override { kz::CopyReversed<uInt32>(source, dest); }
+    void Read8ByteVal(const void* source, void* dest) const override { kz::CopyReversed<uInt64>(source, dest); }
     void ReadExtVal(const void* source, floatExt* dest) const override { StdToX(source, dest); }
-    void Read16ByteVal(const void* source, void* dest) const override { CopySwapped16(source, dest); }
-    void Write2ByteVal(const void* source, void* dest) const override { CopySwapped<uInt16>(source, dest); }
-    void Write4ByteVal(const void* source, void* dest) const override { CopySwapped<uInt32>(source, dest); }
-    void Write8ByteVal(const void* source, void* dest) const override { CopySwapped<uInt64>(source, dest); }
+    void Read16ByteVal(const void* source, void* dest) const override { kz::CopyReversed16(source, dest); }
+    void Write2ByteVal(const void* source, void* dest) const override { kz::CopyReversed<uInt16>(source, dest); }
+    void Write4ByteVal(const void* source, void* dest) const override { kz::CopyReversed<uInt32>(source, dest); }
+    void Write8ByteVal(const void* source, void* dest) const override { kz::CopyReversed<uInt64>(source, dest); }
     void WriteExtVal(const floatExt* source, void* dest) const override { XToStd(source, dest); }
-    void Write16ByteVal(const void* source, void* dest) const override { CopySwapped16(source, dest); }
+    void Write16ByteVal(const void* source, void* dest) const override { kz::CopyReversed16(source, dest); }
     uInt32 SizeOfExt() const override { return kStoredExtSize; }
     bool IsSwapping() const override { return true; }
 };
 
-// An extended float stands in the stored form with all 16 bytes reversed.
+// The little-endian object. An extended float has the stored form with all 16 bytes reversed, so that a file in either
+// order is the other one's, number by number, turned round. Copies go by memmove where source and destination may be
+// the same memory, which memcpy does not allow.
 class _NonSwappingEndianizer : public Endianizer {
 public:
     int32 ReadAWord(const void* source) const override { return kz::LoadNative<int16>(source); }
@@ -78,7 +74,7 @@ public:
     void ReadExtVal(const void* source, floatExt* dest) const override
     {
         unsigned char stored[kStoredExtSize];
-        CopySwapped16(source, stored);
+        kz::CopyReversed16(source, stored);
         StdToX(stored, dest);
     }
     void Read16ByteVal(const void* source, void* dest) const override { std::memmove(dest, source, 16); }
@@ -89,14 +85,14 @@ public:
     {
         unsigned char stored[kStoredExtSize];
         XToStd(source, stored);
-        CopySwapped16(stored, dest);
+        kz::CopyReversed16(stored, dest);
     }
     void Write16ByteVal(const void* source, void* dest) const override { std::memmove(dest, source, 16); }
     uInt32 SizeOfExt() const override { return kStoredExtSize; }
     bool IsSwapping() const override { return false; }
 };
 
-// Keeps an extended float as the host has it.
+// The native object. It keeps an extended float as the host has it, because what it writes is meant for this host only.
 class _NativeEndianizer final : public _NonSwappingEndianizer {
 public:
     void ReadExtVal(const void* source, floatExt* dest) const override { std::memmove(dest, source, sizeof *dest); }
@@ -106,6 +102,7 @@ public:
 
 namespace {
 
+// In the order of their placing, in which a cleanup takes them back from the last.
 constinit kz::StaticObject<_NativeEndianizer> gNative;
 constinit kz::StaticObject<_SwappingEndianizer> gBig;
 constinit kz::StaticObject<_NonSwappingEndianizer> gLittle;

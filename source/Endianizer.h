@@ -5,8 +5,11 @@
 #include "KZTypes.h"
 #include "NumericSupport.h"
 
-// Sources and destinations need no alignment and don't overlap unless they are the same. Objects hold no state: any
-// thread. The slots stand in this order, the destructor pair first.
+// Hosts may derive objects of their own, whose operations the typed reader and writer then call for each value.
+//
+// Sources and destinations need no alignment, are not null, and don't overlap unless they are the same address. Objects
+// hold no state, so any thread may use one at any time. Nothing here fails. The slots stand in this order, the
+// destructor pair first.
 class KZ_EXPORT Endianizer {
 public:
     virtual ~Endianizer() = default;
@@ -37,30 +40,21 @@ public:
     // Whether the object reverses bytes on this host.
     virtual bool IsSwapping() const = 0;
 
-    // An array of `count` values of `width` bytes, 1, 2, 4, 8 or 16, from and to the object's order in one call,
-    // several times as fast as one by one.
+    // Each moves an array of `count` values of `width` bytes, 1, 2, 4, 8 or 16, from or to the object's order in one
+    // call, which is several times as fast as one call for each value. Values of another width are copied as they are.
+    // With a count of 0 both addresses may be null. The product of the two must not exceed an unsigned long.
     void ReadArray(const void* source, void* dest, unsigned long count, uInt32 width) const;
     void WriteArray(const void* source, void* dest, unsigned long count, uInt32 width) const;
 };
 
 KZ_EXTERN_C_BEGIN
 
-// The shared objects; never null, before the library's start and after its stop too. Any thread. A pointer stays valid
-// until the library stops.
+// Each returns a shared object, which the library owns: never null, before the library's start and after its stop too.
+// Any thread may ask. A pointer stays valid until the library stops.
 KZ_EXPORT const Endianizer* NativeEndianizer(void);
 KZ_EXPORT const Endianizer* BigEndianizer(void);
 KZ_EXPORT const Endianizer* LittleEndianizer(void);
 
 KZ_EXTERN_C_END
-
-namespace kz {
-
-// Places the three objects, those that are not there. One thread.
-void PlaceEndianizers();
-
-// Whether the object is one of the three.
-bool IsSharedEndianizer(const Endianizer* endianizer);
-
-}  // namespace kz
 
 #endif

@@ -1,3 +1,13 @@
+// Both kinds of buffer are a run of bytes, a position in it, and an error that never goes once it is there. Take holds
+// the rules of an access, so that the two can't differ.
+//
+// In a MemInputBuf the position never passes the size, and from the first error on the size is the position. So the
+// readers that look into the buffer (BufferAccess.h) find nothing left, with the one comparison that they make anyway,
+// and come to GetDataPointer, which answers the error.
+//
+// The text of an LStrInputBuf can change length between two accesses, because the caller who gave the
+// handle may have kept a copy. Each access asks for the length anew, and a position behind the end means that nothing
+// is left.
 #include "InputBuf.h"
 
 #include <algorithm>
@@ -5,6 +15,7 @@
 #include <new>
 
 #include "HandleText.h"
+#include "KzAssert.h"
 #include "MemoryManager.h"
 #include "Report.h"
 
@@ -12,10 +23,13 @@ namespace {
 
 constexpr char kModule[] = "source/InputBuf";
 
-// The access that both kinds share, on `dataSize` bytes at `data`.
+// One access to `dataSize` bytes at `data`, of which those up to `position` have been read. `latched` is the buffer's
+// own error, which an access without `gotSize` sets where bytes are missing; nothing moves then, so that the caller of
+// an optional part can't take half of it for the whole.
 const void* Take(const unsigned char* data, unsigned long dataSize, unsigned long& position, KzErr& latched,
                  unsigned long size, KzErr& err, unsigned long* gotSize, bool peek)
 {
+    KZ_ASSERT(data != nullptr || dataSize == 0);
     err = latched;
     if (gotSize != nullptr) {
         *gotSize = 0;
@@ -23,6 +37,7 @@ const void* Take(const unsigned char* data, unsigned long dataSize, unsigned lon
     if (latched != kzErrNone || size == 0) {
         return nullptr;
     }
+    // Compared with what is left rather than added to the position, because a size from a file may make the sum wrap.
     const unsigned long left = position < dataSize ? dataSize - position : 0;
     if (size > left && gotSize == nullptr) {
         err = latched = kzErrCorrupt;
@@ -59,8 +74,9 @@ const void* MemInputBuf::GetDataPointer(unsigned long size, KzErr& err, unsigned
 {
     const void* const start = Take(mData, mSize, mPosition, mError, size, err, gotSize, peek != 0);
     if (mError != kzErrNone) {
-        mSize = mPosition;
+        mSize = mPosition;  // see the top of this file
     }
+    KZ_ASSERT(mPosition <= mSize);
     return start;
 }
 
@@ -89,7 +105,7 @@ LStrInputBuf::~LStrInputBuf()
     }
 }
 
-// A count that isn't sound is cut to what the block holds.
+// The count of the string, as far as its block holds it: a count that lies would lead readers out of the block.
 unsigned long LStrInputBuf::TextSize() const
 {
     return static_cast<unsigned long>(kz::HeldCount(mHandle, offsetof(LStr, str), 1));
@@ -112,6 +128,8 @@ unsigned long LStrInputBuf::GetSize() const
     return mError == kzErrNone ? TextSize() : 0;
 }
 
+// The error keeps later accesses from the string, which is the caller's to change or dispose. The destructor reports
+// the error like any other: a buffer does not tell a release from a read that failed.
 LStr** LStrInputBuf::ReleaseOwnership()
 {
     LStr** const handle = mHandle;

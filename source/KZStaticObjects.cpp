@@ -1,7 +1,7 @@
 #include "KZStaticObjects.h"
 
-#include "Endianizer.h"
 #include "PathText.h"
+#include "SharedEndianizers.h"
 
 void kz::PlaceStaticObjects()
 {

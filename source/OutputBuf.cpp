@@ -1,9 +1,20 @@
+// Three kinds of buffer hold bytes: a block, a capacity, how much of it is written, and an error that never goes once
+// it is there. What is written never exceeds the capacity, and from the first error on both are equal. So the writers
+// that look into the buffer (BufferAccess.h) find no room left, with the one comparison that they make anyway, and come
+// to GetDataPointer, which answers the error.
+//
+// A buffer that owns a handle grows it by what is needed and a fixed margin, never by doubling. The margin is what
+// keeps a writer of small values from one resize each; the final size is set when the handle is asked for.
+//
+// The count of an LStrOutputBuf's string is set only when the handle is asked for. Until then it tells nothing, as a
+// resize copies the old block whatever its count says.
 #include "OutputBuf.h"
 
 #include <algorithm>
 #include <climits>
 #include <new>
 
+#include "KzAssert.h"
 #include "MemoryManager.h"
 #include "Report.h"
 
@@ -15,15 +26,17 @@ constexpr char kModule[] = "source/OutputBuf";
 constexpr unsigned long kMargin = 4096;
 
 constexpr unsigned long kCountSize = sizeof(int32);
-constexpr unsigned long kGreatestText = INT_MAX;
+constexpr unsigned long kGreatestText = INT_MAX;  // what a count can tell
 
-// Makes room for `size` more bytes behind `written`, in a handle whose data starts with `head` bytes of its own. An
-// error where the sizes overflow or the handle can't grow: nothing changed.
+// Makes room for `size` more bytes behind the first `written`, in a handle whose data starts with `head` bytes that are
+// not counted in either. On an error, where the sizes overflow or the handle can't grow, nothing has changed.
 KzErr Grow(void* handle, unsigned long head, unsigned long written, unsigned long size, unsigned long* capacity)
 {
+    KZ_ASSERT(written <= *capacity);
     if (size <= *capacity - written) {
         return kzErrNone;
     }
+    // A sum that wrapped would give a block smaller than what is then written to it.
     if (size > ULONG_MAX - written - head - kMargin) {
         return kzErrMemoryFull;
     }
@@ -55,6 +68,7 @@ StaticOutputBuf::~StaticOutputBuf()
 
 void* StaticOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
+    KZ_ASSERT(mWritten <= mCapacity);
     if (mError == kzErrNone && size > mCapacity - mWritten) {
         mError = kzErrCorrupt;
         mCapacity = mWritten;
@@ -91,6 +105,8 @@ HandleOutputBuf::~HandleOutputBuf()
 
 void* HandleOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
+    // A released handle is an error of its own, found by the first access that needs room, so that writing nothing to a
+    // buffer whose handle was taken is no fault.
     if (mError == kzErrNone && size != 0) {
         mError = mHandle == nullptr ? kzErrArgument : Grow(mHandle, 0, mWritten, size, &mCapacity);
         mCapacity = mError == kzErrNone ? mCapacity : mWritten;
@@ -119,6 +135,8 @@ UHandle HandleOutputBuf::GetHandle(bool release)
     }
     mError = DSSetHandleSize(mHandle, mWritten);
     mCapacity = mWritten;
+    // The handle is given although the cut failed: what was written stands in it, with some room behind. The error
+    // shows at the next call.
     const UHandle handle = mHandle;
     if (release) {
         mHandle = nullptr;
@@ -126,6 +144,7 @@ UHandle HandleOutputBuf::GetHandle(bool release)
     return handle;
 }
 
+// A capacity that stopped at what a count can tell keeps writers that look into the buffer from longer texts.
 void LStrOutputBuf::SetCapacity(unsigned long room)
 {
     mCapacity = std::min(room, kGreatestText);
@@ -133,7 +152,7 @@ void LStrOutputBuf::SetCapacity(unsigned long room)
 
 void LStrOutputBuf::Make(unsigned long room)
 {
-    const unsigned long size = room + kCountSize;
+    const unsigned long size = room + kCountSize;  // wraps for the largest rooms
     mHandle = size < room ? nullptr : reinterpret_cast<LStr**>(DSNewHandle(size));
     if (mHandle == nullptr) {
         mError = kzErrMemoryFull;
@@ -147,6 +166,7 @@ LStrOutputBuf::LStrOutputBuf(unsigned long initialSize)
     Make(initialSize);
 }
 
+// The three cases differ in the block only; whatever the count of a given string says, it is written over.
 LStrOutputBuf::LStrOutputBuf(LStr** handle, unsigned long initialSize) : mHandle(handle)
 {
     if (handle == nullptr) {
@@ -171,6 +191,7 @@ LStrOutputBuf::~LStrOutputBuf()
 
 void* LStrOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
+    KZ_ASSERT(mWritten <= mCapacity && mCapacity <= kGreatestText);
     if (mError == kzErrNone && size != 0) {
         mError = mHandle == nullptr                ? kzErrArgument
                  : size > kGreatestText - mWritten ? kzErrMemoryFull
@@ -201,6 +222,7 @@ LStr** LStrOutputBuf::GetHandle(bool release)
     }
     mError = DSSetHandleSize(mHandle, mWritten + kCountSize);
     mCapacity = mWritten;
+    // A handle that the caller gave may have been smaller than a count, and the resize that mends that may have failed.
     if (DSGetHandleSize(mHandle) >= kCountSize) {
         (*mHandle)->cnt = static_cast<int32>(mWritten);
     }
@@ -214,7 +236,7 @@ LStr** LStrOutputBuf::GetHandle(bool release)
 void* PreflightOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
     err = kzErrNone;
-    mWritten += size;
+    mWritten += size;  // null is no failure here, so callers ask for the error before they store
     return nullptr;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "KZPlacement.h"
+#include "SharedEndianizers.h"
 
 namespace {
 
