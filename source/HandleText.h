@@ -10,6 +10,13 @@
 
 namespace kz {
 
+// The count of a string or list that is relied on; 0 for null and for a negative one.
+template <typename Counted>
+int32 CountOf(const Counted* counted)
+{
+    return counted == nullptr ? 0 : std::max(counted->cnt, 0);
+}
+
 // The 32-bit count at the start of a block of `size` bytes, as far as the block holds what it counts: things of `each`
 // bytes from the offset `start` on.
 inline int32 HeldCount(const void* block, std::size_t size, std::size_t start, std::size_t each)

@@ -1,93 +1,71 @@
+// As with the lists of short strings, a call that is given a handle answers for the strings that the block really
+// holds, and a call that is given a pointer relies on the counts. All that puts strings into a list or takes them out
+// goes through kz::ChangeRecord, which leaves the list as it was when memory is full.
+//
+// A string's record starts at a multiple of 4, so that hosts can read its count as a number. That is why each record is
+// filled up; the bytes that fill it are zeros, because lists are stored and compared as they stand.
 #include "StringCLStr.h"
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 
 #include "ByteOrder.h"
+#include "HandleText.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PackedList.h"
 #include "Report.h"
 #include "StringLStr.h"
-#include "zvhandle.h"
 
+using kz::Fit;
 using kz::kListCountSize;
 using kz::kMaxListSize;
+
+using Rule = kz::LongStringRule;
+using Walk = kz::LongStringWalk;
 
 namespace {
 
 constexpr char kModule[] = "source/StringCLStr";
-
-// What a string of `count` bytes, not negative, takes with its padding.
-constexpr std::size_t RecordSize(int32 count)
-{
-    return sizeof(int32) + ((static_cast<std::size_t>(count) + 3) & ~std::size_t{3});
-}
-
-// The size of a record with this count, or 0 if there is no such record in what is left.
-constexpr std::size_t WholeSize(int32 count, std::size_t left)
-{
-    return count < 0 || RecordSize(count) > left ? 0 : RecordSize(count);
-}
-
-struct LongStringRule {
-    static std::size_t Size(const unsigned char* record, std::size_t left)
-    {
-        return left < sizeof(int32) ? 0 : WholeSize(kz::LoadNative<int32>(record), left);
-    }
-};
-using Walk = kz::PackedWalk<LongStringRule>;
 
 unsigned char* BytesOf(CLStr* list)
 {
     return reinterpret_cast<unsigned char*>(list);
 }
 
-bool IsInBlock(CLStr** handle, std::size_t block, const LStr* s)
+// The change of a list over which `whole` has gone to its end: the bytes from `at` to `end` go.
+kz::RecordChange ChangeOf(const Walk& whole, std::size_t at, std::size_t end, int32 count)
 {
-    return block != 0 && reinterpret_cast<std::uintptr_t>(s) - reinterpret_cast<std::uintptr_t>(*handle) < block;
+    return {.block = whole.Block(), .used = whole.End(), .at = at, .end = end, .count = count};
 }
 
-// Inserts s at an offset of a list over which `walk` has gone to its end.
-KzErr InsertAt(CLStr** handle, const Walk& walk, std::size_t at, const LStr* s, KzBool exactFit)
+KzErr Apply(CLStr** handle, const kz::RecordChange& change, Fit fit)
 {
-    const int32 count = std::max(s->cnt, 0);
-    const std::size_t text = static_cast<std::size_t>(count);
-    const std::size_t size = RecordSize(count);
-    const std::size_t used = walk.End();
-    const std::size_t needed = used + size;
-    if (needed > kMaxListSize) {
-        return kzErrMemoryFull;
-    }
-    ZVHandle copy;
-    const unsigned char* source = s->str;
-    if (IsInBlock(handle, walk.Block(), s)) {
-        if (const KzErr err = copy.Resize(std::max(text, std::size_t{1}))) {
-            return err;
-        }
-        source = *copy.GetHandle();
-        std::memcpy(*copy.GetHandle(), s->str, text);
-    }
-    if (exactFit || walk.Block() < needed) {
-        if (const KzErr err = DSSetHandleSize(handle, needed)) {
-            return err;
-        }
-    }
-    unsigned char* const record = BytesOf(*handle) + at;
-    std::memmove(record + size, record, used - at);
-    kz::StoreNative(record, count);
-    std::memcpy(record + sizeof(int32), source, text);
-    std::memset(record + sizeof(int32) + text, 0, size - sizeof(int32) - text);
-    (*handle)->cnt = walk.Count() + 1;
-    return kzErrNone;
+    const KzErr err = kz::ChangeRecord(handle, change, fit);
+    KZ_ASSERT_SLOW(err != kzErrNone || kz::PackedFault<Rule>(handle) == nullptr);
+    return err;
+}
+
+// Inserts s at an offset of a list over which `whole` has gone to its end.
+KzErr InsertAt(CLStr** handle, const Walk& whole, std::size_t at, const LStr* s, KzBool exactFit)
+{
+    KZ_ASSERT(handle != nullptr && s != nullptr);
+    // A negative count stands for no text; in a list it would end every walk, so a 0 goes in for it.
+    static constexpr int32 kNoText = 0;
+    const int32 count = kz::CountOf(s);
+    kz::RecordChange change = ChangeOf(whole, at, at, whole.Count() + 1);
+    change.bytes = count == 0 ? static_cast<const void*>(&kNoText) : s;
+    change.size = sizeof(int32) + static_cast<std::size_t>(count);
+    change.padding = Rule::Size(count) - change.size;
+    return Apply(handle, change, exactFit ? Fit::kExactBlock : Fit::kKeepSpareRoom);
 }
 
 }  // namespace
 
 int32 CLStrSize(const CLStr* p)
 {
+    // The result can't tell a size beyond its type.
     Walk walk(p);
     walk.Finish();
     return static_cast<int32>(std::min(walk.End(), kMaxListSize));
@@ -114,6 +92,7 @@ KzErr CLStrInsert(CLStr** handle, const LStr* s, int32 i, KzBool exactFit)
     if (i > 0) {
         walk.Seek(i - 1);
     }
+    // Behind string i - 1, or where the first one starts, or would start, if i is not above 0.
     const std::size_t at = walk.Finish().End();
     return InsertAt(handle, walk, at, s, exactFit);
 }
@@ -126,18 +105,7 @@ KzErr CLStrRemove(CLStr** handle, int32 i)
         return kzErrArgument;
     }
     const Walk old = walk.Finish();
-    const std::size_t behind = walk.End() - old.End();
-    const std::size_t left = old.At() + behind;
-    // The string goes behind the others, from where it can come back if the block can't shrink.
-    unsigned char* const base = BytesOf(*handle);
-    std::rotate(base + old.At(), base + old.End(), base + walk.End());
-    const KzErr err = DSSetHandleSize(handle, left);
-    if (err != kzErrNone) {
-        std::rotate(base + old.At(), base + left, base + walk.End());
-        return err;
-    }
-    (*handle)->cnt = walk.Count() - 1;
-    return kzErrNone;
+    return Apply(handle, ChangeOf(walk, old.At(), old.End(), walk.Count() - 1), Fit::kExactBlock);
 }
 
 KzErr CLStrInsertSort(CLStr** handle, const LStr* s, KzBool allowDuplicates, int32* outIndex, KzBool* outInserted,
@@ -147,6 +115,8 @@ KzErr CLStrInsertSort(CLStr** handle, const LStr* s, KzBool allowDuplicates, int
         KZ_REPORT(kDbgFatal, 0x9B31F84D) << "Invalid dest buffer or insert buffer passed to CLStrInsertSort";
         return kzErrArgument;
     }
+    // `below` stays behind the last string that is below s, where s belongs, and counts the strings up to there. The
+    // walk itself has to know the end of the list. A list that isn't sorted is not harmed: s goes somewhere in it.
     Walk walk = Walk::OfHandle(handle);
     Walk below = walk;
     int32 order = -1;
@@ -158,6 +128,7 @@ KzErr CLStrInsertSort(CLStr** handle, const LStr* s, KzBool allowDuplicates, int
         below = walk;
     }
     walk.Finish();
+    KZ_ASSERT(below.End() <= walk.End());
     if (outIndex != nullptr) {
         *outIndex = below.Count();
     }
@@ -169,6 +140,9 @@ KzErr CLStrInsertSort(CLStr** handle, const LStr* s, KzBool allowDuplicates, int
     return err;
 }
 
+// Each string's count is turned where it stands, and the walk ends at the first one that leads out of the block. A liar
+// could otherwise have counts turned, and later calls led, anywhere behind it. The strings before that one are whole
+// and in native order, and become the list.
 KzErr StdToCLStr(CLStr** handle)
 {
     if (handle == nullptr) {
@@ -180,17 +154,19 @@ KzErr StdToCLStr(CLStr** handle)
     int32 whole = 0;
     if (block >= kListCountSize) {
         unsigned char* const bytes = BytesOf(*handle);
-        count = RevBL(kz::LoadNative<int32>(bytes));
+        count = kz::LoadBig<int32>(bytes);
         for (std::size_t size = 0; whole < count && block - at >= sizeof(int32); at += size, ++whole) {
-            const int32 length = RevBL(kz::LoadNative<int32>(bytes + at));
-            size = WholeSize(length, block - at);
+            const int32 length = kz::LoadBig<int32>(bytes + at);
+            size = Rule::WholeSize(length, block - at);
             if (size == 0) {
                 break;
             }
             kz::StoreNative(bytes + at, length);
         }
         (*handle)->cnt = whole;
+        KZ_ASSERT_SLOW(kz::PackedFault<Rule>(handle) == nullptr);
     }
+    // Bytes behind the last string are a fault too, because a stored list has exactly the size of its strings.
     if (whole != count || at != block) {
         KZ_REPORT(kDbgFatal, 0x84C7216E);
         return kzErrCorrupt;

@@ -1,3 +1,8 @@
+// A call that is given a handle walks the strings that the block really holds, and answers for those; a call that is
+// given a pointer has no block to ask, and relies on the count. All that puts strings into a list or takes them out
+// goes through kz::ChangeRecord, which leaves the list as it was when memory is full.
+//
+// Each call walks from the front of the list, because its block, whose layout files share, has no place for an index.
 #include "StringCPStr.h"
 
 #include <algorithm>
@@ -5,6 +10,8 @@
 #include <cstring>
 
 #include "ByteOrder.h"
+#include "HandleText.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PackedList.h"
@@ -12,6 +19,8 @@
 #include "SortSearch.h"
 #include "StringPStr.h"
 
+using kz::CountOf;
+using kz::Fit;
 using kz::kListCountSize;
 using kz::kMaxListSize;
 using Walk = kz::ShortStringWalk;
@@ -20,18 +29,12 @@ namespace {
 
 constexpr char kModule[] = "source/StringCPStr";
 
-enum Fit { kKeepSpareRoom, kExactBlock };
-
 unsigned char* BytesOf(CPStr* list)
 {
     return reinterpret_cast<unsigned char*>(list);
 }
 
-int32 CountOf(const CPStr* list)
-{
-    return list == nullptr ? 0 : std::max(list->cnt, 0);
-}
-
+// Whether there is no handle, which is reported.
 bool IsMissing(CPStr** handle)
 {
     if (handle != nullptr) {
@@ -41,80 +44,40 @@ bool IsMissing(CPStr** handle)
     return true;
 }
 
-// The bytes from `at` to `end` of a list that ends at `used` give way to a string, or to none if it is null.
-struct Change {
-    std::size_t used;
-    std::size_t at;
-    std::size_t end;
-    const unsigned char* string;
-    int32 count;  // of the list afterwards
-};
-
-// Puts `size` bytes in the place of the change's old ones and moves what is behind them.
-void PutBytes(CPStr* list, const Change& change, const unsigned char* bytes, std::size_t size)
+// Puts p in the place of the bytes from `at` to `end` of a list over which `whole` has gone to its end, or nothing if p
+// is null. The list has `count` strings then.
+KzErr Put(CPStr** handle, const Walk& whole, std::size_t at, std::size_t end, const unsigned char* p, int32 count,
+          Fit fit)
 {
-    unsigned char* const base = BytesOf(list);
-    std::memmove(base + change.at + size, base + change.end, change.used - change.end);
-    if (size != 0) {
-        std::memcpy(base + change.at, bytes, size);
-    }
-    list->cnt = change.count;
-}
-
-// The list gets smaller: the block is made so last, and when that fails the old bytes come back.
-KzErr Shrink(CPStr** handle, const Change& change, const unsigned char* bytes, std::size_t size)
-{
-    unsigned char old[256];
-    const std::size_t oldSize = change.end - change.at;
-    const int32 oldCount = (*handle)->cnt;
-    std::memcpy(old, BytesOf(*handle) + change.at, oldSize);
-    PutBytes(*handle, change, bytes, size);
-    const std::size_t used = change.used - oldSize + size;
-    const KzErr err = DSSetHandleSize(handle, used);
-    if (err != kzErrNone) {
-        PutBytes(*handle, {used, change.at, change.at + size, nullptr, oldCount}, old, oldSize);
-    }
+    const kz::RecordChange change{.block = whole.Block(),
+                                  .used = whole.End(),
+                                  .at = at,
+                                  .end = end,
+                                  .bytes = p,
+                                  .size = p == nullptr ? 0 : 1u + p[0],
+                                  .count = count};
+    const KzErr err = kz::ChangeRecord(handle, change, fit);
+    KZ_ASSERT_SLOW(err != kzErrNone || kz::CPStrFault(handle) == nullptr);
     return err;
-}
-
-KzErr Apply(CPStr** handle, std::size_t block, const Change& change, Fit fit)
-{
-    unsigned char string[256];  // a copy, since the string may stand in the block
-    const std::size_t size = change.string == nullptr ? 0 : 1u + change.string[0];
-    if (size != 0) {
-        std::memcpy(string, change.string, size);
-    }
-    const std::size_t oldSize = change.end - change.at;
-    if (size < oldSize) {
-        return Shrink(handle, change, string, size);
-    }
-    const std::size_t needed = change.used - oldSize + size;
-    if (needed > kMaxListSize) {
-        return kzErrMemoryFull;
-    }
-    if (size > oldSize && (fit == kExactBlock || block < needed)) {
-        if (const KzErr err = DSSetHandleSize(handle, needed)) {
-            return err;
-        }
-    }
-    PutBytes(*handle, change, string, size);
-    return kzErrNone;
 }
 
 // ---- Sorting ----
 
-// The memory that a sort needs, in one piece: the strings' pointers, copies of the parallel entries, the order of the
-// indices, and a copy of the list.
+// The memory that a sort needs, in one piece, so that it is there as a whole or not at all: the strings' pointers,
+// copies of the parallel entries, the order of the indices, and a copy of the list. The pointers are into the copy,
+// because the sorted strings are written over the list itself. The list is one over which `end` has gone to its end.
 class SortRoom {
 public:
     SortRoom(const CPStr* list, const Walk& end) : mCount(static_cast<std::size_t>(end.Count()))
     {
+        KZ_ASSERT(list != nullptr && mCount >= 2);
         const std::size_t entries = mCount * sizeof(void*);
         auto* const block = static_cast<unsigned char*>(DSNewPtr(2 * entries + mCount * sizeof(int32) + end.End()));
         if (block == nullptr) {
             return;
         }
         strings = reinterpret_cast<const unsigned char**>(block);
+        // Whatever needs most alignment comes first, so that no part needs padding in front.
         parallel = block + entries;
         order = reinterpret_cast<int32*>(block + 2 * entries);
         unsigned char* const copy = reinterpret_cast<unsigned char*>(order + mCount);
@@ -149,12 +112,16 @@ int32 CompareByIndex(const void* a, const void* b, void* context)
     return PStrCaseCmp(strings[*static_cast<const int32*>(a)], strings[*static_cast<const int32*>(b)]);
 }
 
+// Sorts indices in place of strings, because where an entry came from has to be known when the strings are in order.
+// The entries are copied as bytes: a handle's block need not be aligned for pointers.
 void SortWithParallel(SortRoom& room, int32 count, UHandle parallel)
 {
     constexpr std::size_t kEntry = sizeof(void*);
+    KZ_ASSERT(DSGetHandleSize(parallel) / kEntry >= static_cast<std::size_t>(count));
     QSortEx(room.order, count, sizeof(int32), &CompareByIndex, room.strings);
     std::memcpy(room.parallel, *parallel, static_cast<std::size_t>(count) * kEntry);
     for (int32 i = 0; i < count; ++i) {
+        KZ_ASSERT(room.order[i] >= 0 && room.order[i] < count);
         const auto from = static_cast<std::size_t>(room.order[i]);
         std::memcpy(*parallel + static_cast<std::size_t>(i) * kEntry, room.parallel + from * kEntry, kEntry);
     }
@@ -164,6 +131,7 @@ void SortWithParallel(SortRoom& room, int32 count, UHandle parallel)
 
 int32 CPStrSize(const CPStr* p)
 {
+    // The result can't tell a size beyond its type.
     Walk walk(p);
     walk.Finish();
     return static_cast<int32>(std::min(walk.End(), kMaxListSize));
@@ -189,9 +157,9 @@ KzErr CPStrInsertEfficient(CPStr** handle, const unsigned char* p, int32 i, KzBo
     if (i > 0) {
         walk.Seek(i - 1);
     }
+    // Behind string i - 1, or where the first one starts, or would start, if i is not above 0.
     const std::size_t place = walk.Finish().End();
-    return Apply(handle, walk.Block(), {walk.End(), place, place, p, walk.Count() + 1},
-                 exactFit ? kExactBlock : kKeepSpareRoom);
+    return Put(handle, walk, place, place, p, walk.Count() + 1, exactFit ? Fit::kExactBlock : Fit::kKeepSpareRoom);
 }
 
 KzErr CPStrInsert(CPStr** handle, const unsigned char* p, int32 i)
@@ -210,7 +178,7 @@ KzErr CPStrRemove(CPStr** handle, int32 i)
         return kzErrArgument;
     }
     const Walk old = walk.Finish();
-    return Apply(handle, walk.Block(), {walk.End(), old.At(), old.End(), nullptr, walk.Count() - 1}, kExactBlock);
+    return Put(handle, walk, old.At(), old.End(), nullptr, walk.Count() - 1, Fit::kExactBlock);
 }
 
 KzErr CPStrReplace(CPStr** handle, const unsigned char* p, int32 i)
@@ -218,10 +186,13 @@ KzErr CPStrReplace(CPStr** handle, const unsigned char* p, int32 i)
     if (IsMissing(handle) || p == nullptr) {
         return kzErrArgument;
     }
+    // A copy, because the old string moves before the new one is read, and both may be of this list.
+    unsigned char string[256];
+    std::memcpy(string, p, 1u + p[0]);
     Walk walk = Walk::OfHandle(handle);
     walk.Seek(i);
     const Walk old = walk.Finish();
-    return Apply(handle, walk.Block(), {walk.End(), old.At(), old.End(), p, walk.Count()}, kExactBlock);
+    return Put(handle, walk, old.At(), old.End(), string, walk.Count(), Fit::kExactBlock);
 }
 
 KzErr CPStrClear(CPStr** handle)
@@ -241,6 +212,7 @@ KzErr CPStrSetToNEmptyStrings(CPStr*** handle, int32 n)
     if (handle == nullptr || n < 0) {
         return kzErrArgument;
     }
+    // An empty string is its count byte of 0.
     const std::size_t strings = static_cast<std::size_t>(n);
     if (const KzErr err = DSSetHandleSizeOrNewHandle(handle, kListCountSize + strings)) {
         return err;
@@ -266,6 +238,7 @@ int32 CPStrSearch(CPStr** handle, const unsigned char* p, PStrCompareProc compar
 
 int32 CPStrCmp(const CPStr* a, const CPStr* b)
 {
+    // Neither walk goes past the shorter list, so that a null one, which has no strings, is never read.
     Walk left(a);
     Walk right(b);
     while (left.Next() && right.Next()) {
@@ -289,6 +262,7 @@ KzErr LSort(CPStr** handle, UHandle parallel)
     Walk walk = Walk::OfHandle(handle);
     walk.Finish();
     const int32 count = walk.Count();
+    // Strings that have no entry could not take one along; entries that have no string stay where they are.
     if (parallel != nullptr && DSGetHandleSize(parallel) / sizeof(void*) < static_cast<std::size_t>(count)) {
         return kzErrArgument;
     }
@@ -304,11 +278,13 @@ KzErr LSort(CPStr** handle, UHandle parallel)
     } else {
         SortWithParallel(room, count, parallel);
     }
+    // The same strings in another order take the same room, so the block need not be asked for.
     unsigned char* out = (*handle)->str;
     for (int32 i = 0; i < count; ++i) {
         PStrCpy(out, room.strings[parallel == nullptr ? i : room.order[i]]);
         out += 1u + out[0];
     }
+    KZ_ASSERT(out == BytesOf(*handle) + walk.End());
     return kzErrNone;
 }
 
@@ -317,6 +293,7 @@ KzErr StrPoundToCPStr(UHandle handle, CPStr* p)
     if (handle == nullptr || p == nullptr) {
         return kzErrArgument;
     }
+    // Without a whole count there is no list, whatever byte is there.
     const std::size_t size = DSGetHandleSize(handle);
     if (size < sizeof(int16)) {
         p->cnt = 0;
@@ -326,8 +303,10 @@ KzErr StrPoundToCPStr(UHandle handle, CPStr* p)
     const int16 count = kz::LoadBig<int16>(*handle);
     std::memmove(p->str, *handle + sizeof(int16), strings);
     p->cnt = count;
+    // Callers rely on the count of a list in their own block, where nothing tells its end, so a liar's count ends here.
     Walk walk(p, kListCountSize + strings);
     walk.Finish();
+    KZ_ASSERT(walk.End() <= kListCountSize + strings);
     p->cnt = walk.Count();
     return kzErrNone;
 }

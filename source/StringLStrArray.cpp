@@ -1,35 +1,29 @@
+// An array owns the handles in its entries, so an array that loses entries has to dispose strings, and a string that is
+// disposed can't come back. Every call therefore gets all the memory that it needs before the first string goes.
+//
+// A string handle in an entry may be one that was disposed elsewhere. Its master may serve another handle by then, also
+// one that the running call has made; LStrArrayToCPStrHandle tells how it keeps them apart.
 #include "StringLStrArray.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <limits>
 
 #include "HandleText.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
+#include "PackedList.h"
+#include "PointerList.h"
 #include "Report.h"
 #include "StringLStr.h"
 
 namespace {
 
 constexpr char kModule[] = "source/StringLStrArray";
-constexpr std::size_t kEntries = offsetof(_LStrArray, str);
-constexpr std::size_t kEntry = sizeof(LStr**);
 constexpr int32 kMaxPStr = 255;
 
-std::size_t BlockSize(int32 n)
-{
-    return kEntries + static_cast<std::size_t>(n) * kEntry;
-}
-
-// The entries that the count tells and the block holds.
-int32 CountOf(_LStrArray** array)
-{
-    return kz::HeldCount(array, kEntries, kEntry);
-}
-
-// Disposes strings from the last down.
+// Disposes n strings, the last first. Null ones, which are empty strings, are nothing to dispose.
 void DisposeStrings(LStr*** strings, int32 n)
 {
     while (n > 0) {
@@ -37,16 +31,19 @@ void DisposeStrings(LStr*** strings, int32 n)
     }
 }
 
-// Fewer entries. The strings that go are kept aside until the block is resized, so that they survive its failure.
+// Makes the array shorter. The entries that go are kept aside until the block is resized, because their strings must
+// survive its failure. The room for them is a pointer block and not a handle: one of the strings may have been
+// disposed, and its master would then be the next one to be taken, so that disposing the string disposed the room.
 KzErr CutArray(_LStrArray*** array, int32 count, int32 n)
 {
-    const std::size_t cut = static_cast<std::size_t>(count - n) * kEntry;
+    KZ_ASSERT(0 < n && n < count && count <= kz::EntriesOf(*array));
+    const std::size_t cut = kz::EntryBytes(count - n);
     auto* const aside = static_cast<LStr***>(DSNewPtr(cut));
     if (aside == nullptr) {
         return kzErrMemoryFull;
     }
     std::memcpy(aside, (**array)->str + n, cut);
-    const KzErr err = DSSetHSzOrNewHClr(array, BlockSize(n));
+    const KzErr err = DSSetHSzOrNewHClr(array, kz::PointerListSize(n));
     if (err == kzErrNone) {
         DisposeStrings(aside, count - n);
         (**array)->cnt = n;
@@ -68,7 +65,7 @@ KzErr ReallocLStrArrayHandle(_LStrArray*** array, int32 n)
     if (array == nullptr || n < 0) {
         return kzErrArgument;
     }
-    const int32 count = CountOf(*array);
+    const int32 count = kz::EntriesOf(*array);
     if (n == 0) {
         if (count != 0) {
             DisposeStrings((**array)->str, count);
@@ -78,15 +75,18 @@ KzErr ReallocLStrArrayHandle(_LStrArray*** array, int32 n)
     if (n < count) {
         return CutArray(array, count, n);
     }
-    if (const KzErr err = DSSetHSzOrNewHClr(array, BlockSize(n))) {
+    if (const KzErr err = DSSetHSzOrNewHClr(array, kz::PointerListSize(n))) {
         return err;
     }
     // Entries above the old count may have been in the block without being part of the array.
-    std::memset((**array)->str + count, 0, static_cast<std::size_t>(n - count) * kEntry);
+    std::memset((**array)->str + count, 0, kz::EntryBytes(n - count));
     (**array)->cnt = n;
+    KZ_ASSERT_SLOW(kz::PointerListFault(*array) == nullptr);
     return kzErrNone;
 }
 
+// The strings are looked at twice: for the size of the list, and, when that is there, for their bytes. A bad string is
+// told of by the first pass only, and is empty in both.
 KzErr LStrArrayToCPStrHandle(_LStrArray** array, int32 n, CPStr*** list)
 {
     if (list == nullptr || n < 0) {
@@ -95,17 +95,18 @@ KzErr LStrArrayToCPStrHandle(_LStrArray** array, int32 n, CPStr*** list)
     if (array == nullptr || n == 0) {
         return DSDisposeHandleAndNull(list);
     }
-    if (n > CountOf(array)) {
+    if (n > kz::EntriesOf(array)) {
         return kzErrArgument;
     }
     LStr** const* const strings = (*array)->str;
     // The handle of a disposed string may have become the list's own, also when that is made between the two passes.
+    // Its text would be that of the list while that is written, which no pass has made room for.
     const auto isList = [list](LStr** string) { return static_cast<void*>(string) == *list; };
-    std::size_t size = sizeof(int32);
+    std::size_t size = kz::kListCountSize;
     for (int32 i = 0; i < n; ++i) {
         size += 1 + (isList(strings[i]) ? 0u : ShortCount(kz::TextOf(strings[i])));
     }
-    if (size > static_cast<std::size_t>(std::numeric_limits<int32>::max())) {
+    if (size > kz::kMaxListSize) {
         return kzErrMemoryFull;
     }
     if (const KzErr err = DSSetHandleSizeOrNewHandle(list, size)) {
@@ -119,12 +120,13 @@ KzErr LStrArrayToCPStrHandle(_LStrArray** array, int32 n, CPStr*** list)
         *out++ = static_cast<unsigned char>(count);
         out = std::copy_n(text.bytes, count, out);
     }
+    KZ_ASSERT(out == reinterpret_cast<unsigned char*>(**list) + size);
     return kzErrNone;
 }
 
 KzErr LStrArrayToCPStrHandle(_LStrArray** array, CPStr*** list)
 {
-    return LStrArrayToCPStrHandle(array, CountOf(array), list);
+    return LStrArrayToCPStrHandle(array, kz::EntriesOf(array), list);
 }
 
 KzErr CPStrPtrToLStrArray(const CPStr* list, int32 n, _LStrArray*** array)
@@ -133,9 +135,11 @@ KzErr CPStrPtrToLStrArray(const CPStr* list, int32 n, _LStrArray*** array)
         KZ_REPORT(kDbgWarning, 0x1F83A5EC) << "Null not allowed";
         return kzErrGeneric;
     }
-    if (n < 0 || n > (list == nullptr ? 0 : std::max(list->cnt, 0))) {
+    if (n < 0 || n > kz::CountOf(list)) {
         return kzErrArgument;
     }
+    // A whole new array, which takes the place of the old one when it is complete. Null entries are its empty strings,
+    // which LStrFromPtr makes of a count of 0.
     _LStrArray** made = nullptr;
     KzErr err = ReallocLStrArrayHandle(&made, n);
     const unsigned char* string = n == 0 ? nullptr : list->str;
@@ -143,6 +147,7 @@ KzErr CPStrPtrToLStrArray(const CPStr* list, int32 n, _LStrArray*** array)
         err = LStrFromPtr(&(*made)->str[i], string[0], string + 1);
         string += 1u + string[0];
     }
+    // Whichever of the two is not wanted goes, with the strings in it.
     ReallocLStrArrayHandle(err == kzErrNone ? array : &made, 0);
     if (err == kzErrNone) {
         *array = made;
@@ -152,5 +157,5 @@ KzErr CPStrPtrToLStrArray(const CPStr* list, int32 n, _LStrArray*** array)
 
 KzErr CPStrPtrToLStrArray(const CPStr* list, _LStrArray*** array)
 {
-    return CPStrPtrToLStrArray(list, list == nullptr ? 0 : std::max(list->cnt, 0), array);
+    return CPStrPtrToLStrArray(list, kz::CountOf(list), array);
 }
