@@ -1,4 +1,4 @@
-// Reads numbers, strings and bytes of a binary stream: a buffer with a byte order.
+// Reads numbers, strings and bytes of a binary stream: a buffer with a byte order. C++ only.
 #ifndef KZCORE_BINDATAREADER_H
 #define KZCORE_BINDATAREADER_H
 
@@ -26,11 +26,13 @@ public:
     // Reads on until the position, counted from the buffer's start, is a multiple of `boundary`.
     virtual void Align(uInt32 boundary);
 
+    // The buffer that the reader was made with. Its position is the reader's.
     virtual InputBuf* GetBuffer() const;
 
     // The latched error; without one, that of the buffer, which latches.
     virtual KzErr GetError();
 
+    // Each reads an integer of so many bits, and moves past it.
     virtual int8 ReadI8();
     virtual uInt8 ReadU8();
     virtual int16 ReadI16();
@@ -43,6 +45,7 @@ public:
     // The four bytes as they lie in the stream, whatever its byte order.
     virtual uInt32 Read4Char();
 
+    // Each reads a float; the extended one takes the SizeOfExt() bytes of the byte order object.
     virtual float ReadF32();
     virtual double ReadF64();
     virtual floatExt ReadFX();
@@ -65,6 +68,7 @@ public:
     // Reads n bytes to `dest`, or over them if it is null. On a failure `dest` is cleared.
     virtual void ReadBytes(void* dest, unsigned long n);
 
+    // Reads over n bytes.
     virtual void Skip(unsigned long n);
 
     virtual ~BinDataReader();
@@ -80,11 +84,11 @@ private:
 
     int32 ReadCount();
 
-    const Endianizer* mEndianizer;
+    const Endianizer* mEndianizer;  // not owned
     KzErr mError = kzErrNone;
-    bool mIsAtHand;  // the buffer is just a MemInputBuf, the byte order object a shared one, and no error is latched
-    bool mIsBig;     // the object is the shared big-endian one
-    InputBuf* mBuffer;
+    bool mIsAtHand;     // the buffer is just a MemInputBuf, the byte order object a shared one, and no error is latched
+    bool mIsBig;        // the object is the shared big-endian one
+    InputBuf* mBuffer;  // not owned
 };
 
 #endif

@@ -1,4 +1,4 @@
-// Writes numbers, strings and bytes of a binary stream: into a buffer, in a byte order.
+// Writes numbers, strings and bytes of a binary stream: into a buffer, in a byte order. C++ only.
 #ifndef KZCORE_BINDATAWRITER_H
 #define KZCORE_BINDATAWRITER_H
 
@@ -25,6 +25,7 @@ public:
     // The latched error; without one, that of the buffer, which latches.
     virtual KzErr GetError();
 
+    // The buffer that is written to. Its position is the writer's.
     virtual OutputBuf* GetBuffer() const;
 
     // Writes to another buffer from now on, and returns the one before. The latched error stays.
@@ -33,6 +34,7 @@ public:
     // Writes zeros until the position is a multiple of `boundary`.
     virtual unsigned long Align(uInt32 boundary);
 
+    // Each writes an integer of so many bits.
     virtual unsigned long WriteI8(int8 value);
     virtual unsigned long WriteU8(uInt8 value);
     virtual unsigned long WriteI16(int16 value);
@@ -45,6 +47,7 @@ public:
     // The four bytes as they lie in memory, whatever the byte order.
     virtual unsigned long Write4Char(uInt32 value);
 
+    // Each writes a float; the extended one takes the SizeOfExt() bytes of the byte order object.
     virtual unsigned long WriteF32(float value);
     virtual unsigned long WriteF64(double value);
     virtual unsigned long WriteFX(const floatExt& value);
@@ -62,6 +65,7 @@ public:
     virtual unsigned long WriteLStrFromNarrow(const std::string& text);
     virtual unsigned long WriteLStr(const LStr* string);
 
+    // Writes n bytes as they are.
     virtual unsigned long WriteBytes(const void* data, unsigned long n);
 
     virtual ~BinDataWriter();
@@ -78,12 +82,12 @@ private:
     unsigned long PutCounted(const void* text, unsigned long size);
     unsigned long PutShort(const void* text, unsigned long size, uInt32 boundary);
 
-    const Endianizer* mEndianizer;
+    const Endianizer* mEndianizer;  // not owned
     KzErr mError = kzErrNone;
-    bool mIsShared;  // the byte order object is one of the shared ones
-    bool mIsBig;     // and the big-endian one
-    Kind mKind;      // of the buffer, where it is just one of these, mIsShared, and no error is latched
-    OutputBuf* mBuffer;
+    bool mIsShared;      // the byte order object is one of the shared ones
+    bool mIsBig;         // and the big-endian one
+    Kind mKind;          // of the buffer, where it is just one of these, mIsShared, and no error is latched
+    OutputBuf* mBuffer;  // not owned
 };
 
 #endif

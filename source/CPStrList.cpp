@@ -1,3 +1,9 @@
+// A CPStrList is the owner of one CPStr handle, and no handle is the empty list. What a list does with its strings is
+// that of the calls on the handle (StringCPStr.h). This module comes after the resource manager because a list can take
+// the handle of a resource, and after the typed streams because it flattens into them.
+//
+// The handle of a resource holds what a file says, so nobody relies on its count: each call walks the strings that the
+// block really holds.
 #include "CPStrList.h"
 
 #include <algorithm>
@@ -6,6 +12,7 @@
 #include "BinDataReader.h"
 #include "BinDataWriter.h"
 #include "ByteOrder.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PackedList.h"
@@ -17,7 +24,8 @@ using Walk = kz::ShortStringWalk;
 
 namespace {
 
-// Whether the first n strings of both lists are there and equal.
+// Whether the first n strings of both lists are there and equal. No more than n are looked at, so that a difference
+// behind them counts for nothing.
 bool AreEqual(Walk left, Walk right, int32 n, KzBool (*equal)(const unsigned char*, const unsigned char*))
 {
     for (int32 i = 0; i < n; ++i) {
@@ -28,6 +36,7 @@ bool AreEqual(Walk left, Walk right, int32 n, KzBool (*equal)(const unsigned cha
     return true;
 }
 
+// The counts are compared first, because strings need no comparison where those differ.
 bool AreEqual(CPStr** left, CPStr** right, KzBool (*equal)(const unsigned char*, const unsigned char*))
 {
     Walk leftEnd = Walk::OfHandle(left);
@@ -46,6 +55,7 @@ int32 CompareLists(CPStr** left, CPStr** right, PStrCompareProc compare)
             return order;
         }
     }
+    // One of the walks is at its end; the other goes on for its count only.
     a.Finish();
     b.Finish();
     return a.Count() - b.Count();
@@ -60,15 +70,17 @@ CPStrList::CPStrList(const CPStr* list)
 
 CPStrList::CPStrList(unsigned char** resource)
 {
+    // Without a detachment the handle is still the file's, which would dispose it a second time.
     if (RDetach(resource) != kzErrNone) {
         return;
     }
     mHandle = reinterpret_cast<CPStr**>(resource);
+    // A resource that lacks its count is an empty list; the count would be read behind the block.
     if (DSGetHandleSize(mHandle) < kListCountSize) {
         DSDisposeHandleAndNull(&mHandle);
         return;
     }
-    (*mHandle)->cnt = RevBL((*mHandle)->cnt);
+    (*mHandle)->cnt = kz::LoadBig<int32>(*mHandle);
 }
 
 CPStrList::~CPStrList()
@@ -122,6 +134,7 @@ KzErr CPStrList::Copy(const CPStr* list)
     if (list == nullptr) {
         return Clear();
     }
+    // A copy of the list's own block changes nothing, not even the room behind the strings.
     if (mHandle != nullptr && *mHandle == list) {
         return kzErrNone;
     }
@@ -138,9 +151,11 @@ KzErr CPStrList::Copy(const CPStrList& other)
     if (walk.Count() == 0) {
         return Clear();
     }
+    // What the other block has behind its strings stays there, and a count that told more becomes true.
     const KzErr err = DSSetHandleFromPtr(&mHandle, *other.mHandle, walk.End());
     if (err == kzErrNone) {
         (*mHandle)->cnt = walk.Count();
+        KZ_ASSERT_SLOW(kz::CPStrFault(mHandle) == nullptr);
     }
     return err;
 }
@@ -190,9 +205,11 @@ KzErr CPStrList::Flatten(BinDataWriter* writer) const
     return writer->GetError();
 }
 
-// Appends to a list of *used bytes, whose block grows by doubling.
+// Appends to a list of *used bytes, and brings that up to date. The block grows by doubling, so that a list of n
+// strings is moved log n times; where there is no memory for that much, by what the string needs.
 KzErr CPStrList::Append(const unsigned char* string, unsigned long* used)
 {
+    KZ_ASSERT(string != nullptr && used != nullptr && *used >= kListCountSize);
     const unsigned long size = 1ul + string[0];
     const unsigned long needed = *used + size;
     if (needed > kz::kMaxListSize) {
@@ -211,6 +228,7 @@ KzErr CPStrList::Append(const unsigned char* string, unsigned long* used)
             return err;
         }
     }
+    KZ_ASSERT(needed <= DSGetHandleSize(mHandle) && (*mHandle)->cnt >= 0);
     std::memcpy(reinterpret_cast<unsigned char*>(*mHandle) + *used, string, size);
     ++(*mHandle)->cnt;
     *used = needed;
@@ -224,6 +242,8 @@ KzErr CPStrList::UnFlatten(BinDataReader* reader)
     }
     const int32 count = reader->ReadI32();
     KzErr err = reader->GetError();
+    // The count is only the limit of the loop, and nothing is allocated by it: a liar's count ends with the first
+    // string that isn't there. A negative one is no string.
     unsigned long used = kListCountSize;
     for (int32 i = 0; i < count && err == kzErrNone; ++i) {
         unsigned char string[256];

@@ -1,4 +1,4 @@
-// A list of short strings as an object: the owner of a `CPStr` handle (StringCPStr.h).
+// A list of short strings as an object: the owner of a `CPStr` handle (StringCPStr.h). C++ only.
 #ifndef KZCORE_CPSTRLIST_H
 #define KZCORE_CPSTRLIST_H
 
@@ -26,9 +26,10 @@ public:
     CPStrList(const CPStrList&) = delete;
     CPStrList& operator=(const CPStrList&) = delete;
 
-    // Makes a handle, of an empty list, if there is none.
+    // Makes a handle, of an empty list, if there is none. kzErrMemoryFull.
     KzErr ForceAllocate();
 
+    // The whole strings of the block. Each count is a walk over them.
     int32 Count() const;
 
     // Inserts a string before string i: a negative index and one above the count append. kzErrArgument for null.
@@ -37,7 +38,7 @@ public:
     // Removes string i: an index above the last means the last, a negative one the first. kzErrArgument: there is none.
     KzErr Delete(int32 i);
 
-    // Removes all strings; a handle stays.
+    // Removes all strings; a handle stays, with a block of 4 bytes.
     KzErr Clear();
 
     // String i, chosen as by Delete, at most until the list changes; null for an empty list.
@@ -61,7 +62,8 @@ public:
     int32 CompareNC(const CPStrList& other) const;
     int32 CompareFS(const CPStrList& other) const;
 
-    // Writes the 32-bit count, and each string as its count byte and bytes. Returns the writer's error.
+    // Writes, in the writer's byte order, the 32-bit count, and each string as its count byte and bytes. Returns the
+    // writer's error.
     KzErr Flatten(BinDataWriter* writer) const;
 
     // Makes this list what Flatten wrote. Returns the reader's error, or kzErrMemoryFull: the list then has the strings
@@ -71,7 +73,7 @@ public:
 private:
     KzErr Append(const unsigned char* string, unsigned long* used);
 
-    CPStr** mHandle = nullptr;
+    CPStr** mHandle = nullptr;  // owned; null is the empty list
 };
 
 #endif

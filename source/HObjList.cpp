@@ -225,6 +225,7 @@ KzErr HObjListSwap(HObjList handle, int32 a, int32 b)
     if (list.IsMissing()) {
         return kzErrArgument;
     }
+    // An index is not pinned here as elsewhere, because the wrong two would change places.
     if (std::min(a, b) < 0 || std::max(a, b) >= list.Count()) {
         KZ_REPORT(kDbgWarning, 0x5D0E47B3) << "HObjListSwap: pos out of range";
         return kzErrArgument;

@@ -1,4 +1,6 @@
-// Input buffers: raw memory to read from, handed out by pointer.
+// Input buffers: raw memory to read from, handed out by pointer. C++ only, but for CreateMemInputBuf.
+//
+// Sizes and positions are bytes. Codes are those of KzErr.h; 0 is no error.
 #ifndef KZCORE_INPUTBUF_H
 #define KZCORE_INPUTBUF_H
 
@@ -20,7 +22,7 @@ public:
     virtual const void* GetDataPointer(unsigned long size, KzErr& err, unsigned long* gotSize = nullptr,
                                        int32 peek = 0) = 0;
 
-    // The position.
+    // The position, which neither a peek nor an error moves.
     virtual unsigned long GetBytesRead() const = 0;
 
     // The bytes of the data in all; 0 with an error latched.
@@ -45,9 +47,9 @@ private:
     friend struct kz::MemInputAccess;
 
     KzErr mError = kzErrNone;
-    const unsigned char* mData;
-    unsigned long mSize;  // the position, once an error is latched
-    unsigned long mPosition = 0;
+    const unsigned char* mData;   // not owned
+    unsigned long mSize;          // the position, once an error is latched
+    unsigned long mPosition = 0;  // at most mSize
 };
 
 // Reads the text of a counted string, whose handle it owns.
@@ -69,12 +71,13 @@ public:
 private:
     unsigned long TextSize() const;
 
-    LStr** mHandle;
+    LStr** mHandle;  // owned; null once it is released
     KzErr mError;
-    unsigned long mPosition = 0;
+    unsigned long mPosition = 0;  // may be behind the text's end if that changes
 };
 
-// Each makes a buffer, which the caller deletes; null when memory is full: the handle then stays the caller's.
+// Each makes a buffer, which the caller deletes with delete; null when memory is full: the handle then stays the
+// caller's, and its variable as it is.
 extern "C" KZ_EXPORT InputBuf* CreateMemInputBuf(const void* data, unsigned long size);
 KZ_EXPORT InputBuf* CreateLStrInputBuf(LStr**& handle);
 

@@ -69,6 +69,7 @@ StaticOutputBuf::~StaticOutputBuf()
 void* StaticOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
     KZ_ASSERT(mWritten <= mCapacity);
+    // Compared with what is left, because the position and a size from outside may add up to more than a number holds.
     if (mError == kzErrNone && size > mCapacity - mWritten) {
         mError = kzErrCorrupt;
         mCapacity = mWritten;
@@ -192,6 +193,7 @@ LStrOutputBuf::~LStrOutputBuf()
 void* LStrOutputBuf::GetDataPointer(unsigned long size, KzErr& err)
 {
     KZ_ASSERT(mWritten <= mCapacity && mCapacity <= kGreatestText);
+    // The text's limit is asked first: Grow knows only that of sizes, and would make a block whose count can't be told.
     if (mError == kzErrNone && size != 0) {
         mError = mHandle == nullptr                ? kzErrArgument
                  : size > kGreatestText - mWritten ? kzErrMemoryFull

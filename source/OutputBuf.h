@@ -1,4 +1,6 @@
-// Output buffers: raw memory to write into, handed out by pointer.
+// Output buffers: raw memory to write into, handed out by pointer. C++ only, but for the four makers at the end.
+//
+// Sizes and positions are bytes. Codes are those of KzErr.h; 0 is no error.
 #ifndef KZCORE_OUTPUTBUF_H
 #define KZCORE_OUTPUTBUF_H
 
@@ -20,16 +22,17 @@ public:
     // with the latched error in `err`; null without an error for a size of 0, and from a buffer that only counts.
     virtual void* GetDataPointer(unsigned long size, KzErr& err) = 0;
 
-    // The position.
+    // The position, which an error does not move.
     virtual unsigned long GetBytesWritten() const = 0;
 
-    // Whether the bytes are counted only.
+    // Whether the bytes are counted only, so that null without an error is no failure.
     virtual bool IsOnlyDeterminingSize() const;
 };
 
 // Writes into memory of the caller's, which must outlive the buffer. kzErrCorrupt: it is full.
 class KZ_EXPORT StaticOutputBuf : public OutputBuf {
 public:
+    // Room for `size` bytes at `data`, or for none if that is null.
     StaticOutputBuf(void* data, unsigned long size);
     ~StaticOutputBuf() override;
     StaticOutputBuf(const StaticOutputBuf&) = delete;
@@ -42,14 +45,16 @@ private:
     friend struct kz::OutputAccess;
 
     KzErr mError = kzErrNone;
-    unsigned char* mData;
-    unsigned long mCapacity;  // here and below what is written, once an error is latched
+    unsigned char* mData;     // not owned
+    unsigned long mCapacity;  // of mData; in each buffer it is mWritten once an error is latched
     unsigned long mWritten = 0;
 };
 
-// Writes into a handle that it makes, and grows by what is needed and 4,096 bytes. kzErrMemoryFull.
+// Writes into a handle that it makes, and grows by what is needed and 4,096 bytes. kzErrMemoryFull, from the start
+// where no handle could be made; kzErrArgument once the handle is released.
 class KZ_EXPORT HandleOutputBuf : public OutputBuf {
 public:
+    // Room for `initialSize` bytes, which may be 0.
     explicit HandleOutputBuf(unsigned long initialSize);
     ~HandleOutputBuf() override;
     HandleOutputBuf(const HandleOutputBuf&) = delete;
@@ -66,7 +71,7 @@ private:
     friend struct kz::OutputAccess;
 
     KzErr mError = kzErrNone;
-    UHandle mHandle;
+    UHandle mHandle;  // owned; null once it is released, or where it could not be made
     unsigned long mCapacity;
     unsigned long mWritten = 0;
 };
@@ -99,7 +104,7 @@ private:
     void SetCapacity(unsigned long room);
 
     KzErr mError = kzErrNone;
-    LStr** mHandle = nullptr;
+    LStr** mHandle = nullptr;     // as that of HandleOutputBuf
     unsigned long mCapacity = 0;  // of the text, no more than its count can tell
     unsigned long mWritten = 0;
 };
@@ -117,7 +122,8 @@ private:
     unsigned long mWritten = 0;
 };
 
-// Each makes a buffer, which the caller deletes; null when memory is full.
+// Each makes a buffer of the kind in its name with these arguments, which the caller deletes with delete. Null when
+// there is no memory for the object itself; a handle that can't be made is the buffer's latched error.
 KZ_EXTERN_C_BEGIN
 KZ_EXPORT OutputBuf* CreateStaticOutputBuf(void* data, unsigned long size);
 KZ_EXPORT OutputBuf* CreatePreflightOutputBuf(void);

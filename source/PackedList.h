@@ -34,7 +34,7 @@ inline constexpr std::size_t kMaxListSize = std::numeric_limits<int32>::max();
 template <typename Rule>
 class PackedWalk {
 public:
-    // A list whose count is relied on.
+    // A list whose count is relied on: the caller has no block to ask. Null is empty.
     explicit PackedWalk(const void* list) : PackedWalk(list, std::numeric_limits<std::size_t>::max()) {}
 
     // A list in a block of this size; null is empty.
@@ -91,24 +91,33 @@ public:
         return before;
     }
 
-    int32 Count() const { return mIndex + 1; }  // records so far
-    int32 Claimed() const { return mCount; }    // what the count says
+    // The records so far, the one where the walk stands included; what the list's count says; the place of that record;
+    // and the block's size, 0 for a bad handle.
+    int32 Count() const { return mIndex + 1; }
+    int32 Claimed() const { return mCount; }
     std::size_t At() const { return mAt; }
     std::size_t End() const { return mEnd; }
     std::size_t Block() const { return mBlock; }
-    const unsigned char* Record() const { return mBytes + mAt; }
+
+    // The record's first byte. Requires that Next has found one; valid until the list changes.
+    const unsigned char* Record() const
+    {
+        KZ_ASSERT(mIndex >= 0);
+        return mBytes + mAt;
+    }
 
 private:
-    const unsigned char* mBytes;
+    const unsigned char* mBytes;  // the block; null for an empty list without one
     std::size_t mBlock;
     int32 mCount;
-    int32 mIndex = -1;
+    int32 mIndex = -1;  // of the record where the walk stands; -1 before the first
     std::size_t mAt = kListCountSize;
     std::size_t mEnd = kListCountSize;
 };
 
 // The records of a CPStr: a count byte and that many bytes.
 struct ShortStringRule {
+    // A count byte equal to what is left is one too many, because the byte itself takes one.
     static std::size_t Size(const unsigned char* record, std::size_t left)
     {
         return left == 0 || record[0] >= left ? 0 : 1u + record[0];

@@ -1,3 +1,5 @@
+// The walkers ask for the handle's data without a report, because a test wants to be told what is wrong and an
+// assertion tells it itself. They look in the tables of all handles, so that no address that isn't one is followed.
 #include "PointerList.h"
 
 #include "HandleCalls.h"
@@ -39,6 +41,7 @@ const char* LStrArrayFault(const void* handle)
         return "the block of the array does not end with its last entry";
     }
     for (int32 i = 0; i < count; ++i) {
+        // An entry is read as bytes, as the block of a broken list need not be aligned.
         const void* const string = LoadVariable(data + PointerListSize(i));
         if (string != nullptr && !IsGoodHandle(string, kRangeAlways)) {
             return "an entry of the array is neither null nor a handle in use";

@@ -1,25 +1,34 @@
-// Quicksort with an explicit stack in place of recursion. The order of the compare calls and of the swaps is part of
-// what callers see (equal elements, compare procedures with side effects): the steps below keep it. Every index is
-// bounded by another one, never by the compare procedure's answers, so a procedure that contradicts itself gives a
-// wrong order but no access outside the array.
+// The sort is a quicksort with an explicit stack in place of recursion, as R. Sedgewick tells it ("Implementing
+// Quicksort Programs", 1978): the median of three as pivot, and the smaller part first, so that a stack of 32 ranges is
+// enough whatever the order. The order of the compare calls and of the swaps is part of what callers see (equal
+// elements, compare procedures with side effects), and the steps below keep it. Every index is bounded by another one,
+// never by the compare procedure's answers, so a procedure that contradicts itself gives a wrong order but no access
+// outside the array.
 //
 // Orders made against the median of three would cost n squared compares. A budget that is above what the orders of
 // everyday data need ends the splitting; the ranges still to be sorted then are sorted by heap, which needs n log n
-// whatever the order, as in D. R. Musser, "Introspective Sorting and Selection Algorithms", 1997.
+// whatever the order, as in D. R. Musser, "Introspective Sorting and Selection Algorithms", 1997. The heap is that of
+// J. W. J. Williams, built from its middle towards the root as R. W. Floyd does ("Treesort 3", 1964).
+//
+// The search is a binary one without a branch on what the compare procedure answers, and with the next two elements
+// asked for in advance, after P.-V. Khuong and P. Morin, "Array Layouts for Comparison-Based Searching", 2017.
 #include "SortSearch.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "ByteOrder.h"
+#include "KzAssert.h"
 
 namespace {
 
 using Byte = unsigned char;
 
-// The two kinds of compare procedure.
+// The two kinds of compare procedure, as one thing to call. The sort is made for each, because a test at every compare
+// would cost more than the second copy.
 struct PlainCompare {
     KzCompareProc proc;
     int32 operator()(const void* a, const void* b) const { return proc(a, b); }
@@ -56,6 +65,7 @@ struct AnyElements {
     ptrdiff_t stride;
 
     ptrdiff_t Stride() const { return stride; }
+    // In pieces that registers hold, and nowhere past an element: what lies between two elements is the caller's.
     void Swap(Byte* a, Byte* b) const
     {
         size_t left = size;
@@ -76,9 +86,10 @@ class Sorter {
 public:
     Sorter(Elements elements, CompareType compare) : mElements(elements), mCompare(compare) {}
 
-    // At least two elements.
+    // Requires at least two elements.
     void Sort(Byte* base, int32 count)
     {
+        KZ_ASSERT(base != nullptr && count >= 2);
         mBudget = SplitBudget(count);
         Range range{base, base + (count - 1) * mElements.Stride()};
         for (;;) {
@@ -117,6 +128,7 @@ private:
         Byte* const lo = range.lo;
         Byte* const hi = range.hi;
         const Range nothing{lo, lo};
+        KZ_ASSERT(lo <= hi && (hi - lo) % mElements.Stride() == 0);
         const ptrdiff_t intervals = (hi - lo) / mElements.Stride();
         if (intervals < 2) {
             if (intervals == 1) {
@@ -124,6 +136,7 @@ private:
             }
             return nothing;
         }
+        // Three elements are sorted by the median's own compares, so the heap is never asked for them.
         if (intervals > 2 && mBudget < 0) {
             SortByHeap(lo, intervals + 1);
             return nothing;
@@ -137,6 +150,7 @@ private:
             return nothing;
         }
         Byte* const pivot = Partition(lo, mid, hi);
+        KZ_ASSERT(lo < pivot && pivot < hi);
         if (pivot - lo <= hi - pivot) {
             Push(pivot + mElements.Stride(), hi);
             return {lo, pivot};
@@ -145,9 +159,11 @@ private:
         return {pivot, hi};
     }
 
-    // Moves what stands before the median at `mid` to the left of it, the rest to its right; its place then.
+    // Moves what belongs before the median at `mid` to the left of it and the rest to its right. Returns the median's
+    // place.
     Byte* Partition(Byte* lo, Byte* mid, Byte* hi) const
     {
+        // The first and the last element stand on their sides already, so only those between are walked over.
         Byte* const pivot = hi - mElements.Stride();
         SwapIfApart(mid, pivot);
         Byte* const place = Exchange(lo + mElements.Stride(), pivot);
@@ -156,7 +172,9 @@ private:
     }
 
     // Swaps each element from `i` on that belongs to the right of `pivot` with the next one from the right that belongs
-    // to its left; where the two walks meet. Not inlined: it would have to share the registers.
+    // to its left. Returns where the two walks meet. Kept out of line because it would otherwise share the registers
+    // with the rest of the sort. It works on copies of the members, because calls of an unknown procedure would make
+    // the compiler read those again.
     [[gnu::noinline]] Byte* Exchange(Byte* i, Byte* const pivot) const
     {
         const Elements elements = mElements;
@@ -180,12 +198,15 @@ private:
     void Push(Byte* lo, Byte* hi)
     {
         if (lo != hi) {
+            KZ_ASSERT(mDepth < std::size(mPending));
             mPending[mDepth++] = {lo, hi};
         }
     }
 
+    // Makes a heap of the range, the greatest element in front, and puts that behind the others until none is left.
     void SortByHeap(Byte* lo, ptrdiff_t count)
     {
+        KZ_ASSERT(count > 1);
         for (ptrdiff_t root = count / 2; root-- > 0;) {
             SiftDown(lo, root, count);
         }
@@ -195,9 +216,11 @@ private:
         }
     }
 
-    // Lets the element at `root` of a heap of `count` elements sink to its place.
+    // Lets the element at `root` of a heap of `count` elements sink to its place: the greater of its two children comes
+    // up until neither is greater.
     void SiftDown(Byte* lo, ptrdiff_t root, ptrdiff_t count)
     {
+        KZ_ASSERT(root >= 0 && root < count);
         for (ptrdiff_t child = 2 * root + 1; child < count; child = 2 * root + 1) {
             Byte* greater = lo + child * mElements.Stride();
             if (child + 1 < count && mCompare(greater, greater + mElements.Stride()) < 0) {
@@ -240,6 +263,8 @@ void SortArray(void* base, int32 count, int32 size, int32 stride, CompareType co
     if (count < 2 || size < 1 || stride < 1) {
         return;
     }
+    // Numbers and pointers get a sort of their own; a compare procedure that is called through a pointer either way
+    // leaves little to gain for other sizes.
     Byte* const first = static_cast<Byte*>(base);
     if (size == 4 && stride == 4) {
         Sorter(PackedElements<4>(), compare).Sort(first, count);
@@ -275,7 +300,10 @@ int32 SearchArray(const void* base, int32 count, int32 size, const void* key, Co
         return SearchRange{start, n, middle};
     };
     SearchRange range = rangeAt(0, std::max(count, 0));
+    // Elements before the range are below the key and those behind it above, if the array is sorted. If it isn't, the
+    // key may be missed, but each turn halves the range all the same.
     while (range.count > 0) {
+        KZ_ASSERT(range.start >= 0 && range.start + range.count <= count);
         const ptrdiff_t below = (range.count - 1) / 2;
         const ptrdiff_t middle = range.start + below;
         const SearchRange left = rangeAt(range.start, below);
@@ -331,11 +359,13 @@ int32 CompareInt16s(const void* a, const void* b)
 
 int32 CompareInt32s(const void* a, const void* b)
 {
+    // Unsigned, because the difference is documented to wrap, which signed numbers must not.
     return static_cast<int32>(kz::LoadNative<uInt32>(a) - kz::LoadNative<uInt32>(b));
 }
 
 int32 CompareUIntPtrTs(const void* a, const void* b)
 {
+    // A difference of pointers does not fit the result.
     const uintptr_t left = kz::LoadNative<uintptr_t>(a);
     const uintptr_t right = kz::LoadNative<uintptr_t>(b);
     return (left > right) - (left < right);
