@@ -18,6 +18,7 @@
 
 #include "BufferAccess.h"
 #include "ByteOrder.h"
+#include "HandleText.h"
 #include "KzAssert.h"
 #include "Padding.h"
 #include "Report.h"
@@ -287,7 +288,7 @@ unsigned long BinDataWriter::WriteLStrFromNarrow(const std::string& text)
 
 unsigned long BinDataWriter::WriteLStr(const LStr* string)
 {
-    const int32 count = string == nullptr ? 0 : std::max(string->cnt, 0);
+    const int32 count = kz::CountOf(string);
     return PutCounted(count == 0 ? nullptr : string->str, static_cast<unsigned long>(count));
 }
 
