@@ -7,8 +7,8 @@ namespace kz {
 
 namespace {
 
-// As much as a short counted string takes with its count, which is what lists turn most.
-constexpr std::size_t kMostAside = 256;
+// Any short counted string with its count, and nearly any long one; more would burden small stacks.
+constexpr std::size_t kMostAside = 4096;
 
 }  // namespace
 

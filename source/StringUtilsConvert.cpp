@@ -14,6 +14,7 @@
 #include "MemoryManager.h"
 #include "NeverDestroyed.h"
 #include "PlatformConvert.h"
+#include "PointerList.h"
 #include "Report.h"
 #include "StringLStrArray.h"
 #include "StringUtils.h"
@@ -172,7 +173,7 @@ KzErr Convert(const std::wstring& text, std::string& out)
 // Made beside the old texts, so that those stay when memory is full; what throws nothing clears them then.
 KzErr Convert(_LStrArray** array, std::vector<std::string>& out)
 {
-    const int32 held = kz::HeldCount(array, offsetof(_LStrArray, str), sizeof(LStr**));
+    const int32 held = kz::EntriesOf(array);
     std::vector<std::string> texts(static_cast<std::size_t>(held));
     for (std::size_t i = 0; i < texts.size(); ++i) {
         Convert((*array)->str[i], texts[i]);
