@@ -27,6 +27,7 @@ set(KZ_PUBLIC_HEADERS
     KZTypes.h
     KzErr.h
     MemoryManager.h
+    MemoryProcs.h
     NumberText.h
     NumericSupport.h
     OutputBuf.h

@@ -1,16 +1,22 @@
+// The list, the newest block first, and the total of its sizes change together under the lock. A block's node is made
+// before the lock is taken and freed after it, so that no allocator runs under it; ClearCache alone frees inside,
+// because it runs where nobody else uses the cache.
+//
+// A kept block has no master pointer, so no validity test finds it, and its header goes on telling its size.
 #include "BufferCache.h"
 
 #include <algorithm>
-#include <cassert>
 #include <iterator>
 #include <limits>
 #include <new>
 
 #include "CfgAccess.h"
-#include "HandleData.h"
+#include "GuardBytes.h"
+#include "GuardChecks.h"
+#include "HandleLayout.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "Literals.h"
-#include "MemoryManager.h"
 #include "MemoryPoison.h"
 #include "ScopedLock.h"
 
@@ -42,20 +48,20 @@ void ReadSize(const unsigned char* token, std::atomic<unsigned long>& setting)
     }
 }
 
-// Nobody may touch a block while it is kept, and what it held is not to be seen by its next owner.
-void Close(const BufferCacheQueueEntry& entry)
+// A kept block is poisoned, because nobody may touch it meanwhile and its next owner is not to see what it held.
+void PoisonData(const BufferCacheQueueEntry& entry)
 {
     kz::PoisonMemory(entry.data, entry.size);
 }
 
-void Open(const BufferCacheQueueEntry& entry)
+void UnpoisonData(const BufferCacheQueueEntry& entry)
 {
     kz::UnpoisonMemory(entry.data, entry.size);
 }
 
 void Free(const BufferCacheQueueEntry& entry)
 {
-    Open(entry);
+    UnpoisonData(entry);
     kz::FreeHandleData(entry.data);
 }
 
@@ -113,13 +119,13 @@ unsigned char* BufferCache::GetAllocation(unsigned long size, unsigned long alig
     if (!FindBuffer(size, best) || best->size != size) {
         return nullptr;
     }
-    const kz::HandleAlignment align = kz::HandleDataAlignment(best->data);
+    const kz::HandleAlignment align = kz::HandleDataPlace(best->data).align;
     if (align.alignment % alignment != 0 || align.offset != offset) {
         return nullptr;
     }
     taken.splice(taken.begin(), mEntries, best);
     mTotal -= size;
-    Open(taken.front());
+    UnpoisonData(taken.front());
     return taken.front().data;
 }
 
@@ -136,11 +142,11 @@ void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
     bool isTooMuch = false;
     {
         kz::ScopedLock lock(mLock);
-        Close(entry);
+        PoisonData(entry);
         mEntries.splice(mEntries.begin(), added);
         mTotal += size;
         isTooMuch = mEntries.size() > mMaxEntries || mTotal > mThreshold;
-        assert(ListFaultLocked() == nullptr);
+        KZ_ASSERT(ListFaultLocked() == nullptr);
     }
     if (isTooMuch) {
         CleanupProc();
@@ -197,13 +203,6 @@ const char* BufferCache::Fault()
         }
     }
     return nullptr;
-}
-
-extern "C" void ReadConfigTokensForBufferCache(void)
-{
-    if (BufferCache* const cache = s_bufferCachePtr.load(std::memory_order_acquire)) {
-        cache->ReadConfigTokens();
-    }
 }
 
 namespace kz {

@@ -8,6 +8,7 @@
 
 #include "KZTypes.h"
 #include "ThMutex.h"
+#include "ThreadAnnotations.h"
 
 // A block of the cache: a handle's data with its header and guards, without a master pointer.
 struct BufferCacheQueueEntry {
@@ -27,6 +28,8 @@ public:
     BufferCache(const BufferCache&) = delete;
     BufferCache& operator=(const BufferCache&) = delete;
 
+    // Takes the limits that the configuration has, if one runs. They hold from the next call on: a block that they
+    // would not have let in stays until it is taken or is the oldest of too many.
     void ReadConfigTokens();
 
     bool CanCacheAllocation(unsigned long size) const
@@ -34,15 +37,15 @@ public:
         return size >= mMinSize.load(std::memory_order_relaxed) && size < mThreshold.load(std::memory_order_relaxed);
     }
 
-    // Whether there is a block of at least `size` bytes; *found is the smallest, of equals the newest. With the lock
-    // held, or while no other thread uses the cache.
-    bool FindBuffer(unsigned long size, iterator& found);
+    // Whether there is a block of at least `size` bytes; *found is the smallest, of equals the newest. Called with the
+    // lock held, or while no other thread uses the cache, which the analysis of locks can't know.
+    bool FindBuffer(unsigned long size, iterator& found) KZ_NO_THREAD_CHECK;
 
     // The data of a kept block of just this size and offset and of a fitting alignment, which leaves the cache, or
     // null. Only the best of FindBuffer is looked at. The data is what the block held last.
     unsigned char* GetAllocation(unsigned long size, unsigned long alignment, unsigned long offset);
 
-    // Takes a block over, and frees the oldest ones when there are too many.
+    // Takes over a block whose size CanCacheAllocation has accepted, and frees the oldest ones when there are too many.
     void AddAllocation(unsigned char* data, unsigned long size);
 
     // Frees the oldest blocks until number and total are within their limits.
@@ -65,8 +68,8 @@ private:
     std::atomic<float> mResizeFactor;
 
     ThMutex mLock = nullptr;
-    std::list<BufferCacheQueueEntry> mEntries;  // the newest first
-    unsigned long mTotal = 0;
+    std::list<BufferCacheQueueEntry> mEntries KZ_GUARDED_BY(mLock);  // the newest first
+    unsigned long mTotal KZ_GUARDED_BY(mLock) = 0;                   // of the entries' sizes
 };
 
 // The instance; null while the memory service does not run.

@@ -73,7 +73,7 @@ MagicCookieJarRec* LivingJar(const void* handle, unsigned char* data)
 // Asks without a report; guard bytes are left to the calls on a jar.
 bool IsLivingJar(const void* handle)
 {
-    unsigned char* const data = kz::CheckHandleInZone(kz::MemZone(), handle, false);
+    unsigned char* const data = kz::FindHandleData(kz::MemZone(), handle, false);
     return data != nullptr && LivingJar(handle, data) != nullptr;
 }
 

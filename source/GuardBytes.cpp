@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "HandleLayout.h"
+#include "GuardChecks.h"
 #include "MemoryPoison.h"
 #include "Report.h"
 
@@ -116,6 +116,14 @@ struct Finding {
     char version[kVersionSize + 1];
 };
 
+// The size that stands before a guarded block's data: in the header of a handle, else just before the first guard.
+unsigned long SizeBefore(const unsigned char* data, bool isHandle)
+{
+    unsigned long size;
+    std::memcpy(&size, data - (isHandle ? kz::kHandleHeaderSize + kGuardSize : kPtrPrefix), sizeof size);
+    return size;
+}
+
 Finding Inspect(const void* ptr, bool isHandle)
 {
     const auto* const data = static_cast<const unsigned char*>(ptr);
@@ -123,10 +131,7 @@ Finding Inspect(const void* ptr, bool isHandle)
     if (!before.HasSentinels()) {
         return {false, kGuardUnderrun, ""};
     }
-    const unsigned long prefix = isHandle ? kz::kHandleHeaderSize + kGuardSize : kPtrPrefix;
-    unsigned long size;
-    std::memcpy(&size, data - prefix, sizeof size);
-    const Guard behind(data + size);
+    const Guard behind(data + SizeBefore(data, isHandle));
     if (!behind.HasSentinels()) {
         return {false, kGuardOverrun, ""};
     }
@@ -240,14 +245,12 @@ void* InitGuardsAndSize(void* block, unsigned long size)
 
 unsigned long GetOneHandleGuardSize(void)
 {
-    const uInt32 word = Word(kz::gGuardBytes_Handle);
-    return kz::GuardsDisabled() || (word & kRoom) == 0 ? 0 : kGuardSize;
+    return kz::HandleGuardSize();
 }
 
 unsigned long GetAllPtrGuardsSize(void)
 {
-    const uInt32 word = Word(kz::gGuardBytes_Ptr);
-    return kz::GuardsDisabled() || (word & kRoom) == 0 ? 0 : kAllPtrGuards;
+    return kz::PtrGuardsSize();
 }
 
 unsigned long GetAllNewDeleteGuardsSize(void)
@@ -299,7 +302,7 @@ void* GetOrigNewDeletePtrFromGuardedPtr(void* ptr)
 void InitHandleGuards(void* data)
 {
     if (Has(kz::gGuardBytes_Handle, kWrite)) {
-        InitGuards(data, kz::HandleDataSize(static_cast<unsigned char*>(data), kGuardSize));
+        InitGuards(data, SizeBefore(static_cast<unsigned char*>(data), true));
     }
 }
 
@@ -324,7 +327,7 @@ KzBool CheckHandleGuards(const void* handle)
 
 KzBool CheckPtrGuards(const void* ptr)
 {
-    return !Has(kz::gGuardBytes_Ptr, kCheck) || DSCheckPtrGuardBytes(ptr) != 0;
+    return kz::CheckPtrDataGuards(ptr);
 }
 
 KzBool CheckNewDeleteGuards(const void* ptr)
@@ -335,6 +338,23 @@ KzBool CheckNewDeleteGuards(const void* ptr)
 }  // extern "C"
 
 namespace kz {
+
+unsigned long HandleGuardSizeSet()
+{
+    const uInt32 word = Word(gGuardBytes_Handle);
+    return GuardsDisabled() || (word & kRoom) == 0 ? 0 : kGuardSize;
+}
+
+unsigned long PtrGuardsSizeSet()
+{
+    const uInt32 word = Word(gGuardBytes_Ptr);
+    return GuardsDisabled() || (word & kRoom) == 0 ? 0 : kAllPtrGuards;
+}
+
+bool CheckPtrDataGuards(const void* ptr)
+{
+    return !Has(gGuardBytes_Ptr, kCheck) || DSCheckPtrGuardBytes(ptr) != 0;
+}
 
 bool CheckHandleDataGuards(const void* data)
 {

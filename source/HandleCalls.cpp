@@ -1,10 +1,13 @@
 #include "HandleCalls.h"
 
 #include <algorithm>
-#include <cassert>
 #include <cstring>
 
 #include "BufferCache.h"
+#include "GuardBytes.h"
+#include "KzAssert.h"
+#include "KzErr.h"
+#include "MemoryChecks.h"
 #include "Report.h"
 
 namespace kz {
@@ -14,14 +17,6 @@ constinit std::atomic<LeftHandleProc> gLeftHandleProc{nullptr};
 namespace {
 
 constexpr char kModule[] = "source/HandleCalls";
-
-// Unless nobody asked to be told.
-void Trace(MemEventKind kind, KzErr err, UHandle handle, unsigned long newSize, unsigned long oldSize)
-{
-    if (const MemEventTraceProc proc = gMemEventTraceProc.load(std::memory_order_relaxed)) {
-        proc(kind, err, handle, newSize, oldSize);
-    }
-}
 
 // A block from the cache, or null.
 unsigned char* TakeCached(const HandleRequest& request)
@@ -66,7 +61,7 @@ MasterWord* ObtainMaster(MemZoneRec* zone)
     FreeChainState state = FreeChainState::kSound;
     MasterWord* const master = checks ? TakeMasterChecked(zone, &state) : TakeMaster(zone);
     if (master == nullptr && ReportFreeChain(state)) {
-        CallSetMemFullProc(kMasterBlockSize);
+        TellMemoryFull(kMasterBlockSize);
     }
     return master;
 }
@@ -84,50 +79,15 @@ UHandle TryNewHandle(MemZoneRec* zone, const HandleRequest& request)
         return nullptr;
     }
     StoreMaster(master, data);
-    RaiseCounter(zone, kHandlesMade);
+    RaiseCounter(kHandlesMade);
     return master;
 }
 
 void Insert(const Insertion& insertion, unsigned char* data)
 {
     if (insertion.size != 0) {
-        MoveBlock(insertion.from, data + insertion.at, insertion.size);
+        MoveBytes(insertion.from, data + insertion.at, insertion.size);
     }
-}
-
-// The resize of a handle that has passed validation.
-KzErr TryResize(MasterWord* master, unsigned char* oldData, const HandleRequest& request, const Insertion& insertion)
-{
-    const unsigned long size = request.size;
-    const unsigned long oldSize = HandleDataSize(oldData);
-    if (size == oldSize && request.align == HandleDataAlignment(oldData)) {
-        Insert(insertion, oldData);
-        return kzErrNone;
-    }
-    MemZoneRec* const zone = MemZone();
-    const unsigned long kept = std::min(oldSize, size);
-    unsigned long blockSize;
-    unsigned char* const data = ObtainData(request, kept, &blockSize);
-    if (data == nullptr) {
-        RaiseCounter(zone, kResizes);
-        if (blockSize != 0) {
-            CallSetMemFullProc(blockSize);
-        }
-        CheckAfterChange(master);
-        Trace(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
-        return kzErrMemoryFull;
-    }
-    MoveBlock(oldData, data, kept);
-    Insert(insertion, data);
-    StoreMaster(master, data);
-    FreeHandleData(oldData);
-    if (gStressHandles.load(std::memory_order_relaxed) == 0) {
-        RaiseCounter(zone, kMoves);
-    }
-    RaiseCounter(zone, kResizes);
-    CheckAfterChange(master);
-    Trace(kMemEventResize, kzErrNone, master, size, oldSize);
-    return kzErrNone;
 }
 
 }  // namespace
@@ -141,9 +101,9 @@ void CheckAfterChange([[maybe_unused]] const void* handle)
         }
     } else if (handle != nullptr) {
         unsigned char* const data = DataOf(handle);
-        const HandleAlignment align = HandleDataAlignment(data);
-        assert(align == NormalAlignment(align.alignment, align.offset));
-        assert((reinterpret_cast<uintptr_t>(data) + align.offset) % align.alignment == 0);
+        const HandleAlignment align = HandleDataPlace(data).align;
+        KZ_ASSERT(align == NormalAlignment(align.alignment, align.offset));
+        KZ_ASSERT((reinterpret_cast<uintptr_t>(data) + align.offset) % align.alignment == 0);
     }
 #endif
 }
@@ -168,11 +128,11 @@ UHandle NewHandle(const HandleRequest& request)
     MemZoneRec* const zone = MemZone();
     const UHandle handle = zone == nullptr ? nullptr : TryNewHandle(zone, request);
     if (handle == nullptr) {
-        CallSetMemFullProc(request.size);
+        TellMemoryFull(request.size);
     } else {
         CheckAfterChange(handle);
     }
-    Trace(kMemEventMake, handle == nullptr ? kzErrMemoryFull : kzErrNone, handle, request.size, 0);
+    TraceHandle(kMemEventMake, handle == nullptr ? kzErrMemoryFull : kzErrNone, handle, request.size, 0);
     return handle;
 }
 
@@ -200,11 +160,40 @@ KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request,
     return ResizeGoodHandle(call, handle, data, request, insertion);
 }
 
-KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* data, const HandleRequest& request,
+KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, const HandleRequest& request,
                        const Insertion& insertion)
 {
-    const KzErr err = TryResize(static_cast<MasterWord*>(handle), data, request, insertion);
-    return err == kzErrNone ? err : Failed(call, err);
+    auto* const master = static_cast<MasterWord*>(handle);
+    const unsigned long size = request.size;
+    const unsigned long oldSize = HandleDataSize(oldData);
+    if (size == oldSize && request.align == HandleDataPlace(oldData).align) {
+        Insert(insertion, oldData);
+        return kzErrNone;
+    }
+    const unsigned long kept = std::min(oldSize, size);
+    unsigned long blockSize;
+    unsigned char* const data = ObtainData(request, kept, &blockSize);
+    if (data == nullptr) {
+        RaiseCounter(kResizes);
+        if (blockSize != 0) {
+            TellMemoryFull(blockSize);
+        }
+        CheckAfterChange(master);
+        TraceHandle(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
+        return Failed(call, kzErrMemoryFull);
+    }
+    MoveBytes(oldData, data, kept);
+    // The old block goes last, because the inserted bytes may stand in it.
+    Insert(insertion, data);
+    StoreMaster(master, data);
+    FreeHandleData(oldData);
+    if (gStressHandles.load(std::memory_order_relaxed) == 0) {
+        RaiseCounter(kMoves);
+    }
+    RaiseCounter(kResizes);
+    CheckAfterChange(master);
+    TraceHandle(kMemEventResize, kzErrNone, master, size, oldSize);
+    return kzErrNone;
 }
 
 UHandle LoadVariable(const void* variable)
@@ -247,7 +236,7 @@ void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master, unsigned char* data
         FreeHandleData(data);
     }
     CheckAfterChange(nullptr);
-    Trace(kMemEventDispose, kzErrNone, master, size, 0);
+    TraceHandle(kMemEventDispose, kzErrNone, master, size, 0);
 }
 
 KzErr DisposeHandle(const char* call, void* handle, Blocks blocks)

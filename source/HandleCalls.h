@@ -5,23 +5,12 @@
 
 #include <atomic>
 
-#include "HandleData.h"
-#include "MemoryManager.h"
+#include "GuardChecks.h"
+#include "HandleLayout.h"
+#include "MemorySettings.h"
 #include "MemoryZone.h"
 
-// Settings that every call looks at; relaxed, since they order nothing. Null: no procedure.
-extern std::atomic<MemEventTraceProc> gMemEventTraceProc;
-extern std::atomic<KzBool> gMemoryDebugger;
-extern std::atomic<KzBool> gStressHandles;
-extern std::atomic<KzBool> gMemoryInited;
-
 namespace kz {
-
-// The levels of DSSetHandleChecking from which a call looks in the tables of all handles.
-inline constexpr uInt32 kRangeForQueries = 2;  // size and disposal
-inline constexpr uInt32 kRangeForChanges = 1;  // everything else
-inline constexpr uInt32 kRangeAlways = 0;
-extern std::atomic<uInt32> gHandleChecking;
 
 enum class Blocks { kFresh, kCached };
 
@@ -51,7 +40,7 @@ struct Insertion {
 [[gnu::always_inline]] inline unsigned char* GoodData(const void* handle, uInt32 rangeLevel)
 {
     const bool skipRange = gHandleChecking.load(std::memory_order_relaxed) < rangeLevel;
-    unsigned char* const data = CheckHandleInZone(MemZone(), handle, skipRange);
+    unsigned char* const data = FindHandleData(MemZone(), handle, skipRange);
     return data != nullptr && HandleGuardsPass(data) ? data : nullptr;
 }
 

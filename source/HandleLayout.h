@@ -1,4 +1,4 @@
-// Where the parts of a handle's block stand. Pure arithmetic on sizes and addresses, and the header's bytes.
+// The block behind a handle: where its parts stand, and the way from the allocator and back.
 //
 // From the start of the allocated block:
 //   the tag     2 bytes alignment, 2 bytes offset: only where the header's address field is not 0
@@ -8,15 +8,20 @@
 //   the data    its address plus the offset is a multiple of the alignment
 //   a guard     `guard` bytes
 //
-// A guard is 0 or 8 bytes. Blocks come from malloc, so they start at a multiple of 8. With an offset of 4 modulo 8 the
-// header and the data stand at 4 modulo 8; so all fields are copied as bytes.
+// A guard is 0 or 8 bytes, the same for all handles from the first one on, because the environment sets it once. Blocks
+// come from malloc, so they start at a multiple of 8. With an offset of 4 modulo 8 the header and the data stand at 4
+// modulo 8, so all fields are copied as bytes.
+//
+// Any thread may call, on a block that no other thread resizes or frees meanwhile.
 #ifndef KZCORE_HANDLELAYOUT_H
 #define KZCORE_HANDLELAYOUT_H
 
 #include <cstdint>
 #include <cstring>
 
+#include "GuardChecks.h"
 #include "KZTypes.h"
+#include "MemorySource.h"
 
 namespace kz {
 
@@ -32,7 +37,6 @@ struct HandleAlignment {
 
 inline constexpr unsigned long kMaxHandleAlignment = 32768;
 inline constexpr unsigned long kMaxHandleOffset = 65532;
-inline constexpr unsigned long kHandleHeaderSize = 16;
 
 // The alignment of a handle whose maker gives only its size.
 constexpr HandleAlignment AlignmentForSize(unsigned long size)
@@ -106,7 +110,7 @@ inline unsigned char* LayOutHandle(unsigned char* block, unsigned long size, Han
 }
 
 // The size stored in the header of the data.
-inline unsigned long HandleDataSize(const unsigned char* data, unsigned long guard)
+inline unsigned long HandleDataSize(const unsigned char* data, unsigned long guard = HandleGuardSize())
 {
     unsigned long size;
     std::memcpy(&size, data - guard - kHandleHeaderSize, sizeof size);
@@ -119,7 +123,7 @@ struct HandlePlace {
     HandleAlignment align;
 };
 
-inline HandlePlace HandleDataPlace(unsigned char* data, unsigned long guard)
+inline HandlePlace HandleDataPlace(unsigned char* data, unsigned long guard = HandleGuardSize())
 {
     unsigned char* const header = data - guard - kHandleHeaderSize;
     uintptr_t address;
@@ -132,6 +136,11 @@ inline HandlePlace HandleDataPlace(unsigned char* data, unsigned long guard)
     std::memcpy(tag, block, sizeof tag);
     return {block, {tag[0], tag[1]}};
 }
+
+// The data of a new block, with room for its guards where those are on; null when out of memory. `*blockSize` is what
+// was asked of the allocator, 0 when that can't be said in an unsigned long. Freed with FreeHandleData.
+unsigned char* AllocateHandleData(unsigned long size, HandleAlignment align, Fill fill, unsigned long* blockSize);
+void FreeHandleData(unsigned char* data);
 
 }  // namespace kz
 

@@ -27,6 +27,7 @@
 #include "KZTypes.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
+#include "MemoryProcs.h"
 #include "NumberText.h"
 #include "NumericSupport.h"
 #include "OutputBuf.h"

@@ -2,6 +2,10 @@
 #include <cstring>
 
 #include "HandleCalls.h"
+#include "HandleLayout.h"
+#include "KzErr.h"
+#include "MemoryManager.h"
+#include "MemorySettings.h"
 #include "Report.h"
 
 using kz::BySize;
@@ -12,15 +16,6 @@ using kz::Insertion;
 namespace {
 
 constexpr char kModule[] = "source/MemoryCopies";
-
-constinit std::atomic<MemoryCheckCallback> gMemoryCheckCallback{nullptr};
-
-void CallMemoryCheck()
-{
-    if (const MemoryCheckCallback proc = gMemoryCheckCallback.load(std::memory_order_relaxed)) {
-        proc();
-    }
-}
 
 // The data of a source after a size query's look at it; null after the report of a bad one.
 const unsigned char* SourceData(const void* handle)
@@ -72,7 +67,7 @@ KzErr DuplicateHandle(void* variable)
     if (copy == nullptr) {
         return kzErrMemoryFull;
     }
-    MoveBlock(data, DataOf(copy), size);
+    kz::MoveBytes(data, DataOf(copy), size);
     kz::StoreVariable(variable, copy);
     return kzErrNone;
 }
@@ -223,10 +218,7 @@ int32 BlockCmp(const void* a, const void* b, unsigned long n)
 
 void MoveBlock(const void* src, void* dest, unsigned long n)
 {
-    if (n != 0) {
-        std::memmove(dest, src, n);
-        CallMemoryCheck();
-    }
+    kz::MoveBytes(src, dest, n);
 }
 
 void ClearMem(void* p, unsigned long n)
@@ -234,7 +226,7 @@ void ClearMem(void* p, unsigned long n)
     if (n != 0) {
         std::memset(p, 0, n);
     }
-    CallMemoryCheck();
+    kz::CallMemoryCheck();
 }
 
 void SwapBlock(void* a, void* b, unsigned long n)

@@ -1,10 +1,16 @@
 #include <cstring>
 
-#include "BufferCache.h"
+#include "GuardChecks.h"
 #include "HandleCalls.h"
+#include "KzErr.h"
+#include "MemoryManager.h"
+#include "MemorySettings.h"
+#include "MemorySource.h"
+#include "MemoryZone.h"
 #include "Report.h"
 #include "ScopedLock.h"
 
+using kz::Fill;
 using kz::MemZone;
 using kz::MemZoneRec;
 
@@ -14,19 +20,6 @@ constexpr char kModule[] = "source/MemoryHeap";
 
 constinit std::atomic<bool> inHeapCheck{false};
 
-enum class BlockChainState { kSound, kTooMany, kTooFew };
-
-BlockChainState CheckBlockChain(const MemZoneRec* zone)
-{
-    uInt32 count = 0;
-    for (const kz::masterBlock* block = zone->blocks; block != nullptr; block = block->next) {
-        if (++count > zone->blockCount) {
-            return BlockChainState::kTooMany;
-        }
-    }
-    return count < zone->blockCount ? BlockChainState::kTooFew : BlockChainState::kSound;
-}
-
 // The tables are looked at under the lock, what is wrong is told outside it.
 KzErr CheckZone()
 {
@@ -35,21 +28,21 @@ KzErr CheckZone()
         return kzErrNone;
     }
     kz::FreeChainState freeChain = kz::FreeChainState::kSound;
-    BlockChainState blockChain = BlockChainState::kSound;
+    kz::BlockChainState blockChain = kz::BlockChainState::kSound;
     {
         kz::ScopedLock lock(kz::gMemoryRights);
         if (gMemoryDebugger.load(std::memory_order_relaxed) != 0) {
             freeChain = kz::CheckFreeChain(zone);
         }
-        blockChain = CheckBlockChain(zone);
+        blockChain = kz::CheckBlockChain(zone);
     }
     const bool isFreeChainSound = kz::ReportFreeChain(freeChain);
-    if (blockChain == BlockChainState::kTooMany) {
+    if (blockChain == kz::BlockChainState::kTooMany) {
         KZ_REPORT(kDbgFatal, 0x3F0A94D6) << "MemCheck error, m.p. block chain error 1";
-    } else if (blockChain == BlockChainState::kTooFew) {
+    } else if (blockChain == kz::BlockChainState::kTooFew) {
         KZ_REPORT(kDbgFatal, 0x857BC21E) << "MemCheck error, m.p. block chain error 2";
     }
-    return isFreeChainSound && blockChain == BlockChainState::kSound ? kzErrNone : kzErrCorrupt;
+    return isFreeChainSound && blockChain == kz::BlockChainState::kSound ? kzErrNone : kzErrCorrupt;
 }
 
 KzErr GetStats(MemStatRec* stats)
@@ -85,9 +78,76 @@ KzErr CheckHeap(KzBool verbose)
     return err;
 }
 
+void* NewPtr(unsigned long size, Fill fill)
+{
+    constexpr uintptr_t kPtrAlignment = 8;
+    void* const ptr = kz::AllocatePtr(size, fill);
+    if (ptr == nullptr) {
+        kz::TellMemoryFull(size);
+    } else if (gMemoryDebugger.load(std::memory_order_relaxed) != 0) {
+        if (reinterpret_cast<uintptr_t>(ptr) % kPtrAlignment != 0) {
+            KZ_REPORT(kDbgFatal, 0xE46A2F17) << "Ptr block not ptr-aligned";
+        }
+        DSHeapCheck(0);
+    }
+    return ptr;
+}
+
+KzErr DisposePtr(const char* call, void* ptr)
+{
+    if (ptr == nullptr) {
+        return kzErrArgument;
+    }
+    if (!kz::PtrGuardsPass(ptr)) {
+        return kz::Failed(call, kzErrBadZone);
+    }
+    kz::FreePtr(ptr);
+    return kzErrNone;
+}
+
 }  // namespace
 
 extern "C" {
+
+void* DSNewPtr(unsigned long size)
+{
+    return NewPtr(size, Fill::kNone);
+}
+
+void* AZNewPtr(unsigned long size)
+{
+    return NewPtr(size, Fill::kNone);
+}
+
+void* DSNewPClr(unsigned long size)
+{
+    return NewPtr(size, Fill::kZero);
+}
+
+void* AZNewPClr(unsigned long size)
+{
+    return NewPtr(size, Fill::kZero);
+}
+
+KzErr DSDisposePtr(void* ptr)
+{
+    return DisposePtr("DSDisposePtr", ptr);
+}
+
+KzErr AZDisposePtr(void* ptr)
+{
+    return DisposePtr("AZDisposePtr", ptr);
+}
+
+KzErr DSCheckPtr(const void* ptr)
+{
+    return ptr != nullptr && kz::PtrGuardsPass(ptr) ? kzErrNone : kzErrBadZone;
+}
+
+KzErr AZCheckPtr(const void* ptr)
+{
+    return DSCheckPtr(ptr);
+}
 
 KzErr DSHeapCheck(KzBool verbose)
 {
@@ -170,14 +230,3 @@ unsigned long AZMaxMem(void)
 }
 
 }  // extern "C"
-
-namespace kz {
-
-const char* MemoryFault()
-{
-    const MemZoneRec* const zone = MemZone();
-    const char* const fault = zone == nullptr ? nullptr : ZoneFault(zone);
-    return fault != nullptr ? fault : BufferCacheFault();
-}
-
-}  // namespace kz

@@ -1,13 +1,19 @@
 #include "MemoryManager.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "BufferCache.h"
+#include "GuardBytes.h"
+#include "GuardChecks.h"
 #include "HandleCalls.h"
+#include "HandleLayout.h"
 #include "KZPlacement.h"
-#include "PlatformHeap.h"
+#include "KzErr.h"
+#include "MemorySettings.h"
+#include "MemorySource.h"
+#include "MemoryZone.h"
 #include "Report.h"
-#include "ScopedLock.h"
 #include "ThAtomic.h"
 #include "ThMutex.h"
 
@@ -22,34 +28,9 @@ namespace {
 
 constexpr char kModule[] = "source/MemoryManager";
 
-constinit std::atomic<uintptr_t> gBreakMark{0};
-
-void* NewPtr(unsigned long size, Fill fill)
-{
-    constexpr uintptr_t kPtrAlignment = 8;
-    void* const ptr = kz::AllocatePtr(size, fill);
-    if (ptr == nullptr) {
-        CallSetMemFullProc(size);
-    } else if (gMemoryDebugger.load(std::memory_order_relaxed) != 0) {
-        if (reinterpret_cast<uintptr_t>(ptr) % kPtrAlignment != 0) {
-            KZ_REPORT(kDbgFatal, 0xE46A2F17) << "Ptr block not ptr-aligned";
-        }
-        DSHeapCheck(0);
-    }
-    return ptr;
-}
-
-KzErr DisposePtr(const char* call, void* ptr)
-{
-    if (ptr == nullptr) {
-        return kzErrArgument;
-    }
-    if (!kz::PtrGuardsPass(ptr)) {
-        return kz::Failed(call, kzErrBadZone);
-    }
-    kz::FreePtr(ptr);
-    return kzErrNone;
-}
+// Kept for their setters' sake.
+constinit std::atomic<KzBool> gCheckHighWaterMarks{0};
+constinit std::atomic<MemMutexAccessProc> gLogMemMutexAccessProc{nullptr};
 
 // As ResizeOrNewHandle, but size 0 is no handle.
 KzErr ResizeOrNoHandle(const char* call, void* variable, unsigned long size, Fill fill)
@@ -65,13 +46,7 @@ UHandle FindHandleOf(const MemZoneRec* zone, const unsigned char* data)
     if (kz::IsFreeLink(const_cast<MasterWord>(data))) {
         return nullptr;
     }
-    const kz::masterBlock* block;
-    {
-        // Blocks stay, and their chain only grows at its head.
-        kz::ScopedLock lock(kz::gMemoryRights);
-        block = zone->blocks;
-    }
-    for (; block != nullptr; block = block->next) {
+    for (const kz::masterBlock* block = kz::NewestBlock(zone); block != nullptr; block = block->next) {
         for (const MasterWord& master : block->masters) {
             if (kz::LoadMaster(&master) == data) {
                 return const_cast<MasterWord*>(&master);
@@ -143,26 +118,6 @@ UHandle DSNewAlignedHandle(unsigned long size, unsigned long alignment, unsigned
 UHandle DSNewAlignedHClr(unsigned long size, unsigned long alignment, unsigned long offset)
 {
     return kz::NewHandle({size, kz::NormalAlignment(alignment, offset), Fill::kZero});
-}
-
-void* DSNewPtr(unsigned long size)
-{
-    return NewPtr(size, Fill::kNone);
-}
-
-void* AZNewPtr(unsigned long size)
-{
-    return NewPtr(size, Fill::kNone);
-}
-
-void* DSNewPClr(unsigned long size)
-{
-    return NewPtr(size, Fill::kZero);
-}
-
-void* AZNewPClr(unsigned long size)
-{
-    return NewPtr(size, Fill::kZero);
 }
 
 KzErr DSSetHandleSize(void* handle, unsigned long size)
@@ -256,16 +211,6 @@ KzErr DSDisposeHandleAndNull(void* variable)
     return kz::DisposeAndNull("DSDisposeHandleAndNull", variable);
 }
 
-KzErr DSDisposePtr(void* ptr)
-{
-    return DisposePtr("DSDisposePtr", ptr);
-}
-
-KzErr AZDisposePtr(void* ptr)
-{
-    return DisposePtr("AZDisposePtr", ptr);
-}
-
 unsigned long DSGetHandleSize(const void* handle)
 {
     const unsigned char* const data = kz::GoodData(handle, kz::kRangeForQueries);
@@ -293,17 +238,7 @@ KzErr AZCheckHandle(const void* handle)
 
 KzBool IsDSHandle(const void* handle)
 {
-    return kz::CheckHandleInZone(MemZone(), handle, false) != nullptr;
-}
-
-KzErr DSCheckPtr(const void* ptr)
-{
-    return ptr != nullptr && kz::PtrGuardsPass(ptr) ? kzErrNone : kzErrBadZone;
-}
-
-KzErr AZCheckPtr(const void* ptr)
-{
-    return DSCheckPtr(ptr);
+    return kz::FindHandleData(MemZone(), handle, false) != nullptr;
 }
 
 UHandle DSRecoverHandle(const void* ptr)
@@ -365,17 +300,103 @@ int32 AZHGetState(void* handle)
     return 0;
 }
 
-}  // extern "C"
-
-namespace kz {
-
-uInt64 HeapGrowth()
+MemFullProc SetMemFullProc(MemFullProc proc)
 {
-    const uintptr_t mark = gBreakMark.load(std::memory_order_relaxed);
-    return mark == 0 ? 0 : ProgramBreakGrowth(mark);
+    return kz::ExchangeMemFullProc(proc);
 }
 
-}  // namespace kz
+void CallSetMemFullProc(unsigned long size)
+{
+    kz::TellMemoryFull(size);
+}
+
+MemEventTraceProc SetMemEventTraceProc(MemEventTraceProc proc)
+{
+    return gMemEventTraceProc.exchange(proc);
+}
+
+void SetStressHandles(KzBool flag)
+{
+    gStressHandles.store(flag, std::memory_order_relaxed);
+}
+
+KzBool GetStressHandles(void)
+{
+    return gStressHandles.load(std::memory_order_relaxed);
+}
+
+void SetMemoryDebugger(KzBool flag)
+{
+    gMemoryDebugger.store(flag, std::memory_order_relaxed);
+}
+
+KzBool ToggleMemoryDebugging(void)
+{
+    const bool turnsOn = gMemoryDebugger.load(std::memory_order_relaxed) == 0;
+    KZ_LOG(kDbgLog) << "turning memory checking " << (turnsOn ? "on" : "off");
+    gMemoryDebugger.store(turnsOn, std::memory_order_relaxed);
+    return turnsOn;
+}
+
+uInt32 DSSetHandleChecking(uInt32 level)
+{
+    const uInt32 set = std::min(level, kz::kHighestHandleChecking);
+    kz::gHandleChecking.store(set, std::memory_order_relaxed);
+    return set;
+}
+
+KzBool GetMemoryManagerInitialized(void)
+{
+    return gMemoryInited.load(std::memory_order_relaxed);
+}
+
+void DSReadCounters(uInt64* counters)
+{
+    if (counters == nullptr) {
+        return;
+    }
+    uInt32 values[kz::kNumMemoryCounters] = {};
+    if (MemZone() != nullptr) {
+        kz::ReadCounters(values);
+    }
+    std::memcpy(counters, values, sizeof values);
+}
+
+void DSSetCounters(const uInt64* counters)
+{
+    if (counters == nullptr || MemZone() == nullptr) {
+        return;
+    }
+    uInt32 values[kz::kNumMemoryCounters];
+    std::memcpy(values, counters, sizeof values);
+    kz::SetCounters(values);
+}
+
+void ReadConfigTokensForBufferCache(void)
+{
+    if (BufferCache* const cache = s_bufferCachePtr.load(std::memory_order_acquire)) {
+        cache->ReadConfigTokens();
+    }
+}
+
+void SetCheckHighWaterMarks(KzBool flag)
+{
+    gCheckHighWaterMarks.store(flag, std::memory_order_relaxed);
+}
+
+void SetLogMemMutexAccessProc(MemMutexAccessProc proc)
+{
+    gLogMemMutexAccessProc.store(proc, std::memory_order_relaxed);
+}
+
+void MemResetTracker(void) {}
+void MemDumpTracker(void) {}
+void StartScopedAllocationTracking(void) {}
+void StopScopedAllocationTracking(void) {}
+void FreeSmartHeapPool(void) {}
+void SetMergeAdjVirtualAllocs(KzBool /*flag*/) {}
+
+}  // extern "C"
 
 MemoryManager_Service::MemoryManager_Service()
     : PlainService_T("MemoryManager", &kz::AddNeeds<&ThMutexService, &ProtectedAtomicOperationsService>)
@@ -399,7 +420,7 @@ void RecoverHandles(MemZoneRec* zone)
 {
     unsigned long long count = 0;
     unsigned long long bytes = 0;
-    for (kz::masterBlock* block = zone->blocks; block != nullptr; block = block->next) {
+    for (kz::masterBlock* block = kz::NewestBlock(zone); block != nullptr; block = block->next) {
         for (MasterWord& master : block->masters) {
             unsigned char* const data = kz::LoadMaster(&master);
             if (!kz::IsHandleWord(data)) {
@@ -427,7 +448,7 @@ void RecoverHandles(MemZoneRec* zone)
 KzErr MemoryManager_Service::_Init()
 {
     constexpr int kBlocksAtStart = 5;
-    gBreakMark.store(kz::ProgramBreak(), std::memory_order_relaxed);
+    kz::MarkHeap();
     kz::CreateBufferCache();
     MemZoneRec* const zone = kz::CreateZone();
     if (zone == nullptr) {
@@ -439,7 +460,7 @@ KzErr MemoryManager_Service::_Init()
     // A block that can't be had now is tried again by the first make that lacks it.
     for (int i = 0; i < kBlocksAtStart; ++i) {
         if (!kz::AddMasterBlock(zone)) {
-            CallSetMemFullProc(kz::kMasterBlockSize);
+            kz::TellMemoryFull(kz::kMasterBlockSize);
         }
     }
     gMemoryInited.store(1, std::memory_order_relaxed);
@@ -461,8 +482,8 @@ KzErr MemoryManager_Service::_Uninit()
     }
     ThMutexDestroy(kz::gMemoryRights);
     kz::gMemoryRights = nullptr;
-    SetMemFullProc(nullptr);
-    gBreakMark.store(0, std::memory_order_relaxed);
+    kz::ExchangeMemFullProc(nullptr);
+    kz::ForgetHeap();
     KZPlacementNewRunCleanup();
     return kzErrNone;
 }

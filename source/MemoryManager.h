@@ -26,6 +26,7 @@
 #define KZCORE_MEMORYMANAGER_H
 
 #include "KZTypes.h"
+#include "MemoryProcs.h"
 #ifdef __cplusplus
 #include "ServiceObject.h"
 #endif
@@ -196,26 +197,14 @@ KZ_EXPORT KzErr DSMemStatsSlow(void* stats);
 KZ_EXPORT unsigned long DSMaxMem(void);
 KZ_EXPORT unsigned long AZMaxMem(void);
 
-// A procedure that is called with the size that could not be had, on the thread that asked, at each failed allocation.
-// It may call any function of this library.
-typedef void (*MemFullProc)(unsigned long size);
-
 // Installs the memory-full procedure and returns the one before; null installs one that does nothing, which is also
 // the default and what a stop of the memory service leaves.
 KZ_EXPORT MemFullProc SetMemFullProc(MemFullProc proc);
 KZ_EXPORT void CallSetMemFullProc(unsigned long size);
 
-// A procedure that is told of each make (kind 0), resize that had something to do (1) and disposal (2) of a handle, on
-// its thread, at its end. A failure has its code, and for a make a null handle. A disposal has the size that the handle
-// had as `newSize`.
-enum MemEventKind { kMemEventMake = 0, kMemEventResize = 1, kMemEventDispose = 2 };
-typedef void (*MemEventTraceProc)(int32 kind, KzErr error, UHandle handle, unsigned long newSize,
-                                  unsigned long oldSize);
-
 // Install the procedure that is told of handles, or is called after each MoveBlock and ClearMem; null for none, the
 // default. Return the one before.
 KZ_EXPORT MemEventTraceProc SetMemEventTraceProc(MemEventTraceProc proc);
-typedef void (*MemoryCheckCallback)(void);
 KZ_EXPORT MemoryCheckCallback SetMemoryCheckCallback(MemoryCheckCallback proc);
 
 // Stress handles: moves of data are not counted. Off at first.
@@ -248,7 +237,6 @@ KZ_EXPORT void DSReadCounters(uInt64* counters);
 KZ_EXPORT void DSSetCounters(const uInt64* counters);
 
 // Settings that are kept and have no effect.
-typedef void (*MemMutexAccessProc)(void);
 KZ_EXPORT void SetCheckHighWaterMarks(KzBool flag);
 KZ_EXPORT void SetLogMemMutexAccessProc(MemMutexAccessProc proc);
 
@@ -309,25 +297,6 @@ class MemoryManager_Service : public PlainService_T<MemoryManager_Service> {
 
 // The service, made on the first call.
 KZ_EXPORT MemoryManager_Service* MemoryManagerService();
-
-namespace kz {
-
-// The handles in use at this moment.
-uInt32 LiveHandleCount();
-
-// The bytes that the process's data segment has grown by since the service started; 0 without it.
-uInt64 HeapGrowth();
-
-// What is wrong with the handle tables, a handle's header or guards, or the buffer cache, or null when all is sound.
-// While no other thread makes, resizes or disposes a handle.
-const char* MemoryFault();
-
-// In builds with assertions: whether each call that changes a handle ends with MemoryFault and reports what that finds
-// at level 4, or at most a part of it that costs little (the default).
-void WalkMemoryAtEachCall(bool walk);
-bool IsWalkingMemory();
-
-}  // namespace kz
 #endif
 
 #endif

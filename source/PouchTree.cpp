@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <new>
 
-#include "GuardBytes.h"
-#include "MemoryZone.h"
+#include "GuardChecks.h"
+#include "MemorySource.h"
 
 namespace kz {
 

@@ -3,9 +3,10 @@
 #include <cstdlib>
 
 #include "GuardBytes.h"
+#include "GuardChecks.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
-#include "MemoryZone.h"
+#include "MemorySource.h"
 
 extern "C" {
 

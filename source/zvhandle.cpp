@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "MemoryManager.h"
-#include "MemoryZone.h"
+#include "MemorySource.h"
 #include "Report.h"
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include "CfgAccess.h"
 #include "FaultLoop.h"
-#include "HandleData.h"
+#include "HandleLayout.h"
 #include "KzErr.h"
 #include "ReportCatcher.h"
 #include "RunningMemory.h"

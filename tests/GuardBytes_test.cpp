@@ -13,6 +13,8 @@
 #include "BufferCache.h"
 #include "ChildTest.h"
 #include "CookieManager.h"
+#include "GuardChecks.h"
+#include "MemoryChecks.h"
 #include "MemoryManager.h"
 #include "MemoryPoison.h"
 #include "MemoryZone.h"

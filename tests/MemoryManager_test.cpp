@@ -21,6 +21,7 @@
 #include "ChildTest.h"
 #include "HandleAllocationInterface.h"
 #include "HandleLayout.h"
+#include "MemoryChecks.h"
 #include "MemoryZone.h"
 #include "ReportCatcher.h"
 #include "ResidentPages.h"
@@ -36,6 +37,17 @@ protected:
     kztest::ReportCatcher reports;
     kztest::RunningMemory memory;
 };
+
+// Counts of the zone, touched without its lock while no other thread makes a handle.
+uInt32& BlockCount() KZ_NO_THREAD_CHECK
+{
+    return kz::MemZone()->blockCount;
+}
+
+uInt32& FreeMasterCount() KZ_NO_THREAD_CHECK
+{
+    return kz::MemZone()->freeMasterCount;
+}
 
 Bytes ContentOf(UHandle handle)
 {
@@ -445,7 +457,6 @@ TEST_F(MemoryManager, TraceCountersAndCallback)
 
 TEST_F(MemoryManager, HeapChecksFindDamageOfTheTables)
 {
-    kz::MemZoneRec* const zone = kz::MemZone();
     EXPECT_EQ(0, DSHeapCheck(1));
     EXPECT_TRUE(reports.Take(kDbgLog, "Free: totFreeSize 0, maxFreeSize 0"));
     EXPECT_TRUE(reports.Take(kDbgLog, "Allocated to ZV: totAllocSize "));
@@ -455,14 +466,14 @@ TEST_F(MemoryManager, HeapChecksFindDamageOfTheTables)
         reports.TakeAll();
         return failed;
     };
-    ++zone->blockCount;
+    ++BlockCount();
     EXPECT_TRUE(fails("MemCheck error, m.p. block chain error 2"));
-    zone->blockCount -= 2;
+    BlockCount() -= 2;
     EXPECT_TRUE(fails("MemCheck error, m.p. block chain error 1"));
-    ++zone->blockCount;
+    ++BlockCount();
 
     SetMemoryDebugger(1);
-    const uInt32 count = zone->freeMasterCount;
+    const uInt32 count = FreeMasterCount();
     const struct {
         uInt32 count;
         const char* text;
@@ -470,17 +481,17 @@ TEST_F(MemoryManager, HeapChecksFindDamageOfTheTables)
                   {count + 1, "bad freemaster count"},
                   {count - 1, "freemaster chain isn't NULL terminated!"}};
     for (const auto& c : counts) {
-        zone->freeMasterCount = c.count;
+        FreeMasterCount() = c.count;
         EXPECT_TRUE(fails(c.text)) << c.count;
         EXPECT_EQ(nullptr, DSNewHandle(1));
         EXPECT_TRUE(reports.Take(kDbgFatal, c.text));
         EXPECT_NE(nullptr, kz::MemoryFault());
-        zone->freeMasterCount = count;
+        FreeMasterCount() = count;
     }
     // A stray write over a free master.
-    kz::MasterWord* const second = &zone->blocks->masters[1];
+    kz::MasterWord* const second = &kz::NewestBlock(kz::MemZone())->masters[1];
     kz::MasterWord const link = *second;
-    *second = reinterpret_cast<kz::MasterWord>(zone);
+    *second = reinterpret_cast<kz::MasterWord>(kz::MemZone());
     EXPECT_TRUE(fails("bad freemaster count"));
     *second = link;
     DSDisposePtr(DSNewPClr(3));
@@ -589,19 +600,18 @@ TEST_F(MemoryManager, OnlyMastersInUseAreHandles)
 
 TEST_F(MemoryManager, TheSixthBlockComesOnDemand)
 {
-    const kz::MemZoneRec* const zone = kz::MemZone();
     std::vector<UHandle> handles(50000);
     for (UHandle& handle : handles) {
         handle = DSNewHandle(0);
     }
-    EXPECT_EQ(5u, zone->blockCount);
+    EXPECT_EQ(5u, BlockCount());
     for (int n : {1, 2, 3}) {  // the block, the index, the data
         FailAllocation fail(n);
         EXPECT_EQ(nullptr, DSNewHandle(0));
     }
     EXPECT_EQ(50000u, kz::LiveHandleCount());
     handles.push_back(DSNewHandle(0));
-    EXPECT_EQ(6u, zone->blockCount);
+    EXPECT_EQ(6u, BlockCount());
     EXPECT_EQ(50001u, std::set<UHandle>(handles.begin(), handles.end()).size());
     EXPECT_EQ(nullptr, kz::MemoryFault());
     for (UHandle handle : handles) {
@@ -660,7 +670,7 @@ TEST_F(MemoryManager, MemoryFullProcedure)
     EXPECT_EQ(before[3], ReadCounters()[3]);
 
     std::vector<UHandle> handles = {handle};
-    while (kz::MemZone()->freeMasterCount > 0) {
+    while (FreeMasterCount() > 0) {
         handles.push_back(DSNewHandle(0));
     }
     EXPECT_EQ(Sizes({80008, 35}), sizesOf([] { EXPECT_EQ(nullptr, DSNewHandle(35)); }));
@@ -726,7 +736,7 @@ TEST_F(MemoryService, StartWithoutMemory)
     }
     UHandle const handle = DSNewHandle(1);
     EXPECT_NE(nullptr, handle);
-    EXPECT_EQ(1u, kz::MemZone()->blockCount);
+    EXPECT_EQ(1u, BlockCount());
     DSDisposeHandle(handle);
     EXPECT_EQ(nullptr, kz::MemoryFault());
     MemoryManagerService()->Uninit();
@@ -809,7 +819,7 @@ TEST_F(MemoryManager, ThreadsShareTheZone)
     stop = true;
     checkers.clear();
     EXPECT_EQ(0, faults);
-    EXPECT_GT(kz::MemZone()->blockCount, 5u);
+    EXPECT_GT(BlockCount(), 5u);
     for (UHandle handle : held) {
         DSDisposeHandle(handle);
     }

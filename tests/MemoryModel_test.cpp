@@ -14,6 +14,7 @@
 #include "ChildTest.h"
 #include "FaultLoop.h"
 #include "HandleLayout.h"
+#include "MemoryChecks.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
 #include "RunningMemory.h"

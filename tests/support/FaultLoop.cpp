@@ -5,7 +5,7 @@
 #include <new>
 
 #include "IniMemory.h"
-#include "MemoryZone.h"
+#include "MemorySource.h"
 
 namespace {
 

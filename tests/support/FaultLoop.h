@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "LiveCounts.h"
+#include "MemoryChecks.h"
 #include "MemoryManager.h"
 
 namespace kztest {

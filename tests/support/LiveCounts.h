@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "LiveCount.h"
+#include "MemoryChecks.h"
 #include "MemoryManager.h"
 #include "PathItemStorage.h"
 

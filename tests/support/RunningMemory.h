@@ -7,6 +7,7 @@
 #include "FaultLoop.h"
 #include "KZApp.h"
 #include "LiveCount.h"
+#include "MemoryChecks.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
 #include "TestHost.h"

@@ -1,4 +1,4 @@
-#include "HandleData.h"
+#include "HandleLayout.h"
 
 #include <cstdlib>
 
@@ -19,7 +19,7 @@ unsigned char* AllocateHandleData(unsigned long size, HandleAlignment align, Fil
 
 void FreeHandleData(unsigned char* data)
 {
-    std::free(HandleDataPlace(data, HandleGuardSize()).block);
+    std::free(HandleDataPlace(data).block);
 }
 
 }  // namespace kz

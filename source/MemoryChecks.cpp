@@ -1,0 +1,38 @@
+#include "MemoryChecks.h"
+
+#include <atomic>
+
+#include "BufferCache.h"
+#include "MemoryZone.h"
+
+namespace kz {
+
+namespace {
+
+constinit std::atomic<bool> gWalkMemory{false};
+
+}  // namespace
+
+uInt32 LiveHandleCount()
+{
+    return TakenMasterCount(MemZone());
+}
+
+const char* MemoryFault()
+{
+    const MemZoneRec* const zone = MemZone();
+    const char* const fault = zone == nullptr ? nullptr : ZoneFault(zone);
+    return fault != nullptr ? fault : BufferCacheFault();
+}
+
+void WalkMemoryAtEachCall(bool walk)
+{
+    gWalkMemory.store(walk, std::memory_order_relaxed);
+}
+
+bool IsWalkingMemory()
+{
+    return gWalkMemory.load(std::memory_order_relaxed);
+}
+
+}  // namespace kz
