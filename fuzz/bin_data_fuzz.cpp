@@ -14,6 +14,7 @@
 #include "BinDataReader.h"
 #include "BinDataWriter.h"
 #include "FuzzLibrary.h"
+#include "MemoryChecks.h"
 #include "MemoryManager.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include "CookieManager.h"
 #include "FuzzLibrary.h"
 #include "LiveCount.h"
+#include "MemoryChecks.h"
 #include "MemoryManager.h"
 #include "ResourceManager.h"
 #include "ResourceReading.h"
