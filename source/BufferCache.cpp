@@ -42,6 +42,7 @@ constexpr kz::CountedLiteral kResizeFactorToken{"SelectiveDeallocation.BufferCac
 
 void ReadSize(const unsigned char* token, std::atomic<unsigned long>& setting)
 {
+    // A negative limit counts as 0, because it would else become a huge one.
     int32 value = 0;
     if (CfgGetDefault(kInt32Token, token, &value) == kzErrNone) {
         setting = static_cast<unsigned long>(std::max(value, 0));
@@ -59,6 +60,7 @@ void UnpoisonData(const BufferCacheQueueEntry& entry)
     kz::UnpoisonMemory(entry.data, entry.size);
 }
 
+// Unpoisoned first, because the allocator writes into what it gets back.
 void Free(const BufferCacheQueueEntry& entry)
 {
     UnpoisonData(entry);
@@ -70,7 +72,7 @@ void Free(const BufferCacheQueueEntry& entry)
 BufferCache::BufferCache(unsigned long minSize, unsigned long maxEntries, unsigned long threshold, float factor)
     : mMinSize(minSize), mMaxEntries(maxEntries), mThreshold(threshold), mResizeFactor(factor)
 {
-    // Without memory for its lock the cache accepts no size.
+    // Without memory for its lock the cache accepts no size, because a null lock would guard nothing.
     if (ThMutexCreate(&mLock, "BufferCacheLock") != kzErrNone) {
         mMinSize = std::numeric_limits<unsigned long>::max();
     }
@@ -84,6 +86,7 @@ BufferCache::~BufferCache()
 
 void BufferCache::ReadConfigTokens()
 {
+    // A cache without a lock goes on accepting no size, whatever the configuration says.
     if (mLock == nullptr) {
         return;
     }
@@ -98,6 +101,8 @@ void BufferCache::ReadConfigTokens()
 
 bool BufferCache::FindBuffer(unsigned long size, iterator& found)
 {
+    // The newest stands first and only a smaller one replaces it, so of equals the newest is found, whose pages are the
+    // likeliest to be in memory still.
     unsigned long best = kBestSizeLimit;
     for (auto entry = mEntries.begin(); entry != mEntries.end(); ++entry) {
         if (entry->size >= size && entry->size < best) {
@@ -116,9 +121,11 @@ unsigned char* BufferCache::GetAllocation(unsigned long size, unsigned long alig
     std::list<BufferCacheQueueEntry> taken;  // its node is freed outside the lock
     kz::ScopedLock lock(mLock);
     iterator best;
+    // A larger block would do but for its header, which tells its size to whoever asks for the handle's.
     if (!FindBuffer(size, best) || best->size != size) {
         return nullptr;
     }
+    // Any multiple of the alignment fulfils it, but the offset is stored in the block and must be the one asked for.
     const kz::HandleAlignment align = kz::HandleDataPlace(best->data).align;
     if (align.alignment % alignment != 0 || align.offset != offset) {
         return nullptr;
@@ -131,6 +138,8 @@ unsigned char* BufferCache::GetAllocation(unsigned long size, unsigned long alig
 
 void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
 {
+    KZ_ASSERT(kz::HandleDataSize(data) == size);
+    // The node is the only thing that can fail, and without it the block is one that the cache did not want.
     const BufferCacheQueueEntry entry{data, size};
     std::list<BufferCacheQueueEntry> added;
     try {
@@ -148,6 +157,7 @@ void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
         isTooMuch = mEntries.size() > mMaxEntries || mTotal > mThreshold;
         KZ_ASSERT(ListFaultLocked() == nullptr);
     }
+    // Outside the lock, which CleanupProc takes anew for each block that it frees.
     if (isTooMuch) {
         CleanupProc();
     }
@@ -155,6 +165,7 @@ void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
 
 void BufferCache::CleanupProc()
 {
+    // Another thread may add or take blocks between two rounds, so each round asks again whether there are too many.
     for (;;) {
         std::list<BufferCacheQueueEntry> oldest;
         {
@@ -197,6 +208,7 @@ const char* BufferCache::Fault()
     if (const char* const fault = ListFaultLocked()) {
         return fault;
     }
+    // Only a write through a handle that was disposed can damage a kept block.
     for (const BufferCacheQueueEntry& entry : mEntries) {
         if (ShouldCheckHandleGuardBytes() && !kz::GuardsAreSound(entry.data, true)) {
             return "a kept block's guards are damaged";

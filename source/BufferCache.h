@@ -1,5 +1,5 @@
-// A few freed blocks of big handles, kept for the "Cache" variants of the handle calls, so that memory whose pages the
-// process owns already is used again. One instance exists while the memory service runs.
+// A few freed blocks of big handles, kept for the "Cache" variants of the handle calls, because memory whose pages the
+// process owns already is much cheaper than fresh memory. One instance exists while the memory service runs.
 #ifndef KZCORE_BUFFERCACHE_H
 #define KZCORE_BUFFERCACHE_H
 

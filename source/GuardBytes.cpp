@@ -1,9 +1,21 @@
+// A block with guards, of pointers and of TrackedMalloc:   size  guard  data  guard
+// and of a handle, whose header stores the size:           header (size, address)  guard  data  guard
+//
+// The size that is stored before the data is the only way to the guard behind it. So the first guard is looked at
+// before the size is believed: a write that ran down into the size has run over that guard as well.
+//
+// A family's word changes in two ways only. The environment sets it once, before the first block is made, because a
+// block that was made without room for guards has none to look for; ConfigGuardBytes changes the bit of checking, which
+// no block's layout depends on.
+//
+// Guards are poisoned, so nothing but this file touches them: it lifts the poison to write and reads past it.
 #include "GuardBytes.h"
 
 #include <cstdlib>
 #include <cstring>
 
 #include "GuardChecks.h"
+#include "KzAssert.h"
 #include "MemoryPoison.h"
 #include "Report.h"
 
@@ -26,6 +38,8 @@ constexpr uInt32 kRoom = 1;
 constexpr uInt32 kWrite = 2;
 constexpr uInt32 kCheck = 4;
 
+// "ZOR" and "MEM" tell a whole guard from one that was written over, the characters between them the version whose
+// library made the block.
 constexpr char kGuard[] = "ZOR14MEM";
 constexpr unsigned long kGuardSize = sizeof kGuard - 1;
 constexpr unsigned long kSentinelSize = 3;
@@ -40,6 +54,7 @@ constexpr unsigned long kAllPtrGuards = kPtrPrefix + kGuardSize;
 
 constinit std::atomic<GuardByteCheckFailedProc> gCheckFailedProc{&StandardGuardByteCheckFailedProc};
 
+// An absent variable, like a text that is none of the three, leaves the family off.
 void ReadSetting(const char* variable, const char* general, std::atomic<uInt32>& word)
 {
     const char* own = std::getenv(variable);
@@ -62,14 +77,16 @@ bool ReadSettings()
     ReadSetting("ZVGuardBytes_Handle", general, kz::gGuardBytes_Handle);
     ReadSetting("ZVGuardBytes_Ptr", general, kz::gGuardBytes_Ptr);
     ReadSetting("ZVGuardBytes_NewDelete", general, kz::gGuardBytes_NewDelete);
+    // TrackedMalloc asks this too, so its blocks have guards only where they are checked or another family has room.
     const bool playNoPart = (kz::gGuardBytes_NewDelete & kCheck) == 0 && (kz::gGuardBytes_Ptr & kRoom) == 0 &&
                             (kz::gGuardBytes_Handle & kRoom) == 0;
     kz::gGuardBytes_InitializedAndDisabled = playNoPart;
-    kz::gGuardBytes_Initialized = true;  // last: whoever sees it goes by all of them
+    kz::gGuardBytes_Initialized = true;  // the last, because whoever sees it goes by all of them
     return true;
 }
 
-// At load, so that the first use finds the settings read, as a rule.
+// Load-time code of a host may make blocks before this line runs, which is why each look at a word reads the settings
+// where they are unread.
 [[maybe_unused]] const bool gReadAtLoad = (InitializeGuardByteSettingsCore(), true);
 
 uInt32 Word(const std::atomic<uInt32>& family)
@@ -83,7 +100,7 @@ bool Has(const std::atomic<uInt32>& family, uInt32 bits)
     return (Word(family) & bits) == bits;
 }
 
-// Bytes that may be poisoned, one by one: no library call may touch them.
+// Copies bytes that may be poisoned, one by one, because a library call that touched them would stop the process.
 KZ_TOUCHES_POISON void ReadPoisoned(const unsigned char* from, unsigned char* to, unsigned long n)
 {
     kz::RevealMemory(from, n);
@@ -92,6 +109,8 @@ KZ_TOUCHES_POISON void ReadPoisoned(const unsigned char* from, unsigned char* to
     }
 }
 
+// A copy of a guard. Reading it lifts the poison that Valgrind knows, so a real guard is poisoned again; other bytes
+// are left as they are, because they may be a neighbour's data.
 struct Guard {
     unsigned char bytes[kGuardSize];
 
@@ -110,6 +129,7 @@ struct Guard {
     const unsigned char* Version() const { return bytes + kVersionAt; }
 };
 
+// The fault means nothing for a sound block, the version nothing where a guard is broken.
 struct Finding {
     bool isSound;
     GuardByteFailureTypes fault;
@@ -124,8 +144,11 @@ unsigned long SizeBefore(const unsigned char* data, bool isHandle)
     return size;
 }
 
+// What is wrong with a block first. Past a broken first guard the size would be a guess and the second guard any bytes;
+// a size that is wrong behind a whole guard leads to bytes that are no guard, and counts as an overrun.
 Finding Inspect(const void* ptr, bool isHandle)
 {
+    KZ_ASSERT(ptr != nullptr);
     const auto* const data = static_cast<const unsigned char*>(ptr);
     const Guard before(data - kGuardSize);
     if (!before.HasSentinels()) {
@@ -135,6 +158,7 @@ Finding Inspect(const void* ptr, bool isHandle)
     if (!behind.HasSentinels()) {
         return {false, kGuardOverrun, ""};
     }
+    // No library writes two versions into a block, so one of them was written over, between sentinels that are whole.
     if (std::memcmp(before.Version(), behind.Version(), kVersionSize) != 0) {
         return {false, kGuardUnderrun, ""};
     }
@@ -157,6 +181,7 @@ void InitializeGuardByteSettingsCore(void)
 
 KzBool ConfigGuardBytes(int32 on)
 {
+    // A family that does not write guards keeps its word, because checks would take its blocks' neighbours for guards.
     bool all = true;
     for (std::atomic<uInt32>* family : {&kz::gGuardBytes_Handle, &kz::gGuardBytes_Ptr, &kz::gGuardBytes_NewDelete}) {
         if (!Has(*family, kRoom | kWrite)) {
@@ -212,12 +237,14 @@ void ReportGuardByteCheckFailed(const void* ptr, int32 type, const char* version
 
 KzBool CheckGuards(const void* ptr, KzBool isHandle)
 {
+    // A null block passes no check, because a caller that lost its block has no guards to vouch for.
     if (ptr == nullptr) {
         KZ_REPORT(kDbgError, 0xB80C53F6) << "NULL ptr passed to CheckGuards";
         return false;
     }
     const Finding finding = Inspect(ptr, isHandle != 0);
     if (!finding.isSound) {
+        // A version is told only where it is another library's: in a damaged block it is part of the damage.
         const bool isForeign = finding.fault == kGuardVersionMismatch;
         ReportGuardByteCheckFailed(ptr, finding.fault, isForeign ? finding.version : nullptr);
     }
@@ -226,6 +253,7 @@ KzBool CheckGuards(const void* ptr, KzBool isHandle)
 
 void InitGuards(void* data, unsigned long size)
 {
+    // The block may come from the cache of freed ones, where its guards are poisoned already.
     auto* const bytes = static_cast<unsigned char*>(data);
     for (unsigned char* const guard : {bytes - kGuardSize, bytes + size}) {
         kz::UnpoisonMemory(guard, kGuardSize);
@@ -262,8 +290,11 @@ unsigned long GetAllNewDeleteGuardsSize(void)
 
 namespace {
 
+// A word may ask for room and no writing. Such a block is laid out as a guarded one, so that the way from the data back
+// to the block goes by the bit of room alone.
 void* GuardedData(uInt32 word, void* block, unsigned long size)
 {
+    KZ_ASSERT(block != nullptr);
     if ((word & kWrite) != 0) {
         return InitGuardsAndSize(block, size);
     }
@@ -339,6 +370,7 @@ KzBool CheckNewDeleteGuards(const void* ptr)
 
 namespace kz {
 
+// The word is read first, because that reads the environment, which decides whether guards are disabled.
 unsigned long HandleGuardSizeSet()
 {
     const uInt32 word = Word(gGuardBytes_Handle);

@@ -13,14 +13,16 @@ namespace kz {
 // size, so this module needs to know where it stands.
 inline constexpr unsigned long kHandleHeaderSize = 16;
 
-// The words of the three families, and what is known of them. Relaxed everywhere: settings, which order nothing.
+// The words of the three families, and what is known of them. GuardBytes.h tells their bits. Relaxed everywhere because
+// they are settings, which order nothing.
 extern std::atomic<uInt32> gGuardBytes_Handle;
 extern std::atomic<uInt32> gGuardBytes_Ptr;
 extern std::atomic<uInt32> gGuardBytes_NewDelete;
 extern std::atomic<bool> gGuardBytes_Initialized;
 extern std::atomic<bool> gGuardBytes_InitializedAndDisabled;
 
-// Whether guards play no part, as far as handles and pointers go.
+// Whether guards play no part, as far as handles and pointers go. False until the environment is read, so that the
+// first look at a word is made, which reads it.
 inline bool GuardsDisabled()
 {
     return gGuardBytes_InitializedAndDisabled.load(std::memory_order_relaxed);

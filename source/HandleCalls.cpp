@@ -1,6 +1,16 @@
+// The life of a handle. A make takes a master, which is 0 until the data is there; so a validity test never sees a
+// handle without data, and a failure gives the master back unseen. A resize fills a new block and shows it by one store
+// to the master; until then nothing has changed, so a failure leaves the handle as it was. A disposal gives the master
+// back first and frees the data then, so that no handle in use ever has freed data.
+//
+// No lock is held while the host's procedures run: they may make and dispose handles.
+//
+// The order of what a host can watch, the memory-full procedure, the trace and the reports, is the same for all calls:
+// first the lack of memory, then the trace, then the report of the failed call.
 #include "HandleCalls.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "BufferCache.h"
@@ -18,7 +28,8 @@ namespace {
 
 constexpr char kModule[] = "source/HandleCalls";
 
-// A block from the cache, or null.
+// A block from the cache, or null. The cache is asked by size and place alone: what the block held is the caller's to
+// overwrite.
 unsigned char* TakeCached(const HandleRequest& request)
 {
     if (request.blocks != Blocks::kCached) {
@@ -33,14 +44,16 @@ unsigned char* TakeCached(const HandleRequest& request)
 // out of memory, with `*blockSize` as AllocateHandleData sets it.
 unsigned char* ObtainData(const HandleRequest& request, unsigned long kept, unsigned long* blockSize)
 {
+    KZ_ASSERT(kept <= request.size);
     const unsigned long toZero = request.fill == Fill::kZero ? request.size - kept : 0;
-    // The allocator zeros all of a block: not where it would zero more for nothing than is asked for.
+    // The allocator can only zero a whole block. It is asked to where at least half of that is wanted, because the kept
+    // bytes are written again anyway.
     Fill fill = toZero != 0 && toZero >= kept ? Fill::kZero : Fill::kNone;
     unsigned char* data = TakeCached(request);
     if (data == nullptr) {
         data = AllocateHandleData(request.size, request.align, fill, blockSize);
     } else {
-        fill = Fill::kNone;
+        fill = Fill::kNone;  // a cached block holds what its last owner left
     }
     if (data == nullptr) {
         return nullptr;
@@ -57,6 +70,7 @@ unsigned char* ObtainData(const HandleRequest& request, unsigned long kept, unsi
 // A free master, or null after the reports and the memory-full call that its lack asks for.
 MasterWord* ObtainMaster(MemZoneRec* zone)
 {
+    // A damaged chain is no lack of memory, so the memory-full procedure is not told of it.
     const bool checks = gMemoryDebugger.load(std::memory_order_relaxed) != 0;
     FreeChainState state = FreeChainState::kSound;
     MasterWord* const master = checks ? TakeMasterChecked(zone, &state) : TakeMaster(zone);
@@ -75,6 +89,7 @@ UHandle TryNewHandle(MemZoneRec* zone, const HandleRequest& request)
     unsigned long blockSize;
     unsigned char* const data = ObtainData(request, 0, &blockSize);
     if (data == nullptr) {
+        // Nobody has seen the master, which is 0, so it can go back as if it had never been taken.
         ReturnMaster(zone, master);
         return nullptr;
     }
@@ -85,9 +100,8 @@ UHandle TryNewHandle(MemZoneRec* zone, const HandleRequest& request)
 
 void Insert(const Insertion& insertion, unsigned char* data)
 {
-    if (insertion.size != 0) {
-        MoveBytes(insertion.from, data + insertion.at, insertion.size);
-    }
+    KZ_ASSERT(insertion.at + insertion.size <= HandleDataSize(data));
+    MoveBytes(insertion.from, data + insertion.at, insertion.size);
 }
 
 }  // namespace
@@ -100,6 +114,7 @@ void CheckAfterChange([[maybe_unused]] const void* handle)
             KZ_REPORT(kDbgFatal, 0x8F35C1D2) << "Memory is damaged: " << fault;
         }
     } else if (handle != nullptr) {
+        // What a faulty layout shows in the handle itself, without a walk over all others.
         unsigned char* const data = DataOf(handle);
         const HandleAlignment align = HandleDataPlace(data).align;
         KZ_ASSERT(align == NormalAlignment(align.alignment, align.offset));
@@ -110,6 +125,7 @@ void CheckAfterChange([[maybe_unused]] const void* handle)
 
 bool ReportFreeChain(FreeChainState state)
 {
+    // Told after the walk and outside its lock, because a report runs the host's handler.
     switch (state) {
         case FreeChainState::kBadCount:
             KZ_REPORT(kDbgFatal, 0x60B5D89E) << "bad freemaster count";
@@ -164,9 +180,12 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
                        const Insertion& insertion)
 {
     auto* const master = static_cast<MasterWord*>(handle);
+    KZ_ASSERT(IsHandleWord(oldData));
     const unsigned long size = request.size;
-    const unsigned long oldSize = HandleDataSize(oldData);
-    if (size == oldSize && request.align == HandleDataPlace(oldData).align) {
+    const auto [oldSize, oldBlock, oldAlign] = HandleDataPlace(oldData);
+    // Nothing to do is nothing to count or trace. The alignment is compared too, because a call may ask for the same
+    // size at another one.
+    if (size == oldSize && request.align == oldAlign) {
         Insert(insertion, oldData);
         return kzErrNone;
     }
@@ -175,6 +194,7 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
     unsigned char* const data = ObtainData(request, kept, &blockSize);
     if (data == nullptr) {
         RaiseCounter(kResizes);
+        // A size that no block can have is no lack of memory that the procedure could mend.
         if (blockSize != 0) {
             TellMemoryFull(blockSize);
         }
@@ -186,7 +206,8 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
     // The old block goes last, because the inserted bytes may stand in it.
     Insert(insertion, data);
     StoreMaster(master, data);
-    FreeHandleData(oldData);
+    std::free(oldBlock);
+    // Stress handles have this one effect.
     if (gStressHandles.load(std::memory_order_relaxed) == 0) {
         RaiseCounter(kMoves);
     }
@@ -198,6 +219,7 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
 
 UHandle LoadVariable(const void* variable)
 {
+    // Copied as bytes, because the variable's own type points to something else and may not be read as this one.
     UHandle handle;
     std::memcpy(&handle, variable, sizeof handle);
     return handle;
@@ -218,7 +240,7 @@ KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& r
     }
     const UHandle made = NewHandle(request);
     if (made == nullptr) {
-        return kzErrMemoryFull;
+        return kzErrMemoryFull;  // the make has told of it; no call on a handle has failed
     }
     Insert(insertion, DataOf(made));
     StoreVariable(variable, made);
@@ -228,6 +250,8 @@ KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& r
 void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master, unsigned char* data, Blocks blocks)
 {
     const unsigned long size = HandleDataSize(data);
+    KZ_ASSERT(LoadMaster(master) == data);
+    // From here on another thread may make a handle with this master, so the trace below gets no more than its name.
     ReturnMaster(zone, master);
     BufferCache* const cache = blocks == Blocks::kCached ? s_bufferCachePtr.load(std::memory_order_acquire) : nullptr;
     if (cache != nullptr && cache->CanCacheAllocation(size)) {
@@ -257,6 +281,7 @@ KzErr DisposeAndNull(const char* call, void* variable)
     if (variable == nullptr) {
         return kzErrNone;
     }
+    // Nulled first, so that no failure leaves a handle there that a second disposal would meet.
     const UHandle old = LoadVariable(variable);
     StoreVariable(variable, nullptr);
     return DisposeHandle(call, old);

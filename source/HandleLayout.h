@@ -17,10 +17,12 @@
 #define KZCORE_HANDLELAYOUT_H
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "GuardChecks.h"
 #include "KZTypes.h"
+#include "KzAssert.h"
 #include "MemorySource.h"
 
 namespace kz {
@@ -71,7 +73,8 @@ constexpr HandleAlignment NormalAlignment(unsigned long alignment, unsigned long
     return {power, rounded};
 }
 
-// The size of the block for a handle of `size` bytes; 0 when it does not fit the address space.
+// The size of the block for a handle of `size` bytes; 0 when it does not fit the address space. An alignment above 8
+// needs room for the tag and for the data to move up, by less than the alignment and the offset together.
 constexpr unsigned long HandleBlockSize(unsigned long size, HandleAlignment align, unsigned long guard)
 {
     unsigned long block = size + 2 * guard + kHandleHeaderSize;
@@ -82,6 +85,7 @@ constexpr unsigned long HandleBlockSize(unsigned long size, HandleAlignment alig
         block += align.alignment + align.offset + 4 + (offsetIsOdd4 ? 0 : 4);
     }
     block = (block + align.alignment - 1) & ~(align.alignment - 1);
+    // What is added is less than 200,000, so a sum that has wrapped is smaller than the size.
     return block > size ? block : 0;
 }
 
@@ -89,6 +93,7 @@ constexpr unsigned long HandleBlockSize(unsigned long size, HandleAlignment alig
 inline unsigned char* LayOutHandle(unsigned char* block, unsigned long size, HandleAlignment align, unsigned long guard)
 {
     const auto base = reinterpret_cast<uintptr_t>(block);
+    KZ_ASSERT(base % 8 == 0);
     uintptr_t header = base;
     if (align.alignment > 8) {
         // The first address behind the tag that aligns the data.
@@ -117,8 +122,11 @@ inline unsigned long HandleDataSize(const unsigned char* data, unsigned long gua
     return size;
 }
 
-// The block that the data stands in, and the alignment it was laid out with.
+// What the header says of the data: its size, the block that it stands in, and the alignment that it was laid out with.
+// Only as true as the handle is good, so the calls look at the handle, and at its guards where they are checked, before
+// they believe it.
 struct HandlePlace {
+    unsigned long size;
     unsigned char* block;
     HandleAlignment align;
 };
@@ -126,21 +134,47 @@ struct HandlePlace {
 inline HandlePlace HandleDataPlace(unsigned char* data, unsigned long guard = HandleGuardSize())
 {
     unsigned char* const header = data - guard - kHandleHeaderSize;
+    unsigned long size;
     uintptr_t address;
-    std::memcpy(&address, header + sizeof(unsigned long), sizeof address);
+    std::memcpy(&size, header, sizeof size);
+    std::memcpy(&address, header + sizeof size, sizeof address);
     if (address == 0) {
-        return {header, {8, 8}};
+        return {size, header, {8, 8}};
     }
+    // Reached from the header and not made from the number, so that the pointer keeps its origin.
     unsigned char* const block = header - (reinterpret_cast<uintptr_t>(header) - address);
     uInt16 tag[2];
     std::memcpy(tag, block, sizeof tag);
-    return {block, {tag[0], tag[1]}};
+    return {size, block, {tag[0], tag[1]}};
 }
 
 // The data of a new block, with room for its guards where those are on; null when out of memory. `*blockSize` is what
 // was asked of the allocator, 0 when that can't be said in an unsigned long. Freed with FreeHandleData.
-unsigned char* AllocateHandleData(unsigned long size, HandleAlignment align, Fill fill, unsigned long* blockSize);
-void FreeHandleData(unsigned char* data);
+inline unsigned char* AllocateHandleData(unsigned long size, HandleAlignment align, Fill fill, unsigned long* blockSize)
+{
+    KZ_ASSERT(align == NormalAlignment(align.alignment, align.offset));
+    const unsigned long guard = HandleGuardSize();
+    *blockSize = HandleBlockSize(size, align, guard);
+    if (*blockSize == 0) {
+        return nullptr;
+    }
+    // A handle without data gets a byte more. The data's address would else be the end of the block, where another
+    // block may begin, and DSRecoverHandle would find the handle for that block's address.
+    auto* const block = static_cast<unsigned char*>(AllocateBytes(*blockSize + (size == 0 ? 1 : 0), fill));
+    if (block == nullptr) {
+        return nullptr;
+    }
+    unsigned char* const data = LayOutHandle(block, size, align, guard);
+    KZ_ASSERT(HandleDataPlace(data).block == block && HandleDataPlace(data).align == align);
+    KZ_ASSERT(data + size + guard <= block + *blockSize);
+    return data;
+}
+
+inline void FreeHandleData(unsigned char* data)
+{
+    KZ_ASSERT(data != nullptr);
+    std::free(HandleDataPlace(data).block);
+}
 
 }  // namespace kz
 

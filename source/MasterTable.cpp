@@ -28,6 +28,7 @@ static_assert(std::atomic_ref<MasterWord>::required_alignment <= alignof(MasterW
 
 namespace {
 
+// Frees an index that could not be published.
 struct FreeBytes {
     void operator()(void* block) const { std::free(block); }
 };
@@ -39,6 +40,7 @@ IndexOwner MakeIndex(const MasterBlockIndex* older, masterBlock* block)
     const uInt32 count = (older == nullptr ? 0 : older->count) + 1;
     const std::size_t size = offsetof(MasterBlockIndex, blocks) + count * sizeof(masterBlock*);
     IndexOwner index(static_cast<MasterBlockIndex*>(AllocateBytes(size)));
+    // A merge keeps the order without a sort, because the older index has its blocks in order.
     if (index != nullptr) {
         index->older = older;
         index->count = count;
@@ -48,6 +50,7 @@ IndexOwner MakeIndex(const MasterBlockIndex* older, masterBlock* block)
     return index;
 }
 
+// An address without its low bits.
 using Granule = uintptr_t;
 
 Granule FirstGranule(const masterBlock* block)
@@ -89,7 +92,7 @@ void FillSlots(GranuleTable* granules, masterBlock* block)
     }
 }
 
-// Slots that hold `block` in all their places, a power of two of them; null when out of memory.
+// A table of `slots` slots, a power of two, which hold `block` in all their places; null when out of memory.
 GranuleTable* MakeGranuleTable(uintptr_t slots, GranuleTable* older, masterBlock* block)
 {
     KZ_ASSERT((slots & (slots - 1)) == 0);
@@ -109,8 +112,8 @@ GranuleTable* MakeGranuleTable(uintptr_t slots, GranuleTable* older, masterBlock
     return table;
 }
 
-// Makes the newest block known to the granules, or to a larger table of them that all blocks are put into. A table is
-// kept at least four times as large as the granules that blocks reach into, so that few blocks meet in a slot.
+// Makes the newest block known to the granules, or to a larger table of them that all blocks are put into. A table
+// has at least eight slots for each block, so that few blocks meet in one.
 void AddToGranules(MasterTable* table, masterBlock* block) KZ_REQUIRES(gMemoryRights)
 {
     constexpr uintptr_t kFirstSlots = 64;
@@ -122,7 +125,7 @@ void AddToGranules(MasterTable* table, masterBlock* block) KZ_REQUIRES(gMemoryRi
     }
     GranuleTable* const larger = MakeGranuleTable(old == nullptr ? kFirstSlots : (old->mask + 1) * 2, old, block);
     if (larger == nullptr) {
-        // No failure: the crowded table goes on and has no room for some blocks, which the index then finds.
+        // This is no failure: the crowded table goes on, and the index finds those blocks that have no room in it.
         if (old != nullptr) {
             FillSlots(old, block);
         }
@@ -137,6 +140,7 @@ void AddToGranules(MasterTable* table, masterBlock* block) KZ_REQUIRES(gMemoryRi
 // The last block not above `address`, or null.
 masterBlock* FindInIndex(const MasterBlockIndex* index, uintptr_t address)
 {
+    KZ_ASSERT(index->count != 0);
     // Halves the range without a branch on the outcome, which would be mispredicted for random handles.
     masterBlock* const* base = index->blocks;
     for (uInt32 count = index->count; count > 1;) {
@@ -169,6 +173,7 @@ bool FindMasterBlock(MasterTable* table, const void* handle)
     if (block == nullptr) {
         return false;
     }
+    // Only a block that has the address becomes a recent one: a liar's address leaves no trace here.
     // Relaxed, and two threads may pick the same place, because which of the two is replaced is a matter of speed only.
     const uInt32 pick = table->pick.load(std::memory_order_relaxed);
     table->recent[pick & 1].store(block, std::memory_order_release);
@@ -178,11 +183,13 @@ bool FindMasterBlock(MasterTable* table, const void* handle)
 
 bool AddToTable(MasterTable* table, masterBlock* block)
 {
-    KZ_ASSERT(FindIndexedBlock(table, block->masters) == nullptr);
+    KZ_ASSERT(block != nullptr && FindIndexedBlock(table, block->masters) == nullptr);
+    // Made first, because it alone can fail.
     IndexOwner index = MakeIndex(table->index.load(std::memory_order_relaxed), block);
     if (index == nullptr) {
         return false;
     }
+    // Readers come by the index and the granules, which are last.
     block->next = table->blocks;
     table->blocks = block;
     ++table->blockCount;
@@ -206,6 +213,7 @@ void FreeTables(MasterTable* table) KZ_NO_THREAD_CHECK
     }
     for (masterBlock* block = table->blocks; block != nullptr;) {
         masterBlock* const next = block->next;
+        // A block with damaged guards is told of and left, as every other pointer block with such guards is.
         if (PtrGuardsPass(block)) {
             FreeTable(block);
         }
@@ -221,6 +229,7 @@ masterBlock* NewestBlock(const MasterTable* table)
 
 BlockChainState CheckBlockChain(const MasterTable* table)
 {
+    // A chain that a stray write has closed to a circle has too many blocks as well, so the walk ends.
     uInt32 count = 0;
     for (const masterBlock* block = table->blocks; block != nullptr; block = block->next) {
         if (++count > table->blockCount) {
@@ -232,7 +241,7 @@ BlockChainState CheckBlockChain(const MasterTable* table)
 
 namespace {
 
-// Whether there is a block that begins at this address.
+// Whether a block begins at this address, which needs not be readable.
 bool IsBlock(const MasterBlockIndex* index, const masterBlock* block)
 {
     return index != nullptr && FindInIndex(index, reinterpret_cast<uintptr_t>(block)) == block;
@@ -263,6 +272,7 @@ const char* TableFault(const MasterTable* table)
         case BlockChainState::kSound:
             break;
     }
+    // The index is what every block is found by, so the two must name the same blocks, no more and no fewer.
     const MasterBlockIndex* const index = table->index.load(std::memory_order_relaxed);
     if (index != nullptr && index->count != table->blockCount) {
         return "more or fewer blocks in the index than counted";

@@ -39,12 +39,14 @@ namespace kz {
 using MasterWord = unsigned char*;
 inline constexpr uInt32 kMastersPerBlock = 10000;
 
+// Given to the free chain as a whole, and never taken apart again.
 struct masterBlock {
     masterBlock* next;  // the block made before this one
     MasterWord masters[kMastersPerBlock];
 };
 
-// All blocks of a zone, by rising address.
+// All blocks of a table, by rising address. Immutable once it is published; `older` is the one that it replaced, kept
+// for readers that may still search it.
 struct MasterBlockIndex {
     const MasterBlockIndex* older;
     uInt32 count;
@@ -93,8 +95,8 @@ void FreeTables(MasterTable* table);
 // its head only.
 masterBlock* NewestBlock(const MasterTable* table);
 
-// A master word is read by validity tests on any thread; relaxed, because a handle reaches another thread only by some
-// synchronisation of its users, which orders the data as well.
+// A master's word, which validity tests on any thread may read at the same time. Relaxed, because a handle reaches
+// another thread only by some synchronisation of its users, which orders the data as well.
 inline MasterWord LoadMaster(const MasterWord* master)
 {
     return std::atomic_ref<MasterWord>(*const_cast<MasterWord*>(master)).load(std::memory_order_relaxed);
@@ -111,6 +113,7 @@ bool FindMasterBlock(MasterTable* table, const void* handle);
 // The block that has the address among its masters, by the index alone; null when none has.
 masterBlock* FindIndexedBlock(const MasterTable* table, const void* address);
 
+// Whether a master with this word is free.
 inline bool IsFreeLink(MasterWord word)
 {
     return (reinterpret_cast<uintptr_t>(word) & 1) != 0;
@@ -122,6 +125,7 @@ inline bool IsHandleWord(MasterWord word)
     return word != nullptr && !IsFreeLink(word);
 }
 
+// Whether the address lies among the masters of the block, which may be null.
 inline bool IsInBlock(const masterBlock* block, const void* handle)
 {
     // One unsigned comparison for both ends. No block stands at the address 0, which an empty slot holds.
@@ -130,11 +134,14 @@ inline bool IsInBlock(const masterBlock* block, const void* handle)
     return isInRange & (block != nullptr);
 }
 
+// The same for the blocks of the address's slot; false for a null table.
 inline bool IsInGranule(const GranuleTable* granules, const void* handle)
 {
     if (granules == nullptr) {
         return false;
     }
+    // The comparison with the range is the whole test: a slot that other stretches of memory share holds blocks that
+    // the address does not lie in.
     const auto address = reinterpret_cast<uintptr_t>(handle) - offsetof(masterBlock, masters);
     const GranuleTable::Slot& slot = granules->SlotOf(reinterpret_cast<uintptr_t>(handle));
     const auto offsetIn = [&](int i) {
@@ -155,12 +162,15 @@ inline bool IsInMasterBlock(MasterTable* table, const void* address)
 // where another thread ends the handle meanwhile.
 inline MasterWord FindHandleData(MasterTable* table, const void* handle, bool skipRange)
 {
+    // An address between two masters would be read as halves of two words, which could look like any data.
     if (table == nullptr || handle == nullptr || reinterpret_cast<uintptr_t>(handle) % sizeof(MasterWord) != 0) {
         return nullptr;
     }
+    // Any other memory may hold a word that looks like data, or may not be readable at all.
     if (!skipRange && !IsInMasterBlock(table, handle)) {
         return nullptr;
     }
+    // A handle that was disposed holds a link, or 0 where it is being made anew: no data either way.
     const MasterWord word = LoadMaster(static_cast<const MasterWord*>(handle));
     return IsHandleWord(word) ? word : nullptr;
 }

@@ -1,3 +1,5 @@
+// The zone is walked first and the cache second, each under its own lock and never under both, because the cache's lock
+// and gMemoryRights are leaves of the order of locks.
 #include "MemoryChecks.h"
 
 #include <atomic>

@@ -1,8 +1,14 @@
+// Copies into handles, and moves of plain bytes. A source may be the very handle that is written to, or stand in its
+// data. So every copy into a handle that exists goes through the Insertion of a resize, which reads the source while
+// the old block is still there; nothing is read after a resize has moved or freed it.
+//
+// A handle that is the source is read once, by SourceData, and its size and data are used from there on.
 #include <climits>
 #include <cstring>
 
 #include "HandleCalls.h"
 #include "HandleLayout.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "MemorySettings.h"
@@ -20,6 +26,7 @@ constexpr char kModule[] = "source/MemoryCopies";
 // The data of a source after a size query's look at it; null after the report of a bad one.
 const unsigned char* SourceData(const void* handle)
 {
+    // The look is that of a size query, and so is the report.
     const unsigned char* const data = kz::GoodData(handle, kz::kRangeForQueries);
     if (data == nullptr) {
         KZ_REPORT(kDbgFatal, 0xA0C94E67);
@@ -27,7 +34,7 @@ const unsigned char* SourceData(const void* handle)
     return data;
 }
 
-// A variable of its own, or bytes: an address that is null and used.
+// Whether bytes are asked for at a null address. A null address of no bytes is sound.
 bool LacksBytes(const void* ptr, unsigned long n)
 {
     return ptr == nullptr && n != 0;
@@ -41,6 +48,8 @@ KzErr CopyHandle(const char* call, void* dest, const void* src)
     if (src == nullptr) {
         return kz::DisposeAndNull(call, dest);
     }
+    // A copy of a handle over itself would be a resize to its own size; it is told of because the caller most likely
+    // wants a second handle.
     if (kz::LoadVariable(dest) == src) {
         KZ_REPORT(kDbgWarning, 0x58D3F12A) << "Should call DSHandToHand. This is a no-op";
         return kzErrNone;
@@ -67,6 +76,7 @@ KzErr DuplicateHandle(void* variable)
     if (copy == nullptr) {
         return kzErrMemoryFull;
     }
+    // The old handle is not disposed, because it may have other owners than the variable.
     kz::MoveBytes(data, DataOf(copy), size);
     kz::StoreVariable(variable, copy);
     return kzErrNone;
@@ -77,6 +87,7 @@ KzErr SetFromPtr(const char* call, void* variable, const void* ptr, unsigned lon
     return LacksBytes(ptr, n) ? kzErrArgument : kz::ResizeOrNewHandle(call, variable, BySize(n), {ptr, 0, n});
 }
 
+// What the variable holds is not looked at, and nulled even where the make then fails.
 KzErr NewFromPtr(const char* call, const void* ptr, void* variable, unsigned long n)
 {
     if (variable == nullptr || LacksBytes(ptr, n)) {
@@ -101,12 +112,15 @@ KzErr AppendBytes(const char* call, const void* ptr, void* handle, unsigned long
         return kz::BadHandle(call);
     }
     const unsigned long size = HandleDataSize(data);
+    // A size that wraps is asked for as the largest there is, which fails as a lack of memory does, trace and report
+    // included.
     if (size + n < size) {
-        return kz::ResizeGoodHandle(call, handle, data, BySize(ULONG_MAX));  // no block is that large
+        return kz::ResizeGoodHandle(call, handle, data, BySize(ULONG_MAX));
     }
     return kz::ResizeGoodHandle(call, handle, data, BySize(size + n), {ptr, size, n});
 }
 
+// The source may be the handle that is appended to: its size is read before the resize changes it.
 KzErr AppendHandle(const char* call, const void* from, void* to)
 {
     const unsigned char* const data = SourceData(from);
@@ -117,6 +131,8 @@ KzErr AppendHandle(const char* call, const void* from, void* to)
 template <typename Word>
 void SwapWords(unsigned char* a, unsigned char* b, unsigned long n)
 {
+    KZ_ASSERT(reinterpret_cast<uintptr_t>(a) % sizeof(Word) == 0 && reinterpret_cast<uintptr_t>(b) % sizeof(Word) == 0);
+    KZ_ASSERT(n % sizeof(Word) == 0);
     for (unsigned long i = 0; i + sizeof(Word) <= n; i += sizeof(Word)) {
         Word x;
         Word y;
@@ -167,6 +183,7 @@ KzErr DSSetHandleFromPtrNULLMeansEmpty(void* variable, const void* ptr, unsigned
     if (n != 0) {
         return SetFromPtr(kCall, variable, ptr, n);
     }
+    // A disposal that fails has been reported, and the variable is null all the same, as asked.
     kz::DisposeAndNull(kCall, variable);
     return variable == nullptr ? kzErrArgument : kzErrNone;
 }
@@ -231,6 +248,7 @@ void ClearMem(void* p, unsigned long n)
 
 void SwapBlock(void* a, void* b, unsigned long n)
 {
+    // Words are possible where both areas reach a word's boundary after the same number of bytes.
     auto* first = static_cast<unsigned char*>(a);
     auto* second = static_cast<unsigned char*>(b);
     const uintptr_t address = reinterpret_cast<uintptr_t>(a);

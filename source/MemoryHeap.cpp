@@ -1,3 +1,9 @@
+// Plain pointer blocks, the check of the heap and its statistics. The two stand in one module because each calls the
+// other: with the memory debugger on, the make of a block checks the heap, and a check makes and frees a block. The
+// flag inHeapCheck ends that circle, at the second check.
+//
+// The tables have no sizes of blocks, and nothing is asked of the allocator, so all statistics but the growth of the
+// data segment are 0.
 #include <cstring>
 
 #include "GuardChecks.h"
@@ -18,9 +24,11 @@ namespace {
 
 constexpr char kModule[] = "source/MemoryHeap";
 
+// Whether a check runs, on whichever thread. A second one gives 0 at once.
 constinit std::atomic<bool> inHeapCheck{false};
 
-// The tables are looked at under the lock, what is wrong is told outside it.
+// The tables are looked at under the lock and what is wrong is told outside it, because a report runs the host's
+// handler, which may make handles. The free chain is long, so that only the memory debugger asks for it.
 KzErr CheckZone()
 {
     const MemZoneRec* const zone = MemZone();
@@ -45,6 +53,7 @@ KzErr CheckZone()
     return isFreeChainSound && blockChain == kz::BlockChainState::kSound ? kzErrNone : kzErrCorrupt;
 }
 
+// A null record asks for the check alone.
 KzErr GetStats(MemStatRec* stats)
 {
     const KzErr err = CheckZone();
@@ -73,11 +82,13 @@ KzErr CheckHeap(KzBool verbose)
     if (verbose != 0) {
         LogStats();
     }
-    DSDisposePtr(DSNewPtr(2));  // runs whatever checks the allocator has
+    // A make and a free run whatever checks the allocator has.
+    DSDisposePtr(DSNewPtr(2));
     inHeapCheck = false;
     return err;
 }
 
+// The memory debugger's look at all of the heap comes after the make, so that it covers the block itself.
 void* NewPtr(unsigned long size, Fill fill)
 {
     constexpr uintptr_t kPtrAlignment = 8;
@@ -85,6 +96,7 @@ void* NewPtr(unsigned long size, Fill fill)
     if (ptr == nullptr) {
         kz::TellMemoryFull(size);
     } else if (gMemoryDebugger.load(std::memory_order_relaxed) != 0) {
+        // The C library never returns such a block; one that a process puts in its place might.
         if (reinterpret_cast<uintptr_t>(ptr) % kPtrAlignment != 0) {
             KZ_REPORT(kDbgFatal, 0xE46A2F17) << "Ptr block not ptr-aligned";
         }
@@ -93,6 +105,8 @@ void* NewPtr(unsigned long size, Fill fill)
     return ptr;
 }
 
+// A block with damaged guards is left alone for its owner to look at, and because the address that the allocator gave
+// may not be the one that the guards point to any more.
 KzErr DisposePtr(const char* call, void* ptr)
 {
     if (ptr == nullptr) {
@@ -161,6 +175,7 @@ KzErr AZHeapCheck(KzBool verbose)
 
 KzBool MemCheckHeaps(void)
 {
+    // Flipped for this check and flipped back, so the check is the one that the debugger's other setting makes.
     ToggleMemoryDebugging();
     CheckHeap(1);
     return ToggleMemoryDebugging();
@@ -188,6 +203,7 @@ KzErr DSMemStats2(uInt64* totFreeSize, uInt64* maxFreeSize, uInt64* maxAllocSize
                   uInt64* totHandleSize, uInt64* totPtrSize, uInt64* spare, uInt64* totPhysSize, uInt32* freeCount,
                   uInt32* handleCount, uInt32* ptrCount, uInt32* blockCount)
 {
+    // Damage of the tables is in the result alone: the numbers are told all the same.
     MemStatRec stats;
     const KzErr err = GetStats(&stats);
     const auto give = [](auto* out, auto value) {

@@ -1,3 +1,9 @@
+// The exported calls on handles and on their settings, a line or two each above HandleCalls and MemorySettings, and the
+// service that starts and stops the handles.
+//
+// The service's start shows the zone before its lock exists: nobody else makes handles yet, and a null lock is nothing
+// to hold. Its stop hides the zone only after all handles are disposed, because each disposal is that of a handle in
+// use.
 #include "MemoryManager.h"
 
 #include <algorithm>
@@ -9,6 +15,7 @@
 #include "HandleCalls.h"
 #include "HandleLayout.h"
 #include "KZPlacement.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemorySettings.h"
 #include "MemorySource.h"
@@ -28,11 +35,11 @@ namespace {
 
 constexpr char kModule[] = "source/MemoryManager";
 
-// Kept for their setters' sake.
+// Kept because they can be set; nothing reads them.
 constinit std::atomic<KzBool> gCheckHighWaterMarks{0};
 constinit std::atomic<MemMutexAccessProc> gLogMemMutexAccessProc{nullptr};
 
-// As ResizeOrNewHandle, but size 0 is no handle.
+// As ResizeOrNewHandle, but a size of 0 stands for no handle.
 KzErr ResizeOrNoHandle(const char* call, void* variable, unsigned long size, Fill fill)
 {
     if (variable == nullptr) {
@@ -43,6 +50,7 @@ KzErr ResizeOrNoHandle(const char* call, void* variable, unsigned long size, Fil
 
 UHandle FindHandleOf(const MemZoneRec* zone, const unsigned char* data)
 {
+    // An odd address is no data, but would match a free master's link.
     if (kz::IsFreeLink(const_cast<MasterWord>(data))) {
         return nullptr;
     }
@@ -58,7 +66,7 @@ UHandle FindHandleOf(const MemZoneRec* zone, const unsigned char* data)
 
 UHandle RecoverHandle(const void* ptr)
 {
-    // The pointer stands for a handle's data, so it is the handles' guards that must be whole.
+    // The pointer stands for a handle's data, so the guards that are looked at are those of handles.
     if (ptr == nullptr || (ShouldCheckHandleGuardBytes() != 0 && CheckGuards(ptr, true) == 0)) {
         KZ_REPORT(kDbgFatal, 0xAB1F6C05);
         return nullptr;
@@ -71,6 +79,7 @@ UHandle RecoverHandle(const void* ptr)
     return handle;
 }
 
+// All that a call on a handle's state does, because no state changes anything: handles never move on their own.
 KzErr CheckState(const char* call, const void* handle)
 {
     return kz::IsGoodHandle(handle, kz::kRangeForChanges) ? kzErrNone : kz::BadHandle(call);
@@ -228,6 +237,7 @@ unsigned long AZGetHandleSize(const void* handle)
 
 KzErr DSCheckHandle(const void* handle)
 {
+    // The level of handle checking plays no part here, because any address may be asked about.
     return kz::IsGoodHandle(handle, kz::kRangeAlways) ? kzErrNone : kzErrBadZone;
 }
 
@@ -253,12 +263,14 @@ UHandle AZRecoverHandle(const void* ptr)
 
 KzErr DSSwapHandles(void* a, void* b)
 {
+    // Both are looked at before either changes.
     unsigned char* const dataA = kz::GoodData(a, kz::kRangeForChanges);
     unsigned char* const dataB = dataA == nullptr ? nullptr : kz::GoodData(b, kz::kRangeForChanges);
     if (dataB == nullptr) {
         KZ_REPORT(kDbgFatal, 0x590CE3A8);
         return kzErrBadZone;
     }
+    // Sound, and nothing to do, but no caller that has two handles asks for it.
     if (a == b) {
         KZ_REPORT(kDbgFatal, 0xC7824D1B);
         return kzErrNone;
@@ -352,6 +364,7 @@ KzBool GetMemoryManagerInitialized(void)
 
 void DSReadCounters(uInt64* counters)
 {
+    // The counters go on without the service, for pointer blocks; only its life is told.
     if (counters == nullptr) {
         return;
     }
@@ -415,9 +428,11 @@ void StopZone(MemZoneRec* zone)
     kz::DestroyZone(zone);
 }
 
-// Logs and disposes what the callers have left.
+// Logs and disposes what the callers have left. The procedure of a module may dispose other handles meanwhile, which
+// come later in the walk and are then free masters, or came before.
 void RecoverHandles(MemZoneRec* zone)
 {
+    KZ_ASSERT(zone == MemZone());
     unsigned long long count = 0;
     unsigned long long bytes = 0;
     for (kz::masterBlock* block = kz::NewestBlock(zone); block != nullptr; block = block->next) {
@@ -457,7 +472,7 @@ KzErr MemoryManager_Service::_Init()
     }
     gMemoryDebugger.store(0, std::memory_order_relaxed);
     kz::gMemZone.store(zone, std::memory_order_release);
-    // A block that can't be had now is tried again by the first make that lacks it.
+    // A block that can't be had here is no failure, because the first make that lacks it tries again.
     for (int i = 0; i < kBlocksAtStart; ++i) {
         if (!kz::AddMasterBlock(zone)) {
             kz::TellMemoryFull(kz::kMasterBlockSize);
@@ -480,6 +495,7 @@ KzErr MemoryManager_Service::_Uninit()
     if (MemZoneRec* const zone = MemZone()) {
         RecoverHandles(zone);
     }
+    // Nulled because any call may still take the lock, which is then nothing to hold.
     ThMutexDestroy(kz::gMemoryRights);
     kz::gMemoryRights = nullptr;
     kz::ExchangeMemFullProc(nullptr);

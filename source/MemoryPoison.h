@@ -27,6 +27,7 @@
 
 namespace kz {
 
+// Nobody may touch the bytes from here on.
 inline void PoisonMemory([[maybe_unused]] const void* p, [[maybe_unused]] std::size_t n)
 {
 #if defined(KZ_ASAN)

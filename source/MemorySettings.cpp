@@ -19,6 +19,7 @@ void IgnoreMemFull(unsigned long /*size*/) {}
 
 uInt32 HandleCheckingOf(const char* setting)
 {
+    // A text that is none of these is taken for a mistake, and the handles are looked at fully.
     const auto is = [setting](const char* text) { return std::strcmp(setting, text) == 0; };
     if (setting == nullptr) {
         return kz::kHighestHandleChecking;
@@ -48,6 +49,7 @@ namespace {
 
 bool ReadHandleChecking()
 {
+    // Exchanged only if nobody has set a level, and in one step, because a thread of the host may be setting one.
     uInt32 unread = kHandleCheckingUnread;
     return kz::gHandleChecking.compare_exchange_strong(unread, HandleCheckingOf(std::getenv("ZVHandleCheck")));
 }

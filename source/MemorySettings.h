@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "KZTypes.h"
+#include "KzAssert.h"
 #include "MemoryProcs.h"
 
 // Null: no procedure. The memory-full procedure is never null.
@@ -38,7 +39,9 @@ MemFullProc ExchangeMemFullProc(MemFullProc proc);
 // Tells the memory-full procedure of a size that could not be had. It may call anything, so no lock is held here.
 inline void TellMemoryFull(unsigned long size)
 {
-    gMemFullProc.load()(size);
+    const MemFullProc proc = gMemFullProc.load();
+    KZ_ASSERT(proc != nullptr);
+    proc(size);
 }
 
 // Tells the trace procedure, if there is one, of a call on a handle that ends here.
@@ -49,6 +52,7 @@ inline void TraceHandle(MemEventKind kind, KzErr err, UHandle handle, unsigned l
     }
 }
 
+// Calls the procedure that follows each move and clearing of bytes, if there is one.
 inline void CallMemoryCheck()
 {
     if (const MemoryCheckCallback proc = gMemoryCheckCallback.load(std::memory_order_relaxed)) {

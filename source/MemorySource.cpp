@@ -1,5 +1,7 @@
-// A pointer block is what the allocator gives, with the guards of GuardBytes inside it where those are on. Nothing else
-// is stored about it, so a block can be freed at any time, also while the memory service does not run.
+// A pointer block is what the allocator returns, with the guards of GuardBytes inside where those are on. Nothing else
+// is stored about the block, so it can be made and freed at any time, also while the memory service does not run. The
+// family's setting of room never changes after the first block, so PtrGuardsSize tells at the free what it told at the
+// make.
 #include "MemorySource.h"
 
 #include <cstdlib>
@@ -7,6 +9,7 @@
 
 #include "GuardBytes.h"
 #include "GuardChecks.h"
+#include "KzAssert.h"
 #include "LiveCount.h"
 #include "PlatformHeap.h"
 
@@ -18,6 +21,7 @@ constinit MemoryCounters gMemoryCounters{};
 
 namespace {
 
+// The end of the data segment at MarkHeap; 0 while nothing is measured.
 constinit std::atomic<uintptr_t> gBreakMark{0};
 
 void* AllocateGuarded(unsigned long size, Fill fill)
@@ -29,12 +33,14 @@ void* AllocateGuarded(unsigned long size, Fill fill)
     if (block == nullptr) {
         return nullptr;
     }
+    // Counted for the tables too, as DSReadCounters documents.
     RaiseCounter(kPointersMade);
     return guards == 0 ? block : InitPtrGuards(block, size);
 }
 
 void FreeGuarded(void* ptr)
 {
+    KZ_ASSERT(ptr != nullptr);
     std::free(PtrGuardsSize() == 0 ? ptr : GetOrigPtrFromGuardedPtr(ptr));
 }
 

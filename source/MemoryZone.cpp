@@ -20,7 +20,8 @@ constinit std::atomic<MemZoneRec*> gMemZone{nullptr};
 
 namespace {
 
-// The word of a free master whose successor in the chain is `next`, which may be null, and back.
+// The word of a free master whose successor in the chain is `next`, which may be null, and back. Masters stand at even
+// addresses, so bit 0 of theirs is free for the mark.
 MasterWord LinkTo(const MasterWord* next)
 {
     return reinterpret_cast<MasterWord>(reinterpret_cast<uintptr_t>(next) | 1);
@@ -44,12 +45,14 @@ bool AddMasterBlockLocked(MemZoneRec* zone) KZ_REQUIRES(gMemoryRights)
         block->masters[i] = LinkTo(&block->masters[i + 1]);
     }
     block->masters[kMastersPerBlock - 1] = LinkTo(zone->freeMasters);
+    // The block's last link already leads on to the chain, which is unchanged while the table may still refuse.
     if (!AddToTable(zone, block)) {
         FreeTable(block);
         return false;
     }
     zone->freeMasters = &block->masters[0];
     zone->freeMasterCount += kMastersPerBlock;
+    KZ_ASSERT_SLOW(TableFault(zone) == nullptr);
     return true;
 }
 
@@ -58,6 +61,7 @@ MasterWord* TakeMasterLocked(MemZoneRec* zone) KZ_REQUIRES(gMemoryRights)
     if (zone->freeMasters == nullptr && !AddMasterBlockLocked(zone)) {
         return nullptr;
     }
+    KZ_ASSERT(zone->freeMasterCount != 0);
     MasterWord* const master = zone->freeMasters;
     zone->freeMasters = LinkedMaster(LoadMaster(master));
     --zone->freeMasterCount;
@@ -69,6 +73,7 @@ MasterWord* TakeMasterLocked(MemZoneRec* zone) KZ_REQUIRES(gMemoryRights)
 
 MemZoneRec* CreateZone()
 {
+    // Cleared before the zone is there to be asked for them, so that no counts of an earlier life are ever told.
     SetCounters({});
     void* const storage = AllocateBytes(sizeof(MemZoneRec));
     return storage == nullptr ? nullptr : ::new (storage) MemZoneRec;
@@ -78,6 +83,7 @@ void DestroyZone(MemZoneRec* zone)
 {
     KZ_ASSERT(MemZone() != zone);
     FreeTables(zone);
+    // Not deleted, because its storage came from AllocateBytes.
     zone->~MemZoneRec();
     std::free(zone);
 }
@@ -97,6 +103,7 @@ MasterWord* TakeMaster(MemZoneRec* zone)
 MasterWord* TakeMasterChecked(MemZoneRec* zone, FreeChainState* state)
 {
     ScopedLock lock(gMemoryRights);
+    // A master is not taken off a damaged chain, because the next link could lead anywhere.
     *state = CheckFreeChain(zone);
     return *state == FreeChainState::kSound ? TakeMasterLocked(zone) : nullptr;
 }
@@ -149,14 +156,14 @@ const char* HandleFault(unsigned char* data)
     if (guard != 0 && !GuardsAreSound(data, true)) {
         return "a handle's guards are damaged";
     }
-    const HandleAlignment align = HandleDataPlace(data).align;
+    const auto [size, block, align] = HandleDataPlace(data);
     if (align != NormalAlignment(align.alignment, align.offset)) {
         return "a handle's alignment or offset is damaged";
     }
     if ((reinterpret_cast<uintptr_t>(data) + align.offset) % align.alignment != 0) {
         return "a handle's data is not aligned as its header says";
     }
-    if (HandleBlockSize(HandleDataSize(data), align, guard) == 0) {
+    if (HandleBlockSize(size, align, guard) == 0) {
         return "a handle's size is damaged";
     }
     return nullptr;
@@ -166,12 +173,12 @@ const char* HandleFault(unsigned char* data)
 
 FreeChainState CheckFreeChain(const MemZoneRec* zone)
 {
-    // A count with its top bit set comes from one master that was returned too often, or from a stray write, and would
-    // let the walk run for long.
+    // Only a stray write can set the count's top bit; the walk would then be long.
     if (static_cast<int32>(zone->freeMasterCount) < 0) {
         return FreeChainState::kBadCount;
     }
     const MasterWord* master = zone->freeMasters;
+    // No more steps than are counted, so that a chain that a stray write has closed to a circle ends too.
     for (uInt32 i = 0; i < zone->freeMasterCount; ++i) {
         master = FreeMasterAt(zone, master);
         if (master == nullptr) {
@@ -184,6 +191,7 @@ FreeChainState CheckFreeChain(const MemZoneRec* zone)
 
 const char* ZoneFault(const MemZoneRec* zone)
 {
+    // From the outside inwards, because each step believes what the one before has proved: blocks, links, headers.
     ScopedLock lock(gMemoryRights);
     const char* fault = TableFault(zone);
     if (fault == nullptr) {

@@ -1,3 +1,5 @@
+// Blocks of this family are laid out as pointer blocks, but by a word of their own. Where no family has room for guards
+// and this one does not check, both calls are those of the C library, so that their cost is one test.
 #include "TrackedMalloc.h"
 
 #include <cstdlib>
@@ -16,6 +18,7 @@ void* TrackedMalloc(size_t size)
     if (kz::GuardsDisabled()) {
         return kz::AllocateBytes(size);
     }
+    // A sum that wraps would make a small block that passes for a large one.
     const size_t whole = size + GetAllNewDeleteGuardsSize();
     void* const block = whole < size ? nullptr : kz::AllocateBytes(whole);
     return block == nullptr ? nullptr : InitNewDeleteGuards(block, size);
@@ -30,6 +33,7 @@ void TrackedFree(void* ptr)
         std::free(ptr);
         return;
     }
+    // Damage is told of and the block freed all the same, because no caller can hear of a failure here.
     CheckNewDeleteGuards(ptr);
     std::free(GetOrigNewDeletePtrFromGuardedPtr(ptr));
 }
