@@ -4,12 +4,14 @@ set(KZ_PUBLIC_HEADERS
     ATime128.h
     BinDataReader.h
     BinDataWriter.h
+    BoundedText.h
     CPStrList.h
     CfgAccess.h
     CookieManager.h
     DebugFormat.h
     DebugOutputCore.h
     DebugStream.h
+    DebugStreamService.h
     Endianizer.h
     FileManager.h
     GuardBytes.h
@@ -25,6 +27,7 @@ set(KZ_PUBLIC_HEADERS
     KZModule.h
     KZPlacement.h
     KZTypes.h
+    KZVersion.h
     KzErr.h
     MemoryManager.h
     MemoryProcs.h
@@ -44,11 +47,11 @@ set(KZ_PUBLIC_HEADERS
     PlatformText.h
     RFReadWrite.h
     RandomGen.h
+    Report.h
     ResFile.h
     ResFileFactory.h
     ResourceManager.h
     ResourceTypes.h
-    ServiceDependencyList.h
     ServiceObject.h
     ServiceRegistry.h
     SortSearch.h

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "CfgSlot.h"
 #include "KzErr.h"
 
 namespace {

@@ -24,19 +24,4 @@ KZ_EXPORT KzErr CfgGetDefault(uInt32 type, const unsigned char* token, void* out
 
 KZ_EXTERN_C_END
 
-#ifdef __cplusplus
-namespace kz {
-
-// What stands in the slot behind these calls while a configuration runs.
-struct CfgAccess {
-    ConfigManager* manager;
-    KzErr (*read)(ConfigManager* manager, uInt32 type, const unsigned char* token, void* out);
-};
-
-// Fills the slot, or empties it by null. `access` stays the caller's and outlives its time in the slot.
-void SetMainCfgAccess(const CfgAccess* access);
-
-}  // namespace kz
-#endif
-
 #endif

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "BoundedText.h"
 #include "PlatformLocale.h"
 
 namespace {
@@ -165,6 +166,11 @@ Argument FindUsableConversion(const char* format, Conversion* conversion)
 }
 
 }  // namespace
+
+void ToDebugStream(DebugStream& stream, const DbgFmtToDebugStream& value)
+{
+    value.ToDebugStream(stream);
+}
 
 void DbgFmtCStr::ToDebugStream(DebugStream& stream) const
 {

@@ -10,7 +10,7 @@
 #include "DebugStream.h"
 #include "KZTypes.h"
 
-// What ToDebugStream(DebugStream&, const DbgFmtToDebugStream&) writes.
+// The base of all wrappers.
 class KZ_EXPORT DbgFmtToDebugStream {
 public:
     virtual void ToDebugStream(DebugStream& stream) const = 0;
@@ -21,6 +21,9 @@ protected:
     DbgFmtToDebugStream& operator=(const DbgFmtToDebugStream&) = default;
     ~DbgFmtToDebugStream() = default;
 };
+
+// Appends what the wrapper writes.
+KZ_EXPORT void ToDebugStream(DebugStream& stream, const DbgFmtToDebugStream& value);
 
 // A C string; null writes nothing.
 class KZ_EXPORT DbgFmtCStr final : public DbgFmtToDebugStream {

@@ -4,8 +4,9 @@
 #include <atomic>
 #include <cstring>
 
+#include "BareReport.h"
+#include "BoundedText.h"
 #include "PlatformDebugger.h"
-#include "Report.h"
 #include "StackChain.h"
 
 namespace {
@@ -175,7 +176,11 @@ void DebugOutputCallHandler(const char* file, int32 line, const char* versionId,
 int32 StopHere(const char* text)
 {
     DebugOutputCoreBreak(text);
-    KZ_LOG(kDbgLog) << "StopHere: " << text;
+    char report[256];
+    kz::BoundedText rest(report, sizeof report);
+    rest.Append("StopHere: ");
+    rest.Append(text);
+    KZ_LOG_TEXT(kDbgLog, report);
     return 0;
 }
 

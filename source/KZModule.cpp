@@ -9,13 +9,14 @@
 #include <cstddef>
 #include <iterator>
 
-#include "DebugStream.h"
+#include "DebugStreamService.h"
 #include "FileManager.h"
 #include "KZStaticObjects.h"
 #include "MemoryManager.h"
 #include "PathManager.h"
 #include "Report.h"
 #include "ResourceManager.h"
+#include "ServiceEnd.h"
 #include "ServiceRegistry.h"
 #include "StringUtils.h"
 #include "ThAtomic.h"

@@ -9,7 +9,7 @@
 #include "KZTypes.h"
 
 // Lengths and positions are UTF-16 units. A character above U+FFFF takes two.
-class KZ_EXPORT PlatformText {
+class PlatformText {
 public:
     enum Status {
         kDone,
@@ -20,21 +20,22 @@ public:
     // Take the text from UTF-8, which may hold NULs; `bytes` may be null for length 0. On failure the text stays as it
     // was. The escaped form never gives kNotUtf8: each step of ConvertUTF8toUTF32 that gives 0, a NUL too, becomes one
     // U+FFFD.
-    Status SetUtf8(const unsigned char* bytes, std::size_t length) noexcept;
-    Status SetEscapedUtf8(const unsigned char* bytes, std::size_t length) noexcept;
+    KZ_EXPORT Status SetUtf8(const unsigned char* bytes, std::size_t length) noexcept;
+    KZ_EXPORT Status SetEscapedUtf8(const unsigned char* bytes, std::size_t length) noexcept;
 
     std::size_t Length() const { return mLength; }
     const char16_t* Units() const { return mUnits.get(); }
 
     // Map the case of all characters by Unicode's full mappings, some of which make several characters of one; no
     // locale and no neighbour counts. kDone or kNoMemory, which leaves the text as it was.
-    Status Upper() noexcept;
-    Status Lower() noexcept;
+    KZ_EXPORT Status Upper() noexcept;
+    KZ_EXPORT Status Lower() noexcept;
 
     // Writes `count` units from `first` on as UTF-8, `?` for half a character, as far as whole characters fit into
     // `limit` bytes, without a terminator. Returns the bytes written, or needed when `out` is null. What is beyond the
     // text's end is left out.
-    std::size_t GetUtf8(std::size_t first, std::size_t count, unsigned char* out, std::size_t limit) const noexcept;
+    KZ_EXPORT std::size_t GetUtf8(std::size_t first, std::size_t count, unsigned char* out,
+                                  std::size_t limit) const noexcept;
 
     // The bytes that `units` units never exceed as UTF-8.
     static std::size_t MaximumUtf8Size(std::size_t units) { return 3 * units; }

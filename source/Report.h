@@ -9,19 +9,17 @@
 
 #include "DebugFormat.h"
 #include "DebugStream.h"
+#include "KZVersion.h"
 
 #define KZ_REPORT(level, hash) (::kz::Report(kModule, __LINE__, (level), (hash)))
 #define KZ_LOG(level) (::kz::Report(kModule, __LINE__, (level), 0))
 
 namespace kz {
 
-// The text that identifies the version of the sources in every report.
-inline constexpr char kVersionId[] = "kzcore";
-
 class Report {
 public:
     Report(const char* module, int line, _DebugOutputLevel level, uInt32 hash)
-        : mStream(module, line, kVersionId, level)
+        : mStream(module, line, KZCORE_VERSION_ID, level)
     {
         mStream.SetHash(hash);
     }

@@ -15,8 +15,10 @@
 #include <utility>
 #include <vector>
 
-#include "HiResClock.h"
+#include "NeverDestroyed.h"
 #include "Report.h"
+#include "ServiceEnd.h"
+#include "ServiceRegistryItem.h"
 #include "zvexcept.h"
 
 namespace {
@@ -27,8 +29,8 @@ constexpr int kMaxNameSize = 128;
 // The services that any registry has started and not stopped yet. Never destroyed: a registry may stop late.
 std::set<IServiceObject*>& AllInitializedServices()
 {
-    static auto* const gAllInitializedServices = new std::set<IServiceObject*>;
-    return *gAllInitializedServices;
+    static kz::NeverDestroyed<std::set<IServiceObject*>> services;
+    return *services;
 }
 
 void LogFailedStop(const char* name, KzErr err)
@@ -237,28 +239,6 @@ void kz::EndServices(IServiceRegistry* registry)
     while (services.mStartedCount > 0) {
         EndService(services.TakeNewest());
     }
-}
-
-void ServiceRegistryItem::ResetOrder()
-{
-    mFireCount = 0;
-    mDependents.Clear();
-}
-
-KzErr ServiceRegistryItem::RunInit()
-{
-    mInitStart = MilliSecs();
-    mInitResult = kz::ErrOf(kModule, __LINE__, [this] { return mService->Init(); });
-    mInitEnd = MilliSecs();
-    return mInitResult;
-}
-
-KzErr ServiceRegistryItem::RunUninit()
-{
-    mUninitStart = MilliSecs();
-    mUninitResult = kz::ErrOf(kModule, __LINE__, [this] { return mService->Uninit(); });
-    mUninitEnd = MilliSecs();
-    return mUninitResult;
 }
 
 IServiceRegistry* CreateServiceRegistry(IServiceObject** services)

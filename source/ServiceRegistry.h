@@ -8,7 +8,6 @@
 
 #include "KZTypes.h"
 #include "KzErr.h"
-#include "ServiceDependencyList.h"
 #include "ServiceObject.h"
 
 // A registry. The slots stand in this order; the destructor pair stands last. It is open while none of its services
@@ -42,50 +41,6 @@ public:
     virtual ~IServiceRegistry() = default;
 };
 
-// A registry's record of one service: where it stands in the start order, and how its start and stop went.
-class ServiceRegistryItem {
-public:
-    explicit ServiceRegistryItem(IServiceObject* service) : mService(service) {}
-    ServiceRegistryItem(const ServiceRegistryItem&) = delete;
-    ServiceRegistryItem& operator=(const ServiceRegistryItem&) = delete;
-
-    IServiceObject* GetServiceObject() const { return mService; }
-
-    // Forgets needs and dependents, which each start works out anew.
-    void ResetOrder();
-
-    // The number of needs in the same registry that are not placed yet.
-    void IncrementFireCount() { ++mFireCount; }
-    void DecrementFireCount() { --mFireCount; }
-    int32 GetFireCount() const { return mFireCount; }
-
-    void GetDependencies(IServiceDependencyList* list) const { mService->GetDependencies(list); }
-
-    // The services of the same registry that need this one.
-    void AddDependent(IServiceObject* service) { mDependents.Add(service); }
-    unsigned long GetDependentsCount() const { return mDependents.GetCount(); }
-    IServiceObject* GetDependent(unsigned long index) const { return mDependents.Get(index); }
-
-    // Start or stop the service, taking the time. What it throws becomes its code.
-    KzErr RunInit();
-    KzErr RunUninit();
-
-    // How long that took, in milliseconds.
-    uInt32 GetInitTime() const { return mInitEnd - mInitStart; }
-    uInt32 GetUninitTime() const { return mUninitEnd - mUninitStart; }
-
-private:
-    IServiceObject* const mService;
-    int32 mFireCount = 0;
-    ServiceDependencyList mDependents;
-    KzErr mInitResult = kzErrNone;
-    uInt32 mInitStart = 0;
-    uInt32 mInitEnd = 0;
-    KzErr mUninitResult = kzErrNone;
-    uInt32 mUninitStart = 0;
-    uInt32 mUninitEnd = 0;
-};
-
 KZ_EXTERN_C_BEGIN
 
 // A new registry of the services in an array that a null pointer ends; the caller ends it with Release. A service
@@ -93,16 +48,5 @@ KZ_EXTERN_C_BEGIN
 KZ_EXPORT IServiceRegistry* CreateServiceRegistry(IServiceObject** services);
 
 KZ_EXTERN_C_END
-
-namespace kz {
-
-// For the library's own stop, which leaves nothing up whatever fails. EndService gives a reference back and destroys
-// the service if its last stop fails, so that the next accessor call makes a new one. EndServices does so for all that
-// a registry of CreateServiceRegistry has started, newest first, and for the service whose start failed. A service
-// whose stop has failed is not stopped again. Both allocate nothing.
-void EndService(IServiceObject* service);
-void EndServices(IServiceRegistry* registry);
-
-}  // namespace kz
 
 #endif

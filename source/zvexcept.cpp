@@ -5,7 +5,8 @@
 #include <new>
 #include <typeinfo>
 
-#include "Report.h"
+#include "BareReport.h"
+#include "BoundedText.h"
 
 namespace {
 
@@ -21,6 +22,18 @@ void CopyTail(char* field, unsigned long size, const char* text)
         std::memcpy(field, text + skipped, length - skipped);
     }
     field[length - skipped] = '\0';
+}
+
+// Written by hand, because the streams' own buffers rest on this module.
+void ReportForeignException(const char* file, int line)
+{
+    char text[256];
+    kz::BoundedText rest(text, sizeof text);
+    rest.Append("GetExceptionInCatch() called from inside catch(...) -- ");
+    rest.Append(file);
+    rest.Append(" Line ");
+    rest.AppendInteger(line);
+    KZ_REPORT_TEXT(kDbgError, 0xA9157FE4, text);
 }
 
 }  // namespace
@@ -54,8 +67,7 @@ ZVExcept GetExceptionInCatch_FileAndLine(const char* file, int line)
     } catch (const std::exception&) {
         return ZVExcept(kzErrGeneric, "converted from std::exception", file, line);
     } catch (...) {
-        KZ_REPORT(kDbgError, 0xA9157FE4) << "GetExceptionInCatch() called from inside catch(...) -- " << file
-                                         << " Line " << line;
+        ReportForeignException(file, line);
         throw;
     }
 }

@@ -27,6 +27,8 @@
 #include <thread>
 #include <vector>
 
+#include "DebugStreamPool.h"
+#include "DebugStreamService.h"
 #include "KZApp.h"
 #include "Report.h"
 #include "ReportCatcher.h"
@@ -218,14 +220,16 @@ TEST_F(PoolTest, BuffersComeFromThePoolOnlyWhileTheServiceRuns)
         RunningService service;
         early.ProcessAll();
         inside.Open("inside");
-        DebugStreamBufferPoolRecord* record = DebugStream_Service::CheckOutDebugStreamBuffer();
+        DebugStreamBufferPoolRecord* record = kz::CheckOutDebugStreamBuffer();
         ASSERT_NE(record, nullptr);
         EXPECT_EQ(record->inUse, 1u);
-        DebugStream_Service::CheckInDebugStreamBuffer(record);
+        kz::CheckInDebugStreamBuffer(record);
         EXPECT_EQ(record->inUse, 0u);
     }
     inside.ProcessAll();
-    EXPECT_EQ(DebugStream_Service::CheckOutDebugStreamBuffer(), nullptr);
+    EXPECT_EQ(kz::CheckOutDebugStreamBuffer(), nullptr);
+    OpenStreams late;
+    late.Open("late");
     EXPECT_NE(KZSingleton_T<DebugStream_Service>::M_instPtr.load(), nullptr) << "a stream makes the object";
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "DebugStream.h"
+#include "DebugStreamService.h"
 #include "FileManager.h"
 #include "MemoryManager.h"
 #include "PathManager.h"

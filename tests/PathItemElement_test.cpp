@@ -8,6 +8,7 @@
 #include <new>
 #include <thread>
 
+#include "DebugStreamService.h"
 #include "FaultLoop.h"
 #include "PathCache.h"
 #include "PathTesting.h"

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "CfgAccess.h"
+#include "CfgSlot.h"
 #include "FileManager.h"
 #include "JsonLines.h"
 #include "LiveCounts.h"

@@ -10,6 +10,8 @@
 
 #include "KZApp.h"
 #include "PlatformClock.h"
+#include "ServiceEnd.h"
+#include "ServiceRegistryItem.h"
 #include "StackChain.h"
 #include "StackDecoder.h"
 #include "support/ReportCatcher.h"

@@ -12,7 +12,7 @@ FOLDERS = ("source", "tests", "bench", "fuzz", "examples", "tools", "scripts", "
 MAX_FILE_LINES = 900
 MAX_FUNCTION_LINES = 60
 LITERAL = r"0x[0-9A-Fa-f]+|\b[0-9]+"
-REPORT = re.compile(r"\bKZ_REPORT\(((?:[^()]|\([^()]*\))*)\)")
+REPORT = re.compile(r"\bKZ_REPORT(?:_TEXT)?\(((?:[^()]|\([^()]*\))*)\)")
 
 
 def code_files(*folders):
@@ -34,14 +34,14 @@ def report_hashes():
     places = collections.defaultdict(list)
     for path in code_files("source"):
         text = re.sub(r"//[^\n]*", "", path.read_text())
-        if path.name == "Report.h":
+        if path.name in ("Report.h", "BareReport.h"):
             continue
 
         def place(match):
             return f"{name(path)}:{text.count(chr(10), 0, match.start()) + 1}"
 
         for match in re.finditer(REPORT, text):
-            value = match.group(1).rpartition(",")[2].strip()
+            value = match.group(1).split(",")[1].strip()
             if re.fullmatch(LITERAL, value):
                 places[int(value, 0)].append(place(match))
             else:
