@@ -80,7 +80,7 @@ CPStrList::CPStrList(unsigned char** resource)
         DSDisposeHandleAndNull(&mHandle);
         return;
     }
-    (*mHandle)->cnt = kz::LoadBig<int32>(*mHandle);
+    (*mHandle)->cnt = RevBL((*mHandle)->cnt);
 }
 
 CPStrList::~CPStrList()

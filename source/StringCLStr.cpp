@@ -154,9 +154,9 @@ KzErr StdToCLStr(CLStr** handle)
     int32 whole = 0;
     if (block >= kListCountSize) {
         unsigned char* const bytes = BytesOf(*handle);
-        count = kz::LoadBig<int32>(bytes);
+        count = RevBL(kz::LoadNative<int32>(bytes));
         for (std::size_t size = 0; whole < count && block - at >= sizeof(int32); at += size, ++whole) {
-            const int32 length = kz::LoadBig<int32>(bytes + at);
+            const int32 length = RevBL(kz::LoadNative<int32>(bytes + at));
             size = Rule::WholeSize(length, block - at);
             if (size == 0) {
                 break;

@@ -25,16 +25,12 @@ constexpr char kModule[] = "source/StringLStr";
 constexpr std::size_t kCountSize = sizeof(int32);
 constexpr int32 kMaxCount = std::numeric_limits<int32>::max();
 
+using kz::CountOf;
 using kz::Fit;
-
-int32 Count(const LStr* s)
-{
-    return s == nullptr ? 0 : std::max(s->cnt, 0);
-}
 
 kz::HandleText TextAt(const LStr* s)
 {
-    return s == nullptr ? kz::HandleText{} : kz::HandleText{s->str, Count(s)};
+    return s == nullptr ? kz::HandleText{} : kz::HandleText{s->str, CountOf(s)};
 }
 
 struct Block {
@@ -92,7 +88,7 @@ KzErr AppendString(LStr** handle, const LStr* src, Fit fit)
     if (handle == nullptr) {
         return kzErrArgument;
     }
-    const int32 count = src != nullptr && src == *handle ? BlockOf(handle).count : Count(src);
+    const int32 count = src != nullptr && src == *handle ? BlockOf(handle).count : CountOf(src);
     return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(count), fit);
 }
 
@@ -113,7 +109,7 @@ int32 FillLStr(LStr* dst, const void* bytes, std::size_t n)
 // Copies at most `limit` bytes and terminates.
 int32 FillCStr(const LStr* s, char* dst, int32 limit)
 {
-    const int32 n = std::min(Count(s), limit);
+    const int32 n = std::min(CountOf(s), limit);
     MoveBlock(n == 0 ? nullptr : s->str, dst, static_cast<unsigned long>(n));
     dst[n] = 0;
     return n;
@@ -227,7 +223,7 @@ KzErr LToCStrNChecked(const LStr* s, char* dst, int32 dstSize, int32* outLen)
 
 int32 LToPStr(const LStr* s, unsigned char* p)
 {
-    int32 n = Count(s);
+    int32 n = CountOf(s);
     if (n > 255) {
         KZ_REPORT(kDbgWarning, 0x0C63D95A) << "LStr truncated when converting to PStr. Original LStr length=" << n;
         n = 255;
@@ -333,7 +329,7 @@ int32 LStrCaseCmp(const LStr* a, const LStr* b)
     if (a == nullptr || b == nullptr) {
         return Compare(TextAt(a), TextAt(b));
     }
-    return kz::CompareFolded(a->str, Count(a), b->str, Count(b));
+    return kz::CompareFolded(a->str, CountOf(a), b->str, CountOf(b));
 }
 
 int32 LHStrCaseCmp(LStr* const* a, LStr* const* b)
@@ -357,18 +353,18 @@ KzBool LHStrEqual(LStr* const* a, LStr* const* b)
 
 KzBool LStrCaseEqual(const LStr* a, const LStr* b)
 {
-    return Count(a) == Count(b) && LStrCaseCmp(a, b) == 0;
+    return CountOf(a) == CountOf(b) && LStrCaseCmp(a, b) == 0;
 }
 
 int32 PLStrCmp(const unsigned char* p, const LStr* s)
 {
-    const int32 count = Count(s);
+    const int32 count = CountOf(s);
     return count == 0 ? p[0] : kz::CompareBytes(p + 1, p[0], s->str, count);
 }
 
 int32 PLStrCaseCmp(const unsigned char* p, const LStr* s)
 {
-    const int32 count = Count(s);
+    const int32 count = CountOf(s);
     return count == 0 ? p[0] : kz::CompareFolded(p + 1, p[0], s->str, count);
 }
 
