@@ -1,8 +1,13 @@
+// Blocks come one after the other and double in size, from 1 KiB for the many small files to 32 KiB, which is where the
+// allocations no longer count. A text that doesn't fit leaves the rest of its block unused for good; one that is larger
+// than a block gets one of its own size.
+
 #include "IniArena.h"
 
 #include <stdlib.h>
 
 #include "IniMemory.h"
+#include "KzAssert.h"
 
 namespace qkini {
 
@@ -14,6 +19,7 @@ constexpr size_t kGreatestBlockSize = 1 << 15;
 // A block with room for `size` bytes, larger than the one before. False when out of memory: nothing changed.
 bool AddBlock(Arena* arena, size_t size)
 {
+    // The last block's size is not kept, because it can be seen from where the block ends.
     const size_t last =
         arena->newest == nullptr ? 0 : static_cast<size_t>(arena->end - reinterpret_cast<char*>(arena->newest));
     const size_t grown = last * 2 < kFirstBlockSize      ? kFirstBlockSize
@@ -37,6 +43,7 @@ bool AddBlock(Arena* arena, size_t size)
 char* Arena::Copy(Text text)
 {
     const size_t size = text.size + 1;
+    KZ_ASSERT(at <= end);
     if (static_cast<size_t>(end - at) < size && !AddBlock(this, size)) {
         return nullptr;
     }

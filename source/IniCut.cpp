@@ -1,9 +1,17 @@
+// The pieces of a value come by one of two ways, which is chosen before the first piece. The rule (EndByRule) looks at
+// each piece alone and loses nothing of nearly every value. Where it would, Search finds out from the value's end which
+// places lead to its end without a loss, and each piece then ends at the last such place in its reach.
+//
+// Bounds only move on, in CutPlaces as in Course, because a value of megabytes may be cut at every twenty bytes: a look
+// back from each piece would make that quadratic.
+
 #include "IniCut.h"
 
 #include <stdint.h>
 #include <stdlib.h>
 
 #include "IniMemory.h"
+#include "KzAssert.h"
 
 namespace qkini {
 
@@ -24,11 +32,13 @@ bool CutPlaces::IsPlace(size_t at) const
 
 void CutPlaces::MoveTo(size_t bound)
 {
+    KZ_ASSERT(bound <= m_value.size);
     while (m_bound < bound) {
         ++m_bound;
         if (!IsPlace(m_bound)) {
             continue;
         }
+        // A piece that begins with a quote must not end behind the same one, so the last place of each kind is known.
         const char before = m_value.begin[m_bound - 1];
         m_last = m_bound;
         m_lastNotBehindDouble = before != '"' ? m_bound : m_lastNotBehindDouble;
@@ -38,6 +48,7 @@ void CutPlaces::MoveTo(size_t bound)
 
 size_t CutPlaces::LastBehind(size_t from) const
 {
+    KZ_ASSERT(from < m_value.size);
     const char first = m_value.begin[from];
     const bool isQuote = first == '"' || first == '\'';
     const size_t last = first == '"' ? m_lastNotBehindDouble : isQuote ? m_lastNotBehindSingle : m_last;
@@ -55,6 +66,7 @@ Cutter::Cutter(Text value, size_t room, int breakChar, bool isQuoted)
       m_course(value),
       m_found(value)
 {
+    KZ_ASSERT(room > 0);
     if (!isQuoted && !IsRuleLossless()) {
         Search();
     }
@@ -67,6 +79,7 @@ Cutter::~Cutter()
 
 Text Cutter::Next()
 {
+    KZ_ASSERT(HasNext());
     const size_t from = m_from;
     if (m_allowed != nullptr) {
         m_found.MoveTo(LimitFrom(from));
@@ -75,6 +88,8 @@ Text Cutter::Next()
         bool isLossless = true;
         m_from = EndByRule(from, &m_course, &isLossless);
     }
+    // A piece that is empty would have no end of them.
+    KZ_ASSERT(m_from > from && m_from <= LimitFrom(from));
     return {m_value.begin + from, m_from - from};
 }
 
@@ -107,6 +122,7 @@ size_t Cutter::EndByRule(size_t from, Course* course, bool* isLossless) const
     return *isLossless ? end : wanted;
 }
 
+// The rule, run over the whole value once without taking the pieces.
 bool Cutter::IsRuleLossless() const
 {
     Course course(m_value);
@@ -117,8 +133,9 @@ bool Cutter::IsRuleLossless() const
     return isLossless;
 }
 
-// Tells of each place, from the last to the first, whether what follows it can be cut without a loss. The nearest end
-// of a piece that allows this is enough to know.
+// Notes of each place, from the last to the first, whether what follows it can be cut without a loss. That is so if one
+// piece from it reaches another such place, and the nearest one is reached if any is. So the nearest is all that has to
+// be known of what follows: one of any kind, and one that a piece with a quote in front may end at.
 void Cutter::Search()
 {
     constexpr size_t kNone = SIZE_MAX;
@@ -139,6 +156,7 @@ void Cutter::Search()
             nextNotBehindDouble = first != '"' ? next : nextNotBehindDouble;
             nextNotBehindSingle = first != '\'' ? next : nextNotBehindSingle;
         }
+        // A quote alone is no pair, so a piece of one byte may be one.
         const size_t end = m_allowed[at + 1] != 0 ? at + 1
                            : first == '"'         ? nextNotBehindDouble
                            : first == '\''        ? nextNotBehindSingle
@@ -146,6 +164,7 @@ void Cutter::Search()
         const bool isPlace = at == 0 || KeepsSpace(m_value, at);
         m_allowed[at] = isPlace && end <= LimitFrom(at) ? 1 : 0;
     }
+    // Each way loses something, so the rule is as good as any.
     if (m_allowed[0] == 0) {
         free(m_allowed);
         m_allowed = nullptr;

@@ -1,4 +1,5 @@
-// Where a value that is too long for its line is cut into pieces. C library only.
+// Where a value that is too long for its line is cut into pieces, so that a reader who trims and joins them has the
+// same value again. C library only.
 #ifndef KZCORE_INICUT_H
 #define KZCORE_INICUT_H
 
@@ -13,20 +14,21 @@ public:
     // Any cut that has no white space beside it is a place, unless `allowed` tells for each from 0 to the value's size.
     explicit CutPlaces(Text value, const char* allowed = nullptr) : m_value(value), m_allowed(allowed) {}
 
+    // Requires a bound up to the value's size. One below the last does nothing.
     void MoveTo(size_t bound);
 
     // The last place up to the bound that ends a piece from `from` on, and does not leave the same quotes at both of
-    // its ends; `from` where there is none.
+    // its ends; `from` where there is none. Requires a byte behind `from`.
     size_t LastBehind(size_t from) const;
 
 private:
     bool IsPlace(size_t at) const;
 
     Text m_value;
-    const char* m_allowed;
+    const char* m_allowed;  // not owned
     size_t m_bound = 0;
-    size_t m_last = 0;  // place so far
-    size_t m_lastNotBehindDouble = 0;
+    size_t m_last = 0;                 // place up to the bound; 0 for none
+    size_t m_lastNotBehindDouble = 0;  // the last one that has no double quote in front of it
     size_t m_lastNotBehindSingle = 0;
 };
 
@@ -40,6 +42,7 @@ private:
 // so on. Where each way loses something, the first rule holds.
 class Cutter {
 public:
+    // The value outlives the cutter. Requires room for 1 byte.
     Cutter(Text value, size_t room, int breakChar, bool isQuoted);
     ~Cutter();
     Cutter(const Cutter&) = delete;
@@ -49,10 +52,10 @@ public:
     bool isValid() const { return m_isValid; }
 
     bool HasNext() const { return m_from < m_value.size; }
-    Text Next();
+    Text Next();  // part of the value, 1 byte or more
 
 private:
-    // How far the first rule has looked.
+    // How far the first rule has looked. One for the pieces and one for the trial in front of them.
     struct Course {
         explicit Course(Text value) : near(value), far(value) {}
 

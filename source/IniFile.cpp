@@ -91,7 +91,8 @@ Found Nth(IniFile* ini, const char* section, int n, const void* out)
     return {1, ItemAt(owner, n - 1)};
 }
 
-// Makes room for an unescaped string, without growing for good because one value was long.
+// Makes room for an unescaped string and its NUL, without growing for good because one value was long: room that is
+// much too large is given back by the next shorter value.
 bool SizeScratch(IniFile* ini, size_t length)
 {
     constexpr size_t kLeast = 256;
@@ -122,6 +123,8 @@ bool IsSectionName(Text name)
     return !name.IsEmpty() && !HasLineEnd(name) && !name.Contains(']') && !isUnwritten;
 }
 
+// Whether an item's line would give the same tag again: past this check a liar's tag could begin a comment, a section
+// or another item.
 bool IsTag(const IniFile* ini, Text tag)
 {
     const bool hasSeparator =
@@ -153,7 +156,8 @@ char* StoredValue(Text value, bool isEscaped)
     return stored;
 }
 
-// Makes an item without a value, and its section where that is missing; null when out of memory.
+// Makes an item without a value, and its section where that is missing; null when out of memory, with neither made. An
+// item without a value is no sound one, so the caller has the value ready.
 IniItem* MakeItem(IniFile* ini, Text section, Text tag)
 {
     IniSection* const found = FindSection(ini, section);
@@ -185,6 +189,7 @@ int CopyInto(IniFile* ini, ItemName name, char* dst, size_t size, Form form)
     if (!found.IsItem() || size == 0) {
         return found.result;
     }
+    // As much as fits, and a NUL behind it; a longer value is cut without a word.
     const Text value(found.item->value);
     size_t length = value.size;
     if (form == Form::kRaw) {
@@ -234,6 +239,7 @@ int IniSetWriteOptions(IniFile* ini, int maxLineLength, int breakChar, int optio
     if (ini == nullptr) {
         return kIniErrFile;
     }
+    // Beyond ASCII a byte may be part of a character, between whose bytes no value should be cut.
     if (breakChar >= kFirstBadBreakChar || breakChar < 0) {
         return kIniErrInt;
     }
@@ -408,6 +414,7 @@ int IniGetBoolean(IniFile* ini, const char* section, const char* tag, int* out)
     if (!found.IsItem()) {
         return found.result;
     }
+    // In any case, but no other words: a typing error is told and not taken for false.
     const Text value(found.item->value);
     const bool isTrue = qkini::CompareBlind(value, Text("True")) == 0;
     if (!isTrue && qkini::CompareBlind(value, Text("False")) != 0) {
@@ -450,6 +457,7 @@ int IniGetPointerToString(IniFile* ini, const char* section, const char* tag, co
     if (!found.IsItem()) {
         return found.result;
     }
+    // The object's own buffer, because the value that it holds is the escaped one.
     const Text value(found.item->value);
     if (!SizeScratch(ini, value.size)) {
         return kIniErrMemory;
@@ -465,6 +473,7 @@ int IniGetRawStringCopy(IniFile* ini, const char* section, const char* tag, char
     if (!found.IsItem()) {
         return found.result;
     }
+    // The output stays as it was without memory, as for every failure.
     char* const copy = qkini::Duplicate(Text(found.item->value));
     if (copy == nullptr) {
         return kIniErrMemory;
@@ -503,6 +512,7 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
     const Text sectionName = Trimmed(Text(section));
     const Text tagName = Trimmed(Text(tag));
     const Text given(value);
+    // What stands behind a line's end would be read as lines of its own.
     if (escaped == 0 && HasLineEnd(given)) {
         return kIniErrName;
     }
@@ -510,6 +520,7 @@ int IniPutStringWithOptions(IniFile* ini, const char* section, const char* tag, 
     if (item == nullptr && !CanBeReadBack(ini, sectionName, tagName)) {
         return kIniErrName;
     }
+    // The value before the item, so that what fails for want of memory has changed nothing.
     char* const stored = StoredValue(given, escaped != 0);
     if (stored != nullptr && item == nullptr) {
         item = MakeItem(ini, sectionName, tagName);
@@ -564,6 +575,7 @@ int IniRemoveItem(IniFile* ini, const char* section, const char* tag)
     if (ini == nullptr) {
         return kIniErrFile;
     }
+    // Not FindItem, because the section is needed too: its list holds the item.
     IniSection* const found = FindSection(ini, Text(section));
     IniItem* const item = found == nullptr ? nullptr : qkini::FindItem(ini, found, Text(tag));
     if (item == nullptr) {
@@ -595,6 +607,7 @@ int IniRenameSection(IniFile* ini, const char* oldName, const char* newName)
     if (section == nullptr) {
         return 0;
     }
+    // The name is looked at second, because a section that is missing is missing whatever it should be called.
     const Text name = Trimmed(Text(newName));
     if (!IsSectionName(name)) {
         return kIniErrName;

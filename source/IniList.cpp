@@ -1,3 +1,8 @@
+// A list is a handle to one block: the record with the elements behind it, so that pointers to elements are good until
+// the block moves. It begins with four letters, at which each call looks first: a handle to anything else is no list.
+//
+// The engine itself uses no lists. They are here for hosts, which keep their own tables beside objects.
+
 #include "IniList.h"
 
 #include <limits.h>
@@ -7,13 +12,14 @@
 
 #include "IniMemory.h"
 #include "IniSearch.h"
+#include "KzAssert.h"
 
 // The elements follow it.
 struct qkini_ListRec {
-    char magic[4];  // "TSIL"
-    int capacity;
-    int elementSize;
-    int count;
+    char magic[4];    // "TSIL"
+    int capacity;     // elements that there is room for, at least `count`
+    int elementSize;  // bytes, 1 or more
+    int count;        // elements
 };
 
 namespace {
@@ -32,6 +38,7 @@ Block* BlockOf(void** handle)
     return static_cast<Block*>(*handle) - 1;
 }
 
+// False for null and for a handle to anything else.
 bool IsList(qkini_List list)
 {
     return list != nullptr && memcmp((*list)->magic, kMagic, sizeof kMagic) == 0;
@@ -47,8 +54,10 @@ size_t BytesOf(qkini_List list, int count)
     return static_cast<size_t>(count) * ElementSize(list);
 }
 
+// Requires an index from 0 up to the capacity, the end too.
 char* ElementAt(qkini_List list, int index)
 {
+    KZ_ASSERT(index >= 0 && index <= (*list)->capacity);
     return reinterpret_cast<char*>(*list + 1) + BytesOf(list, index);
 }
 
@@ -63,8 +72,11 @@ int IndexOf(qkini_List list, int position)
     return index >= 0 && index < count ? index : -1;
 }
 
+// Makes room for so many elements. At least twice the old room, so that appending is cheap. Half of all memory is the
+// most, because sizes past it would wrap.
 bool MakeRoom(qkini_List list, int count)
 {
+    KZ_ASSERT(IsList(list) && count >= (*list)->count);
     const int capacity = (*list)->capacity;
     if (count <= capacity) {
         return true;
@@ -96,6 +108,7 @@ void** qkini_PI_NewHandle(size_t size)
     if (handle == nullptr) {
         return nullptr;
     }
+    // A size that wraps with the record in front of it would give a block of a few bytes.
     auto* const block =
         size > SIZE_MAX - sizeof(Block) ? nullptr : static_cast<Block*>(qkini::Allocate(sizeof(Block) + size));
     if (block == nullptr) {
@@ -112,6 +125,7 @@ int qkini_PI_SetHandleSize(void** handle, size_t size)
     if (handle == nullptr) {
         return 0;
     }
+    // As for a new handle. The handle's own address stays, only what it leads to moves.
     if (size > SIZE_MAX - sizeof(Block)) {
         return kIniErrMemory;
     }
@@ -142,6 +156,7 @@ qkini_List qkini_ListCreate(int elementSize)
     if (elementSize < 1) {
         return nullptr;
     }
+    // No room for elements yet: the first one makes some for a few.
     const auto list = reinterpret_cast<qkini_List>(qkini_PI_NewHandle(sizeof(qkini_ListRec)));
     if (list != nullptr) {
         memcpy((*list)->magic, kMagic, sizeof kMagic);
@@ -155,7 +170,7 @@ qkini_List qkini_ListCreate(int elementSize)
 void qkini_ListDispose(qkini_List list)
 {
     if (IsList(list)) {
-        (*list)->magic[0] = 0;
+        (*list)->magic[0] = 0;  // most calls that come too late find no list then
         qkini_PI_DisposeHandle(reinterpret_cast<void**>(list));
     }
 }
@@ -218,6 +233,7 @@ int qkini_ListInsertItems(qkini_List list, const void* items, int position, int 
     if (count == 0) {
         return 1;
     }
+    // A list that can't count its elements any more is full, as one without memory is.
     const int old = (*list)->count;
     const int index = position == 0 ? old : position == -1 ? 0 : position - 1;
     if (count > INT_MAX - old || !MakeRoom(list, old + count)) {
@@ -264,6 +280,7 @@ void qkini_ListQuickSort(qkini_List list, qkini_CompareProc compare)
     if (!IsList(list) || (*list)->count < 2) {
         return;
     }
+    // Bytes compare by their size, which qsort gives its function no way to know.
     const size_t size = ElementSize(list);
     const auto count = static_cast<size_t>((*list)->count);
     if (compare != nullptr) {

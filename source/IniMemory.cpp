@@ -1,3 +1,5 @@
+// One function for all, because realloc of null is malloc: a test replaces it and so reaches every allocation.
+
 #include "IniMemory.h"
 
 #include <stdlib.h>

@@ -4,6 +4,10 @@
 // linked into rings: what follows a removed item or section takes over its comments in one step and without memory,
 // however many they are, so removals don't fail.
 //
+// The current section is the last one found, whose name is mostly asked for again. It is forgotten when it is removed,
+// at each Clear, by a sort, and by a put that failed for want of memory. A name that it has is not looked up, so where
+// names stand twice the current section answers to its name even if another one stands in front of it.
+//
 // None of these structures can be seen from outside: hosts know an object by its address only, and the lists of
 // IniList.h are theirs.
 
@@ -16,6 +20,7 @@
 #include <new>
 
 #include "IniMemory.h"
+#include "KzAssert.h"
 
 namespace qkini {
 
@@ -28,9 +33,11 @@ NameList::Where WhereIn(Where where, int sorted)
     return where == Where::kAsSorted && sorted != 0 ? NameList::Where::kInOrder : NameList::Where::kLast;
 }
 
-// Puts all comments of the one list in front of those of the other.
+// Puts all comments of the one ring in front of those of the other, and leaves the one empty. Rings are known by their
+// last comment, whose next one is the first, so the two are joined by exchanging what follows the last ones.
 void MoveInFront(IniFile* ini, unsigned* from, unsigned* to)
 {
+    KZ_ASSERT(from != to);
     if (*from != 0 && *to != 0) {
         IniComment* const end = CommentAt(ini, *from);
         IniComment* const last = CommentAt(ini, *to);
@@ -80,6 +87,7 @@ struct Use {
     bool hasCurrent = false;  // the current section is one of the object's
 };
 
+// The pools and the arena by themselves, first, because all else is read through them.
 const char* FaultOfStores(const IniFile* ini)
 {
     const Pool* const pools[] = {&ini->sectionStore.elements, &ini->itemStore.elements, &ini->names.nodes,
@@ -124,6 +132,7 @@ const char* CountComments(const IniFile* ini, unsigned last, Use* use)
     return nullptr;
 }
 
+// What is wrong with a section or its items; adds them to the use.
 const char* FaultOfSection(const IniFile* ini, const IniSection* section, Use* use)
 {
     const char* fault = FaultOfList(section->items, use);
@@ -166,6 +175,7 @@ IniFile* MakeFile(bool sorted)
     }
     auto* const ini = new (memory) IniFile;
     ini->sorted = sorted ? 1 : 0;
+    // Without entropy the address has to do, which a stranger can't choose either.
     Naming& naming = ini->names.naming;
     if (getentropy(&naming.seed, sizeof naming.seed) != 0) {
         naming.seed = reinterpret_cast<size_t>(ini);
@@ -189,12 +199,13 @@ void DisposeFile(IniFile* ini)
 
 void Clear(IniFile* ini)
 {
+    // Only what no pool or arena holds is freed one by one, because these are cleared as a whole below.
     for (Element* const element : ini->sections) {
         auto* const section = static_cast<IniSection*>(element);
         FreeTexts(ini, section);
-        section->items.FreeIndex();
+        section->items.FreeSlots();
     }
-    ini->sections.FreeIndex();
+    ini->sections.FreeSlots();
     ini->sections.Make(&ini->sectionStore);
     ini->sectionStore.elements.Clear();
     ini->itemStore.elements.Clear();
@@ -209,6 +220,7 @@ void Clear(IniFile* ini)
 
 IniSection* FindSection(IniFile* ini, Text name)
 {
+    // Byte for byte first, which needs no hash; then by hash and name, in another case; then through the list.
     const Naming& naming = ini->names.naming;
     IniSection* const current = ini->currentSection;
     if (current != nullptr && AreSameName(current->name, name, true)) {
@@ -241,6 +253,7 @@ IniSection* AddSection(IniFile* ini, Text name, int line, Where where)
     if (copy == nullptr) {
         return nullptr;
     }
+    // The list takes the copy only when it takes the section.
     const NameKey key(name, ini->names.naming.seed);
     auto* const section = static_cast<IniSection*>(ini->sections.Add(copy, key, WhereIn(where, ini->sorted)));
     if (section == nullptr) {
@@ -257,6 +270,7 @@ IniSection* AddSection(IniFile* ini, Text name, int line, Where where)
 
 IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Where where, Texts texts)
 {
+    // A copy in the arena is lost when the item can't be made, and goes with the whole content.
     const bool ownsName = texts == Texts::kOwned;
     char* const name = ownsName ? Duplicate(key.name) : ini->arena.Copy(key.name);
     auto* const item = name == nullptr
@@ -274,6 +288,7 @@ IniItem* AddItem(IniFile* ini, IniSection* section, const NameKey& key, Where wh
 
 void SetValue(IniFile* ini, IniItem* item, char* value, Texts texts, char quoteChar)
 {
+    KZ_ASSERT(value != nullptr && (quoteChar == 0 || quoteChar == '"' || quoteChar == '\''));
     if (item->ownsValue) {
         free(item->value);
     }
@@ -285,6 +300,7 @@ void SetValue(IniFile* ini, IniItem* item, char* value, Texts texts, char quoteC
 
 void DropSection(IniFile* ini, IniSection* section)
 {
+    // A copy, because the pool writes into the element once it is given back.
     IniSection old = *section;
     ini->sections.Remove(section);
     FreeTexts(ini, &old);
@@ -303,6 +319,8 @@ void DropItem(IniSection* section, IniItem* item)
 
 bool AppendComment(IniFile* ini, unsigned* comments, Text text)
 {
+    // Equal lines in a row are one comment that counts them, so that a device that gives blank lines without an end
+    // takes no memory for them.
     IniComment* const last = *comments == 0 ? nullptr : CommentAt(ini, *comments);
     if (last != nullptr && last->count < INT_MAX && AreSameName(last->text, text, true)) {
         ++last->count;
@@ -330,6 +348,7 @@ void RemoveItem(IniFile* ini, IniSection* section, IniItem* item)
 
 void RemoveSection(IniFile* ini, IniSection* section)
 {
+    // In the order of a file: the section's own, then those of its items, in front of what stands behind.
     unsigned all = 0;
     for (Element* const item : section->items) {
         MoveInFront(ini, &all, &item->comments);
@@ -346,6 +365,7 @@ bool RenameSection(IniFile* ini, IniSection* section, Text name)
     if (copy == nullptr) {
         return false;
     }
+    // The old name lives until the index has found it.
     char* const old = section->name;
     const NameKey key(name, ini->names.naming.seed);
     ini->sections.Rename(section, copy, key);
@@ -358,6 +378,7 @@ bool RenameSection(IniFile* ini, IniSection* section, Text name)
 
 void SortSections(IniFile* ini)
 {
+    // The current section is forgotten, because of equal names another one may stand first from here on.
     ini->sections.Sort();
     ini->sorted = 1;
     ini->currentSection = nullptr;
@@ -390,6 +411,7 @@ void SetCaseSensitive(IniFile* ini, bool sensitive)
 
 bool IsSoundIfSmall(const IniFile* ini)
 {
+    // Enough for an index, groups and trees of two levels, and little enough for each edit of a test.
     constexpr unsigned kSmall = 100;
     const bool isSmall = ini->sectionStore.elements.live() <= kSmall && ini->itemStore.elements.live() <= kSmall &&
                          ini->comments.live() <= kSmall;

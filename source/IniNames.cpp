@@ -1,14 +1,17 @@
-// A list is an order of its elements, which says where each one stands, and an index by name.
+// A list is two structures over one set of elements: an order, which knows the rank of each one, and an index, which
+// knows the element of each name.
 //
 // The index is a hash table with open addressing, made once the list is long enough to be worth it. A slot stands for
-// one name: it holds the number of the element of that name, or, where there are several, that of a group, which is an
-// order of them by their places in the list. Edits keep it up to date without looking at other names, since it knows
-// elements by number and not by place: what an insertion or a removal moves is not in it, and a sort, which keeps
-// equal names in their order, changes nothing in it.
+// one name. It holds the number of the name's only element, or else the number of a group: an order of the elements of
+// that name, in which they stand as in the list.
 //
-// An index is never needed. Where there is no memory to keep it up it goes, and the next look-up tries to make it anew;
-// until then a binary search finds names in a list in order, and else a look at each. All three ways find the first of
-// several elements of a name.
+// The index holds numbers of elements, and neither ranks nor places. So an insertion or a removal changes one slot, and
+// leaves the slots of all elements that it moves as they are; and a sort changes none, because it keeps equal names in
+// their order.
+//
+// A list works without its index. When there is no memory to keep the index up, it is dropped, and the next look-up
+// tries to make it anew. Without it a binary search finds a name in a list that is in order, and a look at each element
+// finds it in any other. All three ways find the first of several elements of a name.
 
 #include "IniNames.h"
 
@@ -16,6 +19,7 @@
 
 #include "IniMemory.h"
 #include "IniSearch.h"
+#include "KzAssert.h"
 
 namespace qkini {
 
@@ -24,7 +28,8 @@ namespace {
 // Below this many names a look at each is as fast.
 constexpr unsigned kIndexFrom = 8;
 
-// From half full to an eighth; a small index, which is soon made anew, to a quarter.
+// How many slots an index gets that is half full. It is an eighth full then, because each growth enters all names
+// again; a small one only a quarter, because that costs little and most lists stay small.
 constexpr unsigned Grown(unsigned slots)
 {
     return slots < 256 ? slots * 2 : slots * 4;
@@ -66,7 +71,7 @@ unsigned RankOf(const NameList& names, const Element* element)
     return names.order.RankOf(PoolsOf(names), names.order.PlaceOf(PoolsOf(names), element));
 }
 
-// A negative number, 0 or a positive one.
+// A negative number, 0 or a positive one. The name has no NUL, so strncmp reads `stored` up to its own at most.
 int CompareName(Text name, const char* stored, bool caseSensitive)
 {
     if (!caseSensitive) {
@@ -88,6 +93,7 @@ int CompareElementsExact(const Element* a, const Element* b)
 
 Element* FindInOrder(const NameList& names, Text name)
 {
+    KZ_ASSERT(names.isInOrder);
     const bool caseSensitive = NamingOf(names).caseSensitive;
     const unsigned rank = LowerBound(names.order.count, [&](unsigned i) {
         return CompareName(name, names.At(static_cast<int>(i))->name, caseSensitive) > 0;
@@ -112,9 +118,10 @@ unsigned FirstOf(const NameList& names, unsigned holds)
     return (holds & NameList::kGroup) == 0 ? holds : GroupOf(names, holds)->At(GroupPoolsOf(names), 0);
 }
 
-// The slot of the name, or the free one where it belongs.
+// The slot of the name, or the free one where it belongs. Ends because at most half of the slots are in use.
 NameList::Slot* SlotOf(const NameList& names, const NameKey& key)
 {
+    KZ_ASSERT(names.slots != nullptr && names.used <= names.mask);
     const bool caseSensitive = NamingOf(names).caseSensitive;
     for (unsigned at = key.hash & names.mask;; at = (at + 1) & names.mask) {
         NameList::Slot* const slot = &names.slots[at];
@@ -149,6 +156,7 @@ void DropIndex(NameList* names)
 // Gives the index `size` slots, a power of two; false when out of memory, with the index as it was.
 bool ResizeIndex(NameList* names, unsigned size)
 {
+    KZ_ASSERT((size & (size - 1)) == 0);
     auto* const slots = size == 0 ? nullptr : static_cast<NameList::Slot*>(Allocate(size * sizeof(NameList::Slot)));
     if (slots == nullptr) {
         return false;
@@ -160,6 +168,7 @@ bool ResizeIndex(NameList* names, unsigned size)
         if (old.holds == 0) {
             continue;
         }
+        // No names are compared, because each slot has a name of its own.
         unsigned at = old.hash & mask;
         while (slots[at].holds != 0) {
             at = (at + 1) & mask;
@@ -172,13 +181,13 @@ bool ResizeIndex(NameList* names, unsigned size)
     return true;
 }
 
-// The rank in a group of its first member that stands in the list at `place` or behind.
-unsigned RankInGroup(const NameList& names, const Order& group, unsigned place)
+// The rank in a group of its first member that has this rank in the list, or a greater one.
+unsigned RankInGroup(const NameList& names, const Order& group, unsigned rankInList)
 {
     const auto isInFront = [&](unsigned i) {
-        return RankOf(names, ElementOf(names, group.At(GroupPoolsOf(names), i))) < place;
+        return RankOf(names, ElementOf(names, group.At(GroupPoolsOf(names), i))) < rankInList;
     };
-    // What is read and what is put in order comes last.
+    // The last member is asked first, because what is read and what is put in order comes behind it.
     return isInFront(group.count - 1) ? group.count : LowerBound(group.count, isInFront);
 }
 
@@ -190,6 +199,7 @@ bool AddToGroup(const NameList& names, NameList::Slot* slot, unsigned number)
         if (!groups.Reserve(1)) {
             return false;
         }
+        // The slot holds the group before it is filled, so that whoever drops the index frees the group too.
         const unsigned first = slot->holds;
         slot->holds = groups.Take() | NameList::kGroup;
         Order* const made = GroupOf(names, slot->holds);
@@ -203,7 +213,7 @@ bool AddToGroup(const NameList& names, NameList::Slot* slot, unsigned number)
     return group->Insert(GroupPoolsOf(names), rank, number);
 }
 
-// Enters an element of the list. Without memory for it the index goes.
+// Enters an element of the list. Where there is no memory for that, the index is dropped.
 void AddToIndex(NameList* names, unsigned number, const NameKey& key)
 {
     if (names->used * 2 > names->mask && !ResizeIndex(names, Grown(names->mask + 1))) {
@@ -221,6 +231,7 @@ void AddToIndex(NameList* names, unsigned number, const NameKey& key)
 
 void BuildIndex(NameList* names)
 {
+    KZ_ASSERT(names->slots == nullptr);
     unsigned size = 4 * kIndexFrom;
     while (size != 0 && size / 4 < names->order.count) {
         size *= 2;  // to nothing where no number could tell how many
@@ -234,9 +245,11 @@ void BuildIndex(NameList* names)
     }
 }
 
-// Frees a slot, and closes the gap in its run of slots.
+// Frees a slot, and closes the gap in its run of slots, because a look-up ends at a free slot: each slot behind the gap
+// that a look-up would reach through it moves there, and leaves a gap of its own.
 void FreeSlot(NameList* names, NameList::Slot* slot)
 {
+    KZ_ASSERT(slot->holds != 0 && names->used > 0);
     auto gap = static_cast<unsigned>(slot - names->slots);
     for (unsigned at = (gap + 1) & names->mask; names->slots[at].holds != 0; at = (at + 1) & names->mask) {
         const unsigned home = names->slots[at].hash & names->mask;
@@ -250,10 +263,12 @@ void FreeSlot(NameList* names, NameList::Slot* slot)
     --names->used;
 }
 
-// Takes an element of the list out of the index.
+// Takes an element of the list out of the index. Requires that the element has the name that it was entered by, and its
+// rank in the list, by which a group finds it.
 void RemoveFromIndex(NameList* names, const Element* element)
 {
     NameList::Slot* const slot = SlotOf(*names, KeyOf(*names, element));
+    KZ_ASSERT(slot->holds != 0);
     if ((slot->holds & NameList::kGroup) == 0) {
         FreeSlot(names, slot);
         return;
@@ -268,7 +283,8 @@ void RemoveFromIndex(NameList* names, const Element* element)
     }
 }
 
-// How many elements of the list a slot tells of, each the next one of its name; -1 when it is wrong.
+// How many elements of the list a slot stands for, or -1 when the slot is wrong: in a place where no look-up finds it,
+// or with a group that is none, is out of order or mixes names.
 int CountOfSlot(const NameList& names, const NameList::Slot& slot)
 {
     const bool isGroup = (slot.holds & NameList::kGroup) != 0;
@@ -324,7 +340,7 @@ void NameList::Clear()
     isInOrder = true;
 }
 
-void NameList::FreeIndex()
+void NameList::FreeSlots()
 {
     free(slots);
     slots = nullptr;
@@ -343,6 +359,7 @@ Element* NameList::Behind(const Element* element) const
 
 Element* NameList::Find(const NameKey& key)
 {
+    // A list that was just read has no index yet, and one that lost it for want of memory may get one here.
     if (slots == nullptr && order.count > kIndexFrom) {
         BuildIndex(this);
     }
@@ -365,6 +382,7 @@ Element* NameList::Add(char* name, const NameKey& key, Where where)
             return CompareName(key.name, At(static_cast<int>(i))->name, NamingOf(*this).caseSensitive) >= 0;
         });
     }
+    // From here on the element is the pool's and not yet the list's: where the order has no memory, it goes back.
     const unsigned number = elements.Take();
     Element* const element = ElementOf(*this, number);
     memset(static_cast<void*>(element), 0, elements.elementSize());
@@ -373,6 +391,7 @@ Element* NameList::Add(char* name, const NameKey& key, Where where)
         elements.Give(number);
         return nullptr;
     }
+    // An element put behind the last may be out of order; no names are compared to find out.
     isInOrder = isInOrder && (where == Where::kInOrder || rank == 0);
     if (slots != nullptr) {
         AddToIndex(this, number, key);
@@ -384,6 +403,7 @@ Element* NameList::Add(char* name, const NameKey& key, Where where)
 
 void NameList::Remove(Element* element)
 {
+    // First, because the index finds the element among its equals by the rank that it has in the order.
     if (slots != nullptr) {
         RemoveFromIndex(this, element);
     }
@@ -442,6 +462,8 @@ const char* NameList::Fault() const
             return "a list is not in order";
         }
     }
+    // The index against the list: each slot stands for elements of its own, and all of them for as many as the list
+    // has.
     unsigned slotsUsed = 0;
     int counted = 0;
     for (unsigned i = 0; slots != nullptr && i <= mask; ++i) {

@@ -2,6 +2,9 @@
 // knows its parent and how many elements are below it, and each element its leaf. So a place is found from a rank on
 // the way down, and a rank from a place on the way up.
 //
+// What holds between two calls: no node is empty or overfull, all leaves are on level 0 and on one depth, a node's size
+// is the sum of its children's, and `last` is the last leaf. Sizes are only right again at the end of a change.
+//
 // A full node is split in two; at the list's end the new node begins empty, because what is read in order then fills
 // its nodes. A node is freed once it is empty and never merged before, so that a removal moves nothing but the rest of
 // one node and needs no memory. The root has two entries at least, unless it is a leaf.
@@ -51,12 +54,14 @@ void Adopt(const OrderPools& pools, unsigned number, const OrderNode& node, unsi
     }
 }
 
+// Where a node holds an entry. Requires one that it does hold.
 unsigned PlaceInNode(const OrderNode& node, unsigned entry)
 {
     unsigned at = 0;
     while (node.entries[at] != entry) {
         ++at;
     }
+    KZ_ASSERT(at < node.used);
     CountSteps(at);
     return at;
 }
@@ -82,6 +87,7 @@ void TakeEntry(OrderNode* node, unsigned at)
     CountSteps(behind);
 }
 
+// Counts the elements below a node anew, from the sizes of its children.
 void CountSize(const OrderPools& pools, OrderNode* node)
 {
     node->size = node->level == 0 ? node->used : 0;
@@ -94,6 +100,7 @@ void CountSize(const OrderPools& pools, OrderNode* node)
 unsigned Split(const OrderPools& pools, unsigned number, unsigned keep)
 {
     OrderNode* const node = NodeOf(pools, number);
+    KZ_ASSERT(keep <= node->used);
     const unsigned rightNumber = MakeNode(pools, node->parent, node->level);
     OrderNode* const right = NodeOf(pools, rightNumber);
     for (unsigned i = keep; i < node->used; ++i) {
@@ -105,7 +112,8 @@ unsigned Split(const OrderPools& pools, unsigned number, unsigned keep)
     return rightNumber;
 }
 
-// How many nodes an insertion into a leaf makes.
+// How many nodes an insertion into a leaf makes: one for each full node from the leaf up, and a root where all are
+// full.
 unsigned NodesToInsert(const OrderPools& pools, unsigned leaf)
 {
     unsigned count = 0;
@@ -142,6 +150,7 @@ void FreeNodes(const OrderPools& pools, unsigned number)
     pools.nodes->Give(number);
 }
 
+// What is wrong with a node or below it. Each node is compared with its children, so the root stands for all.
 const char* FaultOf(const OrderPools& pools, unsigned number)
 {
     OrderNode node = *NodeOf(pools, number);
@@ -202,6 +211,8 @@ Order::Place Order::PlaceAt(const OrderPools& pools, unsigned rank) const
     if (nearLeaf != 0 && rank - nearFirst < NodeOf(pools, nearLeaf)->used) {
         return {nearLeaf, rank - nearFirst};
     }
+    // Down to the child that holds the rank among its own, which is what is left of the rank behind the children
+    // passed.
     unsigned number = root;
     unsigned rest = rank;
     for (const OrderNode* node = NodeOf(pools, root); node->level > 0;) {
@@ -223,6 +234,7 @@ Order::Place Order::PlaceAt(const OrderPools& pools, unsigned rank) const
 
 Order::Place Order::PlaceOf(const OrderPools& pools, const Element* element) const
 {
+    KZ_ASSERT(pools.elements != nullptr && element->leaf != 0);
     const OrderNode* const leaf = NodeOf(pools, element->leaf);
     unsigned at = 0;
     while (ElementOf(pools, leaf->entries[at]) != element) {
@@ -233,6 +245,7 @@ Order::Place Order::PlaceOf(const OrderPools& pools, const Element* element) con
 
 unsigned Order::RankOf(const OrderPools& pools, Place place) const
 {
+    // Up to the root, past all that stands in front on each level.
     unsigned rank = place.at;
     unsigned number = place.leaf;
     for (unsigned parent = NodeOf(pools, number)->parent; parent != 0; parent = NodeOf(pools, number)->parent) {
@@ -245,7 +258,8 @@ unsigned Order::RankOf(const OrderPools& pools, Place place) const
     return rank;
 }
 
-// Without a split.
+// Puts an element behind the last where no split is needed, which is nearly always so for what is read. False: nothing
+// changed.
 bool Order::Append(const OrderPools& pools, unsigned number)
 {
     OrderNode* const leaf = NodeOf(pools, last);
@@ -383,6 +397,7 @@ void Order::Sort(const OrderPools& pools, CompareProc compare)
 {
     // Runs of 1, 2, 4 ... elements, the longer ones from farther in front. The elements' `leaf` links them, because it
     // is free until all are in their new places; so there is no memory to ask for.
+    KZ_ASSERT(pools.elements != nullptr);
     constexpr unsigned kRuns = 32;
     unsigned runs[kRuns] = {};
     for (unsigned i = 0; i < count; ++i) {
@@ -395,10 +410,12 @@ void Order::Sort(const OrderPools& pools, CompareProc compare)
         }
         runs[size] = run;
     }
+    // From the shortest, which are the farthest behind; each longer one goes in front, so that equal elements stay.
     unsigned next = 0;
     for (const unsigned run : runs) {
         next = Merge(pools, run, next, compare);
     }
+    // The tree keeps its shape; only its leaves are filled anew.
     for (unsigned i = 0; i < count; ++i) {
         const Place place = PlaceAt(pools, i);
         Element* const element = ElementOf(pools, next);
@@ -413,6 +430,7 @@ const char* Order::Fault(const OrderPools& pools) const
     if (root == 0) {
         return count == 0 && last == 0 && nearLeaf == 0 ? nullptr : "an order without a root counts elements";
     }
+    // What only the whole can tell; the nodes are compared with each other below.
     const OrderNode* const top = NodeOf(pools, root);
     if (top->parent != 0 || (top->level > 0 && top->used < 2)) {
         return "the root has a parent, or a single child";

@@ -1,5 +1,6 @@
 // The order of the elements of a list: where an element stands, which one stands there, and edits in between, each in a
-// number of steps that grows with the logarithm of the list's length. C library only.
+// number of steps that grows with the logarithm of the list's length. C library only. Orders hold numbers of elements;
+// the elements themselves are somebody else's.
 #ifndef KZCORE_INIORDER_H
 #define KZCORE_INIORDER_H
 
@@ -9,13 +10,14 @@ namespace qkini {
 
 // What every element of a list begins with.
 struct Element {
-    char* name;
+    char* name;         // with a NUL behind it; whose memory it is depends on the element
     unsigned leaf;      // of the list's order that holds it
     unsigned comments;  // in front of it: the number of the last one, or 0
 };
 
+// A node of the tree. Those of all lists of an object stand in one pool.
 struct OrderNode {
-    static constexpr unsigned kRoom = 29;
+    static constexpr unsigned kRoom = 29;  // what two cache lines hold beside the rest
 
     unsigned parent;  // 0 for the root
     unsigned size;    // elements below it
@@ -25,7 +27,8 @@ struct OrderNode {
 };
 static_assert(sizeof(OrderNode) == 128, "two cache lines");
 
-// Where an order's nodes and elements are.
+// Where an order's nodes and elements are, the same for each call on one order. Given to each call, because an object
+// has as many orders as sections and names that stand there twice, and they would all hold the same two.
 struct OrderPools {
     Pool* nodes;
     Pool* elements;  // null where they don't know their leaf
@@ -36,12 +39,13 @@ struct OrderPools {
 struct Order {
     struct Place {
         unsigned leaf;
-        unsigned at;
+        unsigned at;  // from 0, in the leaf's entries
     };
 
-    unsigned root;
-    unsigned last;  // leaf
-    unsigned count;
+    unsigned root;   // a node, 0 while the order is empty
+    unsigned last;   // its last leaf, 0 while it is empty
+    unsigned count;  // elements
+    // A look-up leaves its leaf here, because most go on to the next rank. Each change sets it to 0.
     mutable unsigned nearLeaf;   // where a rank was last looked up, or 0
     mutable unsigned nearFirst;  // the rank of its first element
 
@@ -55,14 +59,19 @@ struct Order {
 
     // Inserts an element that gets this rank, from 0 to the count. False when out of memory: nothing changed.
     bool Insert(const OrderPools& pools, unsigned rank, unsigned number);
+
+    // Takes an element out, which needs no memory. The element itself stays.
     void Remove(const OrderPools& pools, Place place);
+
+    // Gives back all nodes, and leaves an empty order.
     void Clear(const OrderPools& pools);
 
-    // Sorts in place; equal elements keep their order. For elements that know their leaf.
+    // Sorts in place, without memory and in n log n comparisons; equal elements keep their order. For elements that
+    // know their leaf.
     using CompareProc = int (*)(const Element* a, const Element* b);
     void Sort(const OrderPools& pools, CompareProc compare);
 
-    // What is wrong with the tree, or null. For tests.
+    // What is wrong with the tree, or null; and how many nodes it has. For tests and KZ_ASSERT_SLOW.
     const char* Fault(const OrderPools& pools) const;
     unsigned CountNodes(const OrderPools& pools) const;
 

@@ -1,3 +1,9 @@
+// A pool is a table of chunks that never move, so that an element keeps its address while the pool grows. Elements are
+// known by numbers because these take half of a pointer's room in the trees and indexes that consist of little else.
+//
+// Numbers are made in order, m_made is the next one. Those given back form a chain through their elements, whose first
+// bytes hold the number of the next. Number 0 is made at once and never taken, so that 0 can stand for none.
+
 #include "IniPool.h"
 
 #include <stdlib.h>
@@ -11,6 +17,7 @@ namespace qkini {
 bool Pool::AddChunk()
 {
     constexpr unsigned kFirstRoom = 4;
+    // One more chunk would have numbers beyond kMost, whose highest bit is for the users of numbers.
     if (m_chunkCount > kMost >> m_chunkBits) {
         return false;
     }
@@ -23,6 +30,7 @@ bool Pool::AddChunk()
         m_chunks = chunks;
         m_chunkRoom = room;
     }
+    // Without memory for the chunk the larger table stays, which says the same as the smaller one.
     auto* const chunk = static_cast<char*>(Allocate(PerChunk() * m_elementSize));
     if (chunk == nullptr) {
         return false;

@@ -1,8 +1,11 @@
-// Elements of one size that stay where they are and are known by numbers of 32 bits. C library only.
+// Elements of one size that stay where they are and are known by numbers of 32 bits. C library only. A pool is not
+// copied while it has elements, since nobody would know whose they are; Clear, and not a destructor, frees them.
 #ifndef KZCORE_INIPOOL_H
 #define KZCORE_INIPOOL_H
 
 #include <stddef.h>
+
+#include "KzAssert.h"
 
 namespace qkini {
 
@@ -19,20 +22,25 @@ inline void CountSteps(size_t steps)
 inline void CountSteps(size_t /*steps*/) {}
 #endif
 
-// Numbers run from 1 up to kMost; 0 is none. A number that is given back is the next to be taken.
+// Numbers run from 1 up to kMost; 0 is none. A number that is given back is the next to be taken. Elements are raw
+// bytes that the pool never looks into while they are taken, aligned for a type of their size.
 class Pool {
 public:
     static constexpr unsigned kMost = 0x7FFFFFFF;
 
-    explicit Pool(size_t elementSize) : m_elementSize(elementSize)  // at least that of a number
+    // Requires a size of at least that of a number, which an element holds when it is given back.
+    explicit Pool(size_t elementSize) : m_elementSize(elementSize)
     {
+        KZ_ASSERT(elementSize >= sizeof(unsigned));
         while (elementSize << (m_chunkBits + 1) <= kChunkSize) {
             ++m_chunkBits;
         }
     }
 
+    // Where an element stands, for as long as the number is taken. Requires a number that was taken once.
     void* At(unsigned number) const
     {
+        KZ_ASSERT(IsMade(number));
         CountSteps(1);
         return m_chunks[number >> m_chunkBits] + (number & (PerChunk() - 1)) * m_elementSize;
     }
@@ -40,11 +48,13 @@ public:
     // Makes sure that `count` numbers can be taken. False when out of memory.
     bool Reserve(unsigned count);
 
-    // Requires a number reserved. What stands in the element is undefined.
+    // Takes a number. Requires one reserved, so that this can't fail. The element's bytes are undefined.
     unsigned Take();
+
+    // Gives a number back that is taken.
     void Give(unsigned number);
 
-    // Frees the memory of all elements.
+    // Frees the memory of all elements; no number is taken then.
     void Clear();
 
     // Whether the number was ever taken.
@@ -57,12 +67,14 @@ public:
     unsigned live() const { return m_made - 1 - m_givenBack; }
 
 private:
+    // Bytes. Small, because most objects hold a few items.
     static constexpr size_t kChunkSize = 4096;
 
+    // A power of two, so that an element is found by a shift and a mask.
     unsigned PerChunk() const { return 1u << m_chunkBits; }
     bool AddChunk();
 
-    size_t m_elementSize;
+    size_t m_elementSize;      // bytes
     unsigned m_chunkBits = 0;  // the logarithm of the number of elements in a chunk
     char** m_chunks = nullptr;
     unsigned m_chunkCount = 0;

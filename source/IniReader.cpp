@@ -2,8 +2,8 @@
 // LineReader puts them together to whole lines, and Reader takes each line for a section, an item, a comment or an
 // unrecognized one. Behind the last line the parts of values that were cut for their length are joined.
 //
-// Every byte of the text is a stranger's. The input may never end, so that all loops over it are bounded by the read
-// limit; and memory may run out at any line, so that the object is sound behind each of them.
+// Every byte of the text is a stranger's. The input may have no end, so the read limit bounds every loop over it; and
+// memory may run out at any line, so the object is sound behind each of them.
 
 #include "IniReader.h"
 
@@ -40,7 +40,8 @@ int LengthOfLine(const unsigned char* from, int size)
 {
     constexpr uint64_t kOnes = 0x0101010101010101;
     int length = 0;
-    // Eight at a time where none is below 14, so that none is an end.
+    // Eight at a time where none is below 14, so that none is an end. A tab among them, which is below 14 too, only
+    // sends the rest of the line to the loop behind.
     for (uint64_t word; length + int{sizeof word} <= size; length += int{sizeof word}) {
         memcpy(&word, from + length, sizeof word);
         if (((word - kOnes * ('\r' + 1)) & ~word & (kOnes * 0x80)) != 0) {
@@ -53,7 +54,8 @@ int LengthOfLine(const unsigned char* from, int size)
     return length;
 }
 
-// Skips the second half of a pair such as CR LF; adds it to what was taken.
+// Skips the second half of a pair such as CR LF, and adds it to what was taken. Two different ends in a row are a pair;
+// two equal ones end two lines.
 int SkipPairedEnd(IniLineInput* input, int* taken)
 {
     const int result = FillChunk(input);
@@ -188,7 +190,8 @@ private:
     long long m_left;  // bytes that may still be taken
 };
 
-// Takes an object's lines, one after the other. Each step is false when out of memory.
+// Takes an object's lines, one after the other. Each step is false when out of memory. Comments wait in m_pending until
+// the section or item comes in front of which they stand.
 class Reader {
 public:
     explicit Reader(IniFile* ini) : m_ini(ini) {}
@@ -197,6 +200,7 @@ public:
 
     bool Take(Text line, int number)
     {
+        // White space in front counts for nothing, but a line that is kept is kept with it.
         m_line = number;
         const Text text = TrimmedLeft(line);
         if (text.IsEmpty()) {
@@ -240,7 +244,8 @@ private:
         m_pending = 0;
     }
 
-    // `text` is what follows the bracket.
+    // `text` is what follows the bracket. What follows the closing one is dropped. A section that comes again goes on,
+    // and from then on bears the line and the comments of where it came last.
     bool TakeSection(Text line, Text text)
     {
         const auto* const bracket = static_cast<const char*>(memchr(text.begin, ']', text.size));
@@ -261,6 +266,7 @@ private:
         return true;
     }
 
+    // The first separator ends the tag, so that a value may hold more of them.
     bool TakeItem(Text line, Text text)
     {
         const bool hasColons = (m_ini->readOptions & kIniReadColonAndNull) != 0;
@@ -268,6 +274,7 @@ private:
         while (separator != text.end() && *separator != '=' && !(hasColons && *separator == ':')) {
             ++separator;
         }
+        // Without a tag or without a separator there is nothing by which a value could be found.
         if (separator == text.begin || separator == text.end()) {
             return TakeUnrecognized(line);
         }
@@ -279,7 +286,7 @@ private:
         }
         if (m_section == nullptr) {
             if (!hasColons) {
-                return true;
+                return true;  // an item of no section is dropped
             }
             m_section = AddSection(m_ini, Text("(null)"), -1, Where::kLast);
         }
@@ -288,6 +295,7 @@ private:
 
     bool StoreItem(IniSection* section, Text tag, Text value)
     {
+        // The value is copied before an item is made for it, because an item without a value would be no sound one.
         const char quote = QuoteOf(value);
         char* const stored = m_ini->arena.Copy(quote == 0 ? value : Text(value.begin + 1, value.size - 2));
         if (stored == nullptr) {
@@ -308,7 +316,7 @@ private:
         return true;
     }
 
-    // The quotes to strip from a value, or 0.
+    // The quotes to strip from a value, or 0. A quote alone is a value, not a pair around nothing.
     char QuoteOf(Text value) const
     {
         if (value.size < 2 || *value.begin != value.end()[-1]) {
@@ -327,12 +335,14 @@ private:
     unsigned m_pending = 0;  // comments
 };
 
-// A run of items "tag Line0001", "tag Line0002" ... from `first` up to `end`, which become one.
+// A run of items "tag Line0001", "tag Line0002" ..., by ranks from `first` up to `end`, which become one.
 struct Run {
     int first;
     int end;
 };
 
+// Whether an item is the first part of a value, or one of those behind it. Their base tags and numbers are not
+// compared: the first part begins a run and the next one ends it.
 bool IsContinuation(const IniItem* item, bool isFirst)
 {
     const long number = ContinuationOf(Text(item->name)).number;
@@ -353,6 +363,7 @@ Run RunAt(const IniSection* section, int first)
 // changed.
 bool JoinRun(IniFile* ini, IniSection* section, Run run)
 {
+    KZ_ASSERT(run.first < run.end && run.end <= section->items.Count());
     size_t size = 0;
     for (int i = run.first; i < run.end; ++i) {
         size += strlen(ItemAt(section, i)->value);

@@ -1,11 +1,13 @@
-// The one binary search of the INI engine. C library only.
+// The one binary search of the INI engine. C library only. Over numbers instead of memory, because lists of hosts lie
+// in one block and those of an object in a tree.
 #ifndef KZCORE_INISEARCH_H
 #define KZCORE_INISEARCH_H
 
 namespace qkini {
 
-// The first of `count` numbers from 0 for which `isInFront` is false, or `count`. Requires: `isInFront` is true for
-// none behind a number for which it is false.
+// The first of `count` numbers from 0 for which `isInFront` is false, or `count`. Requires: `isInFront` is true for no
+// number behind one for which it is false. Where that does not hold the result is some number up to `count`, so a list
+// that is out of order leads to a wrong answer and never out of the list.
 template <typename Number, typename IsInFront>
 Number LowerBound(Number count, IsInFront isInFront)
 {

@@ -1,3 +1,13 @@
+// A safe save goes through these steps: see whether the file may be written, make a temporary file beside it, write and
+// sync that one, give it the old file's rights, and rename it over the old one. The old file is whole up to the rename
+// and the new one from then on, so whatever fails in between costs nothing but the temporary file, which is removed.
+//
+// A save in place truncates the file first. When it fails the old content is lost, and half of a new one would be read
+// as if it were whole, so the file is removed then.
+//
+// Every system call is made anew when a signal interrupts it (Retry), but for close, after which a descriptor is gone
+// whatever close returns.
+
 #include "IniStorage.h"
 
 #include <errno.h>
@@ -20,39 +30,43 @@ constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
 constexpr size_t kMarkSize = 4;  // of the longest mark, that of UTF-32
 constexpr size_t kTemporaryNameSize = 256;
 
+// A longer name would not fit where the object remembers it.
 bool IsUsablePath(const char* path)
 {
     return path != nullptr && *path != 0 && strlen(path) < kIniFileNameSize;
 }
 
+// A file's date in nanoseconds, which is only compared for being the same.
 long long StampOf(const struct stat& status)
 {
-    // Unsigned, as dates from 2262 on wrap.
+    // Unsigned, because dates from 2262 on wrap.
     constexpr unsigned long long kNanosecondsPerSecond = 1000000000;
     const auto seconds = static_cast<unsigned long long>(status.st_mtim.tv_sec);
     return static_cast<long long>(seconds * kNanosecondsPerSecond +
                                   static_cast<unsigned long long>(status.st_mtim.tv_nsec));
 }
 
-// Remembers which file the object stands for, and its date.
+// Remembers which file the object stands for, and its date. memmove, because the path may be the remembered one.
 void Remember(IniFile* ini, const char* path, long long stamp)
 {
+    KZ_ASSERT(IsUsablePath(path));
     memmove(ini->fileName, path, strlen(path) + 1);
     ini->fileDate = stamp;
 }
 
 // A stream to read from, whose first bytes were read to see a mark.
 struct MarkedStream {
-    FILE* file;
+    FILE* file;  // not owned
     unsigned char head[kMarkSize];
-    size_t headSize;
-    size_t headUsed;
+    size_t headSize;  // bytes that were read, fewer in a short file
+    size_t headUsed;  // those of them that were skipped or given out
 };
 
-// An IniStreamFunction.
+// An IniStreamFunction: the head first, because a pipe can't be set back, then the rest of the stream.
 int ReadStream(void* context, int size, int* actual, void* buffer)
 {
     auto* const stream = static_cast<MarkedStream*>(context);
+    KZ_ASSERT(stream->headUsed <= stream->headSize && size >= static_cast<int>(kMarkSize));
     const size_t rest = stream->headSize - stream->headUsed;
     if (rest > 0) {
         memcpy(buffer, stream->head + stream->headUsed, rest);
@@ -69,7 +83,8 @@ bool StartsWith(const MarkedStream& stream, const char* mark, size_t size)
     return stream.headSize >= size && memcmp(stream.head, mark, size) == 0;
 }
 
-// Reads the first bytes and skips a mark of UTF-8.
+// Reads the first bytes and skips a mark of UTF-8. A file that says it is UTF-16 or UTF-32 is refused, because its text
+// would be read as lines full of NULs. FF FE begins both little-endian marks.
 int ReadMark(MarkedStream* stream)
 {
     clearerr(stream->file);
@@ -127,6 +142,8 @@ public:
 
     int Put(const char* bytes, size_t size)
     {
+        // A full buffer is written at once, so that there is room for a byte whenever this begins.
+        KZ_ASSERT(m_used < sizeof m_buffer);
         while (size > 0) {
             const size_t room = sizeof m_buffer - m_used;
             const size_t part = size < room ? size : room;
@@ -148,6 +165,7 @@ public:
     {
         for (size_t done = 0; done < m_used;) {
             const ssize_t written = Retry([&] { return g_system.write(m_file, m_buffer + done, m_used - done); });
+            // A write of nothing is no progress, and trying again might have no end.
             if (written <= 0) {
                 return kIniErrWrite;
             }
@@ -194,6 +212,7 @@ private:
     char m_buffer[8192];
 };
 
+// All that a file holds, down to the disk if the options ask for it.
 int WriteContent(IniFile* ini, OutputFile* output)
 {
     int result = 1;
@@ -220,6 +239,7 @@ int SaveInPlace(IniFile* ini, const char* path)
         return kIniErrOpenForWrite;
     }
     OutputFile output(file, path);
+    // A device or a pipe is not removed, whatever fails.
     if (!output.IsRegular()) {
         output.Keep();
     }
@@ -240,6 +260,8 @@ bool TemporaryName(const IniFile* ini, const char* path, char* name)
 {
     const char* const slash = strrchr(path, '/');
     const char* const dot = strrchr(path, '.');
+    // In the same folder, because a rename can't leave its file system. A dot in a folder's name begins no extension,
+    // and a file that has the extension TMP itself gets a second one, because it must not be its own temporary file.
     int size;
     if ((ini->writeOptions & kIniWriteMkstemp) != 0) {
         const int folder = slash == nullptr ? 0 : static_cast<int>(slash - path) + 1;
@@ -283,7 +305,8 @@ private:
     bool m_isThere = false;
 };
 
-// Whether the target may be written.
+// Whether the path may be written, and what stands there. Asked by opening, because the rename needs no right to the
+// file that it replaces; and a new file is refused here, before anything is written, where its folder takes none.
 bool IsWritable(const char* path, OldFile* old)
 {
     old->exists = StatusOf(path, &old->status);
@@ -314,6 +337,7 @@ int OpenTemporary(const IniFile* ini, const OldFile& old, char* name)
         if (file < 0) {
             return kIniErrTemporary;
         }
+        // mkstemp makes a file for its owner alone, which a new configuration file is not meant to be.
         if (!old.exists && Retry([&] { return g_system.fchmod(file, 0644); }) != 0) {
             g_system.close(file);
             Remove(name);
@@ -327,6 +351,7 @@ int OpenTemporary(const IniFile* ini, const OldFile& old, char* name)
     return file < 0 ? kIniErrOpenForWrite : file;
 }
 
+// Writes a file that takes the place of the old one by a rename.
 int SaveSafely(IniFile* ini, const char* path)
 {
     char name[kTemporaryNameSize];
@@ -344,6 +369,7 @@ int SaveSafely(IniFile* ini, const char* path)
     OutputFile output(file, name);
     int result = WriteContent(ini, &output);
     const long long stamp = output.Stamp();
+    // Before the close, because rights are given to the descriptor: nobody can put another file under its name.
     const int lostRights = result == 1 ? TakeRights(file, old) : 0;
     if (result == 1) {
         result = output.Close();
@@ -365,6 +391,7 @@ int CutStream(FILE* file)
     if (fflush(file) != 0) {
         return kIniErrWrite;
     }
+    // A stream that may not be written is told from one that can't be cut, as a pipe.
     if (Retry([&] { return ftruncate(fileno(file), 0); }) != 0) {
         return errno == EBADF || errno == EACCES ? kIniErrPermission : kIniErrStream;
     }
@@ -417,6 +444,7 @@ int WriteToStream(IniFile* ini, FILE* file, bool append)
     if ((ini->writeOptions & kIniWriteSafely) != 0) {
         return kIniErrStream;
     }
+    // The stream's own buffer is flushed at the end, so that a full disk is told now and not when the host closes it.
     int result = append ? 1 : CutStream(file);
     if (result == 1 && (ini->writeOptions & kIniWriteUtf8Bom) != 0 && fputs(kUtf8Mark, file) < 0) {
         result = kIniErrWrite;

@@ -8,7 +8,7 @@
 
 namespace qkini {
 
-// Functions of our own where the name is also a macro's, or is overloaded for a mode that is not always given.
+// Functions of our own stand where a header may declare the call as variadic or inline.
 SystemCalls g_system = {
     [](const char* path, int flags, mode_t mode) { return open(path, flags, mode); },
     &mkstemp,

@@ -1,5 +1,7 @@
-// What the INI engine asks of the system to save a file, in a table so that tests can make each call fail. C library
-// only.
+// What the INI engine asks of the system to save a file, in a table so that tests can make each call fail: a disk that
+// is full, a right that is missing, a signal in between. C library only.
+//
+// Reading goes through the C library's streams and is not in the table, but for the status of a file.
 #ifndef KZCORE_INISYSTEM_H
 #define KZCORE_INISYSTEM_H
 
@@ -9,7 +11,7 @@
 
 namespace qkini {
 
-// Each as the call of its name, of POSIX or, for extended attributes, of Linux.
+// Each as the call of its name, of POSIX or, for extended attributes, of Linux: -1 and errno for a failure.
 struct SystemCalls {
     int (*open)(const char* path, int flags, mode_t mode);
     int (*mkstemp)(char* name);
@@ -27,9 +29,11 @@ struct SystemCalls {
     int (*unlink)(const char* path);
 };
 
+// Changed by tests only, while nothing saves.
 extern SystemCalls g_system;
 
-// The result of the call, which is made again as long as a signal interrupts it.
+// The result of the call, which is made again as long as a signal interrupts it. Not for close, which ends the
+// descriptor even then. Results below 0 are failures.
 template <typename Call>
 auto Retry(Call call)
 {

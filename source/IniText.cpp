@@ -1,3 +1,11 @@
+// Names are compared and hashed in every look-up, so both work on a text where it stands: nothing is copied or folded
+// beforehand. The two have to agree, because an index finds a name by its hash first: what CompareBlind calls equal,
+// HashOf must hash equal.
+//
+// Nothing here follows the process's locale, because a file that one program writes is read by another in any locale.
+// Case and white space are those of ASCII, and the two calls that only the C library can do well, reading and printing
+// a double, run in the C locale.
+
 #include "IniText.h"
 
 #include <errno.h>
@@ -27,7 +35,8 @@ constexpr int HexDigit(char c)
     return upper >= 'A' && upper <= 'F' ? 16 + 10 + (upper - 'A') : 0;
 }
 
-// How many bytes stand for each byte.
+// How many bytes stand for each byte: 1 for itself, 2 for a backslash and a letter, 4 for \xHH. A table, because every
+// byte of every value that is put is looked up.
 struct EscapeSizes {
     unsigned char sizes[256];
 
@@ -43,6 +52,7 @@ struct EscapeSizes {
 };
 constexpr EscapeSizes kEscapeSizes;
 
+// Requires room for as many bytes as the table says.
 void WriteEscaped(Text text, char* out)
 {
     constexpr char kDigits[] = "0123456789abcdef";
@@ -102,7 +112,8 @@ uint64_t LoadWord(const char* from)
     return word;
 }
 
-// The last eight bytes, or all of a shorter text.
+// The last eight bytes, or all of a shorter text. A text of 4 to 7 bytes is taken as two halves that overlap, which
+// saves a loop; texts of different sizes may give one word, so the hash takes the size too.
 uint64_t LastWord(Text text)
 {
     if (text.size >= sizeof(uint64_t)) {
@@ -122,6 +133,7 @@ uint64_t LastWord(Text text)
     return word;
 }
 
+// Both halves of the product of all bits, folded into one: the step that spreads each bit over the hash.
 uint64_t Mix(uint64_t a, uint64_t b)
 {
     __extension__ typedef unsigned __int128 Wide;
@@ -129,7 +141,8 @@ uint64_t Mix(uint64_t a, uint64_t b)
     return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
 }
 
-// An integer's sign and magnitude of at most 32 bits.
+// An integer's sign and magnitude of at most 32 bits. False for text without a digit, with anything else in it, or
+// with a number that is greater: a liar's number past this would wrap into a small one.
 bool ParseMagnitude(const char* text, bool* isNegative, unsigned int* magnitude)
 {
     constexpr unsigned int kTenth = UINT_MAX / 10;  // 429,496,729
@@ -145,7 +158,7 @@ bool ParseMagnitude(const char* text, bool* isNegative, unsigned int* magnitude)
     unsigned int value = 0;
     for (; at != trimmed.end(); ++at) {
         const auto digit = static_cast<unsigned int>(*at - '0');
-        if (!IsDigit(*at) || value > kTenth || (value == kTenth && digit > 5)) {
+        if (!IsDigit(*at) || value > kTenth || (value == kTenth && digit > UINT_MAX % 10)) {
             return false;
         }
         value = value * 10 + digit;
@@ -154,8 +167,9 @@ bool ParseMagnitude(const char* text, bool* isNegative, unsigned int* magnitude)
     return true;
 }
 
-// The locale of files, for the time of a call into the C library. It is made once and never freed, because any thread
-// may be in such a call at the process's end.
+// The locale of files, for this thread and the time of a call into the C library. The object is made once and never
+// freed, because any thread may be in such a call at the process's end. Where there is no memory to make it, uselocale
+// is given null, which leaves the thread's locale as it is.
 class CLocale {
 public:
     CLocale() : m_before(uselocale(Object())) {}
@@ -210,7 +224,8 @@ char* Duplicate(Text text)
 
 unsigned HashOf(Text name, unsigned long long seed)
 {
-    // Multiply and fold the product, as in wyhash by Wang Yi; its constants.
+    // Multiply and fold the product, as in wyhash by Wang Yi; its constants. The last word may overlap the one before
+    // it, so that no byte is handled alone.
     constexpr uint64_t kFirst = 0xA0761D6478BD642F;
     constexpr uint64_t kSecond = 0xE7037ED1A0B428DB;
     const Text trimmed = Trimmed(name);
@@ -226,6 +241,8 @@ unsigned HashOf(Text name, unsigned long long seed)
 
 int CompareBlind(Text a, Text b)
 {
+    // Bytes compare without a sign, so that names beyond ASCII stand behind it in every sorted list, whatever `char`
+    // is.
     const Text x = Trimmed(a);
     const Text y = Trimmed(b);
     const size_t common = x.size < y.size ? x.size : y.size;
@@ -241,12 +258,16 @@ int CompareBlind(Text a, Text b)
 
 bool AreSameName(const char* stored, Text name, bool caseSensitive)
 {
+    KZ_ASSERT(!name.Contains('\0'));
+    // Names are mostly asked for as they are stored. strncmp stops at the NUL of `stored`, which the name does not
+    // hold, so the byte behind an equal run is within `stored`.
     if (strncmp(stored, name.begin, name.size) == 0 && stored[name.size] == 0) {
         return true;
     }
     return !caseSensitive && CompareBlind(Text(stored), name) == 0;
 }
 
+// From the right, because the base may end in anything, a mark and digits too.
 size_t BaseOfLookalike(Text tag)
 {
     const char* digits = tag.end();
@@ -264,6 +285,8 @@ size_t BaseOfLookalike(Text tag)
 Continuation ContinuationOf(Text tag)
 {
     constexpr Continuation kNone{0, -1};
+    // The writer's mark has this case and no other. A base that holds a mark itself is the base of no part, because
+    // what is joined once would look like a part again at the next reading.
     const size_t baseSize = BaseOfLookalike(tag);
     if (baseSize == 0 || memcmp(tag.begin + baseSize, kMark.begin, kMark.size) != 0 ||
         HasContinuationMark({tag.begin, baseSize})) {
@@ -273,6 +296,7 @@ Continuation ContinuationOf(Text tag)
     long number = 0;
     for (; digits != tag.end(); ++digits) {
         const long digit = *digits - '0';
+        // A number that wraps could come out as 1, the mark of a value's first part.
         if (number > (LONG_MAX - digit) / 10) {
             return kNone;
         }
@@ -288,6 +312,7 @@ bool HasContinuationMark(Text tag)
 
 char* Escaped(Text text)
 {
+    // Measured first, because one block of just the size is what the object keeps.
     size_t size = text.size;
     for (size_t i = 0; i < text.size; ++i) {
         size += kEscapeSizes[static_cast<unsigned char>(text.begin[i])] - 1;
@@ -297,6 +322,7 @@ char* Escaped(Text text)
         return nullptr;
     }
     result[size] = 0;
+    KZ_ASSERT(size >= text.size);
     if (size == text.size) {
         memcpy(result, text.begin, size);
     } else {
@@ -313,6 +339,7 @@ size_t Unescape(Text text, char* out, size_t room)
             output.Put(*at);
             continue;
         }
+        // A backslash at the end stands for nothing, one in front of no escape for the character behind it.
         if (++at == text.end()) {
             break;
         }
@@ -334,6 +361,7 @@ bool ParseInt(const char* text, int* out)
     if (!ParseMagnitude(text, &isNegative, &magnitude)) {
         return false;
     }
+    // One more below 0 than above, and from unsigned to int without an overflow on the way.
     if (magnitude > static_cast<unsigned int>(INT_MAX) + (isNegative ? 1 : 0)) {
         return false;
     }
@@ -363,6 +391,8 @@ bool ParseDouble(const char* text, double* out)
         *out = -HUGE_VAL;
         return true;
     }
+    // A number beyond the range of doubles is no number, rather than the infinity that strtod makes of it; only errno
+    // tells. The caller's errno stays.
     const CLocale locale;
     const int before = errno;
     errno = 0;
@@ -378,6 +408,7 @@ bool ParseDouble(const char* text, double* out)
 
 void FormatDouble(double value, char* out, size_t size)
 {
+    KZ_ASSERT(size > 0);
     const CLocale locale;
     snprintf(out, size, "%.14e", value);
 }

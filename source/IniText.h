@@ -1,20 +1,26 @@
 // Text as the INI engine sees it: bytes, of which only those of ASCII mean anything, in whatever locale the process
-// runs. C library only.
+// runs. C library only. Pure functions, for any thread; none but Duplicate and Escaped allocates.
 #ifndef KZCORE_INITEXT_H
 #define KZCORE_INITEXT_H
 
 #include <stddef.h>
 #include <string.h>
 
+#include "KzAssert.h"
+
 namespace qkini {
 
-// A piece of text that is somebody else's.
+// A piece of text that is somebody else's, who keeps it for as long as this is used. No NUL needs to follow it.
 struct Text {
     const char* begin;
-    size_t size;
+    size_t size;  // bytes
 
     constexpr Text(const char* from, size_t length) : begin(from), size(length) {}
-    Text(const char* from, const char* to) : begin(from), size(static_cast<size_t>(to - from)) {}
+    // Requires `to` at or behind `from`, in the same text.
+    Text(const char* from, const char* to) : begin(from), size(static_cast<size_t>(to - from))
+    {
+        KZ_ASSERT(from <= to);
+    }
     // Up to its NUL; null is empty.
     explicit Text(const char* text) : begin(text == nullptr ? "" : text), size(strlen(begin)) {}
 
@@ -23,6 +29,7 @@ struct Text {
     bool Contains(char c) const { return memchr(begin, c, size) != nullptr; }
 };
 
+// The character classes of the C locale, because isspace and its kin follow the process's.
 constexpr bool IsSpace(char c)
 {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -38,16 +45,16 @@ constexpr char ToUpper(char c)
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
-// The text without white space at both ends, and at one.
+// The text without white space at its front, at its end, and at both.
 Text TrimmedLeft(Text text);
 Text TrimmedRight(Text text);
 Text Trimmed(Text text);
 
-// A copy with a NUL behind it; null when out of memory.
+// A copy with a NUL behind it, which the caller frees; null when out of memory.
 char* Duplicate(Text text);
 
-// A hash that is equal for names that compare equal, whatever the case and the white space at the ends. `seed` keeps
-// names from being chosen to collide.
+// A hash that is equal for names that compare equal, whatever the case and the white space at the ends. The seed is
+// random for each object, because a stranger who knew it could fill a file with names that all collide.
 unsigned HashOf(Text name, unsigned long long seed);
 
 // A name to be found, with its hash.
@@ -58,14 +65,15 @@ struct NameKey {
     NameKey(Text text, unsigned long long seed) : name(text), hash(HashOf(text, seed)) {}
 };
 
-// Names compare without regard to case and to white space at their ends, or byte for byte.
+// Names compare without regard to case and to white space at their ends, or byte for byte. Requires a name without a
+// NUL.
 int CompareBlind(Text a, Text b);  // -1, 0 or 1
 bool AreSameName(const char* stored, Text name, bool caseSensitive);
 
-// What a tag like "base Line0001" stands for; the number is -1 for any other.
+// What a tag like "base Line0001" stands for: the part of that number of the value of "base". -1 for any other tag.
 struct Continuation {
-    size_t baseSize;
-    long number;
+    size_t baseSize;  // bytes
+    long number;      // 0 or more
 };
 Continuation ContinuationOf(Text tag);
 
@@ -76,9 +84,10 @@ size_t BaseOfLookalike(Text tag);
 // Whether a tag with " Line0001" behind it would stand for another base, or none.
 bool HasContinuationMark(Text tag);
 
-// Escapes: \t, \n, \", \\, and \x with two hexadecimal digits for other control characters. An escaped text is the
-// caller's to free, null when out of memory. The other gives the size of the result, which is written, without a NUL,
-// as far as it fits in `room` bytes.
+// Escapes: \t, \n, \", \\, and \x with two hexadecimal digits for other control characters. Escaped returns a text that
+// the caller frees, null when out of memory. Unescape returns the size of the whole result, of which it writes as much
+// as fits in `room` bytes, without a NUL; the result is never longer than the text, and `out` may be the text's own
+// memory.
 char* Escaped(Text text);
 size_t Unescape(Text text, char* out, size_t room);
 
@@ -86,7 +95,7 @@ size_t Unescape(Text text, char* out, size_t room);
 bool ParseInt(const char* text, int* out);
 bool ParseUInt(const char* text, unsigned int* out);
 bool ParseDouble(const char* text, double* out);
-void FormatDouble(double value, char* out, size_t size);  // "%.14e"
+void FormatDouble(double value, char* out, size_t size);  // "%.14e", with a NUL, cut to `size` bytes
 
 }  // namespace qkini
 

@@ -1,4 +1,8 @@
 // The codes, options and function types of INI objects. Usable from C11 and C++20; needs nothing but the C library.
+//
+// The host's functions are called on the thread that reads or writes, with the context that it gave, and throw nothing:
+// the engine's memory would not be freed on the way. Their negative results come back as they are from the call that
+// they end, so a host may have codes of its own.
 #ifndef KZCORE_INITYPES_H
 #define KZCORE_INITYPES_H
 
@@ -14,8 +18,10 @@
 extern "C" {
 #endif
 
+// An object, known to hosts by its address only.
 typedef struct IniFile IniFile;
 
+// Why a call failed. 1 is success and 0 is not found, and neither is an error.
 enum IniError {
     kIniErrLineTooShort = -2,     // the greatest line length leaves no room for a value behind this tag
     kIniErrUnicodeMark = -3,      // the file starts with a mark of UTF-16 or UTF-32
@@ -36,6 +42,7 @@ enum IniError {
     kIniErrBoolean = -5024        // neither "True" nor "False"
 };
 
+// How text is read, a sum for IniSetReadOptions.
 enum IniReadOption {
     kIniReadKeepEmpty = 1,          // an item with an empty value is an item, not an unrecognized line
     kIniReadStripDoubleQuotes = 2,  // a value in double quotes loses them, and is written with them
@@ -44,6 +51,7 @@ enum IniReadOption {
     kIniReadKeepComments = 16       // comments, blank and unrecognized lines are kept, unless the object is sorted
 };
 
+// How an object is written, a sum for IniSetWriteOptions.
 enum IniWriteOption {
     kIniWriteUtf8Bom = 1,       // the file starts with EF BB BF
     kIniWriteSafely = 2,        // into a temporary file, which then takes the file's place
@@ -54,6 +62,7 @@ enum IniWriteOption {
     kIniWriteSync = 32          // the data is on the disk before IniWriteToFile returns
 };
 
+// What a save could not keep, a sum from IniLostRights.
 enum IniLostRight {
     kIniLostOwner = 1,  // the new file has another owner
     kIniLostGroup = 2,  // or another group
@@ -71,6 +80,7 @@ typedef int (*IniOutputFunction)(void* context, const char* line);
 // Reads a stream in pieces: `*actual` of at most `size` bytes into `buffer`, 0 at its end; negative for a failure.
 typedef int (*IniStreamFunction)(void* context, int size, int* actual, void* buffer);
 
+// The most bytes that are asked of a stream at a time.
 enum { kIniInputChunk = 2084 };
 
 // What IniLineFileInputFunction reads from. Zero it, then set the first two fields.

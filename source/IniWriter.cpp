@@ -1,3 +1,10 @@
+// The object is written in its order, line by line, through a buffer that holds one line. What makes it long is the
+// care for values that are cut: a reader joins parts by their tags alone, so a value is cut only where its parts can't
+// be taken for another's, nor another's for its.
+//
+// The first failure stays and stops everything behind it, in one place (LineWriter), so that nothing else has to look
+// at results on its way.
+
 #include "IniWriter.h"
 
 #include <stdio.h>
@@ -38,7 +45,7 @@ public:
         m_used = 0;
     }
 
-    // A whole line.
+    // A whole line. The output function's negative result is the failure, its other results count as success.
     void Put(const char* line)
     {
         if (m_result == 1) {
@@ -59,6 +66,7 @@ private:
         if (hasFailed()) {
             return false;
         }
+        // At least twice the size, so that a line of any length is copied a bounded number of times per byte.
         if (size >= m_size - m_used) {
             const size_t wanted = m_used + size + 1;
             const size_t larger = m_size * 2 > wanted ? m_size * 2 : wanted > kFirstSize ? wanted : kFirstSize;
@@ -91,6 +99,8 @@ public:
           m_separator((ini->writeOptions & kIniWriteSpacedEquals) != 0 ? " = " : "=")
     {}
 
+    // Blank lines that were read are among the comments. So where comments are written, only sections that were not
+    // read get blank lines, behind them and in front; where they are not, each section gets one behind it.
     void WriteAll()
     {
         bool isBehindRead = false;
@@ -114,6 +124,7 @@ public:
     }
 
 private:
+    // Items before any section were read into one of the name "(null)", whose own line is not written.
     void WriteSection(IniSection* section, bool isNull)
     {
         m_section = section;
@@ -134,7 +145,7 @@ private:
         }
     }
 
-    // As numbered in the object: the last one.
+    // The ring of comments whose last one has this number, or none for 0.
     void WriteComments(unsigned last)
     {
         for (unsigned number = m_hasComments ? last : 0; number != 0 && !m_lines.hasFailed();) {
@@ -147,6 +158,8 @@ private:
         }
     }
 
+    // A line that is too long is cut, or else written as it is where no reader would join its parts; a tag that leaves
+    // no room for a part fails even then.
     void WriteItem(const IniItem& item)
     {
         const Text tag(item.name);
@@ -178,6 +191,8 @@ private:
         return !item.hasLookalike && !HasContinuationMark(Text(item.name)) && !IsInFrontOfPart(&item);
     }
 
+    // Marks the items whose parts would have another item's name. Goes from those names to the items, once for a
+    // section and only when a value of it is cut, because asking each item for all numbers would have no end.
     void MarkLookalikes()
     {
         for (Element* const item : m_section->items) {
@@ -194,6 +209,7 @@ private:
 
     NameKey KeyOf(Text name) const { return {name, m_ini->names.naming.seed}; }
 
+    // Whether a reader would take what follows for one more part of this value.
     bool IsInFrontOfPart(const Element* element) const
     {
         const Element* next = m_section->items.Behind(element);
@@ -228,6 +244,7 @@ private:
         if (!cutter->isValid()) {
             m_lines.Fail(kIniErrMemory);
         }
+        // Four digits or as many as are needed; a reader takes any.
         for (int number = 1; cutter->HasNext() && !m_lines.hasFailed(); ++number) {
             char mark[32];
             snprintf(mark, sizeof mark, " Line%04d", number);

@@ -375,4 +375,38 @@ TEST(IniEdits, CostIsLinear)
     }
 }
 
+// Each damage is its own repair.
+TEST(IniEdits, WalkerSeesDamage)
+{
+    const IniOwner ini = NewIni();
+    IniSetDuplicateChecking(ini.get(), 0);
+    ASSERT_EQ(1, kztest::ReadText(ini.get(), "[z]\na=1\n[s]\n" + kztest::TextOf(kztest::Lines(20, "c=2")) + "b=3\n"));
+    IniSection* const section = qkini::SectionAt(ini.get(), 1);
+    ASSERT_EQ(1, IniItemExists(ini.get(), "s", "b")) << "makes the index";
+    IniItem* const item = qkini::ItemAt(section, 20);
+    IniSection other{};
+    IniSection* current = &other;
+    char* value = nullptr;
+    const std::vector<std::function<void()>> damages = {
+        [&] { ini->trailingComments ^= 99; },
+        [&] { ini->comments.Reserve(1), item->comments ^= 1; },
+        [&] { std::swap(ini->currentSection, current); },
+        [&] { std::swap(ini->arena.at, ini->arena.end); },
+        [&] { std::swap(item->value, value); },
+        [&] { item->ownsName = !item->ownsName; },
+        [&] { *item->name ^= 1; },
+        [&] { item->leaf ^= 1; },
+        [&] { section->items.order.count ^= 1; },
+        [&] { section->items.order.last ^= 1; },
+        [&] { section->items.used ^= 1; },
+        [&] { section->items.isInOrder = !section->items.isInOrder; },
+    };
+    for (std::size_t i = 0; i < damages.size(); ++i) {
+        EXPECT_STREQ(nullptr, qkini::Fault(ini.get()));
+        damages[i]();
+        EXPECT_STRNE(nullptr, qkini::Fault(ini.get())) << i;
+        damages[i]();
+    }
+}
+
 }  // namespace

@@ -1,3 +1,6 @@
+// Each command reads the file into a Document, asks or edits it, and appends to the output. A failure is thrown from
+// where it is found; what the output holds by then is printed all the same.
+
 #include "Commands.h"
 
 #include "Text.h"
@@ -50,6 +53,7 @@ void Get(const Request& request, std::string* output)
     const Document document(request.operands[0], request.options, Document::Purpose::kQuery);
     const std::string& section = request.operands[1];
     const std::string& tag = request.operands[2];
+    // The value goes out as it is, not in printable form, because a script compares it.
     const char* value = nullptr;
     const int result = IniGetPointerToString(document.ini(), section.c_str(), tag.c_str(), &value);
     document.Require(result);
@@ -77,6 +81,7 @@ std::string JsonOf(const Section& section)
 void List(const Request& request, std::string* output)
 {
     const Document document(request.operands[0], request.options, Document::Purpose::kQuery);
+    // A section's name is compared as the library compares it.
     Content content = document.content();
     const std::string* const name = OperandAt(request, 1);
     if (name != nullptr) {
@@ -151,6 +156,7 @@ void Unset(const Request& request, std::string* output)
     const Document document(request.operands[0], request.options, Document::Purpose::kEdit);
     const std::string& section = request.operands[1];
     const std::string* const tag = OperandAt(request, 2);
+    // A section goes with its items; their comments stay.
     const int result = tag == nullptr ? IniRemoveSection(document.ini(), section.c_str())
                                       : IniRemoveItem(document.ini(), section.c_str(), tag->c_str());
     document.Require(result);
@@ -169,6 +175,8 @@ void RenameSection(const Request& request, const Document& document)
 {
     const std::string& name = request.operands[1];
     const std::string& newName = request.operands[2];
+    // The library would leave two sections of one name, of which the second could not be reached any more. Another case
+    // of its own name is no other section.
     if (!IsSameName(name, newName) && IniSectionExists(document.ini(), newName.c_str()) == 1) {
         document.Refuse("there is a section [" + newName + "] already");
     }
@@ -181,6 +189,8 @@ void RenameSection(const Request& request, const Document& document)
 
 void RenameItem(const Request& request, Document* document)
 {
+    // Looked at first, so that a failure names its reason: the reading of the renamed text would only tell that
+    // something is wrong.
     const std::string& section = request.operands[1];
     const std::string& tag = request.operands[2];
     const std::string& newTag = request.operands[3];
@@ -219,6 +229,7 @@ std::string JsonOf(const BadLine& bad)
 void Check(const Request& request, std::string* output)
 {
     const Document document(request.operands[0], request.options, Document::Purpose::kQuery);
+    // The findings are the output; that there are any is a failure besides, so that a script sees it in the status.
     const std::vector<BadLine> bad = document.BadLines();
     const int count = document.LineCount();
     if (request.isJson) {

@@ -1,3 +1,7 @@
+// An edit must leave alone whatever it was not asked to change, so two things are proved before a file is replaced:
+// that its reading lost nothing that the writing would not put back (RequireNothingLost), and that the new text reads
+// back as the content that was meant (TextToWrite). What can't be proved is refused, and the file stays.
+
 #include "Document.h"
 
 #include <sys/stat.h>
@@ -22,7 +26,7 @@ constexpr std::size_t kMarkSize = sizeof kUtf8Mark - 1;
 // What the engine takes for white space.
 constexpr char kBlanks[] = " \t\n\v\f\r";
 
-// More is no configuration.
+// More is no configuration, and a device may have no end.
 constexpr std::size_t kMostBytes = 256u << 20;
 
 struct CloseFile {
@@ -36,6 +40,7 @@ struct CodeText {
     const char* text;
 };
 
+// What the program says of each code of the library, and the exit status that goes with it.
 const CodeText& TextOf(int code)
 {
     static constexpr CodeText kTexts[] = {
@@ -71,6 +76,7 @@ int AppendLine(void* text, const char* line)
 Document::Document(std::string path, const Options& options, Purpose purpose)
     : m_path(std::move(path)), m_options(options), m_text(LoadFile(purpose))
 {
+    // The file is written as it was: with its mark, and with blanks around "=" where most of its items have them.
     m_writeOptions = kIniWriteSafely | kIniWriteMkstemp | kIniWriteSync | kIniWriteComments;
     m_writeOptions |= Body().size() != m_text.size() ? kIniWriteUtf8Bom : 0;
     m_writeOptions |= HasSpacedEquals() ? kIniWriteSpacedEquals : 0;
@@ -82,6 +88,7 @@ Document::Document(std::string path, const Options& options, Purpose purpose)
 
 std::string Document::LoadFile(Purpose purpose) const
 {
+    // An edit of what is no file would replace it by one.
     const FileOwner file(std::fopen(m_path.c_str(), "rbe"));
     if (file == nullptr && errno == ENOENT && purpose == Purpose::kEditOrCreate) {
         return {};
@@ -123,6 +130,7 @@ IniOwner Document::NewIni(int width) const
 IniOwner Document::ReadText(std::string_view text, int width) const
 {
     IniOwner ini = NewIni(width);
+    // There is no stream over an empty text.
     if (text.empty()) {
         return ini;
     }
@@ -144,6 +152,7 @@ std::string Document::WrittenBy(IniFile* ini) const
 
 std::string Document::TextToWrite() const
 {
+    // Read without a width, which only the writer has.
     std::string text = WrittenBy(m_ini.get());
     if (ContentOf(ReadText(text, -1).get()) != content()) {
         Refuse("the result would not be read back equal");
@@ -167,6 +176,8 @@ void Document::Save() const
 
 Content Document::ContentOf(IniFile* ini) const
 {
+    // The decoded value and the line are asked for by name, because the library gives them by number to nobody. No name
+    // stands twice in what it has read.
     Content content;
     const char* name = nullptr;
     for (int i = 1; IniNthSectionName(ini, i, &name) == 1; ++i) {
@@ -189,6 +200,7 @@ void Document::RenameItem(const std::string& section, const std::string& tag, st
     newTag.remove_prefix(std::min(newTag.find_first_not_of(kBlanks), newTag.size()));
     newTag = newTag.substr(0, newTag.find_last_not_of(kBlanks) + 1);
     // The library has no call for it: the item's line is changed in the text that it writes, which is read again.
+    // Without a width for that time, because an item on several lines has no one place for its tag.
     IniSetWriteOptions(m_ini.get(), -1, 0, m_writeOptions);
     std::string text = TextToWrite();
     const IniOwner copy = ReadText(text, -1);
@@ -201,6 +213,7 @@ void Document::RenameItem(const std::string& section, const std::string& tag, st
             }
         }
     }
+    // The text is the writer's, with a line feed behind each line, so its lines can be counted by these alone.
     std::size_t start = (m_writeOptions & kIniWriteUtf8Bom) != 0 ? kMarkSize : 0;
     for (int i = 1; i < line; ++i) {
         start = text.find('\n', start) + 1;
@@ -224,7 +237,8 @@ std::string_view Document::Body() const
     return text.substr(text.substr(0, kMarkSize) == kUtf8Mark ? kMarkSize : 0);
 }
 
-// Whether most items of the file have a blank in front of their "="; a new file has it so.
+// Whether at least half of the file's items have a blank in front of their "="; a new file has it so. A look at the
+// lines is enough, because a wrong guess costs looks and no content.
 bool Document::HasSpacedEquals() const
 {
     TextInput lines(Body());
@@ -241,6 +255,8 @@ bool Document::HasSpacedEquals() const
     return balance >= 0;
 }
 
+// Refuses a file with an item before the first section, which the engine drops unless it reads colons. All other lines
+// are kept by the writer, as comments if as nothing else.
 void Document::RequireNothingLost() const
 {
     if (m_options.hasColons) {
@@ -275,6 +291,7 @@ int Document::LineCount() const
 
 std::vector<BadLine> Document::BadLines() const
 {
+    // Line by line, because the engine tells of the first unrecognized line only, and of a dropped item not at all.
     std::vector<BadLine> bad;
     TextInput lines(Body());
     LineClassifier classifier(kIniReadKeepEmpty | (m_options.hasColons ? kIniReadColonAndNull : 0));

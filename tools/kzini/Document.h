@@ -26,11 +26,13 @@ struct DisposeIni {
 };
 using IniOwner = std::unique_ptr<IniFile, DisposeIni>;
 
+// One item as the file has it.
 struct Item {
     std::string tag;
     std::string raw;
     std::string value;  // decoded
     int line;           // -1 for one that did not come from the file
+    // Not the line, which an edit in front of the item moves, nor the decoded value, which follows from the raw one.
     bool operator==(const Item& other) const { return tag == other.tag && raw == other.raw; }
 };
 
@@ -50,6 +52,7 @@ struct BadLine {
     const char* reason;
 };
 
+// Not copied: its object is one.
 class Document {
 public:
     struct Options {
@@ -85,7 +88,8 @@ public:
     int LineCount() const;
     std::vector<BadLine> BadLines() const;
 
-    // Throws Failure for a negative result of the library.
+    // Throw Failure: for a negative result of the library, for a file that can't be edited so, and for one that can't
+    // be read. All name the file.
     void Require(int result) const;
     [[noreturn]] void Refuse(const std::string& why) const;
     [[noreturn]] void FailInput(const std::string& why) const;

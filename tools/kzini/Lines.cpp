@@ -24,6 +24,7 @@ int TextInput::Read(void* context, int size, int* actual, void* buffer)
 
 bool TextInput::NextLine(std::string* line, int* number)
 {
+    // In pieces, because a line may be longer than any buffer.
     char buffer[4096];
     int isEnd = 0;
     int isComplete = 0;
@@ -46,6 +47,9 @@ LineClassifier::LineClassifier(int readOptions) : m_ini(IniNew(0))
 
 LineKind LineClassifier::KindOf(std::string_view line)
 {
+    // What the engine says of the line is seen in the object: an unrecognized line in its number, a section in a second
+    // one, an item in their count; a comment leaves no trace. Blank lines are unrecognized too, so they are looked at
+    // here.
     if (line.find_first_not_of(" \t\v\f\r") == std::string_view::npos) {
         return LineKind::kBlank;
     }

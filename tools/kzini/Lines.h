@@ -1,4 +1,5 @@
-// The lines of a text as the library's INI engine sees them, and what it takes each for.
+// The lines of a text as the library's INI engine sees them, and what it takes each for. The engine is asked, and its
+// rules are not written a second time, so that the two can't differ.
 #ifndef KZINI_LINES_H
 #define KZINI_LINES_H
 

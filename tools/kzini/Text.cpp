@@ -21,6 +21,7 @@ std::string Formatted(const char* format, unsigned value)
     return text;
 }
 
+// Whether there is a byte at this place, and in this range.
 bool IsWithin(std::string_view text, std::size_t at, unsigned char least, unsigned char most)
 {
     return at < text.size() && static_cast<unsigned char>(text[at]) >= least &&
@@ -37,6 +38,8 @@ std::size_t LengthOfUtf8(std::string_view text)
     if (lead < 0xC2 || lead > 0xF4) {
         return 0;
     }
+    // The second byte's range depends on the first, so that overlong forms, surrogates and what is above U+10FFFF are
+    // none.
     const unsigned char least = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     const unsigned char most = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
     const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
@@ -60,7 +63,8 @@ Lines LinesOf(std::string_view text)
     return lines;
 }
 
-// The lengths of the longest common subsequences of all ends of two runs of lines.
+// The lengths of the longest common subsequences of all ends of two runs of lines: At(i, j) is that of the lines from i
+// and j on. Takes time and memory for each pair of lines.
 class CommonLengths {
 public:
     CommonLengths(const Lines& a, const Lines& b) : m_width(b.size() + 1), m_lengths((a.size() + 1) * m_width)
@@ -79,7 +83,8 @@ private:
     std::vector<std::uint32_t> m_lengths;
 };
 
-// Above so many pairs of lines all are told as changed.
+// Above so many pairs of lines all between the first and the last change are printed as changed, which is still true,
+// because the table for them would take more memory than the files.
 constexpr std::size_t kMostPairs = 4'000'000;
 
 }  // namespace
@@ -87,6 +92,7 @@ constexpr std::size_t kMostPairs = 4'000'000;
 std::string Printable(std::string_view text)
 {
     std::string result;
+    // Bytes beyond ASCII stay, because the terminal knows their encoding and this does not.
     for (const char c : text) {
         if (!IsControl(c)) {
             result += c;
@@ -124,6 +130,7 @@ std::string JsonString(std::string_view text)
     while (!text.empty()) {
         const std::size_t length = LengthOfUtf8(text);
         const char c = text[0];
+        // A byte alone, because what follows it may be well formed.
         if (length == 0) {
             result += Formatted("\\udc%02x", static_cast<unsigned char>(c));
         } else if (IsControl(c)) {
@@ -139,6 +146,7 @@ std::string JsonString(std::string_view text)
 
 std::vector<Change> ChangedLines(std::string_view before, std::string_view after)
 {
+    // Equal lines at both ends are set aside, because an edit changes few lines and the rest then has few pairs.
     Lines a = LinesOf(before);
     Lines b = LinesOf(after);
     const auto front =
@@ -156,6 +164,7 @@ std::vector<Change> ChangedLines(std::string_view before, std::string_view after
     std::size_t i = 0;
     std::size_t j = 0;
     while (i < a.size() || j < b.size()) {
+        // The way that keeps the most lines; of two such, lines that go stand in front of lines that come.
         const bool isInBoth = isComparable && i < a.size() && j < b.size();
         if (isInBoth && a[i] == b[j]) {
             ++i;

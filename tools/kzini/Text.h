@@ -1,4 +1,5 @@
-// Text for the terminal and for other programs: printable forms, JSON, and the lines that two texts differ in.
+// Text for the terminal and for other programs: printable forms, JSON, and the lines that two texts differ in. Every
+// text here may come from a file of a stranger's, so none reaches a terminal as it is.
 #ifndef KZINI_TEXT_H
 #define KZINI_TEXT_H
 

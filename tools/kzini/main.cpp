@@ -39,6 +39,8 @@ constexpr char kHelpTail[] =
 
 void TakeOption(std::string_view option, Request* request)
 {
+    // A width is digits to the end: from_chars takes no blanks and stops at anything else, and one that fits no int is
+    // an error of its own.
     constexpr std::string_view kWidth = "--width=";
     if (option == "--json") {
         request->isJson = true;
@@ -60,6 +62,7 @@ void TakeOption(std::string_view option, Request* request)
 // Everything that goes to the standard output.
 void Run(int argc, char** argv, std::string* output)
 {
+    // Options may stand anywhere in front of "--". The first word that is none names the command.
     Request request;
     std::string name;
     bool hasOptions = true;
