@@ -13,6 +13,7 @@ public:
     NoDebugTexts(const NoDebugTexts&) = delete;
     NoDebugTexts& operator=(const NoDebugTexts&) = delete;
 
+    // True if one of them lives on this thread.
     static bool Lives() { return tLives; }
 
 private:

@@ -16,6 +16,7 @@
 // is this class. An item that no cache has taken belongs to one thread.
 class KZ_EXPORT PathCachedItem {
 public:
+    // Whether PathRef::FlushCache, which follows a change of the file, removes the item.
     enum RelationToMetaData : int32 { kDependsOnMetaData = 0, kIndependentOfMetaData = 1 };
 
     // `ttl`: the milliseconds from this moment until the item expires, up to half the clock's range.
@@ -50,6 +51,8 @@ private:
     bool mInvalidate;
 };
 
+// The items that keep one value. Their classes are told apart by name, so a look-up gives a value only to who asks for
+// the class that was stored. `Get` is for the cache's visitor, under the cache's lock.
 class KZ_EXPORT CachedBool final : public PathCachedItem {
 public:
     CachedBool(bool value, int32 ttl, RelationToMetaData relation) : PathCachedItem(ttl, relation), mValue(value) {}
@@ -76,6 +79,7 @@ private:
     int32 mValue;
 };
 
+// Keeps a text. Its size counts the room that the text has taken.
 class KZ_EXPORT CachedPathString final : public PathCachedItem {
 public:
     CachedPathString(std::string value, int32 ttl, RelationToMetaData relation)

@@ -1,3 +1,5 @@
+// Callers from C may hold a null path where C++ ones have no path at all, so null is answered here, once, and never
+// reaches PathRef.
 #include "PathClassic.h"
 
 #include "KzErr.h"

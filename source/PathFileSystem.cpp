@@ -1,3 +1,5 @@
+// Facts about files go stale behind our back, so each answer is asked of the system anew, apart from whether a path is
+// something special. That answer is kept for a few milliseconds, which spares a burst of questions the system calls.
 #include "PathFileSystem.h"
 
 #include <memory>
@@ -41,6 +43,8 @@ bool PathRef::IsSpecial() const
     if (ItemCount() == 0 || StartsWith(kRelative) || IsKnownAbsent(*this)) {
         return false;
     }
+    // The cached answer is read and stored in two steps under the lock, with the system asked between them without it;
+    // two threads may both ask, and store the same.
     bool found = false;
     const bool cached = GetCached<bool, CachedBool>(kz::kIsSpecialKey, &found, kSearchThisOnly, nullptr);
     if (found) {

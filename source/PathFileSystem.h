@@ -5,7 +5,9 @@
 
 namespace kz {
 
+// A CachedPathFlavor: whether there is anything at the path, as somebody has seen it.
 constexpr char kKnownFlavorKey[] = "FExists";
+// A CachedBool: what IsSpecial has found, for as long as this.
 constexpr char kIsSpecialKey[] = "IsSpecial";
 constexpr int kIsSpecialTimeToLiveMs = 4;
 

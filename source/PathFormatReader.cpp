@@ -189,6 +189,8 @@ PathFormatReaderUnix::PathFormatReaderUnix(const std::string* text) : PathFormat
     if (text->empty() || text->front() != '~') {
         return;
     }
+    // "~" or "~user" up to the first separator. A user whose home is not known leaves the text as it is, and so does a
+    // home that begins with "~" itself, which would be taken for expanded when it is not.
     const size_t separator = PathFormatReaderUnix::NextSeparatorCharacter(0);
     const size_t end = separator != kNoPosition ? separator : text->size();
     std::string home;

@@ -17,20 +17,26 @@ using kz::PathTypes;
 
 constexpr size_t kNoPosition = static_cast<size_t>(-1);
 
-// The common part. An element is given by its offset and length.
+// The common part of all forms. An element is given by its offset and length, which the caller keeps: a reader has no
+// place of its own, so several walks over one text don't disturb each other. Any thread, while the text stands.
 class PathFormatReader {
 public:
-    // Walks the elements of a reader, which must outlive it.
+    // Walks the elements of a reader, which must outlive it. Without a reader it has none, and its steps do nothing.
     class Iterator {
     public:
         Iterator() = default;
+        // Stands at the element given; FirstElement makes one that stands at the first.
         Iterator(PathFormatReader* reader, size_t offset, size_t length)
             : mReader(reader), mOffset(offset), mLength(length)
         {}
 
+        // Goes back to the first element.
         void Reset();
+        // Goes to the next element, or past the last one, where it stays.
         void Next();
+        // True while it stands at an element.
         bool HasMore() const;
+        // The element's name, as Extract.
         bool CopyName(std::string* name) const;
         explicit operator bool() const { return HasMore(); }
         Iterator& operator++();
@@ -42,6 +48,7 @@ public:
         size_t mLength = kNoPosition;
     };
 
+    // The text is not copied.
     explicit PathFormatReader(const std::string* text) : mText(text) {}
     PathFormatReader(const PathFormatReader&) = delete;
     PathFormatReader& operator=(const PathFormatReader&) = delete;
@@ -49,6 +56,7 @@ public:
 
     // The root that the text's path hangs from.
     virtual PathTypes::PathBase PathBase() const = 0;
+    // The walk from the first element on.
     virtual Iterator FirstElement();
     // Goes to the element behind this one; past the end the length is 0.
     virtual void GetNext(size_t* offset, size_t* length) const;
@@ -58,7 +66,9 @@ public:
     virtual bool Extract(const size_t* offset, const size_t* length, std::string* name) const;
     // True while there is an element here.
     virtual bool HasMore(const size_t* offset, const size_t* length) const;
+    // True if an element ends at `position`; false at and behind the end of the text.
     virtual bool CharacterIsSeparator(size_t position) const = 0;
+    // The place of the character behind the one at `position`, which must lie in the text.
     virtual size_t NextCharacterOffset(size_t position) const;
     // Where the names begin; kNoPosition if there are none.
     virtual size_t CharacterPastPathType() const;
@@ -67,17 +77,18 @@ public:
     // The element's bytes as they stand. False, and an empty name, outside the text.
     virtual bool GetActualElementName(const size_t* offset, const size_t* length, std::string* name) const;
 
-    // True if a one-byte character at `position` is this one.
+    // True if a character of one byte stands at `position` and is this one: the same byte within a wider character is
+    // none.
     bool CharacterAtPositionIs(char character, size_t position) const;
 
 protected:
-    // The length of the element that begins at `offset`.
+    // The length of the element that begins at `offset`, up to the next separator or the end of the text.
     size_t LengthFrom(size_t offset) const;
 
-    const std::string* mText;
+    const std::string* mText;  // not owned
 };
 
-// The classic colon form: ":a:b" is relative, "volume:a" absolute.
+// The classic colon form: ":a:b" is relative, "volume:a" absolute, and a text without any colon relative.
 class PathFormatReaderMac final : public PathFormatReader {
 public:
     using PathFormatReader::PathFormatReader;
@@ -99,6 +110,7 @@ public:
 // The host's own form: "/" separates, and "~" or "~user" at the start stands for a home directory. Steps by bytes.
 class PathFormatReaderUnix final : public PathFormatReaderDotted {
 public:
+    // Looks the home directory up, where the text begins with "~"; it stays "~" if there is none.
     explicit PathFormatReaderUnix(const std::string* text);
     PathTypes::PathBase PathBase() const override;
     bool CharacterIsSeparator(size_t position) const override;

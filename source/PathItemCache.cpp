@@ -56,6 +56,7 @@ void PathItemCache::Put(const char* key, PathCachedItem* item)
 uInt64 PathItemCache::Flush(int32 method)
 {
     uInt64 bytes = 0;
+    // The item is asked for its size before it dies, and dies after the iterator has moved on.
     for (auto it = mItems.begin(); it != mItems.end();) {
         if (!IsFlushed(*it->second, method)) {
             ++it;

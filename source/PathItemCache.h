@@ -12,6 +12,7 @@
 #include "PathCachedItem.h"
 #include "PathTypes.h"
 
+// Owns its items. Not safe for threads by itself.
 class PathItemCache {
 public:
     // The item under `key`, expired or not, or null. It stays the cache's.
@@ -27,6 +28,7 @@ public:
     double ItemSizes() const;
 
 private:
+    // Ordered, with a comparison that takes keys as they come, so that a look-up makes no string.
     std::map<std::string, std::unique_ptr<PathCachedItem>, std::less<>> mItems;
 };
 

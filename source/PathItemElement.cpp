@@ -87,6 +87,7 @@ PathItemElement::~PathItemElement()
 // The element's end with its block, while the block can still be found: reports what is held and unlinks the element.
 void PathItemElement::RetireUnsafe()
 {
+    // A number below 0 is told too, because somebody has then released the element once too often.
     const int32 references = ReferenceCount();
     if (references != 0) {
         KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
@@ -95,6 +96,7 @@ void PathItemElement::RetireUnsafe()
         mHead.mReferenceCount.store(0, std::memory_order_relaxed);
     }
     mInUse.store(0, std::memory_order_relaxed);
+    // Blocks go one after the other, so a parent that leaked with its child may be gone already.
     if (mParent != nullptr && !ValidElement(mParent)) {
         KZ_LOG(kDbgInternal) << "element= " << DbgFmtPtr(this);
         KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
@@ -126,7 +128,9 @@ PathItemElement* PathItemElement::FindChild(const PathItemElement* child, size_t
 
 PathItemElement* PathItemElement::FindOrCreateUnsafe(std::string_view name, bool* made)
 {
+    KZ_ASSERT(made != nullptr && InUse());
     *made = false;
+    // Comparing a few names takes less time than hashing one.
     if (mChildren.size() <= kFewChildren) {
         for (const ChildItem& item : mChildren) {
             if (item.child->mName == name) {
@@ -193,6 +197,7 @@ PathItemElement* PathItemElement::FirstOfWalk()
 
 PathItemElement* PathItemElement::NextOfWalk()
 {
+    KZ_ASSERT(mParent != nullptr);
     size_t index = 0;
     const bool isChild = mParent->FindChild(this, &index) == this;
     return isChild && index > 0 ? mParent->mChildren[index - 1].child->FirstOfWalk() : mParent;
@@ -225,6 +230,7 @@ bool PathItemElement::Init(std::string_view name, int32 hash, PathItemElement* p
         return false;
     }
     FlushCore(kFlushAll);
+    // Relaxed, since only the maker knows the element until the lock is given back.
     mHead.mReferenceCount.store(1, std::memory_order_relaxed);
     mHead.mCount = 0;
     if (parent != nullptr) {
@@ -319,8 +325,11 @@ bool PathItemElement::GetReferencedInfo(int32* count) const
     return true;
 }
 
+// One step of PurgeCore, for an element without children: does by force what the last release does. An element that was
+// released already needs no force, which is what is called clean.
 bool PathItemElement::PurgeSelf()
 {
+    KZ_ASSERT(mChildren.empty());
     FlushCore(kFlushAll);
     bool clean = mCache == nullptr;
     delete std::exchange(mCache, nullptr);
@@ -401,6 +410,7 @@ PathCachedItem* PathItemElement::GetCachedInformation(const char* key, PathSearc
 {
     KZ_ASSERT(element != nullptr && InUse());
     *element = nullptr;
+    // The element itself counts in every direction; only from there on they differ.
     for (PathItemElement* at = this; at != nullptr; at = at->mParent) {
         if (PathCachedItem* const item = at->FindOwnItem(key)) {
             *element = at;
@@ -416,8 +426,7 @@ PathCachedItem* PathItemElement::GetCachedInformation(const char* key, PathSearc
 PathCachedItem* PathItemElement::GetCached(const char* key, const char* className, PathSearchDirection direction,
                                            PathItemElement** element)
 {
-    // The nearest item decides even where it has expired or is of another class: one behind it is never looked for,
-    // because what the nearer one said about the path would hold for it no more.
+    // The nearest item decides, even where it has expired or is of another class: the search never goes on behind it.
     PathCachedItem* const item = GetCachedInformation(key, direction, element);
     if (item == nullptr || item->Expired() || !item->IsA(className)) {
         *element = nullptr;
@@ -458,6 +467,9 @@ uInt64 PathItemElement::FlushSubtree()
 
 uInt64 PathItemElement::FlushCore(int32 method)
 {
+    KZ_ASSERT(method >= kFlushAll && method <= kFlushSubtree);
+    // What is below goes first: an item there may hold this element, and the end of one here frees no element that the
+    // walk has still to reach.
     uInt64 bytes = 0;
     if (method == kFlushSubtree) {
         bytes += FlushSubtree();
@@ -488,8 +500,11 @@ bool PathItemElement::ValidElement(const void* pointer)
     return PathItemStorage::Contains(pointer);
 }
 
+// The children are looked at once after each change of them, because a path of many names would otherwise look at all
+// siblings on its way each time that it is asked.
 bool PathItemElement::ChildrenAreSane()
 {
+    // Fewer references than children: the next release would free the element under a child that still points to it.
     if (ReferenceCount() < static_cast<int32>(mChildren.size())) {
         return false;
     }
@@ -497,6 +512,8 @@ bool PathItemElement::ChildrenAreSane()
         return true;
     }
     for (size_t i = 0; i < mChildren.size(); ++i) {
+        // A child that names another parent would be released from that one, and stay here as a dangling entry; one out
+        // of order is never found again, so its name would be made a second time.
         const PathItemElement& child = *mChildren[i].child;
         if (child.mParent != this || child.mRoot != mRoot || (i > 0 && mChildren[i].hash < mChildren[i - 1].hash)) {
             return false;
@@ -508,6 +525,9 @@ bool PathItemElement::ChildrenAreSane()
 
 bool PathItemElement::IsSane(bool alreadyLocked, int32 depth)
 {
+    KZ_ASSERT(depth >= 0 && depth <= kDeepestSanityCheck);
+    // The parents come first: a broken chain is told by the element nearest to the base, and once. The lock is taken
+    // for the children alone, so that the reports are sent without it.
     if (mParent == this) {
         KZ_REPORT(kDbgWarning, 0x27B95E6C) << "PathItemElement insane because parent is self";
         return false;
@@ -534,6 +554,7 @@ bool PathItemElement::IsSane(bool alreadyLocked, int32 depth)
 
 bool PathItemElement::IsSaneDeep(bool alreadyLocked)
 {
+    // Each element asks its parents again, which costs the depth at every one; a check has the time.
     const kz::ScopedLock lock(alreadyLocked ? nullptr : mMutex);
     std::vector<PathItemElement*> open{this};
     while (!open.empty()) {
@@ -557,6 +578,7 @@ double PathItemElement::MemorySize() const
     constexpr double kNameFactor = 4;
     constexpr double kCacheBytes = 48;
 
+    // An element's bytes are shared out among its references, which are its paths, its children and the tables.
     const kz::ScopedLock lock(mMutex);
     double bytes = 0;
     for (const PathItemElement* at = this; at != nullptr; at = at->mParent) {

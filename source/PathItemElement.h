@@ -105,13 +105,20 @@ public:
 private:
     friend class PathItemStorage;
 
+    // Makes a claimed element the child of `parent` at `index`, or a base for null, with one reference. False without
+    // memory: no child was added.
     bool Init(std::string_view name, int32 hash, PathItemElement* parent, size_t index) KZ_REQUIRES(mMutex);
+    // The two ways in which parent, root and count change: this element becomes a child of `parent`, whose children
+    // must have room, or forgets its parent.
     void AdoptUnsafe(PathItemElement* parent, int32 hash, size_t index) KZ_REQUIRES(mMutex);
     void DetachUnsafe() KZ_REQUIRES(mMutex);
+    // The two halves of a release: the first drops a reference and tells whether it was the last, the second frees.
     bool ReleaseStartUnsafe() KZ_REQUIRES(mMutex);
     void ReleaseFinishIfStartedUnsafe() KZ_REQUIRES(mMutex);
+    // The element's end with its block.
     void RetireUnsafe() KZ_REQUIRES(mMutex);
     uInt64 FlushOwnItems(int32 method) KZ_REQUIRES(mMutex);
+    // The walk through all below an element, children before their parent, without memory.
     PathItemElement* FirstOfWalk() KZ_REQUIRES(mMutex);
     PathItemElement* NextOfWalk() KZ_REQUIRES(mMutex);
     uInt64 FlushSubtree() KZ_REQUIRES(mMutex);
@@ -123,7 +130,7 @@ private:
     std::atomic<uInt32> mInUse{0};  // 0: free in its block
     // IsSane has seen the children since they last changed.
     uInt32 mChildrenChecked KZ_GUARDED_BY(mMutex) = 0;
-    PathItemElement* mParent = nullptr;
+    PathItemElement* mParent = nullptr;  // holds a reference on it; null at a base and in a free element
     // The parent's root, or the element itself. It follows the parent wherever that is set, so it is constant as long.
     PathItemElement* mRoot = this;
     std::string mName;                                       // empty for an up dir

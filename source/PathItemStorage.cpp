@@ -44,6 +44,7 @@ PathItemStorage::PathItemStorage() = default;
 
 PathItemStorage::~PathItemStorage()
 {
+    // The elements end while the block can still be found, because an element asks whether its parent lies in a block.
     const int32 live = ReportLive();
     if (live > 0) {
         KZ_REPORT(kDbgWarning, 0xA2F6310D) << "Killing a storage buffer with " << live << " live object(s)";
@@ -54,6 +55,7 @@ PathItemStorage::~PathItemStorage()
     Unlink();
 }
 
+// Names each element that goes with its block while somebody holds it: only a stop does that, after a leak.
 int32 PathItemStorage::ReportLive()
 {
     int32 live = 0;
@@ -68,9 +70,9 @@ int32 PathItemStorage::ReportLive()
     return live;
 }
 
-// The block before this one in the ring; itself in a ring of one.
 PathItemStorage* PathItemStorage::Before()
 {
+    KZ_ASSERT(mNext != nullptr);
     PathItemStorage* before = this;
     while (before->mNext != this) {
         before = before->mNext;
@@ -80,6 +82,7 @@ PathItemStorage* PathItemStorage::Before()
 
 void PathItemStorage::Unlink()
 {
+    // A block that no memory was left to list was never in the ring.
     if (mNext != nullptr) {
         Before()->mNext = mNext;
         if (mSearchPoint == this) {
@@ -87,19 +90,20 @@ void PathItemStorage::Unlink()
         }
         mNext = nullptr;
     }
+    KZ_ASSERT(mSearchPoint != this);
     const kz::ScopedLock lock(mBaseMutex);
     if (mBases != nullptr) {
         mBases->erase(std::remove(mBases->begin(), mBases->end(), this), mBases->end());
     }
 }
 
-// A new block behind `after` in the ring, or the ring's first for null. Null without memory.
 PathItemStorage* PathItemStorage::AddBlock(PathItemStorage* after)
 {
     PathItemStorage* const block = new (std::nothrow) PathItemStorage;
     if (block == nullptr) {
         return nullptr;
     }
+    // The list comes first because only it can fail; a block that is in the ring is always listed.
     try {
         const kz::ScopedLock lock(mBaseMutex);
         if (mBases != nullptr) {
@@ -124,7 +128,6 @@ bool PathItemStorage::IsEmpty() const
                         [](const PathItemElement& element) { return element.InUse(); });
 }
 
-// The place in mBases of the first block that ends behind `pointer`.
 std::vector<PathItemStorage*>::iterator PathItemStorage::BlockAt(const void* pointer)
 {
     return std::upper_bound(mBases->begin(), mBases->end(), pointer,
@@ -145,9 +148,9 @@ bool PathItemStorage::Contains(const void* pointer)
 
 // ---- Allocation ----
 
-// A free element of this block, now claimed, or null.
 PathItemElement* PathItemStorage::Claim()
 {
+    KZ_ASSERT(mSearchIndex >= 0 && mSearchIndex < kElements);
     for (int32 tries = 0; tries < kElements; ++tries) {
         PathItemElement& element = mElements[mSearchIndex];
         mSearchIndex = mSearchIndex == 0 ? kElements - 1 : mSearchIndex - 1;
@@ -162,6 +165,8 @@ PathItemElement* PathItemStorage::Claim()
 
 PathItemElement* PathItemStorage::AllocateElement()
 {
+    // The search starts where the last one found something, because elements are made in runs: the blocks before that
+    // place were full a moment ago.
     if (mSearchPoint != nullptr) {
         PathItemStorage* block = mSearchPoint;
         do {
@@ -182,8 +187,10 @@ PathItemElement* PathItemStorage::AllocateElement()
 
 PathItemElement* PathItemStorage::Create(std::string_view name, int32 hash, PathItemElement* parent, size_t index)
 {
+    KZ_ASSERT(parent == nullptr || parent->InUse());
     const kz::ScopedLock lock(mMutex);
     PathItemElement* const element = AllocateElement();
+    KZ_ASSERT(element == nullptr || element->ReferenceCount() <= 0);
     if (element != nullptr && !element->Init(name, hash, parent, index)) {
         element->mInUse.store(0, std::memory_order_release);
         return nullptr;
@@ -216,6 +223,8 @@ void PathItemStorage::SetStandard(int32 base, PathItemElement* element)
     if (!IsABase(base)) {
         return;
     }
+    // Readers take the element out of the table without a lock and add their reference after that. Between the two
+    // steps of one that is under way the old base could go, so the table is filled before others look into it.
     if (!mOkToSetStandardLocations.load(std::memory_order_relaxed)) {
         KZ_REPORT(kDbgWarning, 0x0FE5A47C)
             << "Possible threading issue, see documentation note for PathItemStorage::SetStandard!";
@@ -229,8 +238,11 @@ void PathItemStorage::SetStandard(int32 base, PathItemElement* element)
     }
 }
 
+// An entry stays in the map when its element goes, because names are few and come back, and because the stop clears the
+// entries while it goes through the map. False if `onlyIfFree` and the name is taken.
 bool PathItemStorage::PutNamed(const std::string& name, PathItemElement* element, bool onlyIfFree)
 {
+    KZ_ASSERT(element == nullptr || element->ReferenceCount() > 0);
     PathItemElement* old = nullptr;
     {
         const kz::ScopedLock lock(mMutex);
@@ -277,6 +289,8 @@ PathItemElement* PathItemStorage::FindNamed(const std::string& name)
     if (it == mNames->end() || it->second == nullptr) {
         return nullptr;
     }
+    // Added under the lock, because the table's own reference, which keeps the element alive until then, may go with
+    // the next change of the name.
     it->second->AddReference();
     return it->second;
 }
@@ -313,6 +327,8 @@ uInt64 PathItemStorage::GarbageCollect(int32 method)
     return reclaimed;
 }
 
+// Lets free elements drop the items and the room for children that they still have. A release leaves neither, so this
+// finds only what a fault has left.
 void PathItemStorage::FlushFree()
 {
     for (PathItemElement& element : mElements) {
@@ -368,6 +384,7 @@ PathItemElement* PathItemStorage::NextHeld(PathItemElement* after, int32* refere
 
 int64 PathItemStorage::LiveCount()
 {
+    // The tree's lock too, so that no release is half-way: it frees a chain one element at a time.
     const kz::ScopedLock treeLock(PathItemElement::mMutex);
     const kz::ScopedLock lock(mMutex);
     int64 live = 0;
@@ -395,6 +412,8 @@ void PathItemStorage::DestroyAllBlocks()
 
 KzErr PathItemStorage::Init()
 {
+    // A failure leaves what was made until then to UnInit, which the caller runs.
+    KZ_ASSERT(mSearchPoint == nullptr && mBases == nullptr && mNames == nullptr);
     KzErr err = ThMutexCreate(&mMutex, "PathItemStorage::mMutex");
     if (err == kzErrNone) {
         err = ThMutexCreate(&mBaseMutex, "PathItemStorage::mBaseMutex");
@@ -415,14 +434,17 @@ KzErr PathItemStorage::UnInit()
             SetNamed(entry.first, nullptr);
         }
     }
+    mOkToSetStandardLocations.store(false, std::memory_order_relaxed);
+    // Caches go before leaks are looked for, because an item may hold a path: what is then held is held by a host.
     for (int32 base = 0; base < kBaseCount; ++base) {
-        mOkToSetStandardLocations.store(false, std::memory_order_relaxed);
         if (PathItemElement* const element = mStandard[base].load(std::memory_order_acquire)) {
             const kz::ScopedLock lock(PathItemElement::mMutex);
             element->FlushCore(kFlushSubtree);
         }
     }
     GarbageCollect(2);
+    // A base is purged after the table has let go of it. It is free then, and has nothing below it, unless something
+    // was leaked; a free element stays readable, since its block goes at the end.
     for (int32 base = 0; base < kBaseCount; ++base) {
         mOkToSetStandardLocations.store(true, std::memory_order_relaxed);
         PathItemElement* const element = mStandard[base].load(std::memory_order_acquire);

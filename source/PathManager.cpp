@@ -1,3 +1,5 @@
+// The path service changes what belongs to the whole process, the locale and the variable LANG, and it never changes
+// them back: other threads may read either at any time, and a stop can't know who has come to depend on them.
 #include "PathManager.h"
 
 #include <clocale>

@@ -28,6 +28,7 @@ class PathManager_Service : public PlainService_T<PathManager_Service> {
     friend KZ_GammaPolicy<PathManager_Service>;
 
     PathManager_Service();
+    // Sets the process's locale, and LANG where there is none, before the tree.
     KzErr _Init() override;
     KzErr _Uninit() override;
 };

@@ -1,9 +1,13 @@
+// The system takes a path as one text, and a path is a chain that leads from its last name to the root. So the text is
+// written from its end into a buffer of the greatest length that is allowed, without memory and without a walk to
+// measure it first.
 #include "PathManagerImplementation.h"
 
 #include <sys/stat.h>
 
 #include <string_view>
 
+#include "KzAssert.h"
 #include "PathItemElement.h"
 #include "PathRef.h"
 
@@ -19,6 +23,7 @@ bool WriteBackwards(const PathItemElement& last, char* begin, char** at)
         const std::string_view name = item->Name().empty() ? kUpDir : std::string_view(item->Name());
         if (name.find_first_of(kStopsText) != std::string_view::npos ||
             name.size() + 1 > static_cast<size_t>(*at - begin)) {
+            // A NUL would end the text early and a "/" cut a name in two: the system would be asked about another file.
             return false;
         }
         *at -= name.size();
@@ -34,7 +39,10 @@ namespace kz {
 
 KzErr PathToFileSystemText(const PathRef& path, std::string* text)
 {
+    KZ_ASSERT(text != nullptr);
     text->clear();
+    // A relative path has no text here, because the process's current folder may have changed by the time the system
+    // looks.
     if (path.Element() == nullptr || !path.StartsWith(PathRef::kAbsolute) || !path.IsValid()) {
         return kzErrArgument;
     }

@@ -26,6 +26,7 @@ public:
     // What the first component hangs from. Null if the chain is shorter than its count says; there are no names then.
     const PathItemElement* Above() const { return mAbove; }
 
+    // The name of component `index`, from 0; empty for an up dir.
     const std::string& operator[](int32 index) const
     {
         KZ_ASSERT(index >= 0 && index < mCount && mAbove != nullptr);
@@ -37,7 +38,7 @@ private:
     static constexpr int32 kInPlace = 32;
 
     const int32 mCount;
-    const PathItemElement* mAbove;
+    const PathItemElement* mAbove;  // while the names are collected: the one to be taken next
     const PathItemElement* mPlace[kInPlace];
     std::unique_ptr<const PathItemElement*[]> mMore;  // for a count above kInPlace
     const PathItemElement** mElements = mPlace;

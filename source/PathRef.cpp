@@ -75,6 +75,7 @@ const PathItemElement* FindItem(const PathItemElement* last, int32 index)
 
 KzErr MakeBases()
 {
+    // Not a path has no base.
     static constexpr const char* kBaseNames[PathItemStorage::kBaseCount] = {"[absolute]", "[relative]", "[unc]",
                                                                             nullptr, "[NULL]"};
     for (int32 base = 0; base < PathItemStorage::kBaseCount; ++base) {
@@ -96,6 +97,7 @@ KzErr MakeBases()
     return kzErrNone;
 }
 
+// What fails leaves the rest to StopPaths, which takes any state that is reached on the way.
 KzErr StartPaths()
 {
     KzErr err = ThMutexCreate(&PathItemElement::mMutex, "PathItemElement::mMutex");
@@ -114,6 +116,8 @@ KzErr StartPaths()
 
 KzErr StopPaths()
 {
+    // Paths run until the end, because the objects that the stop drops are paths, and a dropped path lets its element
+    // go only while they do.
     PathRef::DisposePath(gNotAPath);
     const KzErr err = PathItemStorage::UnInit();
     ThMutexDestroy(std::exchange(PathItemElement::mMutex, nullptr));
@@ -130,6 +134,7 @@ KzErr PathRef::Init()
     if (gInitRan) {
         return gInitResult;
     }
+    // A failed start counts as one that ran, so that later calls give its code until UnInit.
     gInitRan = true;
     kz::PlacePathTexts();
     kz::gPathState.fetch_or(kz::kPathsRun, std::memory_order_relaxed);
@@ -152,6 +157,8 @@ void PathRef::Setting(const char* text)
     if (text == nullptr) {
         return;
     }
+    // The debug mode shares a word with the state that paths run, so that one comparison tells an inline copy that it
+    // is a plain one.
     if (std::strcmp(text, "debug") == 0) {
         kz::gPathState.fetch_or(kz::kPathsDebug, std::memory_order_relaxed);
     } else if (std::strcmp(text, "nodebug") == 0) {
@@ -195,6 +202,7 @@ void PathRef::AssignElement(PathItemElement* element, PathItemRefAssignOp op, bo
     if (element != nullptr && op == kAddReference) {
         element->AddReference();
     }
+    // The new reference was added first, because the old element may be what keeps the new one alive.
     PathItemElement* const old = std::exchange(mPathElement, element);
     if (old != nullptr) {
         ReleaseElement(old, alreadyLocked);
@@ -375,6 +383,7 @@ KzErr PathRef::Cache(const char* key, CachedItem* item) const
 bool PathRef::VisitCached(const char* key, const char* className, SearchDirection direction, PathRef* holder,
                           CacheVisitor visit, void* context) const
 {
+    KZ_ASSERT(visit != nullptr);
     // `holder` may be this very path, whose element must outlive the search.
     PathItemElement* const start = mPathElement;
     PathItemElement* element = nullptr;
@@ -439,6 +448,8 @@ int32 PathRef::CountUpDir() const
     if (mPathElement == nullptr) {
         return upDirs;
     }
+    // The chain is walked from its end, so up dirs at the front come last. Those with a name before them are no path
+    // that Append could have made; they are counted anew from there.
     for (const PathItemElement* at = mPathElement; at->Parent() != nullptr; at = at->Parent()) {
         if (at->Name().empty()) {
             ++upDirs;
@@ -454,6 +465,7 @@ int32 PathRef::CountUpDir() const
 
 void PathRef::Append(const std::string& name)
 {
+    // Asked first, because "." changes nothing even where a name would be refused.
     if (name == ".") {
         return;
     }
@@ -491,6 +503,8 @@ void PathRef::Append(const PathRef& relative)
     if (!relative.StartsWith(kRelative)) {
         ClearAndThrow(kzErrArgument, "Append(relativePath): Must be appending a relative path", __LINE__);
     }
+    // The names are read before the walk begins, which holds the lock. They stay, since `relative` holds its element,
+    // also when it is this very path: the walk changes nothing but the tree.
     const kz::PathNames names(*tail);
     if (names.Above() == nullptr) {
         ClearAndThrow(kzErrCorrupt, "Append(relativePath): Corrupt relative Path", __LINE__);
@@ -524,6 +538,8 @@ void PathRef::Replace(int32 index, const std::string& name)
     if (item->Parent() == nullptr) {
         ClearAndThrow(kzErrArgument, "PathRef replace, invalid element index (parent)", __LINE__);
     }
+    // Nothing of an element can be changed, so a path with another name at one place is another path: it leaves the old
+    // one above that place and is walked anew from there. Names are taken as they are, not by Append's rules.
     const kz::PathNames behind(mPathElement, mPathElement->Count() - item->Count());
     if (behind.Above() != item) {
         ClearAndThrow(kzErrCorrupt, "PathRef replace, Corrupt Path", __LINE__);
@@ -575,6 +591,7 @@ bool PathRef::IsSane(bool quick) const
     if (mPathElement == nullptr) {
         return true;
     }
+    // The element is not touched before its place is known to be one, since a path may hold anything after a fault.
     if (!PathItemElement::ValidElement(mPathElement)) {
         KZ_REPORT(kDbgWarning, 0x56F07BC1) << "mPathElement not in storage";
         return false;
@@ -600,6 +617,7 @@ double PathRef::MemorySize() const
 
 void ToDebugStream(DebugStream& stream, const PathRef& path)
 {
+    // A report must not fail for what it tells of, so a failure becomes part of its text.
     try {
         const std::string& text = path.ToString(PathRef::StringDisplay());
         stream.Append(text.size() > kLongestDebugText ? "<path too long>" : text.c_str());

@@ -241,6 +241,8 @@ inline PathRef::~PathRef()
 template <typename T, typename ItemClass>
 T PathRef::GetCached(const char* key, bool* found, SearchDirection direction, PathRef* holder) const
 {
+    // The item may be gone as soon as the cache's lock is given back, so its value is copied by a visitor under the
+    // lock; the visitor is a plain function with a context, so that one exported function serves all types.
     T value{};
     const bool hit = VisitCached(
         key, ItemClass::ClassName(), direction, holder,

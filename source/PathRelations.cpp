@@ -1,5 +1,9 @@
 // How two paths relate. A component chain can only be walked from its end to the root, and two chains that meet stay
-// together from there; so the chains are cut to one length and walked in step until they meet.
+// together from there, because equal paths are one element. So the chains are cut to one length and walked in step
+// until they meet; siblings meet after one step, however deep they are.
+//
+// Chains that never meet hang from different bases. Each element knows its root, so that is asked first and costs no
+// walk. Elements are constant while a path refers to them, which is why nothing here takes a lock.
 #include "PathRelations.h"
 
 #include <algorithm>
@@ -18,6 +22,7 @@ constexpr char kModule[] = "source/PathRelations";
 // The place of a path's base in the order of bases: network, absolute, relative, others.
 constexpr int32 kOtherRank = 3;
 
+// Not the order of the bases' numbers, which is that of their table.
 int32 BaseRank(const PathItemElement& element)
 {
     switch (PathItemStorage::BaseOf(element)) {
@@ -78,6 +83,7 @@ namespace kz {
 
 CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy)
 {
+    // A path without components shares none with any other, even of another base, so the bases are not looked at.
     const int32 n = std::min(a.Count(), b.Count());
     const PathItemElement* const shorter = a.Count() >= b.Count() ? &b : &a;
     CommonPrefix result{kzErrNone, n, 0, shorter};
@@ -120,22 +126,43 @@ int32 CompareNames(const std::string& a, const std::string& b, PathTypes::Compar
     return NameComparison(policy).Order(a, b);
 }
 
-bool PathsAreEqual(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy)
+bool ChainsAreEqual(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy)
 {
-    if (a == b) {
-        return true;
-    }
-    if (a == nullptr || b == nullptr || a->Count() != b->Count()) {
-        return false;
-    }
+    KZ_ASSERT(&a != &b && a.Count() == b.Count());
     const NameComparison names(policy);
-    for (; a != nullptr && b != nullptr && a != b; a = a->Parent(), b = b->Parent()) {
-        if (!names.AreEqual(a->Name(), b->Name())) {
+    // The names of the bases count too. A base and the one that replaced it in the table have one name, so chains that
+    // both come to their end without having met are equal.
+    const PathItemElement* atA = &a;
+    const PathItemElement* atB = &b;
+    for (; atA != nullptr && atB != nullptr && atA != atB; atA = atA->Parent(), atB = atB->Parent()) {
+        if (!names.AreEqual(atA->Name(), atB->Name())) {
             return false;
         }
     }
-    return a == b;
+    return atA == atB;
 }
+
+namespace {
+
+// True if the bases decide the order; `*order` is then -1 or 1. A base that was replaced in the table still has its
+// rank, so paths below it and below the new one are left to the comparison of components.
+bool BasesDecide(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy, int32* order)
+{
+    if (a.Root() == b.Root()) {
+        return false;
+    }
+    const int32 rank = BaseRank(a);
+    const int32 otherRank = BaseRank(b);
+    if (rank == otherRank && rank != kOtherRank) {
+        return false;
+    }
+    // -1 from both sides is what a policy without an order of bases gives: the paths differ, and neither comes first.
+    const bool isOrdered = policy == PathTypes::kCompareExact || policy == PathTypes::kCompareLexical;
+    *order = isOrdered && rank > otherRank ? 1 : -1;
+    return true;
+}
+
+}  // namespace
 
 int32 ComparePaths(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy)
 {
@@ -148,15 +175,12 @@ int32 ComparePaths(const PathItemElement* a, const PathItemElement* b, PathTypes
     if (b == nullptr) {
         return -1;
     }
-    if (a->Root() != b->Root()) {
-        // Bases of one rank go on: a base that was replaced in the table is another element, and as good.
-        const int32 rank = BaseRank(*a);
-        const int32 otherRank = BaseRank(*b);
-        if (rank != otherRank || rank == kOtherRank) {
-            const bool ordered = policy == PathTypes::kCompareExact || policy == PathTypes::kCompareLexical;
-            return ordered && rank > otherRank ? 1 : -1;
-        }
+    int32 order = 0;
+    if (BasesDecide(*a, *b, policy, &order)) {
+        return order;
     }
+    // The size of the answer is the place of the first difference, counted from 1, so that callers can sort as well as
+    // ask how far two paths go together. A path without components has no such place; the counts answer for it.
     const int32 count = a->Count();
     const int32 otherCount = b->Count();
     if (count == 0 || otherCount == 0) {
@@ -169,6 +193,7 @@ int32 ComparePaths(const PathItemElement* a, const PathItemElement* b, PathTypes
     if (common.count == count && count == otherCount) {
         return 0;
     }
+    KZ_ASSERT(common.count >= 0 && common.count <= std::min(count, otherCount));
     const bool isLess = (count < otherCount && common.count == count) || common.comparison < 0;
     return isLess ? -(common.count + 1) : common.count + 1;
 }

@@ -26,8 +26,18 @@ CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b
 bool NamesAreEqual(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy);
 int32 CompareNames(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy);
 
-// As PathRef::Equals and PathRef::Compare; null is not a path.
-bool PathsAreEqual(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy);
+// Whether two different elements of one count have equal names, those of their bases included, up to where their chains
+// meet.
+bool ChainsAreEqual(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy);
+
+// As PathRef::Equals and PathRef::Compare; null is not a path. The first is inline because most answers need no name.
+inline bool PathsAreEqual(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy)
+{
+    if (a == b) {
+        return true;
+    }
+    return a != nullptr && b != nullptr && a->Count() == b->Count() && ChainsAreEqual(*a, *b, policy);
+}
 int32 ComparePaths(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy);
 
 }  // namespace kz

@@ -99,6 +99,8 @@ KzErr ReadDisplay(const std::string& text, kz::PathItemHold& path)
 
 // ---- Writing ----
 
+// Tells a writer the path. The last element is followed by Finalize instead of a separator, so a path without
+// components hears of neither; SetTo... has written all of it.
 template <typename Writer>
 void WriteWith(std::string* text, const PathItemElement& last)
 {

@@ -7,7 +7,10 @@
 
 #include "KZTypes.h"
 
-// Each call appends to the text, or sets it where a path begins; `count` is the path's number of components.
+// The order of calls: one SetTo..., then for each component AppendElement or AppendUpDir, with AppendSeparator between
+// two and Finalize behind the last. A path without components is SetTo... alone. `count` is the path's number of
+// components, `index` that of one of them, from 0. A writer writes one path and belongs to one thread; all of them may
+// throw std::bad_alloc.
 class PathTextFormat {
 public:
     PathTextFormat() = default;
@@ -15,16 +18,23 @@ public:
     PathTextFormat& operator=(const PathTextFormat&) = delete;
     virtual ~PathTextFormat() = default;
 
+    // Set the text to what a path of this kind begins with, or to all of it when `count` is 0.
     virtual void SetToAbsolutePath(std::string* text, int32 count) = 0;
     virtual void SetToRelativePath(std::string* text, int32 count) = 0;
     virtual void SetToUNCPath(std::string* text, const std::string& server, int32 count) = 0;
+    // Appends a component that has a name.
     virtual void AppendElement(std::string* text, const std::string& name, int32 index) = 0;
+    // Appends what stands between two components.
     virtual void AppendSeparator(std::string* text) = 0;
+    // Appends what stands for the components that an abbreviated text leaves out.
     virtual void AppendAbbreviationMark(std::string* text) = 0;
+    // Appends a component without a name: the step to the folder above.
     virtual void AppendUpDir(std::string* text, int32 index, int32 count) = 0;
+    // Appends what ends the text.
     virtual void Finalize(std::string* text, int32 count) = 0;
 
 protected:
+    // Which SetTo... was called; neither after SetToRelativePath.
     bool mAbsolute = false;
     bool mUNC = false;
 };

@@ -10,7 +10,8 @@ namespace kz {
 // A base of PathRef, which makes these its own types. A using-enum declaration in PathRef would do the same, but g++ 12
 // fails on enumerators that a template names through one.
 struct PathTypes {
-    // The root that a path hangs from: the place of that root in the table of bases.
+    // The root that a path hangs from: the place of that root in the table of bases. Not a path has none, and the null
+    // path has one from which nothing valid hangs.
     enum PathBase : int32 { kAbsolute = 0, kRelative = 1, kUNC = 2, kNotAPath = 3, kNullPath = 4 };
 
     // How two names compare, and whether Compare orders paths of different bases.
