@@ -347,12 +347,12 @@ const std::string& PathRef::ToString(const char* format) const
 
 bool PathRef::NameEquals(const std::string& a, const std::string& b, ComparePolicy policy)
 {
-    return kz::NamesAreEqual(a, b, policy);
+    return kz::NameComparison(policy).AreEqual(a, b);
 }
 
 int32 PathRef::NameCompare(const std::string& a, const std::string& b, ComparePolicy policy)
 {
-    return kz::CompareNames(a, b, policy);
+    return kz::NameComparison(policy).Order(a, b);
 }
 
 bool PathRef::Equals(const PathRef& other, ComparePolicy policy) const

@@ -11,7 +11,6 @@
 #include "KzAssert.h"
 #include "PathItemStorage.h"
 #include "Report.h"
-#include "StringUtils.h"
 
 namespace {
 
@@ -36,37 +35,6 @@ int32 BaseRank(const PathItemElement& element)
             return kOtherRank;
     }
 }
-
-int32 Sign(int32 value)
-{
-    return value < 0 ? -1 : value > 0;
-}
-
-// How the names of one comparison compare. A policy is looked at, and a bad one reported, when this is made: once for
-// each comparison, however many names it has.
-class NameComparison {
-public:
-    explicit NameComparison(PathTypes::ComparePolicy policy) : mIsExact(policy == PathTypes::kCompareExact)
-    {
-        if (policy < PathTypes::kComparePlatform || policy > PathTypes::kCompareLexical) {
-            KZ_REPORT(kDbgWarning, 0x61BF3A90) << "Unexpected PathRef::ComparePolicy";
-        }
-    }
-
-    bool AreEqual(const std::string& a, const std::string& b) const
-    {
-        return mIsExact ? a == b : StringUtils::CaseInsensitiveEqual(a, b);
-    }
-
-    // -1, 0 or 1.
-    int32 Order(const std::string& a, const std::string& b) const
-    {
-        return mIsExact ? Sign(a.compare(b)) : StringUtils::CaseInsensitiveCompare(a, b);
-    }
-
-private:
-    const bool mIsExact;
-};
 
 // The ancestor of this count, or null in a chain whose counts are wrong.
 const PathItemElement* AncestorOfCount(const PathItemElement* at, int32 count)
@@ -116,30 +84,9 @@ CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b
     return result;
 }
 
-bool NamesAreEqual(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy)
+void ReportUnexpectedPolicy()
 {
-    return NameComparison(policy).AreEqual(a, b);
-}
-
-int32 CompareNames(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy)
-{
-    return NameComparison(policy).Order(a, b);
-}
-
-bool ChainsAreEqual(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy)
-{
-    KZ_ASSERT(&a != &b && a.Count() == b.Count());
-    const NameComparison names(policy);
-    // The names of the bases count too. A base and the one that replaced it in the table have one name, so chains that
-    // both come to their end without having met are equal.
-    const PathItemElement* atA = &a;
-    const PathItemElement* atB = &b;
-    for (; atA != nullptr && atB != nullptr && atA != atB; atA = atA->Parent(), atB = atB->Parent()) {
-        if (!names.AreEqual(atA->Name(), atB->Name())) {
-            return false;
-        }
-    }
-    return atA == atB;
+    KZ_REPORT(kDbgWarning, 0x61BF3A90) << "Unexpected PathRef::ComparePolicy";
 }
 
 namespace {

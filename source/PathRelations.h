@@ -9,8 +9,42 @@
 #include "KzErr.h"
 #include "PathItemElement.h"
 #include "PathTypes.h"
+#include "StringUtils.h"
 
 namespace kz {
+
+// Tells of a policy that is none.
+void ReportUnexpectedPolicy();
+
+// How the names of one comparison compare. A policy is looked at, and a bad one reported, when this is made: once for
+// each comparison, however many names it has. It then means without case.
+class NameComparison {
+public:
+    explicit NameComparison(PathTypes::ComparePolicy policy) : mIsExact(policy == PathTypes::kCompareExact)
+    {
+        if (policy < PathTypes::kComparePlatform || policy > PathTypes::kCompareLexical) {
+            ReportUnexpectedPolicy();
+        }
+    }
+
+    bool AreEqual(const std::string& a, const std::string& b) const
+    {
+        return mIsExact ? a == b : StringUtils::CaseInsensitiveEqual(a, b);
+    }
+
+    // -1, 0 or 1.
+    int32 Order(const std::string& a, const std::string& b) const
+    {
+        if (!mIsExact) {
+            return StringUtils::CaseInsensitiveCompare(a, b);
+        }
+        const int order = a.compare(b);
+        return order < 0 ? -1 : order > 0;
+    }
+
+private:
+    const bool mIsExact;
+};
 
 struct CommonPrefix {
     KzErr err;         // kzErrArgument: different bases; kzErrCorrupt: a broken chain. The rest then means nothing.
@@ -22,22 +56,28 @@ struct CommonPrefix {
 // Names compare by the policy. The result lives as long as the two paths' elements.
 CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy);
 
-// A policy outside the list is reported, once by a call, and means without case.
-bool NamesAreEqual(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy);
-int32 CompareNames(const std::string& a, const std::string& b, PathTypes::ComparePolicy policy);
-
-// Whether two different elements of one count have equal names, those of their bases included, up to where their chains
-// meet.
-bool ChainsAreEqual(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy);
-
-// As PathRef::Equals and PathRef::Compare; null is not a path. The first is inline because most answers need no name.
+// As PathRef::Equals; null is not a path. Inline because PathRef's member is the one caller in a hot path, where a call
+// more would show.
 inline bool PathsAreEqual(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy)
 {
     if (a == b) {
         return true;
     }
-    return a != nullptr && b != nullptr && a->Count() == b->Count() && ChainsAreEqual(*a, *b, policy);
+    if (a == nullptr || b == nullptr || a->Count() != b->Count()) {
+        return false;
+    }
+    const NameComparison names(policy);
+    // The names of the bases count too. A base and the one that replaced it in the table have one name, so chains that
+    // both come to their end without having met are equal.
+    for (; a != nullptr && b != nullptr && a != b; a = a->Parent(), b = b->Parent()) {
+        if (!names.AreEqual(a->Name(), b->Name())) {
+            return false;
+        }
+    }
+    return a == b;
 }
+
+// As PathRef::Compare; null is not a path.
 int32 ComparePaths(const PathItemElement* a, const PathItemElement* b, PathTypes::ComparePolicy policy);
 
 }  // namespace kz
