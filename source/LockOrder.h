@@ -25,6 +25,11 @@ public:
     void Release() {}
 };
 
+inline const char* LockGraphFault()
+{
+    return nullptr;
+}
+
 #else
 
 // What the recorder knows a lock by, as a field of it.
@@ -40,8 +45,14 @@ public:
     void Release();  // it is about to give the lock back, be it that another thread took it
 
 private:
-    const uInt64 mNumber;  // counts the locks as they are made, so that a new one at an old address is another
+    // Counts the locks as they are made, so that a new one at an old address is another. 0 once there are too many.
+    const uInt64 mNumber;
 };
+
+// What is wrong with what the recorder has learned, or null when it is sound: each order is one between locks that
+// exist, with the sorted locks that were held, and no order makes another one needless. Looks at each lock and each
+// pair of orders, so it is for tests.
+const char* LockGraphFault();
 
 #endif
 

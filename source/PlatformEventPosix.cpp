@@ -18,22 +18,76 @@
 // A condition wait is a cancellation point, and a pump may throw. Either leaves through the destructors on its way, so
 // scopes undo the count and the mutex, and no function from the exported one down to the wait is noexcept. The system
 // holds the mutex again when a cancelled wait unwinds, and hands a wake-up that met the cancelled thread to another.
-#include "PlatformEventPosix.h"
+//
+// The mutex guards no data: all state is in the one word. What it gives is the moment between a waiter's last look at
+// the word and its sleep, in which no signaller can wake it.
+#include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
+#include <memory>
+#include <new>
 
+#include "KzAssert.h"
 #include "KzErr.h"
+#include "PlatformClock.h"
+#include "PlatformEvent.h"
 #include "PthreadScopes.h"
+#include "Spin.h"
 #include "UnixMutexUtil.h"
 
-// A thread that waits: it holds the mutex and is counted. Relaxed: what orders is the look for the signal after it.
-class PlatformEventPosix::Waiter {
+namespace {
+
+class PlatformEventPosix final : public PlatformEvent {
 public:
-    explicit Waiter(PlatformEventPosix* event) : mEvent(event), mLocked(&event->mMutex)
+    int Signal() override;
+    int Reset() override;
+    int Wait(int milliseconds) override;
+    int WaitAndPump(void (*pump)(int), int pumpArg, int milliseconds) override;
+    int MsgWaitMultiple(PlatformEvent* other, int milliseconds, int flags, int* out1, int* out2) override;
+    void GetLatencyStats(unsigned int* count, unsigned long long* total, unsigned long long* min,
+                         unsigned long long* max, unsigned long long* last) const override;
+    KzErr Init(int initialState) override;
+    KzErr Uninit() override;
+
+private:
+    class Waiter;
+    enum class Wakes { kGoOn, kEndIt };  // what a wake without a signal does to a wait
+
+    bool ConsumeSignal();
+    bool SeesSignal() const;
+    bool SpinForSignal();
+    bool AwaitSignal(int milliseconds);
+    bool ConsumeBefore(const kz::Deadline& deadline, Wakes wakes) KZ_REQUIRES(mMutex);
+    void WakeOne();
+    void LetSignallersLeave();
+
+    // Two words of 32 bits in one, so that one step changes both. The low one: how many threads wait. The high one: 0
+    // signalled, 1 not, plus 2 for each signaller that is inside to wake a waiter.
+    std::atomic<uInt64> mWord{kNotSignalled};
+    pthread_cond_t mCondition{};
+    kz::PthreadMutex mMutex;
+    kz::AdaptiveSpin mSpin;
+
+    static constexpr uInt64 kOneWaiter = 1;
+    static constexpr uInt64 kNotSignalled = uInt64{1} << 32;
+    static constexpr uInt64 kOneSignaller = uInt64{2} << 32;
+};
+
+// A thread that waits: it holds the mutex and is counted. Relaxed is enough for the count, because the look for the
+// signal that comes after it is what orders.
+class KZ_SCOPED_CAPABILITY PlatformEventPosix::Waiter {
+public:
+    explicit Waiter(PlatformEventPosix* event) KZ_ACQUIRE(event->mMutex) KZ_NO_THREAD_CHECK : mEvent(event),
+                                                                                              mLocked(&event->mMutex)
     {
         mEvent->mWord.fetch_add(kOneWaiter, std::memory_order_relaxed);
     }
-    ~Waiter() { mEvent->mWord.fetch_sub(kOneWaiter, std::memory_order_relaxed); }
+    ~Waiter() KZ_RELEASE() KZ_NO_THREAD_CHECK
+    {
+        [[maybe_unused]] const uInt64 before = mEvent->mWord.fetch_sub(kOneWaiter, std::memory_order_relaxed);
+        KZ_ASSERT(static_cast<uInt32>(before) != 0);
+    }
     Waiter(const Waiter&) = delete;
     Waiter& operator=(const Waiter&) = delete;
 
@@ -45,11 +99,11 @@ private:
 KzErr PlatformEventPosix::Init(int initialState)
 {
     mWord.store(initialState != 0 ? 0 : kNotSignalled, std::memory_order_relaxed);
-    if (kzcore_pthread_mutex_init(&mMutex) != 0) {
+    if (kzcore_pthread_mutex_init(mMutex.Get()) != 0) {
         return kzErrMemoryFull;
     }
     if (kzcore_pthread_cond_init(&mCondition) != 0) {
-        pthread_mutex_destroy(&mMutex);
+        pthread_mutex_destroy(mMutex.Get());
         return kzErrMemoryFull;
     }
     return kzErrNone;
@@ -58,8 +112,9 @@ KzErr PlatformEventPosix::Init(int initialState)
 KzErr PlatformEventPosix::Uninit()
 {
     LetSignallersLeave();
+    KZ_ASSERT(mWord.load(std::memory_order_relaxed) < kOneSignaller);
     const int conditionResult = pthread_cond_destroy(&mCondition);
-    const int mutexResult = pthread_mutex_destroy(&mMutex);
+    const int mutexResult = pthread_mutex_destroy(mMutex.Get());
     return conditionResult == 0 && mutexResult == 0 ? kzErrNone : kzErrGeneric;
 }
 
@@ -69,7 +124,7 @@ void PlatformEventPosix::LetSignallersLeave()
     const kz::CancellationOff untilGone;
     const kz::PthreadLocked lock(&mMutex);
     while (mWord.load(std::memory_order_relaxed) >= kOneSignaller) {
-        pthread_cond_wait(&mCondition, &mMutex);
+        pthread_cond_wait(&mCondition, mMutex.Get());
     }
 }
 
@@ -95,7 +150,8 @@ int PlatformEventPosix::Signal()
 [[gnu::noinline]] void PlatformEventPosix::WakeOne()
 {
     const kz::PthreadLocked lock(&mMutex);
-    mWord.fetch_sub(kOneSignaller, std::memory_order_relaxed);
+    [[maybe_unused]] const uInt64 before = mWord.fetch_sub(kOneSignaller, std::memory_order_relaxed);
+    KZ_ASSERT(before >= kOneSignaller);
     pthread_cond_signal(&mCondition);
 }
 
@@ -120,16 +176,18 @@ bool PlatformEventPosix::SpinForSignal()
     return mSpin.Until([this] { return SeesSignal() && ConsumeSignal(); });
 }
 
-// Called by a waiter: whether a signal came in time. Without one the deadline ends the wait, and a wake if told so:
-// whatever else a condition wait returns is a wake, but for the EAGAIN of a test's clock.
+// Called by a waiter: whether a signal came in time. Without one the deadline ends the wait, and a wake if told so.
+// Every result of a condition wait but ETIMEDOUT counts as a wake, except EAGAIN, by which a test's clock asks for
+// another look.
 bool PlatformEventPosix::ConsumeBefore(const kz::Deadline& deadline, Wakes wakes)
 {
+    KZ_ASSERT(static_cast<uInt32>(mWord.load(std::memory_order_relaxed)) != 0);  // the waiter is counted
     bool ends = false;
     while (!ConsumeSignal()) {
         if (ends) {
             return false;
         }
-        const int result = deadline.WaitOn(&mCondition, &mMutex);
+        const int result = deadline.WaitOn(&mCondition, mMutex.Get());
         ends = result == ETIMEDOUT || (wakes == Wakes::kEndIt && result != EAGAIN);
     }
     return true;
@@ -158,6 +216,8 @@ int PlatformEventPosix::WaitAndPump(void (*pump)(int), int pumpArg, int millisec
     const Waiter waiter(this);
     bool signalled = ConsumeSignal();
     while (!signalled) {
+        // The pump runs without the mutex because it may take long, and may call this event. The waiter stays counted,
+        // so a signal that comes meanwhile is consumed by the look with which ConsumeBefore starts.
         if (pump != nullptr) {
             const kz::PthreadUnlocked lock(&mMutex);
             pump(pumpArg);
@@ -167,12 +227,14 @@ int PlatformEventPosix::WaitAndPump(void (*pump)(int), int pumpArg, int millisec
     return kWaitSignalled;
 }
 
+// There are no window messages here.
 int PlatformEventPosix::MsgWaitMultiple(PlatformEvent* /*other*/, int /*milliseconds*/, int /*flags*/, int* /*out1*/,
                                         int* /*out2*/)
 {
     return kWaitFailed;
 }
 
+// All figures are 0, because taking them would cost each signal two looks at the clock.
 void PlatformEventPosix::GetLatencyStats(unsigned int* count, unsigned long long* total, unsigned long long* min,
                                          unsigned long long* max, unsigned long long* last) const
 {
@@ -184,4 +246,26 @@ void PlatformEventPosix::GetLatencyStats(unsigned int* count, unsigned long long
             *figure = 0;
         }
     }
+}
+
+}  // namespace
+
+PlatformEvent* CreatePlatformEvent(int initialState)
+{
+    std::unique_ptr<PlatformEvent> event(new (std::nothrow) PlatformEventPosix);
+    if (event == nullptr || event->Init(initialState) != kzErrNone) {
+        return nullptr;
+    }
+    return event.release();
+}
+
+KzErr DestroyPlatformEvent(PlatformEvent* event)
+{
+    if (event == nullptr) {
+        return kzErrNone;
+    }
+    // The object goes even if the system refuses, because the caller has no way to try again.
+    const KzErr result = event->Uninit();
+    delete event;
+    return result;
 }

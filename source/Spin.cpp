@@ -1,3 +1,5 @@
+// How many processors the process may use is asked once: a process that is confined later spins in vain for a while,
+// which costs it time and nothing else.
 #include "Spin.h"
 
 #include <sched.h>

@@ -25,9 +25,9 @@ bool SpinsPay();
 void AllowSpins(bool allow);
 
 // How long it pays to spin for one thing, learned from how long its spins took: a try that was in vain shortens the
-// next one, a success lengthens it. Two threads that answer each other spin in vain once both have gone to sleep, since
-// each wakes later than the other spins; so every now and then a try is a long one. Relaxed: an estimate that orders
-// nothing.
+// next one, a success lengthens it. Two threads that answer each other spin in vain once both have gone to sleep,
+// because each wakes later than the other spins; so while tries are in vain every sixteenth one is long. Relaxed is
+// enough, because an estimate orders nothing and a lost update only delays the learning. Any thread.
 class AdaptiveSpin {
 public:
     // Whether `isThere()` came true.
@@ -42,6 +42,7 @@ public:
         const int32 limit = failures % kLongTurn == kLongTurn - 1 ? kMost : learned;
         for (int32 i = 0; i < limit; ++i) {
             if (isThere()) {
+                // Twice as long as it took, so that the next spin still succeeds when it takes somewhat longer.
                 const int32 wanted = i * 2 + kFewest;
                 Learn(learned, wanted < kMost ? wanted : kMost);
                 if (failures != 0) {
@@ -57,10 +58,11 @@ public:
     }
 
 private:
-    static constexpr int32 kMost = 2000;
+    static constexpr int32 kMost = 2000;  // pauses
     static constexpr int32 kFewest = 50;
     static constexpr uInt32 kLongTurn = 16;
 
+    // Moves the limit a quarter of the way to what was wanted, so that one odd spin changes little.
     void Learn(int32 learned, int32 wanted)
     {
         const int32 next = learned + (wanted - learned) / 4;

@@ -1,3 +1,5 @@
+// Plain words are made atomic for the length of one operation, because they are fields of a host's records, which C
+// code lays out. std::atomic_ref does that without a second copy of the word.
 #include "ThAtomic.h"
 
 #include <atomic>

@@ -1,13 +1,20 @@
+// An event is a record with a verifier around a PlatformEvent, which does all the work. The record is what crosses the
+// boundary: it knows a block that is no event, or was destroyed, by the verifier, and turns the platform's answers into
+// codes. The platform's object never crosses, so a platform may choose any class.
+//
+// Every wait goes through without a noexcept function on its way, because a cancelled thread leaves a wait by
+// unwinding.
 #include "ThEvent.h"
 
-#include <atomic>
 #include <memory>
 #include <new>
 
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "LiveCount.h"
 #include "PlatformEvent.h"
 #include "Report.h"
+#include "ThInternals.h"
 #include "Verifier.h"
 
 namespace {
@@ -20,7 +27,7 @@ constexpr uInt32 kEventVerifier = kz::FourCharCode("Evnt");
 
 struct ThEventRec {
     uInt32 verifier = kEventVerifier;
-    PlatformEvent* platform = nullptr;
+    PlatformEvent* platform = nullptr;  // owned; set before the record is handed out, and never changed
 };
 
 namespace {
@@ -30,7 +37,8 @@ bool IsEvent(ThEvent event)
     return event->verifier == kEventVerifier;
 }
 
-// What most calls are told that get a block which is no event.
+// The report of the calls that get a block which is no event. A signal and a failed tear-down have their own, because
+// their readers look for another cause.
 bool ReportForeign()
 {
     KZ_REPORT(kDbgFatal, 0x71D4C8A3);
@@ -42,6 +50,8 @@ bool CheckEvent(ThEvent event)
     return IsEvent(event) || ReportForeign();
 }
 
+// Logs how long the event's woken threads took to run, where the platform keeps such figures. One that keeps none
+// counts nothing, and nothing is logged.
 void LogLatency(const PlatformEvent& platform)
 {
     unsigned int count = 0;
@@ -68,6 +78,7 @@ namespace kz {
 
 ThEvent ThEventAdopt(PlatformEvent* platform)
 {
+    KZ_ASSERT(platform != nullptr);
     std::unique_ptr<ThEventRec> event(new (std::nothrow) ThEventRec);
     if (event == nullptr) {
         DestroyPlatformEvent(platform);
@@ -105,10 +116,12 @@ void ThEventDestroy(ThEvent event)
         KZ_REPORT(kDbgError, 0xE7035B19) << "Bad ThEvent in ThEventDestroy()";
         return;
     }
+    // The verifier goes first: of two threads that destroy one event only one comes past this line.
     if (!kz::SpoilVerifier(&event->verifier, kEventVerifier)) {
         ReportForeign();
         return;
     }
+    KZ_ASSERT(event->platform != nullptr);
     LogLatency(*event->platform);
     const KzErr result = DestroyPlatformEvent(event->platform);
     if (result != kzErrNone) {
@@ -148,6 +161,8 @@ KzErr ThEventWaitWithTimeout(ThEvent event, int32 milliseconds)
     if (event == nullptr || !CheckEvent(event)) {
         return kzErrArgument;
     }
+    // A platform may give values of its own, which ask for another try. None of ours does, so one that comes all the
+    // same ends the wait: to try again could go on for ever.
     switch (event->platform->Wait(milliseconds)) {
         case kWaitSignalled:
             return kzErrNone;

@@ -67,14 +67,6 @@ class ThEvent_Service : public PlainService_T<ThEvent_Service> {
 
 // The service, made on the first call.
 KZ_EXPORT ThEvent_Service* ThEventService();
-
-class PlatformEvent;
-namespace kz {
-
-// An event on `platform`, which it owns from then on; null, with `platform` destroyed, when out of memory.
-ThEvent ThEventAdopt(PlatformEvent* platform);
-
-}  // namespace kz
 #endif
 
 #endif

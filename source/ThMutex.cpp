@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "LiveCount.h"
 #include "LockOrder.h"
@@ -19,6 +20,7 @@
 #include "Report.h"
 #include "Spin.h"
 #include "ThEvent.h"
+#include "ThInternals.h"
 #include "Verifier.h"
 
 namespace {
@@ -32,7 +34,7 @@ constexpr int32 kFree = -1;
 
 struct ThMutexRec {
     std::atomic<int32> count{kFree};
-    ThEvent event = nullptr;
+    ThEvent event = nullptr;  // owned; waited for and signalled only when the count says that somebody waits
     uInt32 verifier = kMutexVerifier;
     kz::AdaptiveSpin spin;
     [[no_unique_address]] kz::LockOrder order;
@@ -59,6 +61,7 @@ void ThMutexDestroy(ThMutex mutex)
     if (mutex == nullptr) {
         return;
     }
+    // The verifier goes first: of two threads that destroy one lock only one comes past this line.
     if (!kz::SpoilVerifier(&mutex->verifier, kMutexVerifier)) {
         KZ_REPORT(kDbgError, 0xB05C2E97) << "bad mutex verifier in ThMutexDestroy";
         return;
@@ -74,11 +77,14 @@ void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
         return;
     }
     mutex->order.Take();
+    // A spin pays here because most holders keep a lock shorter than a thread takes to sleep and wake. The relaxed
+    // loads take nothing; the addition below does, and it alone orders.
     if (mutex->count.load(std::memory_order_relaxed) != kFree) {
         mutex->spin.Until([mutex] { return mutex->count.load(std::memory_order_relaxed) == kFree; });
     }
     if (mutex->count.fetch_add(1, std::memory_order_acq_rel) != kFree) {
-        // A waiter that went away cancelled would stay counted, and be handed the lock.
+        // Cancellation waits until the lock is taken, because a waiter that went away would stay counted and be handed
+        // the lock.
         const kz::CancellationOff untilTaken;
         ThEventWait(mutex->event);
     }
@@ -100,6 +106,7 @@ namespace kz {
 
 int32 ThMutexCount(ThMutex mutex)
 {
+    KZ_ASSERT(mutex != nullptr);
     return mutex->count.load(std::memory_order_relaxed);
 }
 

@@ -48,13 +48,6 @@ class ThMutex_Service : public PlainService_T<ThMutex_Service> {
 
 // The service, made on the first call.
 KZ_EXPORT ThMutex_Service* ThMutexService();
-
-namespace kz {
-
-// The lock's count at this moment: -1 free, 0 held, n held with n waiters. Not for null.
-int32 ThMutexCount(ThMutex mutex);
-
-}  // namespace kz
 #endif
 
 #endif

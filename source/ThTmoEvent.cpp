@@ -1,3 +1,8 @@
+// A timed event is a time under a mutex, and a condition on which all who wait for it sleep. A change of the time wakes
+// them all, because each has to look at the new time; whoever finds it not yet come sleeps on until it comes.
+//
+// The record is a pointer block of the memory manager's, so it is counted and checked like every block of a host's. It
+// uses a mutex of the system's instead of a ThMutex because a condition can be waited for with no other kind.
 #include "ThTmoEvent.h"
 
 #include <pthread.h>
@@ -5,6 +10,7 @@
 #include <cerrno>
 
 #include "HiResClock.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PlatformClock.h"
@@ -15,8 +21,8 @@
 
 struct ThTmoEventRec {
     uInt32 verifier;
-    uInt32 time;  // under the mutex
-    pthread_mutex_t mutex;
+    uInt32 time KZ_GUARDED_BY(mutex);
+    kz::PthreadMutex mutex;
     pthread_cond_t condition;
 };
 
@@ -27,7 +33,7 @@ constexpr char kModule[] = "source/ThTmoEvent";
 constexpr uInt32 kTmoEventVerifier = kz::FourCharCode("TmEv");
 constexpr int32 kForever = -1;
 
-// What a call is told that gets a block which is no timed event.
+// The report of a call that gets a block which is no timed event.
 bool ReportForeign()
 {
     KZ_REPORT(kDbgFatal, 0x2BC8046F);
@@ -51,15 +57,16 @@ KzErr ThTmoEventCreate(ThTmoEvent* out)
     if (event == nullptr) {
         return kzErrMemoryFull;
     }
+    // The block is zeroed, which is a time that never comes, and a mutex that the system still has to set up.
     event->verifier = kTmoEventVerifier;
-    if (kzcore_pthread_mutex_init(&event->mutex) != 0) {
+    if (kzcore_pthread_mutex_init(event->mutex.Get()) != 0) {
         KZ_REPORT(kDbgFatal, 0xD96F51A8) << "Bad mutex init";
         DSDisposePtr(event);
         return kzErrMemoryFull;
     }
     if (kzcore_pthread_cond_init(&event->condition) != 0) {
         KZ_REPORT(kDbgFatal, 0x6704EB93) << "Bad condition variable init";
-        pthread_mutex_destroy(&event->mutex);
+        pthread_mutex_destroy(event->mutex.Get());
         DSDisposePtr(event);
         return kzErrMemoryFull;
     }
@@ -73,12 +80,13 @@ void ThTmoEventDestroy(ThTmoEvent event)
         KZ_REPORT(kDbgError, 0xF1432D7C) << "Bad ThTmoEvent in ThTmoEventDestroy()";
         return;
     }
+    // The verifier goes first: of two threads that destroy one event only one comes past this line.
     if (!kz::SpoilVerifier(&event->verifier, kTmoEventVerifier)) {
         ReportForeign();
         return;
     }
     pthread_cond_destroy(&event->condition);
-    pthread_mutex_destroy(&event->mutex);
+    pthread_mutex_destroy(event->mutex.Get());
     DSDisposePtr(event);
 }
 
@@ -114,8 +122,9 @@ void ThTmoEventWait(ThTmoEvent event)
         if (event->time != 0 && left <= 0) {
             return;
         }
-        // After a time-out too the time is looked at again: it may have been changed at that moment.
-        const int result = kz::Deadline(left).WaitOn(&event->condition, &event->mutex);
+        KZ_ASSERT(left == kForever || left > 0);
+        // The time is looked at again even after a time-out, because it may have been changed at that moment.
+        const int result = kz::Deadline(left).WaitOn(&event->condition, event->mutex.Get());
         if (result != 0 && result != EINTR && result != EAGAIN && result != ETIMEDOUT) {
             KZ_REPORT(kDbgFatal, 0x389E70B5) << "unknown cond_wait result " << result;
             return;

@@ -1,3 +1,7 @@
+// Every mutex of the library is set up here, because on a real-time target each of them has to inherit priorities: a
+// single lock that does not pass its waiter's priority on to its holder lets a thread of low priority delay one of high
+// priority. Only the host knows the target, so a mutex that is made before the host's interface is set is set up for a
+// real-time one, which is right on every target and only slower.
 #include "UnixMutexUtil.h"
 
 #include "KZApp.h"
@@ -7,6 +11,7 @@ namespace {
 
 constexpr char kModule[] = "source/UnixMutexUtil";
 
+// Whether the target is a real-time one, as far as is known.
 bool InheritsPriority()
 {
     if (IKZApp* const app = KZApp()) {
@@ -33,6 +38,7 @@ int kzcore_pthread_mutex_init(pthread_mutex_t* mutex)
     if (result == 0) {
         result = pthread_mutex_init(mutex, &attributes);
     }
+    // The attributes go on every way out that has them, because a system may keep memory for them.
     pthread_mutexattr_destroy(&attributes);
     return result;
 }

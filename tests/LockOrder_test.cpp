@@ -14,6 +14,7 @@
 #include "ReportCatcher.h"
 #include "ScopedLock.h"
 #include "TestHost.h"
+#include "ThInternals.h"
 #include "VirtualClock.h"
 
 #ifndef NDEBUG

@@ -19,6 +19,7 @@
 #include "SlotOf.h"
 #include "Spin.h"
 #include "TestHost.h"
+#include "ThInternals.h"
 #include "VirtualClock.h"
 
 namespace {

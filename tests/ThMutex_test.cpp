@@ -18,6 +18,7 @@
 #include "ScopedLock.h"
 #include "SlotOf.h"
 #include "TestHost.h"
+#include "ThInternals.h"
 
 namespace {
 
