@@ -1,15 +1,21 @@
+// Files are the C library's streams: FMOpen opens a descriptor, because only open() can take a deny mode's lock before
+// anything is read, and hangs a stream on it. FileStream.h says how a stream is read, written and positioned.
+//
+// The locks of deny modes are the system's record locks, which belong to the process: a second open of a file within
+// the process always succeeds, and closing any of its opens gives all locks on the file up.
 #include "FileManager.h"
 
 #include <fcntl.h>
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <memory>
+#include <iterator>
 #include <string>
 
+#include "FileStream.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "PathClassic.h"
@@ -20,25 +26,16 @@
 #include "UnixUserUtil.h"
 #include "zvexcept.h"
 
+using kz::FileOf;
+using kz::FinishWriting;
+using kz::SeekStream;
+using kz::StreamOf;
+using kz::StreamOwner;
+using kz::TellStream;
+
 namespace {
 
 constexpr char kModule[] = "source/FileManager";
-
-// A File_t is the stream itself under another name.
-FILE* StreamOf(File_t file)
-{
-    return reinterpret_cast<FILE*>(file);
-}
-
-File_t FileOf(FILE* stream)
-{
-    return reinterpret_cast<File_t>(stream);
-}
-
-struct CloseStream {
-    void operator()(FILE* stream) const { fclose(stream); }
-};
-using StreamOwner = std::unique_ptr<FILE, CloseStream>;
 
 // How each open mode reaches the system, by its number.
 struct OpenMode {
@@ -56,9 +53,11 @@ bool IsSeekMode(int32 seekMode)
     return seekMode >= kFMFromStart && seekMode <= kFMFromCurrent;
 }
 
-// fdopen never truncates or creates: the descriptor's flags have done what there was to do.
+// The stream's mode repeats the direction only: fdopen never truncates or creates, because the descriptor's flags have
+// done what there was to do. The descriptor is closed on exec so that no child process keeps a file or its lock open.
 KzErr OpenStream(const std::string& path, const OpenMode& mode, StreamOwner* out)
 {
+    KZ_ASSERT(*out == nullptr);
     const int descriptor = open(path.c_str(), mode.flags | O_CLOEXEC, 0777);
     if (descriptor < 0) {
         return UnixToKZErr(errno);
@@ -72,43 +71,18 @@ KzErr OpenStream(const std::string& path, const OpenMode& mode, StreamOwner* out
     return kzErrNone;
 }
 
+// A range that starts at 0 and has no length reaches to the end of the file, however far it grows. The lock is tried
+// once, because to wait for another process could take for ever.
 KzErr LockWholeFile(FILE* stream, bool shared)
 {
+    KZ_ASSERT(stream != nullptr);
     struct flock range = {};
     range.l_type = static_cast<short>(shared ? F_RDLCK : F_WRLCK);
     range.l_whence = SEEK_SET;
     return fcntl(fileno(stream), F_SETLK, &range) == 0 ? kzErrNone : UnixToKZErr(errno);
 }
 
-// A seek writes what waits in the stream. When that fails the stream keeps an error flag, which a later read would take
-// for its own.
-KzErr SeekStream(FILE* stream, int64 offset, int whence)
-{
-    if (fseeko(stream, static_cast<off_t>(offset), whence) == 0) {
-        return kzErrNone;
-    }
-    const int reason = errno;
-    clearerr(stream);
-    return UnixToKZErr(reason);
-}
-
-// Between writing and reading a stream must be positioned; that also writes what waits in it.
-KzErr FinishWriting(FILE* stream)
-{
-    return __fwriting(stream) != 0 ? SeekStream(stream, 0, SEEK_CUR) : kzErrNone;
-}
-
-KzErr TellStream(FILE* stream, int64* position)
-{
-    const off_t at = ftello(stream);
-    if (at < 0) {
-        return UnixToKZErr(errno);
-    }
-    *position = at;
-    return kzErrNone;
-}
-
-// The link itself is there even if it leads nowhere.
+// Whether the path names a link, which is there even if it leads nowhere.
 bool IsLink(const std::string& path)
 {
     struct stat info;
@@ -131,6 +105,8 @@ int32 KindOfExisting(const PathRef* path)
     if (stat(text.c_str(), &info) == 0) {
         return S_ISDIR(info.st_mode) ? kFMIsDirectory : kFMIsFile;
     }
+    // These two reasons say that nothing is there. Every other one says only that the system did not tell, which a
+    // caller can't distinguish by the result, so it is reported.
     const int reason = errno;
     if (reason == ENOENT || reason == ENOTDIR) {
         return IsLink(text) ? kFMIsFile : kFMAbsent;
@@ -148,6 +124,8 @@ KzErr FMOpen(File_t* file, const PathRef* path, int32 openMode, int32 denyMode)
         if (file != nullptr) {
             *file = nullptr;
         }
+        // The cache is flushed first, because what it knows of the file may be wrong as soon as the open has begun,
+        // even if it fails.
         if (path != nullptr) {
             path->FlushCache();
         }
@@ -168,6 +146,7 @@ KzErr FMOpen(File_t* file, const PathRef* path, int32 openMode, int32 denyMode)
                 return err;
             }
         }
+        KZ_ASSERT(stream != nullptr);
         *file = FileOf(stream.release());
         return kzErrNone;
     });
@@ -197,6 +176,8 @@ KzErr FMRead(File_t file, int32 count, int32* got, void* buffer)
     if (got != nullptr) {
         *got = static_cast<int32>(done);
     }
+    // The flags are cleared after they are read, because a failed call leaves the file usable and a file that has ended
+    // may grow.
     KzErr result = kzErrNone;
     if (ferror(stream) != 0) {
         result = kzErrIO;
@@ -217,6 +198,7 @@ KzErr FMSeek64(File_t file, int64 offset, int32 seekMode)
     if (file == nullptr || !IsSeekMode(seekMode)) {
         return kzErrArgument;
     }
+    // A step of nothing stays away from the stream, whose buffer a seek would drop.
     if (offset == 0 && seekMode == kFMFromCurrent) {
         return kzErrNone;
     }
@@ -227,6 +209,8 @@ KzErr FMSeek64(File_t file, int64 offset, int32 seekMode)
             return err;
         }
     }
+    // The size is asked for by going there: that writes what waits in the stream, and leaves the position at the end,
+    // where it stays when the target lies behind it.
     int64 size = 0;
     if (KzErr err = SeekStream(stream, 0, SEEK_END);
         err != kzErrNone || (err = TellStream(stream, &size)) != kzErrNone) {
@@ -235,6 +219,7 @@ KzErr FMSeek64(File_t file, int64 offset, int32 seekMode)
     if (seekMode == kFMFromEnd) {
         origin = size;
     }
+    KZ_ASSERT(origin >= 0 && size >= 0);
     int64 target = 0;
     if (__builtin_add_overflow(origin, offset, &target) || target > size) {
         return kzErrEndOfFile;
@@ -279,36 +264,6 @@ KzErr FGetEOF(File_t file, uInt32* size)
     return err;
 }
 
-KzErr kz::FMReadAt(File_t file, int64 offset, int32 count, int32* got, void* buffer)
-{
-    int32 done = 0;
-    if (got != nullptr) {
-        *got = 0;
-    }
-    if (file == nullptr || offset < 0 || count < 0 || (buffer == nullptr && count > 0)) {
-        return kzErrArgument;
-    }
-    FILE* const stream = StreamOf(file);
-    if (FinishWriting(stream) != kzErrNone) {
-        return kzErrIO;
-    }
-    while (done < count) {
-        const ssize_t now =
-            pread(fileno(stream), static_cast<char*>(buffer) + done, static_cast<size_t>(count - done), offset + done);
-        if (now < 0 && errno == EINTR) {
-            continue;
-        }
-        if (now <= 0) {
-            return now < 0 ? kzErrIO : kzErrEndOfFile;
-        }
-        done += static_cast<int32>(now);
-        if (got != nullptr) {
-            *got = done;
-        }
-    }
-    return kzErrNone;
-}
-
 KzErr FGetEOF64(File_t file, uInt64* size)
 {
     if (file == nullptr || size == nullptr) {
@@ -337,6 +292,8 @@ int32 FExists(const PathRef* path)
     return kind;
 }
 
+// The answer is the code of one of three cases, by the numbers of the directory's and the file's; a fourth kind would
+// be a new one that this function was not told of.
 KzErr CheckPathValidity(const PathRef* path)
 {
     switch (FExists(path)) {
@@ -356,7 +313,7 @@ FileManager_Service::FileManager_Service()
     : PlainService_T("FileManager", &kz::AddNeeds<&PathManagerService, &UnixUserUtilService, &MemoryManagerService>)
 {}
 
-// A lock that can't be made stays null, which locks nothing.
+// A lock that can't be made stays null, which locks nothing: the start does not fail, because files work without.
 KzErr FileManager_Service::_Init()
 {
     ThMutexCreate(&mCachesMutex, "file manager caches");

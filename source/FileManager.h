@@ -83,21 +83,14 @@ class FileManager_Service : public PlainService_T<FileManager_Service> {
     KzErr _Init() override;
     KzErr _Uninit() override;
 
+    // These guard no field: one is for what the system's encoding of names is taken to be, the other for the file
+    // creation mask, which is the process's own. No call here changes either of the two.
     ThMutex mCachesMutex = nullptr;
     ThMutex mUmaskMutex = nullptr;
 };
 
 // The service, made on the first call.
 KZ_EXPORT FileManager_Service* FileManagerService();
-
-namespace kz {
-
-// Reads as FMRead does, but from `offset`, with the position left where it is, past the input buffer and in one system
-// call as a rule: for reading here and there. What was written to the stream and waits in it is written first, so that
-// the two ways of reading agree; a write that went past the stream would leave its input buffer stale.
-KzErr FMReadAt(File_t file, int64 offset, int32 count, int32* got, void* buffer);
-
-}  // namespace kz
 #endif
 
 #endif

@@ -1,3 +1,7 @@
+// The system's look-ups answer in static storage that the next look-up of any thread overwrites. So each is made, and
+// its answer copied, under the service's lock; nothing else happens under it, because a look-up may ask the network and
+// take seconds. The forms of these calls with storage of the caller's would need no lock, but a size for the storage
+// that nobody knows beforehand.
 #include "UnixUserUtil.h"
 
 #include <grp.h>
@@ -8,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "ScopedLock.h"
 #include "zvexcept.h"
@@ -18,8 +23,10 @@ constexpr char kModule[] = "source/UnixUserUtil";
 
 constexpr size_t kMaxName = 255;
 
+// A longer text is cut, because a counted string has one byte for its length.
 void SetName(const char* text, size_t length, unsigned char* name)
 {
+    KZ_ASSERT(text != nullptr && name != nullptr);
     const size_t kept = std::min(length, kMaxName);
     name[0] = static_cast<unsigned char>(kept);
     std::memcpy(name + 1, text, kept);
@@ -32,8 +39,10 @@ void SetNumberName(uInt32 id, unsigned char* name)
     SetName(digits, static_cast<size_t>(end.ptr - digits), name);
 }
 
+// The number that the whole of a name is, for ids that nobody has a name for.
 KzErr NumberOf(const unsigned char* name, uInt32* id)
 {
+    KZ_ASSERT(name != nullptr && id != nullptr);
     const char* const begin = reinterpret_cast<const char*>(name + 1);
     const char* const end = begin + name[0];
     uInt32 value = 0;
@@ -60,70 +69,75 @@ private:
     char mText[kMaxName + 1] = {};
 };
 
+// Gives an id's name, which `find` looks up in the system's storage, or its digits where the system knows none.
+template <typename Find>
+KzErr NameOf(uInt32 id, unsigned char* name, Find find)
+{
+    if (name == nullptr) {
+        return kzErrArgument;
+    }
+    {
+        const kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
+        if (const char* const found = find(id)) {
+            SetName(found, std::strlen(found), name);
+            return kzErrNone;
+        }
+    }
+    SetNumberName(id, name);
+    return kzErrNone;
+}
+
+// Gives a name's id, which `find` looks up in the system's storage, or the number that the name is. A name comes first,
+// because a user may be named like a number that is another one's id.
+template <typename Find>
+KzErr IdOf(const unsigned char* name, uInt32* id, Find find)
+{
+    if (name == nullptr || id == nullptr) {
+        return kzErrArgument;
+    }
+    const NameText text(name);
+    {
+        const kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
+        if (const uInt32* const found = find(text.Get())) {
+            *id = *found;
+            return kzErrNone;
+        }
+    }
+    return NumberOf(name, id);
+}
+
 }  // namespace
 
 KzErr UIDToName(uInt32 uid, unsigned char* name)
 {
-    if (name == nullptr) {
-        return kzErrArgument;
-    }
-    {
-        kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
-        if (const passwd* const entry = getpwuid(uid)) {
-            SetName(entry->pw_name, std::strlen(entry->pw_name), name);
-            return kzErrNone;
-        }
-    }
-    SetNumberName(uid, name);
-    return kzErrNone;
+    return NameOf(uid, name, [](uInt32 id) {
+        const passwd* const entry = getpwuid(id);
+        return entry != nullptr ? entry->pw_name : nullptr;
+    });
 }
 
 KzErr GIDToName(uInt32 gid, unsigned char* name)
 {
-    if (name == nullptr) {
-        return kzErrArgument;
-    }
-    {
-        kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
-        if (const group* const entry = getgrgid(gid)) {
-            SetName(entry->gr_name, std::strlen(entry->gr_name), name);
-            return kzErrNone;
-        }
-    }
-    SetNumberName(gid, name);
-    return kzErrNone;
+    return NameOf(gid, name, [](uInt32 id) {
+        const group* const entry = getgrgid(id);
+        return entry != nullptr ? entry->gr_name : nullptr;
+    });
 }
 
 KzErr NameToUID(const unsigned char* name, uInt32* id)
 {
-    if (name == nullptr || id == nullptr) {
-        return kzErrArgument;
-    }
-    const NameText text(name);
-    {
-        kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
-        if (const passwd* const entry = getpwnam(text.Get())) {
-            *id = entry->pw_uid;
-            return kzErrNone;
-        }
-    }
-    return NumberOf(name, id);
+    return IdOf(name, id, [](const char* text) {
+        const passwd* const entry = getpwnam(text);
+        return entry != nullptr ? &entry->pw_uid : nullptr;
+    });
 }
 
 KzErr NameToGID(const unsigned char* name, uInt32* id)
 {
-    if (name == nullptr || id == nullptr) {
-        return kzErrArgument;
-    }
-    const NameText text(name);
-    {
-        kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
-        if (const group* const entry = getgrnam(text.Get())) {
-            *id = entry->gr_gid;
-            return kzErrNone;
-        }
-    }
-    return NumberOf(name, id);
+    return IdOf(name, id, [](const char* text) {
+        const group* const entry = getgrnam(text);
+        return entry != nullptr ? &entry->gr_gid : nullptr;
+    });
 }
 
 KzErr GetHomeDir(std::string* out, const std::string& user)
@@ -133,6 +147,8 @@ KzErr GetHomeDir(std::string* out, const std::string& user)
             return kzErrArgument;
         }
         out->clear();
+        // The environment comes first for the user of this process, because a user may set HOME to another place than
+        // the system has for them. The system itself is asked only for users by name.
         if (user.empty()) {
             const char* const home = std::getenv("HOME");
             if (home == nullptr) {
@@ -141,10 +157,11 @@ KzErr GetHomeDir(std::string* out, const std::string& user)
             *out = home;
             return kzErrNone;
         }
+        // The system would read a name with a NUL as the shorter name before it, which may be another user's.
         if (user.find('\0') != std::string::npos) {
             return kzErrNotFound;
         }
-        kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
+        const kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
         const passwd* const entry = getpwnam(user.c_str());
         if (entry == nullptr) {
             return kzErrNotFound;
@@ -156,6 +173,8 @@ KzErr GetHomeDir(std::string* out, const std::string& user)
 
 UnixUserUtil_Service::UnixUserUtil_Service() : PlainService_T("UnixUserUtil", &kz::AddNeeds<&ThMutexService>) {}
 
+// Reads the singleton's slot instead of calling its accessor, because that would make a service which nobody has asked
+// for and nobody would destroy.
 ThMutex* UnixUserUtil_Service::Guard()
 {
     static constinit ThMutex nothing = nullptr;
@@ -166,6 +185,7 @@ ThMutex* UnixUserUtil_Service::Guard()
 
 KzErr UnixUserUtil_Service::_Init()
 {
+    KZ_ASSERT(mMutex == nullptr);
     return ThMutexCreate(&mMutex, "gUnixUserUtilRights");
 }
 

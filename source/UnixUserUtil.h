@@ -46,7 +46,7 @@ private:
     KzErr _Init() override;
     KzErr _Uninit() override;
 
-    ThMutex mMutex = nullptr;
+    ThMutex mMutex = nullptr;  // guards the storage in which the system's look-ups answer
 };
 
 // The service, made on the first call.

@@ -15,6 +15,7 @@
 
 #include "ByteOrder.h"
 #include "FileManager.h"
+#include "FileStream.h"
 #include "KzAssert.h"
 #include "MemoryManager.h"
 #include "PathRef.h"

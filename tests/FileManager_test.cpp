@@ -13,6 +13,7 @@
 #include <limits>
 #include <string>
 
+#include "FileStream.h"
 #include "KzErr.h"
 #include "PathRef.h"
 #include "ReportCatcher.h"
