@@ -1,235 +1,41 @@
-// Each change of a slot is ordered so that a reader without the lock can trust the salt: a new record's info is stored
-// before its salt, and an old record's salt is cleared before its info. A reader of 8 bytes of info therefore knows,
-// when the salt is still the cookie's after the read, that the bytes were the cookie's.
+// The calls on jars, and the classes over them. MagicCookieJar.h says what a jar is made of and how its slots change; a
+// call here looks at its arguments, takes the locks, and has the rest done there. The look-up is inlined into each
+// call, because a call of its own would cost as much as the look.
+//
+// No call goes out to the host with a lock held: a host's memory-full procedure is called after the lock is given back.
 #include "CookieManager.h"
 
 #include <algorithm>
-#include <atomic>
-#include <cassert>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
-#include <new>
 
+#include "CookieWalk.h"
 #include "HandleCalls.h"
-#include "HiResClock.h"
-#include "LiveCount.h"
+#include "KzAssert.h"
+#include "MagicCookieJar.h"
 #include "MemoryManager.h"
-#include "MemoryZone.h"
-#include "PouchTree.h"
 #include "Report.h"
 #include "ScopedLock.h"
 
-using kz::CookieSlotState;
+using kz::CopyInfo;
+using kz::CountRightsOf;
+using kz::FindUsableCookie;
+using kz::ForEachCookieLocked;
+using kz::HoldsCookie;
 using kz::PouchTree;
+using kz::RefCountOf;
 
 namespace {
 
 constexpr char kModule[] = "source/CookieManager";
 
-constexpr uInt32 kIndexMask = PouchTree::kMaxSlots - 1;
-constexpr uInt32 kSaltMask = 0xFFF;
-constexpr uInt32 kFirstCookie = 0x100000;
-constexpr uInt32 kAtomicInfoSize = sizeof(uInt64);
-
-}  // namespace
-
-// Lives in a handle; a handle's data is aligned to 8 because its size is a multiple of 8.
-struct MagicCookieJarRec {
-    ThMutex jarRights;
-    uInt32 nextSalt;
-    uInt32 verifier;  // VerifierOf the jar's handle while the jar lives
-    PouchTree* tree;
-    uInt32 infoSize;
-    uInt32 recordSize;
-    uInt32 freeIndex;
-    uInt32 cookieCount;
-    int32 refCounting;       // 0: reference counts are not kept
-    ThMutex countRights[8];  // null without reference counts
-};
-static_assert(sizeof(MagicCookieJarRec) == 112);
-static_assert(std::atomic_ref<uInt32>::is_always_lock_free && std::atomic_ref<uInt64>::is_always_lock_free);
-static_assert(std::atomic_ref<uInt64>::required_alignment <= 8);
-
-namespace {
-
-// Tied to the handle, so that a copy of a jar's bytes is no jar.
-uInt32 VerifierOf(const void* handle)
-{
-    return kz::FourCharCode("CJar") ^ static_cast<uInt32>(reinterpret_cast<uintptr_t>(handle) / sizeof(void*));
-}
-
-// The jar that a handle with this data is, or null for any other handle and for a jar that has ended.
-MagicCookieJarRec* LivingJar(const void* handle, unsigned char* data)
-{
-    uInt32 verifier;
-    if (kz::HandleDataSize(data) != sizeof(MagicCookieJarRec)) {
-        return nullptr;
-    }
-    std::memcpy(&verifier, data + offsetof(MagicCookieJarRec, verifier), sizeof verifier);
-    return verifier == VerifierOf(handle) ? reinterpret_cast<MagicCookieJarRec*>(data) : nullptr;
-}
-
-// Asks without a report; guard bytes are left to the calls on a jar.
-bool IsLivingJar(const void* handle)
-{
-    unsigned char* const data = kz::FindHandleData(kz::MemZone(), handle, false);
-    return data != nullptr && LivingJar(handle, data) != nullptr;
-}
-
-std::atomic_ref<uInt32> SaltOf(CookieSlotState* state)
-{
-    return std::atomic_ref<uInt32>(state->salt);
-}
-
-std::atomic_ref<int32> LinkOf(CookieSlotState* state)
-{
-    return std::atomic_ref<int32>(state->link);
-}
-
-std::atomic_ref<uInt64> AtomicInfo(unsigned char* record)
-{
-    return std::atomic_ref<uInt64>(*reinterpret_cast<uInt64*>(record));
-}
-
-// Changed under the count rights of the slot, or before the slot has a salt.
-std::atomic_ref<int32> RefCountOf(CookieSlotState* state)
-{
-    return std::atomic_ref<int32>(state->refCount);
-}
-
-// Relaxed: whoever reads it without the lock looks again under it. Changed under the jar rights.
-std::atomic_ref<uInt32> CountOf(MagicCookieJarRec* jar)
-{
-    return std::atomic_ref<uInt32>(jar->cookieCount);
-}
-
-void AddToCount(MagicCookieJarRec* jar, int32 by)
-{
-    const std::atomic_ref<uInt32> count = CountOf(jar);
-    count.store(count.load(std::memory_order_relaxed) + static_cast<uInt32>(by), std::memory_order_relaxed);
-    kz::CountLive(kz::Live::kCookies, by);
-}
-
-bool HoldsCookie(CookieSlotState* state, uInt32 cookie)
-{
-    return SaltOf(state).load(std::memory_order_acquire) == cookie >> PouchTree::kIndexBits &&
-           LinkOf(state).load(std::memory_order_relaxed) < 0;
-}
-
-// The record of a live cookie, or null. Needs no lock.
-[[gnu::always_inline]] inline unsigned char* FindCookie(const MagicCookieJarRec* jar, uInt32 cookie)
-{
-    if (cookie < kFirstCookie) {
-        return nullptr;
-    }
-    const PouchTree& tree = *jar->tree;
-    unsigned char* const record = tree.Find(cookie & kIndexMask);
-    return record != nullptr && HoldsCookie(tree.State(record), cookie) ? record : nullptr;
-}
-
-// Whether the record is not on its way out: in a jar with reference counts, as soon as the last one is given back.
-bool IsUsable(const MagicCookieJarRec* jar, unsigned char* record)
-{
-    return jar->refCounting == 0 || RefCountOf(jar->tree->State(record)).load(std::memory_order_acquire) > 0;
-}
-
-// The record of a live cookie that may be used, or null. Needs no lock: where there are counts the slot is looked at
-// again after its count, which could be that of the cookie that has the slot next.
-[[gnu::always_inline]] inline unsigned char* FindUsableCookie(const MagicCookieJarRec* jar, uInt32 cookie)
-{
-    unsigned char* const record = FindCookie(jar, cookie);
-    if (record == nullptr || jar->refCounting == 0) {
-        return record;
-    }
-    return IsUsable(jar, record) && HoldsCookie(jar->tree->State(record), cookie) ? record : nullptr;
-}
-
-// The lock of a slot's reference count, the same for all cookies that the slot ever has; null without counts.
-ThMutex CountRightsOf(const MagicCookieJarRec* jar, uInt32 cookie)
-{
-    return jar->countRights[cookie % std::size(jar->countRights)];
-}
-
-// The accesses to info under the jar rights. Those of 8 bytes are atomic, for the readers without the lock.
-void StoreInfo(const MagicCookieJarRec* jar, unsigned char* record, const void* info)
-{
-    if (jar->infoSize == kAtomicInfoSize) {
-        uInt64 value = 0;
-        if (info != nullptr) {
-            std::memcpy(&value, info, sizeof value);
-        }
-        AtomicInfo(record).store(value, std::memory_order_release);
-    } else if (info != nullptr) {
-        std::memcpy(record, info, jar->infoSize);
-    } else {
-        std::memset(record, 0, jar->infoSize);
-    }
-}
-
-void CopyInfo(const MagicCookieJarRec* jar, const unsigned char* record, void* infoOut)
-{
-    if (infoOut != nullptr) {
-        std::memcpy(infoOut, record, jar->infoSize);
-    }
-}
-
-// Takes the address without a type, as CopyInfo does, because a typed jar's record may be less aligned than a word.
+// Clears a caller's record. The address has no type, as that of CopyInfo has none, because a typed jar's record may be
+// less aligned than a word.
 void ClearInfo(void* infoOut, std::size_t size)
 {
     if (infoOut != nullptr) {
         std::memset(infoOut, 0, size);
     }
-}
-
-// Gives a free slot's cookie; 0 when the jar is full, or when memory is out and `*missing` bytes could not be had.
-uInt32 NewCookieLocked(MagicCookieJarRec* jar, const void* info, unsigned long* missing)
-{
-    const uInt32 index = jar->freeIndex;
-    if (index > kIndexMask) {
-        return 0;
-    }
-    unsigned char* const record = jar->tree->Make(index, missing);
-    if (record == nullptr) {
-        return 0;
-    }
-    const uInt32 salt = jar->nextSalt & kSaltMask;
-    jar->nextSalt = (salt + 1) & kSaltMask;
-    if (jar->nextSalt == 0) {
-        jar->nextSalt = 1;
-    }
-    CookieSlotState* const state = jar->tree->State(record);
-    jar->freeIndex = static_cast<uInt32>(LinkOf(state).load(std::memory_order_relaxed));
-    AddToCount(jar, 1);
-    StoreInfo(jar, record, info);
-    RefCountOf(state).store(jar->refCounting != 0 ? 1 : 0, std::memory_order_relaxed);
-    LinkOf(state).store(-1, std::memory_order_relaxed);
-    SaltOf(state).store(salt, std::memory_order_release);
-    return salt << PouchTree::kIndexBits | index;
-}
-
-void FreeSlotLocked(MagicCookieJarRec* jar, unsigned char* record, uInt32 index)
-{
-    CookieSlotState* const state = jar->tree->State(record);
-    SaltOf(state).store(0, std::memory_order_relaxed);
-    RefCountOf(state).store(0, std::memory_order_relaxed);
-    StoreInfo(jar, record, nullptr);
-    LinkOf(state).store(static_cast<int32>(jar->freeIndex), std::memory_order_relaxed);
-    jar->freeIndex = index;
-    AddToCount(jar, -1);
-}
-
-// Calls `visit(cookie, record)` for each live cookie from index `from` up until it returns false. Under the jar rights.
-template <typename Visit>
-void ForEachCookieLocked(const MagicCookieJarRec* jar, uInt32 from, Visit visit)
-{
-    const PouchTree& tree = *jar->tree;
-    tree.ForEachSlot(from, [&](uInt32 index, unsigned char* record) {
-        CookieSlotState* const state = tree.State(record);
-        const uInt32 salt = SaltOf(state).load(std::memory_order_relaxed);
-        return LinkOf(state).load(std::memory_order_relaxed) >= 0 ||
-               visit(salt << PouchTree::kIndexBits | index, record);
-    });
 }
 
 // The bytes of a list of `count` cookies; an empty one has room for one.
@@ -249,8 +55,9 @@ KzErr SizeList(MagicCookieList* list, uInt32 count)
 }
 
 // Fills a list of that size with at most that many cookies; false when the jar holds fewer than its count says.
-bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* list)
+bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* list) KZ_REQUIRES(jar->jarRights)
 {
+    KZ_ASSERT(list != nullptr);
     std::memset(list, 0, ListSize(count));
     std::memcpy(list, &count, sizeof count);
     unsigned char* at = list + offsetof(MagicCookieListRec, cookies);
@@ -267,82 +74,10 @@ bool FillListLocked(const MagicCookieJarRec* jar, uInt32 count, unsigned char* l
     return found == count;
 }
 
-bool CreateCountRights(MagicCookieJarRec* jar)
-{
-    char name[] = "refCountRights0";
-    for (ThMutex& rights : jar->countRights) {
-        if (ThMutexCreate(&rights, name) != kzErrNone) {
-            return false;
-        }
-        ++name[sizeof name - 2];
-    }
-    return true;
-}
-
-// Fills what NewJar has zeroed; false when out of memory.
-bool SetUpJar(MagicCookieJarRec* jar, uInt32 infoSize, bool refCounting)
-{
-    const uInt64 recordSize = PouchTree::RecordSize(infoSize);
-    if (recordSize > ~uInt32{0} || ThMutexCreate(&jar->jarRights, "JarRights") != kzErrNone) {
-        return false;
-    }
-    if (refCounting && !CreateCountRights(jar)) {
-        return false;
-    }
-    jar->refCounting = refCounting;
-    jar->infoSize = infoSize;
-    jar->recordSize = static_cast<uInt32>(recordSize);
-    jar->nextSalt = std::max(MilliSecs() & kSaltMask, 1u);
-    void* const storage = DSNewPClr(sizeof(PouchTree));
-    if (storage == nullptr) {
-        return false;
-    }
-    jar->tree = ::new (storage) PouchTree(jar->recordSize);
-    return true;
-}
-
-// Ends all of a jar but its handle, which is no jar from here on.
-void TearDownJar(MagicCookieJarRec* jar)
-{
-    jar->verifier = 0;
-    kz::CountLive(kz::Live::kCookies, -int64{jar->cookieCount});
-    if (jar->tree != nullptr) {
-        jar->tree->~PouchTree();
-        DSDisposePtr(jar->tree);
-    }
-    ThMutexDestroy(jar->jarRights);
-    for (ThMutex rights : jar->countRights) {
-        ThMutexDestroy(rights);
-    }
-}
-
-// A jar that nobody has disposed ends with the memory service.
-void TearDownLeftJar(UHandle handle, unsigned char* data)
-{
-    if (MagicCookieJarRec* const jar = LivingJar(handle, data)) {
-        TearDownJar(jar);
-    }
-}
-
-MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
-{
-    kz::gLeftHandleProc.store(&TearDownLeftJar, std::memory_order_release);
-    const auto jar = reinterpret_cast<MagicCookieJar>(DSNewHClr(sizeof(MagicCookieJarRec)));
-    if (jar == nullptr) {
-        return nullptr;
-    }
-    (*jar)->verifier = VerifierOf(jar);
-    if (!SetUpJar(*jar, infoSize, refCounting)) {
-        MCDisposeJar(jar);
-        return nullptr;
-    }
-    return jar;
-}
-
 // Kept out of line because its frame would slow the look-up without the lock.
 [[gnu::noinline]] KzErr CopyInfoWithLock(const MagicCookieJarRec* jar, uInt32 cookie, void* infoOut)
 {
-    kz::ScopedLock lock(jar->jarRights);
+    const kz::ScopedLock lock(jar->jarRights);
     const unsigned char* const record = FindUsableCookie(jar, cookie);
     if (record == nullptr) {
         return kzErrArgument;
@@ -351,24 +86,11 @@ MagicCookieJar NewJar(uInt32 infoSize, bool refCounting)
     return kzErrNone;
 }
 
-// In builds with assertions a small jar is walked after each change: one that has never had a second leaf, because the
-// walk looks at free slots too.
+// In builds with assertions a small jar is walked after each change. Small is one that has never had a second leaf,
+// because the walk looks at free slots too.
 [[maybe_unused]] bool IsSoundIfSmall(MagicCookieJar jar)
 {
     return (*jar)->tree->Find(PouchTree::kLeafSlots) != nullptr || kz::CookieJarFault(jar) == nullptr;
-}
-
-// With the count rights of the cookie held, in a jar that has them.
-KzErr EndCookie(MagicCookieJarRec* jar, uInt32 cookie, void* infoOut)
-{
-    kz::ScopedLock lock(jar->jarRights);
-    unsigned char* const record = FindCookie(jar, cookie);
-    if (record == nullptr) {
-        return kzErrArgument;
-    }
-    CopyInfo(jar, record, infoOut);
-    FreeSlotLocked(jar, record, cookie & kIndexMask);
-    return kzErrNone;
 }
 
 }  // namespace
@@ -377,17 +99,17 @@ extern "C" {
 
 MagicCookieJar MCNewJar(void)
 {
-    return NewJar(kAtomicInfoSize, false);
+    return kz::NewJar(kz::kAtomicInfoSize, false);
 }
 
 MagicCookieJar MCNewBigJar(uInt32 infoSize)
 {
-    return NewJar(infoSize, false);
+    return kz::NewJar(infoSize, false);
 }
 
 MagicCookieJar MCNewRCJar(void)
 {
-    return NewJar(kAtomicInfoSize, true);
+    return kz::NewJar(kz::kAtomicInfoSize, true);
 }
 
 KzErr MCDisposeJar(MagicCookieJar jar)
@@ -396,16 +118,17 @@ KzErr MCDisposeJar(MagicCookieJar jar)
         return kzErrNone;
     }
     unsigned char* const data = kz::GoodData(jar, kz::kRangeAlways);
-    MagicCookieJarRec* const rec = data == nullptr ? nullptr : LivingJar(jar, data);
+    MagicCookieJarRec* const rec = data == nullptr ? nullptr : kz::LivingJar(jar, data);
     if (rec == nullptr) {
         kz::BadHandle("MCDisposeJar");
         return kzErrNone;
     }
-    assert(rec->tree == nullptr || kz::CookieJarFault(jar) == nullptr);
-    if (const uInt32 count = rec->cookieCount) {
+    KZ_ASSERT(kz::CookieJarFault(jar) == nullptr);
+    // Cookies that are left are logged and not reported, because an owner may well end a jar with all that is in it.
+    if (const uInt32 count = kz::CountOf(rec).load(std::memory_order_relaxed)) {
         KZ_LOG(kDbgLog) << "Disposing jar with " << count << " cookies remaining";
     }
-    TearDownJar(rec);
+    kz::TearDownJar(rec);
     DSDisposeHandle(jar);
     return kzErrNone;
 }
@@ -418,10 +141,11 @@ uInt32 MCNewCookie(MagicCookieJar jar, const void* info)
     unsigned long missing = 0;
     uInt32 cookie;
     {
-        kz::ScopedLock lock((*jar)->jarRights);
-        cookie = NewCookieLocked(*jar, info, &missing);
+        const kz::ScopedLock lock((*jar)->jarRights);
+        cookie = kz::NewCookieLocked(*jar, info, &missing);
     }
-    assert(IsSoundIfSmall(jar));
+    KZ_ASSERT(IsSoundIfSmall(jar));
+    // The host is told of missing memory only here, because its procedure may call on the jar.
     if (missing != 0) {
         CallSetMemFullProc(missing);
     }
@@ -433,9 +157,10 @@ KzErr MCDisposeCookie(MagicCookieJar jar, uInt32 cookie, void* infoOut)
     if (jar == nullptr) {
         return kzErrArgument;
     }
-    kz::ScopedLock lock(CountRightsOf(*jar, cookie));
-    const KzErr err = EndCookie(*jar, cookie, infoOut);
-    assert(IsSoundIfSmall(jar));
+    // Whoever holds the count rights keeps a cookie alive, so it ends under them whatever its count is.
+    const kz::ScopedLock lock(CountRightsOf(*jar, cookie));
+    const KzErr err = kz::EndCookie(*jar, cookie, infoOut);
+    KZ_ASSERT(IsSoundIfSmall(jar));
     return err;
 }
 
@@ -449,15 +174,17 @@ KzErr MCGetCookieInfo(MagicCookieJar jar, uInt32 cookie, void* infoOut)
     if (jar == nullptr || infoOut == nullptr) {
         return kzErrArgument;
     }
-    if ((*jar)->infoSize != kAtomicInfoSize) {
+    if ((*jar)->infoSize != kz::kAtomicInfoSize) {
         return CopyInfoWithLock(*jar, cookie, infoOut);
     }
     unsigned char* const record = FindUsableCookie(*jar, cookie);
     if (record == nullptr) {
         return kzErrArgument;
     }
-    const uInt64 info = AtomicInfo(record).load(std::memory_order_acquire);
-    const bool stayed = HoldsCookie((*jar)->tree->State(record), cookie) && IsUsable(*jar, record);
+    // The slot is looked at once more behind the read, because the cookie may have ended meanwhile. The bytes of
+    // another record are never given away: a read that came too late gives zeros.
+    const uInt64 info = kz::AtomicInfo(record).load(std::memory_order_acquire);
+    const bool stayed = HoldsCookie((*jar)->tree->State(record), cookie) && kz::IsUsable(*jar, record);
     const uInt64 given = stayed ? info : 0;
     std::memcpy(infoOut, &given, sizeof given);
     return stayed ? kzErrNone : kzErrArgument;
@@ -468,12 +195,13 @@ KzErr MCSetCookieInfo(MagicCookieJar jar, uInt32 cookie, const void* info)
     if (jar == nullptr || info == nullptr) {
         return kzErrArgument;
     }
-    kz::ScopedLock lock((*jar)->jarRights);
+    const kz::ScopedLock lock((*jar)->jarRights);
     unsigned char* const record = FindUsableCookie(*jar, cookie);
     if (record == nullptr) {
         return kzErrArgument;
     }
-    StoreInfo(*jar, record, info);
+    // The cookie can't end between the look and the store, because it ends under the same lock.
+    kz::StoreInfo(*jar, record, info);
     return kzErrNone;
 }
 
@@ -491,7 +219,7 @@ KzErr MCJarSize(MagicCookieJar jar, int32* out)
     if (jar == nullptr || out == nullptr) {
         return kzErrArgument;
     }
-    kz::ScopedLock lock((*jar)->jarRights);
+    const kz::ScopedLock lock((*jar)->jarRights);
     *out = static_cast<int32>((*jar)->cookieCount);
     return kzErrNone;
 }
@@ -501,16 +229,16 @@ KzErr MCGetCookieList(MagicCookieJar jar, MagicCookieList* list)
     if (jar == nullptr || list == nullptr) {
         return kzErrArgument;
     }
-    // The list is sized without the lock, since a failure calls the host's memory-full procedure; it is sized again
+    // The list is sized without the lock, because a failure calls the host's memory-full procedure. It is sized again
     // when the jar has outgrown it meanwhile.
-    uInt32 count = CountOf(*jar).load(std::memory_order_relaxed);
+    uInt32 count = kz::CountOf(*jar).load(std::memory_order_relaxed);
     for (;;) {
         const KzErr err = SizeList(list, count);
         if (err != kzErrNone) {
             return err;
         }
         const uInt32 room = count;
-        kz::ScopedLock lock((*jar)->jarRights);
+        const kz::ScopedLock lock((*jar)->jarRights);
         count = (*jar)->cookieCount;
         if (count <= room) {
             if (FillListLocked(*jar, count, reinterpret_cast<unsigned char*>(**list))) {
@@ -528,8 +256,10 @@ uInt32 MCGetCookieForInfo(MagicCookieJar jar, const void* info)
     if (jar == nullptr || info == nullptr) {
         return 0;
     }
+    // No index leads from infos to cookies, because every change of a record would have to keep it up. The walk goes by
+    // indices, so the lowest comes first.
     uInt32 found = 0;
-    kz::ScopedLock lock((*jar)->jarRights);
+    const kz::ScopedLock lock((*jar)->jarRights);
     ForEachCookieLocked(*jar, 0, [&](uInt32 cookie, const unsigned char* record) {
         if (BlockCmp(record, info, (*jar)->infoSize) == 0) {
             found = cookie;
@@ -555,6 +285,7 @@ KzErr CookieList::SetCount(int count)
         mCount = 0;
         return DSDisposeHandleAndNull(&mCookies);
     }
+    // A handle that can't be resized is kept, but the count is 0 then: a list that lost its new part would look whole.
     const auto newCount = static_cast<unsigned long>(count);
     const auto oldCount = static_cast<unsigned long>(mCount);
     const KzErr err = DSSetHandleSizeOrNewHandle(&mCookies, newCount * sizeof(uInt32));
@@ -585,7 +316,7 @@ KzErr CookieList::SetCookie(int index, unsigned int cookie)
 
 BaseCookieJar::~BaseCookieJar()
 {
-    if (IsLivingJar(mJar)) {
+    if (kz::IsLivingJar(mJar)) {
         MCDisposeJar(mJar);
     }
 }
@@ -593,7 +324,7 @@ BaseCookieJar::~BaseCookieJar()
 KzErr BaseCookieJar::Init(unsigned int infoSize, int refCounted)
 {
     Uninit();
-    mJar = NewJar(infoSize, refCounted != 0);
+    mJar = kz::NewJar(infoSize, refCounted != 0);
     return mJar == nullptr ? kzErrMemoryFull : kzErrNone;
 }
 
@@ -608,12 +339,12 @@ bool BaseCookieJar::AcquireCookieRights(const unsigned int& cookie, long* infoOu
 {
     MagicCookieJarRec* const jar = mJar == nullptr ? nullptr : *mJar;
     if (jar != nullptr && jar->refCounting != 0) {
-        kz::ScopedLock lock(CountRightsOf(jar, cookie));
+        const kz::ScopedLock lock(CountRightsOf(jar, cookie));
         if (unsigned char* const record = FindUsableCookie(jar, cookie)) {
-            // The slot stays this cookie's: without the count rights nobody disposes it.
+            // The slot stays this cookie's, because nobody disposes it without the count rights.
             const std::atomic_ref<int32> count = RefCountOf(jar->tree->State(record));
             count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-            kz::ScopedLock jarLock(jar->jarRights);
+            const kz::ScopedLock jarLock(jar->jarRights);
             CopyInfo(jar, record, infoOut);
             return true;
         }
@@ -628,16 +359,18 @@ int BaseCookieJar::ReleaseCookieRights(const unsigned int& cookie)
     if (jar == nullptr || jar->refCounting == 0) {
         return 0;
     }
-    kz::ScopedLock lock(CountRightsOf(jar, cookie));
+    const kz::ScopedLock lock(CountRightsOf(jar, cookie));
     unsigned char* const record = FindUsableCookie(jar, cookie);
     if (record == nullptr) {
         return 0;
     }
     const std::atomic_ref<int32> count = RefCountOf(jar->tree->State(record));
+    // The count is 0 before the slot is free, which tells look-ups without a lock that the cookie is on its way out.
     const int32 before = count.load(std::memory_order_relaxed);
+    KZ_ASSERT(before > 0);
     count.store(before - 1, std::memory_order_relaxed);
     if (before == 1) {
-        EndCookie(jar, cookie, nullptr);
+        kz::EndCookie(jar, cookie, nullptr);
     }
     return before;
 }
@@ -647,6 +380,8 @@ KzErr BaseCookieJar::GetCookieList(CookieList* list) const
     if (list == nullptr) {
         return kzErrArgument;
     }
+    // The cookies are copied from a list of the C call's into this object's own, which is no MagicCookieList: it has no
+    // count in its handle.
     MagicCookieList found = nullptr;
     KzErr err = MCGetCookieList(mJar, &found);
     if (err == kzErrNone) {
@@ -659,59 +394,3 @@ KzErr BaseCookieJar::GetCookieList(CookieList* list) const
     DSDisposeHandle(found);
     return err;
 }
-
-namespace kz {
-
-uInt32 NextCookie(MagicCookieJar jar, uInt32 cookie)
-{
-    uInt32 next = 0;
-    if (jar != nullptr) {
-        ScopedLock lock((*jar)->jarRights);
-        ForEachCookieLocked(*jar, cookie == 0 ? 0 : (cookie & kIndexMask) + 1, [&](uInt32 found, const unsigned char*) {
-            next = found;
-            return false;
-        });
-    }
-    return next;
-}
-
-const char* CookieJarFault(MagicCookieJar jar)
-{
-    const MagicCookieJarRec* const rec = *jar;
-    const PouchTree& tree = *rec->tree;
-    ScopedLock lock(rec->jarRights);
-    uInt32 slots = 0;
-    uInt32 live = 0;
-    const char* fault = nullptr;
-    tree.ForEachSlot(0, [&](uInt32 /*index*/, unsigned char* record) {
-        const CookieSlotState* const state = tree.State(record);
-        const bool inUse = state->link == -1;
-        if (inUse != (state->salt != 0) || state->salt > kSaltMask || state->link < -1) {
-            fault = "a slot is neither free nor in use";
-        }
-        // A cookie whose last right was given back has none for a moment.
-        const int32 rights = RefCountOf(tree.State(record)).load(std::memory_order_relaxed);
-        if (rec->refCounting == 0 || !inUse ? rights != 0 : rights < 0) {
-            fault = "a slot's reference count is wrong";
-        }
-        live += inUse;
-        ++slots;
-        return fault == nullptr;
-    });
-    uInt32 next = rec->freeIndex;
-    uInt32 freeSlots = 0;
-    for (; fault == nullptr && next < slots && freeSlots <= slots; ++freeSlots) {
-        const int32 link = tree.State(tree.Find(next))->link;
-        fault = link < 0 ? "the free chain holds a slot in use" : nullptr;
-        next = static_cast<uInt32>(link);
-    }
-    if (fault == nullptr && (next != slots || freeSlots + live != slots)) {
-        fault = "the free chain does not hold just the free slots";
-    }
-    if (fault == nullptr && live != rec->cookieCount) {
-        fault = "the count of cookies is wrong";
-    }
-    return fault;
-}
-
-}  // namespace kz

@@ -179,17 +179,6 @@ public:
     }
 };
 
-namespace kz {
-
-// The live cookie of the lowest index above that of `cookie`, which may be gone; 0 asks for the first. 0 when there is
-// none, or for a null jar. Walks a jar without memory, also while it is emptied.
-uInt32 NextCookie(MagicCookieJar jar, uInt32 cookie);
-
-// What is wrong with a jar, or null when it is sound: every slot is free, in the chain and with no salt, or in use
-// with a salt, and the counts agree. For a jar that no other thread changes.
-const char* CookieJarFault(MagicCookieJar jar);
-
-}  // namespace kz
 #endif
 
 #endif

@@ -4,6 +4,7 @@
 // dataHolder is looked up in the jar, which knows foreign numbers, and is never taken for a pointer.
 #include "LoadedMap.h"
 
+#include "CookieWalk.h"
 #include "MemoryManager.h"
 #include "ResourceMap.h"
 #include "ResourceTypes.h"

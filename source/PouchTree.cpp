@@ -1,3 +1,10 @@
+// The tree proper is the four levels of nodes under mRoot; mFirstLeaf and mLeaves only lead to the same leaves on
+// shorter ways. A record's address never changes, so a look-up needs no lock and a caller may keep the address. For the
+// same reason nothing is freed before the whole tree is: a slot that is free again waits in its leaf for the next
+// cookie.
+//
+// Nodes and leaves are pointer blocks of the memory manager's, which a host finds in its counts and checks. Tables are
+// plain memory, because they are only a short cut and their number should not show.
 #include "PouchTree.h"
 
 #include <algorithm>
@@ -6,6 +13,7 @@
 #include <new>
 
 #include "GuardChecks.h"
+#include "KzAssert.h"
 #include "MemorySource.h"
 
 namespace kz {
@@ -34,8 +42,11 @@ PouchTree::~PouchTree()
     }
 }
 
+// A block whose guard bytes are damaged is left behind, because what wrote over them may have written over its
+// header too.
 void PouchTree::DisposeNode(void* node, int level)
 {
+    KZ_ASSERT(level >= 0 && level <= kLeafLevel);
     if (node == nullptr) {
         return;
     }
@@ -51,6 +62,7 @@ void PouchTree::DisposeNode(void* node, int level)
 
 unsigned char* PouchTree::MakeLeaf(uInt32 index, unsigned long* missing) const
 {
+    KZ_ASSERT(index < kMaxSlots);
     auto* const leaf = static_cast<unsigned char*>(MakeNode(kLeafSlots * mRecordSize, missing));
     if (leaf != nullptr) {
         const uInt32 first = index - index % kLeafSlots;
@@ -63,6 +75,7 @@ unsigned char* PouchTree::MakeLeaf(uInt32 index, unsigned long* missing) const
 
 unsigned char* PouchTree::WalkToLeaf(uInt32 index) const
 {
+    KZ_ASSERT(index < kMaxSlots);
     void* node = mRoot.load(std::memory_order_acquire);
     for (int level = 0; node != nullptr && level < kLeafLevel; ++level) {
         node = Child(node, level, index).load(std::memory_order_acquire);
@@ -70,8 +83,11 @@ unsigned char* PouchTree::WalkToLeaf(uInt32 index) const
     return static_cast<unsigned char*>(node);
 }
 
+// Tables double, so that all the old ones together are no larger than the one in use. A new table is filled from the
+// tree and not from the old table, because that may lack leaves for which there was no memory.
 void PouchTree::AddToTable(uInt32 index, unsigned char* leaf)
 {
+    KZ_ASSERT(leaf != nullptr && WalkToLeaf(index) == leaf);
     constexpr uInt32 kFirstCount = 32;
     LeafTable* table = mLeaves.load(std::memory_order_relaxed);
     const uInt32 place = index / kLeafSlots;
@@ -97,8 +113,11 @@ void PouchTree::AddToTable(uInt32 index, unsigned char* leaf)
     table->leaves[place].store(leaf, std::memory_order_release);
 }
 
+// A node is filled before it is published, and published before anything below it, so a reader on its way down finds
+// either nothing or something whole. When memory is out, the nodes that were made stay for the next try.
 unsigned char* PouchTree::Make(uInt32 index, unsigned long* missing)
 {
+    KZ_ASSERT(index < kMaxSlots && missing != nullptr);
     if (unsigned char* const record = Find(index)) {
         return record;
     }

@@ -4,8 +4,8 @@
 // multiple of 8, so that 8 bytes of info are read and written as one. Slots come into being 64 at a time, in the order
 // of their indices, zeroed but for their links.
 //
-// Growth is serialised by the caller. Find may run at any time on any thread: nodes are published by release stores,
-// and the state's fields are atomics.
+// Growth is serialised by the caller. Find may run at any time on any thread, because nodes are published by release
+// stores and nothing that was published moves or goes before the tree does. The state's fields are read as atomics.
 #ifndef KZCORE_POUCHTREE_H
 #define KZCORE_POUCHTREE_H
 
@@ -38,7 +38,7 @@ public:
     // The record at an index below kMaxSlots, or null where there is none yet.
     unsigned char* Find(uInt32 index) const
     {
-        // The first leaf spares the hottest indices the walk.
+        // The first leaf spares the hottest indices the look in the table.
         if (index < kLeafSlots - 1) {
             if (unsigned char* const leaf = mFirstLeaf.load(std::memory_order_acquire)) {
                 return leaf + index * mRecordSize;
@@ -56,6 +56,7 @@ public:
     // failed in `*missing`; the memory-full procedure is the caller's to call.
     unsigned char* Make(uInt32 index, unsigned long* missing);
 
+    // The state of a record of this tree.
     CookieSlotState* State(unsigned char* record) const
     {
         return reinterpret_cast<CookieSlotState*>(record + mRecordSize - sizeof(CookieSlotState));
@@ -97,13 +98,13 @@ private:
     {
         return std::atomic_ref<void*>(static_cast<void**>(node)[(index >> kLevels[level].shift) & kLevels[level].mask]);
     }
-    // The leaves by their place, which spares all but the first slots of a jar the walk from the root. A larger table
-    // replaces one that is full; the old ones stay, as a reader may still be in them. Without memory for one there is
-    // the walk.
+    // The leaves by their place, which spares a look-up the walk from the root. A larger table replaces one that is
+    // full, and the old ones stay until the tree goes, because a reader may still be in them. Where there was no memory
+    // for a table the walk finds the leaf.
     struct LeafTable {
-        LeafTable* older;
-        uInt32 count;
-        std::atomic<unsigned char*> leaves[1];
+        LeafTable* older;                       // owned
+        uInt32 count;                           // of leaves
+        std::atomic<unsigned char*> leaves[1];  // null where a leaf was not made yet
     };
 
     [[gnu::cold]] unsigned char* WalkToLeaf(uInt32 index) const;

@@ -7,6 +7,7 @@
 
 #include <new>
 
+#include "CookieWalk.h"
 #include "KzAssert.h"
 #include "NeverDestroyed.h"
 #include "Report.h"

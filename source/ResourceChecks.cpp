@@ -3,6 +3,7 @@
 // recorded, and forgets it with the resource.
 #include "ResourceChecks.h"
 
+#include "CookieWalk.h"
 #include "ResFileMap.h"
 #include "ResHandleCache.h"
 #include "ScopedLock.h"

@@ -1,3 +1,8 @@
+// An owner of one handle, or of none. A null handle is an empty block here, so Resize serves as the only way to make,
+// to change and to dispose.
+//
+// ResizeField promises that a failure leaves the block as it was. A handle's resize is the only step of it that can
+// fail, so a field that grows is moved after it, and one that shrinks is moved before it in a way that can be undone.
 #include "zvhandle.h"
 
 #include <algorithm>
@@ -6,6 +11,7 @@
 #include <cstring>
 #include <memory>
 
+#include "KzAssert.h"
 #include "MemoryManager.h"
 #include "MemorySource.h"
 #include "Report.h"
@@ -14,9 +20,11 @@ namespace {
 
 constexpr char kModule[] = "source/zvhandle";
 
-// The tail, which is the block's end from `place` on, moves up by `growth`.
+// The tail, which is the block's end from `place` on, moves up by `growth`. The resize may move the block, so addresses
+// are taken from the handle behind it.
 KzErr GrowField(UHandle handle, unsigned long place, unsigned long growth, unsigned long tailSize)
 {
+    KZ_ASSERT(handle != nullptr && growth != 0);
     const KzErr err = DSSetHandleSize(handle, place + growth + tailSize);
     if (err == kzErrNone && tailSize != 0) {
         MoveBlock(*handle + place, *handle + place + growth, tailSize);
@@ -24,11 +32,13 @@ KzErr GrowField(UHandle handle, unsigned long place, unsigned long growth, unsig
     return err;
 }
 
-// The tail, which ends the block, moves down to `place`, over the `loss` bytes that go. Those which it overwrites are
-// kept aside until the block is resized, so that a failure can undo the move; without room for them the two change
-// places, which is slower. So nothing but the resize can fail.
+// The tail, which ends the block, moves down to `place`, over the `loss` bytes that go. The bytes that the tail
+// overwrites are kept aside until the block is resized, so that a failure can undo the move. Without memory for them
+// the lost bytes and the tail change places instead, which is slower and needs none. So nothing but the resize can
+// fail.
 KzErr ShrinkField(UHandle handle, unsigned long place, unsigned long loss, unsigned long tailSize)
 {
+    KZ_ASSERT(handle != nullptr && loss != 0);
     if (tailSize == 0) {
         return DSSetHandleSize(handle, place);
     }
@@ -79,6 +89,7 @@ UHandle ZVHandle::DetachHandle()
 
 KzErr ZVHandle::Resize(unsigned long size)
 {
+    // The wrapper is empty before the handle goes, because a dispose may call the host back.
     if (size == 0) {
         if (UHandle old = DetachHandle(); old != nullptr) {
             DSDisposeHandle(old);
@@ -97,6 +108,8 @@ KzErr ZVHandle::ResizeField(unsigned char** field, unsigned long oldSize, unsign
     if (oldSize == newSize) {
         return kzErrNone;
     }
+    // The field is judged by numbers that can't wrap, because both sizes are the caller's: a field before the block,
+    // one that ends behind it, and a block that no unsigned long can count would each let a move reach foreign memory.
     if (mHandle == nullptr || field == nullptr || *field < *mHandle) {
         return kzErrArgument;
     }
@@ -109,6 +122,7 @@ KzErr ZVHandle::ResizeField(unsigned char** field, unsigned long oldSize, unsign
         return kzErrMemoryFull;
     }
     const unsigned long tailSize = blockSize - offset - oldSize;
+    // A failed resize may have moved the block as well, so the field's place is told in all cases.
     const KzErr err = newSize > oldSize ? GrowField(mHandle, offset + oldSize, newSize - oldSize, tailSize)
                                         : ShrinkField(mHandle, offset + newSize, oldSize - newSize, tailSize);
     *field = *mHandle + offset;

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "CookieWalk.h"
 #include "LiveCount.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
