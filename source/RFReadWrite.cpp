@@ -62,6 +62,7 @@ KzErr DetachHandleOf(ResChain* chain, _ResourceType type, Key key, UHandle* hand
     if (shared == nullptr) {
         return kzErrMemoryFull;
     }
+    // A changed resource is refused here, and its handle stays the file's.
     if (const KzErr err = resource->DetachResource()) {
         return err;
     }
@@ -106,6 +107,7 @@ KzErr RFReader::Close()
     if (mChain == nullptr) {
         return kzErrNotFound;
     }
+    // The object goes whatever the result is, as the call by refnum ends its refnum.
     const KzErr err = mChain->RCloseFile();
     delete mChain;
     mChain = nullptr;
@@ -181,6 +183,7 @@ KzErr RFReader::GetIndString(unsigned char* str, int32 id, int32 index) const
         return kzErrResNotFound;
     }
     const unsigned char* found = nullptr;
+    // The string is copied at once, because the pointer is good only until somebody releases the list.
     const KzErr err = mChain->RGetIndStringPtr(&found, id, index, kz::kStringListType);
     if (err == kzErrNone) {
         PStrCpy(str, found);

@@ -1,3 +1,5 @@
+// The factory forwards to ZVResFile, so that hosts need none of its header. What it adds is the start and the stop: the
+// configuration is asked once, and the one lock of all files lives from the one to the other.
 #include "ResFileFactory.h"
 
 #include "CfgAccess.h"
@@ -40,14 +42,14 @@ KzErr ResFileFactory::ROpenMemFile(UHandle handle, int32 mode, ResFile** out, _F
 KzErr ResFileFactory::RGetIndInfo(const ResFile* file, _ResourceType type, int32 index, int32* id, int32* attrs,
                                   unsigned char* name)
 {
-    // Only this kind has a map to look into. Another one is an answer, not a mistake: the NULLResFile comes here too.
+    // Only this kind has a map to look into. The NULLResFile comes here too, when a refnum is unknown.
     const ZVResFile* known = dynamic_cast<const ZVResFile*>(file);
     return known != nullptr ? known->RGetIndInfo(type, index, id, attrs, name) : kzErrResFileNotOpen;
 }
 
 KzErr ResFileFactory::InitResourceMgr()
 {
-    // The token is read once, because files opened by different rules in one run would be hard to tell apart.
+    // Without a configuration, or without the token in it, the validators stay on.
     int32 weak = 0;
     CfgGetDefault(kz::FourCharCode("Bool"), kWeakValidationToken.text, &weak);
     kz::SetWeakRsrcFileValidation(weak != 0);

@@ -60,6 +60,7 @@ RsrcFile ResFileMap::Record(ResClassStorage::Kind kind, ResChain* object)
     if (storage == nullptr) {
         return 0;
     }
+    // A refnum leads to its record from its first moment on, so the record is made first.
     const RsrcFile refnum = NewCookie(storage);
     if (refnum == 0) {
         delete storage;
@@ -143,6 +144,7 @@ const char* ResFileMap::Fault() const
         if (storage == nullptr) {
             return "a refnum has no record";
         }
+        // A file that is being opened is null in its record, and of either kind.
         const bool isFile = dynamic_cast<const ResFile*>(storage->object) != nullptr;
         if (storage->object != nullptr && isFile != (storage->kind == ResClassStorage::kFile)) {
             return "the record of a refnum tells a wrong kind";

@@ -61,7 +61,8 @@ public:
     bool ContainsHandle(UHandle) const override { return false; }
 };
 
-// What a refnum stands for.
+// What a refnum stands for. The kind is kept beside the object, because a look-up for files must not ask a chain, and a
+// file that is being opened has no object to ask.
 struct ResClassStorage {
     enum Kind : int32 { kChain = 0, kFile = 1 };
 
@@ -90,7 +91,7 @@ public:
     // The object of either kind: null, or the NULLResFile, when there is none.
     ResChain* GetResFileBase(RsrcFile refnum) const;
     ResChain* GetResBase(RsrcFile refnum) const;
-    // Only a file.
+    // The same for files alone: a chain counts as none.
     ResFile* GetResFilePtr(RsrcFile refnum) const;
     ResFile* GetResFile(RsrcFile refnum) const;
 

@@ -1,7 +1,7 @@
 // The last two pairs of a handle and its Resource, for calls that start from a handle.
 //
-// Two are enough, because callers work on one resource at a time, at most beside another. The order is that of
-// recording, not of use: a hit moves nothing, so that it writes no slot.
+// Two serve a caller that works on one resource beside another. Their order is that of recording, not of use: a hit
+// moves nothing, so that it writes no slot.
 //
 // One thread at a time records and looks up. Any thread may forget, because files die on any. Forgetting only clears
 // handles, which empties slots and never mixes two pairs, so relaxed atomics are enough. A pair must not outlive its

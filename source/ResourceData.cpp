@@ -38,6 +38,7 @@ UHandle MappedResource::GetSharedDSHandle() const
     if (shared != nullptr || mData == nullptr) {
         return shared;
     }
+    // The bytes are copied before the handle can be seen, so that another thread never reads half a copy.
     const UHandle made = DSNewHandle(static_cast<unsigned long>(mSize));
     if (made == nullptr) {
         return nullptr;

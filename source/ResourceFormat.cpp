@@ -403,17 +403,6 @@ int32 ResourceFormat::NativizeAndValidateRsrcMap(RsrcMap* map, const RsrcHeader&
 
 namespace kz {
 
-TypeMap* GetTypeMap(RsrcMap* map)
-{
-    const uInt32 mapSize = map->header.mapSize;
-    const uInt32 offset = map->typeMapOffset;
-    // A map that was read weakly may have its TypeMap anywhere.
-    if (mapSize < kSmallestTypeMapSize || offset < kMapHeadSize || int64{offset} + int64{sizeof(TypeMap)} > mapSize) {
-        return nullptr;
-    }
-    return reinterpret_cast<TypeMap*>(Bytes(map) + offset);
-}
-
 void SetFormatMark(RsrcHeader* header)
 {
     std::memcpy(header->formatMark, kFormatMark, sizeof kFormatMark);

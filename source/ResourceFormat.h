@@ -114,8 +114,17 @@ constexpr uInt16 kFormatVersion = 3;  // what a writer puts, and the newest that
 constexpr int32 kBlockHeadSize = 4;   // the length word of a data block
 
 // The TypeMap of a map in host order, or null when the map is too small to have one: the way into every walk
-// (ResourceMap.h).
-TypeMap* GetTypeMap(RsrcMap* map);
+// (ResourceMap.h), inlined for look-ups.
+inline TypeMap* GetTypeMap(RsrcMap* map)
+{
+    const uInt32 mapSize = map->header.mapSize;
+    const uInt32 offset = map->typeMapOffset;
+    // A map that was read weakly may have its TypeMap anywhere.
+    if (mapSize < kSmallestTypeMapSize || offset < kMapHeadSize || int64{offset} + int64{sizeof(TypeMap)} > mapSize) {
+        return nullptr;
+    }
+    return reinterpret_cast<TypeMap*>(reinterpret_cast<unsigned char*>(map) + offset);
+}
 
 // Puts the mark into a header, of which version 2 had none.
 void SetFormatMark(RsrcHeader* header);

@@ -31,7 +31,7 @@ Resource* ResourceOf(UHandle handle)
     if (Resource* cached = kz::gResHandleCache.Find(handle)) {
         return cached;
     }
-    // A hit without a resource: the recorder of the pair broke its promise.
+    // A hit that gave no resource, so whoever recorded the pair broke the promise that neither of it is null.
     if (kz::gResHandleCache.LastHit()) {
         KZ_REPORT(kDbgFatal, 0x71BF4D06) << "GetResource() violating contract";
         return NULLResource::Instance();
@@ -84,6 +84,7 @@ KzErr GetHandle(UHandle* handle, const Get& get)
         return err;
     }
     KZ_ASSERT(resource != nullptr);
+    // A resource whose handle was given away has none either, and takes the same code.
     const UHandle shared = resource->GetSharedDSHandle();
     if (shared == nullptr) {
         return kzErrMemoryFull;
@@ -305,7 +306,8 @@ KzErr ResourceManager_Service::_Init()
         if (map->Init() != kzErrNone) {
             throw ZVExcept(kzErrMemoryFull, "Cannot make the jar of refnums", kModule, __LINE__);
         }
-        // Makes the jar's first slots, because the first file to be opened would else leave them behind when it closes.
+        // A refnum that goes at once makes the jar's first slots now, because the first file to be opened would else
+        // leave their memory behind when it closes.
         map->RemoveRefnum(map->RecordResFile(nullptr));
         const KzErr err = ResFileFactory::InitResourceMgr();
         if (err == kzErrNone) {

@@ -120,6 +120,8 @@ bool ListsOverlap(RsrcMap* map)
 {
     TypeMap* types = GetTypeMap(map);
     const TypeList* first = types != nullptr ? FirstType(types) : nullptr;
+    // Every pair is compared: lists stand in any order, and to sort them would take memory that a walker must not ask
+    // for.
     for (int32 i = 1; i < TypeCount(map); ++i) {
         for (int32 k = 0; k < i; ++k) {
             if (first[i].listOffset < ListEnd(first[k]) && first[k].listOffset < ListEnd(first[i])) {
@@ -132,6 +134,7 @@ bool ListsOverlap(RsrcMap* map)
 
 const char* RsrcMapFault(RsrcMap* map, uInt32 blockSize)
 {
+    // Each test reads only what those before it have found to be inside the block.
     if (blockSize < kMapHeadSize || blockSize < map->header.mapSize) {
         return "a resource map is larger than its block";
     }

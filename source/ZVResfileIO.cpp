@@ -47,6 +47,7 @@ KzErr LengthOf(File_t file, int32* length)
 UHandle MacMemMapFile(File_t file, int32 offset, int32 size)
 {
     KZ_ASSERT(file != nullptr && size >= 0);
+    // A failure is only reported, because the file can be read without a copy all the same.
     ZVHandle copy(DSNewHandle(static_cast<unsigned long>(size)));
     if (copy.GetHandle() == nullptr) {
         KZ_REPORT(kDbgWarning, 0x41D7B02C) << "MacMemMapFile:TempNewHandle returned NULL";
@@ -122,6 +123,7 @@ void ZVResfileIO::InitResfileIO(OpenHook hook)
 
 KzErr ZVResfileIO::Open(const PathRef& path, int32 mode, int32 denyMode)
 {
+    // From here on the destructor closes, whatever of the opening succeeds.
     closeOnDestroy = true;
     openMode = mode;
     if (path.IsSpecial()) {
@@ -289,6 +291,8 @@ KzErr ZVResfileIO::LoadBlock(int32 fileOffset, int64 room, ZVResFile* owner, Res
     if (got < kz::kBlockHeadSize) {
         return err;
     }
+    // The length word is the only thing that a validator has not seen: it could lead out of the data section, into the
+    // map or the outer file.
     const int64 length = kz::LoadBig<uInt32>(head);
     if (kz::kBlockHeadSize + length > room || length > kMostBytes) {
         return kzErrEndOfFile;
@@ -333,7 +337,7 @@ KzErr ZVResfileIO::CopyIntoHandle(const unsigned char* bytes, int32 size, Resour
 
 KzErr ZVResfileIO::ReadIntoHandle(int32 fileOffset, int32 size, ResourceData** out)
 {
-    // No memory is asked for on the word of a file that can't hold as much. It may have grown since it was opened.
+    // No memory is asked for on the word of a file that can't hold as much. The file may have grown since its opening.
     if (size < 0 || (size > fileSize && (LengthOf(fileRef, &fileSize) != kzErrNone || size > fileSize))) {
         return kzErrResFileNotOpen;
     }

@@ -1,6 +1,6 @@
 // A resource ends in one of three ways: RRelease destroys the object, DetachResource makes it its caller's, and the
-// closing file destroys it. The first two take it out of the map under the lock and destroy or forget afterwards,
-// because freeing may report, and a report's handler may ask for resources.
+// closing file destroys it. RRelease takes it out of the map under the lock and destroys it afterwards, because freeing
+// may report, and a report's handler may ask for resources.
 //
 // A changed resource is refused by the first two, because the file would lose the only copy of its new bytes.
 //
@@ -107,6 +107,7 @@ KzErr ZVResource::RSize(int32* size) const
         return kzErrArgument;
     }
     *size = -1;
+    // The size is asked for under the lock too, because DetachHandle may be giving the bytes away.
     kz::ScopedLock lock(kz::gResourceRights);
     RsrcList* entry = nullptr;
     _ResourceType type = 0;

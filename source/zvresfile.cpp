@@ -26,7 +26,8 @@ namespace {
 
 constexpr char kModule[] = "source/zvresfile";
 
-// String `index` of a list: a 16-bit count, then counted strings. Null: not in the list or behind the data's end.
+// String `index` of a list: a 16-bit count, then counted strings. Null: not in the list or behind the data's end. The
+// count is as untrusted as the lengths, because no validator looks into data, so each step is held within `size`.
 const unsigned char* FindIndString(const unsigned char* data, int32 size, int32 index)
 {
     if (data == nullptr || size < 2 || index < 1 || index > kz::LoadBig<uInt16>(data)) {
@@ -123,6 +124,7 @@ ZVResFile::ZVResFile() = default;
 
 ZVResFile::~ZVResFile()
 {
+    // Not RCloseFile, because a file with changes that it can't write would stay open.
     kz::ScopedLock lock(kz::gResourceRights);
     if (mMap.IsOpenLocked()) {
         CloseLocked();
@@ -155,7 +157,7 @@ KzErr ZVResFile::Open(ZVResfileIO* io)
     if (const KzErr err = kz::ReadOpenMap(io, header, shift, &block)) {
         return err;
     }
-    // After the map is read, because a mapped source has its data section alone.
+    // The source is mapped only now, because a mapped one serves its data section alone, and not the map.
     const RsrcHeader& stored = reinterpret_cast<const RsrcMap*>(*block.GetHandle())->header;
     const int32 dataOffset = static_cast<int32>(stored.dataOffset);
     io->Remap(&dataOffset, static_cast<int32>(stored.dataSize), header.fileType);
@@ -211,6 +213,8 @@ KzErr ZVResFile::UpdateLocked()
 
 KzErr ZVResFile::CloseLocked()
 {
+    KZ_ASSERT(mIO != nullptr);
+    // The resources go first, because some of them point into the source's memory.
     mMap.DropLocked();
     return mIO->Close();
 }
@@ -235,6 +239,7 @@ KzErr ZVResFile::FindListLocked(_ResourceType type, RsrcList** first, int32* cou
     if (!mMap.IsOpenLocked()) {
         return kzErrResFileNotOpen;
     }
+    // An absent type is no failure: it has no resources.
     RsrcMap* map = mMap.MapLocked();
     if (const TypeList* list = kz::FindTypeList(map, type)) {
         *first = kz::FirstEntry(kz::GetTypeMap(map), *list);
@@ -350,7 +355,8 @@ KzErr ZVResFile::RGetIndStringPtr(const unsigned char** out, int32 id, int32 ind
         return kzErrArgument;
     }
     *out = nullptr;
-    // The lock is not kept: the result points into data that its caller must not release meanwhile anyway.
+    // The lock is not kept beyond the look-up, because the result points into data that the caller has to keep from
+    // being released anyway.
     Resource* resource = nullptr;
     if (const KzErr err = RGet(type, id, &resource)) {
         return err;
@@ -449,7 +455,7 @@ KzErr ZVResFile::GetEntryLocked(_ResourceType type, RsrcList* entry, Resource** 
 
 KzErr ZVResFile::LoadRsrcFromListPtr(RsrcList* entry)
 {
-    KZ_ASSERT(entry != nullptr && mMap.IsOpenLocked());
+    KZ_ASSERT(entry != nullptr && mIO != nullptr && mMap.IsOpenLocked());
     if (entry->dataHolder != 0) {
         KZ_REPORT(kDbgWarning, 0xB95D27C1) << "already have non-null dataHolder";
         return kzErrNone;
@@ -466,6 +472,7 @@ KzErr ZVResFile::LoadRsrcFromListPtr(RsrcList* entry)
     if (const KzErr err = mIO->LoadBlock(static_cast<int32>(place), dataSize - offset, this, &loaded)) {
         return err;
     }
+    // Each step gives back what the one before it made, so that a lack of memory leaves the entry not loaded.
     std::unique_ptr<ResourceData> data(loaded);
     std::unique_ptr<ZVResource> resource(new (std::nothrow) ZVResource(&mMap, std::move(data)));
     if (resource == nullptr) {
