@@ -60,7 +60,7 @@ void UnpoisonData(const BufferCacheQueueEntry& entry)
     kz::UnpoisonMemory(entry.data, entry.size);
 }
 
-// Unpoisoned first, because the allocator writes into what it gets back.
+// The poison is lifted first, because the allocator writes into what it gets back.
 void Free(const BufferCacheQueueEntry& entry)
 {
     UnpoisonData(entry);
@@ -121,7 +121,7 @@ unsigned char* BufferCache::GetAllocation(unsigned long size, unsigned long alig
     std::list<BufferCacheQueueEntry> taken;  // its node is freed outside the lock
     kz::ScopedLock lock(mLock);
     iterator best;
-    // A larger block would do but for its header, which tells its size to whoever asks for the handle's.
+    // A larger block would do but for its header, which tells the block's own size to whoever asks for the handle's.
     if (!FindBuffer(size, best) || best->size != size) {
         return nullptr;
     }
@@ -157,7 +157,7 @@ void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
         isTooMuch = mEntries.size() > mMaxEntries || mTotal > mThreshold;
         KZ_ASSERT(ListFaultLocked() == nullptr);
     }
-    // Outside the lock, which CleanupProc takes anew for each block that it frees.
+    // CleanupProc runs outside the lock, which it takes anew for each block.
     if (isTooMuch) {
         CleanupProc();
     }
@@ -208,7 +208,7 @@ const char* BufferCache::Fault()
     if (const char* const fault = ListFaultLocked()) {
         return fault;
     }
-    // Only a write through a handle that was disposed can damage a kept block.
+    // Damage comes from a write through a disposed handle, which nothing else would notice before the next owner.
     for (const BufferCacheQueueEntry& entry : mEntries) {
         if (ShouldCheckHandleGuardBytes() && !kz::GuardsAreSound(entry.data, true)) {
             return "a kept block's guards are damaged";

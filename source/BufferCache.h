@@ -28,8 +28,8 @@ public:
     BufferCache(const BufferCache&) = delete;
     BufferCache& operator=(const BufferCache&) = delete;
 
-    // Takes the limits that the configuration has, if one runs. They hold from the next call on: a block that they
-    // would not have let in stays until it is taken or is the oldest of too many.
+    // Takes the limits that the configuration has, if one runs. They hold from the next call on: a block of a size that
+    // they do not allow is not found again, and stays until it is the oldest of too many or the cache ends.
     void ReadConfigTokens();
 
     bool CanCacheAllocation(unsigned long size) const

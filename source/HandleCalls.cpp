@@ -125,7 +125,7 @@ void CheckAfterChange([[maybe_unused]] const void* handle)
 
 bool ReportFreeChain(FreeChainState state)
 {
-    // Told after the walk and outside its lock, because a report runs the host's handler.
+    // This comes after the walk and outside its lock, because a report runs the host's handler.
     switch (state) {
         case FreeChainState::kBadCount:
             KZ_REPORT(kDbgFatal, 0x60B5D89E) << "bad freemaster count";
@@ -219,7 +219,7 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
 
 UHandle LoadVariable(const void* variable)
 {
-    // Copied as bytes, because the variable's own type points to something else and may not be read as this one.
+    // The handle is copied as bytes, because the variable has a type of its own and may not be read as this one.
     UHandle handle;
     std::memcpy(&handle, variable, sizeof handle);
     return handle;
@@ -281,7 +281,7 @@ KzErr DisposeAndNull(const char* call, void* variable)
     if (variable == nullptr) {
         return kzErrNone;
     }
-    // Nulled first, so that no failure leaves a handle there that a second disposal would meet.
+    // The variable is nulled first, so that no failure leaves a handle there for a second disposal to meet.
     const UHandle old = LoadVariable(variable);
     StoreVariable(variable, nullptr);
     return DisposeHandle(call, old);

@@ -65,7 +65,7 @@ Granule LastGranule(const masterBlock* block)
 
 // Puts the block into the slots of the granules that it reaches into. A place is taken from a block that does not reach
 // into a granule of the slot, as those do that fill the unused places; from one that does, the place is never taken,
-// because readers would then search the index for all of its handles.
+// because readers would then search the index for its handles there.
 void FillSlots(GranuleTable* granules, masterBlock* block)
 {
     for (Granule granule = FirstGranule(block); granule <= LastGranule(block); ++granule) {
@@ -174,7 +174,8 @@ bool FindMasterBlock(MasterTable* table, const void* handle)
         return false;
     }
     // Only a block that has the address becomes a recent one: a liar's address leaves no trace here.
-    // Relaxed, and two threads may pick the same place, because which of the two is replaced is a matter of speed only.
+    // The order is relaxed and two threads may pick the same place, because which of the two is replaced matters for
+    // speed only.
     const uInt32 pick = table->pick.load(std::memory_order_relaxed);
     table->recent[pick & 1].store(block, std::memory_order_release);
     table->pick.store(pick + 1, std::memory_order_relaxed);
@@ -184,12 +185,12 @@ bool FindMasterBlock(MasterTable* table, const void* handle)
 bool AddToTable(MasterTable* table, masterBlock* block)
 {
     KZ_ASSERT(block != nullptr && FindIndexedBlock(table, block->masters) == nullptr);
-    // Made first, because it alone can fail.
+    // The index is made first, because it alone can fail.
     IndexOwner index = MakeIndex(table->index.load(std::memory_order_relaxed), block);
     if (index == nullptr) {
         return false;
     }
-    // Readers come by the index and the granules, which are last.
+    // Readers come by the index and the granules, which therefore are last.
     block->next = table->blocks;
     table->blocks = block;
     ++table->blockCount;
@@ -198,7 +199,7 @@ bool AddToTable(MasterTable* table, masterBlock* block)
     return true;
 }
 
-// Takes no lock, because nothing uses the table any more and a block's damaged guards are reported on the way.
+// This takes no lock, because nothing uses the table any more and a block's damaged guards are reported on the way.
 void FreeTables(MasterTable* table) KZ_NO_THREAD_CHECK
 {
     for (const MasterBlockIndex* index = table->index.load(std::memory_order_relaxed); index != nullptr;) {
@@ -241,7 +242,7 @@ BlockChainState CheckBlockChain(const MasterTable* table)
 
 namespace {
 
-// Whether a block begins at this address, which needs not be readable.
+// Whether a block begins at this address, which need not be readable.
 bool IsBlock(const MasterBlockIndex* index, const masterBlock* block)
 {
     return index != nullptr && FindInIndex(index, reinterpret_cast<uintptr_t>(block)) == block;

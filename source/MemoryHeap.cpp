@@ -105,8 +105,8 @@ void* NewPtr(unsigned long size, Fill fill)
     return ptr;
 }
 
-// A block with damaged guards is left alone for its owner to look at, and because the address that the allocator gave
-// may not be the one that the guards point to any more.
+// A block with damaged guards is left alone, for its owner to look at and because the write may have damaged what the
+// allocator keeps beside it.
 KzErr DisposePtr(const char* call, void* ptr)
 {
     if (ptr == nullptr) {
@@ -175,7 +175,7 @@ KzErr AZHeapCheck(KzBool verbose)
 
 KzBool MemCheckHeaps(void)
 {
-    // Flipped for this check and flipped back, so the check is the one that the debugger's other setting makes.
+    // The setting is flipped for this check and flipped back, so the check is the one that the other setting makes.
     ToggleMemoryDebugging();
     CheckHeap(1);
     return ToggleMemoryDebugging();

@@ -35,7 +35,7 @@ namespace {
 
 constexpr char kModule[] = "source/MemoryManager";
 
-// Kept because they can be set; nothing reads them.
+// These are kept because they can be set; nothing reads them.
 constinit std::atomic<KzBool> gCheckHighWaterMarks{0};
 constinit std::atomic<MemMutexAccessProc> gLogMemMutexAccessProc{nullptr};
 
@@ -270,7 +270,7 @@ KzErr DSSwapHandles(void* a, void* b)
         KZ_REPORT(kDbgFatal, 0x590CE3A8);
         return kzErrBadZone;
     }
-    // Sound, and nothing to do, but no caller that has two handles asks for it.
+    // A swap with itself is sound and has nothing to do, but is told of because no caller can have meant it.
     if (a == b) {
         KZ_REPORT(kDbgFatal, 0xC7824D1B);
         return kzErrNone;
@@ -495,7 +495,7 @@ KzErr MemoryManager_Service::_Uninit()
     if (MemZoneRec* const zone = MemZone()) {
         RecoverHandles(zone);
     }
-    // Nulled because any call may still take the lock, which is then nothing to hold.
+    // The variable is nulled because any call may still take the lock, which is then nothing to hold.
     ThMutexDestroy(kz::gMemoryRights);
     kz::gMemoryRights = nullptr;
     kz::ExchangeMemFullProc(nullptr);

@@ -33,7 +33,7 @@ void* AllocateGuarded(unsigned long size, Fill fill)
     if (block == nullptr) {
         return nullptr;
     }
-    // Counted for the tables too, as DSReadCounters documents.
+    // Tables are counted too, as DSReadCounters documents.
     RaiseCounter(kPointersMade);
     return guards == 0 ? block : InitPtrGuards(block, size);
 }

@@ -73,7 +73,8 @@ MasterWord* TakeMasterLocked(MemZoneRec* zone) KZ_REQUIRES(gMemoryRights)
 
 MemZoneRec* CreateZone()
 {
-    // Cleared before the zone is there to be asked for them, so that no counts of an earlier life are ever told.
+    // The counters are cleared before a zone is there to be asked for them, so that no counts of an earlier life are
+    // ever told.
     SetCounters({});
     void* const storage = AllocateBytes(sizeof(MemZoneRec));
     return storage == nullptr ? nullptr : ::new (storage) MemZoneRec;
@@ -83,7 +84,7 @@ void DestroyZone(MemZoneRec* zone)
 {
     KZ_ASSERT(MemZone() != zone);
     FreeTables(zone);
-    // Not deleted, because its storage came from AllocateBytes.
+    // The zone is not deleted, because its storage came from AllocateBytes.
     zone->~MemZoneRec();
     std::free(zone);
 }
@@ -178,7 +179,8 @@ FreeChainState CheckFreeChain(const MemZoneRec* zone)
         return FreeChainState::kBadCount;
     }
     const MasterWord* master = zone->freeMasters;
-    // No more steps than are counted, so that a chain that a stray write has closed to a circle ends too.
+    // The walk takes no more steps than are counted, so that a chain that a stray write has closed to a circle ends
+    // too.
     for (uInt32 i = 0; i < zone->freeMasterCount; ++i) {
         master = FreeMasterAt(zone, master);
         if (master == nullptr) {
@@ -191,7 +193,8 @@ FreeChainState CheckFreeChain(const MemZoneRec* zone)
 
 const char* ZoneFault(const MemZoneRec* zone)
 {
-    // From the outside inwards, because each step believes what the one before has proved: blocks, links, headers.
+    // The walk goes inwards, from blocks to links to headers, because each step believes what the one before has
+    // proved.
     ScopedLock lock(gMemoryRights);
     const char* fault = TableFault(zone);
     if (fault == nullptr) {
