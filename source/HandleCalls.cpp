@@ -28,6 +28,14 @@ namespace {
 
 constexpr char kModule[] = "source/HandleCalls";
 
+// Tells the trace procedure, if there is one, of a call on a handle that ends here.
+void Trace(MemEventKind kind, KzErr err, UHandle handle, unsigned long newSize, unsigned long oldSize)
+{
+    if (const MemEventTraceProc proc = gMemEventTraceProc.load(std::memory_order_relaxed)) {
+        proc(kind, err, handle, newSize, oldSize);
+    }
+}
+
 // A block from the cache, or null. The cache is asked by size and place alone: what the block held is the caller's to
 // overwrite.
 unsigned char* TakeCached(const HandleRequest& request)
@@ -148,7 +156,7 @@ UHandle NewHandle(const HandleRequest& request)
     } else {
         CheckAfterChange(handle);
     }
-    TraceHandle(kMemEventMake, handle == nullptr ? kzErrMemoryFull : kzErrNone, handle, request.size, 0);
+    Trace(kMemEventMake, handle == nullptr ? kzErrMemoryFull : kzErrNone, handle, request.size, 0);
     return handle;
 }
 
@@ -199,7 +207,7 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
             TellMemoryFull(blockSize);
         }
         CheckAfterChange(master);
-        TraceHandle(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
+        Trace(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
         return Failed(call, kzErrMemoryFull);
     }
     MoveBytes(oldData, data, kept);
@@ -213,7 +221,7 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
     }
     RaiseCounter(kResizes);
     CheckAfterChange(master);
-    TraceHandle(kMemEventResize, kzErrNone, master, size, oldSize);
+    Trace(kMemEventResize, kzErrNone, master, size, oldSize);
     return kzErrNone;
 }
 
@@ -260,7 +268,7 @@ void DisposeGoodHandle(MemZoneRec* zone, MasterWord* master, unsigned char* data
         FreeHandleData(data);
     }
     CheckAfterChange(nullptr);
-    TraceHandle(kMemEventDispose, kzErrNone, master, size, 0);
+    Trace(kMemEventDispose, kzErrNone, master, size, 0);
 }
 
 KzErr DisposeHandle(const char* call, void* handle, Blocks blocks)

@@ -44,14 +44,6 @@ inline void TellMemoryFull(unsigned long size)
     proc(size);
 }
 
-// Tells the trace procedure, if there is one, of a call on a handle that ends here.
-inline void TraceHandle(MemEventKind kind, KzErr err, UHandle handle, unsigned long newSize, unsigned long oldSize)
-{
-    if (const MemEventTraceProc proc = gMemEventTraceProc.load(std::memory_order_relaxed)) {
-        proc(kind, err, handle, newSize, oldSize);
-    }
-}
-
 // Calls the procedure that follows each move and clearing of bytes, if there is one.
 inline void CallMemoryCheck()
 {
