@@ -1,8 +1,12 @@
+// Modules below the configuration read its tokens through a slot that the configuration fills, because they can't
+// include it. The slot holds one pointer to both the manager and its reader, so that a reader never sees a half-filled
+// slot.
 #include "CfgAccess.h"
 
 #include <atomic>
 
 #include "CfgSlot.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 
 namespace {
@@ -13,6 +17,7 @@ constinit std::atomic<const kz::CfgAccess*> gMainCfgAccess{nullptr};
 
 void kz::SetMainCfgAccess(const CfgAccess* access)
 {
+    KZ_ASSERT(access == nullptr || access->read != nullptr);
     gMainCfgAccess.store(access, std::memory_order_release);
 }
 

@@ -1,3 +1,6 @@
+// A format comes from a caller and goes to the C library's printf, which trusts it: one conversion too many, or one of
+// another class, would read what is no argument. So the one conversion is read here by the C standard's grammar, and
+// what printf gets is a conversion written anew from what was understood, never the caller's text.
 #include "DebugFormat.h"
 
 #include <algorithm>
@@ -6,6 +9,7 @@
 #include <iterator>
 
 #include "BoundedText.h"
+#include "KzAssert.h"
 #include "PlatformLocale.h"
 
 namespace {
@@ -53,6 +57,7 @@ bool IsOneOf(char c, const char* set)
 // Reads the digits at `p`, and moves it behind them; 0 without digits.
 int ReadNumber(const char*& p)
 {
+    KZ_ASSERT(p != nullptr);
     int number = 0;
     for (; *p >= '0' && *p <= '9'; ++p) {
         number = std::min(number * 10 + (*p - '0'), kMostCharacters + 1);
@@ -71,6 +76,7 @@ const Kind* KindOf(char letter)
 // it would take an argument of its own, which is not there.
 bool ReadConversion(const char* p, Conversion* conversion)
 {
+    KZ_ASSERT(*p == '%');
     conversion->begin = p++;
     for (; IsOneOf(*p, kFlags); ++p) {
         conversion->flags[std::strchr(kFlags, *p) - kFlags] = true;
@@ -116,6 +122,7 @@ bool FindOnlyConversion(const char* format, Conversion* only)
 // The text beside the conversion, with "%%" for each '%'.
 void AppendLiteral(kz::BoundedText& text, const char* p, const char* end)
 {
+    KZ_ASSERT(p <= end);
     for (; p != end && text.Room() > 0; ++p) {
         p += *p == '%' ? 1 : 0;
         text.Append(p, p + 1);
@@ -136,6 +143,7 @@ void AppendConverted(kz::BoundedText& text, const char* format, T value)
 template <typename T>
 void Format(const char* format, const Conversion& conversion, const char* length, T value, kz::BoundedText text)
 {
+    KZ_ASSERT(conversion.width <= kMostCharacters && conversion.precision <= kMostCharacters);
     char rebuilt[32];
     kz::BoundedText rest(rebuilt, sizeof rebuilt);
     rest.Append("%");
@@ -200,6 +208,7 @@ void DbgFmtQuadChar::ToDebugStream(DebugStream& stream) const
     }
 }
 
+// A format of another class gives a text in place of the number, because a report must not end the process.
 void DbgFmtNum::FormatInteger(const char* format, int64 asSigned, uInt64 asUnsigned)
 {
     kz::BoundedText text(mText, sizeof mText);

@@ -1,3 +1,6 @@
+// A report comes from anywhere: a signal handler, a thread that holds any lock, load-time code, a heap that is damaged.
+// So nothing here takes memory or a lock, all state is a few atomics and a count of the thread's own, and every text is
+// built in a buffer of fixed size on the stack.
 #include "DebugOutputCore.h"
 
 #include <algorithm>
@@ -6,6 +9,7 @@
 
 #include "BareReport.h"
 #include "BoundedText.h"
+#include "KzAssert.h"
 #include "PlatformDebugger.h"
 #include "StackChain.h"
 
@@ -55,6 +59,7 @@ void DebugOutputCoreBreak(const char* text)
     kz::DebugStr(pascal);
 }
 
+// What a debugger shows of a report, in one line that names the place.
 void BreakOnError(const char* file, int32 line, uInt32 hash, const char* text)
 {
     char message[1024];
@@ -152,6 +157,8 @@ void DebugOutputCallHandler(const char* file, int32 line, const char* versionId,
                             const char* text, uInt64 extra)
 {
     if (const DebugOutputHandler handler = DebugOutputGetHandler(); handler != nullptr) {
+        KZ_ASSERT(tHandlersRunning >= 0 && tHandlersRunning <= kMostHandlers);
+        // Not handed on and not fatal, because the process works: it is its handler that reports without end.
         if (tHandlersRunning == kMostHandlers) {
             DebugOutputIncrementEventCount(level);
             if (level == kDbgFatal) {

@@ -1,3 +1,8 @@
+// A stream writes to a pooled buffer while the pool has one, else to one from malloc, else nowhere: a report without
+// room is sent with an empty text, because its place, level and hash still tell something.
+//
+// Integers are written as by "%d" and its kin, a `long` by its low 32 bits, and fractions in the C locale, because a
+// report reads the same on every machine.
 #include "DebugStream.h"
 
 #include <cstdio>
@@ -6,6 +11,7 @@
 
 #include "DebugStreamPool.h"
 #include "DebugStreamService.h"
+#include "KzAssert.h"
 #include "PlatformLocale.h"
 
 namespace {
@@ -26,6 +32,7 @@ void MakeSureOfService()
 DebugStream::DebugStream(const char* file, int line, const char* versionId, _DebugOutputLevel level)
     : mFile(file), mLine(line), mVersionId(versionId), mLevel(level), mPoolRecord(kz::CheckOutDebugStreamBuffer())
 {
+    // Only while the pool is closed, because an open pool has a service already.
     if (mPoolRecord == nullptr && !kz::IsDebugStreamPoolOpen()) {
         MakeSureOfService();
     }
@@ -33,6 +40,7 @@ DebugStream::DebugStream(const char* file, int line, const char* versionId, _Deb
     if (mText != nullptr) {
         mRest = kz::BoundedText(mText, kTextSize);
     }
+    KZ_ASSERT(mPoolRecord == nullptr || mText == mPoolRecord->text);
 }
 
 void DebugStream::Process() const

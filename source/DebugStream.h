@@ -52,7 +52,7 @@ private:
     char* mText;                               // null without memory
     kz::BoundedText mRest;                     // where the text goes on
     DebugStreamBufferPoolRecord* mPoolRecord;  // null when the buffer came from malloc
-    uInt64 mExtra = 0;
+    uInt64 mExtra = 0;                         // handed on to the handler; no module gives it a meaning
 };
 
 // Each appends a value's text, as printf would write it; a Boolean as "true" or "false", strings as they stand, null

@@ -126,7 +126,11 @@ void LogClash(const StackChain& stack, int32 failedCheckouts)
 // Sets the flag of this thread for as long as it lives.
 class LogsClash {
 public:
-    LogsClash() { tLogsClash = true; }
+    LogsClash()
+    {
+        KZ_ASSERT(!tLogsClash);
+        tLogsClash = true;
+    }
     ~LogsClash() { tLogsClash = false; }
     LogsClash(const LogsClash&) = delete;
     LogsClash& operator=(const LogsClash&) = delete;
@@ -151,7 +155,7 @@ __attribute__((noinline)) DebugStreamBufferPoolRecord* kz::CheckOutDebugStreamBu
     }
     const int32 failedCheckouts = gFailedCheckouts.fetch_add(1, std::memory_order_relaxed) + 1;
     if (tLogsClash) {
-        return nullptr;
+        return nullptr;  // a report about the log, which must not log itself
     }
     const LogsClash logging;
     if (!IsReleaseHost()) {

@@ -22,6 +22,7 @@ KzErr DebugStream_Service::_Init()
 
 KzErr DebugStream_Service::_Uninit()
 {
+    // Before the pool closes, because a handler may report in its turn, and then still finds a buffer.
     if (const int32 failed = kz::FailedDebugStreamCheckouts(); failed != 0) {
         char text[256];
         kz::BoundedText rest(text, sizeof text);

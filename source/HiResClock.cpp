@@ -1,3 +1,5 @@
+// Ticks are the platform clock's, unsigned, and all sums wrap at 64 bits, which takes some 580 years of nanoseconds.
+// The millisecond counter wraps within 50 days, so only differences of it mean anything.
 #include "HiResClock.h"
 
 #include <atomic>

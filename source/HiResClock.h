@@ -46,9 +46,11 @@ class HiResClock {
 public:
     constexpr HiResClock() = default;
 
+    // From the same clock as HRWallClockTime.
     void SetToNow() { HRWallClockTime(&mTime); }
     double ToSeconds() const { return HRTimeToSeconds(mTime); }
 
+    // In ticks, without a test for a wrap: a negative span is a very large one.
     friend constexpr HiResClock operator+(HiResClock a, HiResClock b) { return HiResClock(a.mTime + b.mTime); }
     friend constexpr HiResClock operator-(HiResClock a, HiResClock b) { return HiResClock(a.mTime - b.mTime); }
 

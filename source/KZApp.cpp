@@ -1,11 +1,15 @@
+// The host's interface is one pointer, which code may ask for before the host has set it, while the library loads. The
+// library never owns it and never checks that it still lives, because only the host can know.
 #include "KZApp.h"
 
 #include <atomic>
 
 namespace {
 
+// Release and acquire, because a thread that finds the pointer calls through the table that its setter has written.
 constinit std::atomic<IKZApp*> gApp{nullptr};
 
+// All queries go through here, so that each answers 0 and not a fault when there is no host.
 template <typename Result>
 Result Ask(IKZApp* app, Result (IKZApp::*query)())
 {

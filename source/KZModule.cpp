@@ -12,6 +12,7 @@
 #include "DebugStreamService.h"
 #include "FileManager.h"
 #include "KZStaticObjects.h"
+#include "KzAssert.h"
 #include "MemoryManager.h"
 #include "PathManager.h"
 #include "Report.h"
@@ -51,6 +52,7 @@ constinit bool gAppSupportStarted = false;
 constinit IServiceObject* gAppServices[std::size(kAppSupport)] = {};  // whose Init was called, in that order
 constinit std::size_t gAppServiceCount = 0;
 
+// The order here means nothing: the registry finds one from the needs.
 IServiceRegistry* CreateBaseRegistry()
 {
     IServiceObject* services[] = {
@@ -76,6 +78,7 @@ void Run(const AppSupportStep& step)
         step.action();
         return;
     }
+    KZ_ASSERT(step.service != nullptr && gAppServiceCount < std::size(gAppServices));
     IServiceObject* const service = step.service();
     gAppServices[gAppServiceCount++] = service;
     service->Init();
@@ -104,6 +107,7 @@ KzErr InitKZCoreBase()
 KzErr UninitKZCoreBase()
 {
     UninitKZCoreAppSupport();
+    KZ_ASSERT(!gBaseRuns || gBaseRegistry != nullptr);
     gBaseRuns = false;
     if (gBaseRegistry != nullptr) {
         kz::EndServices(gBaseRegistry);
@@ -123,6 +127,7 @@ KzErr InitKZCoreAppSupport()
         KZ_REPORT(kDbgWarning, 0x4E9B37D2) << "InitKZCoreAppSupport called while the base does not run";
         return kzErrNone;
     }
+    KZ_ASSERT(gAppServiceCount == 0);
     gAppSupportStarted = true;
     for (const AppSupportStep& step : kAppSupport) {
         // A step without memory is left out; the next start tries it again.

@@ -1,3 +1,5 @@
+// The records form a chain, newest first, that threads push to without a lock. Only a cleanup takes records off, and it
+// takes the whole chain with one exchange, so no push can meet a record that was freed and allocated again.
 #include "KZPlacement.h"
 
 namespace {
@@ -19,6 +21,7 @@ void KZPlacementNewRegisterDeletor(KZPlacementDeletor* record)
 
 void KZPlacementNewRunCleanup()
 {
+    // Taken before the first delete, because a destructor may register anew; such a record waits for the next cleanup.
     KZPlacementDeletor* record = gNewestRecord.exchange(nullptr, std::memory_order_acquire);
     while (record != nullptr) {
         KZPlacementDeletor* const older = record->next;

@@ -75,6 +75,7 @@ private:
         StaticObject& mOwner;
     };
 
+    // Out of the way of Get, because it runs once for each time that the object is made.
     T* Place()
     {
         static_assert(std::is_trivially_destructible_v<StaticObject>, "threads may use it while the process exits");
@@ -96,8 +97,8 @@ private:
         mObject.exchange(nullptr, std::memory_order_acq_rel)->~T();
     }
 
-    std::atomic<T*> mObject{nullptr};
-    std::mutex mLock;
+    std::atomic<T*> mObject{nullptr};  // null, or the object in mStorage; set and cleared under mLock
+    std::mutex mLock;                  // guards the making and the end of the object, not its use
     alignas(T) unsigned char mStorage[sizeof(T)]{};
 };
 

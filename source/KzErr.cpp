@@ -49,6 +49,8 @@ constexpr Folding kMacFoldings[] = {
     {-5043, kzErrNotPossible},
 };
 
+// Searched from the start, because only failures come here and the tables are short. A number without a row is kzErrIO,
+// so that a system error is never taken for success.
 template <int N>
 KzErr Fold(const Folding (&foldings)[N], int systemCode)
 {

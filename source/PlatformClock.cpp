@@ -1,9 +1,13 @@
+// The wait of a deadline goes by the monotonic clock of the system, because the user may set the other one while a
+// thread waits. A clock of a test's own can't wake a waiter, so such a wait is cut into steps of a millisecond.
 #include "PlatformClock.h"
 
 #include <time.h>
 
 #include <atomic>
 #include <cerrno>
+
+#include "KzAssert.h"
 
 namespace {
 
@@ -67,6 +71,7 @@ Deadline::Deadline(int32 milliseconds) : mIsNever(milliseconds < 0)
 
 int Deadline::WaitOn(pthread_cond_t* condition, pthread_mutex_t* mutex) const
 {
+    KZ_ASSERT(condition != nullptr && mutex != nullptr);
     if (mIsNever) {
         return pthread_cond_wait(condition, mutex);
     }
@@ -76,6 +81,7 @@ int Deadline::WaitOn(pthread_cond_t* condition, pthread_mutex_t* mutex) const
     if (static_cast<int64>(mSource() - mTicks) >= 0) {  // across the wrap too
         return ETIMEDOUT;
     }
+    // EAGAIN and not ETIMEDOUT at the end of a step, because the deadline itself may not have come.
     const int result = WaitUntil(condition, mutex, SystemTicks() + kTicksPerMilli);
     return result == ETIMEDOUT ? EAGAIN : result;
 }

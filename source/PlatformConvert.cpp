@@ -1,3 +1,6 @@
+// A thread keeps its two converters open, because to open one costs as much as to convert some hundred bytes. They
+// stand in trivially destructible storage and are closed by a separate object at the thread's end: other objects of the
+// thread may convert after that, and then open and close a converter of their own for each text.
 #include "PlatformConvert.h"
 
 #include <atomic>
@@ -5,6 +8,7 @@
 #include <cstdlib>
 
 #include "KZTypes.h"
+#include "KzAssert.h"
 #include "PlatformLocale.h"
 #include "Utf8Codec.h"
 
@@ -45,6 +49,7 @@ public:
     explicit Converter(IconvPair pair) : mPlace(tConverters.open[static_cast<int>(pair)])
     {
         if (mPlace != nullptr) {
+            // Back to the start state, because the text before may have ended in the middle of a character.
             iconv(mPlace, nullptr, nullptr, nullptr, nullptr);
             return;
         }
@@ -87,6 +92,7 @@ bool IsCharacter(wchar_t value)
 IconvResult ConvertByIconv(IconvPair pair, const char* bytes, std::size_t size, std::size_t roomPerByte,
                            std::string& out)
 {
+    KZ_ASSERT(bytes != nullptr || size == 0);
     out.resize(size * roomPerByte);
     const Converter converter(pair);
     if (converter.Get() == nullptr) {
@@ -120,6 +126,7 @@ void SetIconvOpener(IconvOpener opener)
     gOpener = opener == nullptr ? &iconv_open : opener;
 }
 
+// Made by whoever comes first; a thread that loses the race frees its own, so that all share one.
 locale_t Utf8Locale()
 {
     locale_t locale = gUtf8Locale.load(std::memory_order_acquire);
@@ -138,6 +145,7 @@ std::size_t WideToUtf8Size(const wchar_t* text, locale_t locale)
 {
     std::size_t size = 0;
     for (const wchar_t* at = text; *at != 0; ++at) {
+        // Looked at first even where the locale counts, because its own count passes values that are no characters.
         if (!IsCharacter(*at)) {
             errno = EILSEQ;
             return kNoSize;
@@ -161,8 +169,9 @@ std::size_t WideToUtf8(const wchar_t* text, locale_t locale, char* out, std::siz
     const unsigned char* const end = target + size;
     for (; *text != 0; ++text) {
         const uInt32 value = static_cast<uInt32>(*text);
+        KZ_ASSERT(IsCharacter(*text));
         if (static_cast<std::size_t>(end - target) < Utf8Size(value)) {
-            break;
+            break;  // whole characters only, as wcstombs does
         }
         target = EncodeUtf8(value, target);
     }

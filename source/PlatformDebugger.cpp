@@ -1,3 +1,6 @@
+// A debugger is found by asking the kernel who traces this process, each time, because one may attach or go at any
+// moment. The trap that a debugger stops at would kill a process without one, so it is raised under a handler that
+// ignores it.
 #include "PlatformDebugger.h"
 
 #include <fcntl.h>
@@ -10,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+
+#include "KzAssert.h"
 
 namespace {
 
@@ -103,6 +108,7 @@ namespace kz {
 
 void WriteToStderr(const void* bytes, size_t size)
 {
+    KZ_ASSERT(bytes != nullptr || size == 0);
     const NoBrokenPipe guard;
     const auto* next = static_cast<const unsigned char*>(bytes);
     while (size > 0) {
@@ -111,13 +117,14 @@ void WriteToStderr(const void* bytes, size_t size)
             next += written;
             size -= static_cast<size_t>(written);
         } else if (written == 0 || errno != EINTR) {
-            return;
+            return;  // nobody is left to be told
         }
     }
 }
 
 void DebugStr(const unsigned char* text)
 {
+    KZ_ASSERT(text != nullptr);
     if (!IsTraced()) {
         return;
     }

@@ -1,3 +1,5 @@
+// The data segment is one part of the heap: the C library takes big blocks from mappings of their own, which this does
+// not see. What it shows is slow growth by many small blocks.
 #include "PlatformHeap.h"
 
 #include <unistd.h>

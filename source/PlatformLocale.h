@@ -19,7 +19,7 @@ public:
     ScopedLocale& operator=(const ScopedLocale&) = delete;
 
 private:
-    locale_t mOld;
+    locale_t mOld;  // may be LC_GLOBAL_LOCALE, which stands for no locale of the thread's own
 };
 
 // The C locale, in which numbers read the same everywhere. It needs no memory, and is never freed.

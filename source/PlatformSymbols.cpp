@@ -98,6 +98,8 @@ private:
 
 size_t SymbolFile::ReadSome(uInt64 offset, void* bytes, size_t size) const
 {
+    KZ_ASSERT(bytes != nullptr || size == 0);
+    // A file can place its tables anywhere; past this offset the sum below would be negative as an off_t.
     if (offset > static_cast<uInt64>(INT64_MAX) - size) {
         return 0;
     }
@@ -164,6 +166,8 @@ bool IsPlace(const Elf64_Sym& symbol)
            (IsFunction(symbol) || type == STT_OBJECT || type == STT_NOTYPE);
 }
 
+// The table is not sorted, so a symbol below the address is kept only until a nearer one comes, or the function that
+// really holds the address, which ends the search. A file that was cut short gives what its readable part holds.
 bool SymbolFile::FindSymbol(const Elf64_Shdr& table, uInt64 value, Symbol* found) const
 {
     Elf64_Shdr strings;
@@ -194,10 +198,12 @@ bool SymbolFile::FindSymbol(const Elf64_Shdr& table, uInt64 value, Symbol* found
         }
         next += count;
     }
+    // A name outside the string table would read some other part of the file as text.
     if (best.st_name == 0 || best.st_name >= strings.sh_size ||
         __builtin_add_overflow(strings.sh_offset, best.st_name, &found->nameOffset)) {
         return false;
     }
+    KZ_ASSERT(best.st_value <= value);
     found->value = best.st_value;
     found->nameRoom = strings.sh_size - best.st_name;
     return true;
@@ -250,6 +256,8 @@ bool kz::SymbolAt(const void* address, char* name, size_t size, long* offset)
     if (dl_iterate_phdr(&FindImage, &image) == 0) {
         return false;
     }
+    // The loader is asked only when the file has no table, because what a table doesn't know the loader, which knows a
+    // part of it, doesn't know either.
     Lookup result = Lookup::NoTable;
     uInt64 start = 0;
     if (image.path[0] != '\0') {

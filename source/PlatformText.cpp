@@ -1,3 +1,6 @@
+// A text holds exactly the units of its last successful change: each change builds the new units beside the old ones
+// and swaps them in at its end, so that a failure leaves the text as it was. Half a character may stand anywhere,
+// because texts come from outside; it maps to itself, and leaves as '?' in UTF-8.
 #include "PlatformText.h"
 
 #include <algorithm>
@@ -5,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "KzAssert.h"
 #include "UnicodeCase.h"
 #include "Utf8Codec.h"
 
@@ -81,6 +85,7 @@ bool MapUnits(const kz::CaseMapping& mapping, const char16_t* at, const char16_t
 template <typename Produce>
 PlatformText::Status PlatformText::Rebuild(std::size_t room, const Produce& produce) noexcept
 {
+    // Run again where the guess was short, because a second pass is rarer than a count before each first one is dear.
     for (;;) {
         std::unique_ptr<char16_t[]> units(new (std::nothrow) char16_t[room]);
         if (units == nullptr) {
@@ -133,6 +138,7 @@ std::size_t PlatformText::GetUtf8(std::size_t first, std::size_t count, unsigned
             value = '?';
         }
         const std::size_t step = kz::Utf8Size(value);
+        KZ_ASSERT(size <= limit);
         if (step > limit - size) {
             break;
         }
@@ -196,6 +202,7 @@ char* AutoCFString::MallocCStr(int32 maxSize, char* buffer, uInt32 encoding) con
     if (needed > size) {
         return nullptr;
     }
+    // A block of ours may be larger than the text needs; what is written never passes `needed`.
     char* const text = buffer != nullptr ? buffer : static_cast<char*>(std::malloc(size));
     if (text != nullptr) {
         const std::size_t written = mText->GetUtf8(0, length, reinterpret_cast<unsigned char*>(text), needed - 1);

@@ -41,6 +41,7 @@ public:
     static std::size_t MaximumUtf8Size(std::size_t units) { return 3 * units; }
 
 private:
+    // Builds the new units beside the old ones and takes them over at the end, so that a failure changes nothing.
     template <typename Produce>
     Status Rebuild(std::size_t room, const Produce& produce) noexcept;
 

@@ -1,3 +1,5 @@
+// A UUID is drawn here and not by a library's call, because version 4 is sixteen random bytes with six bits fixed. The
+// random bytes never block for long: the kernel waits for its pool once after the machine's start.
 #include "PlatformUuid.h"
 
 #include <sys/random.h>

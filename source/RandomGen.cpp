@@ -1,3 +1,9 @@
+// Three streams of small modulus are drawn in step, and the sum of their fractions is the number, with a
+// period of some 7e12. A seed of 0 would keep a stream at 0 for ever, so the first stream never starts there.
+//
+// The streams have two locks: the ThMutex, which shows in the record of lock orders, and the plain one where there is
+// no memory for a ThMutex. Which of them guards is settled by a seeding, because the two may not change places while
+// threads draw.
 #include "RandomGen.h"
 
 #include <atomic>
@@ -6,6 +12,7 @@
 #include <utility>
 
 #include "HiResClock.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "ScopedLock.h"
 
@@ -25,6 +32,7 @@ constinit uInt32 gStreams[3] = {};  // under gRandomRights
 
 void Seed(uInt32 (&streams)[3], uInt32 seed)
 {
+    KZ_ASSERT(seed <= 30000);  // below each modulus, as the streams must be
     streams[0] = seed == 0 ? kSeedInsteadOfZero : seed;
     streams[1] = (streams[0] * kSeedFactor) & kSeedMask;
     streams[2] = (streams[1] * kSeedFactor) & kSeedMask;
@@ -52,6 +60,7 @@ KzErr SeedShared(bool again)
 
 void Draw(uInt32 (&drawn)[3])
 {
+    KZ_ASSERT(gSeeded.load(std::memory_order_relaxed));
     drawn[0] = gStreams[0] = gStreams[0] * 171 % 30269;
     drawn[1] = gStreams[1] = gStreams[1] * 172 % 30307;
     drawn[2] = gStreams[2] = gStreams[2] * 170 % 30323;
@@ -80,6 +89,7 @@ void RandomGen(double* out)
     if (!gSeeded.load(std::memory_order_acquire)) {
         SeedShared(false);
     }
+    // Only the draw is locked; the sum is worked out on the thread's own copies.
     uInt32 drawn[3];
     if (gRandomRights != nullptr) {
         kz::ScopedLock lock(gRandomRights);

@@ -16,6 +16,7 @@
 
 namespace kz {
 
+// One report, from its place to its sending. It lives for one statement, on the stack of the reporting thread.
 class Report {
 public:
     Report(const char* module, int line, _DebugOutputLevel level, uInt32 hash)
@@ -23,10 +24,13 @@ public:
     {
         mStream.SetHash(hash);
     }
+    // Sent here, at the statement's end, because the operators before it only append.
     ~Report() { mStream.Process(); }
     Report(const Report&) = delete;
     Report& operator=(const Report&) = delete;
 
+    // Any value that an overload of ToDebugStream takes. Found by the arguments' namespaces too, so that a module can
+    // give a type of its own a text.
     template <typename T>
     Report& operator<<(const T& value)
     {

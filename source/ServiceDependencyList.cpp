@@ -1,3 +1,5 @@
+// The limit is no need of this list, which could grow on. A service with a thousand needs adds them in a loop that went
+// wrong, and the limit ends the loop's growth with a report in place of the end of memory.
 #include "ServiceDependencyList.h"
 
 #include "Report.h"
@@ -5,7 +7,7 @@
 namespace {
 
 constexpr char kModule[] = "source/ServiceDependencyList";
-constexpr int kFirstCapacity = 4;
+constexpr int kFirstCapacity = 4;  // no service of the library needs more, so one block does
 constexpr unsigned long kMaxEntries = 1024;
 
 }  // namespace

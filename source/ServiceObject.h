@@ -48,6 +48,7 @@ public:
         if (object != nullptr) {
             return object;
         }
+        // Made before the slot is claimed, because a constructor that throws must leave the slot empty.
         T* made = new T;
         if (slot.compare_exchange_strong(object, made, std::memory_order_acq_rel)) {
             return made;

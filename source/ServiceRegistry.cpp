@@ -2,6 +2,9 @@
 // not placed yet, and an item is ready at 0. Each placement lowers the count of the items that depend on it. The scan
 // for a ready item restarts at the head every time, so among ready services the order is that of their addresses.
 //
+// A registry is open while mStartedCount is 0. The first mStartedCount entries of mInitOrder are started; nothing else
+// counts starts, so a failed start leaves a registry that its stop understands.
+//
 // Items are owned by a list of their own, not by the map: a cycle empties the map while the start order still refers
 // to them. The map's keys are compared, never dereferenced, because a stop may have destroyed the services.
 #include "ServiceRegistry.h"
@@ -15,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "KzAssert.h"
 #include "NeverDestroyed.h"
 #include "Report.h"
 #include "ServiceEnd.h"
@@ -72,6 +76,7 @@ KzErr ServiceRegistry::AddService(IServiceObject* service)
     if (service == nullptr || ContainsService(service)) {
         return kzErrArgument;
     }
+    // Owned first, because an item in the map alone would leak when there is no memory for the list.
     return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
         mOwnedItems.push_back(std::make_unique<ServiceRegistryItem>(service));
         mItems.emplace(service, mOwnedItems.back().get());
@@ -93,6 +98,8 @@ KzErr ServiceRegistry::RunInit()
     if (mStartedCount > 0) {
         return kzErrGeneric;
     }
+    // When a need can't be met the order stays empty, and the start ends with 0, because the report has said what is
+    // wrong.
     return kz::ErrOf(kModule, __LINE__, [&] {
         std::vector<ServiceRegistryItem*> workList;
         mInitOrder.clear();
@@ -121,12 +128,14 @@ bool ServiceRegistry::CollectNeeds(std::vector<ServiceRegistryItem*>& workList)
     return true;
 }
 
+// A need outside the registry must have been started by another one, because this registry can't start it.
 bool ServiceRegistry::LinkNeeds(ServiceRegistryItem& item, const ServiceDependencyList& needs)
 {
     for (unsigned long i = 0; i < needs.GetCount(); ++i) {
         IServiceObject* const need = needs.Get(i);
         const auto found = mItems.find(need);
         if (found != mItems.end()) {
+            KZ_ASSERT(found->second->GetServiceObject() == need);
             item.IncrementFireCount();
             found->second->AddDependent(item.GetServiceObject());
         } else if (AllInitializedServices().count(need) == 0) {
@@ -139,14 +148,16 @@ bool ServiceRegistry::LinkNeeds(ServiceRegistryItem& item, const ServiceDependen
     return true;
 }
 
+// Moves items from the work list to the start order, each behind its needs.
 void ServiceRegistry::PlaceInOrder(std::vector<ServiceRegistryItem*>& workList)
 {
+    KZ_ASSERT(mInitOrder.empty());
     while (!workList.empty()) {
         const auto ready = std::find_if(workList.begin(), workList.end(),
                                         [](const ServiceRegistryItem* item) { return item->GetFireCount() == 0; });
         if (ready == workList.end()) {
             KZ_REPORT(kDbgFatal, 0x6B92E80D) << "ServiceRegistry: Service dependencies form a cycle.";
-            mItems.clear();
+            mItems.clear();  // a later start would meet the cycle again
             return;
         }
         ServiceRegistryItem* const item = *ready;
@@ -160,6 +171,7 @@ void ServiceRegistry::PlaceInOrder(std::vector<ServiceRegistryItem*>& workList)
 
 KzErr ServiceRegistry::StartInOrder()
 {
+    KZ_ASSERT(mStartedCount == 0);
     mFailedStart = nullptr;
     for (ServiceRegistryItem* item : mInitOrder) {
         IServiceObject* const service = item->GetServiceObject();
@@ -194,6 +206,7 @@ KzErr ServiceRegistry::RunUninit()
 
 KzErr ServiceRegistry::StopNewest()
 {
+    KZ_ASSERT(mStartedCount > 0 && static_cast<unsigned long>(mStartedCount) <= mInitOrder.size());
     ServiceRegistryItem& item = *mInitOrder[static_cast<unsigned long>(mStartedCount - 1)];
     char name[kMaxNameSize];  // copied before the stop, which may destroy the service
     std::snprintf(name, sizeof name, "%s", item.GetServiceObject()->GetName());
@@ -209,6 +222,7 @@ KzErr ServiceRegistry::StopNewest()
 // Counts the newest started service as stopped, whether or not it is.
 IServiceObject* ServiceRegistry::TakeNewest()
 {
+    KZ_ASSERT(mStartedCount > 0);
     --mStartedCount;
     IServiceObject* const service = mInitOrder[static_cast<unsigned long>(mStartedCount)]->GetServiceObject();
     AllInitializedServices().erase(service);
@@ -219,6 +233,7 @@ IServiceObject* ServiceRegistry::TakeNewest()
 
 void kz::EndService(IServiceObject* service)
 {
+    KZ_ASSERT(service != nullptr);
     const KzErr err = service->Uninit();
     if (err != kzErrNone) {
         LogFailedStop(service->GetName(), err);
@@ -228,7 +243,10 @@ void kz::EndService(IServiceObject* service)
 
 void kz::EndServices(IServiceRegistry* registry)
 {
+    KZ_ASSERT(dynamic_cast<ServiceRegistry*>(registry) != nullptr);
     ServiceRegistry& services = *static_cast<ServiceRegistry*>(registry);
+    // The run ends at the first stop that fails. That service is destroyed without another try, and the run goes on
+    // behind it, service by service.
     const bool stopFailed = services.RunUninit() != kzErrNone;
     if (services.mFailedStart != nullptr) {
         EndService(std::exchange(services.mFailedStart, nullptr));
@@ -246,6 +264,7 @@ IServiceRegistry* CreateServiceRegistry(IServiceObject** services)
     if (services == nullptr) {
         return nullptr;
     }
+    // A service that is listed twice is taken once, because the start order holds each service once.
     std::unique_ptr<ServiceRegistry> registry(new (std::nothrow) ServiceRegistry);
     for (; registry != nullptr && *services != nullptr; ++services) {
         const KzErr err = registry->AddService(*services);

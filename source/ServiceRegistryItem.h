@@ -4,6 +4,7 @@
 
 #include "HiResClock.h"
 #include "KZTypes.h"
+#include "KzAssert.h"
 #include "KzErr.h"
 #include "ServiceDependencyList.h"
 #include "ServiceObject.h"
@@ -27,7 +28,11 @@ public:
 
     // The number of needs in the same registry that are not placed yet.
     void IncrementFireCount() { ++mFireCount; }
-    void DecrementFireCount() { --mFireCount; }
+    void DecrementFireCount()
+    {
+        KZ_ASSERT(mFireCount > 0);
+        --mFireCount;
+    }
     int32 GetFireCount() const { return mFireCount; }
 
     void GetDependencies(IServiceDependencyList* list) const { mService->GetDependencies(list); }
@@ -59,7 +64,7 @@ public:
 
 private:
     IServiceObject* const mService;
-    int32 mFireCount = 0;
+    int32 mFireCount = 0;  // never below 0: a need is placed once
     ServiceDependencyList mDependents;
     KzErr mInitResult = kzErrNone;
     uInt32 mInitStart = 0;

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "KzAssert.h"
 #include "PlatformStack.h"
 #include "StackDecoder.h"
 
@@ -79,6 +80,7 @@ private:
 template <typename Frames>
 KZ_READS_FRAMES inline long Walk(Frames frames, uintptr_t address, long skip, void** buffer, long entries)
 {
+    KZ_ASSERT(entries <= 0 || buffer != nullptr);
     Frame frame;
     if (entries <= 0 || !frames.Read(address, &frame)) {
         return 0;

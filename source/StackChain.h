@@ -38,7 +38,7 @@ protected:
     StackChain& operator=(const StackChain&) = default;
 
 private:
-    long mCount = 0;
+    long mCount = 0;  // at most GetBufferEntries()
 };
 
 // A chain of at most N addresses, kept in place; copied by value.
@@ -49,7 +49,7 @@ public:
     long GetBufferEntries() const override { return N; }
 
 private:
-    void* mAddresses[N] = {};
+    void* mAddresses[N] = {};  // innermost first; what is past GetCount() is left from before
 };
 
 #endif

@@ -1,9 +1,12 @@
+// A decoder copies the addresses, because the chain that it comes from lies on a stack that may be gone when the names
+// are asked for. A linker's name ends at its first ':'.
 #include "StackDecoder.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "BoundedText.h"
+#include "KzAssert.h"
 #include "PlatformSymbols.h"
 
 StackCrawl::StackCrawl(long capacity)
@@ -12,6 +15,7 @@ StackCrawl::StackCrawl(long capacity)
 
 void StackCrawl::Add(const StackFrame& frame)
 {
+    KZ_ASSERT(mCount < mCapacity);
     mFrames[static_cast<size_t>(mCount++)] = frame;
 }
 
@@ -20,6 +24,7 @@ StackDecoder::~StackDecoder() = default;
 StackDecoderImp::StackDecoderImp(const void* const* addresses, long count)
     : mCount(count), mCapacity(count), mAddresses(std::make_unique<const void*[]>(static_cast<size_t>(count)))
 {
+    KZ_ASSERT(count >= 0);
     std::copy_n(addresses, count, mAddresses.get());
 }
 

@@ -31,7 +31,7 @@ public:
     void Add(const StackFrame& frame);
 
 private:
-    long mCount = 0;
+    long mCount = 0;  // from 0 to mCapacity
     long mCapacity;
     std::unique_ptr<StackFrame[]> mFrames;
 };

@@ -1,3 +1,5 @@
+// A GUID's text is 8-4-4-4-12 digits: the word and the two halves as numbers, most significant digit first, then the
+// eight bytes in order. So a text reads the same on every machine, while the words in memory are in its own byte order.
 #include "ZVGuid.h"
 
 #include <cstdio>
@@ -17,6 +19,7 @@ constexpr int kByteOffsets[] = {19, 21, 24, 26, 28, 30, 32, 34};
 
 static_assert(sizeof(ZVGuidType) == 16, "a GUID is 16 bytes, without padding");
 
+// What is no digit counts as 0, because texts are checked for their length only: any text of 36 characters is a GUID.
 uInt32 DigitValue(char c)
 {
     if (c >= '0' && c <= '9') {
@@ -77,6 +80,8 @@ KzErr ZVGuidFromCStr(const char* text, ZVGuidType* out)
     if (strnlen(text, kTextLength + 1) != kTextLength) {
         return kzErrBadGuidText;
     }
+    // The groups end at their dashes wherever these stand, so a dash out of place shifts the numbers but can't lead
+    // past the end. The bytes are read from fixed places.
     const char* cursor = text;
     const char* const end = text + kTextLength;
     out->word = ReadGroup(cursor, end);
@@ -96,6 +101,7 @@ void ZVGuidCreate(ZVGuidType* out)
     }
     uInt8 bytes[sizeof *out] = {};
     if (!kz::PlatformUuid(bytes)) {
+        // The draws' own bytes, because a GUID only has to differ from others.
         double draws[2];
         static_assert(sizeof draws == sizeof bytes);
         RandomGen(&draws[0]);

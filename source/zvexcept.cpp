@@ -1,3 +1,5 @@
+// An exception holds its texts in place, cut to fit, because it is often thrown when there is no memory. Its
+// constructor is noexcept: what can't record its stack has nothing sound to throw, and ends the process.
 #include "zvexcept.h"
 
 #include <cstdio>
@@ -7,6 +9,7 @@
 
 #include "BareReport.h"
 #include "BoundedText.h"
+#include "KzAssert.h"
 
 namespace {
 
@@ -16,6 +19,7 @@ constexpr int kTextSize = 255;
 // `text`, or its last `size - 1` characters when it is longer, to `field`; null as an empty text.
 void CopyTail(char* field, unsigned long size, const char* text)
 {
+    KZ_ASSERT(size > 0);
     const unsigned long length = text == nullptr ? 0 : std::strlen(text);
     const unsigned long skipped = length < size ? 0 : length - (size - 1);
     if (length != 0) {
@@ -38,7 +42,6 @@ void ReportForeignException(const char* file, int line)
 
 }  // namespace
 
-// noexcept: what can't record its stack has nothing sound to throw, and ends the process.
 ZVExcept::ZVExcept(int err, const char* detail, const char* file, int line) noexcept : mErr(err), mLine(line)
 {
     mStack.Record(0);
@@ -62,7 +65,7 @@ ZVExcept GetExceptionInCatch_FileAndLine(const char* file, int line)
         return ZVExcept(kzErrMemoryFull, "converted from std::bad_alloc", file, line);
     } catch (const std::bad_cast&) {
         return ZVExcept(kzErrGeneric, "converted from std::bad_cast", file, line);
-    } catch (const ZVExcept& except) {
+    } catch (const ZVExcept& except) {  // before its base: its code and stack are the ones that matter
         return except;
     } catch (const std::exception&) {
         return ZVExcept(kzErrGeneric, "converted from std::exception", file, line);

@@ -20,7 +20,10 @@ public:
     ZVExcept(const ZVExcept&) = default;
     ZVExcept& operator=(const ZVExcept&) = default;
 
+    // The code, the place and the detail in one line, cut to 254 characters; owned by the exception.
     const char* what() const noexcept override;
+
+    // What the constructor was given, and the stack that it recorded.
     KzErr err() const { return mErr; }
     const char* file() const { return mFile; }
     int32 line() const { return mLine; }
