@@ -1,3 +1,5 @@
+// The number is computed with as two halves of 64 bits, of which the words in memory are the lowest first. Everything
+// wraps, because the halves are unsigned; only the sign's bit, on top of the seconds, is looked at as such.
 #include "ATime128.h"
 
 #include <bit>
@@ -19,7 +21,7 @@ namespace {
 
 constexpr int kWords = 4;
 constexpr int kHalfBits = 64;
-constexpr int kLastShift = 127;
+constexpr int kLastShift = 127;  // a shift by more leaves nothing of the value
 
 // IEEE 754 binary64.
 constexpr int kMantissaBits = 52;
@@ -39,11 +41,14 @@ tFixedPoint128<64, true>::tFixedPoint128(double value)
     const auto bits = std::bit_cast<uInt64>(value);
     const bool isNegative = bits >> 63 != 0;
     const int exponent = static_cast<int>(bits >> kMantissaBits) & kExponentOfNonNumbers;
+    // Infinities and NaNs become the end of the range on their side.
     if (exponent == kExponentOfNonNumbers) {
         SetFraction(isNegative ? 0 : ~uInt64{0});
         SetSeconds(isNegative ? uInt64{1} << 63 : ~uInt64{0} >> 1);
         return;
     }
+    // The mantissa stands where its lowest bit counts 2^-64, and is shifted to where the exponent puts it. Zero,
+    // and numbers too small for a normal exponent, have no hidden bit, but are below the resolution and vanish anyhow.
     constexpr uInt64 kHiddenBit = uInt64{1} << kMantissaBits;
     SetFraction((bits & (kHiddenBit - 1)) | kHiddenBit);
     RightShift(kUnitExponent - exponent, false);
@@ -59,6 +64,7 @@ tFixedPoint128<64, true>::tFixedPoint128(double a, double b) : tFixedPoint128(a)
 
 tFixedPoint128<64, true>& tFixedPoint128<64, true>::operator+=(const tFixedPoint128& other)
 {
+    // A sum that wraps is below each of its parts.
     const uInt64 fraction = Fraction() + other.Fraction();
     const uInt64 carry = fraction < Fraction() ? 1 : 0;
     SetSeconds(Seconds() + other.Seconds() + carry);
@@ -101,7 +107,7 @@ void tFixedPoint128<64, true>::IncrementLSB()
 
 void tFixedPoint128<64, true>::Negate()
 {
-    Invert();
+    Invert();  // two's complement
     IncrementLSB();
 }
 
@@ -110,6 +116,8 @@ void tFixedPoint128<64, true>::RightShift(int amount, bool arithmetic)
     if (amount == 0) {
         return;
     }
+    // C++ leaves a shift by 64 or more of a half undefined, so that whole halves move first and bits after them. The
+    // amount may be the least int, which has no positive partner: it is compared before it is negated.
     const uInt64 low = Fraction();
     const uInt64 high = Seconds();
     if (amount < 0) {
@@ -139,6 +147,8 @@ void tFixedPoint128<64, true>::RightShift(int amount, bool arithmetic)
 
 tFixedPoint128<64, true>::operator long double() const
 {
+    // Each word is exact in the extended format, so that rounding happens in the sums alone, from the smallest part up.
+    // The least number is its own negative, whose words as unsigned are its magnitude all the same.
     constexpr long double kWeights[kWords] = {0x1p-64L, 0x1p-32L, 1.0L, 0x1p32L};
     const bool isNegative = Seconds() >> 63 != 0;
     tFixedPoint128 magnitude = *this;
@@ -161,6 +171,7 @@ tFixedPoint128<64, true>::operator double() const
 
 void ATime128::Get(uInt32* secHigh, uInt32* secLow, uInt32* fracHigh, uInt32* fracLow) const
 {
+    // The base's outputs are not optional, so the ones that nobody wants share a place.
     uInt32 unused;
     const auto orUnused = [&unused](uInt32* out) { return out == nullptr ? &unused : out; };
     tFixedPoint128::Get(orUnused(secHigh), orUnused(secLow), orUnused(fracHigh), orUnused(fracLow));
@@ -184,7 +195,7 @@ void GetCurrentATime128(ATime128* out)
 {
     constexpr double kCFAbsoluteTimeIntervalSince1904 = 3061152000.0;  // to 1 January 2001
     const double now = kz::WallClockSince2001() + kCFAbsoluteTimeIntervalSince1904;
-    const double seconds = std::floor(now);
+    const double seconds = std::floor(now);  // below 0 too the fraction is added to the seconds
     *out = ATime128(seconds, now - seconds);
 }
 
@@ -192,6 +203,7 @@ ATime128 ATime128FromHILOTime(uInt32 hi, uInt32 lo)
 {
     constexpr int64 kTicksFrom1601To1904 = 0x0153B281E0FB4000;
     constexpr double kTicksPerSecond = 1e7;
+    // The ticks are counted from 1904 before they become seconds, since a double holds the smaller number more finely.
     ATime128 ticks;
     ticks.SetInt64Seconds(static_cast<int64>(uInt64{hi} << 32 | lo));
     ATime128 epoch;

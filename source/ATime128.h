@@ -13,7 +13,8 @@
 
 KZ_EXTERN_C_BEGIN
 
-// Between the system's time and seconds since 1904 in 32 bits, which wrap in February 2040.
+// Between the system's time, in seconds since 1970, and seconds since 1904 in 32 bits, which wrap in February 2040.
+// What is out of range wraps too: there and back a time between 1904 and 2040 is itself, and any other one is not.
 KZ_EXPORT uInt32 TToStd(time_t t);
 KZ_EXPORT time_t StdToT(uInt32 seconds);
 
@@ -26,7 +27,7 @@ namespace nQKSS100 {
 namespace tFixedPoint128Extra {
 
 // Adds `addend` to the first of `count` words that stand `stride` apart, and carries 1 along them until one does not
-// wrap.
+// wrap. A carry out of the last word is lost.
 template <typename Word>
 void AddChain(Word* words, int stride, Word addend, int count)
 {
@@ -64,9 +65,11 @@ public:
     // The sum of two doubles: seconds and a fraction that is finer than one double could hold beside them.
     tFixedPoint128(double a, double b);
 
+    // Exact, modulo 2^64 seconds. `other` may be the same value.
     tFixedPoint128& operator+=(const tFixedPoint128& other);
     tFixedPoint128& operator-=(const tFixedPoint128& other);
 
+    // The four words; no output may be null.
     void Get(uInt32* secHigh, uInt32* secLow, uInt32* fracHigh, uInt32* fracLow) const;
 
     // All bits 0; all bits flipped; the value plus 2^-64; the value with the other sign.
@@ -83,6 +86,7 @@ public:
     explicit operator long double() const;
     explicit operator double() const;
 
+    // The quotient of the nearest double.
     friend double operator/(const tFixedPoint128& value, double by) { return static_cast<double>(value) / by; }
 
 protected:
@@ -100,7 +104,7 @@ private:
         mWords[i + 1] = static_cast<uInt32>(half >> 32);
     }
 
-    uInt32 mWords[4] = {};
+    uInt32 mWords[4] = {};  // the lowest first; stored and shared values have this form
 };
 
 }  // namespace nQKSS100
@@ -119,7 +123,8 @@ public:
     void SetInt64Seconds(int64 seconds) { SetSeconds(static_cast<uInt64>(seconds)); }
     void SetUInt64Fraction(uInt64 fraction) { SetFraction(fraction); }
 
-    // The halves in seconds.
+    // The halves in seconds: the whole ones, of which a double holds 53 bits, and the rest, which is below
+    // 1 unless rounding makes it that.
     double getSeconds() const;
     double getFraction() const;
 };

@@ -1,3 +1,6 @@
+// The part that needs 32-byte registers, which not every processor has: the functions are compiled for such a
+// processor, and called only where __builtin_cpu_supports tells of one. They are out of line because such a function
+// can't be inlined into one for any processor.
 #include "ByteCompare.h"
 
 namespace kz {
@@ -29,6 +32,7 @@ __attribute__((target("avx2"), always_inline)) inline bool IsClear(Wide block)
 
 __attribute__((target("avx2"))) std::size_t FoldedWide(const unsigned char* a, const unsigned char* b, std::size_t n)
 {
+    // Two blocks for each branch, which halves the branches.
     std::size_t i = 0;
     for (; n - i >= 2 * kWide; i += 2 * kWide) {
         if (!IsClear(Difference(a + i, b + i) | Difference(a + i + kWide, b + i + kWide))) {

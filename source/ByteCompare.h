@@ -1,4 +1,10 @@
-// The comparisons that all string families share.
+// The comparisons that all string families share: where two texts differ, as they are or folded to one case, and from
+// that their order. All take bytes as unsigned and text by length; nothing here looks for a terminator.
+//
+// Most comparisons are of short texts that differ early, or of equal ones. So few bytes are compared inline, by two
+// words that may overlap, and many by the C library, which has the widest instructions; the place of a difference in a
+// long text is sought only when there is one. Folded comparisons follow the same plan: whole blocks are equal when
+// nothing but the case of ASCII letters differs in them, and only what is left is folded byte by byte.
 #ifndef KZCORE_BYTECOMPARE_H
 #define KZCORE_BYTECOMPARE_H
 
@@ -9,19 +15,23 @@
 
 #include "ByteOrder.h"
 #include "KZTypes.h"
+#include "KzAssert.h"
 #include "PlatformLocale.h"
 
 namespace kz {
 
-// The index of the lowest byte that is not 0 in what LoadNative gave.
+// The index in memory of the first byte that is not 0 in what LoadNative gave.
 inline std::size_t FirstByteSet(uInt64 word)
 {
+    KZ_ASSERT(word != 0);
     return static_cast<std::size_t>(std::countr_zero(word)) / 8;
 }
 
-// FirstDifference of at most 16 bytes, by two loads of each text that overlap.
+// FirstDifference of at most 16 bytes, by two loads of each text that overlap where it isn't twice as long as a word.
+// What the second load sees for a second time is known to be equal then.
 inline std::size_t FirstDifferenceOfFew(const unsigned char* a, const unsigned char* b, std::size_t n)
 {
+    KZ_ASSERT(n <= 16);
     if (n >= 8) {
         const uInt64 low = LoadNative<uInt64>(a) ^ LoadNative<uInt64>(b);
         if (low != 0) {
@@ -68,7 +78,7 @@ inline std::size_t FirstDifference(const unsigned char* a, const unsigned char* 
     return i;
 }
 
-// As memcmp, without its call for few bytes.
+// As memcmp, without its call for few bytes. The sign is what to rely on.
 inline int32 OrderOfBytes(const unsigned char* a, const unsigned char* b, std::size_t n)
 {
     if (n > 16) {
@@ -78,6 +88,7 @@ inline int32 OrderOfBytes(const unsigned char* a, const unsigned char* b, std::s
     return i == n ? 0 : a[i] - b[i];
 }
 
+// Whether all bytes are equal. Of no bytes the addresses may be null.
 inline bool EqualBytes(const unsigned char* a, const unsigned char* b, std::size_t n)
 {
     return n <= 16 ? FirstDifferenceOfFew(a, b, n) == n : std::memcmp(a, b, n) == 0;
@@ -93,9 +104,10 @@ inline ByteBlock LoadBlock(const unsigned char* p)
     return block;
 }
 
-// The first and the last 8 of 8 to 16 bytes.
+// The first and the last 8 of 8 to 16 bytes, which overlap where there are fewer than 16.
 inline ByteBlock LoadEnds(const unsigned char* p, std::size_t n)
 {
+    KZ_ASSERT(n >= 8 && n <= sizeof(ByteBlock));
     const uInt64 halves[2] = {LoadNative<uInt64>(p), LoadNative<uInt64>(p + n - 8)};
     ByteBlock block;
     std::memcpy(&block, halves, sizeof block);
@@ -110,7 +122,8 @@ inline bool IsClear(ByteBlock block)
     return (halves[0] | halves[1]) == 0;
 }
 
-// Clear where two blocks are equal but for the case of ASCII letters.
+// Clear where two blocks are equal but for the case of ASCII letters. The cases of a letter differ in the bit 0x20
+// alone, and the bytes from 0x80 up are no letters, since the subtraction takes them past 26.
 inline ByteBlock AsciiFoldedDifference(ByteBlock a, ByteBlock b)
 {
     const ByteBlock letters = (a | 0x20) - 'a';
@@ -121,13 +134,15 @@ inline ByteBlock AsciiFoldedDifference(ByteBlock a, ByteBlock b)
 // From this length on wider blocks pay.
 inline constexpr std::size_t kLongText = 64;
 
-// As AsciiFoldedBytes, by the widest blocks that the processor has, a whole number of which is told.
+// As AsciiFoldedBytes, by the widest blocks that the processor has: a whole number of such blocks from the start, of
+// which there may be none, and the rest is the caller's to compare.
 std::size_t AsciiFoldedWideBytes(const unsigned char* a, const unsigned char* b, std::size_t n);
 
 // How many bytes from the start are known to be equal but for the case of ASCII letters: up to the block that holds a
 // difference, or n. At least 8 bytes.
 inline std::size_t AsciiFoldedBytes(const unsigned char* a, const unsigned char* b, std::size_t n)
 {
+    KZ_ASSERT(n >= 8);
     constexpr std::size_t kBlock = sizeof(ByteBlock);
     if (n < kBlock) {
         return IsClear(AsciiFoldedDifference(LoadEnds(a, n), LoadEnds(b, n))) ? n : 0;
@@ -138,12 +153,14 @@ inline std::size_t AsciiFoldedBytes(const unsigned char* a, const unsigned char*
             return i;
         }
     }
+    // The rest is compared as a whole block that ends where the texts do, part of which is known to be equal.
     const std::size_t last = n - kBlock;
     return IsClear(AsciiFoldedDifference(LoadBlock(a + last), LoadBlock(b + last))) ? n : i;
 }
 
 // The index of the first byte in which a and b differ after `fold`, which maps a byte to a byte; or n. All but the
-// shortest texts go by blocks as far as the case of ASCII letters explains their differences.
+// shortest texts go by blocks as far as the case of ASCII letters explains their differences. A fold tells by
+// MapsAsciiLetters whether it maps the two cases of those letters to the same, which it need not in every locale.
 template <typename Fold>
 inline std::size_t FirstFoldedDifference(const unsigned char* a, const unsigned char* b, std::size_t n,
                                          const Fold& fold)
@@ -167,14 +184,16 @@ inline unsigned char LowerByte(unsigned char c)
 // The difference of the first two bytes that differ, else of the lengths.
 inline int32 CompareBytes(const unsigned char* a, int32 aLen, const unsigned char* b, int32 bLen)
 {
+    KZ_ASSERT(aLen >= 0 && bLen >= 0);
     const std::size_t n = static_cast<std::size_t>(std::min(aLen, bLen));
     const std::size_t i = FirstDifference(a, b, n);
     return i < n ? a[i] - b[i] : aLen - bLen;
 }
 
-// The same, folded by LowerByte.
+// The same, folded by LowerByte, whose table is looked up once for the whole comparison.
 inline int32 CompareFolded(const unsigned char* a, int32 aLen, const unsigned char* b, int32 bLen)
 {
+    KZ_ASSERT(aLen >= 0 && bLen >= 0);
     const LocaleLower lower;
     const std::size_t n = static_cast<std::size_t>(std::min(aLen, bLen));
     const std::size_t i = FirstFoldedDifference(a, b, n, lower);

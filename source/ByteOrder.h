@@ -1,4 +1,8 @@
 // Scalars in a fixed byte order, inlined: for code of the library that knows the order of what it reads and writes.
+// Where a caller chooses the order, the byte order objects do the same behind virtual calls.
+//
+// Addresses need no alignment. The bytes are copied, because a cast would tell the compiler of an alignment that isn't
+// there; the compiler makes a single load or store of the copy.
 #ifndef KZCORE_BYTEORDER_H
 #define KZCORE_BYTEORDER_H
 
@@ -14,6 +18,7 @@ static_assert(std::endian::native == std::endian::little, "the library is writte
 
 namespace kz {
 
+// The bytes of a value in reverse order.
 inline uInt16 ReverseBytes(uInt16 value)
 {
     return __builtin_bswap16(value);
@@ -37,6 +42,7 @@ inline T LoadNative(const void* source)
     return value;
 }
 
+// Puts the integer there.
 template <typename T>
 inline void StoreNative(void* dest, T value)
 {
@@ -59,7 +65,7 @@ inline void StoreBig(void* dest, T value)
 
 }  // namespace kz
 
-// The four bytes of a 32-bit value in reverse order.
+// The four bytes of a 32-bit value in reverse order: turns a big-endian count of a stored list into a native one.
 inline int32 RevBL(int32 value)
 {
     return static_cast<int32>(kz::ReverseBytes(static_cast<uInt32>(value)));

@@ -1,5 +1,5 @@
-// Texts that are written in the code: their form with a count, and the question whether a text from elsewhere is one of
-// them.
+// Texts that are written in the code: their form with a count byte, and the question whether a text from elsewhere is
+// one of them.
 #ifndef KZCORE_LITERALS_H
 #define KZCORE_LITERALS_H
 
@@ -10,11 +10,14 @@
 
 namespace kz {
 
+// The most text that a counted string of the short kind has: its count is a byte.
+inline constexpr std::size_t kMostInPStr = 255;
+
 // A literal as a counted string, whose count the compiler writes: `constexpr CountedLiteral kName{"Some.Token"}`, then
 // `kName.text` where a PStr is asked for. The literal's terminator is not kept.
 template <std::size_t kSize>
 struct CountedLiteral {
-    static_assert(kSize - 1 <= 255, "the count is a byte");
+    static_assert(kSize - 1 <= kMostInPStr);
     unsigned char text[kSize];
 
     explicit constexpr CountedLiteral(const char (&literal)[kSize]) : text{static_cast<unsigned char>(kSize - 1)}

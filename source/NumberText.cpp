@@ -1,3 +1,12 @@
+// Numbers to text, then text to numbers. Both are loops that a compiler makes fast only if it knows the base, so each
+// common base has a loop of its own.
+//
+// Writing knows the number of digits before the first one is written, and fills them in from the end, two at a time
+// from a table of pairs, because a division yields the lowest digit first.
+//
+// Reading takes as many digits as fit the range in any case without a look at the range, and only then goes digit by
+// digit with a test for each. The digits are read in a work type of 32 or 64 bits without their sign; the sign, and
+// the range of the type that was asked for, come in at the end.
 #include "NumberText.h"
 
 #include <algorithm>
@@ -10,13 +19,14 @@
 #include <type_traits>
 
 #include "ByteOrder.h"
+#include "KzAssert.h"
 #include "Report.h"
 
 namespace {
 
 constexpr char kModule[] = "source/StringFmtPrint";
 
-constexpr unsigned kMostBase = 36;
+constexpr unsigned kMostBase = 36;  // ten digits and as many letters as there are
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 
@@ -45,6 +55,7 @@ struct DigitWriter {
     static constexpr int kBits = std::bit_width(static_cast<unsigned>(base)) - 1;
     static_assert(1 << kBits == base);
 
+    // Of a digit for each kBits bits, and of one for 0.
     static int Count(Unsigned value)
     {
         return std::max(1, (static_cast<int>(std::bit_width(value)) + kBits - 1) / kBits);
@@ -74,6 +85,7 @@ void WriteBits(unsigned byte, char* at)
     std::memcpy(at, &digits, sizeof digits);
 }
 
+// Base 2 goes by bytes of eight digits, which a product makes at once.
 template <typename Unsigned>
 struct DigitWriter<2, Unsigned> {
     static int Count(Unsigned value) { return std::max(1, static_cast<int>(std::bit_width(value))); }
@@ -86,6 +98,7 @@ struct DigitWriter<2, Unsigned> {
             value >>= 8;
         }
         if (count > 0) {
+            // The digits above `count` are none of the number's: the eight are made aside, and the last ones copied.
             char rest[8];
             WriteBits(static_cast<unsigned>(value & 0xFF), rest);
             for (int i = 1; i <= count; ++i) {
@@ -95,6 +108,7 @@ struct DigitWriter<2, Unsigned> {
     }
 };
 
+// Base 10 goes by eight digits, because 32-bit divisions by constants are cheaper than 64-bit ones.
 template <typename Unsigned>
 struct DigitWriter<10, Unsigned> {
     static constexpr auto kPowers = [] {
@@ -109,13 +123,16 @@ struct DigitWriter<10, Unsigned> {
 
     static int Count(Unsigned value)
     {
-        const Unsigned odd = value | 1;                                         // as many digits, and at least one bit
-        const int powers = static_cast<int>(std::bit_width(odd)) * 1233 >> 12;  // a little above log10(2) for each bit
+        const Unsigned odd = value | 1;  // as many digits, and at least one bit
+        // log10(2) for each bit, a trifle less: the number of digits or one below it, between which the power decides.
+        const int powers = static_cast<int>(std::bit_width(odd)) * 1233 >> 12;
+        KZ_ASSERT(powers >= 0 && static_cast<std::size_t>(powers) < kPowers.size());
         return powers + (odd >= kPowers[static_cast<std::size_t>(powers)] ? 1 : 0);
     }
 
     static void Write(Unsigned value, char* end, int count)
     {
+        KZ_ASSERT(count >= 1);
         for (; count > 8; count -= 8) {
             end -= 8;
             WriteEight(static_cast<uInt32>(value % 100000000), end);
@@ -135,7 +152,7 @@ struct DigitWriter<10, Unsigned> {
 private:
     static void WritePair(uInt32 value, char* at) { std::memcpy(at, kPairs<10>.text + value * 2, 2); }
 
-    // The halves don't wait for each other.
+    // Split in the middle, because the two halves then don't wait for each other.
     static void WriteEight(uInt32 value, char* at)
     {
         const uInt32 high = value / 10000;
@@ -148,25 +165,27 @@ private:
 };
 
 struct Written {
-    int length;  // without the NUL
-    bool isComplete;
+    int length;       // without the NUL
+    bool isComplete;  // all digits had room
     bool hasSign;
 };
 
-// Into `room` bytes, at least one.
+// Into `room` bytes, at least one. What lacks room goes from the front: the sign first, then the highest digits.
 template <int base, typename Unsigned>
 Written WriteInBase(Unsigned value, bool isNegative, char* buffer, int room)
 {
+    KZ_ASSERT(room >= 1);
     using Writer = DigitWriter<base, Unsigned>;
     const int all = Writer::Count(value);
     const int count = std::min(all, room);
     const bool hasSign = isNegative && count < room;
     const int length = count + (hasSign ? 1 : 0);
-    buffer[0] = '-';
+    buffer[0] = '-';  // the first digit goes over it where there is no sign
     Writer::Write(value, buffer + length, count);
     return {length, count == all, hasSign};
 }
 
+// Any other base has no digits, and a sign that is not missed.
 template <typename Unsigned>
 Written Write(Unsigned value, bool isNegative, char* buffer, int room, int32 base)
 {
@@ -202,7 +221,7 @@ Written Write(Unsigned value, bool isNegative, char* buffer, int room, int32 bas
     KZ_REPORT(kDbgWarning, 0x61F8C35D) << "Unable to include sign in NumToStr: buffer too small.";
 }
 
-// The value of each byte as a digit, 255 for none.
+// The value of each byte as a digit; 255, which no base reaches, for none.
 constexpr auto kDigitValues = [] {
     std::array<unsigned char, 256> values{};
     values.fill(255);
@@ -227,6 +246,7 @@ struct BaseLimits {
     constexpr BaseLimits()
     {
         constexpr Work kMost = std::numeric_limits<Work>::max();
+        // Base 0 keeps limits of 0: it has no digit. In base 1, whose only digit is 0, the count alone ends the loop.
         for (unsigned base = 1; base < limits.size(); ++base) {
             int safe = 0;
             for (Work power = 1; power <= (kMost >> 1) / base && safe < std::numeric_limits<Work>::digits; ++safe) {
@@ -240,7 +260,8 @@ struct BaseLimits {
 template <typename Work>
 constexpr BaseLimits<Work> kBaseLimits;
 
-// Eight digits of base 2 at once: the product gathers the lowest bits of the bytes in its highest byte.
+// Eight digits of base 2 at once: the product gathers the lowest bits of the bytes in its highest byte, the byte that
+// comes first in memory on top. False where one of the eight is no digit.
 bool ReadEightBits(uint64_t text, uint64_t* value)
 {
     constexpr uint64_t kZeros = 0x3030303030303030u;
@@ -250,7 +271,8 @@ bool ReadEightBits(uint64_t text, uint64_t* value)
     return (text & ~kLowBits) == kZeros;
 }
 
-// Bytes in memory, with those operations of a NumberTextReader that are needed.
+// Bytes in memory, with those operations of a NumberTextReader that are needed. Their end is not known here: the parser
+// asks for no more than its caller's length.
 class MemoryReader {
 public:
     explicit MemoryReader(const unsigned char* at) : mAt(at) {}
@@ -263,6 +285,7 @@ public:
     template <typename Work>
     int32 TakeDigits(unsigned base, int32 most, Work* value)
     {
+        KZ_ASSERT(most >= 0 && base <= kMostBase);
         const unsigned char* const end = mAt + most;
         const unsigned char* const start = mAt;
         // Each loop knows its base: a product by a constant takes less time.
@@ -316,7 +339,7 @@ private:
     const unsigned char* mAt;
 };
 
-// The host's reader with the same operations.
+// The host's reader with the same operations. It hands out single bytes, so that there are no loops for bases.
 class HostReader {
 public:
     explicit HostReader(NumberTextReader* reader) : mReader(*reader) {}
@@ -342,7 +365,7 @@ private:
     NumberTextReader& mReader;
 };
 
-// A type's range: of 0 bits for what is no integer.
+// A type's range: of 0 bits for what is no integer, which holds whatever the work type holds.
 struct Target {
     bool isSigned;
     int bits;
@@ -355,7 +378,7 @@ struct Target {
     {}
 };
 
-// Reads one number in a work type as wide as the values it is to hold.
+// Reads one number in a work type as wide as the values it is to hold. One object reads one number.
 template <typename Work, typename Reader>
 class NumberParser {
 public:
@@ -373,6 +396,7 @@ public:
             mIsMinus = mReader->Peek() == '-';
             Skip();
         }
+        // Blanks and a sign are part of a number only if a digit follows; else the reader goes back to the start.
         const int32 before = mLeft;
         const Work value = ReadDigits(target.isSigned && mBase == 10);
         if (mLeft == before) {
@@ -383,6 +407,7 @@ public:
             const Work held = HeldAsBits(value, target);
             return mIsMinus ? Work{0} - held : held;
         }
+        // What has overflowed is the end of the range already, and must not be negated.
         const bool isNegated = mIsMinus && !mOverflowed;
         return Held(isNegated ? Work{0} - value : value, isNegated, target);
     }
@@ -405,6 +430,7 @@ private:
     // The digits' value, or the end of the range that it passes.
     Work ReadDigits(bool isSigned)
     {
+        // A base out of range is the nearest one in range, since the tables end there.
         const auto base = static_cast<unsigned>(std::clamp(mBase, 0, static_cast<int>(kMostBase)));
         const auto& limits = kBaseLimits<Work>.limits[base];
         Work value = 0;
@@ -415,6 +441,7 @@ private:
         }
         const Work most = isSigned ? std::numeric_limits<Work>::max() >> 1 : std::numeric_limits<Work>::max();
         const Work last = isSigned ? limits.lastSigned : limits.last;
+        // After an overflow the digits are still read, so that none is left standing behind the number.
         for (; digit < base; digit = NextDigit()) {
             mOverflowed = mOverflowed || value > last || digit > most - value * base;
             if (!mOverflowed) {
@@ -425,7 +452,7 @@ private:
         if (!mOverflowed) {
             return value;
         }
-        return isSigned && mIsMinus ? most + 1 : most;
+        return isSigned && mIsMinus ? most + 1 : most;  // the bits of the least number
     }
 
     // Base 10: the nearest value of the type.
@@ -435,6 +462,7 @@ private:
             return value;
         }
         const Work most = (Work{1} << (target.bits - (target.isSigned ? 1 : 0))) - 1;
+        // Below 0 an unsigned type holds nothing, so that its nearest value is 0.
         if (!target.isSigned) {
             return isNegated ? 0 : std::min(value, most);
         }
@@ -477,6 +505,8 @@ uInt64 Parse64(Reader* reader, int32 length, int32 type, int32 base, KzBool noSi
 
 }  // namespace
 
+// The caller who asks by `ok` gets no report, whatever lacks. The others get one for each thing that lacks, since both
+// the digits and the sign may.
 template <typename T>
 int32 NumToStr(T value, char* buffer, int32 bufferSize, int32 base, bool* ok)
 {
@@ -493,6 +523,7 @@ int32 NumToStr(T value, char* buffer, int32 bufferSize, int32 base, bool* ok)
     }
     using Unsigned = std::make_unsigned_t<T>;
     const bool isNegative = base == 10 && value < 0;
+    // Negated as unsigned: the least number has no positive partner in its own type.
     const auto magnitude = isNegative ? Unsigned{0} - static_cast<Unsigned>(value) : static_cast<Unsigned>(value);
     const Written written = Write(magnitude, isNegative, buffer, bufferSize - 1, base);
     buffer[written.length] = 0;

@@ -1,5 +1,5 @@
 // Integers as text in bases 2, 8, 10 and 16, and text as integers in any base up to 36, held to the range of a numeric
-// type. Nothing here follows the locale. The first calls are usable from C11 too. Any thread.
+// type. Nothing here follows the locale, and nothing allocates. The first calls are usable from C11 too. Any thread.
 #ifndef KZCORE_NUMBERTEXT_H
 #define KZCORE_NUMBERTEXT_H
 

@@ -18,7 +18,8 @@ KZ_EXPORT extern const floatExt EZero;
 // Converts to and from the 16 bytes of stored files, which have the layout of a big-endian IEEE 754 binary128:
 // sign and exponent, 64 bits of mantissa, six bytes of 0 (which StdToX ignores). Unless the 15 bits of exponent are 0,
 // the stored mantissa lacks the leading bit: XToStd shifts it out and the lowest bit becomes 0, StdToX shifts back and
-// sets the leading bit. `stored` needs no alignment and may be the same memory. Any thread.
+// sets the leading bit. A normal extended float survives the way there and back; a stored mantissa loses its lowest
+// bit. `stored` needs no alignment and may be the same memory, of 16 bytes. Any thread.
 KZ_EXPORT void XToStd(const floatExt* x, void* stored);
 KZ_EXPORT void StdToX(const void* stored, floatExt* x);
 
@@ -41,6 +42,7 @@ enum NumType {
     kNumCX
 };
 
+// What kind of number a type holds, whatever its size.
 enum NumTypeClass { kNumClassSigned = 0, kNumClassUnsigned = 1, kNumClassFloat = 2, kNumClassComplex = 3 };
 
 // The bytes of a value of the type; 0 for any other code. Any thread.

@@ -1,3 +1,11 @@
+// Comparisons take two ways. Whether texts are equal is what the C library tells fastest, so it is asked first; of a
+// difference it promises no more than the sign, but callers get the distance of two bytes, so that texts that differ
+// are gone through again, up to the place where they do.
+//
+// Case is of two kinds, which don't mix. Single bytes, and all caseless comparisons, follow the C library's locale.
+// StrToUpper and StrToLower map whole UTF-8 text by Unicode's tables, in every locale alike. They change text in place
+// and take memory only for text over 255 bytes that isn't ASCII. The hash of short counted strings relies on that,
+// because it can't fail.
 #include "StringCStr.h"
 
 #include <strings.h>
@@ -11,23 +19,27 @@
 #include <new>
 
 #include "ByteCompare.h"
+#include "KzAssert.h"
 #include "KzErr.h"
+#include "Literals.h"
 #include "MemoryManager.h"
 #include "Report.h"
 #include "Utf8Case.h"
+#include "Utf8Codec.h"
 
 namespace {
 
 constexpr char kModule[] = "source/StringCStr";
-constexpr std::size_t kMostInPStr = 255;
 constexpr std::size_t kNoLimit = static_cast<std::size_t>(-1);
 
+// Characters come as int32, from callers to whom `char` is signed as well as from others.
 unsigned char LowByte(int32 c)
 {
     return static_cast<unsigned char>(c);
 }
 
 // The bytes that take part when two C strings are compared: the shorter one's text and its terminator, or the limit.
+// The second search ends where the first string did, so that a short string against a long one costs little.
 std::size_t ComparedBytes(const unsigned char* a, const unsigned char* b, std::size_t limit)
 {
     const std::size_t aLen = strnlen(kz::AsChars(a), limit);
@@ -35,6 +47,7 @@ std::size_t ComparedBytes(const unsigned char* a, const unsigned char* b, std::s
     return std::min(shorter + 1, limit);
 }
 
+// The folding of comparisons that heed case.
 struct AsItIs {
     unsigned char operator()(unsigned char c) const { return c; }
     bool MapsAsciiLetters() const { return false; }
@@ -52,6 +65,7 @@ std::size_t DifferenceWithin(const unsigned char* a, const unsigned char* b, std
         }
     }
     const std::size_t n = ComparedBytes(a, b, limit);
+    KZ_ASSERT(n >= kNear);  // neither string has ended among the first bytes
     return std::min(kz::FirstFoldedDifference(a, b, n, fold), n == limit ? limit : n - 1);
 }
 
@@ -62,9 +76,12 @@ int32 CompareWithin(const char* a, const char* b, std::size_t limit, const Fold&
     const unsigned char* const aBytes = kz::AsBytes(a);
     const unsigned char* const bBytes = kz::AsBytes(b);
     const std::size_t i = DifferenceWithin(aBytes, bBytes, limit, fold);
+    KZ_ASSERT(i <= limit);
     if (i == limit) {
         return 0;
     }
+    // A prefix is below the longer text by that text's next byte, and a longer text above its prefix by 1. The rule is
+    // lopsided, but it is what callers were promised.
     if (aBytes[i] == 0) {
         return -bBytes[i];
     }
@@ -90,11 +107,6 @@ bool BeginsWithSkippingBlanks(const char* s, const char* pattern)
     return true;
 }
 
-bool IsContinuation(char c)
-{
-    return (c & 0xC0) == 0x80;
-}
-
 // The case of ASCII text, whose letters from `first` on change sides; false, with nothing done, for any other text.
 bool MapAsciiCase(unsigned char* bytes, std::size_t length, unsigned char first)
 {
@@ -112,14 +124,15 @@ bool MapAsciiCase(unsigned char* bytes, std::size_t length, unsigned char first)
     return true;
 }
 
-// Short texts are copied to the stack, so that their mapping can't fail.
+// Short texts are copied to the stack, so that their mapping can't fail. The copy is needed because a mapped text can
+// outgrow what has been read of the old one.
 KzErr MapCase(unsigned char* bytes, int32 length, unsigned char firstLetter, const kz::CaseMapping& mapping)
 {
-    const std::size_t size = static_cast<std::size_t>(std::max(length, 0));
+    const std::size_t size = static_cast<std::size_t>(std::max(length, 0));  // a negative length is none
     if (MapAsciiCase(bytes, size, firstLetter)) {
         return kzErrNone;
     }
-    unsigned char few[kMostInPStr];
+    unsigned char few[kz::kMostInPStr];
     const bool isShort = size <= sizeof few;
     const std::unique_ptr<unsigned char[]> many(isShort ? nullptr : new (std::nothrow) unsigned char[size]);
     unsigned char* const copy = isShort ? few : many.get();
@@ -151,6 +164,7 @@ uInt32 StrLen(const char* s)
     return static_cast<uInt32>(std::strlen(s));
 }
 
+// Copies go through MoveBlock, since source and destination may overlap, and so that a host's memory check sees them.
 char* StrCpy(char* dst, const char* src)
 {
     MoveBlock(src, dst, std::strlen(src) + 1);
@@ -293,6 +307,8 @@ KzErr StrToLower(unsigned char* bytes, int32 length)
 
 int32 StrNextChar(const char* buffer, int32 index)
 {
+    // The lead byte begins with as many ones as its character has bytes. A single one marks a continuation, seven and
+    // eight mark nothing. The sum is made in 64 bits because the index may be the greatest there is.
     const int leadingOnes = std::countl_one(kz::AsBytes(buffer)[index]);
     const int64 next = int64{index} + (leadingOnes >= 2 && leadingOnes <= 6 ? leadingOnes : 1);
     return static_cast<int32>(std::min<int64>(next, std::numeric_limits<int32>::max()));
@@ -307,8 +323,10 @@ int32 StrPrevChar(const char* buffer, int32 index)
     if (index == 0) {
         return 0;
     }
+    // The walk back may pass any number of continuation bytes, but counts only where a lead byte ends it: without one
+    // those bytes are no character, and a step is a byte.
     int32 start = index - 1;
-    while (start > 0 && IsContinuation(buffer[start])) {
+    while (start > 0 && kz::IsUtf8Continuation(static_cast<unsigned char>(buffer[start]))) {
         --start;
     }
     return (buffer[start] & 0xC0) == 0xC0 ? start : index - 1;

@@ -1,9 +1,13 @@
 // C strings: NUL-terminated bytes. Usable from C11 and C++20.
 //
 // The destination comes first, and the caller provides its room. Null is not accepted. Lengths are bytes in 32 bits.
-// Characters are the low byte of an int32 argument. Comparisons look at bytes as unsigned; the caseless ones put two
-// bytes that differ through ToLower. Any thread; no call needs the library to be started. In C++ each call takes
-// `unsigned char*` as well as `char*`.
+// Characters are the low byte of an int32 argument.
+//
+// Comparisons look at bytes as unsigned; the caseless ones put two bytes that differ through ToLower, so they follow
+// the calling thread's C locale and fold single bytes only: two UTF-8 texts that differ in the case of an accented
+// letter are different. Results are distances and not just signs.
+//
+// Any thread; no call needs the library to be started. In C++ each call takes `unsigned char*` as well as `char*`.
 #ifndef KZCORE_STRINGCSTR_H
 #define KZCORE_STRINGCSTR_H
 
@@ -20,59 +24,70 @@ KZ_EXPORT uInt32 StrLen(const char* s);
 // Copies with the NUL; the two may overlap. Returns dst.
 KZ_EXPORT char* StrCpy(char* dst, const char* src);
 
-// Writes exactly n bytes: at most n of src, then NULs. A source of n bytes or more leaves dst without a terminator.
+// Writes exactly n bytes: at most n of src, then NULs. A source of n bytes or more leaves dst without a terminator, so
+// that a buffer which is to hold a C string is given one byte less and terminated by the caller. The two may overlap.
 // Returns dst.
 KZ_EXPORT char* StrNCpy(char* dst, const char* src, uInt32 n);
 
-// Appends src with its NUL, which may lie in dst. Returns the new length of dst.
+// Appends src with its NUL. src may lie in dst, dst itself too, which doubles it. dst has room for both texts and one
+// NUL. Returns the new length of dst.
 KZ_EXPORT uInt32 StrCat(char* dst, const char* src);
 
 // 0 when equal; the difference of the first two bytes that differ, a's minus b's; 1 when b is a shorter prefix of a;
-// minus b's next byte when a is a shorter prefix of b.
+// minus b's next byte when a is a shorter prefix of b: "ab" against "abc" is -99, "abc" against "ab" 1.
 KZ_EXPORT int32 StrCmp(const char* a, const char* b);
+
+// Whether the two are equal, byte for byte.
 KZ_EXPORT KzBool StrEqual(const char* a, const char* b);
 
-// StrCmp within n bytes; 0 for n = 0.
+// StrCmp within n bytes; 0 for n = 0. What is behind a terminator, or behind n bytes, is not read.
 KZ_EXPORT int32 StrNCmp(const char* a, const char* b, uInt32 n);
+
+// Whether the two are equal within n bytes.
 KZ_EXPORT KzBool StrNEqual(const char* a, const char* b, uInt32 n);
 
 // The folded difference of the first two bytes that differ when folded, the NUL being an ordinary byte; 0 if none do.
 KZ_EXPORT int32 StrCaseCmp(const char* a, const char* b);
 
-// As StrNCmp, with the folded difference.
+// As StrNCmp, with the folded difference, and so with the result 1 for a longer text against its prefix.
 KZ_EXPORT int32 StrNCaseCmp(const char* a, const char* b, uInt32 n);
+
+// Whether the two are equal within n bytes when folded.
 KZ_EXPORT KzBool StrNCaseEqual(const char* a, const char* b, uInt32 n);
 
-// The first and the last byte of s equal to c, or null. The terminator is never found.
+// The first and the last byte of s equal to c, or null. The terminator is never found: c = 0 gives null. The result
+// lies in s, and may be written through where s may.
 KZ_EXPORT char* StrChr(const char* s, int32 c);
 KZ_EXPORT char* StrRChr(const char* s, int32 c);
 
 // Whether s without its spaces and tabs contains pattern, ignoring case. An empty s contains nothing; any other s
-// contains the empty pattern.
+// contains the empty pattern. Blanks in the pattern match nothing, since s is read without its own.
 KZ_EXPORT KzBool StrIStr(const char* s, const char* pattern);
 
 // The digit 0-9, A-F for the low four bits of n.
 KZ_EXPORT char HexChar(int32 n);
 
-// ASCII classes of a byte.
+// ASCII classes of a byte, in every locale: letters, digits, and the rest of what prints but the space. Bytes from 0x80
+// up are in none.
 KZ_EXPORT KzBool IsAlpha(int32 c);
 KZ_EXPORT KzBool IsDigit(int32 c);
 KZ_EXPORT KzBool IsPunct(int32 c);
 
-// The C library's mapping of a byte in the current locale, 0 to 255.
+// The C library's mapping of a byte in the current locale, 0 to 255. A byte without a partner maps to itself.
 KZ_EXPORT int32 ToUpper(int32 c);
 KZ_EXPORT int32 ToLower(int32 c);
 
-// Whether ToUpper, or ToLower, changes the byte.
+// Whether ToUpper, or ToLower, changes the byte, so that what has no case is neither.
 KZ_EXPORT KzBool IsLower(int32 c);
 KZ_EXPORT KzBool IsUpper(int32 c);
 
-// The index of the UTF-8 character after the one at index, by its first byte alone: the caller compares the result
-// with its own end. A byte that starts no character is one step.
+// The index of the UTF-8 character after the one at index, by its first byte alone, which is all that is read: the
+// caller compares the result with its own end, since a character that is cut off leads behind it. A byte that starts no
+// character is one step.
 KZ_EXPORT int32 StrNextChar(const char* buffer, int32 index);
 
 // The index of the UTF-8 character before index; index - 1 where no lead byte precedes. 0 for index 0; a negative
-// index gives 0 with a report.
+// index gives 0 with a report. Reads no byte before the buffer's first, nor the one at index.
 KZ_EXPORT int32 StrPrevChar(const char* buffer, int32 index);
 
 // Map the case of `length` bytes of UTF-8 text in place, by Unicode's full mappings in no locale: at most as many bytes
@@ -94,12 +109,14 @@ KZ_EXPORT extern unsigned char gUseUTF8;
 KZ_EXTERN_C_END
 
 #ifdef __cplusplus
+// The calls on `unsigned char*`: each is the one above it on the same bytes.
 namespace kz {
 
 // In the overloads of calls that take null: null constants keep to the call itself.
 template <typename Given, typename Byte>
 concept Spelled = std::is_same_v<Given, Byte>;
 
+// The same bytes under the other type.
 inline const char* AsChars(const unsigned char* s)
 {
     return reinterpret_cast<const char*>(s);

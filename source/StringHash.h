@@ -10,7 +10,10 @@
 namespace kz {
 
 // What `valueOf` gives for each byte is added to the hash shifted by four bits; what that brings into the top four bits
-// is folded back into the lower ones. `sum` is not folded yet, which shortens the chain from one byte to the next.
+// is folded back into the lower ones. The hash is no defence against texts that are chosen to collide.
+//
+// `sum` runs one fold behind, because that shortens the chain from one byte to the next: a step folds what the step
+// before it brought up, and the last fold stands behind the loop.
 template <typename ValueOf>
 uInt32 HashOf(const unsigned char* bytes, std::size_t length, const ValueOf& valueOf)
 {
@@ -21,8 +24,9 @@ uInt32 HashOf(const unsigned char* bytes, std::size_t length, const ValueOf& val
     return (sum ^ ((sum >> 24) & 0xF0)) & 0x0FFFFFFF;
 }
 
-// The hash of a text up to its first NUL, with each byte as `map` gives it and counted as a signed number. The map is a
-// functor rather than a function, because a call through a pointer would cost more than the hash.
+// The hash of a text up to its first NUL, so that it hashes alike with and without what follows its terminator. Each
+// byte counts as `map` gives it, as a signed number; the sum wraps. The map is a functor rather than a function, because
+// a call through a pointer would cost more than the hash.
 template <typename Map>
 uInt32 HashOfMappedText(const char* bytes, std::size_t length, const Map& map)
 {

@@ -14,7 +14,9 @@
 #include "HandleCalls.h"
 #include "HandleSplice.h"
 #include "HandleText.h"
+#include "KzAssert.h"
 #include "KzErr.h"
+#include "Literals.h"
 #include "MemoryManager.h"
 #include "Report.h"
 #include "StringPStr.h"
@@ -22,7 +24,7 @@
 namespace {
 
 constexpr char kModule[] = "source/StringLStr";
-constexpr std::size_t kCountSize = sizeof(int32);
+constexpr std::size_t kCountSize = sizeof(int32);  // the text stands behind it
 constexpr int32 kMaxCount = std::numeric_limits<int32>::max();
 
 using kz::CountOf;
@@ -34,11 +36,12 @@ kz::HandleText TextAt(const LStr* s)
 }
 
 struct Block {
-    std::size_t size = 0;
-    int32 count = 0;  // what the block holds of the text
+    std::size_t size = 0;  // 0 where there is no block
+    int32 count = 0;       // what the block holds of the text
 };
 
-// The handle's block; nothing for null and for a handle that is not good, which the resize reports.
+// The handle's block; nothing for null and for a handle that is not good, which the resize reports. DSGetHandleSize
+// is not asked, because it would report a bad handle for a second time, and cost the append of a byte a call.
 Block BlockOf(LStr* const* handle)
 {
     const unsigned char* const data = kz::GoodData(handle, kz::kRangeForQueries);
@@ -53,6 +56,7 @@ Block BlockOf(LStr* const* handle)
 KzErr PutBehind(LStr*** handle, const Block& block, const void* bytes, std::size_t n, Fit fit)
 {
     KZ_ASSERT(handle != nullptr && block.count >= 0);
+    KZ_ASSERT(block.count == 0 || kCountSize + static_cast<std::size_t>(block.count) <= block.size);
     if (n > static_cast<std::size_t>(kMaxCount - block.count)) {
         return kzErrMemoryFull;
     }
@@ -64,13 +68,14 @@ KzErr PutBehind(LStr*** handle, const Block& block, const void* bytes, std::size
     return kzErrNone;
 }
 
-// LStrFromPtr on a length that no argument can hold too.
+// LStrFromPtr, for lengths above those that its argument can hold too: these end as a full memory in PutBehind.
 KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
 {
     if (handle == nullptr) {
         return kzErrArgument;
     }
     if (bytes != nullptr && n != 0) {
+        // As if behind a block without text: the bytes may be part of the old text, which stands until they are copied.
         return PutBehind(handle, Block(), bytes, n, Fit::kExactBlock);
     }
     DSDisposeHandleAndNull(handle);
@@ -79,10 +84,12 @@ KzErr Replace(LStr*** handle, const void* bytes, std::size_t n)
 
 KzErr Append(LStr*** handle, const void* bytes, std::size_t n, Fit fit)
 {
+    KZ_ASSERT(handle != nullptr && (bytes != nullptr || n == 0));
     return PutBehind(handle, BlockOf(*handle), bytes, n, fit);
 }
 
-// The source may be the handle's own string, whose text is what its block holds.
+// The source may be the handle's own string. Its count is then held to the block like that of the handle itself: it is
+// the one `LStr*` here of which more is known than it says.
 KzErr AppendString(LStr** handle, const LStr* src, Fit fit)
 {
     if (handle == nullptr) {
@@ -92,6 +99,7 @@ KzErr AppendString(LStr** handle, const LStr* src, Fit fit)
     return Append(&handle, src == nullptr ? nullptr : src->str, static_cast<std::size_t>(count), fit);
 }
 
+// Null is empty.
 std::size_t LengthOf(const char* c)
 {
     return c == nullptr ? 0 : std::strlen(c);
@@ -106,18 +114,21 @@ int32 FillLStr(LStr* dst, const void* bytes, std::size_t n)
     return dst->cnt;
 }
 
-// Copies at most `limit` bytes and terminates.
+// Copies at most `limit` bytes and terminates, which takes one more.
 int32 FillCStr(const LStr* s, char* dst, int32 limit)
 {
+    KZ_ASSERT(limit >= 0);
     const int32 n = std::min(CountOf(s), limit);
     MoveBlock(n == 0 ? nullptr : s->str, dst, static_cast<unsigned long>(n));
     dst[n] = 0;
     return n;
 }
 
-// Null is below text only. Inlined, so that the forms on pointers pass nothing through memory.
+// Null is below text only, and equal to an empty one: what is null has no text, and neither has what is empty. Inlined,
+// so that the forms on pointers pass nothing through memory.
 [[gnu::always_inline]] inline int32 Compare(const kz::HandleText& a, const kz::HandleText& b)
 {
+    // The same address is the same string, since both counts come from it.
     if (a.bytes == b.bytes) {
         return 0;
     }
@@ -133,7 +144,8 @@ int32 FillCStr(const LStr* s, char* dst, int32 limit)
     return a.count == b.count && (a.count == 0 || kz::EqualBytes(a.bytes, b.bytes, static_cast<std::size_t>(a.count)));
 }
 
-// The rule of null for text by pointer and length: true when it decides, with the result.
+// The rule of null for text by pointer and length: true when it decides, with the result. The same address decides too,
+// whatever the lengths.
 bool NullDecides(const void* a, int32 aLen, const void* b, int32 bLen, int32& result)
 {
     if (a != b && a != nullptr && b != nullptr) {
@@ -175,7 +187,8 @@ KzErr CToLHStr(const char* c, LStr*** handle)
     const std::size_t length = LengthOf(c);
     const KzErr err = Replace(handle, c, length);
     if (err != kzErrNone) {
-        unsigned char shown[256];
+        // The report shows as much as a short string holds, and the length tells how much there was.
+        unsigned char shown[kz::kMostInPStr + 1];
         CToPStr(c == nullptr ? "" : c, shown);
         KZ_REPORT(kDbgWarning, 0xA27F16C8)
             << "CToLHStr FAILED:" << DbgFmtPStr(shown) << ", size " << static_cast<unsigned long long>(length) << ", "
@@ -223,10 +236,11 @@ KzErr LToCStrNChecked(const LStr* s, char* dst, int32 dstSize, int32* outLen)
 
 int32 LToPStr(const LStr* s, unsigned char* p)
 {
+    constexpr int32 kMost = kz::kMostInPStr;
     int32 n = CountOf(s);
-    if (n > 255) {
+    if (n > kMost) {
         KZ_REPORT(kDbgWarning, 0x0C63D95A) << "LStr truncated when converting to PStr. Original LStr length=" << n;
-        n = 255;
+        n = kMost;
     }
     MoveBlock(n == 0 ? nullptr : s->str, p + 1, static_cast<unsigned long>(n));
     p[0] = static_cast<unsigned char>(n);
@@ -273,11 +287,13 @@ KzErr LStrPrependCStr(LStr*** handle, const char* c)
     if (handle == nullptr || *handle == nullptr || c == nullptr) {
         return kzErrNone;
     }
+    // The bytes go behind the text and are turned to its front, so that c may be part of the text.
     const int32 oldCount = BlockOf(*handle).count;
     if (const KzErr err = Append(handle, c, std::strlen(c), Fit::kExactBlock)) {
         return err;
     }
     LStr* const string = **handle;
+    KZ_ASSERT(string->cnt >= oldCount);
     kz::TurnBytes(string->str, string->str + oldCount, string->str + string->cnt);
     return kzErrNone;
 }
@@ -291,6 +307,8 @@ KzErr LStrHNullTerminate(LStr** handle)
     if (block.count == kMaxCount) {
         return kzErrMemoryFull;
     }
+    // The block grows by a byte also where it has room, because callers go by its size. A block without a count, or
+    // none that is good, counts as an empty string, and the resize tells what is wrong with it.
     if (const KzErr err = DSSetHandleSize(handle, std::max(block.size, kCountSize) + 1)) {
         return err;
     }

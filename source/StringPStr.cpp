@@ -1,10 +1,15 @@
+// The count is a byte, so no string passes 255 bytes and no text needs memory of its own: where a destination may be
+// the source itself, a call works on a copy of 256 bytes on the stack. Only PStrDup can fail. What doesn't fit is cut,
+// but for PStrFindReplace, whose result is given up as a whole, because half a replacement is no result.
 #include "StringPStr.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "ByteCompare.h"
+#include "KzAssert.h"
 #include "KzErr.h"
+#include "Literals.h"
 #include "MemoryManager.h"
 #include "Report.h"
 #include "StringHash.h"
@@ -12,14 +17,16 @@
 namespace {
 
 constexpr char kModule[] = "source/StringPStr";
-constexpr std::size_t kMaxCount = 255;
+
+using kz::kMostInPStr;
 
 // The copy of a source whose destinations may be the same memory.
 struct PStrCopy {
     explicit PStrCopy(const unsigned char* p) { PStrCpy(text, p); }
-    unsigned char text[kMaxCount + 1];
+    unsigned char text[kMostInPStr + 1];
 };
 
+// Bytes count as unsigned here, and as signed in StringUtils::Hash: the two disagree from 0x80 up.
 uInt32 HashText(const unsigned char* p)
 {
     return kz::HashOf(p + 1, p[0], [](unsigned char c) -> uInt32 { return c; });
@@ -30,21 +37,27 @@ const unsigned char* PointedTo(const void* element)
     return *static_cast<const unsigned char* const*>(element);
 }
 
-// Grows a PStr; Append is false when the bytes don't fit.
+// Grows a PStr, which begins empty. The string is whole after each step, so that a call may stop anywhere.
 class PStrBuilder {
 public:
     explicit PStrBuilder(unsigned char* p) : mText(p) { p[0] = 0; }
 
+    // False, with nothing appended, when the bytes don't fit.
     bool Append(const void* bytes, std::size_t n)
     {
-        if (n > kMaxCount - mText[0]) {
+        KZ_ASSERT(bytes != nullptr || n == 0);
+        if (n > kMostInPStr - mText[0]) {
             return false;
         }
         std::memcpy(mText + 1 + mText[0], bytes, n);
         mText[0] = static_cast<unsigned char>(mText[0] + n);
         return true;
     }
-    void DropLast() { --mText[0]; }
+    void DropLast()
+    {
+        KZ_ASSERT(mText[0] != 0);
+        --mText[0];
+    }
 
 private:
     unsigned char* mText;
@@ -60,7 +73,7 @@ unsigned char* PStrCpy(unsigned char* dst, const unsigned char* src)
 
 unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
 {
-    if (n != 0) {
+    if (n != 0) {  // without a byte there is no place for the count either
         const std::size_t size = std::min<std::size_t>(n, src[0] + std::size_t{1});
         MoveBlock(src, dst, size);
         dst[0] = static_cast<unsigned char>(size - 1);
@@ -70,7 +83,7 @@ unsigned char* PStrNCpy(unsigned char* dst, const unsigned char* src, uInt32 n)
 
 int32 PStrCat(unsigned char* dst, const unsigned char* src)
 {
-    const std::size_t n = std::min<std::size_t>(src[0], kMaxCount - dst[0]);
+    const std::size_t n = std::min<std::size_t>(src[0], kMostInPStr - dst[0]);
     MoveBlock(src + 1, dst + 1 + dst[0], n);
     dst[0] = static_cast<unsigned char>(dst[0] + n);
     return dst[0];
@@ -82,6 +95,7 @@ unsigned char* PStrDup(const unsigned char* p)
         return nullptr;
     }
     const int32 size = p[0] + 1;
+    // A pointer block, and not malloc's, because the host disposes it with DSDisposePtr.
     unsigned char* copy = static_cast<unsigned char*>(DSNewPtr(static_cast<unsigned long>(size)));
     if (copy == nullptr) {
         KZ_REPORT(kDbgWarning, 0x91C4E07B) << "PStrDup FAILED:" << DbgFmtPStr(p) << ", size " << size << ", NULL";
@@ -144,6 +158,8 @@ KzBool PStrSplitAtChar(const unsigned char* src, int32 ch, unsigned char* left, 
     PStrBuilder rightText(right);
     for (int i = 1; i <= text[0]; ++i) {
         if (text[i] == delimiter) {
+            // A backslash in front escapes the delimiter and goes, being the last byte that was put left. What precedes
+            // the backslash is not looked at, so that a doubled one still escapes.
             if (i == 1 || text[i - 1] != '\\') {
                 rightText.Append(text + i + 1, static_cast<std::size_t>(text[0] - i));
                 return 1;
@@ -157,11 +173,13 @@ KzBool PStrSplitAtChar(const unsigned char* src, int32 ch, unsigned char* left, 
 
 KzBool PStrEndsWith(const unsigned char* p, const char* suffix)
 {
+    // A suffix is searched for its end no further than it could fit.
     const std::size_t length = strnlen(suffix, p[0] + std::size_t{1});
     if (length > p[0]) {
         return 0;
     }
     const unsigned char* tail = p + 1 + p[0] - length;
+    // Only p is folded, because the suffix is promised to be lower case: a capital in it never matches.
     for (std::size_t i = 0; i < length; ++i) {
         if (kz::LowerByte(tail[i]) != static_cast<unsigned char>(suffix[i])) {
             return 0;
@@ -185,7 +203,7 @@ int32 PStrInPStr(const unsigned char* p, int32 start, const unsigned char* sub)
 
 KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char* find, const char* replace)
 {
-    const PStrCopy copy(src);
+    const PStrCopy copy(src);  // dst may be src, and grows past what has been read
     const unsigned char* cursor = copy.text + 1;
     const unsigned char* end = cursor + copy.text[0];
     const std::size_t findLength = std::strlen(find);
@@ -197,6 +215,7 @@ KzBool PStrFindReplace(unsigned char* dst, const unsigned char* src, const char*
                            std::memcmp(cursor, find, findLength) == 0;
         const bool fits = match ? result.Append(replace, replaceLength) : result.Append(cursor, 1);
         if (!fits) {
+            // A result that is cut could be taken for a whole one, the name of another file for instance.
             dst[0] = 0;
             return 0;
         }
@@ -215,13 +234,14 @@ uInt32 PStrHash32(const unsigned char* p, KzBool ignoreCase)
         return HashText(p);
     }
     PStrCopy copy(p);
+    // The mapping can't fail, because text of up to 255 bytes is mapped on the stack.
     StrToUpper(copy.text + 1, copy.text[0]);
     return HashText(copy.text);
 }
 
 int32 PStrTerminateIfPossible(unsigned char* p)
 {
-    if (p[0] < kMaxCount) {
+    if (p[0] < kMostInPStr) {
         p[1 + p[0]] = 0;
     }
     return p[0];
@@ -229,13 +249,13 @@ int32 PStrTerminateIfPossible(unsigned char* p)
 
 int32 PStrNullTerminate(unsigned char* p)
 {
-    p[std::min<std::size_t>(p[0] + std::size_t{1}, kMaxCount)] = 0;
+    p[std::min<std::size_t>(p[0] + std::size_t{1}, kMostInPStr)] = 0;
     return p[0];
 }
 
 int32 CToPStr(const char* c, unsigned char* p)
 {
-    const std::size_t length = strnlen(c, kMaxCount);
+    const std::size_t length = strnlen(c, kMostInPStr);
     MoveBlock(c, p + 1, length);
     p[0] = static_cast<unsigned char>(length);
     return p[0];

@@ -40,13 +40,15 @@ public:
     enum SplitMode { kSplitKeepEmpty = 0, kSplitDropEmpty = 1 };
 
     // A hash of at most 28 bits, the same in each process, but for bytes from 0x80 up with ignoreCase, which puts each
-    // byte into upper case. It ends at the first NUL as well as at the length. Null hashes to 0.
+    // byte into upper case. It ends at the first NUL as well as at the length, so that a text has one hash whether its
+    // terminator was counted or not. Null hashes to 0.
     static uInt32 Hash(const char* bytes, uInt32 length, bool ignoreCase);
     static uInt32 Hash(const char* bytes, bool ignoreCase);
     static uInt32 Hash(const std::string& text, bool ignoreCase);
 
-    // -1, 0 or 1: by the first two characters that differ in lower case, bytes as unsigned, then by length. For wide
-    // text the C library's `tolower` maps what is a byte, and nothing else.
+    // -1, 0 or 1: by the first two characters that differ in lower case, bytes as unsigned, then by length: "a" is
+    // below "AB", and "_" below every letter. NULs are characters like others. For wide text the C library's `tolower`,
+    // in the locale of the call, maps what is a byte, and nothing else.
     static int32 CaseInsensitiveCompare(const char* a, std::size_t aLen, const char* b, std::size_t bLen);
     static int32 CaseInsensitiveCompare(const std::string& a, const std::string& b);
     static int32 CaseInsensitiveCompare(const wchar_t* a, std::size_t aLen, const wchar_t* b, std::size_t bLen);
@@ -56,7 +58,8 @@ public:
     static bool CaseInsensitiveEqual(const wchar_t* a, std::size_t aLen, const wchar_t* b, std::size_t bLen);
     static bool CaseInsensitiveEqual(const std::wstring& a, const std::wstring& b);
 
-    // Wide text ends at its first NUL.
+    // To narrow text. Wide text ends at its first NUL; that of a PStr, an LStr or a std::string is copied whole, NULs
+    // too, and not looked at: what is not UTF-8 stays as it is.
     static void ToNarrowString(const unsigned char* pstr, std::string& out);
     static void ToNarrowString(const LStr* text, std::string& out);
     static void ToNarrowString(const LStr* const* text, std::string& out);
@@ -81,7 +84,7 @@ public:
     static std::string ToNarrowString(const std::wstring& text);
     static std::string ToNarrowString(const std::string& text);
 
-    // NULs stay.
+    // To wide text, one character for each of UTF-8. NULs stay.
     static void ToWideString(const std::string& text, std::wstring& out);
     static void ToWideString(const unsigned char* pstr, std::wstring& out);
     static void ToWideString(const LStr* text, std::wstring& out);
@@ -100,7 +103,7 @@ public:
     static std::wstring ToWideString(LStr** text);
     static std::wstring ToWideString(const CFString* text);
 
-    // NULs stay. From narrow text it is a copy.
+    // To UTF-8, NULs too, which is what sets it apart from ToNarrowString. From narrow text it is a copy.
     static void ToUTF8String(const std::wstring& text, std::string& out);
     static void ToUTF8String(const std::string& text, std::string& out);
     static KzErr ToUTF8StringNoThrow(const std::wstring& text, std::string* out);
@@ -108,7 +111,8 @@ public:
     static std::string ToUTF8String(const std::wstring& text);
     static std::string ToUTF8String(const std::string& text);
 
-    // Into a buffer of 256 bytes; cut at 255 bytes, silently.
+    // Into a buffer of 256 bytes; cut at 255 bytes, silently, where the cut may part a character. A wide text that does
+    // not convert leaves an empty PStr.
     static void ToPStr(const std::string& text, unsigned char* out);
     static void ToPStr(const std::wstring& text, unsigned char* out);
     static KzErr ToPStrNoThrow(const std::string& text, unsigned char* out);
@@ -145,7 +149,8 @@ public:
     static const char* GetIconvUTF8EncodingString();
     static const char* GetCurrentPlatformIconvWideEncodingString();
 
-    // The standard operation; kzErrArgument for null, kzErrMemoryFull with the target as it was.
+    // The standard operation; kzErrArgument for a null target or text, kzErrMemoryFull with the target as it was. The
+    // text may be the target.
     static KzErr AppendNoThrow(std::string* target, const char* text);
     static KzErr AppendNoThrow(std::string* target, const std::string& text);
     static KzErr AppendNoThrow(std::wstring* target, const std::wstring& text);
@@ -153,11 +158,13 @@ public:
     static KzErr AssignNoThrow(std::string* target, const std::string& text);
     static KzErr AssignNoThrow(std::wstring* target, const std::wstring& text);
 
-    // A shared empty string, which is never destroyed.
+    // A shared empty string, for calls that return a reference. It is never destroyed, so that exit handlers may use
+    // it.
     static const std::string& EmptyNarrowString();
     static const std::wstring& EmptyWideString();
 
-    // Exact characters. A text shorter than the test gives false.
+    // Whether the text begins or ends so, in exactly these characters. A text shorter than the test gives false; each
+    // begins and ends with the empty one.
     static bool StartsWith(std::string_view text, std::string_view prefix);
     static bool StartsWith(std::string_view text, char first);
     static bool StartsWith(std::wstring_view text, std::wstring_view prefix);
@@ -179,23 +186,25 @@ public:
     static void ToLowerCase(std::string& text);
     static void ToLowerCase(std::wstring& text);
 
-    // Removes spaces and tabs from the ends that the TrimMode names.
+    // Removes spaces and tabs, but no line breaks, from the ends that the TrimMode names.
     static void Trim(std::string& text, int32 mode);
     static void Trim(std::wstring& text, int32 mode);
 
     // The texts between the characters of `delimiters`: n of them in the text make n + 1 items, an empty text makes
-    // one. With kSplitDropEmpty the empty ones are left out; any other mode keeps them.
+    // one. With kSplitDropEmpty the empty ones are left out; any other mode keeps them. ",a;b" at ",;" makes "", "a"
+    // and "b", or the last two of them. `out` is replaced.
     static void Split(const std::string& text, const std::string& delimiters, std::vector<std::string>& out,
                       int32 mode);
     static void Split(const std::wstring& text, const std::wstring& delimiters, std::vector<std::wstring>& out,
                       int32 mode);
 
-    // The items with the separator between them.
+    // The items with the separator between them; no items make an empty text. `out` is replaced, and may be the
+    // separator or an item.
     static void Join(const std::vector<std::string>& items, const std::string& separator, std::string& out);
     static void Join(const std::vector<std::wstring>& items, const std::wstring& separator, std::wstring& out);
 
-    // Puts `replace` in the place of each `find`, from left to right, without looking at what it has put there. A null
-    // text and an empty `find` do nothing.
+    // Puts `replace` in the place of each `find`, from left to right, without looking at what it has put there: "aa" in
+    // the place of "a" doubles each. A null text and an empty `find` do nothing.
     static void SearchAndReplace(std::string* text, const std::string& find, const std::string& replace);
     static void SearchAndReplace(std::wstring* text, const std::wstring& find, const std::wstring& replace);
 
@@ -203,8 +212,8 @@ public:
     static void RemoveLineComments(std::string& text, const std::string& marker);
     static void RemoveLineComments(std::wstring& text, const std::wstring& marker);
 
-    // Removes from each open marker to the end of the next close marker. One that is not closed stays, with all that
-    // follows. An empty open marker is none.
+    // Removes from each open marker to the end of the next close marker; comments don't nest. One that is not closed
+    // stays, with all that follows. An empty open marker is none; an empty close marker removes the open ones alone.
     static void RemoveBlockComments(std::string& text, const std::string& open, const std::string& close);
     static void RemoveBlockComments(std::wstring& text, const std::wstring& open, const std::wstring& close);
 
@@ -212,7 +221,8 @@ public:
     static bool IsSurroundedByQuotes(const std::string& text);
     static bool IsSurroundedByQuotes(const std::wstring& text);
 
-    // A PStr made from a string, for as long as the converter lives.
+    // A PStr made from a string as by ToPStr, for as long as the converter lives: `Str255Converter(text).String()` in
+    // the argument of a call. The PStr may be written to.
     class KZ_EXPORT Str255Converter {
     public:
         explicit Str255Converter(const std::string& text);
@@ -224,7 +234,9 @@ public:
     };
 };
 
-// Fills the case tables, from 0x80 up, from the C locale in force when it starts. They stay when it stops.
+// Fills the case tables, from 0x80 up, from the C locale in force when it starts. They stay when it stops. A host that
+// sets its locale does so before the start, because hashes and orders made earlier may differ from later ones. In
+// locales of UTF-8, where no such byte has case, nothing changes.
 class StringUtilsLocaleCache_Service : public PlainService_T<StringUtilsLocaleCache_Service> {
     friend KZ_GammaPolicy<StringUtilsLocaleCache_Service>;
 

@@ -1,5 +1,10 @@
-// The conversions of StringUtils. Wide text goes to UTF-8 by iconv and to narrow by `wcstombs`; narrow text, which is
-// UTF-8, goes to wide by our own decoder, and by iconv where that finds a fault.
+// The conversions of StringUtils. Wide text goes to UTF-8 by iconv and to narrow by `wcstombs`, which differ in that
+// the second ends at a NUL. Narrow text, which is UTF-8, goes to wide by our own decoder, which is several times as
+// fast as iconv; where the decoder finds a fault, iconv starts afresh, because what becomes of the fault, and what is
+// reported, is iconv's to say.
+//
+// Every conversion exists in three forms: one that throws, one that doesn't, and one that returns the result. Below
+// each is written once, as an overload of Convert, and the public calls choose the form around it.
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -11,6 +16,8 @@
 #include <type_traits>
 
 #include "HandleText.h"
+#include "KzAssert.h"
+#include "Literals.h"
 #include "MemoryManager.h"
 #include "NeverDestroyed.h"
 #include "PlatformConvert.h"
@@ -24,6 +31,7 @@ namespace {
 
 constexpr char kModule[] = "source/StringUtils";
 
+// The bytes may be null for a length of 0.
 void Assign(std::string& out, const unsigned char* bytes, std::size_t length)
 {
     out.assign(reinterpret_cast<const char*>(bytes), length);
@@ -84,10 +92,11 @@ private:
 KzErr WideToNarrow(const std::wstring& text, std::string& out)
 {
     out.clear();
+    // Measured first, because a text that can't be converted would else be found out half-way.
     const locale_t locale = kz::Utf8Locale();
     const std::size_t size = kz::WideToUtf8Size(text.c_str(), locale);
     if (size == static_cast<std::size_t>(-1)) {
-        const int why = errno;
+        const int why = errno;  // before the report, which may change it
         KZ_REPORT(kDbgWarning, 0x2C81F05B) << "wcstombs failed: " << why;
         return kzErrArgument;
     }
@@ -103,11 +112,13 @@ KzErr WideToNarrow(const std::wstring& text, std::string& out)
 // `out` has what was converted, or nothing after an error.
 KzErr Iconv(kz::IconvPair pair, const char* bytes, std::size_t size, std::string& out)
 {
+    // The room is enough both ways: a byte makes one character at most, and a character of four bytes four at most.
     const bool widens = pair == kz::IconvPair::kUtf8ToWide;
     const kz::IconvResult result = kz::ConvertByIconv(pair, bytes, size, widens ? sizeof(wchar_t) : 1, out);
     if (result == kz::IconvResult::kDone) {
         return kzErrNone;
     }
+    // What was converted before the fault goes too: it could be taken for the whole text.
     out.clear();
     if (result == kz::IconvResult::kNoConverter) {
         return kzErrMemoryFull;
@@ -240,7 +251,8 @@ const char* StringUtils::GetCurrentPlatformIconvWideEncodingString()
 
 KzErr StringUtils::iconv_UTF8ToWideString(const std::string& text, std::wstring& out)
 {
-    // Well-formed text, which iconv makes nothing else of, takes the short way.
+    // Well-formed text, which iconv makes nothing else of, takes the short way, in room for as many characters as it
+    // has first bytes.
     const unsigned char* at = reinterpret_cast<const unsigned char*>(text.data());
     const unsigned char* const end = at + text.size();
     out.resize(kz::CountUtf8Starts(at, end));
@@ -249,9 +261,11 @@ KzErr StringUtils::iconv_UTF8ToWideString(const std::string& text, std::wstring&
     if (at == end) {
         return kzErrNone;
     }
+    // iconv writes bytes, which become characters by a copy, since a string of bytes needs no alignment for them.
     std::string bytes;
     out.clear();
     const KzErr error = Iconv(kz::IconvPair::kUtf8ToWide, text.data(), text.size(), bytes);
+    KZ_ASSERT(bytes.size() % sizeof(wchar_t) == 0);
     out.resize(bytes.size() / sizeof(wchar_t));
     std::memcpy(out.data(), bytes.data(), out.size() * sizeof(wchar_t));
     return error;
@@ -481,7 +495,7 @@ std::string StringUtils::ToUTF8String(const std::string& text)
 
 void StringUtils::ToPStr(const std::string& text, unsigned char* out)
 {
-    const std::size_t length = std::min<std::size_t>(text.size(), 255);
+    const std::size_t length = std::min(text.size(), kz::kMostInPStr);
     text.copy(reinterpret_cast<char*>(out + 1), length);
     out[0] = static_cast<unsigned char>(length);
 }
@@ -498,6 +512,7 @@ KzErr StringUtils::ToPStrNoThrow(const std::string& text, unsigned char* out)
 
 KzErr StringUtils::ToPStrNoThrow(const std::wstring& text, unsigned char* out)
 {
+    // A text that doesn't convert leaves an empty PStr, like the form that drops the code.
     std::string narrow;
     const KzErr error = out == nullptr ? kzErrArgument : ToNarrowStringNoThrow(text, &narrow);
     if (out != nullptr) {
@@ -508,6 +523,8 @@ KzErr StringUtils::ToPStrNoThrow(const std::wstring& text, unsigned char* out)
 
 void StringUtils::ToLStrHandle(const std::string& text, LStr**& out)
 {
+    // The memory manager's failure becomes the exception that a standard string throws, which the form that throws
+    // nothing turns back into a code.
     const std::size_t length = text.size();
     if (length > static_cast<std::size_t>(std::numeric_limits<int32>::max()) ||
         DSSetHandleSizeOrNewHandle(&out, length + sizeof(int32)) != kzErrNone) {
@@ -580,10 +597,12 @@ KzErr StringUtils::ToLStrArrayHandleNoThrow(const std::vector<std::string>& text
     if (texts.size() > static_cast<std::size_t>(std::numeric_limits<int32>::max())) {
         return kzErrMemoryFull;
     }
+    // The new array is made beside the old one, so that a failure leaves *out as it was: whichever of the two isn't
+    // kept in the end is disposed.
     _LStrArray** made = nullptr;
     KzErr error = ReallocLStrArrayHandle(&made, static_cast<int32>(texts.size()));
     for (std::size_t i = 0; i < texts.size() && error == kzErrNone; ++i) {
-        if (!texts[i].empty()) {
+        if (!texts[i].empty()) {  // an empty text is null in an array
             error = ToLStrHandleNoThrow(texts[i], &(*made)->str[i]);
         }
     }
@@ -602,6 +621,7 @@ KzErr StringUtils::ToCFStringNoThrow(const std::wstring& text, AutoCFString* out
         if (error != kzErrNone) {
             return error;
         }
+        // iconv's result is valid, so that only memory can lack. The old text goes once the new one is whole.
         auto made = std::make_unique<CFString>();
         if (made->SetUtf8(reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size()) != CFString::kDone) {
             return kzErrMemoryFull;

@@ -1,13 +1,20 @@
-// The operations of StringUtils on whole texts, each once for narrow and wide.
+// The operations of StringUtils on whole texts. Each is a template that is written once, and two public calls for
+// narrow and wide text; what differs between the two is MapCharacter alone.
+//
+// A call may be given parts of its own target: a separator that is one of the items, a marker that is the text itself.
+// So results are made beside their sources and swapped in at the end, which also leaves the target as it was when
+// memory is full.
 #include <algorithm>
 #include <cctype>
 #include <cwchar>
 
+#include "KzAssert.h"
 #include "StringUtils.h"
 
 namespace {
 
-// What the C library's byte mappings make of a character. They know 0 to 255; other values of wide text are their own.
+// What the C library's byte mappings make of a character. They know 0 to 255, and anything else would read outside
+// their tables; other values of wide text are their own.
 template <typename Mapping>
 char MapCharacter(char c, Mapping mapping)
 {
@@ -20,6 +27,7 @@ wchar_t MapCharacter(wchar_t c, Mapping mapping)
     return c >= 0 && c <= 0xFF ? static_cast<wchar_t>(mapping(static_cast<int>(c))) : c;
 }
 
+// The C library's functions under names that a template can take: their own are overloaded in C++.
 int ToUpperC(int c)
 {
     return std::toupper(c);
@@ -38,6 +46,7 @@ void MapText(Text& text, Mapping mapping)
     }
 }
 
+// As kz::FirstFoldedDifference, which knows bytes.
 std::size_t FirstFoldedDifference(const wchar_t* a, const wchar_t* b, std::size_t n)
 {
     std::size_t i = 0;
@@ -47,11 +56,11 @@ std::size_t FirstFoldedDifference(const wchar_t* a, const wchar_t* b, std::size_
     return i;
 }
 
-// The results below are made beside their sources, any of which may be part of the target, and swapped in.
-
 template <typename Text>
 void SplitText(const Text& text, const Text& delimiters, std::vector<Text>& out, int32 mode)
 {
+    // The end of the text closes the last item like a delimiter. A delimiter that is the last character therefore opens
+    // one more item, which is empty.
     std::vector<Text> items;
     std::size_t start = 0;
     for (;;) {
@@ -92,9 +101,11 @@ void Rewrite(Text& text, const Text& replacement, Next next)
         if (place == Text::npos) {
             break;
         }
+        KZ_ASSERT(place >= start && end > place && end <= text.size());  // each turn gets on
         result.append(text, start, place - start).append(replacement);
         start = end;
     }
+    // Where nothing was found, the text is left alone instead of copied.
     if (start > 0) {
         result.append(text, start);
         text.swap(result);
@@ -102,8 +113,8 @@ void Rewrite(Text& text, const Text& replacement, Next next)
 }
 
 struct Stretch {
-    std::size_t place;
-    std::size_t end;
+    std::size_t place;  // npos: there is none
+    std::size_t end;    // behind its last character, which is above `place`
 };
 
 template <typename Text>
@@ -112,7 +123,7 @@ void Replace(Text* text, const Text& find, const Text& replace)
     if (text != nullptr && !find.empty()) {
         Rewrite(*text, replace, [&](std::size_t start) {
             const std::size_t place = text->find(find, start);
-            return Stretch{place, place + find.size()};
+            return Stretch{place, place + find.size()};  // the end of npos means nothing
         });
     }
 }
@@ -120,6 +131,7 @@ void Replace(Text* text, const Text& find, const Text& replace)
 template <typename Text>
 void RemoveLineCommentsOf(Text& text, const Text& marker)
 {
+    // The line break is not part of the comment, so that the lines that follow keep their numbers.
     static constexpr typename Text::value_type kBreaks[] = {'\r', '\n', 0};
     if (!marker.empty()) {
         Rewrite(text, Text(), [&](std::size_t start) {
@@ -137,6 +149,8 @@ void RemoveBlockCommentsOf(Text& text, const Text& open, const Text& close)
     if (!open.empty()) {
         Rewrite(text, Text(), [&](std::size_t start) {
             const std::size_t place = text.find(open, start);
+            // The end is sought behind the whole open marker, so that "/*/" opens a comment and doesn't close it. One
+            // that isn't closed is none, and nothing behind it is looked at.
             const std::size_t end = place == Text::npos ? place : text.find(close, place + open.size());
             return end == Text::npos ? Stretch{end, end} : Stretch{place, end + close.size()};
         });
@@ -148,13 +162,14 @@ void TrimText(Text& text, int32 mode)
 {
     static constexpr typename Text::value_type kBlanks[] = {' ', '\t', 0};
     if ((mode & StringUtils::kTrimRight) != 0) {
-        text.erase(text.find_last_not_of(kBlanks) + 1);
+        text.erase(text.find_last_not_of(kBlanks) + 1);  // npos + 1 is 0: all of it is blank
     }
     if ((mode & StringUtils::kTrimLeft) != 0) {
         text.erase(0, std::min(text.find_first_not_of(kBlanks), text.size()));
     }
 }
 
+// A length of 0 stands for the whole text, here and below.
 template <typename Text>
 Text LeftOf(const Text& text, std::size_t n)
 {
@@ -167,6 +182,7 @@ Text RightOf(const Text& text, std::size_t n)
     return n == 0 || n >= text.size() ? text : text.substr(text.size() - n);
 }
 
+// A text of one quote begins and ends with it.
 template <typename Text>
 bool IsQuoted(const Text& text)
 {

@@ -24,13 +24,15 @@ constexpr bool StartsNoCharacter(unsigned char lead)
     return (lead >= 0x80 && lead < 0xC2) || lead > 0xF4;
 }
 
-// What to move on by where no well-formed character stands.
+// What to move on by where no well-formed character stands: at least 1, so that every walk over a text ends.
 std::ptrdiff_t MalformedLength(const unsigned char* bytes, const unsigned char* end)
 {
+    KZ_ASSERT(bytes < end);
     const std::ptrdiff_t length = SequenceLength(bytes[0]);
     if (length > end - bytes) {
         return end - bytes;
     }
+    // A byte that breaks the sequence off may itself begin a sound character, so only the lead is given up then.
     const bool continues = std::all_of(bytes + 1, bytes + length, IsUtf8Continuation);
     return continues || StartsNoCharacter(bytes[0]) ? length : 1;
 }
@@ -40,7 +42,7 @@ std::ptrdiff_t MalformedLength(const unsigned char* bytes, const unsigned char* 
 uInt32 ConvertUTF8toUTF32(const unsigned char** cursor, const unsigned char* end)
 {
     const unsigned char* const bytes = *cursor;
-    if (bytes >= end) {
+    if (bytes >= end) {  // NextBytes asks for a byte at least
         return 0;
     }
     uInt32 value = 0;
@@ -63,6 +65,7 @@ KzBool ConvertUTF32toUTF8(const uInt32** source, const uInt32* sourceEnd, unsign
         if (replaced) {
             value = kz::kReplacementCharacter;
         }
+        // *source stays at a value that has no room, so that the caller can go on from there in another buffer.
         if (targetEnd - *target < static_cast<std::ptrdiff_t>(kz::Utf8Size(value))) {
             return 0;
         }

@@ -11,6 +11,7 @@
 
 namespace kz {
 
+// What stands in a text for a character that can't be told.
 inline constexpr uInt32 kReplacementCharacter = 0xFFFD;
 inline constexpr uInt32 kLastCodePoint = 0x10FFFF;
 
@@ -25,6 +26,7 @@ constexpr std::size_t Utf8Size(uInt32 value)
 inline unsigned char* EncodeUtf8(uInt32 value, unsigned char* out)
 {
     KZ_ASSERT(value <= kLastCodePoint);
+    // The lead has the bits on top, marked by as many ones as there are bytes; each byte that follows has six more.
     const auto lead = [value](uInt32 mark, int shift) { return static_cast<unsigned char>(mark | value >> shift); };
     const auto next = [value](int shift) { return static_cast<unsigned char>(0x80 | (value >> shift & 0x3F)); };
     switch (Utf8Size(value)) {
@@ -49,6 +51,8 @@ inline unsigned char* EncodeUtf8(uInt32 value, unsigned char* out)
     return out;
 }
 
+// Whether a byte continues a character. Of all bytes exactly these can't be the first one of a character, which lets a
+// walk find the start of a character from any byte within it.
 constexpr bool IsUtf8Continuation(unsigned char c)
 {
     return (c & 0xC0) == 0x80;
