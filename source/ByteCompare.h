@@ -131,7 +131,7 @@ inline ByteBlock AsciiFoldedDifference(ByteBlock a, ByteBlock b)
     return (a ^ b) & ~(isLetter & 0x20);
 }
 
-// From this length on wider blocks pay.
+// From this length on wider blocks pay for the call that they need.
 inline constexpr std::size_t kLongText = 64;
 
 // As AsciiFoldedBytes, by the widest blocks that the processor has: a whole number of such blocks from the start, of

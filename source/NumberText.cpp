@@ -24,6 +24,7 @@
 
 namespace {
 
+// Reports name the module of formatted printing, because the text of numbers is part of it for those who read them.
 constexpr char kModule[] = "source/StringFmtPrint";
 
 constexpr unsigned kMostBase = 36;  // ten digits and as many letters as there are
@@ -320,6 +321,7 @@ private:
         return value;
     }
 
+    // Stops at the first eight bytes that are not all digits, which TakeIn then reads one by one.
     template <typename Work>
     Work TakeEightBits(const unsigned char* end)
     {

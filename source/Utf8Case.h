@@ -1,4 +1,4 @@
-// The case of UTF-8 text, mapped from one place to another without memory of its own.
+// The case of UTF-8 text, mapped from one place to another without memory of its own, so that it can't fail.
 #ifndef KZCORE_UTF8CASE_H
 #define KZCORE_UTF8CASE_H
 

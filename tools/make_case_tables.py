@@ -20,8 +20,10 @@ HEAD = """\
 
 namespace kz {{
 
-// Each step-th character from first to last is moved by delta, the step being 1 or 2. With step 0 each becomes several
-// characters: those of the expansion with the index delta for the first, and so on.
+// Each step-th character from first to last is moved by delta, the step being 1 or 2: {{0x61, 0x7A, 1, -32}} makes
+// capitals of the 26 letters of ASCII; with step 2, where small letters stand between capitals, every other character
+// is moved. With step 0 each becomes several characters: those of the expansion with the index delta for the first, and
+// so on. What stands in no range maps to itself.
 struct CaseRange {{
     uInt32 first;
     uInt32 last;
@@ -34,7 +36,8 @@ struct CaseExpansion {{
     char16_t to[3];
 }};
 
-// The ranges are in ascending order. No mapping leads out of the plane of 0x10000 characters that it starts in.
+// The ranges are in ascending order and don't overlap. No mapping leads out of the plane of 0x10000 characters that it
+// starts in, so that a character takes as many UTF-16 units before as after, each of its expansion one.
 // clang-format off
 """
 TAIL = """\
