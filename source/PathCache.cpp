@@ -3,6 +3,8 @@
 // it is an object like any other.
 #include "PathCache.h"
 
+#include "Literals.h"
+
 CachedPath::~CachedPath()
 {
     mValue.AssignElement(nullptr, PathRef::kTakeReference, mAccepted);
@@ -10,7 +12,7 @@ CachedPath::~CachedPath()
 
 bool CachedPath::IsA(const char* className) const
 {
-    return SameText(className, ClassName()) || PathCachedItem::IsA(className);
+    return kz::SameText(className, ClassName()) || PathCachedItem::IsA(className);
 }
 
 void CachedPath::ResetPath(const PathRef& value, int32 ttl)

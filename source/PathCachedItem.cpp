@@ -7,6 +7,9 @@
 #include "PathCachedItem.h"
 
 #include "HiResClock.h"
+#include "Literals.h"
+
+using kz::SameText;
 
 namespace {
 

@@ -6,7 +6,6 @@
 #ifndef KZCORE_PATHCACHEDITEM_H
 #define KZCORE_PATHCACHEDITEM_H
 
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -41,10 +40,6 @@ public:
     virtual int32 Rotten() const;
     // Called by the cache as it takes the item.
     virtual void Accepted() {}
-
-protected:
-    // For IsA. A null name is nobody's.
-    static bool SameText(const char* a, const char* b) { return a != nullptr && std::strcmp(a, b) == 0; }
 
 private:
     uInt32 mExpiry;  // on the clock of MilliSecs, which wraps

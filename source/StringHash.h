@@ -25,8 +25,8 @@ uInt32 HashOf(const unsigned char* bytes, std::size_t length, const ValueOf& val
 }
 
 // The hash of a text up to its first NUL, so that it hashes alike with and without what follows its terminator. Each
-// byte counts as `map` gives it, as a signed number; the sum wraps. The map is a functor rather than a function, because
-// a call through a pointer would cost more than the hash.
+// byte counts as `map` gives it, as a signed number; the sum wraps. The map is a functor rather than a function,
+// because a call through a pointer would cost more than the hash.
 template <typename Map>
 uInt32 HashOfMappedText(const char* bytes, std::size_t length, const Map& map)
 {
