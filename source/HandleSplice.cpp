@@ -12,6 +12,12 @@ constexpr std::size_t kMostAside = 4096;
 
 }  // namespace
 
+KzErr ResizeForSplice(void* variable, std::size_t end, const void* from, std::size_t at, std::size_t size)
+{
+    KZ_ASSERT(at <= end && size <= end - at);
+    return ResizeOrNewHandle("DSSetHandleSize", variable, BySize(end), {from, at, size});
+}
+
 // A part that is short is kept aside, so that the other one moves in one piece: std::rotate would touch each byte more
 // than once, which costs a multiple in front of a long list.
 void TurnBytes(unsigned char* begin, unsigned char* middle, unsigned char* end)

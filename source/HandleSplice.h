@@ -29,21 +29,27 @@ struct Splice {
     std::size_t End() const { return used + before + size + behind; }
 };
 
-// Puts the bytes behind the used ones. The handle in the variable gets a block that ends there, unless they fit and the
-// fit keeps spare room; a null variable gets a new handle. The error of DSSetHandleSize, which reports it: the block is
-// as it was then. Requires the sum of the sizes to be no more than a size can hold. Inlined, because appending a single
-// byte to a block with room is a hot call.
-inline KzErr SpliceBehind(void* variable, const Splice& splice, Fit fit)
+// The part of SpliceBehind that resizes, to a block of `end` bytes. Its arguments are single ones and the call stands
+// out of line because the requests that it makes of them would burden each append that needs no resize.
+KzErr ResizeForSplice(void* variable, std::size_t end, const void* from, std::size_t at, std::size_t size);
+
+// Puts the bytes behind the used ones. The handle in the variable, of whatever type, gets a block that ends there,
+// unless they fit and the fit keeps spare room; a null one is replaced by a new handle. The error of DSSetHandleSize,
+// which reports it: the block is as it was then. Requires the sum of the sizes to be no more than a size can hold.
+//
+// Inlined, because appending a single byte to a block with room is a hot call.
+template <typename Handle>
+KzErr SpliceBehind(Handle* variable, const Splice& splice, Fit fit)
 {
     KZ_ASSERT(variable != nullptr);
     KZ_ASSERT(splice.from != nullptr || splice.size == 0);
     KZ_ASSERT(splice.size <= std::numeric_limits<std::size_t>::max() - (splice.End() - splice.size));
     const std::size_t at = splice.used + splice.before;
     if (fit == Fit::kKeepSpareRoom && splice.block >= splice.End()) {
-        MoveBlock(splice.from, DataOf(LoadVariable(variable)) + at, splice.size);
+        MoveBlock(splice.from, DataOf(*variable) + at, splice.size);
         return kzErrNone;
     }
-    return ResizeOrNewHandle("DSSetHandleSize", variable, BySize(splice.End()), {splice.from, at, splice.size});
+    return ResizeForSplice(variable, splice.End(), splice.from, at, splice.size);
 }
 
 // Exchanges the bytes before `middle` with those from there to `end`, which brings what was spliced behind into place,

@@ -53,7 +53,7 @@ Block BlockOf(LStr* const* handle)
 }
 
 // Puts n bytes behind the block's text, which ends there afterwards. Makes the handle where there is none.
-KzErr PutBehind(LStr*** handle, const Block& block, const void* bytes, std::size_t n, Fit fit)
+KzErr PutBehind(LStr*** handle, Block block, const void* bytes, std::size_t n, Fit fit)
 {
     KZ_ASSERT(handle != nullptr && block.count >= 0);
     KZ_ASSERT(block.count == 0 || kCountSize + static_cast<std::size_t>(block.count) <= block.size);
