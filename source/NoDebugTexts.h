@@ -17,6 +17,7 @@ public:
     static bool Lives() { return tLives; }
 
 private:
+    // Of the thread rather than of all, because other threads' paths keep their texts meanwhile.
     static inline constinit thread_local bool tLives = false;
 };
 

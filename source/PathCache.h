@@ -13,11 +13,14 @@ public:
     CachedPath(const PathRef& value, int32 ttl, RelationToMetaData relation)
         : PathCachedItem(ttl, relation), mValue(value)
     {}
+    // Lets the path go, without taking the tree's lock once a cache has the item.
     ~CachedPath() override;
     static const char* ClassName() { return "CachedPath"; }
     bool IsA(const char* className) const override;
     int32 Size() const override { return 40; }
+    // The tree's lock is held by the cache from here on.
     void Accepted() override { mAccepted = true; }
+    // For the cache's visitor, under the cache's lock; a copy that is made of it may leave the lock.
     const PathRef& Get() const { return mValue; }
     // Changes the path and starts the time to live anew.
     void ResetPath(const PathRef& value, int32 ttl);

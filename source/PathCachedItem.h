@@ -32,18 +32,18 @@ public:
     virtual bool Expired() const;
     // True if a change of the file's metadata makes the item wrong.
     virtual bool Invalidate() const;
-    // Starts the time to live anew.
+    // Starts the time to live anew, with `ttl` as in the constructor.
     virtual void Reset(int32 ttl);
-    // Bytes, for accounting.
+    // Bytes, for the accounts of PathRef::MemorySize and of what a flush gives back.
     virtual int32 Size() const;
-    // How far past its expiry the item is, 0 before.
+    // How many milliseconds past its expiry the item is, 0 before.
     virtual int32 Rotten() const;
-    // Called by the cache as it takes the item.
+    // Called by the cache as it takes the item, with the cache's lock held; from here on the item is the cache's.
     virtual void Accepted() {}
 
 private:
-    uInt32 mExpiry;  // on the clock of MilliSecs, which wraps
-    bool mInvalidate;
+    uInt32 mExpiry;    // on the clock of MilliSecs, which wraps
+    bool mInvalidate;  // what Invalidate says
 };
 
 // The items that keep one value. Their classes are told apart by name, so a look-up gives a value only to who asks for
@@ -96,6 +96,7 @@ namespace PathRefPrivate {
 // Whether there was a file at the path when somebody looked, and of which kind.
 class KZ_EXPORT CachedPathFlavor final : public PathCachedItem {
 public:
+    // A look-up that finds no item gives kAbsent too; its `found` tells the two apart.
     enum Flavor : int32 { kAbsent = 0, kFile = 1, kDirectory = 2 };
 
     CachedPathFlavor(Flavor flavor, int32 ttl, RelationToMetaData relation)

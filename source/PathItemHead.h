@@ -11,10 +11,12 @@ class PathItemElement;
 
 namespace kz {
 
+// The number of references and the number of components. An element begins with its head.
 class PathItemHead {
 public:
     // Components: 0 at a base, else the parent's plus 1. Constant while the element is referenced.
     int32 Count() const { return mCount; }
+    // At this moment; other threads may change it at any time.
     int32 ReferenceCount() const { return mReferenceCount.load(std::memory_order_relaxed); }
 
     // Adds a reference; by a holder of one, or with the tree's lock held. Relaxed because the holder's reference keeps
@@ -39,7 +41,7 @@ private:
     friend class ::PathItemElement;
 
     std::atomic<int32> mReferenceCount{0};  // from paths, the two tables, and one from each child
-    int32 mCount = 0;
+    int32 mCount = 0;                       // set while the element is claimed, before anybody else knows it
 };
 
 static_assert(std::atomic<int32>::is_always_lock_free, "path counts are lock-free by contract");

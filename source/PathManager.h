@@ -14,8 +14,8 @@
 
 KZ_EXTERN_C_BEGIN
 
-// File names compare without case: the first `n` bytes of C strings, whole C strings; FileNameEqual of StringPStr.h
-// compares counted strings.
+// True if the file names are equal. File names compare without case: the first `n` bytes of C strings, whole C strings;
+// FileNameEqual of StringPStr.h compares counted strings.
 KZ_EXPORT KzBool FileNameNEqual(const char* a, const char* b, int32 n);
 KZ_EXPORT KzBool FileNameCStrEqual(const char* a, const char* b);
 

@@ -12,16 +12,19 @@
 
 namespace kz {
 
-// Holds no references: the last element must be referenced for as long as this lives.
+// The elements are constant while they are referenced, so no lock is needed. Holds no references: the last element must
+// be referenced for as long as this lives.
 class PathNames {
 public:
     // The last `count` components of the path that ends at `last`. Takes memory above 32, and throws std::bad_alloc
     // without it.
     PathNames(const PathItemElement* last, int32 count);
+    // All components of the path.
     explicit PathNames(const PathItemElement& last) : PathNames(&last, last.Count()) {}
     PathNames(const PathNames&) = delete;
     PathNames& operator=(const PathNames&) = delete;
 
+    // As many as were asked for.
     int32 Count() const { return mCount; }
     // What the first component hangs from. Null if the chain is shorter than its count says; there are no names then.
     const PathItemElement* Above() const { return mAbove; }
@@ -38,10 +41,10 @@ private:
     static constexpr int32 kInPlace = 32;
 
     const int32 mCount;
-    const PathItemElement* mAbove;  // while the names are collected: the one to be taken next
-    const PathItemElement* mPlace[kInPlace];
+    const PathItemElement* mAbove;                    // while the names are collected: the one to be taken next
+    const PathItemElement* mPlace[kInPlace];          // not set beyond mCount
     std::unique_ptr<const PathItemElement*[]> mMore;  // for a count above kInPlace
-    const PathItemElement** mElements = mPlace;
+    const PathItemElement** mElements = mPlace;       // mPlace or mMore
 };
 
 }  // namespace kz

@@ -27,6 +27,7 @@ public:
         }
     }
 
+    // Whether the two are one name to the policy.
     bool AreEqual(const std::string& a, const std::string& b) const
     {
         return mIsExact ? a == b : StringUtils::CaseInsensitiveEqual(a, b);
@@ -46,6 +47,7 @@ private:
     const bool mIsExact;
 };
 
+// What two paths have in common, from the base on.
 struct CommonPrefix {
     KzErr err;         // kzErrArgument: different bases; kzErrCorrupt: a broken chain. The rest then means nothing.
     int32 count;       // leading components in common
@@ -53,7 +55,8 @@ struct CommonPrefix {
     const PathItemElement* element;  // the common prefix itself
 };
 
-// Names compare by the policy. The result lives as long as the two paths' elements.
+// Names compare by the policy. A path without components has none in common with any other, whatever their bases; with
+// names on both sides, different bases are kzErrArgument. The result lives as long as the two paths' elements.
 CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy);
 
 // As PathRef::Equals; null is not a path. Inline because PathRef's member is the one caller in a hot path, where a call

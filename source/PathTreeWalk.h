@@ -26,11 +26,13 @@ public:
     // Goes to the child of exactly this name. kzErrArgument without an element, kzErrMemoryFull.
     KzErr Child(std::string_view name) KZ_REQUIRES(PathItemElement::mMutex);
     // Goes on by PathRef::Append's rules for ".", ".." and the empty name. Errors as Child.
+    // May reach an ancestor of the start, which the start's reference keeps alive as well.
     KzErr Append(std::string_view name) KZ_REQUIRES(PathItemElement::mMutex);
     // The element reached, with one reference for the caller. Ends the walk's use; the lock stays until destruction.
     PathItemElement* Take();
 
 private:
+    // The lock as it was taken. A walk while paths are not up has none, and then nothing to walk on either.
     ThMutex const mMutex;
     PathItemElement* mCurrent;
     bool mOwned = false;  // mCurrent carries a reference of the walk's own

@@ -14,7 +14,7 @@ struct PathTypes {
     // path has one from which nothing valid hangs.
     enum PathBase : int32 { kAbsolute = 0, kRelative = 1, kUNC = 2, kNotAPath = 3, kNullPath = 4 };
 
-    // How two names compare, and whether Compare orders paths of different bases.
+    // How two names compare, byte for byte or without case, and whether Compare orders paths of different bases.
     enum ComparePolicy : int32 {
         kComparePlatform = 0,         // without case; different bases give -1
         kCompareExact = 1,            // byte for byte; bases are ordered
@@ -33,10 +33,11 @@ inline constexpr char kUnixForm[] = "pathref_unix";
 
 }  // namespace kz
 
-// Where a cache look-up goes on when the element itself has no such item.
+// Where a cache look-up goes on when the element itself has no such item: to its ancestors up to the base, nowhere, or
+// to all below, depth first.
 enum PathSearchDirection : int32 { kSearchAncestors = 0, kSearchThisOnly = 1, kSearchDescendants = 2 };
 
-// What a flush of an element's cache removes.
+// What a flush of an element's cache removes. PathRef::FlushCache is kFlushMetaDataAndOld.
 enum PathFlushMethod : int32 {
     kFlushAll = 0,             // every item
     kFlushMetaDataAndOld = 1,  // items that depend on the file's metadata, and expired ones
