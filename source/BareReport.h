@@ -10,6 +10,5 @@
 
 #define KZ_REPORT_TEXT(level, hash, text) \
     (::DebugOutputCallHandler(kModule, __LINE__, KZCORE_VERSION_ID, (level), (hash), (text), 0))
-#define KZ_LOG_TEXT(level, text) (::DebugOutputCallHandler(kModule, __LINE__, KZCORE_VERSION_ID, (level), 0, (text), 0))
 
 #endif

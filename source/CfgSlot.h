@@ -2,7 +2,9 @@
 #ifndef KZCORE_CFGSLOT_H
 #define KZCORE_CFGSLOT_H
 
-#include "CfgAccess.h"
+#include "KZTypes.h"
+
+class ConfigManager;
 
 namespace kz {
 

@@ -7,8 +7,8 @@
 #include <atomic>
 #include <cstring>
 
-#include "BareReport.h"
 #include "BoundedText.h"
+#include "KZVersion.h"
 #include "KzAssert.h"
 #include "PlatformDebugger.h"
 #include "StackChain.h"
@@ -187,7 +187,7 @@ int32 StopHere(const char* text)
     kz::BoundedText rest(report, sizeof report);
     rest.Append("StopHere: ");
     rest.Append(text);
-    KZ_LOG_TEXT(kDbgLog, report);
+    DebugOutputCallHandler(kModule, __LINE__, KZCORE_VERSION_ID, kDbgLog, 0, report, 0);
     return 0;
 }
 

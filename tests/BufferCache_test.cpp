@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "CfgAccess.h"
 #include "CfgSlot.h"
 #include "FaultLoop.h"
 #include "HandleLayout.h"

@@ -1,3 +1,4 @@
+#include "CfgAccess.h"
 #include "CfgSlot.h"
 
 #include <gtest/gtest.h>

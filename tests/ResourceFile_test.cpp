@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "CfgAccess.h"
 #include "CfgSlot.h"
 #include "FileManager.h"
 #include "JsonLines.h"
