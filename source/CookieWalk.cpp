@@ -54,6 +54,7 @@ const char* FreeChainFaultLocked(const MagicCookieJarRec* jar, const SlotCounts&
 
 }  // namespace
 
+// The walk goes on by the index, because the cookie may be gone and its slot in use again.
 uInt32 NextCookie(MagicCookieJarRec** jar, uInt32 cookie)
 {
     uInt32 next = 0;

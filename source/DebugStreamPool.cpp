@@ -14,11 +14,11 @@
 #include <atomic>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "KZApp.h"
 #include "KzAssert.h"
+#include "PthreadScopes.h"
 #include "StackChain.h"
 #include "StackDecoder.h"
 #include "zvexcept.h"
@@ -40,10 +40,10 @@ constinit std::atomic<int32> gFailedCheckouts{0};
 // Keeps each entry of the clash file whole, and the emptying of the file before all entries. The file is opened and
 // written under it, no more: the look-up of a name takes the loader's lock, which a thread that reports from a
 // library's constructor holds already.
-constinit std::mutex gClashLock;
+constinit kz::PthreadMutex gClashLock;
 
-// Set by a start, until a clash has emptied the file. Guarded by gClashLock.
-constinit bool gClashFileIsOld = true;
+// Set by a start, until a clash has emptied the file.
+constinit bool gClashFileIsOld KZ_GUARDED_BY(gClashLock) = true;
 
 // Set while this thread logs a clash: what it reports meanwhile, the host's answer included, would clash without end.
 // In static storage of the thread, because memory is short where it counts.
@@ -61,9 +61,8 @@ bool IsReleaseHost()
     return ((KZGetAppEditorVersion(nullptr) >> kStageShift) & kStageMask) == kReleaseStage;
 }
 
-// The clash file, for one entry; empty for the first after a start. Null when it can't be opened. Requires: gClashLock
-// is held.
-std::FILE* OpenClashFile()
+// The clash file, for one entry; empty for the first after a start. Null when it can't be opened.
+std::FILE* OpenClashFile() KZ_REQUIRES(gClashLock)
 {
     constexpr mode_t kReadWriteForAll = 0666;
     const int emptied = gClashFileIsOld ? O_TRUNC : 0;
@@ -103,7 +102,7 @@ std::string ClashEntry(const StackChain& stack, int32 failedCheckouts)
 // Appends one entry to the clash file, when it can be opened.
 void WriteClash(const char* entry)
 {
-    const std::lock_guard lock(gClashLock);
+    const kz::PthreadLocked lock(&gClashLock);
     const std::unique_ptr<std::FILE, FileCloser> file(OpenClashFile());
     if (file != nullptr) {
         std::fputs(entry, file.get());
@@ -178,7 +177,7 @@ void kz::CheckInDebugStreamBuffer(DebugStreamBufferPoolRecord* record)
 void kz::OpenDebugStreamPool()
 {
     {
-        const std::lock_guard lock(gClashLock);
+        const kz::PthreadLocked lock(&gClashLock);
         gClashFileIsOld = true;
     }
     gFailedCheckouts.store(0, std::memory_order_relaxed);

@@ -10,8 +10,8 @@
 #include <cstring>
 
 #include "ByteOrder.h"
-#include "KZPlacement.h"
 #include "SharedEndianizers.h"
+#include "StaticObject.h"
 #include "SwapArray.h"
 
 namespace {

@@ -2,6 +2,8 @@
 // takes the whole chain with one exchange, so no push can meet a record that was freed and allocated again.
 #include "KZPlacement.h"
 
+#include <atomic>
+
 namespace {
 
 constinit std::atomic<KZPlacementDeletor*> gNewestRecord{nullptr};

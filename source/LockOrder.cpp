@@ -449,6 +449,7 @@ void LockOrder::Release()
 const char* LockGraphFault()
 {
     const PthreadLocked guard(&gOrdersLock);
+    // A lock is found by its number alone, so one that stood elsewhere would be taken for a lock that does not exist.
     uInt64 locks = 0;
     for (uInt64 place = 0; place < kMaxLocks; ++place) {
         const uInt64 number = NumberOf(gLocks[place].load(std::memory_order_relaxed));
@@ -464,6 +465,7 @@ const char* LockGraphFault()
         if (const char* const fault = OrderFault(i)) {
             return fault;
         }
+        // Orders that say the same twice would fill the recorder until it learns no more.
         for (int j = 0; j < gNumOrders; ++j) {
             if (i != j && gOrders[i].held == gOrders[j].held && gOrders[i].taken == gOrders[j].taken &&
                 AreAmong(gHolding[i], gHolding[j])) {

@@ -11,7 +11,6 @@
 #include <type_traits>
 
 #include "KZApp.h"
-#include "KZPlacement.h"
 #include "KzAssert.h"
 #include "PathCachedItem.h"
 #include "PathFormatReader.h"
@@ -20,6 +19,7 @@
 #include "PathTextFormat.h"
 #include "PathTreeWalk.h"
 #include "ScopedLock.h"
+#include "StaticObject.h"
 #include "StringUtils.h"
 #include "zvexcept.h"
 

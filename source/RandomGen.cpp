@@ -8,12 +8,12 @@
 
 #include <atomic>
 #include <cmath>
-#include <mutex>
 #include <utility>
 
 #include "HiResClock.h"
 #include "KzAssert.h"
 #include "KzErr.h"
+#include "PthreadScopes.h"
 #include "ScopedLock.h"
 
 namespace {
@@ -24,11 +24,14 @@ constexpr uInt32 kSeedInsteadOfZero = 1234;
 
 // Makes sure that the first draws of several threads seed once, and stands in where the ThMutex could not be made. A
 // leaf: no call goes out while it is held.
-constinit std::mutex gSeedLock;
+constinit kz::PthreadMutex gSeedLock;
 constinit std::atomic<bool> gSeeded{false};
 
+// Set by a seeding, and taken away when no other thread draws, so a draw reads it without a lock.
 constinit ThMutex gRandomRights = nullptr;
-constinit uInt32 gStreams[3] = {};  // under gRandomRights
+
+// Guarded by gRandomRights, or by gSeedLock while there is none, which is more than an annotation can say.
+constinit uInt32 gStreams[3] = {};
 
 void Seed(uInt32 (&streams)[3], uInt32 seed)
 {
@@ -45,7 +48,7 @@ KzErr SeedShared(bool again)
     ThMutex made = nullptr;
     const KzErr err = ThMutexCreate(&made, "RandomGen");
     {
-        std::lock_guard<std::mutex> lock(gSeedLock);
+        const kz::PthreadLocked lock(&gSeedLock);
         if (again || !gSeeded.load(std::memory_order_relaxed)) {
             Seed(gStreams, now & kSeedMask);
             if (gRandomRights == nullptr) {
@@ -77,7 +80,7 @@ void UninitRandomGen(void)
 {
     ThMutex rights = nullptr;
     {
-        std::lock_guard<std::mutex> lock(gSeedLock);
+        const kz::PthreadLocked lock(&gSeedLock);
         gSeeded.store(false, std::memory_order_release);
         std::swap(gRandomRights, rights);
     }
@@ -95,7 +98,7 @@ void RandomGen(double* out)
         kz::ScopedLock lock(gRandomRights);
         Draw(drawn);
     } else {
-        std::lock_guard<std::mutex> lock(gSeedLock);
+        const kz::PthreadLocked lock(&gSeedLock);
         Draw(drawn);
     }
     const double sum =

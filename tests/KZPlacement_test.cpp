@@ -1,4 +1,4 @@
-#include "KZPlacement.h"
+#include "StaticObject.h"
 
 #include <gtest/gtest.h>
 
