@@ -17,6 +17,11 @@
 #include "ScopedLock.h"
 #include "zvexcept.h"
 
+// The look-ups, which alone see the service's lock.
+struct kz::UserLookUp {
+    static ThMutex* Guard() { return UnixUserUtil_Service::Guard(); }
+};
+
 namespace {
 
 constexpr char kModule[] = "source/UnixUserUtil";
@@ -77,7 +82,7 @@ KzErr NameOf(uInt32 id, unsigned char* name, Find find)
         return kzErrArgument;
     }
     {
-        const kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
+        const kz::ScopedLock lock(*kz::UserLookUp::Guard());
         if (const char* const found = find(id)) {
             SetName(found, std::strlen(found), name);
             return kzErrNone;
@@ -97,7 +102,7 @@ KzErr IdOf(const unsigned char* name, uInt32* id, Find find)
     }
     const NameText text(name);
     {
-        const kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
+        const kz::ScopedLock lock(*kz::UserLookUp::Guard());
         if (const uInt32* const found = find(text.Get())) {
             *id = *found;
             return kzErrNone;
@@ -161,7 +166,7 @@ KzErr GetHomeDir(std::string* out, const std::string& user)
         if (user.find('\0') != std::string::npos) {
             return kzErrNotFound;
         }
-        const kz::ScopedLock lock(*UnixUserUtil_Service::Guard());
+        const kz::ScopedLock lock(*kz::UserLookUp::Guard());
         const passwd* const entry = getpwnam(user.c_str());
         if (entry == nullptr) {
             return kzErrNotFound;

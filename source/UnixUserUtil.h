@@ -33,14 +33,17 @@ KZ_EXTERN_C_END
 // kzErrMemoryFull: out of memory.
 KZ_EXPORT KzErr GetHomeDir(std::string* out, const std::string& user);
 
+namespace kz {
+struct UserLookUp;
+}
+
 // Owns the lock around the system's look-ups.
 class UnixUserUtil_Service : public PlainService_T<UnixUserUtil_Service> {
-public:
+    friend KZ_GammaPolicy<UnixUserUtil_Service>;
+    friend kz::UserLookUp;
+
     // Where the lock is; it is null, nothing to lock, while the service does not run. Never null itself.
     static ThMutex* Guard();
-
-private:
-    friend KZ_GammaPolicy<UnixUserUtil_Service>;
 
     UnixUserUtil_Service();
     KzErr _Init() override;

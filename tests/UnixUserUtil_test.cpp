@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "KzErr.h"
+#include "LiveCount.h"
 #include "ReportCatcher.h"
 #include "TestHost.h"
 #include "TestStrings.h"
@@ -121,16 +122,19 @@ TEST_F(UnixUserUtilTest, LookUpsFromManyThreads)
     }
 }
 
-TEST(UnixUserUtilGuard, IsThereWithAndWithoutTheService)
+TEST(UnixUserUtilLock, IsThereWhileTheServiceRuns)
 {
     kztest::ReportCatcher reports;
-    {
-        kztest::RunningLibrary library;
-        EXPECT_NE(*UnixUserUtil_Service::Guard(), nullptr);
-    }
-    EXPECT_EQ(*UnixUserUtil_Service::Guard(), nullptr);
+    kztest::TestHost host;
+    KZAppInterfaceSet(&host);
+    const int64 before = kz::LiveCount(kz::Live::kLocks);
+    EXPECT_EQ(UnixUserUtilService()->Init(), kzErrNone);
+    EXPECT_EQ(kz::LiveCount(kz::Live::kLocks), before + 1);
+    EXPECT_EQ(UnixUserUtilService()->Uninit(), kzErrNone);
+    EXPECT_EQ(kz::LiveCount(kz::Live::kLocks), before);
     kztest::PStrBuffer name;
     EXPECT_EQ(UIDToName(0, name), kzErrNone);
+    KZAppInterfaceSet(nullptr);
 }
 
 }  // namespace
