@@ -16,6 +16,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(kz_options INTERFACE -Wthread-safety)
 endif()
 
+# Without this g++ gives ccache, which asks for preprocessed text, no sign of a precompiled header.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(kz_options INTERFACE -fpch-preprocess)
+endif()
+
 if(KZ_COUNT_LIVE)
     target_compile_definitions(kz_options INTERFACE KZ_COUNT_LIVE)
 endif()

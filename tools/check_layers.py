@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
-"""Fails where a module of source/ includes one above its layer in docs/layers.txt.
+"""Fails where a module of source/ needs one above it in docs/layers.txt: by an include, or, given the folder of the
+library's object files (check_layers.py FOLDER), by a symbol, which a declaration in a lower module's header would hide.
 
-Lines of that file, lowest layer first: `name: Module Module ...`, an indented line going on with the one before it, and
-`allow From -> To: reason` for a pair that needs each other all the same. `#` starts a comment.
+That file is one order from the first module to the last, inside a line too, so that there is no circle. Its lines:
+`name: Module Module ...`, an indented line going on with the one before it, and `allow From -> To: reason` for a pair
+that needs each other all the same. `#` starts a comment.
 """
 import pathlib
 import re
+import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -14,38 +17,63 @@ ALLOW = re.compile(r"allow (\w+) -> (\w+): \S.*")
 
 
 def read_layers(text):
-    """Returns the layer of each module, the allowed pairs, and what is wrong with the file."""
-    layer_of, allowed, faults, depth = {}, set(), [], 0
+    """Returns the place of each module, the allowed pairs, and what is wrong with the file."""
+    place_of, allowed, faults = {}, set(), []
     text = re.sub(r"#.*", "", text)
     for line in re.sub(r"\n[ \t]+(?=\S)", " ", text).splitlines():
         line = line.strip()
         if match := ALLOW.fullmatch(line):
             allowed.add(match.groups())
         elif match := re.fullmatch(r"\w+:((?:\s+\w+)*)", line):
-            depth += 1
             for module in match.group(1).split():
-                if module in layer_of:
+                if module in place_of:
                     faults.append(f"docs/layers.txt: {module} stands there twice")
-                layer_of[module] = depth
+                place_of[module] = len(place_of)
         elif line:
             faults.append(f"docs/layers.txt: cannot read: {line}")
-    return layer_of, allowed, faults
+    return place_of, allowed, faults
+
+
+def includes(files):
+    """Yields (module, module that it includes, where)."""
+    for path in files:
+        for included in INCLUDE.findall(path.read_text()):
+            yield path.stem, included, f"{path.relative_to(ROOT)}: includes {included}"
+
+
+def symbols(folder):
+    """Yields (module, module whose symbol it takes, where). Weak symbols are everyone's own."""
+    objects = sorted(pathlib.Path(folder).rglob("*.cpp.o"))
+    if not objects:
+        sys.exit(f"no object files in {folder}")
+    home, taken = {}, []
+    for path in objects:
+        module = path.name.removesuffix(".cpp.o")
+        table = subprocess.run(["nm", "--format=posix", path], capture_output=True, text=True, check=True).stdout
+        for name, kind in (line.split()[:2] for line in table.splitlines()):
+            if kind in "TDBRGSC":
+                home[name] = module
+            elif kind == "U":
+                taken.append((module, name))
+    for module, name in taken:
+        if name in home:
+            yield module, home[name], f"source/{module}.cpp: takes {name} of {home[name]}"
 
 
 def main():
-    layer_of, allowed, faults = read_layers((ROOT / "docs/layers.txt").read_text())
+    place_of, allowed, faults = read_layers((ROOT / "docs/layers.txt").read_text())
     files = sorted(p for p in (ROOT / "source").iterdir() if p.suffix in (".h", ".cpp"))
     modules = {p.stem for p in files}
-    faults += [f"docs/layers.txt: {m} is missing" for m in sorted(modules - layer_of.keys())]
-    faults += [f"docs/layers.txt: there is no module {m}" for m in sorted(layer_of.keys() - modules)]
+    faults += [f"docs/layers.txt: {m} is missing" for m in sorted(modules - place_of.keys())]
+    faults += [f"docs/layers.txt: there is no module {m}" for m in sorted(place_of.keys() - modules)]
     needed = set()
-    for path in files:
-        for included in INCLUDE.findall(path.read_text()):
-            if layer_of.get(included, 0) <= layer_of.get(path.stem, 0):
-                continue
-            needed.add((path.stem, included))
-            if (path.stem, included) not in allowed:
-                faults.append(f"{path.relative_to(ROOT)}: includes {included}, which is above it")
+    needs = list(includes(files)) + (list(symbols(sys.argv[1])) if len(sys.argv) > 1 else [])
+    for module, below, where in needs:
+        if place_of.get(below, 0) <= place_of.get(module, 0):
+            continue
+        needed.add((module, below))
+        if (module, below) not in allowed:
+            faults.append(f"{where}, which is above it")
     faults += [f"docs/layers.txt: nothing needs `allow {a} -> {b}`" for a, b in sorted(allowed - needed)]
     print("\n".join(faults), end="\n" if faults else "", file=sys.stderr)
     return 1 if faults else 0
