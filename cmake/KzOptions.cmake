@@ -43,6 +43,6 @@ if(KZ_LIBFUZZER)
     target_compile_options(kz_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(KZ_COVERAGE)
-    target_compile_options(kz_options INTERFACE --coverage)
+    target_compile_options(kz_options INTERFACE --coverage -fprofile-update=atomic)  # else threads lose counts
     target_link_options(kz_options INTERFACE --coverage)
 endif()

@@ -36,9 +36,13 @@ declare -A kz_package=(
     ["/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2"]=libjemalloc2
     [$kz_fuzzer_runtime]=libclang-rt-14-dev
     [/usr/share/i18n/locales/tr_TR]=locales
+    [/usr/include/X11/Xlib.h]=libx11-dev
+    [/usr/lib/python3/dist-packages/clang/cindex.py]=python3-clang-14
+    [gcovr]=gcovr
 )
 kz_build_needs=(g++-12 cmake ninja)
-kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h)
+kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h
+    /usr/include/X11/Xlib.h /usr/lib/python3/dist-packages/clang/cindex.py)
 kz_check_needs=(nm python3 clang-format-14)
 kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/include/sqlite3.h
     /usr/include/absl/base/config.h /usr/include/fmt/format.h /usr/include/spdlog/spdlog.h pkg-config
@@ -68,9 +72,14 @@ kz_need()
 # kz_build PRESET [TARGET...]: configures and builds in build/PRESET, with all output on stderr.
 kz_build()
 {
-    local preset=$1 target targets=()
+    local preset=$1 target targets=() cached=()
     shift
+    # With what it must overlook to keep results that used a precompiled header.
+    if command -v ccache >/dev/null; then
+        cached=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+        export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS-pch_defines,time_macros}
+    fi
     for target in "$@"; do targets+=(--target "$target"); done
-    cmake -S "$kz_root" --preset "$preset" >&2
+    cmake -S "$kz_root" --preset "$preset" "${cached[@]}" >&2
     cmake --build "$kz_root/build/$preset" -j "$kz_jobs" "${targets[@]}" >&2
 }

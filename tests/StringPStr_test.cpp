@@ -156,7 +156,7 @@ TEST(StringPStr, Hashes)
 
 TEST(StringPStr, BothSpellings)
 {
-    char text[256] = "\4a.bb", left[256], right[256], plain[256];
+    char text[256] = "\4a.bb", left[256] = {}, right[256], plain[256];
     unsigned char dst[256], find[] = "b", replace[] = "cd";
     EXPECT_TRUE(PStrSplitAtChar(text, '.', left, right));
     EXPECT_STREQ(left, "\1a");
