@@ -136,7 +136,7 @@ std::string Utf8(const PlatformText& text, std::size_t first, std::size_t count,
     return out;
 }
 
-void CheckCase(PlatformText text, PlatformText::Status (PlatformText::*map)() noexcept)
+void CheckCase(PlatformText text, PlatformText::Outcome (PlatformText::*map)() noexcept)
 {
     const std::size_t before = text.Length();
     Require((text.*map)() == PlatformText::kDone, "memory");

@@ -83,7 +83,7 @@ bool MapUnits(const kz::CaseMapping& mapping, const char16_t* at, const char16_t
 
 // Takes the units that `produce` puts into a writer, mostly no more than `room`; false from it means no UTF-8.
 template <typename Produce>
-PlatformText::Status PlatformText::Rebuild(std::size_t room, const Produce& produce) noexcept
+PlatformText::Outcome PlatformText::Rebuild(std::size_t room, const Produce& produce) noexcept
 {
     // Run again where the guess was short, because a second pass is rarer than a count before each first one is dear.
     for (;;) {
@@ -105,22 +105,22 @@ PlatformText::Status PlatformText::Rebuild(std::size_t room, const Produce& prod
 }
 
 // No byte, and no step over what is wrong, makes more than one unit.
-PlatformText::Status PlatformText::SetUtf8(const unsigned char* bytes, std::size_t length) noexcept
+PlatformText::Outcome PlatformText::SetUtf8(const unsigned char* bytes, std::size_t length) noexcept
 {
     return Rebuild(length, [&](UnitWriter& writer) { return kz::DecodeUtf8<false>(bytes, bytes + length, writer); });
 }
 
-PlatformText::Status PlatformText::SetEscapedUtf8(const unsigned char* bytes, std::size_t length) noexcept
+PlatformText::Outcome PlatformText::SetEscapedUtf8(const unsigned char* bytes, std::size_t length) noexcept
 {
     return Rebuild(length, [&](UnitWriter& writer) { return kz::DecodeUtf8<true>(bytes, bytes + length, writer); });
 }
 
-PlatformText::Status PlatformText::Upper() noexcept
+PlatformText::Outcome PlatformText::Upper() noexcept
 {
     return Rebuild(mLength, [&](UnitWriter& w) { return MapUnits(kz::kToUpper, Units(), Units() + mLength, w); });
 }
 
-PlatformText::Status PlatformText::Lower() noexcept
+PlatformText::Outcome PlatformText::Lower() noexcept
 {
     return Rebuild(mLength, [&](UnitWriter& w) { return MapUnits(kz::kToLower, Units(), Units() + mLength, w); });
 }

@@ -11,7 +11,7 @@
 // Lengths and positions are UTF-16 units. A character above U+FFFF takes two.
 class PlatformText {
 public:
-    enum Status {
+    enum Outcome {
         kDone,
         kNotUtf8,
         kNoMemory,
@@ -20,16 +20,16 @@ public:
     // Take the text from UTF-8, which may hold NULs; `bytes` may be null for length 0. On failure the text stays as it
     // was. The escaped form never gives kNotUtf8: each step of ConvertUTF8toUTF32 that gives 0, a NUL too, becomes one
     // U+FFFD.
-    KZ_EXPORT Status SetUtf8(const unsigned char* bytes, std::size_t length) noexcept;
-    KZ_EXPORT Status SetEscapedUtf8(const unsigned char* bytes, std::size_t length) noexcept;
+    KZ_EXPORT Outcome SetUtf8(const unsigned char* bytes, std::size_t length) noexcept;
+    KZ_EXPORT Outcome SetEscapedUtf8(const unsigned char* bytes, std::size_t length) noexcept;
 
     std::size_t Length() const { return mLength; }
     const char16_t* Units() const { return mUnits.get(); }
 
     // Map the case of all characters by Unicode's full mappings, some of which make several characters of one; no
     // locale and no neighbour counts. kDone or kNoMemory, which leaves the text as it was.
-    KZ_EXPORT Status Upper() noexcept;
-    KZ_EXPORT Status Lower() noexcept;
+    KZ_EXPORT Outcome Upper() noexcept;
+    KZ_EXPORT Outcome Lower() noexcept;
 
     // Writes `count` units from `first` on as UTF-8, `?` for half a character, as far as whole characters fit into
     // `limit` bytes, without a terminator. Returns the bytes written, or needed when `out` is null. What is beyond the
@@ -43,7 +43,7 @@ public:
 private:
     // Builds the new units beside the old ones and takes them over at the end, so that a failure changes nothing.
     template <typename Produce>
-    Status Rebuild(std::size_t room, const Produce& produce) noexcept;
+    Outcome Rebuild(std::size_t room, const Produce& produce) noexcept;
 
     std::unique_ptr<char16_t[]> mUnits;
     std::size_t mLength = 0;

@@ -164,7 +164,7 @@ TEST(PlatformText, StaysAsItWasOutOfMemory)
             EXPECT_TRUE(failed());
             return;
         }
-        const PlatformText::Status status = text.Upper();
+        const PlatformText::Outcome status = text.Upper();
         EXPECT_EQ(status, failed() ? PlatformText::kNoMemory : PlatformText::kDone);
         EXPECT_EQ(text.Length(), status == PlatformText::kDone ? 6u : 5u);
         const AutoCFString escaped(CFStringWithEscapedInvalidUTF8Characters(Bytes(old), old.size()));

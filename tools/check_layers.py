@@ -41,9 +41,10 @@ def includes(files):
             yield path.stem, included, f"{path.relative_to(ROOT)}: includes {included}"
 
 
-def symbols(folder):
+def symbols(folder, modules):
     """Yields (module, module whose symbol it takes, where). Weak symbols are everyone's own."""
-    objects = sorted(pathlib.Path(folder).rglob("*.cpp.o"))
+    # A build folder keeps the objects of modules that are gone.
+    objects = sorted(p for p in pathlib.Path(folder).rglob("*.cpp.o") if p.name.removesuffix(".cpp.o") in modules)
     if not objects:
         sys.exit(f"no object files in {folder}")
     home, taken = {}, []
@@ -67,7 +68,7 @@ def main():
     faults += [f"docs/layers.txt: {m} is missing" for m in sorted(modules - place_of.keys())]
     faults += [f"docs/layers.txt: there is no module {m}" for m in sorted(place_of.keys() - modules)]
     needed = set()
-    needs = list(includes(files)) + (list(symbols(sys.argv[1])) if len(sys.argv) > 1 else [])
+    needs = list(includes(files)) + (list(symbols(sys.argv[1], modules)) if len(sys.argv) > 1 else [])
     for module, below, where in needs:
         if place_of.get(below, 0) <= place_of.get(module, 0):
             continue
