@@ -1,6 +1,6 @@
 // A list is its block: the count, and as many entries; what else the block holds is room. Room comes and goes in steps
 // of 16 bytes, which are two entries, and a block's size is part of what hosts see. A block that a host made in another
-// size keeps that until its first change, which brings it to whole steps.
+// size keeps that until it first grows or shrinks, which brings it to whole steps.
 //
 // Objects are neither owned nor looked at. Null is an object like any other but for HCompactObjList.
 #include "HObjList.h"

@@ -33,7 +33,7 @@ void DisposeStrings(LStr*** strings, int32 n)
 
 // Makes the array shorter. The entries that go are kept aside until the block is resized, because their strings must
 // survive its failure. The room for them is a pointer block and not a handle: one of the strings may have been
-// disposed, and its master would then be the next one to be taken, so that disposing the string disposed the room.
+// disposed, and its master may be the next one to be taken, so that disposing the string would dispose the room.
 KzErr CutArray(_LStrArray*** array, int32 count, int32 n)
 {
     KZ_ASSERT(0 < n && n < count && count <= kz::EntriesOf(*array));
