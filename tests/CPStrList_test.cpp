@@ -7,103 +7,144 @@
 
 #include "BinDataReader.h"
 #include "BinDataWriter.h"
-#include "FaultLoop.h"
-#include "KzErr.h"
 #include "ListTesting.h"
-#include "ReportCatcher.h"
+#include "PackedList.h"
 #include "ResImage.h"
 #include "ResourceManager.h"
 #include "TestHost.h"
 
 namespace {
 
+using kztest::Between;
 using kztest::CPStrHandle;
-using kztest::FailAllocation;
-using kztest::FaultLoop;
+using kztest::Draw;
+using kztest::DrawIndex;
+using kztest::ListStep;
+using kztest::PackedBytes;
+using kztest::Pinned;
 using kztest::PStrValue;
 using kztest::Texts;
 
-Texts StringsOf(const CPStrList& list)
+// The handle that a list owns; null where it has no string.
+CPStr** HandleIn(const CPStrList& list)
 {
-    Texts texts;
-    for (int32 i = 0; i < list.Count(); ++i) {
-        texts.push_back(kztest::Text(list[i]));
-    }
-    return texts;
+    return list[0] == nullptr ? nullptr : reinterpret_cast<CPStr**>(DSRecoverHandle(list[0] - 4));
 }
 
-void Fill(CPStrList& list, const Texts& texts)
+std::string BlockOf(const CPStrList& list)
 {
-    for (const std::string& text : texts) {
-        EXPECT_EQ(list.Insert(PStrValue(text), -1), 0);
-    }
+    return list[0] == nullptr ? PackedBytes({}) : kztest::BytesOf(HandleIn(list));
 }
+
+KzErr UnFlatten(CPStrList& list, const std::string& bytes)
+{
+    MemInputBuf buffer(bytes.data(), bytes.size());
+    BinDataReader reader(&buffer, BigEndianizer());
+    return list.UnFlatten(&reader);
+}
+
+// A list is always in a block of its own size.
+class OwnedStrings {
+public:
+    using Library = kztest::RunningLibrary;
+
+    explicit OwnedStrings(Draw& /*draw*/) {}
+
+    static std::string ImageOf(const Texts& texts) { return PackedBytes(texts); }
+    bool IsMade() const { return true; }
+    std::string Bytes() const { return BlockOf(mList); }
+    size_t Block() const { return Bytes().size(); }
+    const char* Fault() const { return mList[0] == nullptr ? nullptr : kz::CPStrFault(HandleIn(mList)); }
+
+    void Change(Draw& draw, ListStep& step)
+    {
+        Texts& texts = step.texts;
+        const size_t count = texts.size(), own = draw() % (4 * count + 1);
+        const int32 i = DrawIndex(draw, count);
+        const std::string text = own < count ? texts[own] : kztest::DrawText(draw, 255);
+        const PStrValue value(text);
+        const auto kind = draw() % 20;
+        if (kind < 4) {
+            step.err = mList.Delete(i);
+            kztest::RemovePinned(step, i);
+        } else if (kind == 4) {
+            step.err = draw() % 2 == 0 ? mList.Clear() : mList.Copy(nullptr);
+            texts.clear();
+        } else if (kind == 5) {
+            step.err = mList.ForceAllocate();
+        } else if (kind == 6) {
+            step.err = draw() % 2 == 0 || count == 0 ? mList.Copy(mList) : mList.Copy(*HandleIn(mList));
+        } else if (kind == 7) {
+            texts = Texts(draw() % 4, text);
+            const CPStrHandle other(texts);
+            step.err = other.IsMade() ? mList.Copy(*other.handle) : kzErrMemoryFull;
+        } else if (kind == 8) {
+            step.err = ThereAndBack(texts);
+        } else {
+            step.err = mList.Insert(own < count ? mList[static_cast<int32>(own)] : value, i);
+            texts.insert(texts.begin() + (i < 0 ? static_cast<long>(count) : Between(i, count)), text);
+        }
+        step.block = PackedBytes(texts).size();
+    }
+
+    void Look(Draw& draw, const Texts& texts) const
+    {
+        const int32 i = DrawIndex(draw, texts.size());
+        EXPECT_EQ(mList.Count(), static_cast<int32>(texts.size()));
+        ASSERT_EQ(mList[i] == nullptr, texts.empty());
+        EXPECT_TRUE(texts.empty() || kztest::Text(mList[i]) == texts[static_cast<size_t>(Pinned(i, texts.size()))]);
+    }
+
+private:
+    // By a stream into another list, and by a copy into a third, which both take the place of an old list.
+    KzErr ThereAndBack(const Texts& texts)
+    {
+        std::string bytes(PackedBytes(texts).size(), '#');
+        StaticOutputBuf buffer(bytes.data(), bytes.size());
+        BinDataWriter writer(&buffer, BigEndianizer());
+        EXPECT_EQ(mList.Flatten(&writer), kzErrNone);
+        EXPECT_EQ(bytes, std::string(PackedBytes(texts)).replace(0, 4, CountBytes(texts.size())));
+        CPStrList back, copy;
+        KzErr err = back.Insert(PStrValue("old"), 0);
+        err = err == kzErrNone ? UnFlatten(back, bytes) : err;
+        const int32 read = back.Count();
+        if (err == kzErrNone) {
+            EXPECT_TRUE(back.Equal(mList));
+            err = copy.Insert(PStrValue("old"), 0);
+        } else {
+            EXPECT_TRUE(read == 0 || kztest::Text(back[0]) == "old" || back.EqualNEltsFS(mList, read))
+                << "those before the fault";
+        }
+        err = err == kzErrNone ? copy.Copy(back) : err;
+        EXPECT_TRUE(err != kzErrNone || BlockOf(copy) == PackedBytes(texts));
+        return err;
+    }
+
+    static std::string CountBytes(size_t count)
+    {
+        std::string bytes(4, '\0');
+        kz::StoreBig(bytes.data(), static_cast<int32>(count));
+        return bytes;
+    }
+
+    CPStrList mList;
+};
+
+}  // namespace
+
+namespace kztest {
+INSTANTIATE_TYPED_TEST_SUITE_P(CPStrList, ListModel, OwnedStrings);
+}  // namespace kztest
+
+namespace {
 
 class CPStrListTest : public ::testing::Test {
 protected:
-    // Reads a list from a big-endian stream. Reports of the stream's end are not looked at.
-    KzErr UnFlatten(CPStrList& list, const std::string& bytes)
-    {
-        KzErr err = kzErrGeneric;
-        {
-            MemInputBuf buffer(bytes.data(), bytes.size());
-            BinDataReader reader(&buffer, BigEndianizer());
-            err = list.UnFlatten(&reader);
-        }
-        reports.TakeAll();
-        return err;
-    }
+    static void Fill(CPStrList& list, const Texts& texts) { EXPECT_EQ(list.Copy(*CPStrHandle(texts).handle), 0); }
 
     kztest::ReportCatcher reports;
     kztest::RunningLibrary library;
 };
-
-TEST_F(CPStrListTest, Editing)
-{
-    CPStrList list;
-    EXPECT_EQ(list.Clear(), 0);
-    EXPECT_EQ(list.Delete(0), kzErrArgument);
-    EXPECT_EQ(list[0], nullptr);
-    EXPECT_EQ(list.Insert(nullptr, 0), kzErrArgument);
-    EXPECT_EQ(list.Insert(PStrValue("b"), 7), 0);
-    EXPECT_EQ(list.Insert(PStrValue("d"), -1), 0);
-    EXPECT_EQ(list.Insert(PStrValue("a"), 0), 0);
-    EXPECT_EQ(list.Insert(PStrValue("c"), 2), 0);
-    EXPECT_EQ(list.Insert(list[0], -7), 0);
-    EXPECT_EQ(StringsOf(list), (Texts{"a", "b", "c", "d", "a"}));
-    EXPECT_EQ(kztest::Text(list[99]), "a");
-    EXPECT_EQ(kztest::Text(list[-1]), "a");
-    EXPECT_EQ(list.Delete(-1), 0);
-    EXPECT_EQ(list.Delete(1), 0);
-    EXPECT_EQ(list.Delete(9), 0);
-    EXPECT_EQ(StringsOf(list), (Texts{"b", "d"}));
-    EXPECT_EQ(list.Clear(), 0);
-    EXPECT_EQ(list[0], nullptr);
-    EXPECT_EQ(list.Delete(0), kzErrArgument);
-    EXPECT_EQ(list.ForceAllocate(), 0);
-    EXPECT_EQ(list.Count(), 0);
-}
-
-TEST_F(CPStrListTest, Copies)
-{
-    CPStrHandle block(Texts{"one", "two"});
-    CPStrList list(*block.handle);
-    EXPECT_EQ(StringsOf(list), (Texts{"one", "two"}));
-    CPStrList other;
-    EXPECT_EQ(other.Copy(list), 0);
-    EXPECT_TRUE(other.Equal(list));
-    EXPECT_EQ(list.Insert(PStrValue("three"), -1), 0);
-    EXPECT_EQ(list.Copy(list), 0);
-    EXPECT_EQ(list.Copy(reinterpret_cast<const CPStr*>(list[0] - 4)), 0) << "its own block";
-    EXPECT_EQ(StringsOf(list), (Texts{"one", "two", "three"}));
-    EXPECT_EQ(StringsOf(other), (Texts{"one", "two"}));
-    EXPECT_EQ(list.Copy(*block.handle), 0);
-    EXPECT_EQ(StringsOf(list), (Texts{"one", "two"}));
-    EXPECT_EQ(list.Copy(CPStrList()), 0);
-    EXPECT_EQ(list.Count(), 0);
-    EXPECT_EQ(other.Copy(nullptr), 0);
-    EXPECT_EQ(other.Count(), 0);
-}
 
 TEST_F(CPStrListTest, Comparisons)
 {
@@ -157,45 +198,22 @@ TEST_F(CPStrListTest, FromAResource)
         ASSERT_EQ(ROpenUPtr(kztest::Bytes(image), image.size(), &file, nullptr, nullptr), 0);
         ASSERT_EQ(RGet(file, kz::FourCharCode("AAAA"), 1, &resource), 0);
         {
-            CPStrList list(resource);
+            CPStrList list(resource), copy;
             EXPECT_FALSE(RIsLoaded(file, kz::FourCharCode("AAAA"), 1));
-            EXPECT_EQ(StringsOf(list), c.strings);
-            EXPECT_EQ(list.Insert(PStrValue("x"), -1), 0);
+            EXPECT_EQ(list.Count(), static_cast<int32>(c.strings.size()));
+            EXPECT_EQ(copy.Copy(list), 0);
+            EXPECT_EQ(BlockOf(copy), PackedBytes(c.strings)) << "without what lies";
+            EXPECT_EQ(list.Insert(nullptr, 0), kzErrArgument);
+            EXPECT_EQ(list.Insert(PStrValue("x"), 0), 0);
+            EXPECT_TRUE(c.strings.empty() || list.Delete(1) == 0);
+            EXPECT_EQ(BlockOf(list), PackedBytes(c.strings.size() < 2 ? Texts{"x"} : Texts{"x", ""}));
         }
         EXPECT_EQ(DSCheckHandle(resource), kzErrBadZone) << "disposed with the list";
         EXPECT_EQ(RCloseFile(file), 0);
     }
     CPStrHandle plain(Texts{"a"});
-    {
-        CPStrList list(reinterpret_cast<UHandle>(plain.handle));
-        EXPECT_EQ(list.Count(), 0);
-    }
-    EXPECT_EQ(plain.Strings(), Texts{"a"});
-}
-
-TEST_F(CPStrListTest, FlattenedForm)
-{
-    const Texts texts = {"one", "", std::string(255, 'x')};
-    CPStrList list, back;
-    Fill(list, texts);
-    Fill(back, {"old", "strings"});
-    std::string bytes(400, '#');
-    StaticOutputBuf buffer(bytes.data(), bytes.size());
-    BinDataWriter writer(&buffer, BigEndianizer());
-    EXPECT_EQ(list.Flatten(&writer), 0);
-    bytes.resize(buffer.GetBytesWritten());
-    EXPECT_EQ(bytes, std::string("\0\0\0\3\3one\0\xFF", 10) + std::string(255, 'x'));
-    EXPECT_EQ(UnFlatten(back, bytes), 0);
-    EXPECT_TRUE(back.Equal(list));
-    EXPECT_EQ(UnFlatten(back, bytes + "more"), 0);
-    EXPECT_EQ(back.Count(), 3);
-    {
-        char small[8];
-        StaticOutputBuf tight(small, sizeof small);
-        BinDataWriter failing(&tight, BigEndianizer());
-        EXPECT_EQ(list.Flatten(&failing), kzErrCorrupt);
-    }
-    reports.TakeAll();
+    EXPECT_EQ(CPStrList(reinterpret_cast<UHandle>(plain.handle)).Count(), 0);
+    EXPECT_EQ(plain.Bytes(), PackedBytes({"a"}));
 }
 
 // Streams that end too early, or tell a count that they don't have: the strings before the fault stay.
@@ -203,25 +221,26 @@ TEST_F(CPStrListTest, HostileStreams)
 {
     const std::string whole("\0\0\0\3\1a\2bb\3ccc", 13);
     const size_t ends[] = {6, 9, 13};
+    CPStrList list;
+    EXPECT_EQ(UnFlatten(list, std::string(4, '\0') + "more"), 0) << "nothing to cut, and no handle";
     for (size_t cut = 0; cut <= whole.size(); ++cut) {
-        CPStrList list;
         Fill(list, {"old"});
         EXPECT_EQ(UnFlatten(list, whole.substr(0, cut)), cut == whole.size() ? kzErrNone : kzErrCorrupt);
+        EXPECT_EQ(reports.Take(kDbgWarning, "MemInputBuf finished with 74 error"), cut != whole.size());
         Texts texts = {"a", "bb", "ccc"};
         texts.resize(static_cast<size_t>(std::upper_bound(ends, ends + 3, cut) - ends));
-        EXPECT_EQ(StringsOf(list), texts);
+        EXPECT_EQ(BlockOf(list), PackedBytes(texts));
     }
-    CPStrList list;
     EXPECT_EQ(UnFlatten(list, std::string("\xFF\xFF\xFF\xFF\1a", 6)), 0);
     EXPECT_EQ(list.Count(), 0);
     // A million strings take few resizes, and no more room than they have bytes.
     uInt64 before[2], after[2];
     DSReadCounters(before);
     EXPECT_EQ(UnFlatten(list, "\x7F\xFF\xFF\xFF" + std::string(1000000, '\0')), kzErrCorrupt);
+    EXPECT_TRUE(reports.Take(kDbgWarning, "MemInputBuf finished with 74 error"));
     DSReadCounters(after);
     EXPECT_LE(static_cast<uInt32>(after[1] - before[1]), 25u);
-    EXPECT_EQ(list.Count(), 1000000);
-    EXPECT_EQ(DSGetHandleSize(DSRecoverHandle(list[0] - 4)), 1000004u);
+    EXPECT_EQ(BlockOf(list), PackedBytes(Texts(1000000)));
     MemInputBuf buffer(whole.data(), whole.size());
     BinDataReader reader(&buffer, BigEndianizer());
     reader.SetError(kzErrIO);
@@ -229,32 +248,17 @@ TEST_F(CPStrListTest, HostileStreams)
     EXPECT_EQ(list.Count(), 0);
 }
 
-// Random lists and edits of them survive the way through a stream.
-TEST_F(CPStrListTest, AFullMemory)
+TEST_F(CPStrListTest, TellsThatTheStreamIsFull)
 {
-    const std::string bytes = std::string("\0\0\0\4\1a\2bb\3ccc\4dddd", 18);
-    const Texts all = {"a", "bb", "ccc", "dddd"};
-    CPStrHandle block(all);
-    FaultLoop(
-        [&](const auto& failed) {
-            CPStrList list, copy;
-            MemInputBuf buffer(bytes.data(), bytes.size());
-            BinDataReader reader(&buffer, BigEndianizer());
-            const KzErr read = list.UnFlatten(&reader);
-            EXPECT_TRUE(read == 0 || (read == kzErrMemoryFull && failed()));
-            const Texts strings = StringsOf(list);
-            EXPECT_EQ(strings, Texts(all.begin(), all.begin() + static_cast<long>(strings.size())));
-            EXPECT_TRUE(read != 0 || strings.size() == 4);
-            EXPECT_TRUE(copy.Copy(list) == 0 ? copy.Equal(list) : failed() && copy.Count() == 0);
-            EXPECT_TRUE(copy.Clear() == 0 ? copy.Count() == 0 : failed() && copy.Equal(list));
-            const int32 count = copy.Count();
-            const KzErr inserted = copy.Insert(PStrValue("x"), 0);
-            EXPECT_EQ(copy.Count(), count + (inserted == 0));
-            CPStrList made(*block.handle);
-            EXPECT_TRUE(made.Count() == 4 || (failed() && made.Count() == 0));
-        },
-        FailAllocation::kBlocks);
-    reports.TakeAll();
+    {
+        CPStrList list;
+        Fill(list, {"one", "", "three"});
+        char small[8];
+        StaticOutputBuf buffer(small, sizeof small);
+        BinDataWriter writer(&buffer, BigEndianizer());
+        EXPECT_EQ(list.Flatten(&writer), kzErrCorrupt);
+    }
+    EXPECT_EQ(reports.TakeAll().size(), 2u) << "of the buffer and the writer";
 }
 
 }  // namespace

@@ -16,29 +16,49 @@ std::string Reversed(const std::string& bytes)
     return {bytes.rbegin(), bytes.rend()};
 }
 
-TEST(Endianizer, Scalars)
+// Each move, off any alignment, to another place or to the same: arrays in whole vectors and beside them, and single
+// numbers, whose moves have no count.
+TEST(Endianizer, Moves)
 {
     using Move = void (Endianizer::*)(const void*, void*) const;
-    struct Case {
-        std::size_t size;
-        Move read, write;
+    const struct {
+        uInt32 width;
+        Move read, write;  // of a single one
+    } rows[] = {
+        {1, nullptr, nullptr},
+        {2, &Endianizer::Read2ByteVal, &Endianizer::Write2ByteVal},
+        {4, &Endianizer::Read4ByteVal, &Endianizer::Write4ByteVal},
+        {8, &Endianizer::Read8ByteVal, &Endianizer::Write8ByteVal},
+        {16, &Endianizer::Read16ByteVal, &Endianizer::Write16ByteVal},
     };
-    const Case cases[] = {{2, &Endianizer::Read2ByteVal, &Endianizer::Write2ByteVal},
-                          {4, &Endianizer::Read4ByteVal, &Endianizer::Write4ByteVal},
-                          {8, &Endianizer::Read8ByteVal, &Endianizer::Write8ByteVal},
-                          {16, &Endianizer::Read16ByteVal, &Endianizer::Write16ByteVal}};
-    const std::string text = "0123456789ABCDEF";
+    std::string text;
+    for (int i = 0; i < 400; ++i) {
+        text += static_cast<char>(i * 7 + i / 256);
+    }
     for (const Endianizer* order : {NativeEndianizer(), BigEndianizer(), LittleEndianizer()}) {
         EXPECT_EQ(order->IsSwapping(), order == BigEndianizer());
-        for (const Case& c : cases) {
-            const std::string bytes = text.substr(0, c.size);
-            const std::string expected = "." + (order->IsSwapping() ? Reversed(bytes) : bytes) + ".";
-            for (const Move move : {c.read, c.write}) {
-                std::string dest(c.size + 2, '.'), inPlace = "." + bytes + ".";  // off any alignment
-                (order->*move)(text.data(), &dest[1]);
-                (order->*move)(&inPlace[1], &inPlace[1]);
-                EXPECT_EQ(dest, expected);
-                EXPECT_EQ(inPlace, expected);
+        for (const auto& row : rows) {
+            for (const std::size_t count : {0u, 1u, 3u, 4u, 5u, 15u, 17u, 23u}) {
+                SCOPED_TRACE(testing::Message() << row.width << " x " << count);
+                const std::string bytes = text.substr(1, row.width * count);
+                std::string expected;
+                for (std::size_t i = 0; i < count; ++i) {
+                    const std::string one = bytes.substr(i * row.width, row.width);
+                    expected += order->IsSwapping() ? Reversed(one) : one;
+                }
+                const auto check = [&](const auto& move) {
+                    std::string dest(bytes.size() + 2, '.'), inPlace = "." + bytes + ".";
+                    move(&text[1], &dest[1]);
+                    move(&inPlace[1], &inPlace[1]);
+                    EXPECT_EQ(dest, "." + expected + ".");
+                    EXPECT_EQ(inPlace, "." + expected + ".");
+                };
+                check([&](const char* from, char* to) { order->ReadArray(from, to, count, row.width); });
+                check([&](const char* from, char* to) { order->WriteArray(from, to, count, row.width); });
+                if (count == 1 && row.read != nullptr) {
+                    check([&](const char* from, char* to) { (order->*row.read)(from, to); });
+                    check([&](const char* from, char* to) { (order->*row.write)(from, to); });
+                }
             }
         }
     }
@@ -46,35 +66,10 @@ TEST(Endianizer, Scalars)
     EXPECT_EQ(LittleEndianizer()->ReadAWord("\xFE\xFF"), -2);
     EXPECT_EQ(BigEndianizer()->ReadALong("\x80\x00\x00\x01"), -0x7FFFFFFF);
     EXPECT_EQ(NativeEndianizer()->ReadALong("\x04\x03\x02\x01"), 0x01020304);
-}
-
-// In whole vectors and beside them, off any alignment.
-TEST(Endianizer, Arrays)
-{
-    std::string text;
-    for (int i = 0; i < 400; ++i) {
-        text += static_cast<char>(i * 7 + i / 256);
+    for (const Endianizer* shared : {NativeEndianizer(), BigEndianizer(), LittleEndianizer()}) {
+        EXPECT_TRUE(kz::IsSharedEndianizer(shared));
     }
-    for (const Endianizer* order : {NativeEndianizer(), BigEndianizer(), LittleEndianizer()}) {
-        for (const uInt32 width : {1u, 2u, 4u, 8u, 16u}) {
-            for (const std::size_t count : {0u, 1u, 3u, 4u, 5u, 15u, 17u, 23u}) {
-                const std::string bytes = text.substr(1, width * count);
-                std::string expected = ".";
-                for (std::size_t i = 0; i < count; ++i) {
-                    const std::string one = bytes.substr(i * width, width);
-                    expected += order->IsSwapping() ? Reversed(one) : one;
-                }
-                expected += ".";
-                for (const auto move : {&Endianizer::ReadArray, &Endianizer::WriteArray}) {
-                    std::string dest(bytes.size() + 2, '.'), inPlace = "." + bytes + ".";
-                    (order->*move)(&text[1], &dest[1], count, width);
-                    (order->*move)(&inPlace[1], &inPlace[1], count, width);
-                    EXPECT_EQ(dest, expected) << width << " x " << count;
-                    EXPECT_EQ(inPlace, expected) << width << " x " << count;
-                }
-            }
-        }
-    }
+    EXPECT_FALSE(kz::IsSharedEndianizer(nullptr));
 }
 
 // The stored form is that of the compiler's own 128-bit float, whose fraction holds all 63 bits.
@@ -88,49 +83,36 @@ std::string StoredForm(long double value)
     return Reversed(bytes);
 }
 
-std::string Written(const Endianizer* order, const floatExt& x)
+// `bytes` read, with what the stored form ignores changed, and written again.
+void ExpectBothWays(const Endianizer* order, const std::string& bytes, const std::string& read, const std::string& host)
 {
-    std::string bytes(order->SizeOfExt() + 1, '\x5A');
-    order->WriteExtVal(&x, bytes.data());
-    EXPECT_EQ(bytes.back(), '\x5A');
-    bytes.pop_back();
-    return bytes;
+    floatExt x;
+    order->ReadExtVal(read.data(), &x);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(x.bytes), 10), host);
+    std::string written(order->SizeOfExt() + 1, '\x5A');
+    order->WriteExtVal(&x, written.data());
+    EXPECT_EQ(written, bytes + '\x5A');
 }
 
 TEST(Endianizer, ExtendedFloats)
 {
     using Limits = std::numeric_limits<long double>;
+    const auto check = [](const std::string& stored, const std::string& host) {
+        const std::string read = stored.substr(0, 10) + "ignore";
+        ExpectBothWays(BigEndianizer(), stored, read, host);
+        ExpectBothWays(LittleEndianizer(), Reversed(stored), Reversed(read), host);
+        ExpectBothWays(NativeEndianizer(), host, host, host);
+    };
     for (const long double value : {0.0L, 1.0L, -2.5L, 1.0L / 3, Limits::max(), -Limits::min(), Limits::infinity(),
                                     1e-4000L, 9223372036854775809.0L}) {
-        floatExt x;
-        std::memcpy(x.bytes, &value, sizeof x.bytes);
-        std::string big = Written(BigEndianizer(), x);
-        std::string little = Written(LittleEndianizer(), x);
-        const std::string native = Written(NativeEndianizer(), x);
-        EXPECT_EQ(big, StoredForm(value)) << value;
-        EXPECT_EQ(little, Reversed(StoredForm(value))) << value;
-        EXPECT_EQ(native, std::string(reinterpret_cast<const char*>(x.bytes), 10));
-
-        big.replace(10, 6, "ignore");
-        little.replace(0, 6, "ignore");
-        floatExt back[3];
-        BigEndianizer()->ReadExtVal(big.data(), &back[0]);
-        LittleEndianizer()->ReadExtVal(little.data(), &back[1]);
-        NativeEndianizer()->ReadExtVal(native.data(), &back[2]);
-        for (const floatExt& read : back) {
-            EXPECT_EQ(std::memcmp(read.bytes, x.bytes, 10), 0) << value;
-        }
+        SCOPED_TRACE(value);
+        check(StoredForm(value), {reinterpret_cast<const char*>(&value), 10});
     }
     // Where the compiler's float would differ: a mantissa with no exponent is stored as it stands, whatever the sign.
-    const unsigned char denormal[16] = {0, 0, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
-    const unsigned char negativeZero[16] = {0x80};
-    floatExt x;
-    BigEndianizer()->ReadExtVal(negativeZero, &x);
-    EXPECT_EQ(std::memcmp(x.bytes, "\0\0\0\0\0\0\0\0\0\x80", 10), 0);
-    EXPECT_EQ(std::memcmp(Written(BigEndianizer(), x).data(), negativeZero, 16), 0);
-    BigEndianizer()->ReadExtVal(denormal, &x);
-    EXPECT_EQ(std::memcmp(x.bytes, "\xEF\xCD\xAB\x89\x67\x45\x23\x01\0\0", 10), 0);
-    EXPECT_EQ(std::memcmp(Written(BigEndianizer(), x).data(), denormal, 16), 0);
+    const std::string zeros(14, '\0');
+    check("\x80" + zeros + '\0', zeros.substr(0, 9) + "\x80");
+    check(zeros.substr(0, 2) + "\x01\x23\x45\x67\x89\xAB\xCD\xEF" + zeros.substr(0, 6),
+          "\xEF\xCD\xAB\x89\x67\x45\x23\x01" + zeros.substr(0, 2));
 }
 
 TEST(Endianizer, ObjectsComeBackAfterACleanup)

@@ -6,180 +6,182 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <utility>
+#include <string>
 #include <vector>
 
-#include "FaultLoop.h"
 #include "IniList.h"
+#include "ListTesting.h"
 
 namespace {
 
-using kztest::FaultLoop;
+using kztest::Draw;
+using kztest::ListStep;
+using kztest::Texts;
 
 constexpr int kNoMemory = -12;
+constexpr size_t kSize = 5;  // of an element
 
-std::vector<int> Content(qkini_List list)
+int CompareElements(const void* a, const void* b)
 {
-    std::vector<int> content;
-    for (int i = 1; i <= qkini_ListNumItems(list); ++i) {
-        content.push_back(*static_cast<int*>(qkini_ListGetPtrToItem(list, i)));
-    }
-    return content;
+    return std::memcmp(a, b, kSize);
 }
 
-int CompareInts(const void* a, const void* b)
-{
-    const int x = *static_cast<const int*>(a);
-    const int y = *static_cast<const int*>(b);
-    return x < y ? -1 : x > y ? 1 : 0;
-}
+// Elements of a few different bytes. How much room a list has can't be asked, so its block is not looked at.
+class Elements {
+public:
+    struct Library {};
 
-// By tens only, so that equal elements can be told apart.
-int CompareTens(const void* a, const void* b)
-{
-    const int x = *static_cast<const int*>(a) / 10;
-    const int y = *static_cast<const int*>(b) / 10;
-    return x - y;
-}
+    explicit Elements(Draw& /*draw*/) : mList(qkini_ListCreate(kSize)) {}
+    ~Elements() { qkini_ListDispose(mList); }
+    Elements(const Elements&) = delete;
+    Elements& operator=(const Elements&) = delete;
 
-class IniListTest : public testing::Test {
-protected:
-    IniListTest() : list(qkini_ListCreate(sizeof(int))) {}
-    ~IniListTest() override { qkini_ListDispose(list); }
-
-    void Fill(const std::vector<int>& values)
+    static std::string ImageOf(const Texts& texts)
     {
-        ASSERT_EQ(1, qkini_ListInsertItems(list, values.data(), 0, static_cast<int>(values.size())));
+        std::string bytes;
+        for (const std::string& text : texts) {
+            bytes += text;
+        }
+        return bytes;
+    }
+    bool IsMade() const { return mList != nullptr; }
+    const char* Fault() const { return nullptr; }
+    size_t Block() const { return 0; }
+    std::string Bytes() const
+    {
+        const int count = qkini_ListNumItems(mList);
+        return count == 0 ? ""
+                          : std::string(static_cast<char*>(qkini_ListGetPtrToItem(mList, 1)),
+                                        kSize * static_cast<size_t>(count));
     }
 
-    qkini_List list;
+    void Change(Draw& draw, ListStep& step)
+    {
+        Texts& texts = step.texts;
+        const int count = static_cast<int>(texts.size()), position = kztest::DrawIndex(draw, texts.size());
+        const Texts some(draw() % 4, DrawElement(draw));
+        const int n = static_cast<int>(some.size());
+        const auto kind = draw() % 12;
+        int result = 1;
+        if (kind == 0) {
+            qkini_ListQuickSort(mList, draw() % 2 == 0 ? nullptr : &CompareElements);
+            std::sort(texts.begin(), texts.end());
+        } else if (kind < 4) {
+            const int place = Place(position, count, count - 1);
+            result = n == 1 ? qkini_ListRemoveItem(mList, position) : qkini_ListRemoveItems(mList, position, n);
+            if (place < 0 || place >= count || n > count - place) {
+                step.code = kzErrArgument;
+            } else {
+                texts.erase(texts.begin() + place, texts.begin() + place + n);
+            }
+        } else if (kind < 6 && std::is_sorted(texts.begin(), texts.end())) {
+            // Behind those that are equal.
+            const std::string text = DrawElement(draw);
+            const auto place = std::upper_bound(texts.begin(), texts.end(), text) - texts.begin();
+            result = qkini_ListInsertInOrder(mList, text.data(), kind == 4 ? nullptr : &CompareElements);
+            EXPECT_TRUE(result == place + 1 || result == kNoMemory) << result;
+            result = std::min(result, 1);
+            texts.insert(texts.begin() + place, text);
+        } else {
+            const int place = Place(position, count, count);
+            result = n == 1 ? qkini_ListInsertItem(mList, some[0].data(), position)
+                            : qkini_ListInsertItems(mList, ImageOf(some).data(), position, n);
+            if (place < 0 || place > count) {
+                step.code = kzErrArgument;
+            } else {
+                texts.insert(texts.begin() + place, some.begin(), some.end());
+            }
+        }
+        step.err = result == 1 ? kzErrNone : result == kNoMemory ? kzErrMemoryFull : kzErrArgument;
+    }
+
+    void Look(Draw& draw, const Texts& texts) const
+    {
+        const int count = static_cast<int>(texts.size()), position = kztest::DrawIndex(draw, texts.size());
+        const int place = Place(position, count, count - 1), n = static_cast<int>(draw() % 3);
+        const bool isThere = place >= 0 && place < count, areThere = isThere && n <= count - place;
+        std::string out(2 * kSize, '#');
+        EXPECT_EQ(qkini_ListNumItems(mList), count);
+        EXPECT_EQ(qkini_ListGetPtrToItem(mList, position) != nullptr, isThere);
+        EXPECT_EQ(qkini_ListGetItems(mList, out.data(), position, n), areThere);
+        if (areThere) {
+            const std::string expected = ImageOf(Texts(texts.begin() + place, texts.begin() + place + n));
+            EXPECT_EQ(out, expected + std::string(out.size() - expected.size(), '#'));
+        }
+        EXPECT_EQ(qkini_ListGetItem(mList, out.data(), position), isThere);
+        EXPECT_TRUE(!isThere || out.compare(0, kSize, texts[static_cast<size_t>(place)]) == 0);
+        const std::string key = DrawElement(draw);
+        const auto compare = draw() % 2 == 0 ? nullptr : &CompareElements;
+        const auto found = isThere ? std::find(texts.begin() + place, texts.end(), key) : texts.end();
+        EXPECT_EQ(qkini_ListFindItem(mList, key.data(), position, compare),
+                  found == texts.end() ? 0 : found - texts.begin() + 1);
+        if (std::is_sorted(texts.begin(), texts.end())) {
+            const auto first = std::lower_bound(texts.begin(), texts.end(), key);
+            const bool isFound = first != texts.end() && *first == key;
+            const int index = static_cast<int>(first - texts.begin());
+            const std::string bytes = ImageOf(texts);
+            EXPECT_EQ(qkini_ListBinSearch(mList, key.data(), compare), isFound ? index + 1 : 0);
+            EXPECT_EQ(qkini_BinSearch(bytes.data(), count, kSize, key.data(), compare), isFound ? index : ~index);
+        }
+    }
+
+private:
+    static std::string DrawElement(Draw& draw) { return "el" + std::to_string(100 + draw() % 12); }
+
+    // The index of a position: 0 is the end, which `end` is, and -1 the front.
+    static int Place(int position, int count, int end)
+    {
+        return position == 0 ? end : position == -1 ? 0 : position < 0 || position > count + 1 ? -1 : position - 1;
+    }
+
+    const qkini_List mList;
 };
 
-TEST_F(IniListTest, PositionsOfInsertions)
-{
-    const struct {
-        int position;
-        int result;
-        std::vector<int> content;
-    } rows[] = {
-        {0, 1, {1, 2, 3, 9}}, {-1, 1, {9, 1, 2, 3}}, {1, 1, {9, 1, 2, 3}}, {3, 1, {1, 2, 9, 3}},
-        {4, 1, {1, 2, 3, 9}}, {5, 0, {1, 2, 3}},     {-2, 0, {1, 2, 3}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.position);
-        qkini_ListRemoveItems(list, 1, qkini_ListNumItems(list));
-        Fill({1, 2, 3});
-        const int nine = 9;
-        EXPECT_EQ(row.result, qkini_ListInsertItem(list, &nine, row.position));
-        EXPECT_EQ(row.content, Content(list));
-    }
-}
+}  // namespace
 
-TEST_F(IniListTest, PositionsOfElements)
-{
-    Fill({1, 2, 3});
-    int value = 0;
-    for (const auto& [position, expected] : {std::pair{0, 3}, {-1, 1}, {1, 1}, {3, 3}}) {
-        EXPECT_EQ(1, qkini_ListGetItem(list, &value, position));
-        EXPECT_EQ(expected, value);
-        EXPECT_EQ(expected, *static_cast<int*>(qkini_ListGetPtrToItem(list, position)));
-    }
-    for (const int position : {4, -2, 1000}) {
-        EXPECT_EQ(0, qkini_ListGetItem(list, &value, position));
-        EXPECT_EQ(nullptr, qkini_ListGetPtrToItem(list, position));
-        EXPECT_EQ(0, qkini_ListRemoveItem(list, position));
-    }
-    int two[2] = {};
-    EXPECT_EQ(1, qkini_ListGetItems(list, two, 2, 2));
-    EXPECT_EQ(2, two[0]);
-    EXPECT_EQ(0, qkini_ListGetItems(list, two, 3, 2)) << "behind the end";
-    EXPECT_EQ(0, qkini_ListRemoveItems(list, 2, 3));
-    EXPECT_EQ(1, qkini_ListRemoveItems(list, -1, 2));
-    EXPECT_EQ((std::vector<int>{3}), Content(list));
-}
+namespace kztest {
+INSTANTIATE_TYPED_TEST_SUITE_P(IniList, ListModel, Elements);
+}  // namespace kztest
 
-TEST_F(IniListTest, SearchesGiveTheFirstOfEqualElementsAndInsertionsTheLast)
-{
-    Fill({11, 20, 21, 22, 40});
-    const int key = 29;
-    EXPECT_EQ(2, qkini_ListBinSearch(list, &key, &CompareTens));
-    EXPECT_EQ(2, qkini_ListFindItem(list, &key, -1, &CompareTens));
-    EXPECT_EQ(3, qkini_ListFindItem(list, &key, 3, &CompareTens));
-    EXPECT_EQ(0, qkini_ListFindItem(list, &key, 5, &CompareTens));
-    EXPECT_EQ(0, qkini_ListFindItem(list, &key, 6, &CompareTens));
-    EXPECT_EQ(5, qkini_ListInsertInOrder(list, &key, &CompareTens));
-    EXPECT_EQ((std::vector<int>{11, 20, 21, 22, 29, 40}), Content(list));
-    const int missing = 35;
-    EXPECT_EQ(0, qkini_ListBinSearch(list, &missing, &CompareTens));
-    const int twenty = 20;
-    EXPECT_EQ(2, qkini_ListFindItem(list, &twenty, -1, nullptr)) << "as bytes";
-
-    const int sorted[] = {10, 20, 20, 30};
-    const struct {
-        int key;
-        int result;
-    } rows[] = {{5, ~0}, {10, 0}, {15, ~1}, {20, 1}, {25, ~3}, {30, 3}, {35, ~4}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.result, qkini_BinSearch(sorted, 4, sizeof(int), &row.key, &CompareInts)) << row.key;
-    }
-    EXPECT_EQ(~0, qkini_BinSearch(sorted, 0, sizeof(int), &key, &CompareInts));
-}
-
-TEST_F(IniListTest, Sorts)
-{
-    Fill({3, 1, 2});
-    qkini_ListQuickSort(list, &CompareInts);
-    EXPECT_EQ((std::vector<int>{1, 2, 3}), Content(list));
-    const int large = 0x0100;  // as bytes in front of 1 where the lowest byte comes first
-    Fill({large});
-    qkini_ListQuickSort(list, nullptr);
-    std::vector<int> expected = {1, 2, 3, large};
-    std::sort(expected.begin(), expected.end(), [](int a, int b) { return std::memcmp(&a, &b, sizeof a) < 0; });
-    EXPECT_EQ(expected, Content(list));
-}
+namespace {
 
 TEST(IniList, NoListIsAnEmptyOne)
 {
     const int value = 1;
-    qkini_ListDispose(nullptr);
+    struct {
+        const char* magic;
+    } other = {"no list"};
+    void* record = &other;
+    for (const qkini_List none : {static_cast<qkini_List>(nullptr), reinterpret_cast<qkini_List>(&record)}) {
+        int out = 0;
+        EXPECT_EQ(0, qkini_ListNumItems(none));
+        EXPECT_EQ(nullptr, qkini_ListGetPtrToItem(none, 0));
+        EXPECT_EQ(0, qkini_ListGetItem(none, &out, 0));
+        EXPECT_EQ(0, qkini_ListRemoveItem(none, 0));
+        EXPECT_EQ(0, qkini_ListInsertItem(none, &value, 0));
+        EXPECT_EQ(0, qkini_ListInsertInOrder(none, &value, nullptr));
+        EXPECT_EQ(0, qkini_ListBinSearch(none, &value, nullptr));
+        EXPECT_EQ(0, qkini_ListFindItem(none, &value, -1, nullptr));
+        qkini_ListQuickSort(none, nullptr);
+        qkini_ListDispose(none);
+    }
     EXPECT_EQ(nullptr, qkini_ListCreate(0));
-    EXPECT_EQ(0, qkini_ListNumItems(nullptr));
-    EXPECT_EQ(nullptr, qkini_ListGetPtrToItem(nullptr, 0));
-    EXPECT_EQ(0, qkini_ListInsertItem(nullptr, &value, 0));
-    EXPECT_EQ(0, qkini_ListInsertInOrder(nullptr, &value, nullptr));
-    EXPECT_EQ(0, qkini_ListBinSearch(nullptr, &value, nullptr));
-    EXPECT_EQ(0, qkini_ListFindItem(nullptr, &value, -1, nullptr));
-    qkini_ListQuickSort(nullptr, nullptr);
 }
 
-TEST(IniList, SizesThatWouldOverflow)
+TEST(IniList, CountsThatAreNone)
 {
-    const qkini_List list = qkini_ListCreate(1 << 30);
-    const char byte = 0;
-    EXPECT_EQ(kNoMemory, qkini_ListInsertItems(list, &byte, 0, INT_MAX));
-    EXPECT_EQ(0, qkini_ListNumItems(list));
+    const qkini_List list = qkini_ListCreate(1);
+    char out[] = "ab";
+    ASSERT_EQ(1, qkini_ListInsertItems(list, out, 0, 2));
+    EXPECT_EQ(0, qkini_ListGetItems(list, out, 1, -1));
+    EXPECT_EQ(0, qkini_ListRemoveItems(list, 1, -1));
+    EXPECT_EQ(0, qkini_ListInsertItems(list, out, 1, -1));
+    EXPECT_EQ(kNoMemory, qkini_ListInsertItems(list, out, 1, INT_MAX)) << "more than can be counted";
+    EXPECT_EQ(2, qkini_ListNumItems(list));
     qkini_ListDispose(list);
-    EXPECT_EQ(nullptr, qkini_PI_NewHandle(SIZE_MAX));
-}
-
-TEST(IniList, OutOfMemory)
-{
-    FaultLoop([](auto failed) {
-        const qkini_List list = qkini_ListCreate(sizeof(int));
-        if (list == nullptr) {
-            EXPECT_TRUE(failed());
-            return;
-        }
-        int count = 0;
-        for (int i = 0; i < 20; ++i) {
-            const int result = qkini_ListInsertItem(list, &i, 0);
-            EXPECT_EQ(result == 1 ? 1 : kNoMemory, result);
-            count += result == 1 ? 1 : 0;
-            EXPECT_EQ(count, qkini_ListNumItems(list));
-        }
-        EXPECT_EQ(failed(), count < 20);
-        qkini_ListDispose(list);
-    });
+    const qkini_List wide = qkini_ListCreate(INT_MAX);
+    EXPECT_EQ(kNoMemory, qkini_ListInsertItems(wide, out, 0, INT_MAX));
+    qkini_ListDispose(wide);
 }
 
 TEST(IniList, HandlesTellTheirSize)
@@ -192,6 +194,7 @@ TEST(IniList, HandlesTellTheirSize)
     EXPECT_EQ(7, static_cast<char*>(*handle)[9]);
     EXPECT_EQ(kNoMemory, qkini_PI_SetHandleSize(handle, SIZE_MAX));
     qkini_PI_DisposeHandle(handle);
+    EXPECT_EQ(nullptr, qkini_PI_NewHandle(SIZE_MAX));
     EXPECT_EQ(0u, qkini_PI_GetHandleSize(nullptr));
     EXPECT_EQ(0, qkini_PI_SetHandleSize(nullptr, 1));
     qkini_PI_DisposeHandle(nullptr);

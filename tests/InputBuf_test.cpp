@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -13,26 +15,6 @@ namespace {
 
 using kztest::LStrHandle;
 
-const std::string kText = "0123456789";
-
-// Both kinds over the same text.
-class InputBufKinds : public ::testing::TestWithParam<bool> {
-protected:
-    static std::unique_ptr<InputBuf> Make(const std::string& text)
-    {
-        if (GetParam()) {
-            return std::unique_ptr<InputBuf>(CreateMemInputBuf(text.data(), text.size()));
-        }
-        LStrHandle source(text);
-        std::unique_ptr<InputBuf> buffer(CreateLStrInputBuf(source.handle));
-        EXPECT_EQ(source.handle, nullptr) << "taken over";
-        return buffer;
-    }
-
-    kztest::ReportCatcher reports;
-    kztest::RunningMemory memory;
-};
-
 // "null" or the bytes; then the error where there is one.
 std::string Read(InputBuf& buffer, unsigned long size, unsigned long* gotSize = nullptr, int32 peek = 0)
 {
@@ -43,47 +25,68 @@ std::string Read(InputBuf& buffer, unsigned long size, unsigned long* gotSize = 
     return err == 0 ? result : result + " error " + std::to_string(err);
 }
 
-TEST_P(InputBufKinds, ReadsAndPeeks)
+class InputBufTest : public testing::Test {
+protected:
+    kztest::ReportCatcher reports;
+    kztest::RunningMemory memory;
+};
+
+// One access after the other, of both kinds of buffer.
+TEST_F(InputBufTest, Accesses)
 {
-    const std::unique_ptr<InputBuf> buffer = Make(kText);
-    EXPECT_EQ(buffer->GetSize(), 10u);
-    EXPECT_EQ(Read(*buffer, 4, nullptr, 1), "0123");
-    EXPECT_EQ(Read(*buffer, 4), "0123");
-    EXPECT_EQ(buffer->GetBytesRead(), 4u);
-    unsigned long got = 99;
-    EXPECT_EQ(Read(*buffer, 0, &got), "null");
-    EXPECT_EQ(got, 0u);
-    EXPECT_EQ(Read(*buffer, 3, &got), "456");
-    EXPECT_EQ(got, 3u);
-    EXPECT_EQ(Read(*buffer, 100, &got, 1), "789") << "a short peek";
-    EXPECT_EQ(buffer->GetBytesRead(), 7u);
-    EXPECT_EQ(Read(*buffer, ~0ul, &got), "789") << "a sum that wraps";
-    EXPECT_EQ(Read(*buffer, 1, &got), "null") << "the end is no error";
-    EXPECT_EQ(got, 0u);
-    EXPECT_EQ(buffer->GetBytesRead(), 10u);
-    EXPECT_EQ(Read(*buffer, 0), "null");
+    enum How { kStrict, kStrictPeek, kShort, kShortPeek };
+    const struct {
+        unsigned long size;
+        How how;
+        const char* result;
+        unsigned long position;
+    } rows[] = {
+        {4, kStrictPeek, "0123", 0},      {4, kStrict, "0123", 4},
+        {0, kShort, "null", 4},           {3, kShort, "456", 7},
+        {100, kShortPeek, "789", 7},      {ULONG_MAX, kShort, "789", 10},  // a sum that wraps
+        {1, kShort, "null", 10},          {0, kStrict, "null", 10},
+        {1, kShortPeek, "null", 10},      {ULONG_MAX - 2, kStrict, "null error 74", 10},
+        {1, kShort, "null error 74", 10}, {0, kStrict, "null error 74", 10},
+    };
+    for (const bool isInMemory : {true, false}) {
+        const std::string text = "0123456789";
+        LStrHandle source(text);
+        std::unique_ptr<InputBuf> buffer(isInMemory ? CreateMemInputBuf(text.data(), text.size())
+                                                    : CreateLStrInputBuf(source.handle));
+        EXPECT_EQ(source.handle == nullptr, !isInMemory) << "taken over";
+        EXPECT_EQ(buffer->GetSize(), 10u);
+        for (const auto& row : rows) {
+            SCOPED_TRACE(&row - rows);
+            unsigned long got = 99;
+            EXPECT_EQ(Read(*buffer, row.size, row.how >= kShort ? &got : nullptr, row.how % 2), row.result);
+            EXPECT_TRUE(row.how < kShort || got == (row.result[0] == 'n' ? 0 : std::strlen(row.result)));
+            EXPECT_EQ(buffer->GetBytesRead(), row.position);
+        }
+        EXPECT_EQ(buffer->GetSize(), 0u);
+        buffer.reset();
+        EXPECT_TRUE(reports.Take(
+            kDbgWarning, isInMemory ? "MemInputBuf finished with 74 error" : "LStrInputBuf finished with 74 error"));
+    }
 }
 
-TEST_P(InputBufKinds, StrictFailureLatches)
+// A failure in the middle moves nothing, and ends all.
+TEST_F(InputBufTest, StrictFailureLatches)
 {
-    std::unique_ptr<InputBuf> buffer = Make(kText);
-    EXPECT_EQ(Read(*buffer, 4), "0123");
-    EXPECT_EQ(Read(*buffer, ~0ul - 2), "null error 74");
-    EXPECT_EQ(buffer->GetBytesRead(), 4u);
-    EXPECT_EQ(buffer->GetSize(), 0u);
-    unsigned long got = 99;
-    EXPECT_EQ(Read(*buffer, 1, &got), "null error 74");
-    EXPECT_EQ(got, 0u);
-    EXPECT_EQ(Read(*buffer, 0), "null error 74");
-    buffer.reset();
-    EXPECT_TRUE(reports.Take(
-        kDbgWarning, GetParam() ? "MemInputBuf finished with 74 error" : "LStrInputBuf finished with 74 error"));
+    {
+        LStrHandle source("0123");
+        LStrInputBuf string(source.handle);
+        MemInputBuf block("0123", 4);
+        for (InputBuf* buffer : {static_cast<InputBuf*>(&block), static_cast<InputBuf*>(&string)}) {
+            EXPECT_EQ(Read(*buffer, 1), "0");
+            EXPECT_EQ(Read(*buffer, 4), "null error 74");
+            EXPECT_EQ(Read(*buffer, 1), "null error 74");
+            EXPECT_EQ(buffer->GetBytesRead(), 1u);
+        }
+    }
+    EXPECT_EQ(reports.TakeAll().size(), 2u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, InputBufKinds, ::testing::Bool(),
-                         [](const auto& kind) { return kind.param ? "Mem" : "LStr"; });
-
-TEST(MemInputBuf, NullDataOrSizeIsEmpty)
+TEST_F(InputBufTest, NullDataOrSizeIsEmpty)
 {
     MemInputBuf noData(nullptr, 5);
     MemInputBuf noSize("x", 0);
@@ -94,12 +97,10 @@ TEST(MemInputBuf, NullDataOrSizeIsEmpty)
     }
 }
 
-TEST(LStrInputBuf, Ownership)
+TEST_F(InputBufTest, Ownership)
 {
-    kztest::ReportCatcher reports;
-    kztest::RunningMemory memory;
     {
-        LStrHandle text(kText);
+        LStrHandle text("0123");
         LStr** const original = text.handle;
         LStrInputBuf buffer(text.handle);
         text.handle = buffer.ReleaseOwnership();
@@ -115,23 +116,20 @@ TEST(LStrInputBuf, Ownership)
     EXPECT_TRUE(reports.Take(kDbgWarning, "LStrInputBuf finished with 1 error"));
 }
 
-// A count that the block doesn't hold, as a damaged file may have it.
-TEST(LStrInputBuf, UnsoundCounts)
+// A count that the block doesn't hold, as a damaged file may have it; and one that gets less while it is read.
+TEST_F(InputBufTest, UnsoundCounts)
 {
-    kztest::ReportCatcher reports;
-    kztest::RunningMemory memory;
-    struct Case {
-        int32 count;
-        unsigned long size;
-    };
-    for (const Case& c : {Case{0x7FFFFFFF, 10}, {11, 10}, {-1, 0}, {9, 9}}) {
-        LStrHandle text(kText);
-        (*text.handle)->cnt = c.count;
+    for (const auto& [count, size] : {std::pair{INT_MAX, 10ul}, {11, 10ul}, {-1, 0ul}, {9, 9ul}}) {
+        LStrHandle text("0123456789");
+        LStr** const shared = text.handle;
+        (*shared)->cnt = count;
         LStrInputBuf buffer(text.handle);
-        EXPECT_EQ(buffer.GetSize(), c.size);
+        EXPECT_EQ(buffer.GetSize(), size);
         unsigned long got = 99;
         Read(buffer, 100, &got);
-        EXPECT_EQ(got, c.size);
+        EXPECT_EQ(got, size);
+        (*shared)->cnt = 1;
+        EXPECT_EQ(Read(buffer, 1, &got), size == 0 ? "0" : "null") << "a position behind the end";
     }
 }
 

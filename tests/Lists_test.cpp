@@ -7,6 +7,7 @@
 #include <climits>
 #include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "HObjList.h"
@@ -452,9 +453,12 @@ TEST_F(ListTest, RecordsThatLie)
     LongStrings list(LongStrings::ImageOf({"a"}) + negative);
     EXPECT_EQ(CLStrInsert(list.handle, text.Get(), 9, 1), kzErrNone);
     EXPECT_EQ(list.Bytes(), LongStrings::ImageOf({"a", ""})) << "a negative count is no text";
-    ListHandle<CPStr> short_(std::string("\xFF\xFF\xFF\xFF\1a", 6));
-    EXPECT_EQ(CPStrReplace(short_.handle, PStrValue("bc"), 0), kzErrNone);
-    EXPECT_EQ(short_.Bytes(), std::string("\0\0\0\0\2bc", 7)) << "in the place of the first, which is not counted";
+    ListHandle<CPStr> none(std::string("\xFF\xFF\xFF\xFF\1a", 6));
+    EXPECT_EQ(CPStrReplace(none.handle, PStrValue("bc"), 0), kzErrNone);
+    EXPECT_EQ(none.Bytes(), std::string("\0\0\0\0\2bc", 7)) << "in the place of the first, which is not counted";
+    ListHandle<CPStr> fewer(std::string("\3\0\0\0\1a", 6));
+    EXPECT_EQ(CPStrReplace(fewer.handle, PStrValue("b"), 0), kzErrNone);
+    EXPECT_EQ(fewer.Bytes(), PackedBytes({"b"}));
     ListHandle<CPStr> unsorted(std::string("\3\0\0\0\1b\1a\3", 9));
     EXPECT_EQ(LSort(unsorted.handle, nullptr), kzErrNone);
     EXPECT_EQ(unsorted.Bytes(), std::string("\3\0\0\0\1a\1b\3", 9));
@@ -467,12 +471,13 @@ TEST_F(ListTest, Walkers)
     EXPECT_STREQ(kz::CLStrFault(nullptr), "the list has no handle in use");
     EXPECT_STREQ(kz::PointerListFault(nullptr), "the list has no handle in use");
     EXPECT_STREQ(kz::LStrArrayFault(nullptr), nullptr);
-    LStr** const string = (*array.handle)->str[1];
-    (*array.handle)->str[1] = reinterpret_cast<LStr**>(&array);
-    EXPECT_STREQ(array.Fault(), "an entry of the array is neither null nor a handle in use");
-    (*array.handle)->str[1] = nullptr;
-    EXPECT_STREQ(array.Fault(), nullptr);
-    (*array.handle)->str[1] = string;
+    for (const int i : {0, 1}) {
+        LStr** const string = std::exchange((*array.handle)->str[i], reinterpret_cast<LStr**>(&array));
+        EXPECT_STREQ(array.Fault(), "an entry of the array is neither null nor a handle in use");
+        (*array.handle)->str[i] = nullptr;
+        EXPECT_STREQ(array.Fault(), nullptr);
+        (*array.handle)->str[i] = string;
+    }
     (*array.handle)->cnt = 1;
     EXPECT_STREQ(array.Fault(), "the block of the array does not end with its last entry");
     (*array.handle)->cnt = 3;
