@@ -19,11 +19,14 @@ using kztest::Between;
 using kztest::CPStrHandle;
 using kztest::Draw;
 using kztest::DrawIndex;
+using kztest::Json;
+using kztest::ListRows;
 using kztest::ListStep;
 using kztest::PackedBytes;
 using kztest::Pinned;
 using kztest::PStrValue;
 using kztest::Texts;
+using kztest::TextsOf;
 
 // The handle that a list owns; null where it has no string.
 CPStr** HandleIn(const CPStrList& list)
@@ -148,32 +151,20 @@ protected:
 
 TEST_F(CPStrListTest, Comparisons)
 {
-    const struct {
-        Texts a, b;
-        int32 order, caseless;
-        int32 common;  // the first n for which EqualNEltsFS is true, and n + 1 is not
-    } cases[] = {
-        {{}, {}, 0, 0, 0},
-        {{"a"}, {"a"}, 0, 0, 1},
-        {{"a"}, {}, 1, 1, 0},
-        {{}, {"a", "b"}, -2, -2, 0},
-        {{"a", "B"}, {"A", "b"}, 'a' - 'A', 0, 2},
-        {{"a", "b"}, {"a", "B", "c"}, 'b' - 'B', -1, 2},
-        {{"a", "x"}, {"a", "Y", "c"}, 'x' - 'Y', 'x' - 'y', 1},
-        {{"ab"}, {"a", "a"}, 1, 1, 0},
-    };
-    for (const auto& c : cases) {
+    for (const Json& row : ListRows("compare")) {
+        SCOPED_TRACE(row.Line());
         CPStrList a, b;
-        Fill(a, c.a);
-        Fill(b, c.b);
-        EXPECT_EQ(a.Compare(b), c.order);
-        EXPECT_EQ(a.CompareNC(b), c.caseless);
-        EXPECT_EQ(a.CompareFS(b), c.caseless);
-        EXPECT_EQ(a.Equal(b), c.order == 0);
-        EXPECT_EQ(a.EqualNC(b), c.caseless == 0);
-        EXPECT_EQ(a.EqualFS(b), c.caseless == 0);
+        Fill(a, TextsOf(row, "a"));
+        Fill(b, TextsOf(row, "b"));
+        const auto order = row["order"].Int(), caseless = row["caseless"].Int();
+        EXPECT_EQ(a.Compare(b), order);
+        EXPECT_EQ(a.CompareNC(b), caseless);
+        EXPECT_EQ(a.CompareFS(b), caseless);
+        EXPECT_EQ(a.Equal(b), order == 0);
+        EXPECT_EQ(a.EqualNC(b), caseless == 0);
+        EXPECT_EQ(a.EqualFS(b), caseless == 0);
         for (int32 n = -1; n <= 4; ++n) {
-            EXPECT_EQ(a.EqualNEltsFS(b, n), n <= c.common) << n;
+            EXPECT_EQ(a.EqualNEltsFS(b, n), n <= row["common"].Int()) << n;
         }
     }
 }
@@ -181,18 +172,10 @@ TEST_F(CPStrListTest, Comparisons)
 // A loaded resource goes over to the list; one that isn't a resource's stays its owner's.
 TEST_F(CPStrListTest, FromAResource)
 {
-    const struct {
-        std::string data;
-        Texts strings;
-    } cases[] = {
-        {std::string("\0\0\0\2\1a\0", 7), {"a", ""}},
-        {std::string("\0\0\0\2\1a\5", 7), {"a"}},
-        {std::string("\x7F\xFF\xFF\xFF\1a", 6), {"a"}},
-        {std::string("\xFF\xFF\xFF\xFF\1a", 6), {}},
-        {std::string("\0\0\1", 3), {}},
-    };
-    for (const auto& c : cases) {
-        const std::string image = kztest::ResImage({{"AAAA", 1, c.data}}).Bytes();
+    for (const Json& row : ListRows("CPStrList of a resource")) {
+        SCOPED_TRACE(row.Line());
+        const Texts strings = TextsOf(row, "texts");
+        const std::string image = kztest::ResImage({{"AAAA", 1, row["bytes"].Hex()}}).Bytes();
         RsrcFile file = 0;
         UHandle resource = nullptr;
         ASSERT_EQ(ROpenUPtr(kztest::Bytes(image), image.size(), &file, nullptr, nullptr), 0);
@@ -200,13 +183,13 @@ TEST_F(CPStrListTest, FromAResource)
         {
             CPStrList list(resource), copy;
             EXPECT_FALSE(RIsLoaded(file, kz::FourCharCode("AAAA"), 1));
-            EXPECT_EQ(list.Count(), static_cast<int32>(c.strings.size()));
+            EXPECT_EQ(list.Count(), static_cast<int32>(strings.size()));
             EXPECT_EQ(copy.Copy(list), 0);
-            EXPECT_EQ(BlockOf(copy), PackedBytes(c.strings)) << "without what lies";
+            EXPECT_EQ(BlockOf(copy), PackedBytes(strings)) << "without what lies";
             EXPECT_EQ(list.Insert(nullptr, 0), kzErrArgument);
             EXPECT_EQ(list.Insert(PStrValue("x"), 0), 0);
-            EXPECT_TRUE(c.strings.empty() || list.Delete(1) == 0);
-            EXPECT_EQ(BlockOf(list), PackedBytes(c.strings.size() < 2 ? Texts{"x"} : Texts{"x", ""}));
+            EXPECT_TRUE(strings.empty() || list.Delete(1) == 0);
+            EXPECT_EQ(BlockOf(list), PackedBytes(strings.size() < 2 ? Texts{"x"} : Texts{"x", ""}));
         }
         EXPECT_EQ(DSCheckHandle(resource), kzErrBadZone) << "disposed with the list";
         EXPECT_EQ(RCloseFile(file), 0);

@@ -28,8 +28,9 @@ using kztest::CPStrHandle;
 using kztest::Draw;
 using kztest::DrawIndex;
 using kztest::DrawText;
-using kztest::HandleOf;
+using kztest::Json;
 using kztest::ListHandle;
+using kztest::ListRows;
 using kztest::ListStep;
 using kztest::LStrValue;
 using kztest::PackedBytes;
@@ -37,6 +38,7 @@ using kztest::Pinned;
 using kztest::PStrValue;
 using kztest::RemovePinned;
 using kztest::Texts;
+using kztest::TextsOf;
 
 std::string DrawRoom(Draw& draw, char fill)
 {
@@ -490,63 +492,26 @@ TEST_F(ListTest, Walkers)
 
 TEST_F(ListTest, StandardOrder)
 {
-    const auto big = [](size_t count) {
-        const std::string bytes = CountBytes(count);
-        return std::string(bytes.rbegin(), bytes.rend());
-    };
-    const Texts all = {"a", "", "five5"};
-    std::string good = big(3);
-    for (const std::string& text : all) {
-        good += big(text.size()) + text + PaddingOf(text);
-    }
-    const struct {
-        const char* name;
-        std::string bytes;
-        long whole;
-        bool isGood;
-    } cases[] = {
-        {"good", good, 3, true},
-        {"empty", std::string(4, '\0'), 0, true},
-        {"no count", std::string(3, '\0'), 0, false},
-        {"something behind", good + "abcd", 3, false},
-        {"a byte behind", good + "a", 3, false},
-        {"padding cut", good.substr(0, 27), 2, false},
-        {"text cut", good.substr(0, 20), 2, false},
-        {"count cut", good.substr(0, 15), 1, false},
-        {"fewer", big(2) + good.substr(4), 2, false},
-        {"more", big(4) + good.substr(4), 3, false},
-        {"most", big(0x7FFFFFFF) + good.substr(4), 3, false},
-        {"negative", big(0xFFFFFFFF) + good.substr(4), 0, false},
-        {"a length of most", big(1) + big(0x7FFFFFFF) + "abcd", 0, false},
-        {"a length that wraps", big(1) + big(0xFFFFFFFD) + "abcd", 0, false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const LongStrings list(c.bytes);
-        EXPECT_EQ(StdToCLStr(list.handle), c.isGood ? kzErrNone : kzErrCorrupt);
-        EXPECT_EQ(reports.Take(kDbgFatal, ""), !c.isGood);
-        const std::string bytes = LongStrings::ImageOf(Texts(all.begin(), all.begin() + c.whole));
-        EXPECT_EQ(list.Bytes().substr(0, bytes.size()), c.bytes.size() < 4 ? c.bytes : bytes);
+    for (const Json& row : ListRows("StdToCLStr")) {
+        SCOPED_TRACE(row.Line());
+        const LongStrings list(row["bytes"].Hex());
+        EXPECT_EQ(StdToCLStr(list.handle), row["error"].Int());
+        EXPECT_EQ(reports.Take(kDbgFatal, ""), row["error"].Int() != kzErrNone);
+        const std::string bytes = LongStrings::ImageOf(TextsOf(row, "texts"));
+        EXPECT_TRUE(list.Block() < 4 || list.Bytes().substr(0, bytes.size()) == bytes);
     }
 }
 
 TEST_F(ListTest, ResourceLists)
 {
-    const struct {
-        std::string data;
-        size_t strings;
-    } cases[] = {
-        {std::string("\0\2\1a\2bb", 7), 2}, {std::string("\0\0", 2), 0},
-        {std::string("\0", 1), 0},          {"", 0},
-        {std::string("\0\1\1a\2bb", 7), 1}, {std::string("\0\3\1a\2b", 6), 1},
-        {std::string("\1\0\1a", 4), 1},     {std::string("\xFF\xFF\1a", 4), 0},
-    };
-    for (const auto& c : cases) {
-        const size_t counted = std::min<size_t>(c.data.size(), 2);
-        const ListHandle<unsigned char> resource(c.data);
-        const ListHandle<CPStr> list(std::string(5 + c.data.size() - counted, '#'));
+    for (const Json& row : ListRows("StrPoundToCPStr")) {
+        SCOPED_TRACE(row.Line());
+        const std::string data = row["bytes"].Hex();
+        const std::string strings = data.substr(std::min<size_t>(data.size(), 2)) + "#";
+        const ListHandle<unsigned char> resource(data);
+        const ListHandle<CPStr> list(std::string(4 + strings.size(), '#'));
         EXPECT_EQ(StrPoundToCPStr(resource.handle, *list.handle), 0);
-        EXPECT_EQ(list.Bytes(), CountBytes(c.strings) + c.data.substr(counted) + "#");
+        EXPECT_EQ(list.Bytes(), CountBytes(row["texts"].size()) + strings);
     }
 }
 
@@ -653,22 +618,11 @@ TEST_F(ListTest, Refusals)
 
 TEST_F(ListTest, Comparisons)
 {
-    const struct {
-        Texts a, b;
-        int32 order;
-    } cases[] = {
-        {{}, {}, 0},
-        {{"a"}, {"a"}, 0},
-        {{"a", "b"}, {"a"}, 1},
-        {{}, {"a", "b", ""}, -3},
-        {{"a", "b"}, {"a", "c", "d"}, -1},
-        {{"a", "x", "d"}, {"a", "c", "e"}, 'x' - 'c'},
-        {{"ab"}, {"a", "a"}, 1},
-    };
-    for (const auto& c : cases) {
-        const CPStrHandle a(c.a), b(c.b);
-        EXPECT_EQ(CPStrCmp(*a.handle, *b.handle), c.order);
-        EXPECT_EQ(CPStrEqual(*a.handle, *b.handle) != 0, c.order == 0);
+    for (const Json& row : ListRows("compare")) {
+        SCOPED_TRACE(row.Line());
+        const CPStrHandle a(TextsOf(row, "a")), b(TextsOf(row, "b"));
+        EXPECT_EQ(CPStrCmp(*a.handle, *b.handle), row["order"].Int());
+        EXPECT_EQ(CPStrEqual(*a.handle, *b.handle) != 0, row["order"].Int() == 0);
     }
     const CPStrHandle list(Texts{"One", "two", "one"});
     EXPECT_EQ(CPStrCmp(nullptr, *list.handle), -3);

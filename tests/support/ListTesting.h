@@ -23,6 +23,7 @@
 
 #include "ByteOrder.h"
 #include "FaultLoop.h"
+#include "JsonLines.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
@@ -33,6 +34,24 @@ namespace kztest {
 
 using Texts = std::vector<std::string>;
 using Draw = std::mt19937_64;
+
+inline Texts TextsOf(const Json& row, const char* member)
+{
+    Texts texts;
+    for (const Json& text : row[member].Items()) {
+        texts.push_back(text.Str());
+    }
+    return texts;
+}
+
+// The stored rows of lists for one call.
+inline std::vector<Json> ListRows(const std::string& call)
+{
+    std::vector<Json> rows = ReadJsonLines("vectors/lists.jsonl");
+    std::erase_if(rows, [&](const Json& row) { return row["call"].Str() != call; });
+    EXPECT_FALSE(rows.empty());
+    return rows;
+}
 
 // The bytes of a CPStr.
 inline std::string PackedBytes(const Texts& texts)
