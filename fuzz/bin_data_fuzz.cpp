@@ -312,8 +312,11 @@ private:
     {
         const uInt32 boundary = kBoundaries[argument % std::size(kBoundaries)];
         if (kind == kAlign) {
+            // With nothing to skip the reader does not ask the buffer, whose own error it thus doesn't see.
             m_reader.Align(boundary);
-            m_model.Take(PaddingOf(m_model.position(), boundary));
+            if (const std::size_t padding = PaddingOf(m_model.position(), boundary); padding != 0) {
+                m_model.Take(padding);
+            }
             if (!m_model.hasFailed() && boundary <= kGreatestWritten) {
                 Keep(kind, boundary, {});
             }

@@ -71,9 +71,9 @@ public:
     KzErr Insert(const std::string& text, int32 i) { return HObjListInsert(handle, Object(text), i); }
     KzErr Remove(int32 i)
     {
-        const int32 count = (*handle)->cnt;
+        const std::string before = Bytes();
         HObjListDelete(handle, i);
-        return count == (*handle)->cnt ? kzErrArgument : kzErrNone;
+        return Bytes() == before ? kzErrArgument : kzErrNone;  // the object may be null in both cases
     }
 
     // A block that lacks room grows to the next step of 16 bytes.
