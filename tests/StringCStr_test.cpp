@@ -16,6 +16,8 @@
 
 namespace {
 
+using kztest::Json;
+
 TEST(StringCStr, Copying)
 {
     char text[16] = "0123456789";
@@ -26,18 +28,6 @@ TEST(StringCStr, Copying)
     char twice[16] = "abc";
     EXPECT_EQ(StrCat(twice, twice), 6u);
     EXPECT_STREQ(twice, "abcabc");
-
-    struct Case {
-        const char* src;
-        uInt32 n;
-        const char* result;  // the first 6 bytes of a buffer of "......"
-    };
-    const Case cases[] = {{"ab", 0, "......"}, {"ab", 2, "ab...."}, {"abc", 2, "ab...."}, {"ab", 5, "ab\0\0\0."}};
-    for (const Case& c : cases) {
-        char dst[] = "......";
-        EXPECT_EQ(StrNCpy(dst, c.src, c.n), dst);
-        EXPECT_EQ(std::memcmp(dst, c.result, 6), 0) << c.src << " " << c.n;
-    }
 }
 
 TEST(StringCStr, Searching)
@@ -49,16 +39,43 @@ TEST(StringCStr, Searching)
     EXPECT_EQ(StrRChr(text, 'z'), nullptr);
     EXPECT_EQ(StrChr(text, 0), nullptr);
     EXPECT_EQ(StrRChr(text, 0x100), nullptr);
+}
 
-    struct Case {
-        const char *s, *pattern;
-        KzBool found;
-    };
-    const Case cases[] = {{"", "", 0},         {" \t", "", 1},   {" \t", "a", 0},       {"my F i\tLE", "file", 1},
-                          {"fi le", "i l", 0}, {"aab", "AB", 1}, {"fil e", "filed", 0}, {" ab", "AB", 1}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(StrIStr(c.s, c.pattern), c.found) << c.s << " / " << c.pattern;
+TEST(StringCStr, Vectors)
+{
+    for (const Json& row : kztest::ReadJsonLines("vectors/short_strings.jsonl")) {
+        SCOPED_TRACE(row.Line());
+        const std::string& s = row["s"].Str();
+        if (row["op"].Str() == "StrIStr") {
+            EXPECT_EQ(StrIStr(s.c_str(), row["pattern"].Str().c_str()), row["result"].Int());
+        } else if (row["op"].Str() == "StrNCpy") {
+            char dst[] = "......";
+            EXPECT_EQ(StrNCpy(dst, s.c_str(), static_cast<uInt32>(row["n"].UInt())), dst);
+            EXPECT_EQ(std::string(dst, 6), row["result"].Str());
+        }
     }
+    for (const Json& row : kztest::ReadJsonLines("vectors/utf8.jsonl")) {
+        SCOPED_TRACE(row.Line());
+        const std::string& op = row["op"].Str();
+        if (op == "StrNextChar" || op == "StrPrevChar") {
+            const std::string bytes = row["bytes"].Hex();
+            const int32 index = static_cast<int32>(row["index"].Int());
+            EXPECT_EQ(op == "StrNextChar" ? StrNextChar(bytes.data(), index) : StrPrevChar(bytes.data(), index),
+                      row["result"].Int());
+        } else if (op == "StrToUpperAndLower") {
+            std::string upper = row["bytes"].Hex(), lower = upper;
+            EXPECT_EQ(StrToUpper(upper.data(), static_cast<int32>(upper.size())), 0);
+            EXPECT_EQ(upper, row["upper"].Hex());
+            EXPECT_EQ(StrToLower(lower.data(), static_cast<int32>(lower.size())), 0);
+            EXPECT_EQ(lower, row["lower"].Hex());
+        }
+    }
+    unsigned char byte[] = "a";
+    EXPECT_EQ(StrToUpper(byte, -1), 0);
+    EXPECT_EQ(byte[0], 'a');
+    kztest::ReportCatcher reports;
+    EXPECT_EQ(StrPrevChar("abc", -1), 0);
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Negative index into string in StrPrevChar"));
 }
 
 TEST(StringCStr, Classes)
@@ -88,51 +105,11 @@ TEST(StringCStr, DecimalPoint)
     StrSetDecimalPoint('.');
 }
 
-TEST(StringCStr, CaseOfText)
-{
-    struct Case {
-        std::string text, upper, lower;
-    };
-    const Case cases[] = {
-        {"", "", ""},
-        {"@AZ[`az{\x7F", "@AZ[`AZ{\x7F", "@az[`az{\x7F"},
-        {std::string("aB\0\u00E9", 5), std::string("AB\0\u00C9", 5), std::string("ab\0\u00E9", 5)},
-        {"stra\u00DFe", "STRASSe", "stra\u00DFe"},
-        {"\uFB00x", "FF\x80x", "\uFB00x"},  // as many units, the rest of the bytes stays
-        {"\u017Fab", "SABb", "\u017Fab"},   // shorter in bytes
-        {"\u0130x", "\u0130X", "i\u0307"},  // longer in units
-        {"\u023A", "\u023A", "\u023A"},     // the lower one does not fit
-        {"\U00010428x", "\U00010400X", "\U00010428x"},
-        {"\u00DF\U00010428", "SS?\x90\x90\xA8", "\u00DF\U00010428"},  // half a character
-        {"a\xE9z", "A\xE9z", "a\xE9z"},                               // U+FFFD has no room
-        {std::string("a\0\xE9z\x80---", 8), "A\uFFFD\uFFFDZ", "a\uFFFD\uFFFDz"},
-    };
-    for (const Case& c : cases) {
-        std::string upper = c.text, lower = c.text;
-        EXPECT_EQ(StrToUpper(upper.data(), static_cast<int32>(upper.size())), 0);
-        EXPECT_EQ(upper, c.upper);
-        EXPECT_EQ(StrToLower(lower.data(), static_cast<int32>(lower.size())), 0);
-        EXPECT_EQ(lower, c.lower);
-    }
-    unsigned char byte[] = "a";
-    EXPECT_EQ(StrToUpper(byte, -1), 0);
-    EXPECT_EQ(byte[0], 'a');
-}
-
 // Any bytes become what the mapping of them as UTF-16 leaves of them.
 TEST(StringCStr, CaseOfAnyBytes)
 {
-    const std::string pieces[] = {"a",
-                                  "Z",
-                                  "\u00DF",
-                                  "\u0130",
-                                  "\uFB03",
-                                  "\u023A",
-                                  "\U00010428",
-                                  "\xE9",
-                                  "\xF0\x90",
-                                  "\xED\xA0\x80",
-                                  std::string(1, '\0')};
+    const std::string pieces[] = {"a",      "Z",          "\u00DF", "\u0130",   "\uFB03",       "\u023A",
+                                  "\u017F", "\U00010428", "\xE9",   "\xF0\x90", "\xED\xA0\x80", std::string(1, 0)};
     std::mt19937 engine(3);
     for (unsigned i = 0; i < kztest::ModelSequences(); ++i) {
         std::string text;
@@ -171,29 +148,6 @@ TEST(StringCStr, CaseOfTextOutOfMemory)
             EXPECT_EQ(0, std::memcmp(text, fails ? old.data() : mapped.data(), old.size()));
         });
     }
-}
-
-TEST(StringCStr, CharacterSteps)
-{
-    for (const kztest::Json& row : kztest::ReadJsonLines("vectors/utf8.jsonl")) {
-        const std::string& op = row["op"].Str();
-        if (op == "StrNextChar" || op == "StrPrevChar") {
-            const std::string bytes = row["bytes"].Hex();
-            const int32 index = static_cast<int32>(row["index"].Int());
-            EXPECT_EQ(op == "StrNextChar" ? StrNextChar(bytes.data(), index) : StrPrevChar(bytes.data(), index),
-                      row["result"].Int())
-                << row.Line();
-        }
-    }
-    EXPECT_EQ(StrNextChar("\xFC", 0), 6);
-    EXPECT_EQ(StrNextChar("\xFE", 0), 1);
-    EXPECT_EQ(StrNextChar("\xFF", 0), 1);
-    EXPECT_EQ(StrPrevChar("a\x80", 2), 1);
-    EXPECT_EQ(StrPrevChar("\x80\x80\x80", 3), 2);
-
-    kztest::ReportCatcher reports;
-    EXPECT_EQ(StrPrevChar("abc", -1), 0);
-    EXPECT_TRUE(reports.Take(kDbgWarning, "Negative index into string in StrPrevChar"));
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
-// The comparisons of all string families, on stored results and on every position of a difference.
+// The comparisons of all string families, on stored results and against one naive oracle.
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <map>
+#include <random>
 #include <string>
 
 #include "JsonLines.h"
@@ -18,160 +18,189 @@ using kztest::Json;
 using kztest::LStrValue;
 using kztest::PStrValue;
 
-// The arguments of a row, in the form of each family.
-struct Args {
-    const Json& row;
-
-    const char* C(const char* key) const { return row[key].Str().c_str(); }
-    uInt32 N() const { return static_cast<uInt32>(row["n"].UInt()); }
-    PStrValue P(const char* key) const { return PStrValue(row[key].Str()); }
-    LStrValue L(const char* key) const { return row[key].IsNull() ? LStrValue() : LStrValue(row[key].Str()); }
-    const void* Ptr(const char* key) const { return row[key].IsNull() ? nullptr : C(key); }
-    int32 Len(const char* key) const { return row[key].IsNull() ? 0 : static_cast<int32>(row[key].Str().size()); }
-};
-
-int32 CompareHandles(const Args& args)
+int32 Sign(long long value)
 {
-    LStrValue aText = args.L("a"), bText = args.L("b");
-    LStr *a = aText.Get(), *b = bText.Get();
-    return LHStrCaseCmp(a == nullptr ? nullptr : &a, b == nullptr ? nullptr : &b);
+    return (value > 0) - (value < 0);
 }
 
+// ---- The oracle: byte by byte, each folded by its family's rule ----
+
+using Fold = int (*)(int);
+
+int AsItIs(int c)
+{
+    return c;
+}
+
+int TableLower(int c)
+{
+    return c >= 'A' && c <= 'Z' ? c + 32 : c < 0x80 || c == 0xFF ? c : std::tolower(c);
+}
+
+int ByteAt(const std::string& text, std::size_t i)
+{
+    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+}
+
+std::size_t Difference(const std::string& a, const std::string& b, Fold fold)
+{
+    std::size_t i = 0;
+    while (i < a.size() && i < b.size() && fold(ByteAt(a, i)) == fold(ByteAt(b, i))) {
+        ++i;
+    }
+    return i;
+}
+
+int32 OfCounted(const std::string& a, const std::string& b, Fold fold)
+{
+    const std::size_t i = Difference(a, b, fold);
+    const bool differ = i < a.size() && i < b.size();
+    return differ ? fold(ByteAt(a, i)) - fold(ByteAt(b, i))
+                  : static_cast<int32>(a.size()) - static_cast<int32>(b.size());
+}
+
+// A text is above its prefix by 1, and the prefix below by the byte that follows, which is not folded.
+int32 OfCStrings(const std::string& a, const std::string& b, Fold fold, uInt32 limit)
+{
+    const std::string aText = a.substr(0, limit), bText = b.substr(0, limit);
+    const std::size_t i = Difference(aText, bText, fold);
+    return i >= aText.size()   ? -ByteAt(bText, i)
+           : i >= bText.size() ? 1
+                               : fold(aText[i] & 0xFF) - fold(bText[i] & 0xFF);
+}
+
+int32 OfCaselessCStrings(const std::string& a, const std::string& b)
+{
+    const std::size_t i = Difference(a, b, std::tolower);
+    return std::tolower(ByteAt(a, i)) - std::tolower(ByteAt(b, i));
+}
+
+void ExpectCStrings(const std::string& a, const std::string& b, uInt32 limit)
+{
+    const int32 plain = OfCStrings(a, b, AsItIs, limit), folded = OfCStrings(a, b, std::tolower, limit);
+    ASSERT_EQ(StrNCmp(a.c_str(), b.c_str(), limit), plain);
+    ASSERT_EQ(StrNEqual(a.c_str(), b.c_str(), limit), plain == 0);
+    ASSERT_EQ(StrNCaseCmp(a.c_str(), b.c_str(), limit), folded);
+    ASSERT_EQ(StrNCaseEqual(a.c_str(), b.c_str(), limit), folded == 0);
+    ASSERT_EQ(StrCmp(a.c_str(), b.c_str()), OfCStrings(a, b, AsItIs, ~0u));
+    ASSERT_EQ(StrEqual(a.c_str(), b.c_str()), a == b);
+    ASSERT_EQ(StrCaseCmp(a.c_str(), b.c_str()), OfCaselessCStrings(a, b));
+}
+
+void ExpectCounted(const std::string& a, const std::string& b)
+{
+    const int32 plain = OfCounted(a, b, AsItIs), folded = OfCounted(a, b, std::tolower);
+    const int32 byTable = Sign(OfCounted(a, b, TableLower));
+    const int32 aLen = static_cast<int32>(a.size()), bLen = static_cast<int32>(b.size());
+    const PStrValue aShort(a), bShort(b);
+    const unsigned char *p = aShort, *q = bShort;
+    LStrValue aLong(a), bLong(b);
+    LStr *s = aLong.Get(), *t = bLong.Get();
+    for (const int32 result :
+         {PStrCmp(p, q), PPStrCmp(&p, &q), PLStrCmp(p, t), PtrLenStrCmp(a.data(), aLen, b.data(), bLen)}) {
+        ASSERT_EQ(result, plain);
+    }
+    for (const int32 result : {PStrCaseCmp(p, q), PPStrCaseCmp(&p, &q), PLStrCaseCmp(p, t), LStrCaseCmp(s, t),
+                               LHStrCaseCmp(&s, &t), PtrLenStrCaseCmp(a.data(), aLen, b.data(), bLen)}) {
+        ASSERT_EQ(result, folded);
+    }
+    ASSERT_EQ(Sign(LStrCmp(s, t)), Sign(plain));
+    ASSERT_EQ(Sign(LHStrCmp(&s, &t)), Sign(plain));
+    for (const KzBool equal : {PStrEqual(p, q), PPStrEqual(&p, &q), LStrEqual(s, t), LHStrEqual(&s, &t)}) {
+        ASSERT_EQ(equal, plain == 0);
+    }
+    for (const KzBool equal : {PStrCaseEqual(p, q), PPStrCaseEqual(&p, &q), FileNameEqual(p, q), LStrCaseEqual(s, t)}) {
+        ASSERT_EQ(equal, folded == 0);
+    }
+    ASSERT_EQ(StringUtils::CaseInsensitiveCompare(a, b), byTable);
+    ASSERT_EQ(StringUtils::CaseInsensitiveEqual(a, b), byTable == 0);
+}
+
+// The oracle makes the stored results, and all calls make those of the oracle. Null has a test of its own.
 TEST(StringComparison, StoredResults)
 {
-    const std::map<std::string, int32 (*)(const Args&)> compares = {
-        {"StrCmp", [](const Args& x) { return StrCmp(x.C("a"), x.C("b")); }},
-        {"StrCaseCmp", [](const Args& x) { return StrCaseCmp(x.C("a"), x.C("b")); }},
-        {"StrNCmp", [](const Args& x) { return StrNCmp(x.C("a"), x.C("b"), x.N()); }},
-        {"StrNCaseCmp", [](const Args& x) { return StrNCaseCmp(x.C("a"), x.C("b"), x.N()); }},
-        {"PStrCmp", [](const Args& x) { return PStrCmp(x.P("a"), x.P("b")); }},
-        {"PStrCaseCmp", [](const Args& x) { return PStrCaseCmp(x.P("a"), x.P("b")); }},
-        {"PStrEqual", [](const Args& x) { return PStrEqual(x.P("a"), x.P("b")); }},
-        {"PStrCaseEqual", [](const Args& x) { return PStrCaseEqual(x.P("a"), x.P("b")); }},
-        {"LStrCmp", [](const Args& x) { return LStrCmp(x.L("a").Get(), x.L("b").Get()); }},
-        {"LStrCaseCmp", [](const Args& x) { return LStrCaseCmp(x.L("a").Get(), x.L("b").Get()); }},
-        {"LStrEqual", [](const Args& x) { return LStrEqual(x.L("a").Get(), x.L("b").Get()); }},
-        {"LStrCaseEqual", [](const Args& x) { return LStrCaseEqual(x.L("a").Get(), x.L("b").Get()); }},
-        {"LHStrCaseCmp", CompareHandles},
-        {"PtrLenStrCmp", [](const Args& x) { return PtrLenStrCmp(x.Ptr("a"), x.Len("a"), x.Ptr("b"), x.Len("b")); }},
-        {"PtrLenStrCaseCmp",
-         [](const Args& x) { return PtrLenStrCaseCmp(x.Ptr("a"), x.Len("a"), x.Ptr("b"), x.Len("b")); }},
-    };
-    const auto sign = [](long long value) { return (value > 0) - (value < 0); };
+    const Fold lower = std::tolower;
     for (const Json& row : kztest::ReadJsonLines("vectors/comparisons.jsonl")) {
-        const int32 result = compares.at(row["op"].Str())({row});
-        const long long expected = row["result"].Int();
-        EXPECT_EQ(row.Has("signOnly") ? sign(result) : result, row.Has("signOnly") ? sign(expected) : expected)
-            << row.Line();
+        if (row["a"].IsNull() || row["b"].IsNull()) {
+            continue;
+        }
+        SCOPED_TRACE(row.Line());
+        const std::string &op = row["op"].Str(), &a = row["a"].Str(), &b = row["b"].Str();
+        const Fold fold = op.find("Case") == std::string::npos ? AsItIs : lower;
+        int32 result = OfCounted(a, b, fold);
+        if (op.compare(0, 3, "Str") == 0) {
+            const uInt32 limit = row.Has("n") ? static_cast<uInt32>(row["n"].UInt()) : ~0u;
+            ExpectCStrings(a, b, limit);
+            result = op == "StrCaseCmp" ? OfCaselessCStrings(a, b) : OfCStrings(a, b, fold, limit);
+        } else {
+            ExpectCounted(a, b);
+        }
+        result = op.find("Equal") != std::string::npos ? result == 0 : row.Has("signOnly") ? Sign(result) : result;
+        EXPECT_EQ(result, row.Has("signOnly") ? Sign(row["result"].Int()) : row["result"].Int());
     }
 }
 
-// A difference at each place of texts of each length, so that whole blocks, their ends and the rest are all met.
-TEST(StringComparison, DifferenceAtEachPosition)
+// Texts whose difference stands anywhere, so that whole blocks, their ends and the rest are all met. What precedes it
+// is the same, or has the other case in places, which must hide nothing. The pairs of bytes are met in turn.
+TEST(StringComparison, AsTheOracleDoes)
 {
-    struct Pair {
-        unsigned char a, b;
-    };
-    const Pair pairs[] = {{'k', 'K'}, {'Q', 'q'},   {'a', 'C'},   {'@', '`'}, {'[', '{'},
-                          {'z', 'Z'}, {0xC9, 0xE9}, {0x41, 0xC1}, {1, '!'}};
+    std::mt19937 draw(7);
     EXPECT_EQ(StringUtilsLocaleCacheService()->Init(), 0);  // StringUtils too follows the locale, above ASCII
-    for (std::size_t n = 1; n <= 150; n += n < 50 ? 1 : 25) {
-        // Letters of both cases around it: they must not hide it. No I, whose case the locale may see otherwise.
-        const std::string alphabet = "ABCDEFGHJKLMNOPQRSTUVWXYZ";
-        std::string a, b;
-        for (std::size_t i = 0; i < n; ++i) {
-            const int letter = alphabet[i % alphabet.size()];
-            a += static_cast<char>(letter + (i % 3 == 0 ? 0 : 32));
-            b += static_cast<char>(letter + (i % 5 == 0 ? 0 : 32));
+    for (unsigned pair = 0; pair < 0x10000; pair += 3) {
+        const std::size_t n = draw() % (pair % 4 == 0 ? 150 : 50);
+        const std::size_t at = draw() % (n + 1);
+        std::string a;
+        while (a.size() < n) {
+            a += "abcXYZ\1_@["[draw() % 10];
         }
-        for (std::size_t place = 0; place < n * std::size(pairs); ++place) {
-            const std::size_t at = place % n;
-            const Pair& pair = pairs[place / n];
-            std::string left = a, right = b;
-            left[at] = static_cast<char>(pair.a);
-            right[at] = static_cast<char>(pair.b);
-            const int32 length = static_cast<int32>(n);
-            const int32 folded = std::tolower(pair.a) - std::tolower(pair.b);
-            const int32 sign = (folded > 0) - (folded < 0);
-            ASSERT_EQ(PtrLenStrCaseCmp(left.data(), length, right.data(), length), folded) << n << " " << at;
-            ASSERT_EQ(StrCaseCmp(left.c_str(), right.c_str()), folded) << n << " " << at;
-            ASSERT_EQ(StringUtils::CaseInsensitiveCompare(left, right), sign) << n << " " << at;
-            right = left;
-            right[at] = static_cast<char>(pair.b);
-            ASSERT_EQ(PtrLenStrCmp(left.data(), length, right.data(), length), pair.a - pair.b) << n << " " << at;
-            ASSERT_EQ(StrCmp(left.c_str(), right.c_str()), pair.a - pair.b) << n << " " << at;
-            ASSERT_EQ(LStrCmp(LStrValue(left).Get(), LStrValue(right).Get()) < 0, pair.a < pair.b) << n << " " << at;
-            // A prefix, and a limit before the difference and just behind it.
-            const uInt32 before = static_cast<uInt32>(at);
-            ASSERT_EQ(StrCmp(left.substr(0, at).c_str(), right.c_str()), -pair.b) << n << " " << at;
-            ASSERT_EQ(StrCmp(left.c_str(), right.substr(0, at).c_str()), 1) << n << " " << at;
-            ASSERT_EQ(StrNCmp(left.c_str(), right.c_str(), before), 0) << n << " " << at;
-            ASSERT_EQ(StrNCaseCmp(left.c_str(), right.c_str(), before + 1), folded) << n << " " << at;
+        std::string b = a;
+        for (std::size_t i = 0; pair % 2 == 0 && i < n; i += 1 + draw() % 4) {
+            b[i] = static_cast<char>(std::isalpha(b[i]) != 0 ? b[i] ^ 0x20 : b[i]);
         }
+        a.insert(at, 1, static_cast<char>(pair >> 8));
+        b.insert(at, 1, static_cast<char>(pair));
+        b.resize(draw() % 8 == 0 ? at : b.size());
+        SCOPED_TRACE(testing::PrintToString(a) + " / " + testing::PrintToString(b));
+        ASSERT_NO_FATAL_FAILURE(ExpectCounted(a, b));
+        ASSERT_NO_FATAL_FAILURE(ExpectCounted(b, a));
+        const uInt32 limits[] = {0, static_cast<uInt32>(at), static_cast<uInt32>(at) + 1, 4000000000};
+        ASSERT_NO_FATAL_FAILURE(ExpectCStrings(a.c_str(), b.c_str(), limits[draw() % 4]));
+        ASSERT_NO_FATAL_FAILURE(ExpectCStrings(b.c_str(), a.c_str(), limits[draw() % 4]));
     }
     EXPECT_EQ(StringUtilsLocaleCacheService()->Uninit(), 0);
-}
-
-// Folding follows the locale, in each way to compare.
-TEST(StringComparison, EachPairOfBytes)
-{
-    for (int a = 1; a < 256; ++a) {
-        for (int b = 1; b < 256; ++b) {
-            const int32 folded = std::tolower(a) - std::tolower(b);
-            const std::string few[] = {{static_cast<char>(a)}, {static_cast<char>(b)}};
-            ASSERT_EQ(StrCaseCmp(few[0].c_str(), few[1].c_str()), folded);
-            ASSERT_EQ(StrNCaseCmp(few[0].c_str(), few[1].c_str(), 2), folded);
-            const std::string left = few[0] + std::string(20, 'x'), right = few[1] + std::string(20, 'X');
-            ASSERT_EQ(PtrLenStrCaseCmp(left.data(), 21, right.data(), 21), folded);
-            ASSERT_EQ(PtrLenStrCaseCmp(left.data(), 9, right.data(), 9), folded);
-        }
-    }
-}
-
-TEST(StringComparison, CStrEnds)
-{
-    EXPECT_EQ(StrCmp("abc", "ab"), 1);
-    EXPECT_EQ(StrCmp("ab", "abc"), -'c');
-    EXPECT_EQ(StrNCmp("ab", "abc", 4000000000u), -'c');
-    EXPECT_EQ(StrNCaseCmp("ab", "ABC", 9), -'C') << "the byte behind a's end is not folded";
-    EXPECT_TRUE(StrEqual("ab", "ab") && !StrEqual("ab", "a") && StrNEqual("abX", "abY", 2) &&
-                !StrNEqual("ab", "a", 2) && StrNCaseEqual("ABx", "abY", 2) && !StrNCaseEqual("AB", "a", 2));
     // No terminator within the limit: nothing beyond it is read.
     const PStrValue three("abc");
     EXPECT_EQ(StrNCmp(reinterpret_cast<const char*>(+three) + 1, "abcd", 3), 0);
 }
 
-TEST(StringComparison, CountedNullAndEmpty)
+TEST(StringComparison, NullAndEmpty)
 {
-    LStrValue empty(""), text("a");
-    LStr* emptyMaster = empty.Get();
-    LStr* textMaster = text.Get();
+    LStrValue empty(""), text("ab");
+    LStr *const emptyText = empty.Get(), *const someText = text.Get();
     struct Case {
-        const LStr *a, *b;
+        LStr *a, *b;
         int order;
     };
-    const Case cases[] = {{nullptr, nullptr, 0},
-                          {nullptr, empty.Get(), 0},
-                          {empty.Get(), nullptr, 0},
-                          {nullptr, text.Get(), -1},
-                          {text.Get(), nullptr, 1}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(LStrCmp(c.a, c.b), c.order);
-        EXPECT_EQ(LStrCaseCmp(c.a, c.b), c.order);
-        EXPECT_EQ(LStrEqual(c.a, c.b), c.order == 0);
-        EXPECT_EQ(LStrCaseEqual(c.a, c.b), c.order == 0);
+    for (const Case& c : {Case{nullptr, nullptr, 0},
+                          {nullptr, emptyText, 0},
+                          {emptyText, nullptr, 0},
+                          {nullptr, someText, -1},
+                          {someText, nullptr, 1}}) {
+        const auto handle = [](LStr* const& s) { return s == nullptr ? nullptr : &s; };
+        EXPECT_TRUE(LStrCmp(c.a, c.b) == c.order && LStrCaseCmp(c.a, c.b) == c.order);
+        EXPECT_EQ(LHStrCmp(handle(c.a), handle(c.b)), c.order);
+        EXPECT_EQ(LHStrCaseCmp(handle(c.a), handle(c.b)), 2 * c.order) << "by the lengths";
+        EXPECT_TRUE(LStrEqual(c.a, c.b) == (c.order == 0) && LStrCaseEqual(c.a, c.b) == (c.order == 0));
+        EXPECT_EQ(LHStrEqual(handle(c.a), handle(c.b)), c.order == 0);
     }
-    EXPECT_EQ(LHStrEqual(nullptr, &emptyMaster), 1);
-    EXPECT_EQ(LHStrEqual(nullptr, &textMaster), 0);
-    EXPECT_EQ(LHStrCmp(&textMaster, nullptr), 1);
-    EXPECT_EQ(LHStrCaseCmp(&textMaster, nullptr), 1);
-    EXPECT_EQ(PLStrCmp(PStrValue("abc"), nullptr), 3);
-    EXPECT_EQ(PLStrCaseCmp(PStrValue("AB"), LStrValue("abc").Get()), -1);
-    EXPECT_EQ(PLStrCmp(PStrValue("AB"), LStrValue("aB").Get()), 'A' - 'a');
-    EXPECT_EQ(PtrLenStrCmp("ab", 0, nullptr, 3), 0);
-    EXPECT_EQ(PtrLenStrCmp("ab", 2, nullptr, 3), 1);
+    EXPECT_TRUE(PLStrCmp(PStrValue("abc"), nullptr) == 3 && PLStrCaseCmp(PStrValue("abc"), nullptr) == 3);
+    EXPECT_TRUE(PtrLenStrCmp("ab", 0, nullptr, 3) == 0 && PtrLenStrCaseCmp("ab", 0, nullptr, 3) == 0);
+    EXPECT_TRUE(PtrLenStrCmp("ab", 2, nullptr, 3) == 1 && PtrLenStrCaseCmp(nullptr, 3, "ab", 2) == -1);
     EXPECT_EQ(PtrLenStrCmp(nullptr, 1, nullptr, 2), 0);
+    EXPECT_EQ(PtrLenStrCmp(someText, 1, someText, 2), 0) << "the same address is the same text";
     EXPECT_EQ(StringUtils::CaseInsensitiveCompare(nullptr, 0, "a", 1), -1);
+    EXPECT_EQ(PtrLenStrCmp("a", -0x7FFFFFFF - 1, "b", 1), -1);
+    EXPECT_EQ(PtrLenStrCaseCmp("a", 1, "A", -0x7FFFFFFF - 1), 1);
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
+#include "FaultLoop.h"
 #include "JsonLines.h"
 #include "MemoryManager.h"
 #include "ReportCatcher.h"
@@ -12,6 +14,7 @@
 
 namespace {
 
+using kztest::Json;
 using kztest::PStrBuffer;
 using kztest::PStrValue;
 
@@ -21,17 +24,6 @@ TEST(StringPStr, CopyingAndAppending)
     PStrBuffer buffer;
     EXPECT_EQ(PStrCpy(buffer, PStrValue(longest)), +buffer);
     EXPECT_EQ(buffer.Text(), longest);
-
-    struct Case {
-        uInt32 n;
-        const char* result;
-    };
-    for (const Case& c : {Case{0, "old"}, {1, ""}, {4, "012"}, {11, "0123456789"}, {4000000000u, "0123456789"}}) {
-        PStrBuffer dst("old");
-        EXPECT_EQ(PStrNCpy(dst, PStrValue("0123456789"), c.n), +dst);
-        EXPECT_EQ(dst.Text(), c.result) << c.n;
-    }
-
     PStrBuffer cut(std::string(200, 'a'));
     EXPECT_EQ(PStrCat(cut, PStrValue(std::string(200, 'b'))), 255);
     EXPECT_EQ(cut.Text(), std::string(200, 'a') + std::string(55, 'b'));
@@ -47,13 +39,11 @@ TEST(StringPStr, TerminatingAndConverting)
     EXPECT_EQ(full.bytes[255], 'x');
     EXPECT_EQ(PStrNullTerminate(full), 255);
     EXPECT_EQ(full.Text(), std::string(254, 'x') + '\0');
-    int32 (*const terminators[])(unsigned char*) = {PStrTerminateIfPossible, PStrNullTerminate};
-    for (int32 (*const terminate)(unsigned char*) : terminators) {
+    for (const bool isForced : {false, true}) {
         PStrBuffer longest(std::string(254, 'x'));
-        EXPECT_EQ(terminate(longest), 254);
+        EXPECT_EQ(isForced ? PStrNullTerminate(longest) : PStrTerminateIfPossible(longest), 254);
         EXPECT_EQ(longest.bytes[255], 0);
     }
-
     PStrBuffer p;
     EXPECT_EQ(CToPStr(std::string(300, 'y').c_str(), p), 255);
     EXPECT_EQ(p.Text(), std::string(255, 'y'));
@@ -65,80 +55,56 @@ TEST(StringPStr, TerminatingAndConverting)
     EXPECT_STREQ(c, "abc");
 }
 
-TEST(StringPStr, Searching)
+// What a row's call returns; its results by text go to `dst`, and where there are two, to `source` too.
+long long Called(const Json& row, PStrBuffer& dst, PStrBuffer& source)
 {
-    EXPECT_TRUE(PStrEndsWith(PStrValue("A.TXT"), ".txt"));
-    EXPECT_FALSE(PStrEndsWith(PStrValue("a.txt"), ".TXT")) << "the suffix is not folded";
-    EXPECT_TRUE(PStrEndsWith(PStrValue("a"), ""));
-    EXPECT_FALSE(PStrEndsWith(PStrValue("txt"), ".txt"));
-    EXPECT_TRUE(PStrEndsWith(PStrValue("TXT"), "txt")) << "the whole text";
-
-    struct Case {
-        const char *text, *sub;
-        int32 start, after;
-    };
-    const Case cases[] = {{"one TWO two", "two", 0, 7}, {"one TWO two", "Two", 5, 11},
-                          {"one", "", 0, -1},           {"one", "ones", 0, -1},
-                          {"one", "e", 2, 3},           {"one", "e", 300, -1}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(PStrInPStr(PStrValue(c.text), c.start, PStrValue(c.sub)), c.after) << c.text << " / " << c.sub;
+    const std::string& op = row["op"].Str();
+    if (op == "PStrInPStr") {
+        return PStrInPStr(source, static_cast<int32>(row["start"].Int()), PStrValue(row["sub"].Str()));
     }
-    PStrBuffer cut("one two");
-    cut.bytes[0] = 5;
-    EXPECT_EQ(PStrInPStr(cut, 0, PStrValue("two")), -1) << "what stands behind the text is not searched";
+    if (op == "PStrEndsWith") {
+        return PStrEndsWith(source, row["suffix"].Str().c_str());
+    }
+    if (op == "PStrSplitAtChar") {
+        return PStrSplitAtChar(source, row["at"].Str()[0], dst, source);
+    }
+    if (op == "PStrFindReplace") {
+        return PStrFindReplace(dst, source, row["find"].Str().c_str(), row["replace"].Str().c_str());
+    }
+    return PStrNCpy(dst, source, static_cast<uInt32>(row["n"].UInt())) == dst.bytes ? 1 : 0;
 }
 
-TEST(StringPStr, Splitting)
+// Behind each text stands more that would match.
+TEST(StringPStr, Vectors)
 {
-    struct Case {
-        const char *src, *left, *right;
-        KzBool found;
-    };
-    const Case cases[] = {
-        {"", "", "", 0},         {"abc", "abc", "", 0}, {"a\\,b,c", "a,b", "c", 1},   {"a,", "a", "", 1},
-        {",a", "", "a", 1},      {"\\,", ",", "", 0},   {"\\\\,b,c", "\\,b", "c", 1}, {"a,b\\,c", "a", "b\\,c", 1},
-        {"\\a,b", "\\a", "b", 1}};
-    for (const Case& c : cases) {
-        PStrBuffer left("old"), right(c.src);
-        EXPECT_EQ(PStrSplitAtChar(right, ',', left, right), c.found) << c.src;
-        EXPECT_EQ(left.Text(), c.left) << c.src;
-        EXPECT_EQ(right.Text(), c.right) << c.src;
+    int rows = 0;
+    for (const Json& row : kztest::ReadJsonLines("vectors/short_strings.jsonl")) {
+        if (row["op"].Str()[0] != 'P') {
+            continue;
+        }
+        SCOPED_TRACE(row.Line());
+        const std::string& s = row["s"].Str();
+        PStrBuffer dst("old"), source((s + " two.txt,,aab").substr(0, 255));
+        source.bytes[0] = static_cast<unsigned char>(s.size());
+        EXPECT_EQ(Called(row, dst, source), row["result"].Int());
+        if (row.Has("text")) {
+            EXPECT_EQ(dst.Text(), row["text"].Str());
+        }
+        if (row.Has("right")) {
+            EXPECT_EQ(source.Text(), row["right"].Str());
+        }
+        if (row.Has("find")) {
+            Called(row, source, source);
+            EXPECT_EQ(source.Text(), row["text"].Str()) << "in place";
+        }
+        ++rows;
     }
-    const std::string rest('\\' - 1, 'x');
-    PStrBuffer left, right;
-    EXPECT_EQ(PStrSplitAtChar(PStrValue("," + rest), ',', left, right), 1);
-    EXPECT_TRUE(left.Text().empty() && right.Text() == rest) << "the count is a backslash, but escapes nothing";
-    EXPECT_EQ(PStrSplitAtChar(PStrValue("a\\b"), '\\', left, right), 1);
-    EXPECT_TRUE(left.Text() == "a" && right.Text() == "b") << "a backslash as the delimiter";
-}
-
-TEST(StringPStr, Replacing)
-{
-    const std::string many(100, 'a'), full(255, 'a');
-    struct Case {
-        std::string src, find, replace, result;
-        KzBool replaced;
-    };
-    const Case cases[] = {{"a.b.c", ".", "::", "a::b::c", 1},
-                          {"aaa", "aa", "b", "ba", 1},
-                          {"abc", "B", "x", "abc", 0},
-                          {"abc", "", "x", "abc", 0},
-                          {"abab", "ab", "", "", 1},
-                          {many, "a", "bbb", "", 0},
-                          {full, "a", "b", std::string(255, 'b'), 1},
-                          {full, "aa", "bb", std::string(254, 'b') + "a", 1}};
-    for (const Case& c : cases) {
-        PStrBuffer dst("old"), inPlace(c.src);
-        EXPECT_EQ(PStrFindReplace(dst, inPlace, c.find.c_str(), c.replace.c_str()), c.replaced) << c.src;
-        EXPECT_EQ(dst.Text(), c.result) << c.src;
-        PStrFindReplace(inPlace, inPlace, c.find.c_str(), c.replace.c_str());
-        EXPECT_EQ(inPlace.Text(), c.result) << c.src;
-    }
+    EXPECT_EQ(rows, 36);
 }
 
 TEST(StringPStr, Hashes)
 {
-    for (const kztest::Json& row : kztest::ReadJsonLines("vectors/hashes.jsonl")) {
+    for (const Json& row : kztest::ReadJsonLines("vectors/hashes.jsonl")) {
         if (row["op"].Str() == "PStrHash32") {
             EXPECT_EQ(PStrHash32(PStrValue(row["text"].Str()), row["ignoreCase"].Int() != 0), row["hash"].UInt())
                 << row.Line();
@@ -156,7 +122,7 @@ TEST(StringPStr, Hashes)
 
 TEST(StringPStr, BothSpellings)
 {
-    char text[256] = "\4a.bb", left[256] = {}, right[256], plain[256];
+    char text[256] = "\4a.bb", left[256] = "", right[256] = "", plain[256] = "";
     unsigned char dst[256], find[] = "b", replace[] = "cd";
     EXPECT_TRUE(PStrSplitAtChar(text, '.', left, right));
     EXPECT_STREQ(left, "\1a");
@@ -167,30 +133,22 @@ TEST(StringPStr, BothSpellings)
     EXPECT_STREQ(plain, "a.");
     EXPECT_TRUE(PStrFindReplace(left, text, "b", "cd") && PStrEndsWith(left, "cdcd"));
     EXPECT_TRUE(PStrFindReplace(dst, kz::AsBytes(text), find, replace) && PStrEqual(dst, kz::AsBytes(left)));
-    EXPECT_EQ(PStrDup(nullptr), nullptr);
-}
-
-TEST(StringPStr, Callbacks)
-{
-    const PStrValue lower("c"), upper("C");
-    const unsigned char *a = lower, *b = upper;
-    EXPECT_EQ(PPStrCmp(&a, &b), 'c' - 'C');
-    EXPECT_EQ(PPStrCaseCmp(&a, &b), 0);
-    EXPECT_TRUE(PPStrCaseEqual(&a, &b) && !PPStrEqual(&a, &b) && FileNameEqual(a, b));
-    EXPECT_FALSE(PStrCaseEqual(a, PStrValue("d")) || PStrCaseEqual(a, PStrValue("cc")));
 }
 
 TEST(StringPStr, Duplicating)
 {
     kztest::ReportCatcher reports;
-    unsigned char* copy = PStrDup(PStrValue("text"));
-    ASSERT_NE(copy, nullptr);
-    EXPECT_TRUE(PStrEqual(copy, PStrValue("text")));
-    EXPECT_EQ(DSDisposePtr(copy), 0);
-    EXPECT_EQ(PStrDup(nullptr), nullptr);
-    kztest::FailAllocation fail(1);
-    EXPECT_EQ(PStrDup(PStrValue("text")), nullptr);
+    const PStrValue text("text");
+    kztest::FaultLoop(
+        [&](auto failed) {
+            unsigned char* const copy = PStrDup(text);
+            EXPECT_TRUE(copy == nullptr ? failed() : PStrEqual(copy, text) != 0);
+            DSDisposePtr(copy);
+        },
+        kztest::FailAllocation::kBlocks);
     EXPECT_TRUE(reports.Take(kDbgWarning, "PStrDup FAILED:text, size 5, NULL"));
+    reports.TakeAll();
+    EXPECT_EQ(PStrDup(nullptr), nullptr);
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
+// The conversions in all their forms, by one driver, and what is unique to one of them.
 #include <gtest/gtest.h>
 #include <locale.h>
 
 #include <atomic>
-#include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -26,32 +27,197 @@ using SU = StringUtils;
 // One character of each length, and a NUL.
 const std::string kNarrow("a\0\xC3\xA9\xE2\x82\xAC\xF0\x9D\x84\x9E", 11);
 const std::wstring kWide(L"a\0\u00E9\u20AC\U0001D11E", 5);
-const char* const kMalformed[] = {"\x80", "ok\xC0\x80", "\xE2\x82", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"};
-const wchar_t kNoCharacters[] = {static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0xDFFF), 0x110000, 0x7FFFFFFF, -1};
 
-CFString* PlatformTextOf(const std::string& text)
+// ---- The kinds of target: what each form writes to, and how it begins ----
+
+// A macro, because what differs are the names of overload sets.
+#define KZ_TEXT_TARGET(Kind, Text, old, call)                                                          \
+    struct Kind {                                                                                      \
+        static Text Old() { return old; }                                                              \
+        static void Into(const auto& source, Text& out) { SU::call(source, out); }                     \
+        static void New(const auto& source, Text& out) { out = SU::call(source); }                     \
+        static KzErr NoThrow(const auto& source, Text* out) { return SU::call##NoThrow(source, out); } \
+    }
+KZ_TEXT_TARGET(Narrow, std::string, "old", ToNarrowString);
+KZ_TEXT_TARGET(Utf8, std::string, "old", ToUTF8String);
+KZ_TEXT_TARGET(Wide, std::wstring, L"old", ToWideString);
+
+struct Short {
+    static PStrBuffer Old() { return PStrBuffer("old"); }
+    static void Into(const auto& source, PStrBuffer& out) { SU::ToPStr(source, out); }
+    static void New(const std::string& source, PStrBuffer& out)
+    {
+        SU::ToPStr(SU::ToNarrowString(SU::Str255Converter(source).String()), out);
+    }
+    static void New(const std::wstring& source, PStrBuffer& out) { Into(source, out); }
+    static KzErr NoThrow(const auto& source, PStrBuffer* out)
+    {
+        return SU::ToPStrNoThrow(source, out == nullptr ? nullptr : out->bytes);
+    }
+};
+
+struct Handle {
+    static LStrHandle Old() { return LStrHandle(); }
+    static void Into(const auto& source, LStrHandle& out) { SU::ToLStrHandle(source, out.handle); }
+    static void New(const auto& source, LStrHandle& out)
+    {
+        DSDisposeHandle(out.handle);
+        out.handle = SU::ToLStrHandle(source);
+        EXPECT_NE(out.handle, nullptr) << "an empty text has a handle too";
+    }
+    static KzErr NoThrow(const auto& source, LStrHandle* out)
+    {
+        return SU::ToLStrHandleNoThrow(source, out == nullptr ? nullptr : &out->handle);
+    }
+};
+
+// What a target holds, found without an allocation.
+const std::string& View(const std::string& out)
 {
-    return CFStringWithEscapedInvalidUTF8Characters(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+    return out;
+}
+const std::wstring& View(const std::wstring& out)
+{
+    return out;
+}
+std::string_view View(const PStrBuffer& out)
+{
+    return {reinterpret_cast<const char*>(out.bytes) + 1, out.bytes[0]};
+}
+std::string_view View(const LStrHandle& out)
+{
+    if (out.handle == nullptr) {
+        return {};
+    }
+    EXPECT_EQ(out.BlockSize(), 4 + static_cast<unsigned long>((*out.handle)->cnt));
+    return {reinterpret_cast<const char*>((*out.handle)->str), static_cast<std::size_t>((*out.handle)->cnt)};
 }
 
-TEST(StringUtilsConvert, ToWide)
+// Every form of a conversion makes `expected`. For a text that does not convert, which is reported, that is empty, and
+// the NoThrow form tells the code. When any of its allocations fails it says so, with an empty target.
+template <typename Kind, typename Source, typename Text>
+void ExpectForms(const Source& source, const Text& expected, const char* report = nullptr)
 {
-    EXPECT_EQ(SU::ToWideString(kNarrow), kWide);
-    EXPECT_EQ(SU::ToWideString(PStrValue(kNarrow)), kWide);
-    LStrValue counted(kNarrow);
-    LStr* master = counted.Get();
-    EXPECT_EQ(SU::ToWideString(counted.Get()), kWide);
-    EXPECT_EQ(SU::ToWideString(&master), kWide);
-    const AutoCFString text(PlatformTextOf("\xE2\x82\xAC\xF0\x9D\x84\x9E"));
-    EXPECT_EQ(SU::ToWideString(text.Get()), L"\u20AC\U0001D11E");
+    const KzErr code = report == nullptr ? kzErrNone : kzErrArgument;
+    kztest::ReportCatcher reports;
+    for (const int form : {0, 1, 2}) {
+        auto out = Kind::Old();
+        if (form == 0) {
+            Kind::Into(source, out);
+        } else if (form == 1) {
+            Kind::New(source, out);
+        } else {
+            EXPECT_EQ(Kind::NoThrow(source, &out), code);
+        }
+        EXPECT_EQ(View(out), expected) << form;
+        EXPECT_TRUE(report == nullptr || reports.Take(kDbgWarning, report)) << form;
+    }
+    EXPECT_EQ(Kind::NoThrow(source, nullptr), kzErrArgument);
+    const Text empty;
+    if (report == nullptr) {
+        kztest::FaultLoop([&](auto failed) {
+            auto out = Kind::Old();
+            const KzErr error = Kind::NoThrow(source, &out);
+            EXPECT_EQ(error, failed() ? kzErrMemoryFull : kzErrNone);
+            EXPECT_EQ(View(out), failed() ? empty : expected);
+        });
+        reports.TakeAll();
+    }
+}
 
-    std::wstring out = L"old";
-    EXPECT_EQ(SU::ToWideStringNoThrow(static_cast<const CFString*>(nullptr), &out), 0);
-    EXPECT_EQ(out, L"");
-    EXPECT_EQ(SU::ToWideStringNoThrow(static_cast<const LStr*>(nullptr), &out), 0);
-    EXPECT_EQ(SU::ToWideStringNoThrow(kNarrow, &out), 0);
-    EXPECT_EQ(out, kWide);
-    EXPECT_EQ(SU::ToWideStringNoThrow(kNarrow, nullptr), kzErrArgument);
+TEST(StringUtilsConvert, EveryForm)
+{
+    const kztest::RunningMemory memory;
+    const struct {
+        std::string narrow;
+        std::wstring wide;
+        bool isNull = false;  // where it is given by a pointer
+    } texts[] = {{"", L"", true},
+                 {"", L""},
+                 {"a", L"a"},
+                 {kNarrow, kWide},
+                 {"\u20AC" + std::string(99, 'x'), L"\u20AC" + std::wstring(99, L'x')}};
+    for (const auto& [narrow, wide, isNull] : texts) {
+        SCOPED_TRACE(narrow);
+        const std::string toNul = narrow.c_str();  // the narrow forms of wide text end there
+        const PStrValue shortText(narrow);
+        const unsigned char* const pstr = isNull ? nullptr : +shortText;
+        LStrValue counted = isNull ? LStrValue() : LStrValue(narrow);
+        const LStr* const text = counted.Get();
+        LStr* master = counted.Get();
+        LStr** const handle = isNull ? nullptr : &master;
+        AutoCFString platform;
+        ASSERT_EQ(SU::ToCFStringNoThrow(wide, &platform), 0);
+        ExpectForms<Narrow>(pstr, narrow);
+        ExpectForms<Narrow>(text, narrow);
+        ExpectForms<Narrow>(static_cast<const LStr* const*>(handle), narrow);
+        ExpectForms<Narrow>(handle, narrow);
+        ExpectForms<Narrow>(narrow, narrow);
+        ExpectForms<Narrow>(wide, toNul);
+        ExpectForms<Utf8>(narrow, narrow);
+        ExpectForms<Utf8>(wide, narrow);
+        ExpectForms<Wide>(pstr, wide);
+        ExpectForms<Wide>(text, wide);
+        ExpectForms<Wide>(handle, wide);
+        ExpectForms<Wide>(narrow, wide);
+        ExpectForms<Wide>(static_cast<const CFString*>(isNull ? nullptr : platform.Get()), wide);
+        ExpectForms<Short>(narrow, narrow);
+        ExpectForms<Short>(wide, toNul);
+        ExpectForms<Handle>(narrow, narrow);
+        ExpectForms<Handle>(wide, toNul);
+    }
+    ExpectForms<Short>(std::string(300, 'x'), std::string(255, 'x'));
+    ExpectForms<Short>(std::wstring(200, L'\u00E9'), SU::ToUTF8String(std::wstring(128, L'\u00E9')).substr(0, 255));
+    LStrValue negative("text");
+    negative.Get()->cnt = -5;
+    ExpectForms<Narrow>(static_cast<const LStr*>(negative.Get()), std::string());
+    EXPECT_EQ(&SU::EmptyNarrowString(), &SU::EmptyNarrowString());
+    EXPECT_TRUE(SU::EmptyNarrowString().empty() && SU::EmptyWideString().empty());
+}
+
+TEST(StringUtilsConvert, MalformedIsReportedAndEmpty)
+{
+    const kztest::RunningMemory memory;
+    for (const std::string start : {"", "some text before, longer than a block"}) {
+        for (const char* wrong : {"\x80", "ok\xC0\x80", "\xE2\x82", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"}) {
+            SCOPED_TRACE(wrong);
+            const char* const report = "Unable to convert from UTF-8 to UTF-32LE";
+            ExpectForms<Wide>(start + wrong, std::wstring(), report);
+            ExpectForms<Wide>(+PStrValue(start + wrong), std::wstring(), report);
+        }
+    }
+    for (const int value : {0xD800, 0xDFFF, 0x110000, 0x7FFFFFFF, -1}) {
+        SCOPED_TRACE(value);
+        const std::wstring wide = {L'a', static_cast<wchar_t>(value)};
+        const char* const report = "Unable to convert from UTF-32LE to UTF-8";
+        ExpectForms<Utf8>(wide, std::string(), report);
+        ExpectForms<Narrow>(wide, std::string(), "wcstombs failed: ");
+        ExpectForms<Short>(wide, std::string(), "wcstombs failed: ");
+        ExpectForms<Handle>(wide, std::string(), "wcstombs failed: ");
+        kztest::ReportCatcher reports;
+        AutoCFString kept;
+        EXPECT_EQ(SU::ToCFStringNoThrow(L"kept", &kept), 0);
+        CFString* const old = kept.Get();
+        EXPECT_EQ(SU::ToCFStringNoThrow(wide, &kept), kzErrArgument);
+        EXPECT_EQ(kept.Get(), old);
+        EXPECT_TRUE(reports.Take(kDbgWarning, report));
+    }
+}
+
+TEST(StringUtilsConvert, ToPlatformText)
+{
+    const locale_t before = uselocale(nullptr);
+    kztest::FaultLoop([](auto failed) {
+        AutoCFString text;
+        const KzErr error = SU::ToCFStringNoThrow(kWide, &text);
+        EXPECT_EQ(error, failed() ? kzErrMemoryFull : kzErrNone);
+        EXPECT_EQ(!text, failed());
+        EXPECT_TRUE(!text || std::u16string_view(text->Units(), text->Length()) ==
+                                 std::u16string_view(u"a\0\u00E9\u20AC\U0001D11E", 6));
+    });
+    EXPECT_EQ(SU::ToCFStringNoThrow(kWide, nullptr), kzErrArgument);
+    EXPECT_EQ(SU::ToNarrowString(kWide), "a");
+    EXPECT_EQ(uselocale(nullptr), before);
 }
 
 // Runs of ASCII of each length before, between and behind other characters: blocks begin and end everywhere.
@@ -65,70 +231,6 @@ TEST(StringUtilsConvert, ToWideWhateverTheBlocks)
             ASSERT_EQ(SU::ToUTF8String(wide), narrow);
         }
     }
-}
-
-TEST(StringUtilsConvert, MalformedIsReportedAndEmpty)
-{
-    kztest::ReportCatcher reports;
-    for (const std::string start : {"", "some text before, longer than a block"}) {
-        for (const char* const malformed : kMalformed) {
-            std::wstring out = L"old";
-            EXPECT_EQ(SU::ToWideStringNoThrow(start + malformed, &out), kzErrArgument) << malformed;
-            EXPECT_EQ(out, L"");
-            EXPECT_TRUE(reports.Take(2, "Unable to convert from UTF-8 to UTF-32LE"));
-            EXPECT_EQ(SU::ToWideString(start + malformed), L"");
-            EXPECT_TRUE(reports.Take(2, "Unable to convert from UTF-8 to UTF-32LE"));
-        }
-    }
-    for (const wchar_t value : kNoCharacters) {
-        const std::wstring wide = {L'a', value};
-        std::string out = "old";
-        EXPECT_EQ(SU::ToUTF8StringNoThrow(wide, &out), kzErrArgument) << static_cast<int>(value);
-        EXPECT_EQ(out, "");
-        EXPECT_TRUE(reports.Take(2, "Unable to convert from UTF-32LE to UTF-8"));
-        out = "old";
-        EXPECT_EQ(SU::ToNarrowStringNoThrow(wide, &out), kzErrArgument) << static_cast<int>(value);
-        EXPECT_EQ(out, "");
-        EXPECT_TRUE(reports.Take(2, "wcstombs failed: "));
-        EXPECT_EQ(SU::ToNarrowString(wide), "");
-        EXPECT_TRUE(reports.Take(2, "wcstombs failed: "));
-        AutoCFString kept(PlatformTextOf("kept"));
-        CFString* const old = kept.Get();
-        EXPECT_EQ(SU::ToCFStringNoThrow(wide, &kept), kzErrArgument);
-        EXPECT_EQ(kept.Get(), old);
-        EXPECT_TRUE(reports.Take(2, "Unable to convert from UTF-32LE to UTF-8"));
-    }
-}
-
-TEST(StringUtilsConvert, FromWide)
-{
-    const locale_t before = uselocale(nullptr);
-    EXPECT_EQ(SU::ToUTF8String(kWide), kNarrow);
-    EXPECT_EQ(SU::ToUTF8String(kNarrow), kNarrow);
-    EXPECT_EQ(SU::ToNarrowString(kWide.substr(2)), kNarrow.substr(2)) << "UTF-8 under the C locale too";
-    EXPECT_EQ(SU::ToNarrowString(kWide), "a") << "wide text ends at its first NUL";
-    EXPECT_EQ(uselocale(nullptr), before);
-
-    PStrBuffer p;
-    SU::ToPStr(std::wstring(200, L'\u00E9'), p);
-    EXPECT_EQ(p.Text().size(), 255u) << "cut where it is full";
-    EXPECT_EQ(SU::ToPStrNoThrow(L"\u20AC", p), 0);
-    EXPECT_EQ(p.Text(), "\xE2\x82\xAC");
-    EXPECT_EQ(SU::ToPStrNoThrow(L"a", nullptr), kzErrArgument);
-
-    AutoCFString text;
-    EXPECT_EQ(SU::ToCFStringNoThrow(kWide, &text), 0);
-    EXPECT_EQ(std::u16string(text->Units(), text->Length()), std::u16string(u"a\0\u00E9\u20AC\U0001D11E", 6));
-    EXPECT_EQ(SU::ToCFStringNoThrow(kWide, nullptr), kzErrArgument);
-
-    const kztest::RunningMemory memory;
-    LStrHandle handle;
-    EXPECT_EQ(SU::ToLStrHandleNoThrow(L"\u00E9x", &handle.handle), 0);
-    EXPECT_EQ(handle.Text(), "\xC3\xA9x");
-    EXPECT_EQ(handle.BlockSize(), 7u);
-    EXPECT_EQ(SU::ToLStrHandleNoThrow(L"x", nullptr), kzErrArgument);
-    const LStrHandle empty;
-    EXPECT_EQ(SU::ToWideString(empty.handle), L"");
 }
 
 TEST(StringUtilsConvert, OwnEncoderWhereTheLocaleIsMissing)
@@ -220,25 +322,67 @@ TEST(StringUtilsConvert, ConvertersLiveAsLongAsTheirThread)
     }).join();
 }
 
+// Old texts stay when memory is full; `old` fits into a text without an allocation.
+template <typename Text, typename Source>
+void ExpectEdits(const Text& old, const Source& source)
+{
+    for (const bool appends : {true, false}) {
+        const auto edit = [&](Text* text) {
+            return appends ? SU::AppendNoThrow(text, source) : SU::AssignNoThrow(text, source);
+        };
+        const Text expected = appends ? old + source : Text(source);
+        kztest::FaultLoop([&](auto failed) {
+            Text text = old;
+            const KzErr error = edit(&text);
+            EXPECT_EQ(error, failed() ? kzErrMemoryFull : kzErrNone);
+            EXPECT_EQ(text, failed() ? old : expected);
+        });
+        EXPECT_EQ(edit(nullptr), kzErrArgument);
+    }
+}
+
 TEST(StringUtilsConvert, AppendAndAssign)
 {
-    std::string text = "a";
-    EXPECT_EQ(SU::AppendNoThrow(&text, "b"), 0);
+    const std::string longer(100, 'x');
+    ExpectEdits(std::string("a"), longer.c_str());
+    ExpectEdits(std::string("a"), longer + '\0');
+    ExpectEdits(std::wstring(L"a"), std::wstring(100, L'\u20AC'));
+    std::string text = "ab";
     EXPECT_EQ(SU::AppendNoThrow(&text, text), 0);
-    EXPECT_EQ(text, "abab");
-    EXPECT_EQ(SU::AssignNoThrow(&text, text.c_str() + 2), 0);
-    EXPECT_EQ(text, "ab");
+    EXPECT_EQ(SU::AssignNoThrow(&text, text.c_str() + 1), 0);
     EXPECT_EQ(SU::AppendNoThrow(&text, static_cast<const char*>(nullptr)), kzErrArgument);
-    EXPECT_EQ(SU::AssignNoThrow(static_cast<std::string*>(nullptr), "a"), kzErrArgument);
-    EXPECT_EQ(text, "ab");
-    std::wstring wide = L"a";
-    EXPECT_EQ(SU::AppendNoThrow(&wide, kWide), 0);
-    EXPECT_EQ(wide, L"a" + kWide);
-    EXPECT_EQ(SU::AssignNoThrow(&wide, kWide), 0);
-    EXPECT_EQ(wide, kWide);
+    EXPECT_EQ(SU::AssignNoThrow(&text, static_cast<const char*>(nullptr)), kzErrArgument);
+    EXPECT_EQ(text, "bab");
+}
 
-    EXPECT_EQ(&SU::EmptyNarrowString(), &SU::EmptyNarrowString());
-    EXPECT_TRUE(SU::EmptyNarrowString().empty() && SU::EmptyWideString().empty());
+// Each form disposes the handle, by the policy and whether it succeeds or not.
+TEST(StringUtilsConvert, HandlesByPolicy)
+{
+    const kztest::RunningMemory memory;
+    kztest::ReportCatcher reports;
+    for (const SU::DeallocationPolicy policy : {SU::kDoNotDeallocate, SU::kDeallocate}) {
+        for (const int form : {0, 1, 2, 3}) {
+            LStr** const handle = SU::ToLStrHandle("some text");
+            std::string out = "old";
+            if (form == 0) {
+                SU::ToNarrowString(handle, out, policy);
+            } else if (form == 1) {
+                out = SU::ToNarrowString(handle, policy);
+            } else {
+                EXPECT_EQ(SU::ToNarrowStringNoThrow(handle, form == 2 ? &out : nullptr, policy), form == 2 ? 0 : 1);
+            }
+            EXPECT_EQ(out, form == 3 ? "old" : "some text");
+            EXPECT_EQ(DSCheckHandle(handle) == 0, policy == SU::kDoNotDeallocate) << form;
+            if (policy == SU::kDoNotDeallocate) {
+                DSDisposeHandle(handle);
+            }
+        }
+    }
+    LStrHandle kept("kept");
+    kztest::FailAllocation fail(1);
+    EXPECT_EQ(SU::ToLStrHandleNoThrow("another text", &kept.handle), kzErrMemoryFull);
+    EXPECT_EQ(kept.Text(), "kept");
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 2 in"));
 }
 
 using Texts = std::vector<std::string>;
@@ -296,74 +440,6 @@ TEST(StringUtilsConvert, ArraysOfHandles)
     EXPECT_EQ(SU::ToLStrArrayHandleNoThrow({}, nullptr), kzErrArgument);
     EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(nullptr, &out, SU::kDeallocate), 0);
     EXPECT_EQ(out, Texts());
-}
-
-// Every NoThrow form with each of its allocations failing: it gives its code, and its target is a string still.
-TEST(StringUtilsConvert, OutOfMemory)
-{
-    kztest::ReportCatcher reports;
-    const kztest::RunningMemory memory;
-    const std::string longText = std::string(100, 'x') + kNarrow.substr(2);
-    const std::wstring longWide = std::wstring(100, L'x') + kWide.substr(2);
-    LStrValue counted(longText);
-    const AutoCFString text(PlatformTextOf(longText));
-    const auto each = [&](auto call) {
-        kztest::FaultLoop([&](auto failed) {
-            const KzErr error = call();
-            EXPECT_EQ(error, failed() ? kzErrMemoryFull : 0);
-        });
-        reports.TakeAll();
-    };
-    const auto narrow = [](auto convert) {
-        return [convert] {
-            std::string out = "old";
-            const KzErr error = convert(&out);
-            EXPECT_TRUE(error != 0 ? out.empty() : out.size() > 100);
-            return error;
-        };
-    };
-    const auto wide = [](auto convert) {
-        return [convert] {
-            std::wstring out = L"old";
-            const KzErr error = convert(&out);
-            EXPECT_TRUE(error != 0 ? out.empty() : out.size() > 100);
-            return error;
-        };
-    };
-    each(narrow([&](std::string* out) { return SU::ToNarrowStringNoThrow(longText, out); }));
-    each(narrow([&](std::string* out) { return SU::ToNarrowStringNoThrow(longWide, out); }));
-    each(narrow([&](std::string* out) { return SU::ToUTF8StringNoThrow(longWide, out); }));
-    each([&] {
-        std::string out = "old";
-        const KzErr error = SU::AppendNoThrow(&out, longText);
-        EXPECT_EQ(out.size(), error == 0 ? 3 + longText.size() : 3);
-        return error;
-    });
-    each([&] {
-        std::string out = "old";
-        const KzErr error = SU::AssignNoThrow(&out, longText.c_str());
-        EXPECT_EQ(out.size(), error == 0 ? longText.size() : 3);
-        return error;
-    });
-    each(wide([&](std::wstring* out) { return SU::ToWideStringNoThrow(longText, out); }));
-    each(wide([&](std::wstring* out) { return SU::ToWideStringNoThrow(counted.Get(), out); }));
-    each(wide([&](std::wstring* out) { return SU::ToWideStringNoThrow(text.Get(), out); }));
-    each([&] {
-        AutoCFString out;
-        return SU::ToCFStringNoThrow(longWide, &out);
-    });
-    each([&] {
-        LStrHandle out;
-        const KzErr error = SU::ToLStrHandleNoThrow(longWide, &out.handle);
-        EXPECT_EQ(out.handle == nullptr ? 0 : (*out.handle)->cnt, error == 0 ? counted.Get()->cnt : 0);
-        return error;
-    });
-    each([&] {
-        PStrBuffer out("old");
-        const KzErr error = SU::ToPStrNoThrow(longWide, out);
-        EXPECT_EQ(out.bytes[0], error == 0 ? longText.size() : 0);
-        return error;
-    });
 }
 
 }  // namespace

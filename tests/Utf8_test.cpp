@@ -63,41 +63,7 @@ TEST(Utf8, Vectors)
             ++rows;
         }
     }
-    EXPECT_EQ(rows, 45);
-}
-
-TEST(Utf8, StepsOverWhatIsWrong)
-{
-    const struct {
-        const char* why;
-        std::string bytes;
-        Step step;
-    } rows[] = {
-        {"nothing", "", {0, 0}},
-        {"a NUL", std::string("\0a", 2), {0, 1}},
-        {"a continuation byte alone", "\x80\x80", {0, 1}},
-        {"two bytes for one", "\xC0\x80", {0, 2}},
-        {"a lead byte that is too low does not look at the next",
-         "\xC1"
-         "ab",
-         {0, 2}},
-        {"five bytes", "\xF8\x88\x80\x80\x80z", {0, 5}},
-        {"six bytes", "\xFE\x80\x80\x80\x80\x80z", {0, 6}},
-        {"past what a character can be, cut", "\xFF\x80\x80", {0, 3}},
-        {"just too high", "\xF5\x80\x80\x80z", {0, 4}},
-        {"cut", "\xE2\x82", {0, 2}},
-        {"cut, though it goes wrong before", "\xF0(x", {0, 3}},
-        {"the second byte continues nothing", "\xE2(\xA1", {0, 1}},
-        {"the last byte continues nothing", "\xF0\x90\x80(", {0, 1}},
-        {"a byte that continues nothing comes before one that is excluded", "\xE0\x80(", {0, 1}},
-        {"three bytes for two", "\xE0\x9F\xBFz", {0, 3}},
-        {"a surrogate", "\xED\xA0\x80z", {0, 3}},
-        {"four bytes for three", "\xF0\x8F\xBF\xBFz", {0, 4}},
-        {"above the last code point", "\xF4\x90\x80\x80z", {0, 4}},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(FirstStep(row.bytes), row.step) << row.why;
-    }
+    EXPECT_EQ(rows, 63);
 }
 
 TEST(Utf8, EveryCodePointThereAndBack)
