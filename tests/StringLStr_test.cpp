@@ -169,6 +169,8 @@ const Change kChanges[] = {
     {"CatEfficient", [](LStr*** h) { return LStrCatEfficient(*h, LStrValue("xyz").Get()); }, "", "xyz", Change::kSpare},
     {"Cat", [](LStr*** h) { return LStrCat(*h, LStrValue("xy").Get()); }, "", "xy"},
     {"Cat of nothing", [](LStr*** h) { return LStrCat(*h, nullptr); }, "", ""},
+    {"Append nothing", [](LStr*** h) { return LStrAppendCStr(h, kNoText) + LStrAppendCStr(h, ""); }, "", ""},
+    {"Prepend nothing", [](LStr*** h) { return LStrPrependCStr(h, kNoText) + LStrPrependCStr(h, ""); }, "", ""},
     {"AppendCStr", [](LStr*** h) { return LStrAppendCStr(h, "xy"); }, "", "xy", Change::kExact, false, true},
     {"AppendPStr", [](LStr*** h) { return LStrAppendPStr(h, "\4abcd"); }, "", "abcd", Change::kExact, false, true},
     {"PrependCStr", [](LStr*** h) { return LStrPrependCStr(h, "xy"); }, "xy", ""},
