@@ -97,19 +97,12 @@ TEST(NumberText, AgreesWithStoredVectors)
         const std::string op = row["op"].Str();
         const int type = row.Has("type") ? TypeOf(row["type"].Str()) : 0;
         if (op == "NumToStr") {
-            switch (type) {
-                case kNumI32:
-                    ExpectRow(row, static_cast<int>(row["value"].Int()), type);
-                    break;
-                case kNumU32:
-                    ExpectRow(row, static_cast<unsigned>(row["value"].UInt()), type);
-                    break;
-                case kNumI64:
-                    ExpectRow(row, row["value"].Int(), type);
-                    break;
-                default:
-                    ExpectRow(row, row["value"].UInt(), type);
-            }
+            const bool isSigned = type == kNumI32 || type == kNumI64;
+            const long long value = isSigned ? row["value"].Int() : static_cast<long long>(row["value"].UInt());
+            type == kNumI32   ? ExpectRow(row, static_cast<int>(value), type)
+            : type == kNumU32 ? ExpectRow(row, static_cast<unsigned>(value), type)
+            : type == kNumI64 ? ExpectRow(row, value, type)
+                              : ExpectRow(row, static_cast<unsigned long long>(value), type);
             ++rows;
         } else if (op == "StringToNum32" || op == "StringToNum64") {
             const Parsed parsed = Parse(op == "StringToNum64", row["text"].Str(), type,

@@ -109,7 +109,7 @@ TEST_F(StringLStr, IntoBlocks)
     EXPECT_EQ(TextOf(block.Get()), "");
 }
 
-TEST_F(StringLStr, ToCStr)
+TEST_F(StringLStr, ToOtherKinds)
 {
     char dst[16] = "old";
     EXPECT_EQ(LToCStr(LStrValue("abc").Get(), dst), 3);
@@ -141,10 +141,7 @@ TEST_F(StringLStr, ToCStr)
         EXPECT_EQ(checked, c.result);
     }
     EXPECT_EQ(LToCStrNChecked(nullptr, dst, 16, nullptr), 0);
-}
 
-TEST_F(StringLStr, ToPStr)
-{
     PStrBuffer p("old");
     EXPECT_EQ(LToPStr(nullptr, p), 0);
     EXPECT_EQ(p.Text(), "");
@@ -277,37 +274,25 @@ TEST_F(StringLStr, RandomChanges)
     EXPECT_EQ(whole.Text(), std::string("\7\0\0\0", 4));
 }
 
-// Text of 2^31 bytes and more: one piece of memory that stands at many addresses.
+// Text of 2^31 bytes and more: one piece of memory that stands at many addresses, and a page of zeros behind them.
 class HugeText {
 public:
     HugeText()
     {
         const int file = memfd_create("text", 0);
-        const std::string piece(kPiece, 'x');
-        const std::string last = piece.substr(1) + '\0';
-        const bool written = file >= 0 && pwrite(file, piece.data(), kPiece, 0) == kPiece &&
-                             pwrite(file, last.data(), kPiece, kPiece) == kPiece;
-        void* const start =
-            mmap(nullptr, kPieces * kPiece, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (!written || start == MAP_FAILED) {
-            return;
-        }
-        mStart = static_cast<char*>(start);
-        for (long i = 0; i < kPieces; ++i) {
-            mmap(mStart + i * kPiece, kPiece, PROT_READ, MAP_SHARED | MAP_FIXED, file, i + 1 == kPieces ? kPiece : 0);
+        EXPECT_EQ(pwrite(file, std::string(kPiece, 'x').data(), kPiece, 0), kPiece);
+        for (long i = 0; i < kPieces && text != MAP_FAILED; ++i) {
+            mmap(text + i * kPiece, kPiece, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0);
         }
         close(file);
     }
-    ~HugeText() { munmap(mStart, kPieces * kPiece); }
+    ~HugeText() { munmap(text, kSize); }
     HugeText(const HugeText&) = delete;
     HugeText& operator=(const HugeText&) = delete;
 
-    const char* Get() const { return mStart; }
-
-private:
-    static constexpr long kPiece = 16 << 20;
-    static constexpr long kPieces = 129;
-    char* mStart = nullptr;
+    static constexpr long kPiece = 16 << 20, kPieces = 129, kSize = kPieces * kPiece + 4096;
+    char* const text =
+        static_cast<char*>(mmap(nullptr, kSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
 };
 
 TEST_F(StringLStr, TextBeyondRange)
@@ -316,12 +301,12 @@ TEST_F(StringLStr, TextBeyondRange)
     GTEST_SKIP() << "the sanitizer keeps a record of each byte";
 #endif
     const HugeText huge;
-    ASSERT_NE(huge.Get(), nullptr);
+    ASSERT_NE(huge.text, MAP_FAILED);
     LStrHandle text("cd");
-    EXPECT_EQ(CToLHStr(huge.Get(), &text.handle), kzErrMemoryFull);
+    EXPECT_EQ(CToLHStr(huge.text, &text.handle), kzErrMemoryFull);
     EXPECT_TRUE(reports.Take(kDbgWarning, "CToLHStr FAILED:xxx"));
-    EXPECT_EQ(LStrAppendCStr(&text.handle, huge.Get()), kzErrMemoryFull);
-    EXPECT_EQ(LStrPrependCStr(&text.handle, huge.Get()), kzErrMemoryFull);
+    EXPECT_EQ(LStrAppendCStr(&text.handle, huge.text), kzErrMemoryFull);
+    EXPECT_EQ(LStrPrependCStr(&text.handle, huge.text), kzErrMemoryFull);
     EXPECT_EQ(text.Text(), "cd");
 }
 

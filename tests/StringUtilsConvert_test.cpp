@@ -72,11 +72,7 @@ struct Handle {
 };
 
 // What a target holds, found without an allocation.
-const std::string& View(const std::string& out)
-{
-    return out;
-}
-const std::wstring& View(const std::wstring& out)
+const auto& View(const auto& out)
 {
     return out;
 }
