@@ -2,18 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <clocale>
 #include <cstring>
 #include <memory>
-#include <new>
-#include <thread>
 
 #include "DebugStreamService.h"
 #include "FaultLoop.h"
 #include "PathCache.h"
+#include "PathManager.h"
+#include "PathStepMode.h"
 #include "PathTesting.h"
-#include "ScopedLock.h"
-#include "StringUtils.h"
+#include "zvexcept.h"
 
 namespace {
 
@@ -25,42 +24,6 @@ protected:
 
     const int64 mBefore = kz::LivePathElementCount();
 };
-
-TEST_F(PathItemElementTest, OneElementForEachName)
-{
-    const PathRef first = MakePath(PathRef::kAbsolute, {"usr"});
-    const PathRef again = MakePath(PathRef::kAbsolute, {"usr"});
-    EXPECT_EQ(first.Element(), again.Element());
-    EXPECT_EQ(first.Element()->ReferenceCount(), 2);
-    EXPECT_NE(first.Element(), MakePath(PathRef::kAbsolute, {"USR"}).Element());
-}
-
-TEST_F(PathItemElementTest, SiblingsOfOneHashAreAllFound)
-{
-    std::vector<std::string> names = {"aaqq", "aara", "aau1", "abaq", "abba"};
-    for (const std::string& name : names) {
-        ASSERT_EQ(StringUtils::Hash(name, false), StringUtils::Hash(names[0], false));
-    }
-    for (int i = 0; i < 40; ++i) {
-        names.push_back("neighbour" + std::to_string(i));
-    }
-    std::vector<PathItemElement*> made;
-    for (const std::string& name : names) {
-        made.push_back(Base()->CreateChild(name));
-        ASSERT_TRUE(kz::PathTreeIsSane());
-    }
-    for (size_t i = 0; i < names.size(); ++i) {
-        size_t index = 0;
-        const int32 hash = static_cast<int32>(StringUtils::Hash(names[i], false));
-        const kz::ScopedLock lock(PathItemElement::mMutex);
-        EXPECT_EQ(Base()->FindChild(names[i], hash, &index), made[i]);
-        EXPECT_EQ(Base()->FindChild(made[i], &index), made[i]);
-    }
-    for (PathItemElement* element : made) {
-        element->ReleaseCore(false);
-        ASSERT_TRUE(kz::PathTreeIsSane());
-    }
-}
 
 // The deepest ones have more names than a thread's stack has room for calls.
 TEST_F(PathItemElementTest, ReleasingALeafFreesItsChain)
@@ -79,8 +42,9 @@ TEST_F(PathItemElementTest, ReleasingALeafFreesItsChain)
     }
 }
 
-TEST_F(PathItemElementTest, CollectionFreesEmptyBlocks)
+TEST_F(PathItemElementTest, CollectionFreesEmptyBlocksAndListsWhatIsHeld)
 {
+    const PathRef file = MakePath(PathRef::kAbsolute, {"between", "file"});
     std::vector<PathRef> paths;
     for (int i = 0; i < 3 * PathItemStorage::kElements; ++i) {
         paths.push_back(MakePath(PathRef::kAbsolute, {"n" + std::to_string(i)}));
@@ -91,22 +55,14 @@ TEST_F(PathItemElementTest, CollectionFreesEmptyBlocks)
     EXPECT_EQ(PathRef::GarbageCollect(0), 0u);
     EXPECT_TRUE(mReports.Take(1, "Path Garbage Collect: 0 bytes reclaimed"));
     // The first block holds the bases, another one the last path.
-    EXPECT_EQ(PathRef::GarbageCollect(1), 2 * sizeof(PathItemStorage));
-    EXPECT_EQ(last.Name(), "n1535");
-    last = nullptr;
-    EXPECT_EQ(PathRef::GarbageCollect(1), sizeof(PathItemStorage));
-    EXPECT_EQ(MakePath(PathRef::kAbsolute, {"again"}).Name(), "again");
-}
-
-TEST_F(PathItemElementTest, CollectionListsWhatIsHeld)
-{
-    const PathRef folder = MakePath(PathRef::kAbsolute, {"folder"});
-    const PathRef copy = folder;
-    const PathRef file = MakePath(PathRef::kAbsolute, {"between", "file"});
-    PathRef::GarbageCollect(2);
-    EXPECT_TRUE(mReports.Take(1, "Leaked Path Element: 2 refs to folder"));
+    PathRef copy = last;
+    EXPECT_EQ(PathRef::GarbageCollect(2), 2 * sizeof(PathItemStorage));
+    EXPECT_TRUE(mReports.Take(1, "Leaked Path Element: 2 refs to n1535"));
     EXPECT_TRUE(mReports.Take(1, "Leaked Path Element: 1 refs to file"));
     EXPECT_FALSE(mReports.Take(1, "between"));
+    last = copy = nullptr;
+    EXPECT_EQ(PathRef::GarbageCollect(1), sizeof(PathItemStorage));
+    EXPECT_EQ(MakePath(PathRef::kAbsolute, {"again"}).Name(), "again");
 }
 
 // The handler of a report may use paths, and keep them: each element is reported once all the same.
@@ -143,37 +99,53 @@ struct LeftCounter {
     static inline int sCount = 0;
 };
 
-// What fails is told, nothing stays behind, and the next start is a clean one.
+// What the loops below do with paths; what it throws is for want of memory.
+void UsePaths()
+{
+    PathRef path(PathRef::kRelative);
+    path.Append("folder of a name that needs memory");
+    for (int i = 0; i < 3; ++i) {
+        path.Append(path);
+    }
+    path.Append(PathRef(path));
+    path.Append(PathRef(path));
+    path.Replace(-2, "other");
+    path.AssignToName("here");
+    const PathRef here("here");
+    auto item = std::make_unique<CachedPath>(here, 1000, PathCachedItem::kDependsOnMetaData);
+    if (here.Cache("key", item.get()) == kzErrNone) {
+        static_cast<void>(item.release());
+    }
+    path = PathRef(here.ToString("pathref_unix"), "pathref_display");
+    static_cast<void>(here.GetCached<PathRef, CachedPath>("key", nullptr, kSearchDescendants, &path));
+    path.Append("..");
+}
+
+// What fails is told, nothing stays behind, and the next start is a clean one: the tree's alone, and its service's.
 TEST(PathStartAndStop, WithoutMemory)
 {
     kztest::TestHost host;
     KZAppInterfaceSet(&host);
     const LeftCounter reports;
-    kztest::FaultLoop([](auto failed) {
-        const KzErr err = PathRef::Init();
-        EXPECT_TRUE(err == kzErrNone || (err == kzErrMemoryFull && failed()));
-        EXPECT_EQ(PathRef::Init(), err);
-        try {
-            PathRef path(PathRef::kAbsolute);
-            path.Append("folder of a name that needs memory");
-            EXPECT_TRUE(path.AssignToName("here") == kzErrNone || failed());
-            const PathRef here("here");
-            auto item = std::make_unique<CachedPath>(here, 1000, PathCachedItem::kDependsOnMetaData);
-            if (here.Cache("key", item.get()) == kzErrNone) {
-                static_cast<void>(item.release());
-            }
-            static_cast<void>(here.GetCached<PathRef, CachedPath>("key", nullptr, kSearchAncestors, &path));
-            path.Append("..");
-        } catch (const ZVExcept&) {
-            EXPECT_TRUE(failed());
-        } catch (const std::bad_alloc&) {
-            EXPECT_TRUE(failed());
-        }
-        PathRef::GarbageCollect(2);
-        EXPECT_EQ(PathRef::UnInit(), kzErrNone);
-        EXPECT_EQ(kz::LivePathElementCount(), 0);
-    });
+    for (const bool isService : {false, true}) {
+        kztest::FaultLoop([isService](auto failed) {
+            PathManager_Service* service = nullptr;
+            const KzErr err = kz::ErrOf("test", __LINE__, [&]() -> KzErr {
+                return isService ? (service = PathManagerService())->Init() : PathRef::Init();
+            });
+            EXPECT_TRUE(err == kzErrNone || (err == kzErrMemoryFull && failed()));
+            EXPECT_EQ(kz::gPathsStepByCharacter, isService && err == kzErrNone);
+            EXPECT_TRUE(isService || PathRef::Init() == err);
+            const KzErr thrown = kz::ErrOf("test", __LINE__, []() -> KzErr { return UsePaths(), kzErrNone; });
+            EXPECT_TRUE(thrown == kzErrNone || failed());
+            PathRef::GarbageCollect(2);
+            EXPECT_EQ(service != nullptr ? service->Uninit() : PathRef::UnInit(), kzErrNone);
+            EXPECT_FALSE(kz::gPathsStepByCharacter);
+            EXPECT_EQ(kz::LivePathElementCount(), 0);
+        });
+    }
     EXPECT_EQ(reports.sCount, 0);
+    std::setlocale(LC_ALL, "C");
     KZAppInterfaceSet(nullptr);
 }
 
@@ -262,44 +234,6 @@ TEST_F(PathItemElementTest, MemoryIsSharedOutAmongReferences)
     EXPECT_DOUBLE_EQ(alone, 4 * 6 + sizeof(PathItemElement) + 16 / 512.0);
     const PathRef copy = path;
     EXPECT_DOUBLE_EQ(ownShare(), alone / 2);
-}
-
-// Made for the thread sanitizer: elements that threads meet on come and go while blocks are collected.
-TEST_F(PathItemElementTest, ThreadsMakeCopyAndDrop)
-{
-    constexpr int kThreads = 8;
-    constexpr int kRounds = 2000;
-    const PathRef shared = MakePath(PathRef::kAbsolute, {"data", "shared"});
-    std::atomic<int> running{kThreads};
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kRounds; ++i) {
-                const std::string name = "y" + std::to_string((i + t) % 5);
-                const std::string text = "/data/x" + std::to_string(i % 7) + "/" + name;
-                const PathRef path(text, "pathref_unix");
-                PathRef copy = path;
-                copy.Append("..");
-                copy.Append(name);
-                wrong += copy.Element() == path.Element() && copy.ToString("pathref_unix") == text ? 0 : 1;
-                copy = shared;
-                copy.FlushCache();
-                static_cast<void>(path.GetCached<bool, CachedBool>("none", nullptr, kSearchAncestors, nullptr));
-            }
-            --running;
-        });
-    }
-    for (int32 method = 1; running > 0; method = 3 - method) {
-        PathRef::GarbageCollect(method);
-        mReports.TakeAll();
-        std::this_thread::yield();
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(kz::LivePathElementCount(), mBefore + 2);
 }
 
 }  // namespace

@@ -10,44 +10,12 @@
 #include "FileManager.h"
 #include "PathCache.h"
 #include "PathClassic.h"
-#include "PathManagerImplementation.h"
 #include "PathTesting.h"
 #include "TempFolder.h"
 
 namespace {
 
-using kztest::MakePath;
-using kztest::MakePathBelow;
-
 class PathManagerTest : public kztest::PathTest {};
-
-TEST_F(PathManagerTest, FileSystemText)
-{
-    struct Case {
-        PathRef path;
-        KzErr err;
-        std::string text;
-    };
-    const std::string part(255, 'p');
-    const Case cases[] = {
-        {PathRef(0), 0, "/"},
-        {MakePath(PathRef::kAbsolute, {"usr", "lib"}), 0, "/usr/lib"},
-        {MakePath(PathRef::kAbsolute, {"..", "x"}), 0, "/../x"},
-        {MakePath(PathRef::kAbsolute, {part, part, part, part}), 0, "/" + part + "/" + part + "/" + part + "/" + part},
-        {MakePath(PathRef::kAbsolute, {part, part, part, part + "p"}), 1, ""},
-        {MakePath(PathRef::kAbsolute, {"x", part, part, part, part}), 1, ""},
-        {MakePath(PathRef::kAbsolute, {"a/b"}), 1, ""},
-        {MakePath(PathRef::kAbsolute, {std::string("a\0b", 3)}), 1, ""},
-        {MakePath(PathRef::kRelative, {"usr"}), 1, ""},
-        {MakePath(PathRef::kUNC, {"usr"}), 1, ""},
-        {PathRef(), 1, ""},
-    };
-    for (const Case& test : cases) {
-        std::string text = "-";
-        EXPECT_EQ(kz::PathToFileSystemText(test.path, &text), test.err) << test.text;
-        EXPECT_EQ(text, test.text);
-    }
-}
 
 TEST_F(PathManagerTest, WhatIsAtAPath)
 {
@@ -93,30 +61,39 @@ TEST_F(PathManagerTest, ClassicCalls)
     auto* path = new PathRef(0);
     EXPECT_EQ(FDestroyPath(&path), kzErrNone);
     EXPECT_EQ(path, nullptr);
-    EXPECT_EQ(FDestroyPath(nullptr), kzErrNone);
-    EXPECT_TRUE(mReports.Take(2, "This is a noop."));
     EXPECT_TRUE(FileNameNEqual("abX", "ABy", 2));
+    EXPECT_FALSE(FileNameNEqual("abX", "ABy", 3));
     EXPECT_FALSE(FileNameCStrEqual("abX", "ABy"));
 }
 
+// A process of no language gets one of its characters' locale, and is then put into the locale of its language.
 TEST(PathManagerServiceTest, LocaleAndSteppingByCharacter)
 {
     kztest::ReportCatcher reports;
     const char text[] = "a\xE5\x90\x8D/";
-    EXPECT_EQ(PathNextChar(text, 1), 2);
-    EXPECT_EQ(PathPrevChar(text, 4), 3);
-    unsetenv("LANG");
-    std::setlocale(LC_CTYPE, "C.UTF-8");  // alone: the locale of all categories then has no plain name
-    {
-        const kztest::RunningLibrary library;
-        ASSERT_EQ(library.baseResult, kzErrNone);
-        EXPECT_STREQ(std::getenv("LANG"), "C.UTF-8");
-        EXPECT_EQ(PathNextChar(text, 1), 4);
-        EXPECT_EQ(PathPrevChar(text, 4), 1);
+    const auto expectSteps = [&text](int32 next, int32 previous) {
+        EXPECT_EQ(PathNextChar(text, 1), next);
+        EXPECT_EQ(PathPrevChar(text, 4), previous);
+        EXPECT_EQ(PathPrevChar(text, 0), 0);
+    };
+    unsetenv("LC_ALL");
+    unsetenv("LC_CTYPE");
+    for (const char* language : {"C.UTF-8", static_cast<const char*>(nullptr)}) {
+        std::setlocale(LC_ALL, "C");
+        std::setlocale(LC_CTYPE, language == nullptr ? "C.UTF-8" : "C");
+        language == nullptr ? unsetenv("LANG") : setenv("LANG", language, 1);
+        expectSteps(2, 3);
+        {
+            const kztest::RunningLibrary library;
+            ASSERT_EQ(library.baseResult, kzErrNone);
+            EXPECT_STREQ(std::getenv("LANG"), "C.UTF-8");
+            EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C.UTF-8");
+            expectSteps(4, 1);
+        }
     }
-    std::setlocale(LC_ALL, "C");
-    EXPECT_EQ(PathNextChar(text, 1), 2);
-    EXPECT_EQ(PathPrevChar(text, 0), 0);
+    // The stop is the tree's too.
+    expectSteps(2, 3);
+    EXPECT_EQ(PathRef(0).Element(), nullptr);
     EXPECT_EQ(PathPrevChar(text, -1), 0);
     EXPECT_TRUE(reports.Take(2, "Negative index into string in PathPrevChar"));
 }

@@ -72,17 +72,20 @@ inline PathRef PathOf(const Json& value)
     return MakePathBelow(static_cast<PathRef::PathBase>(value["base"].Int()), names);
 }
 
-// The base's number and the names in brackets: "0[usr][lib]".
-inline std::string Describe(const PathRef& path)
+// The base's number, then the names of the components.
+using Names = std::vector<std::string>;
+
+inline Names NamesOf(const PathRef& path)
 {
-    std::string text;
-    for (int base = 0; base < PathItemStorage::kBaseCount; ++base) {
-        text += path.StartsWith(base) ? std::to_string(base) : "";
+    int base = 0;
+    while (!path.StartsWith(base)) {
+        ++base;
     }
+    Names names = {std::to_string(base)};
     for (int i = 0; i < path.ItemCount(); ++i) {
-        text += "[" + path.ItemAt(i) + "]";
+        names.push_back(path.ItemAt(i));
     }
-    return text;
+    return names;
 }
 
 // The code of the ZVExcept that `body` throws, 0 for none; `*detail` gets its message.
