@@ -104,11 +104,9 @@ void UsePaths()
 {
     PathRef path(PathRef::kRelative);
     path.Append("folder of a name that needs memory");
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 6; ++i) {
         path.Append(path);
     }
-    path.Append(PathRef(path));
-    path.Append(PathRef(path));
     path.Replace(-2, "other");
     path.AssignToName("here");
     const PathRef here("here");

@@ -19,45 +19,42 @@ using kztest::Thrown;
 
 class PathRefTest : public kztest::PathTest {};
 
-const auto kBadPolicy = static_cast<PathRef::ComparePolicy>(9);
+const auto kBad = static_cast<PathRef::ComparePolicy>(9);
 
 // Each call is made on "/a/b/c"; what can't be edited is then no path.
 TEST_F(PathRefTest, Refusals)
 {
+    enum How { kReturns, kReports, kThrows };
     struct Row {
         const char* name;
         KzErr (*call)(PathRef& path);
         KzErr code;
-        const char* detail;  // of what is thrown; null where the code is returned
-        const char* report;
-        bool isKept;
+        How how;
+        std::string text = "";  // of the report or of what is thrown
     };
     static CachedBool sItem(true, 0, PathCachedItem::kDependsOnMetaData);
-    static const char* const sNoText = nullptr;
-    constexpr char kAppend[] = "Append(PathRef::StringType)";
-    constexpr char kReplace[] = "PathRef replace, NULL parameter";
-    constexpr char kItemAt[] = "PathRef ItemAt, invalid index";
-    constexpr char kUnknown[] = "Unknown standardLocationName";
-    constexpr char kNoop[] = "This is a noop.";
-    constexpr char kPolicy[] = "Unexpected PathRef::ComparePolicy";
+    static const char* const sNull = nullptr;
     const Row rows[] = {
-        {"Append(null)", [](PathRef& p) { return p.Append(sNoText), 0; }, 1, kAppend, nullptr, false},
-        {"Replace(null)", [](PathRef& p) { return p.Replace(0, sNoText), 0; }, 1, kReplace, nullptr, false},
-        {"ItemAt(3)", [](PathRef& p) { return p.ItemAt(3), 0; }, kzErrCorrupt, kItemAt, nullptr, true},
-        {"ToString", [](PathRef& p) { return p.ToString("other"), 0; }, 53, "PathRef ToString", nullptr, true},
-        {"no such place", [](PathRef& p) { return p = PathRef(PathRef::TempDir()), 0; }, 1, kUnknown, nullptr, true},
-        {"null place", [](PathRef& p) { return p = PathRef(sNoText), 0; }, 1, kUnknown, nullptr, true},
-        {"ConvertToPath", [](PathRef& p) { return p.ConvertToPath(nullptr); }, 1, nullptr, nullptr, true},
-        {"ConvertToString", [](PathRef& p) { return p.ConvertToString(nullptr, "other"); }, 1, nullptr, nullptr, true},
-        {"CopyItemAt", [](PathRef& p) { return p.CopyItemAt(0, nullptr); }, 1, nullptr, nullptr, true},
-        {"AssignToName", [](PathRef& p) { return p.AssignToName(nullptr); }, 1, nullptr, nullptr, true},
-        {"Cache, no key", [](PathRef& p) { return p.Cache(nullptr, &sItem); }, 1, nullptr, nullptr, true},
-        {"Cache, no path", [](PathRef&) { return PathRef().Cache("k", &sItem); }, 1, nullptr, nullptr, true},
-        {"FDestroyPath", [](PathRef&) { return FDestroyPath(nullptr); }, 0, nullptr, kNoop, true},
-        {"NameEquals", [](PathRef&) { return 2 * PathRef::NameEquals("a", "A", kBadPolicy); }, 2, nullptr, kPolicy,
-         true},
-        {"NameCompare", [](PathRef&) { return PathRef::NameCompare("a", "B", kBadPolicy); }, -1, nullptr, kPolicy,
-         true},
+        {"Append(null)", [](PathRef& p) { return p.Append(sNull), 0; }, 1, kThrows, "Append(PathRef::StringType)"},
+        {"Replace(null)", [](PathRef& p) { return p.Replace(0, sNull), 0; }, 1, kThrows,
+         "PathRef replace, NULL parameter"},
+        {"ItemAt(3)", [](PathRef& p) { return p.ItemAt(3), 0; }, kzErrCorrupt, kThrows,
+         "PathRef ItemAt, invalid index"},
+        {"ToString", [](PathRef& p) { return p.ToString("other"), 0; }, 53, kThrows, "PathRef ToString"},
+        {"no place", [](PathRef& p) { return p = PathRef(PathRef::TempDir()), 0; }, 1, kThrows,
+         "Unknown standardLocationName"},
+        {"null place", [](PathRef& p) { return p = PathRef(sNull), 0; }, 1, kThrows, "Unknown standardLocationName"},
+        {"ConvertToPath", [](PathRef& p) { return p.ConvertToPath(nullptr); }, 1, kReturns},
+        {"ConvertToString", [](PathRef& p) { return p.ConvertToString(nullptr, "other"); }, 1, kReturns},
+        {"CopyItemAt", [](PathRef& p) { return p.CopyItemAt(0, nullptr); }, 1, kReturns},
+        {"AssignToName", [](PathRef& p) { return p.AssignToName(nullptr); }, 1, kReturns},
+        {"Cache, no key", [](PathRef& p) { return p.Cache(nullptr, &sItem); }, 1, kReturns},
+        {"Cache, no path", [](PathRef&) { return PathRef().Cache("k", &sItem); }, 1, kReturns},
+        {"FDestroyPath", [](PathRef&) { return FDestroyPath(nullptr); }, 0, kReports, "This is a noop."},
+        {"NameEquals", [](PathRef&) { return 2 * PathRef::NameEquals("a", "A", kBad); }, 2, kReports,
+         "Unexpected PathRef::ComparePolicy"},
+        {"NameCompare", [](PathRef&) { return PathRef::NameCompare("a", "B", kBad); }, -1, kReports,
+         "Unexpected PathRef::ComparePolicy"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -65,10 +62,11 @@ TEST_F(PathRefTest, Refusals)
         std::string detail;
         KzErr code = 0;
         const KzErr thrown = Thrown([&] { code = row.call(path); }, &detail);
-        EXPECT_EQ(row.detail != nullptr ? thrown : code, row.code);
-        EXPECT_EQ(detail, row.detail != nullptr ? row.detail : "");
-        EXPECT_TRUE(row.report == nullptr || mReports.Take(2, row.report));
-        EXPECT_EQ(NamesOf(path), row.isKept ? (kztest::Names{"0", "a", "b", "c"}) : kztest::Names{"3"});
+        EXPECT_EQ(row.how == kThrows ? thrown : code, row.code);
+        EXPECT_EQ(detail, row.how == kThrows ? row.text : "");
+        EXPECT_TRUE(row.how != kReports || mReports.Take(2, row.text));
+        const bool isEdit = std::string(row.name).find("(null)") != std::string::npos;
+        EXPECT_EQ(NamesOf(path), isEdit ? kztest::Names{"3"} : (kztest::Names{"0", "a", "b", "c"}));
     }
 }
 

@@ -53,23 +53,14 @@ inline PathRef MakePath(PathRef::PathBase base, const std::vector<std::string>& 
     return path;
 }
 
-// The same in the tree itself, where names and bases that Append has rules about go unheeded.
-inline PathRef MakePathBelow(PathRef::PathBase base, const std::vector<std::string>& names)
+// A row's path, made in the tree itself, where names and bases that Append has rules about go unheeded.
+inline PathRef PathOf(const Json& row)
 {
-    PathRef path(base);
-    for (const std::string& name : names) {
-        path.AssignElement(path.Element()->CreateChild(name), PathRef::kTakeReference, false);
+    PathRef path(static_cast<PathRef::PathBase>(row["base"].Int()));
+    for (const Json& name : row["names"].Items()) {
+        path.AssignElement(path.Element()->CreateChild(name.Str()), PathRef::kTakeReference, false);
     }
     return path;
-}
-
-inline PathRef PathOf(const Json& value)
-{
-    std::vector<std::string> names;
-    for (const Json& name : value["names"].Items()) {
-        names.push_back(name.Str());
-    }
-    return MakePathBelow(static_cast<PathRef::PathBase>(value["base"].Int()), names);
 }
 
 // The base's number, then the names of the components.
