@@ -2,7 +2,9 @@
 // text forms that the library lacks are passed over.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <map>
 
 #include "PathFormatReader.h"
 #include "PathManagerImplementation.h"
@@ -15,51 +17,37 @@ using kztest::NamesOf;
 using kztest::PathOf;
 using kztest::Thrown;
 
-void ExpectThrown(const Json& row, KzErr err, const std::string& detail)
+// Whether `body` throws what the row says, if anything.
+template <typename Body>
+void ExpectThrown(const Json& row, Body&& body)
 {
-    EXPECT_EQ(err, row.Has("error") ? row["error"].Int() : 0);
+    std::string detail;
+    EXPECT_EQ(Thrown(body, &detail), row.Has("error") ? row["error"].Int() : 0);
     EXPECT_EQ(detail, row.Has("detail") ? row["detail"].Str() : detail);
 }
 
-// False for a step that is passed over.
-bool Apply(const Json& step, PathRef& path)
-{
-    const std::string& name = step[0].Str();
-    if (name == "Append") {
-        path.Append(step[1].Str());
-    } else if (name == "AppendPath") {
-        path.Append(PathOf(step[1]));
-    } else if (name == "AppendUpDir") {
-        path.AppendUpDir();
-    } else if (name == "GetParentDirectory") {
-        path = path.GetParentDirectory();
-    } else if (name == "Replace") {
-        path.Replace(static_cast<int>(step[1].Int()), step[2].Str());
-    } else {
-        return false;
-    }
-    return true;
-}
+const std::map<std::string, void (*)(PathRef& path, const Json& step)> kEdits = {
+    {"Append", [](PathRef& path, const Json& step) { path.Append(step[1].Str()); }},
+    {"AppendPath", [](PathRef& path, const Json& step) { path.Append(PathOf(step[1])); }},
+    {"AppendUpDir", [](PathRef& path, const Json&) { path.AppendUpDir(); }},
+    {"GetParentDirectory", [](PathRef& path, const Json&) { path = path.GetParentDirectory(); }},
+    {"Replace", [](PathRef& path, const Json& step) { path.Replace(static_cast<int>(step[1].Int()), step[2].Str()); }},
+};
 
 bool DriveEdits(const Json& row)
 {
-    PathRef path = PathOf(row["start"]);
-    bool isKnown = true;
-    std::string detail;
-    const KzErr err = Thrown(
-        [&] {
-            for (size_t i = 0; i < row["steps"].size() && isKnown; ++i) {
-                isKnown = Apply(row["steps"][i], path);
-            }
-        },
-        &detail);
-    if (isKnown) {
-        ExpectThrown(row, err, detail);
-        EXPECT_EQ(NamesOf(path), NamesOf(PathOf(row["result"])));
-        EXPECT_EQ(path.CountUpDir(), row["upDirs"].Int());
-        EXPECT_EQ(path.IsValid(), row["valid"].Int() != 0);
+    const std::vector<Json>& steps = row["steps"].Items();
+    if (!std::all_of(steps.begin(), steps.end(), [](const Json& step) { return kEdits.count(step[0].Str()) != 0; })) {
+        return false;
     }
-    return isKnown;
+    PathRef path = PathOf(row["start"]);
+    ExpectThrown(row, [&] {
+        std::for_each(steps.begin(), steps.end(), [&](const Json& step) { kEdits.at(step[0].Str())(path, step); });
+    });
+    EXPECT_EQ(NamesOf(path), NamesOf(PathOf(row["result"])));
+    EXPECT_EQ(path.CountUpDir(), row["upDirs"].Int());
+    EXPECT_EQ(path.IsValid(), row["valid"].Int() != 0);
+    return true;
 }
 
 bool DriveRelations(const Json& row)
@@ -92,9 +80,7 @@ bool DriveRelations(const Json& row)
 void Read(const Json& row, const char* form)
 {
     PathRef path(1);
-    std::string detail;
-    const KzErr err = Thrown([&] { path = PathRef(row["text"].Str(), form); }, &detail);
-    ExpectThrown(row, err, detail);
+    ExpectThrown(row, [&] { path = PathRef(row["text"].Str(), form); });
     EXPECT_EQ(NamesOf(path), NamesOf(row.Has("error") ? PathRef(1) : PathOf(row)));
 }
 
