@@ -1,265 +1,434 @@
-// INI objects: look-ups, values, edits, and what they do without memory.
+// INI objects by stored rows, with all memory and with each allocation failing, and what no row can say.
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cctype>
+#include <bit>
+#include <cerrno>
 #include <clocale>
-#include <cmath>
-#include <cstring>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
 #include <string>
-#include <vector>
+#include <tuple>
+#include <type_traits>
 
 #include "FaultLoop.h"
+#include "IniChecks.h"
 #include "IniFile.h"
-#include "IniModel.h"
-#include "IniTesting.h"
+#include "JsonLines.h"
+#include "RowFiles.h"
+#include "TempFolder.h"
 
 namespace {
 
+using kztest::CheckedIni;
 using kztest::FailAllocation;
-using kztest::FaultLoop;
-using kztest::IniOwner;
-using kztest::Items;
-using kztest::LinesOf;
+using kztest::Json;
+using kztest::Lines;
 using kztest::NewIni;
+using kztest::ReadJsonLines;
 using kztest::ReadText;
 using kztest::Sections;
-using kztest::SectionsOf;
+
+namespace fs = std::filesystem;
 
 int gNewLocales = 0;
 
-IniOwner Reading(const std::string& text, int readOptions = kIniReadStripDoubleQuotes, int sorted = 0)
+// A step of a row: the name of a call, its arguments, its result, 1 where there is none, and what it puts out, as text.
+struct Step {
+    const Json& row;
+    std::size_t at = 1;
+    std::string told{};
+
+    bool HasMore() const { return at < row.size(); }
+    const Json& Next() { return row[at++]; }
+};
+
+template <typename T>
+T From(const Json& given)
 {
-    IniOwner ini = NewIni(sorted);
-    IniSetReadOptions(ini.get(), readOptions);
-    EXPECT_EQ(1, ReadText(ini.get(), text));
+    if constexpr (std::is_same_v<T, const char*>) {
+        return given.IsNull() ? nullptr : given.Str().c_str();
+    } else if constexpr (std::is_same_v<T, double>) {
+        return std::bit_cast<double>(std::stoull(given.Str(), nullptr, 16));
+    } else {
+        return static_cast<T>(given.Int());
+    }
+}
+
+template <typename T>
+std::string TextOf(T value)
+{
+    if constexpr (std::is_pointer_v<T>) {
+        return value;
+    } else if constexpr (std::is_same_v<T, double>) {
+        char digits[17];
+        std::snprintf(digits, sizeof digits, "%016llX", std::bit_cast<unsigned long long>(value));
+        return digits;
+    } else {
+        return std::to_string(value);
+    }
+}
+
+// An argument from the step. Only outputs tell something.
+template <typename T>
+struct Argument {
+    T value;
+
+    explicit Argument(Step* step) : value(From<T>(step->Next())) {}
+    T Pass() { return value; }
+    void Tell(Step*) {}
+};
+
+// The place of an output, which tells "17" until the call puts something there.
+template <typename T>
+requires(!std::is_const_v<T>) struct Argument<T*> {
+    static T Unset()
+    {
+        if constexpr (std::is_pointer_v<T>) {
+            return nullptr;
+        } else {
+            return 17;
+        }
+    }
+    T value = Unset();
+
+    explicit Argument(Step*) {}
+    T* Pass() { return &value; }
+    void Tell(Step* step)
+    {
+        step->told = value == Unset() ? "17" : TextOf(value);
+        if constexpr (std::is_same_v<T, char*>) {
+            std::free(value);
+        }
+    }
+};
+
+// Eight bytes, of which the call fills as many as it is told to.
+template <>
+struct Argument<char*> {
+    std::string value = std::string(8, '#');
+
+    explicit Argument(Step*) {}
+    char* Pass() { return value.data(); }
+    void Tell(Step* step) { step->told = value; }
+};
+
+using Call = std::function<int(IniFile*, Step*)>;
+
+template <typename... T>
+Call Calling(int (*call)(IniFile*, T...))
+{
+    return [call](IniFile* ini, Step* step) {
+        std::tuple<Argument<T>...> arguments{Argument<T>(step)...};
+        const auto apply = [&](auto&... each) {
+            const int result = call(ini, each.Pass()...);
+            (each.Tell(step), ...);
+            return result;
+        };
+        return std::apply(apply, arguments);
+    };
+}
+
+int Read(IniFile* ini, const char* text)
+{
+    return ReadText(ini, text);
+}
+
+int Reread(IniFile* ini)
+{
+    Lines lines;
+    const int written = IniWrite(ini, &kztest::AddLine, &lines);
+    return written == 1 ? ReadText(ini, kztest::TextOf(lines)) : written;
+}
+
+using Stream = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+int ReadStream(IniFile* ini, const char* name, int offset)
+{
+    const Stream file(std::fopen(name, "rb"), &std::fclose);
+    EXPECT_TRUE(file == nullptr || std::fseek(file.get(), offset, SEEK_SET) == 0);
+    return IniReadFromFilePtr(ini, file.get());
+}
+
+int WriteStream(IniFile* ini, const char* name, const char* mode, int append)
+{
+    const Stream file(std::fopen(name, mode), &std::fclose);
+    return IniWriteToFilePtr(ini, file.get(), append);
+}
+
+int SetTime(IniFile*, const char* name, int seconds, int nanoseconds)
+{
+    const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
+    return utimensat(AT_FDCWD, name, times, 0) == 0 ? 1 : 0;
+}
+
+int Remove(IniFile*, const char* name)
+{
+    return fs::remove(name) ? 1 : 0;
+}
+
+const std::map<std::string, Call>& Calls()
+{
+    static const std::map<std::string, Call> sCalls = {
+        {"Read", Calling(&Read)},
+        {"Reread", Calling(&Reread)},
+        {"ReadStream", Calling(&ReadStream)},
+        {"WriteStream", Calling(&WriteStream)},
+        {"SetTime", Calling(&SetTime)},
+        {"Remove", Calling(&Remove)},
+        {"SetDuplicateChecking", Calling(&IniSetDuplicateChecking)},
+        {"SetCaseAndWhitespaceSensitiveChecking", Calling(&IniSetCaseAndWhitespaceSensitiveChecking)},
+        {"SetWriteOptions", Calling(&IniSetWriteOptions)},
+        {"SetReadOptions", Calling(&IniSetReadOptions)},
+        {"SetReadLimit", Calling(&IniSetReadLimit)},
+        {"ReadFromFile", Calling(&IniReadFromFile)},
+        {"WriteToFile", Calling(&IniWriteToFile)},
+        {"LostRights", Calling(&IniLostRights)},
+        {"IsFileNewer", Calling(&IniIsFileNewer)},
+        {"SectionExists", Calling(&IniSectionExists)},
+        {"ItemExists", Calling(&IniItemExists)},
+        {"NumberOfSections", Calling(&IniNumberOfSections)},
+        {"NumberOfItems", Calling(&IniNumberOfItems)},
+        {"NthSectionName", Calling(&IniNthSectionName)},
+        {"NthItemName", Calling(&IniNthItemName)},
+        {"NthItemPointerToString", Calling(&IniNthItemPointerToString)},
+        {"LineOfSection", Calling(&IniLineOfSection)},
+        {"LineOfItem", Calling(&IniLineOfItem)},
+        {"LineOfLastAccess", Calling(&IniLineOfLastAccess)},
+        {"LineOfFirstUnrecognizedLine", Calling(&IniLineOfFirstUnrecognizedLine)},
+        {"GetBoolean", Calling(&IniGetBoolean)},
+        {"GetInt", Calling(&IniGetInt)},
+        {"GetUInt", Calling(&IniGetUInt)},
+        {"GetDouble", Calling(&IniGetDouble)},
+        {"GetPointerToRawString", Calling(&IniGetPointerToRawString)},
+        {"GetPointerToString", Calling(&IniGetPointerToString)},
+        {"GetRawStringCopy", Calling(&IniGetRawStringCopy)},
+        {"GetStringCopy", Calling(&IniGetStringCopy)},
+        {"GetRawStringIntoBuffer", Calling(&IniGetRawStringIntoBuffer)},
+        {"GetStringIntoBuffer", Calling(&IniGetStringIntoBuffer)},
+        {"PutStringWithOptions", Calling(&IniPutStringWithOptions)},
+        {"PutString", Calling(&IniPutString)},
+        {"PutRawString", Calling(&IniPutRawString)},
+        {"PutBoolean", Calling(&IniPutBoolean)},
+        {"PutInt", Calling(&IniPutInt)},
+        {"PutUInt", Calling(&IniPutUInt)},
+        {"PutDouble", Calling(&IniPutDouble)},
+        {"RemoveItem", Calling(&IniRemoveItem)},
+        {"RemoveSection", Calling(&IniRemoveSection)},
+        {"RenameSection", Calling(&IniRenameSection)},
+        {"SortSection", Calling(&IniSortSection)},
+        {"SortSectionList", Calling(&IniSortSectionList)},
+        {"Sort", Calling(&IniSort)},
+    };
+    return sCalls;
+}
+
+int Setting(const Json& row, const char* name, int otherwise)
+{
+    return row.Has(name) ? static_cast<int>(row[name].Int()) : otherwise;
+}
+
+// An object with the settings of a row. Null where the row, or memory, has none.
+CheckedIni Configured(const Json& row)
+{
+    CheckedIni ini = Setting(row, "object", 1) != 0 ? NewIni(Setting(row, "sorted", 0)) : nullptr;
+    if (row.Has("readOptions")) {
+        IniSetReadOptions(ini.get(), Setting(row, "readOptions", 0));
+    }
+    if (row.Has("writeOptions")) {
+        EXPECT_EQ(ini == nullptr ? kIniErrFile : 1,
+                  IniSetWriteOptions(ini.get(), Setting(row, "maxLineLength", -1), Setting(row, "breakChar", 0),
+                                     Setting(row, "writeOptions", 0)));
+    }
+    IniSetDuplicateChecking(ini.get(), Setting(row, "duplicateChecking", 1));
+    IniSetCaseAndWhitespaceSensitiveChecking(ini.get(), Setting(row, "caseSensitive", 0));
     return ini;
 }
 
-std::string Value(IniFile* ini, const char* section, const char* tag)
+Sections SectionsIn(const Json& rows)
 {
-    const char* value = nullptr;
-    return IniGetPointerToString(ini, section, tag, &value) == 1 ? value : "(none)";
-}
-
-std::string RawValue(IniFile* ini, const char* section, const char* tag)
-{
-    const char* value = nullptr;
-    return IniGetPointerToRawString(ini, section, tag, &value) == 1 ? value : "(none)";
-}
-
-TEST(IniFile, NamesAreFoundWhateverTheirCaseAndSpace)
-{
-    std::string text = "[ Main ]\nKey = 1\n";
-    for (int i = 0; i < 40; ++i) {  // long enough for an index
-        text += "other" + std::to_string(i) + "=x\n";
-    }
-    for (const int sorted : {0, 1}) {
-        const IniOwner ini = Reading(text, kIniReadStripDoubleQuotes, sorted);
-        for (const char* tag : {"Key", "KEY", " key\t", "keY "}) {
-            EXPECT_EQ("1", RawValue(ini.get(), "MAIN ", tag)) << tag;
+    Sections sections;
+    for (const Json& row : rows.Items()) {
+        sections.emplace_back(row["name"].Str(), kztest::Items());
+        for (const Json& item : row["items"].Items()) {
+            sections.back().second.emplace_back(item[0].Str(), item[1].Str());
         }
-        for (const char* tag : {"Ke", "Keys", "", "K ey"}) {
-            EXPECT_EQ("(none)", RawValue(ini.get(), "Main", tag)) << tag;
+    }
+    return sections;
+}
+
+Lines LinesIn(const Json& row)
+{
+    Lines lines;
+    for (const Json& line : row.Items()) {
+        lines.push_back(line.Str());
+    }
+    return lines;
+}
+
+bool IsOutOfMemory(int result)
+{
+    return result == kIniErrMemory && FailAllocation::Happened();
+}
+
+// Does the step of a row. False when it had no memory; then only what reads has changed anything.
+bool DoStep(IniFile* ini, const Json& row)
+{
+    const Sections before = ini == nullptr ? Sections() : kztest::ContentOf(ini);
+    const bool isRead = row[0].Str().find("ead") != std::string::npos;
+    Step step{row};
+    errno = 77;
+    const int result = Calls().at(row[0].Str())(ini, &step);
+    if (IsOutOfMemory(result)) {
+        EXPECT_TRUE(isRead || before == kztest::ContentOf(ini)) << row[0].Str();
+        return false;
+    }
+    EXPECT_TRUE(errno == 77 || !row[0].Str().starts_with("Get")) << row[0].Str();
+    EXPECT_EQ(step.HasMore() ? step.Next().Int() : 1, result) << row[0].Str();
+    if (step.HasMore() || (result != 1 && !step.told.empty())) {
+        EXPECT_EQ(step.HasMore() ? step.Next().Str() : "17", step.told) << row[0].Str();
+    }
+    return true;
+}
+
+// The files of a row, in a folder that is the current one as long as this lives.
+class RowFolder {
+public:
+    explicit RowFolder(const Json& row)
+    {
+        fs::current_path(mFolder.File(""));
+        kztest::MakeFiles(row["files"], mFolder);
+        for (const auto& [name, file] : row["files"].Members()) {
+            if (file.IsString()) {
+                fs::permissions(name, static_cast<fs::perms>(Setting(row, "mode", 0644)));
+            }
         }
-        EXPECT_EQ(0, IniSetCaseAndWhitespaceSensitiveChecking(ini.get(), 5));
-        EXPECT_EQ("1", RawValue(ini.get(), "Main", "Key"));
-        for (const char* tag : {"KEY", " Key", "Key "}) {
-            EXPECT_EQ("(none)", RawValue(ini.get(), "Main", tag)) << tag;
+    }
+    ~RowFolder() { fs::current_path(mBefore); }
+
+    kztest::Files Content() const { return kztest::FilesIn(mFolder); }
+
+private:
+    fs::path mBefore = fs::current_path();
+    kztest::TempFolder mFolder;
+};
+
+// Reads what the row has, in pieces of that size, does its steps and looks at what comes of it.
+void RunRow(const Json& row, std::size_t piece, IniInputFunction input = &IniLineFileInputFunction)
+{
+    if (row.Has("mode") && geteuid() == 0) {
+        return;  // the superuser may do all the same
+    }
+    const std::optional<RowFolder> folder = row.Has("files") ? std::make_optional<RowFolder>(row) : std::nullopt;
+    const CheckedIni ini = Configured(row);
+    if (row.Has("text")) {
+        const std::string& text = row["text"].Str();
+        const std::size_t markSize = text.starts_with("\xEF\xBB\xBF") ? 3 : 0;  // which is a file's, not a text's
+        const int result = ini == nullptr ? kIniErrMemory : ReadText(ini.get(), text.substr(markSize), piece, input);
+        if (IsOutOfMemory(result)) {
+            return;
         }
-        EXPECT_EQ(0, IniSectionExists(ini.get(), "main"));
-        EXPECT_EQ(5, IniSetCaseAndWhitespaceSensitiveChecking(ini.get(), 0));
-        EXPECT_EQ(1, IniItemExists(ini.get(), "main", "OTHER39"));
+        ASSERT_EQ(1, result);
+    }
+    if (row.Has("steps")) {
+        for (const Json& step : row["steps"].Items()) {
+            if ((ini == nullptr && FailAllocation::Happened()) || !DoStep(ini.get(), step)) {
+                return;
+            }
+        }
+    }
+    if (row.Has("unrecognized")) {
+        EXPECT_EQ(row["unrecognized"].Int() != 0, IniLineOfFirstUnrecognizedLine(ini.get()) != -1);
+    }
+    if (row.Has("files")) {
+        EXPECT_EQ(kztest::FilesIn(row[row.Has("after") ? "after" : "files"]), folder->Content());
+    }
+    if (row.Has("sections")) {
+        EXPECT_EQ(SectionsIn(row["sections"]), kztest::ContentOf(ini.get()));
+    }
+    Lines lines;
+    const int written = ini == nullptr ? kIniErrFile : IniWrite(ini.get(), &kztest::AddLine, &lines);
+    if (ini != nullptr && !IsOutOfMemory(written)) {
+        EXPECT_EQ(Setting(row, "written", 1), written);
+        EXPECT_EQ(row.Has("lines") ? LinesIn(row["lines"]) : lines, lines);
     }
 }
 
-TEST(IniFile, LinesAreThoseOfTheText)
+class IniRows : public testing::TestWithParam<const char*> {
+protected:
+    const std::vector<Json> rows = ReadJsonLines(std::string("vectors/ini_") + GetParam() + ".jsonl");
+};
+
+// The engine's input function as one of a host's.
+int HostsInput(void* context, char* buffer, int size, int* eof, int* complete, int* number)
 {
-    const IniOwner ini = Reading("; c\r\n[a]\r\nx=1\r\n\r\njunk\r\n[b]\r\ny Line1=2\r\ny Line2=3\r\n[a]\r\nz=4\r\n");
-    EXPECT_EQ(9, IniLineOfSection(ini.get(), "a")) << "the last one of its name";
-    EXPECT_EQ(6, IniLineOfSection(ini.get(), "b"));
-    EXPECT_EQ(-1, IniLineOfSection(ini.get(), "c"));
-    EXPECT_EQ(-1, IniLineOfLastAccess(ini.get()));
-    EXPECT_EQ(7, IniLineOfItem(ini.get(), "b", "y"));
-    EXPECT_EQ(7, IniLineOfLastAccess(ini.get()));
-    EXPECT_EQ(-1, IniLineOfItem(ini.get(), "b", "none"));
-    EXPECT_EQ(7, IniLineOfLastAccess(ini.get())) << "of the last item found";
-    EXPECT_EQ(4, IniLineOfFirstUnrecognizedLine(ini.get()));
-    IniPutInt(ini.get(), "b", "new", 1);
-    EXPECT_EQ(-1, IniLineOfItem(ini.get(), "b", "new"));
-    ASSERT_EQ(1, ReadText(ini.get(), "[a]\n"));
-    EXPECT_EQ(-1, IniLineOfFirstUnrecognizedLine(ini.get()));
+    return IniLineFileInputFunction(context, buffer, size, eof, complete, number);
 }
 
-TEST(IniFile, ItemsAreCountedFromOne)
+TEST_P(IniRows, WithMemory)
 {
-    const IniOwner ini = Reading("[a]\nx=1\n[b]\ny=2\nz=3\n");
-    const char* out = "untouched";
-    EXPECT_EQ(2, IniNumberOfSections(ini.get()));
-    EXPECT_EQ(2, IniNumberOfItems(ini.get(), "b"));
-    EXPECT_EQ(0, IniNumberOfItems(ini.get(), "c"));
-    for (const int n : {0, 3, -1}) {
-        EXPECT_EQ(0, IniNthSectionName(ini.get(), n, &out));
-        EXPECT_EQ(0, IniNthItemName(ini.get(), "b", n, &out));
-        EXPECT_EQ(0, IniNthItemPointerToString(ini.get(), "b", n, &out));
-    }
-    EXPECT_EQ(0, IniNthItemName(ini.get(), "c", 1, &out));
-    EXPECT_STREQ("untouched", out);
-}
-
-TEST(IniFile, EachByteSurvivesEscapes)
-{
-    const IniOwner ini = NewIni();
-    std::string all;
-    for (int byte = 1; byte < 256; ++byte) {
-        all += static_cast<char>(byte);
-    }
-    for (const auto& value : {all, std::string("\t tabs \t"), std::string("\\"), std::string("\"q\"")}) {
-        ASSERT_EQ(1, IniPutString(ini.get(), "s", "t", value.c_str()));
-        EXPECT_EQ(value, Value(ini.get(), "s", "t"));
-        const IniOwner again = NewIni();
-        ASSERT_EQ(1, ReadText(again.get(), kztest::TextOf(LinesOf(ini.get()))));
-        EXPECT_EQ(value, Value(again.get(), "s", "t"));
-    }
-    IniPutString(ini.get(), "s", "t", "a\tb\nc\"d\\e\x01\x7F\r\xE9");
-    EXPECT_EQ("a\\tb\\nc\\\"d\\\\e\\x01\\x7f\\x0d\xE9", RawValue(ini.get(), "s", "t"));
-}
-
-TEST(IniFile, ValuesAreUnescaped)
-{
-    const std::array<std::pair<const char*, const char*>, 10> rows = {{
-        {"a\\\\b", "a\\b"},
-        {"a\\nb\\t", "a\nb\t"},
-        {"\\x41\\x4a\\x4A", "AJJ"},
-        {"\\x4", "x4"},
-        {"\\xg1\\x1g", "xg1x1g"},
-        {"a\\", "a"},
-        {"\\\\\\", "\\"},
-        {"\\\"\"", "\"\""},
-        {"\\q\\r", "qr"},
-        {"\\x41\\x00rest", "A"},
-    }};
-    const IniOwner ini = NewIni();
-    for (const auto& [raw, expected] : rows) {
-        ASSERT_EQ(1, IniPutRawString(ini.get(), "s", "t", raw));
-        EXPECT_EQ(expected, Value(ini.get(), "s", "t")) << raw;
-        char* copy = nullptr;
-        ASSERT_EQ(1, IniGetStringCopy(ini.get(), "s", "t", &copy));
-        EXPECT_STREQ(expected, copy);
-        std::free(copy);
+    for (const Json& row : rows) {
+        SCOPED_TRACE(row.Line());
+        RunRow(row, kIniInputChunk);
+        for (const std::size_t piece : {1u, 2u, 7u}) {
+            if (row.Has("text")) {
+                RunRow(row, piece);
+                RunRow(row, piece, &HostsInput);
+            }
+        }
     }
 }
 
-TEST(IniFile, CopiesInBuffersEndInTime)
+TEST_P(IniRows, WithoutMemory)
 {
-    const IniOwner ini = Reading("[s]\nt=\"ab\\ncd\"\n");
-    char buffer[8];
-    const auto read = [&](std::size_t size, bool isRaw) {
-        std::memset(buffer, '#', sizeof buffer);
-        const auto get = isRaw ? &IniGetRawStringIntoBuffer : &IniGetStringIntoBuffer;
-        EXPECT_EQ(1, get(ini.get(), "s", "t", buffer, size));
-        EXPECT_EQ('#', buffer[std::min(size, sizeof buffer - 1)]) << "nothing behind the buffer";
-        return std::string(buffer, strnlen(buffer, size));
-    };
-    EXPECT_EQ("ab\ncd", read(7, false));
-    EXPECT_EQ("ab\ncd", read(6, false));
-    EXPECT_EQ("ab\nc", read(5, false));
-    EXPECT_EQ("", read(1, false));
-    EXPECT_EQ("", read(0, false));
-    EXPECT_EQ("ab\\ncd", read(7, true));
-    EXPECT_EQ("ab\\n", read(5, true));
-    buffer[0] = '#';
-    EXPECT_EQ(0, IniGetStringIntoBuffer(ini.get(), "s", "none", buffer, sizeof buffer));
-    EXPECT_EQ(0, buffer[0]) << "emptied all the same";
+    for (const Json& row : rows) {
+        SCOPED_TRACE(row.Line());
+        if (!row.Has("files") || row.Has("faults")) {  // for speed
+            kztest::FaultLoop([&](auto) { RunRow(row, kIniInputChunk); }, FailAllocation::kBlocks);
+        }
+    }
 }
+
+INSTANTIATE_TEST_SUITE_P(Ini, IniRows, testing::Values("calls", "edits", "files", "read", "values", "write"),
+                         [](const auto& given) { return given.param; });
 
 TEST(IniFile, PointersStayGoodAcrossOtherCalls)
 {
-    const IniOwner ini = Reading("[s]\nlong=\"" + std::string(5000, 'x') + "\"\nshort=y\n");
+    const std::string text(5000, 'x');
+    const CheckedIni ini = kztest::Reading("[s]\nlong=\"" + text + "\"\nshort=y\n");
     const char* first = nullptr;
     ASSERT_EQ(1, IniGetPointerToString(ini.get(), "s", "long", &first));
     char* copy = nullptr;
     char buffer[4];
     ASSERT_EQ(1, IniGetStringCopy(ini.get(), "s", "short", &copy));
     ASSERT_EQ(1, IniGetStringIntoBuffer(ini.get(), "s", "short", buffer, sizeof buffer));
-    EXPECT_EQ(std::string(5000, 'x'), first);
+    EXPECT_EQ(text, first);
     std::free(copy);
-    EXPECT_EQ("y", Value(ini.get(), "s", "short"));
 }
 
-TEST(IniFile, NumbersAtTheirLimits)
+TEST(IniFile, NoPlaceForTheOutput)
 {
-    const struct {
-        const char* text;
-        int intResult;
-        int intValue;
-        int uintResult;
-        unsigned int uintValue;
-    } rows[] = {
-        {"2147483647", 1, INT_MAX, 1, INT_MAX},
-        {"2147483648", kIniErrInt, 0, 1, 2147483648u},
-        {"-2147483648", 1, INT_MIN, kIniErrUInt, 0},
-        {"-2147483649", kIniErrInt, 0, kIniErrUInt, 0},
-        {"4294967295", kIniErrInt, 0, 1, UINT_MAX},
-        {"4294967296", kIniErrInt, 0, kIniErrUInt, 0},
-        {"99999999999999999999", kIniErrInt, 0, kIniErrUInt, 0},
-        {"-0", 1, 0, kIniErrUInt, 0},
-        {"+7", 1, 7, 1, 7},
-        {"007", 1, 7, 1, 7},
-        {"+-7", kIniErrInt, 0, kIniErrUInt, 0},
-        {"+", kIniErrInt, 0, kIniErrUInt, 0},
-        {"7 7", kIniErrInt, 0, kIniErrUInt, 0},
-        {"0x7", kIniErrInt, 0, kIniErrUInt, 0},
-        {"\" 7\t\"", 1, 7, 1, 7},
-        {"\"  \"", 0, 0, 0, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        const IniOwner ini = Reading(std::string("[s]\nt=") + row.text + "\n");
-        int number = 0;
-        unsigned int bits = 0;
-        EXPECT_EQ(row.intResult, IniGetInt(ini.get(), "s", "t", &number));
-        EXPECT_EQ(row.intValue, number);
-        EXPECT_EQ(row.uintResult, IniGetUInt(ini.get(), "s", "t", &bits));
-        EXPECT_EQ(row.uintValue, bits);
-    }
-}
-
-TEST(IniFile, DoublesAreReadWhole)
-{
-    const struct {
-        const char* text;
-        int result;
-        double value;
-    } rows[] = {
-        {"1.5", 1, 1.5},
-        {"-1e3", 1, -1000},
-        {"+Inf", 1, HUGE_VAL},
-        {"\" inf \"", 1, HUGE_VAL},
-        {"-INF", 1, -HUGE_VAL},
-        {"1e999", kIniErrDouble, 0},
-        {"1e-999", kIniErrDouble, 0},
-        {"1,5", kIniErrDouble, 0},
-        {"\"1.5 \"", kIniErrDouble, 0},
-        {"x", kIniErrDouble, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        const IniOwner ini = Reading(std::string("[s]\nt=") + row.text + "\n");
-        double value = 0;
-        errno = 77;
-        EXPECT_EQ(row.result, IniGetDouble(ini.get(), "s", "t", &value));
-        EXPECT_EQ(row.value, value);
-        EXPECT_EQ(77, errno);
-    }
-    const IniOwner ini = NewIni();
-    IniPutDouble(ini.get(), "s", "t", HUGE_VAL);
-    EXPECT_EQ("inf", RawValue(ini.get(), "s", "t"));
-    IniPutDouble(ini.get(), "s", "t", 0.1);
-    EXPECT_EQ("1.00000000000000e-01", RawValue(ini.get(), "s", "t"));
+    const CheckedIni ini = kztest::Reading("[s]\nt=1\n");
+    EXPECT_EQ(kIniErrFile, IniGetInt(ini.get(), "s", "t", nullptr));
+    EXPECT_EQ(kIniErrFile, IniGetDouble(ini.get(), "s", "t", nullptr));
+    EXPECT_EQ(kIniErrFile, IniGetStringCopy(ini.get(), "s", "t", nullptr));
+    EXPECT_EQ(kIniErrFile, IniNthSectionName(ini.get(), 1, nullptr));
+    EXPECT_EQ(kIniErrFile, IniNthItemName(ini.get(), "s", 1, nullptr));
+    EXPECT_EQ(kIniErrFile, IniGetStringIntoBuffer(ini.get(), "s", "t", nullptr, 5));
+    EXPECT_EQ(kIniErrFile, IniRead(ini.get(), nullptr, nullptr));
+    EXPECT_EQ(kIniErrFile, IniRead(nullptr, &IniLineFileInputFunction, nullptr));
+    EXPECT_EQ(kIniErrFile, IniWrite(ini.get(), nullptr, nullptr));
+    IniDispose(nullptr);
 }
 
 TEST(IniFile, NumbersDoNotFollowTheLocale)
@@ -268,18 +437,15 @@ TEST(IniFile, NumbersDoNotFollowTheLocale)
     if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) {
         GTEST_SKIP() << "no such locale here";
     }
-    const IniOwner ini = NewIni();
-    IniPutDouble(ini.get(), "s", "t", 1.5);
-    double value = 0;
-    EXPECT_EQ(1, IniGetDouble(ini.get(), "s", "t", &value));
+    for (const Json& row : ReadJsonLines("vectors/ini_calls.jsonl")) {
+        RunRow(row, kIniInputChunk);
+    }
     std::setlocale(LC_ALL, before.c_str());
-    EXPECT_EQ("1.50000000000000e+00", RawValue(ini.get(), "s", "t"));
-    EXPECT_EQ(1.5, value);
 }
 
 TEST(IniFile, NumbersNeedOneLocaleObjectForAll)
 {
-    const IniOwner ini = NewIni();
+    const CheckedIni ini = NewIni();
     double value = 0;
     IniPutDouble(ini.get(), "s", "t", 1.5);
     const int before = gNewLocales;
@@ -288,207 +454,6 @@ TEST(IniFile, NumbersNeedOneLocaleObjectForAll)
         EXPECT_EQ(1, IniGetDouble(ini.get(), "s", "t", &value));
     }
     EXPECT_EQ(before, gNewLocales);
-}
-
-TEST(IniFile, TextThatCouldNotBeReadBackIsRefused)
-{
-    const IniOwner ini = Reading("[s]\nt=old\n");
-    for (const char* section : {"", "  ", "a\nb", "a\rb", "a]b", "(null)", static_cast<const char*>(nullptr)}) {
-        EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), section, "t", 1));
-        EXPECT_EQ(kIniErrName, IniRenameSection(ini.get(), "s", section));
-        EXPECT_EQ(0, IniRenameSection(ini.get(), "none", section)) << "whatever the new name";
-    }
-    for (const char* tag : {"", "\t", "a\nb", "a\rb", "a=b", "=", ";a", " [a", "a Line1", "b Line0001",
-                            static_cast<const char*>(nullptr)}) {
-        EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), "s", tag, 1));
-    }
-    EXPECT_EQ(1, IniPutInt(ini.get(), "s", "a:b", 1));
-    IniSetReadOptions(ini.get(), kIniReadColonAndNull);
-    EXPECT_EQ(kIniErrName, IniPutInt(ini.get(), "s", "c:d", 1));
-    for (const char* value : {"a\nb", "a\rb", "\n"}) {
-        EXPECT_EQ(kIniErrName, IniPutRawString(ini.get(), "s", "t", value));
-        EXPECT_EQ(kIniErrName, IniPutStringWithOptions(ini.get(), "new", "t", value, 0, 0));
-        EXPECT_EQ(1, IniPutStringWithOptions(ini.get(), "s", "u", value, 0, 1));
-    }
-    EXPECT_EQ("old", RawValue(ini.get(), "s", "t"));
-    EXPECT_EQ(0, IniSectionExists(ini.get(), "new"));
-    EXPECT_EQ(1, IniPutRawString(ini.get(), " s ", " t ", nullptr));
-    EXPECT_EQ("", RawValue(ini.get(), "s", "t"));
-    EXPECT_EQ(1, IniNumberOfSections(ini.get()));
-    for (const int breakChar : {128, 255, -1}) {
-        EXPECT_EQ(kIniErrInt, IniSetWriteOptions(ini.get(), 5, breakChar, 0));
-    }
-    EXPECT_EQ(1, LinesOf(ini.get()).size() > 1) << "nothing was set";
-}
-
-TEST(IniFile, CommentsOfWhatIsRemovedGoToWhatFollows)
-{
-    const std::string text = ";s\n[s]\n;a\na=1\n;b\nb=2\n;t\n[t]\n;c\nc=3\n;end\n";
-    const struct {
-        int line;
-        std::vector<std::pair<const char*, const char*>> removals;  // section, and item or null
-        const char* expected;
-    } rows[] = {
-        {__LINE__, {{"s", "a"}}, ";s\n[s]\n;a\n;b\nb=2\n;t\n[t]\n;c\nc=3\n;end\n"},
-        {__LINE__, {{"s", "b"}}, ";s\n[s]\n;a\na=1\n;b\n;t\n[t]\n;c\nc=3\n;end\n"},
-        {__LINE__, {{"t", "c"}}, ";s\n[s]\n;a\na=1\n;b\nb=2\n;t\n[t]\n;c\n;end\n"},
-        {__LINE__, {{"s", nullptr}}, ";s\n;a\n;b\n;t\n[t]\n;c\nc=3\n;end\n"},
-        {__LINE__, {{"t", nullptr}}, ";s\n[s]\n;a\na=1\n;b\nb=2\n;t\n;c\n;end\n"},
-        {__LINE__, {{"t", nullptr}, {"s", nullptr}}, ";s\n;a\n;b\n;t\n;c\n;end\n"},
-        {__LINE__, {{"s", "a"}, {"s", "b"}}, ";s\n[s]\n;a\n;b\n;t\n[t]\n;c\nc=3\n;end\n"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        const IniOwner ini = Reading(text, kIniReadKeepComments);
-        IniSetWriteOptions(ini.get(), -1, 0, kIniWriteComments);
-        EXPECT_EQ(text, kztest::TextOf(LinesOf(ini.get())));
-        for (const auto& [section, tag] : row.removals) {
-            EXPECT_EQ(1,
-                      tag == nullptr ? IniRemoveSection(ini.get(), section) : IniRemoveItem(ini.get(), section, tag));
-        }
-        EXPECT_EQ(row.expected, kztest::TextOf(LinesOf(ini.get())));
-    }
-    const IniOwner ini = Reading(text);
-    EXPECT_EQ(0, IniRemoveItem(ini.get(), "s", "c"));
-    EXPECT_EQ(0, IniRemoveItem(ini.get(), "none", "a"));
-    EXPECT_EQ(0, IniRemoveSection(ini.get(), "none"));
-    EXPECT_EQ(0, IniRenameSection(ini.get(), "none", "new"));
-    EXPECT_EQ(0, IniSortSection(ini.get(), "none"));
-}
-
-TEST(IniFile, ARenamedSectionStaysWhereItIs)
-{
-    const IniOwner ini = Reading("[b]\nx=1\n[a]\n[c]\n", kIniReadStripDoubleQuotes, 1);
-    EXPECT_EQ(1, IniRenameSection(ini.get(), "a", " z "));
-    const Sections expected = {{"z", {}}, {"b", {{"x", "1"}}}, {"c", {}}};
-    EXPECT_EQ(expected, SectionsOf(ini.get()));
-    EXPECT_EQ(1, IniItemExists(ini.get(), "b", "x"));
-    EXPECT_EQ(0, IniSectionExists(ini.get(), "a"));
-    IniSortSectionList(ini.get());
-    const Sections sorted = {{"b", {{"x", "1"}}}, {"c", {}}, {"z", {}}};
-    EXPECT_EQ(sorted, SectionsOf(ini.get()));
-}
-
-TEST(IniFile, NoObject)
-{
-    IniDispose(nullptr);
-    int number = 0;
-    double real = 0;
-    const char* text = nullptr;
-    char buffer[2] = "x";
-    EXPECT_EQ(kIniErrFile, IniSetDuplicateChecking(nullptr, 1));
-    EXPECT_EQ(kIniErrFile, IniSetWriteOptions(nullptr, 1, 0, 0));
-    EXPECT_EQ(kIniErrFile, IniSectionExists(nullptr, "s"));
-    EXPECT_EQ(kIniErrFile, IniNumberOfItems(nullptr, "s"));
-    EXPECT_EQ(kIniErrFile, IniGetInt(nullptr, "s", "t", &number));
-    EXPECT_EQ(kIniErrFile, IniGetDouble(nullptr, "s", "t", &real));
-    EXPECT_EQ(kIniErrFile, IniGetPointerToString(nullptr, "s", "t", &text));
-    EXPECT_EQ(kIniErrFile, IniGetStringIntoBuffer(nullptr, "s", "t", buffer, 2));
-    EXPECT_EQ(kIniErrFile, IniPutInt(nullptr, "s", "t", 1));
-    EXPECT_EQ(kIniErrFile, IniRemoveSection(nullptr, "s"));
-    EXPECT_EQ(kIniErrFile, IniSort(nullptr));
-    EXPECT_EQ(kIniErrFile, IniRead(nullptr, nullptr, nullptr));
-    EXPECT_EQ(kIniErrFile, IniWrite(nullptr, nullptr, nullptr));
-    EXPECT_EQ(-1, IniLineOfItem(nullptr, "s", "t"));
-    EXPECT_EQ(kIniErrFile, IniGetInt(NewIni().get(), "s", "t", nullptr));
-}
-
-TEST(IniFile, OutOfMemoryWhileReading)
-{
-    std::string text = ";one\n[s]\n;two\nlong Line1=" + std::string(300, 'x') + "\nlong Line2=y\n";
-    for (int i = 0; i < 20; ++i) {
-        text += "t" + std::to_string(i) + "=v\n";
-    }
-    text += "[u]\nv=w\nv=x\n;three\n";
-    FaultLoop(
-        [&](auto failed) {
-            const IniOwner ini = NewIni();
-            if (ini == nullptr) {
-                EXPECT_TRUE(failed());
-                return;
-            }
-            IniSetReadOptions(ini.get(), kIniReadKeepComments);
-            const int result = ReadText(ini.get(), text);
-            EXPECT_EQ(result == 1 ? 1 : kIniErrMemory, result);
-            int count = 0;
-            const int sections = IniNumberOfSections(ini.get());
-            const char* name = nullptr;
-            for (int i = 1; i <= sections; ++i) {
-                EXPECT_EQ(1, IniNthSectionName(ini.get(), i, &name));
-                count += IniNumberOfItems(ini.get(), name);
-            }
-            EXPECT_LE(count, 23);
-            EXPECT_STREQ(nullptr, qkini::Fault(ini.get()));
-            if (result == 1) {
-                EXPECT_EQ(22, count) << "also without an index";
-                EXPECT_EQ(1, IniItemExists(ini.get(), "s", "t19"));
-            }
-        },
-        FailAllocation::kBlocks);
-}
-
-TEST(IniFile, OutOfMemoryWhileEditing)
-{
-    const std::string text = ";s\n[s]\n;a\na=1\n;b\nb=2\n;t\n[t]\nc=3\n";
-    FaultLoop(
-        [&](auto failed) {
-            const IniOwner ini = NewIni();
-            if (ini == nullptr) {
-                return;
-            }
-            IniSetReadOptions(ini.get(), kIniReadKeepComments);
-            if (ReadText(ini.get(), text) != 1) {
-                return;
-            }
-            const auto expect = [&](int result, bool isUnchanged) {
-                EXPECT_EQ(result == 1 ? 1 : kIniErrMemory, result);
-                EXPECT_TRUE(result == 1 || (failed() && isUnchanged));
-            };
-            const auto has = [&](const char* section, const char* tag) {
-                return IniItemExists(ini.get(), section, tag) == 1;
-            };
-            int result = IniPutString(ini.get(), "s", "a", "new\n");
-            expect(result, RawValue(ini.get(), "s", "a") == "1");
-            result = IniPutString(ini.get(), "new", "x", "y");
-            expect(result, IniSectionExists(ini.get(), "new") == 0);
-            result = IniPutString(ini.get(), "s", "x", "y");
-            expect(result, !has("s", "x"));
-            result = IniRemoveItem(ini.get(), "s", "b");
-            expect(result, has("s", "b"));
-            result = IniRenameSection(ini.get(), "t", "u");
-            expect(result, has("t", "c"));
-            result = IniRemoveSection(ini.get(), "s");
-            expect(result, has("s", "a"));
-            char* copy = nullptr;
-            result = IniGetStringCopy(ini.get(), "u", "c", &copy);
-            EXPECT_TRUE(result == 1 || copy == nullptr);
-            std::free(copy);
-            const char* const cutBySearch = "xxxxxxxxxxxxxx\" \"\"a";
-            expect(IniPutStringWithOptions(ini.get(), "u", "v", cutBySearch, 0, 0), !has("u", "v"));
-            IniSetWriteOptions(ini.get(), 17, 0, 0);
-            const auto ignore = [](void*, const char*) { return 1; };
-            expect(IniWrite(ini.get(), ignore, nullptr), true);
-            EXPECT_STREQ(nullptr, qkini::Fault(ini.get()));
-        },
-        FailAllocation::kBlocks);
-}
-
-TEST(IniFile, DuplicatesStandBesideEachOtherUnlessTheyAreChecked)
-{
-    const IniOwner ini = NewIni();
-    EXPECT_EQ(1, IniSetDuplicateChecking(ini.get(), 0));
-    for (int i = 0; i < 30; ++i) {
-        ASSERT_EQ(1, IniPutInt(ini.get(), "s", i % 2 == 0 ? "even" : "odd", i));
-    }
-    EXPECT_EQ(30, IniNumberOfItems(ini.get(), "s"));
-    for (int i = 0; i < 30; i += 2) {
-        EXPECT_EQ(std::to_string(i), RawValue(ini.get(), "s", "even")) << "the first one left";
-        EXPECT_EQ("1", RawValue(ini.get(), "s", "odd"));
-        ASSERT_EQ(1, IniRemoveItem(ini.get(), "s", "even"));
-    }
-    EXPECT_EQ(0, IniItemExists(ini.get(), "s", "even"));
-    EXPECT_EQ(0, IniSetDuplicateChecking(ini.get(), 1));
-    EXPECT_EQ(15, IniNumberOfItems(ini.get(), "s"));
 }
 
 }  // namespace

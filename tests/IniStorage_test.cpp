@@ -15,20 +15,19 @@
 #include <cstdint>
 #include <filesystem>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "IniChecks.h"
 #include "IniFile.h"
 #include "IniSystem.h"
-#include "IniTesting.h"
+#include "RowFiles.h"
 #include "TempFolder.h"
 
 namespace {
 
-using kztest::IniOwner;
+using kztest::CheckedIni;
 using kztest::NewIni;
-using kztest::ReadText;
 using kztest::ReadWholeFile;
 using kztest::TempFolder;
 
@@ -36,21 +35,12 @@ constexpr int kInPlace = 0;
 constexpr int kDerived = kIniWriteSafely;
 constexpr int kUnique = kIniWriteSafely | kIniWriteMkstemp;
 
-IniOwner Sample(int writeOptions, const std::string& value = "1")
+CheckedIni Sample(int writeOptions, const std::string& value = "1")
 {
-    IniOwner ini = NewIni();
+    CheckedIni ini = NewIni();
     IniSetWriteOptions(ini.get(), -1, 0, writeOptions);
     IniPutRawString(ini.get(), "a", "x", value.c_str());
     return ini;
-}
-
-std::set<std::string> NamesIn(const TempFolder& folder)
-{
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.File(""))) {
-        names.insert(entry.path().filename());
-    }
-    return names;
 }
 
 struct stat StatusOf(const std::string& path)
@@ -99,15 +89,25 @@ ssize_t FaultyWrite(int file, const void* bytes, std::size_t size)
     return Fails() ? -1 : kReal.write(file, bytes, size);
 }
 
+// The call of the table, but for the one that shall fail.
+template <auto call>
+struct Faulty;
+template <typename Result, typename... T, Result (*qkini::SystemCalls::*call)(T...)>
+struct Faulty<call> {
+    static Result Call(T... arguments) { return Fails() ? -1 : (kReal.*call)(arguments...); }
+};
+
 // Puts the faulty calls in the place of the system's.
 class FaultySystem {
+    using Calls = qkini::SystemCalls;
+
 public:
     explicit FaultySystem(const Fault& fault)
     {
         gFault = fault;
         gCalls = 0;
         qkini::g_system = {
-            [](const char* path, int flags, mode_t mode) { return Fails() ? -1 : kReal.open(path, flags, mode); },
+            &Faulty<&Calls::open>::Call,
             [](char* name) {
                 if (Fails()) {
                     *std::strrchr(name, 'X') = 'a';  // as a real one does
@@ -116,7 +116,7 @@ public:
                 return kReal.mkstemp(name);
             },
             &FaultyWrite,
-            [](int) { return Fails() ? -1 : 0; },
+            [](int) { return Fails() ? -1 : 0; },  // for speed
             [](int file) {
                 const bool fails = Fails();
                 const int error = errno;
@@ -124,19 +124,15 @@ public:
                 errno = error;
                 return fails ? -1 : result;
             },
-            [](const char* path, struct stat* out) { return Fails() ? -1 : kReal.stat(path, out); },
-            [](int file, struct stat* out) { return Fails() ? -1 : kReal.fstat(file, out); },
-            [](int file, mode_t mode) { return Fails() ? -1 : kReal.fchmod(file, mode); },
-            [](int file, uid_t owner, gid_t group) { return Fails() ? -1 : kReal.fchown(file, owner, group); },
-            [](const char* path, const char* name, void* value, std::size_t size) {
-                return Fails() ? -1 : kReal.getxattr(path, name, value, size);
-            },
-            [](int file, const char* name, const void* value, std::size_t size, int flags) {
-                return Fails() ? -1 : kReal.fsetxattr(file, name, value, size, flags);
-            },
-            [](int file, const char* name) { return Fails() ? -1 : kReal.fremovexattr(file, name); },
-            [](const char* from, const char* to) { return Fails() ? -1 : kReal.rename(from, to); },
-            [](const char* path) { return Fails() ? -1 : kReal.unlink(path); },
+            &Faulty<&Calls::stat>::Call,
+            &Faulty<&Calls::fstat>::Call,
+            &Faulty<&Calls::fchmod>::Call,
+            &Faulty<&Calls::fchown>::Call,
+            &Faulty<&Calls::getxattr>::Call,
+            &Faulty<&Calls::fsetxattr>::Call,
+            &Faulty<&Calls::fremovexattr>::Call,
+            &Faulty<&Calls::rename>::Call,
+            &Faulty<&Calls::unlink>::Call,
         };
     }
     ~FaultySystem() { qkini::g_system = kReal; }
@@ -154,7 +150,7 @@ bool SaveWith(const Fault& fault, int options, bool hasOld)
         folder.Write("file.ini", old);
         chmod(path.c_str(), 0640);
     }
-    const IniOwner ini = Sample(options | kIniWriteSync, std::string(20000, 'v'));
+    const CheckedIni ini = Sample(options | kIniWriteSync, std::string(20000, 'v'));
     int result;
     {
         const FaultySystem system(fault);
@@ -166,7 +162,7 @@ bool SaveWith(const Fault& fault, int options, bool hasOld)
         EXPECT_EQ(hasOld, std::filesystem::exists(path));
         EXPECT_EQ(hasOld ? old : "", ReadWholeFile(path));
     }
-    EXPECT_EQ(std::filesystem::exists(path) ? 1u : 0u, NamesIn(folder).size()) << "a file is left";
+    EXPECT_EQ(std::filesystem::exists(path) ? 1u : 0u, kztest::FilesIn(folder).size()) << "a file is left";
     if (fault.kind == Fault::kShortWrite || (fault.kind == Fault::kFail && fault.error == EINTR)) {
         EXPECT_EQ(1, result) << "what may be called again";
         EXPECT_EQ(0, IniLostRights(ini.get()));
@@ -208,8 +204,8 @@ TEST(IniStorage, AKilledSaveLeavesTheOldOrTheNewFile)
     const TempFolder folder;
     const std::string path = folder.Write("file.ini", "");
     qkini::g_system.fsync = [](int) { return 0; };  // for speed
-    const IniOwner versions[] = {Sample(kUnique | kIniWriteSync, std::string(20000, 'v')),
-                                 Sample(kDerived | kIniWriteSync, std::string(30000, 'w'))};
+    const CheckedIni versions[] = {Sample(kUnique | kIniWriteSync, std::string(20000, 'v')),
+                                   Sample(kDerived | kIniWriteSync, std::string(30000, 'w'))};
     std::string expected[2];
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(1, IniWriteToFile(versions[i].get(), path.c_str()));
@@ -238,7 +234,7 @@ TEST(IniStorage, AKilledSaveLeavesTheOldOrTheNewFile)
     qkini::g_system = kReal;
     EXPECT_GT(olds, kKills / 10);
     EXPECT_LT(olds, kKills - kKills / 10);
-    for (const std::string& name : NamesIn(folder)) {
+    for (const auto& [name, file] : kztest::FilesIn(folder)) {
         EXPECT_TRUE(name == "file.ini" || name == "file.TMP" || name.starts_with("ini$$.TMP")) << name;
     }
 }
@@ -326,7 +322,7 @@ TEST(IniStorage, RightsOfAGroupOrOwnerThatIsLostGoToNobody)
             gModeAtRename = StatusOf(from).st_mode & 07777;
             return kReal.rename(from, to);
         };
-        const IniOwner ini = Sample(kUnique);
+        const CheckedIni ini = Sample(kUnique);
         EXPECT_EQ(1, IniWriteToFile(ini.get(), path.c_str()));
         qkini::g_system = kReal;
         EXPECT_EQ(row.newMode, gModeAtRename) << std::oct << gModeAtRename;
@@ -384,7 +380,7 @@ TEST(IniStorage, NobodyGainsRightsByAnAccessControlList)
                     };
                     qkini::g_system.fchown = [](auto...) { return errno = EPERM, -1; };
                 }
-                const IniOwner ini = Sample(hasDefault ? kUnique : kDerived);
+                const CheckedIni ini = Sample(hasDefault ? kUnique : kDerived);
                 EXPECT_EQ(1, IniWriteToFile(ini.get(), path.c_str()));
                 qkini::g_system = kReal;
                 const bool isKept = *failing == 'n' || *failing == (hasOld ? 'r' : 's');
@@ -400,30 +396,6 @@ TEST(IniStorage, NobodyGainsRightsByAnAccessControlList)
             }
         }
     }
-}
-
-TEST(IniStorage, TemporaryNamesStayBesideTheTarget)
-{
-    const TempFolder folder;
-    const std::array<std::pair<const char*, const char*>, 4> rows = {{
-        {"plain", "plain.TMP"},
-        {"a.b.ini", "a.b.TMP"},
-        {"old.TMP", "old.TMP.TMP"},
-        {".ini", ".TMP"},
-    }};
-    for (const auto& [name, temporary] : rows) {
-        // Something that can't be removed stands where the temporary file goes.
-        std::filesystem::create_directories(folder.File(temporary) + "/full");
-        EXPECT_EQ(kIniErrOpenForWrite, IniWriteToFile(Sample(kDerived).get(), folder.File(name).c_str())) << name;
-        std::filesystem::remove_all(folder.File(temporary));
-        EXPECT_EQ(1, IniWriteToFile(Sample(kDerived).get(), folder.File(name).c_str())) << name;
-    }
-    // What is left of a save that was killed, or put there as a trap, is not written through.
-    const std::string victim = folder.Write("victim", "precious");
-    std::filesystem::create_symlink(victim, folder.File("x.TMP"));
-    EXPECT_EQ(1, IniWriteToFile(Sample(kDerived).get(), folder.File("x.ini").c_str()));
-    EXPECT_EQ("precious", ReadWholeFile(victim));
-    EXPECT_EQ("[a]\nx=\"1\"\n\n", ReadWholeFile(folder.File("x.ini")));
 }
 
 TEST(IniStorage, ModeAndOwnerOfTheTargetAreKept)
@@ -452,168 +424,26 @@ TEST(IniStorage, ModeAndOwnerOfTheTargetAreKept)
     umask(before);
 }
 
-TEST(IniStorage, TargetsThatAreNoPlainFile)
+TEST(IniStorage, ASocketCannotBeOpened)
 {
     const TempFolder folder;
-    const std::string real = folder.Write("real.ini", "kept");
-    const std::string link = folder.File("link.ini");
-    std::filesystem::create_symlink(real, link);
-    EXPECT_EQ(1, IniWriteToFile(Sample(kUnique).get(), link.c_str()));
-    EXPECT_EQ("kept", ReadWholeFile(real)) << "a link is replaced";
-    EXPECT_TRUE(S_ISREG(StatusOf(link).st_mode));
-
-    std::filesystem::remove(link);
-    std::filesystem::create_symlink(folder.File("nowhere"), link);
-    EXPECT_EQ(1, IniWriteToFile(Sample(kUnique).get(), link.c_str()));
-    EXPECT_FALSE(std::filesystem::exists(folder.File("nowhere")));
-
-    std::filesystem::create_directory(folder.File("folder"));
-    for (const int options : {kDerived, kUnique}) {
-        EXPECT_EQ(kIniErrPermission, IniWriteToFile(Sample(options).get(), folder.File("folder").c_str()));
-        EXPECT_EQ(kIniErrPermission, IniWriteToFile(Sample(options).get(), folder.File("none/file.ini").c_str()));
-        EXPECT_EQ(kIniErrPermission, IniWriteToFile(Sample(options).get(), "/dev/null"));
-    }
-    EXPECT_EQ(kIniErrOpenForWrite, IniWriteToFile(Sample(kInPlace).get(), folder.File("folder").c_str()));
-    if (geteuid() != 0) {
-        const std::string guarded = folder.Write("guarded.ini", "kept");
-        chmod(guarded.c_str(), 0444);
-        EXPECT_EQ(kIniErrPermission, IniWriteToFile(Sample(kUnique).get(), guarded.c_str()));
-        EXPECT_EQ(kIniErrOpenForWrite, IniWriteToFile(Sample(kInPlace).get(), guarded.c_str()));
-        EXPECT_EQ("kept", ReadWholeFile(guarded));
-    }
-    // A device that is always full fails, and is not removed for that.
-    EXPECT_EQ(kIniErrWrite, IniWriteToFile(Sample(kInPlace).get(), "/dev/full"));
-    EXPECT_TRUE(std::filesystem::exists("/dev/full"));
-}
-
-TEST(IniStorage, NamesThatAreTooLong)
-{
-    const TempFolder folder;
-    const IniOwner ini = Sample(kUnique);
-    const std::string deep = folder.File(std::string(245 - folder.File("").size(), 'd'));
-    ASSERT_TRUE(std::filesystem::create_directory(deep));
-    EXPECT_EQ(kIniErrFile, IniWriteToFile(ini.get(), (deep + "/a.ini").c_str())) << "the temporary name";
-    EXPECT_TRUE(std::filesystem::is_empty(deep));
-    IniSetWriteOptions(ini.get(), -1, 0, kInPlace);
-    EXPECT_EQ(1, IniWriteToFile(ini.get(), (deep + "/" + std::string(259 - deep.size() - 1, 'f')).c_str()));
-    EXPECT_EQ(0, IniIsFileNewer(ini.get()));
-    const std::string longest = deep + "/" + std::string(260 - deep.size() - 1, 'f');
-    EXPECT_EQ(kIniErrFile, IniWriteToFile(ini.get(), longest.c_str()));
-    EXPECT_FALSE(std::filesystem::exists(longest));
-    EXPECT_EQ(kIniErrFile, IniReadFromFile(ini.get(), longest.c_str()));
-    for (const char* path : {static_cast<const char*>(nullptr), ""}) {
-        EXPECT_EQ(kIniErrFile, IniWriteToFile(ini.get(), path));
-        EXPECT_EQ(kIniErrFile, IniReadFromFile(ini.get(), path));
-    }
-}
-
-TEST(IniStorage, FilesThatCannotBeRead)
-{
-    const TempFolder folder;
-    const IniOwner ini = Sample(kUnique);
-    const IniOwner limited = Sample(kUnique);
-    IniSetReadLimit(limited.get(), 1000000);
-    EXPECT_EQ(kIniErrMemory, IniReadFromFile(limited.get(), "/dev/zero")) << "which has no end";
-    EXPECT_EQ(kIniErrFile, IniReadFromFile(ini.get(), folder.File("none").c_str()));
-    EXPECT_EQ(kIniErrRead, IniReadFromFile(ini.get(), folder.File("").c_str())) << "a folder opens";
-    const int socketFile = socket(AF_UNIX, SOCK_STREAM, 0);
+    const int file = socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     folder.File("socket").copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(0, bind(socketFile, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-    EXPECT_EQ(kIniErrOpen, IniReadFromFile(ini.get(), folder.File("socket").c_str()));
-    close(socketFile);
-    const std::array<std::string, 4> marks = {"\xFF\xFE", "\xFE\xFF", std::string("\xFF\xFE\0\0", 4),
-                                              std::string("\0\0\xFE\xFF", 4)};
-    for (const std::string& mark : marks) {
-        EXPECT_EQ(kIniErrUnicodeMark, IniReadFromFile(ini.get(), folder.Write("f", mark + "[b]\n").c_str()));
-    }
-    EXPECT_EQ(1, IniItemExists(ini.get(), "a", "x")) << "what could not be read leaves the content alone";
-    EXPECT_EQ(kIniErrNoFileName, IniIsFileNewer(ini.get()));
+    ASSERT_EQ(0, bind(file, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(kIniErrOpen, IniReadFromFile(NewIni().get(), folder.File("socket").c_str()));
+    close(file);
 }
 
-TEST(IniStorage, StreamsAreReadFromTheStartAndWrittenThere)
+// A pipe has no start to go back to, and its first bytes are no mark.
+TEST(IniStorage, APipeIsReadFromWhereItStands)
 {
-    const TempFolder folder;
-    const std::string path = folder.Write("f", "\xEF\xBB\xBF[a]\nx=1\n");
-    FILE* const file = fopen(path.c_str(), "r+b");
-    fseek(file, 5, SEEK_SET);
-    const IniOwner ini = NewIni();
-    ASSERT_EQ(1, IniReadFromFilePtr(ini.get(), file));
-    EXPECT_EQ(1, IniItemExists(ini.get(), "a", "x"));
-    EXPECT_EQ(kIniErrStream, IniWriteToFilePtr(ini.get(), file, 0)) << "safely";
-    IniSetWriteOptions(ini.get(), -1, 0, 0);
-    ASSERT_EQ(1, IniWriteToFilePtr(ini.get(), file, 0));
-    ASSERT_EQ(1, IniWriteToFilePtr(ini.get(), file, 1));
-    EXPECT_EQ("[a]\nx=1\n\n[a]\nx=1\n\n", ReadWholeFile(path));
-    IniSetWriteOptions(ini.get(), -1, 0, kIniWriteUtf8Bom);
-    ASSERT_EQ(1, IniWriteToFilePtr(ini.get(), file, 0));
-    EXPECT_EQ("\xEF\xBB\xBF[a]\nx=1\n\n", ReadWholeFile(path));
-    fclose(file);
-
-    FILE* const full = fopen("/dev/full", "wb");
-    EXPECT_EQ(kIniErrWrite, IniWriteToFilePtr(ini.get(), full, 1));
-    fclose(full);
-    FILE* const input = fopen(path.c_str(), "rb");
-    EXPECT_EQ(kIniErrStream, IniWriteToFilePtr(ini.get(), input, 0)) << "only for reading";
-    fclose(input);
-    EXPECT_EQ(kIniErrFile, IniWriteToFilePtr(ini.get(), nullptr, 0));
-    EXPECT_EQ(kIniErrFile, IniReadFromFilePtr(ini.get(), nullptr));
-
-    // A pipe has no start to go back to, and its first bytes are no mark.
-    int ends[2];
-    ASSERT_EQ(0, pipe(ends));
-    ASSERT_EQ(8, write(ends[1], "[p]\ny=2\n", 8));
-    close(ends[1]);
-    FILE* const pipeFile = fdopen(ends[0], "rb");
-    ASSERT_EQ(1, IniReadFromFilePtr(ini.get(), pipeFile));
-    EXPECT_EQ(1, IniItemExists(ini.get(), "p", "y"));
-    fclose(pipeFile);
-}
-
-void SetTime(const std::string& path, time_t seconds, long nanoseconds)
-{
-    const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
-    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
-}
-
-TEST(IniStorage, ADateThatDiffersIsNewer)
-{
-    const TempFolder folder;
-    const std::string path = folder.Write("f", "[a]\n");
-    SetTime(path, 1000000000, 5);
-    const IniOwner ini = NewIni();
-    ASSERT_EQ(1, IniReadFromFile(ini.get(), path.c_str()));
-    EXPECT_EQ(0, IniIsFileNewer(ini.get()));
-    SetTime(path, 1000000000, 6);
-    EXPECT_EQ(1, IniIsFileNewer(ini.get())) << "within the second";
-    SetTime(path, 5, 0);
-    EXPECT_EQ(1, IniIsFileNewer(ini.get())) << "into the past";
-    for (const int options : {kInPlace, kDerived, kUnique}) {
-        IniSetWriteOptions(ini.get(), -1, 0, options);
-        ASSERT_EQ(1, IniWriteToFile(ini.get(), path.c_str()));
-        EXPECT_EQ(0, IniIsFileNewer(ini.get())) << "our own write";
-    }
-    std::filesystem::remove(path);
-    EXPECT_EQ(kIniErrFile, IniIsFileNewer(ini.get()));
-    EXPECT_EQ(1, IniWriteToFile(ini.get(), path.c_str()));
-}
-
-TEST(IniStorage, WhatCannotBeWrittenLeavesTheFileAlone)
-{
-    const TempFolder folder;
-    const std::string path = folder.Write("f.ini", "old");
-    for (const int options : {kDerived, kUnique}) {
-        const IniOwner ini = Sample(options, "a value that does not fit");
-        IniSetWriteOptions(ini.get(), 14, 0, options);
-        EXPECT_EQ(kIniErrLineTooShort, IniWriteToFile(ini.get(), path.c_str()));
-        EXPECT_EQ("old", ReadWholeFile(path));
-        EXPECT_EQ(1u, NamesIn(folder).size());
-    }
-    const IniOwner ini = Sample(kInPlace, "a value that does not fit");
-    IniSetWriteOptions(ini.get(), 14, 0, kInPlace);
-    EXPECT_EQ(kIniErrLineTooShort, IniWriteToFile(ini.get(), path.c_str()));
-    EXPECT_TRUE(NamesIn(folder).empty()) << "half a file is none";
+    FILE* const file = popen("printf '[p]\\ny=2\\n'", "r");
+    const CheckedIni ini = NewIni();
+    EXPECT_EQ(1, IniReadFromFilePtr(ini.get(), file));
+    EXPECT_EQ((kztest::Sections{{"p", {{"y", "2"}}}}), kztest::ContentOf(ini.get()));
+    pclose(file);
 }
 
 }  // namespace
