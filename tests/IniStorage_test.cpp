@@ -320,6 +320,7 @@ TEST(IniStorage, RightsOfAGroupOrOwnerThatIsLostGoToNobody)
         };
         qkini::g_system.rename = [](const char* from, const char* to) {
             gModeAtRename = StatusOf(from).st_mode & 07777;
+            EXPECT_EQ(std::filesystem::path(to).parent_path(), std::filesystem::path(from).parent_path());
             return kReal.rename(from, to);
         };
         const CheckedIni ini = Sample(kUnique);
