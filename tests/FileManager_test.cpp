@@ -1,3 +1,4 @@
+// Files by path: what can be opened and how, a model under random calls, locks, failures, and what exists.
 #include "FileManager.h"
 
 #include <fcntl.h>
@@ -11,8 +12,10 @@
 #include <filesystem>
 #include <functional>
 #include <limits>
+#include <random>
 #include <string>
 
+#include "FaultLoop.h"
 #include "FileStream.h"
 #include "KzErr.h"
 #include "PathRef.h"
@@ -42,31 +45,12 @@ int InOtherProcess(Body&& body)
 
 class FileManagerTest : public testing::Test {
 protected:
-    static std::string Read(File_t file, int32 count, KzErr expected)
-    {
-        std::string bytes(static_cast<size_t>(count), '?');
-        int32 got = -1;
-        EXPECT_EQ(FMRead(file, count, &got, bytes.data()), expected);
-        bytes.resize(static_cast<size_t>(got));
-        return bytes;
-    }
-
     static File_t Open(const std::string& path, int32 openMode = kFMReadOnly, int32 denyMode = kFMDenyAll)
     {
         File_t file = nullptr;
         const PathRef ref = PathOf(path);
         EXPECT_EQ(FMOpen(&file, &ref, openMode, denyMode), kzErrNone);
         return file;
-    }
-
-    static long Position(File_t file)
-    {
-        uInt64 position = 99999;
-        uInt32 low = 0;
-        EXPECT_EQ(FMTell64(file, &position), kzErrNone);
-        EXPECT_EQ(FMTell(file, &low), kzErrNone);
-        EXPECT_EQ(low, static_cast<uInt32>(position));
-        return static_cast<long>(position);
     }
 
     // The number that the next open file gets: higher when one was left open.
@@ -146,39 +130,31 @@ TEST_F(FileManagerTest, OpenModes)
             EXPECT_EQ(fcntl(descriptor, F_GETFL) & (O_ACCMODE | O_SYNC), each.flags | (synchronous ? O_SYNC : 0))
                 << each.openMode;
             EXPECT_EQ(kztest::ReadWholeFile(path), each.left) << each.openMode;
-            if (each.flags == O_WRONLY) {
-                EXPECT_EQ(Read(file, 1, kzErrIO), "");
-            } else {
-                EXPECT_EQ(Read(file, 3, kzErrNone), "abc");
-            }
+            char byte = 0;
+            EXPECT_EQ(FMRead(file, 1, nullptr, &byte), each.flags == O_WRONLY ? kzErrIO : kzErrNone);
+            EXPECT_EQ(kz::FMReadAt(file, 0, 1, nullptr, &byte), each.flags == O_WRONLY ? kzErrIO : kzErrNone);
             EXPECT_EQ(FMClose(file), kzErrNone);
         }
     }
 }
 
-TEST_F(FileManagerTest, ReadsUpToTheEnd)
+TEST_F(FileManagerTest, RefusesBadArguments)
 {
     const File_t file = Open(mFolder.Write("ten", "0123456789"));
-    EXPECT_EQ(Read(file, 4, kzErrNone), "0123");
-    EXPECT_EQ(Read(file, 0, kzErrNone), "");
-    EXPECT_EQ(Read(file, 6, kzErrNone), "456789");
-    EXPECT_EQ(Read(file, 1, kzErrEndOfFile), "");
-    EXPECT_EQ(FMSeek(file, 1, kFMFromStart), kzErrNone);
-    EXPECT_EQ(Read(file, 100, kzErrEndOfFile), "123456789");
-    EXPECT_EQ(FMClose(file), kzErrNone);
-}
-
-TEST_F(FileManagerTest, NullAndNegativeArguments)
-{
-    const File_t file = Open(mFolder.Write("ten", "0123456789"));
+    const File_t folder = Open(mFolder.File(""));
     char byte = 0;
     int32 got = 5;
+    int32 gotAt = 5;
     uInt32 low = 0;
     uInt64 wide = 0;
     const KzErr results[] = {
         FMRead(file, -1, &got, &byte),
         FMRead(file, 1, &got, nullptr),
         FMRead(nullptr, 1, &got, &byte),
+        kz::FMReadAt(file, 0, -1, &gotAt, &byte),
+        kz::FMReadAt(file, 0, 1, &gotAt, nullptr),
+        kz::FMReadAt(file, -1, 1, &gotAt, &byte),
+        kz::FMReadAt(nullptr, 0, 1, &gotAt, &byte),
         FMTell(file, nullptr),
         FMTell64(file, nullptr),
         FGetEOF(file, nullptr),
@@ -195,80 +171,95 @@ TEST_F(FileManagerTest, NullAndNegativeArguments)
     for (size_t i = 0; i < std::size(results); ++i) {
         EXPECT_EQ(results[i], kzErrArgument) << "call " << i;
     }
-    EXPECT_EQ(got, 0);
+    EXPECT_TRUE(got == 0 && gotAt == 0);
+    EXPECT_EQ(FMRead(folder, 1, nullptr, &byte), kzErrIO);
+    EXPECT_EQ(kz::FMReadAt(folder, 0, 1, nullptr, &byte), kzErrIO);
+    EXPECT_EQ(FMRead(file, 0, nullptr, nullptr), kzErrNone);
+    EXPECT_EQ(kz::FMReadAt(file, 0, 0, nullptr, nullptr), kzErrNone);
+    EXPECT_EQ(FMClose(folder), kzErrNone);
     EXPECT_EQ(FMClose(file), kzErrNone);
 }
 
-TEST_F(FileManagerTest, SeeksInsideTheFileOnly)
+// Reads, writes and seeks at random against a string and a place in it. A writer that is no call of ours leaves its
+// output in the stream; every call after it finds it written.
+TEST_F(FileManagerTest, AFileAgreesWithAModel)
 {
-    constexpr int64 kMost = std::numeric_limits<int64>::max();
-    constexpr int64 kLeast = std::numeric_limits<int64>::min();
-    const File_t file = Open(mFolder.Write("ten", "0123456789"));
-    const struct {
-        int64 offset;
-        int32 seekMode;
-        KzErr result;
-        long position;  // from 4 before each
-    } cases[] = {
-        {0, kFMFromCurrent, kzErrNone, 4},       {-4, kFMFromCurrent, kzErrNone, 0},
-        {6, kFMFromCurrent, kzErrNone, 10},      {7, kFMFromCurrent, kzErrEndOfFile, 10},
-        {-5, kFMFromCurrent, kzErrEndOfFile, 0}, {10, kFMFromStart, kzErrNone, 10},
-        {11, kFMFromStart, kzErrEndOfFile, 10},  {-1, kFMFromStart, kzErrEndOfFile, 0},
-        {0, kFMFromEnd, kzErrNone, 10},          {-11, kFMFromEnd, kzErrEndOfFile, 0},
-        {1, kFMFromEnd, kzErrEndOfFile, 10},     {kMost, kFMFromCurrent, kzErrEndOfFile, 10},
-        {kLeast, kFMFromEnd, kzErrEndOfFile, 0},
-    };
-    for (const auto& each : cases) {
-        ASSERT_EQ(FMSeek64(file, 4, kFMFromStart), kzErrNone);
-        EXPECT_EQ(FMSeek64(file, each.offset, each.seekMode), each.result) << each.offset << " by " << each.seekMode;
-        EXPECT_EQ(Position(file), each.position) << each.offset << " by " << each.seekMode;
+    constexpr int64 kOffsets[] = {
+        0, 0, 1, -1, 4, -4, 11, std::numeric_limits<int64>::max(), std::numeric_limits<int64>::min()};
+    std::mt19937 random(1);
+    for (unsigned sequence = 0; sequence < kztest::ModelSequences() / 20; ++sequence) {
+        std::string bytes = "0123456789";
+        size_t at = 0;
+        const std::string path = mFolder.Write("model", bytes);
+        const File_t file = Open(path, kFMReadWrite);
+        for (int step = 0; step < 20; ++step) {
+            SCOPED_TRACE(std::to_string(sequence) + ", " + std::to_string(step));
+            const size_t count = random() % 7;
+            const bool atPlace = random() % 2 != 0;
+            const size_t from = atPlace ? random() % (bytes.size() + 3) : at;
+            std::string buffer(count, '?');
+            int32 got = -1;
+            const int64 offset = kOffsets[random() % std::size(kOffsets)];
+            const int32 mode = 1 + static_cast<int32>(random() % 3);
+            if (random() % 3 == 0) {
+                const std::string rest = from < bytes.size() ? bytes.substr(from, count) : "";
+                EXPECT_EQ(atPlace ? kz::FMReadAt(file, static_cast<int64>(from), static_cast<int32>(count), &got,
+                                                 buffer.data())
+                                  : FMRead(file, static_cast<int32>(count), &got, buffer.data()),
+                          rest.size() == count ? kzErrNone : kzErrEndOfFile);
+                EXPECT_EQ(buffer.substr(0, static_cast<size_t>(got)), rest);
+                at += atPlace ? 0 : rest.size();
+            } else if (random() % 2 == 0) {
+                FILE* const stream = reinterpret_cast<FILE*>(file);
+                ASSERT_EQ(fseeko(stream, 0, SEEK_CUR), 0);  // what C asks for between reading and writing
+                ASSERT_EQ(fwrite(buffer.data(), 1, count, stream), count);
+                bytes.replace(at, std::min(count, bytes.size() - at), buffer);
+                at += count;
+            } else {
+                const int64 size = static_cast<int64>(bytes.size());
+                const int64 origin = mode == kFMFromStart ? 0 : mode == kFMFromEnd ? size : static_cast<int64>(at);
+                // Outside the file the seek ends at the end that is nearer.
+                const bool above = offset > size - origin;
+                const bool below = offset < -origin;
+                EXPECT_EQ(FMSeek64(file, offset, mode), above || below ? kzErrEndOfFile : kzErrNone);
+                at = static_cast<size_t>(above ? size : below ? 0 : origin + offset);
+            }
+            uInt64 wide = 99;
+            EXPECT_EQ(FMTell64(file, &wide), kzErrNone);
+            EXPECT_EQ(wide, at);
+            if (random() % 2 == 0) {
+                EXPECT_EQ(FGetEOF64(file, &wide), kzErrNone);
+                EXPECT_EQ(wide, bytes.size());
+            }
+        }
+        EXPECT_EQ(FMClose(file), kzErrNone);
+        EXPECT_EQ(kztest::ReadWholeFile(path), bytes);
     }
-
-    // The position is the reader's, not that of the buffer behind it.
-    EXPECT_EQ(FMSeek(file, 2, kFMFromStart), kzErrNone);
-    EXPECT_EQ(Read(file, 2, kzErrNone), "23");
-    EXPECT_EQ(Position(file), 4);
-    EXPECT_EQ(FMSeek(file, 1, kFMFromCurrent), kzErrNone);
-    EXPECT_EQ(Read(file, 1, kzErrNone), "5");
-    EXPECT_EQ(FMClose(file), kzErrNone);
 }
 
-TEST_F(FileManagerTest, TellsSizeWithoutMoving)
+// The calls with 32 bits give the low ones.
+TEST_F(FileManagerTest, CountsBeyondFourGigabytes)
 {
-    // Sparse, and of more than 4 GB.
     constexpr int64 kBig = (int64{5} << 30) + 17;
-    const std::string path = mFolder.Write("big", "0123456789");
+    const std::string path = mFolder.Write("sparse", "");
     std::filesystem::resize_file(path, static_cast<uintmax_t>(kBig));
     const File_t file = Open(path);
-    EXPECT_EQ(Read(file, 3, kzErrNone), "012");
     uInt64 wide = 0;
     uInt32 low = 0;
+    char byte = 'x';
     EXPECT_EQ(FGetEOF64(file, &wide), kzErrNone);
     EXPECT_EQ(wide, static_cast<uInt64>(kBig));
     EXPECT_EQ(FGetEOF(file, &low), kzErrNone);
     EXPECT_EQ(low, static_cast<uInt32>(kBig));
-    EXPECT_EQ(Position(file), 3);
-    EXPECT_EQ(Read(file, 2, kzErrNone), "34");
-    EXPECT_EQ(FMSeek64(file, kBig - 1, kFMFromStart), kzErrNone);
-    EXPECT_EQ(Position(file), kBig - 1);
+    EXPECT_EQ(FMSeek64(file, kBig, kFMFromStart), kzErrNone);
+    EXPECT_EQ(FMSeek(file, -2, kFMFromCurrent), kzErrNone);
+    EXPECT_EQ(FMTell64(file, &wide), kzErrNone);
+    EXPECT_EQ(wide, static_cast<uInt64>(kBig - 2));
+    EXPECT_EQ(FMTell(file, &low), kzErrNone);
+    EXPECT_EQ(low, static_cast<uInt32>(kBig - 2));
+    EXPECT_EQ(kz::FMReadAt(file, kBig - 1, 1, nullptr, &byte), kzErrNone);
+    EXPECT_EQ(byte, 0);
     EXPECT_EQ(FMClose(file), kzErrNone);
-}
-
-// Output that waits in the stream counts for the size, and a read may follow it at once.
-TEST_F(FileManagerTest, ReadsWhatAWriterLeftInTheStream)
-{
-    const std::string path = mFolder.Write("ten", "0123456789");
-    const File_t file = Open(path, kFMReadWrite);
-    FILE* const stream = reinterpret_cast<FILE*>(file);
-    ASSERT_EQ(fwrite("ab", 1, 2, stream), 2U);
-    EXPECT_EQ(Read(file, 2, kzErrNone), "23");
-    EXPECT_EQ(FMSeek(file, 0, kFMFromEnd), kzErrNone);
-    ASSERT_EQ(fwrite("xyz", 1, 3, stream), 3U);
-    uInt64 size = 0;
-    EXPECT_EQ(FGetEOF64(file, &size), kzErrNone);
-    EXPECT_EQ(size, 13U);
-    EXPECT_EQ(FMClose(file), kzErrNone);
-    EXPECT_EQ(kztest::ReadWholeFile(path), "ab23456789xyz");
 }
 
 // A failed write of what waits in the stream is told once, and not taken for a failure of the next call.

@@ -1,11 +1,9 @@
 // The example host as a user runs it: arguments, output, exit status and the line that tells a failure.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -20,27 +18,15 @@ struct Outcome {
     std::string err;
 };
 
-Outcome RunHost(std::vector<std::string> arguments)
+Outcome RunHost(const std::vector<std::string>& arguments)
 {
     const kztest::TempFolder folder;
-    arguments.insert(arguments.begin(), KZ_READ_STRING);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) {
-        argv.push_back(argument.data());
+    std::string command = "'" KZ_READ_STRING "'";
+    for (const std::string& argument : arguments) {
+        command += " '" + argument + "'";
     }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    int fd = STDOUT_FILENO;
-    for (const char* name : {"out", "err"}) {
-        posix_spawn_file_actions_addopen(&actions, fd++, folder.File(name).c_str(), O_WRONLY | O_CREAT, 0600);
-    }
-    pid_t child = 0;
-    int status = -1;
-    EXPECT_EQ(posix_spawn(&child, KZ_READ_STRING, &actions, nullptr, argv.data(), environ), 0);
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    posix_spawn_file_actions_destroy(&actions);
-    EXPECT_TRUE(WIFEXITED(status)) << "the host died";
+    command += " >'" + folder.File("out") + "' 2>'" + folder.File("err") + "'";
+    const int status = std::system(command.c_str());
     return {WEXITSTATUS(status), kztest::ReadWholeFile(folder.File("out")), kztest::ReadWholeFile(folder.File("err"))};
 }
 
@@ -90,17 +76,12 @@ TEST(ReadString, DoesWhatIsAskedOrSaysWhatIsWrong)
         const Outcome outcome = RunHost(row.arguments);
         EXPECT_EQ(outcome.status, row.status);
         EXPECT_EQ(outcome.out, row.out);
-        if (row.failure == nullptr) {
-            EXPECT_EQ(outcome.err, "");
-            continue;
-        }
-        const std::string end = std::string(row.failure) + "\n";
-        ASSERT_GE(outcome.err.size(), end.size());
-        EXPECT_EQ(outcome.err.substr(outcome.err.size() - end.size()), end) << outcome.err;
         const std::string last = outcome.err.substr(outcome.err.rfind('\n', outcome.err.size() - 2) + 1);
         const std::string said =
-            "read_string: " + (row.status == 2 ? "" : row.arguments[row.arguments[0] == "--list"] + ": ");
-        EXPECT_EQ(last.compare(0, said.size(), said), 0) << last;
+            "read_string: " +
+            (row.status == 2 || row.arguments.empty() ? "" : row.arguments[row.arguments[0] == "--list"] + ": ");
+        EXPECT_TRUE(row.failure == nullptr ? last.empty() : last.starts_with(said)) << last;
+        EXPECT_TRUE(row.failure == nullptr || last.ends_with(row.failure + std::string("\n"))) << last;
     }
 }
 
