@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <list>
+#include <map>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CfgAccess.h"
@@ -13,159 +14,145 @@
 #include "FaultLoop.h"
 #include "HandleLayout.h"
 #include "KzErr.h"
-#include "ReportCatcher.h"
 #include "RunningMemory.h"
 
 namespace {
 
-constexpr unsigned long kThreshold = 0x1E00000;
+using kz::HandleAlignment;
 
-class BufferCacheTest : public testing::Test {
-protected:
-    ~BufferCacheTest() override { EXPECT_EQ(nullptr, kz::BufferCacheFault()); }
+// The tokens that the configuration has, behind "SelectiveDeallocation.BufferCache.", and what was asked for.
+std::map<std::string, int32> gTokens;
+std::vector<std::string> gAsked;
 
-    // Makes and disposes a block of this size; the address of its data, for comparisons.
-    static unsigned char* Keep(unsigned long size)
-    {
-        UHandle const handle = DSNewHandle(size);
-        unsigned char* const data = *handle;
-        DSDisposeHandleCache(handle);
-        return data;
-    }
-
-    // Whether a cached request gets this block.
-    static bool Gets(unsigned long size, const unsigned char* data)
-    {
-        UHandle const handle = DSNewHandleCache(size);
-        const bool got = *handle == data;
-        DSDisposeHandle(handle);
-        return got;
-    }
-
-    static bool HasKept(unsigned long size)
-    {
-        BufferCache::iterator found;
-        return s_bufferCachePtr.load()->FindBuffer(size, found) && found->size == size;
-    }
-
-    kztest::ReportCatcher reports;
-    kztest::RunningMemory memory;
-};
-
-TEST_F(BufferCacheTest, SizesThatAreKept)
+void ReadTokens(BufferCache& cache, const std::map<std::string, int32>& tokens)
 {
-    for (const auto& [size, kept] :
-         {std::pair(16383ul, false), {16384ul, true}, {kThreshold - 1, true}, {kThreshold, false}}) {
-        EXPECT_EQ(kept, s_bufferCachePtr.load()->CanCacheAllocation(size)) << size;
-        Keep(size);
-        EXPECT_EQ(kept, HasKept(size)) << size;
-        s_bufferCachePtr.load()->ClearCache();
-    }
-}
-
-TEST_F(BufferCacheTest, OnlyTheBestFitOfJustTheSizeIsUsed)
-{
-    unsigned char* const data = Keep(30000);
-    UHandle other = DSNewHandleCache(20000);
-    EXPECT_TRUE(HasKept(30000)) << "a larger block does not serve";
-    UHandle aligned = DSNewAlignedHandle(30000, 4096, 8);  // not by the cache
-    EXPECT_TRUE(HasKept(30000));
-    EXPECT_TRUE(Gets(30000, data));
-    EXPECT_FALSE(HasKept(30000));
-
-    // A finer alignment serves a coarser request, another offset does not.
-    unsigned char* const fine = *aligned;
-    DSDisposeHandleCache(aligned);
-    EXPECT_EQ(fine, s_bufferCachePtr.load()->GetAllocation(30000, 16, 8));
-    kz::FreeHandleData(fine);
-    aligned = DSNewAlignedHandle(30000, 16, 4);
-    DSDisposeHandleCache(aligned);
-    EXPECT_EQ(nullptr, s_bufferCachePtr.load()->GetAllocation(30000, 16, 8));
-    EXPECT_EQ(nullptr, s_bufferCachePtr.load()->GetAllocation(30000, 32, 4));
-    s_bufferCachePtr.load()->ClearCache();
-
-    // Of two the newer one is taken, and behind it alone nothing is looked at.
-    UHandle const a = DSNewHandle(20000);
-    UHandle const b = DSNewAlignedHandle(20000, 16, 0);
-    unsigned char* const first = *a;
-    DSDisposeHandleCache(a);
-    DSDisposeHandleCache(b);
-    EXPECT_FALSE(Gets(20000, first)) << "the newer one has another offset";
-    s_bufferCachePtr.load()->ClearCache();
-    DSDisposeHandle(other);
-}
-
-TEST_F(BufferCacheTest, NewestStayWithinBothLimits)
-{
-    for (unsigned long i = 0; i < 6; ++i) {
-        Keep(20000 + i);
-    }
-    EXPECT_FALSE(HasKept(20000)) << "the oldest of six";
-    for (unsigned long i = 1; i < 6; ++i) {
-        EXPECT_TRUE(HasKept(20000 + i));
-    }
-    Keep(kThreshold - 20000 * 2);
-    EXPECT_TRUE(HasKept(kThreshold - 20000 * 2));
-    EXPECT_TRUE(HasKept(20005));
-    EXPECT_FALSE(HasKept(20004)) << "too many bytes";
-}
-
-TEST_F(BufferCacheTest, ReusedBlocksAreClearedAndKeepTheRest)
-{
-    UHandle handle = DSNewHandleCache(20000);
-    std::memset(*handle, 0xAB, 20000);
-    EXPECT_EQ(0, DSDisposeHandleCache(handle));
-    handle = DSNewHClrCache(20000);
-    EXPECT_EQ(std::string(20000, 0), std::string(*handle, *handle + 20000));
-    std::memset(*handle, 0xCD, 20000);
-    Keep(40000);
-    EXPECT_EQ(0, DSSetHSzClrCache(handle, 40000));
-    EXPECT_FALSE(HasKept(40000)) << "the resize took it";
-    EXPECT_FALSE(HasKept(20000)) << "the old block went to the system";
-    EXPECT_EQ(std::string(20000, '\xCD') + std::string(20000, 0), std::string(*handle, *handle + 40000));
-    EXPECT_EQ(3, DSDisposeHandleCache(*handle));
-    EXPECT_EQ(2u, reports.TakeAll().size());
-    EXPECT_EQ(0, DSDisposeHandleCache(handle));
-    EXPECT_EQ(0, DSDisposeHandleCache(nullptr));
-}
-
-int32 gSizes[3];
-
-TEST_F(BufferCacheTest, Tokens)
-{
-    static std::vector<std::string> sAsked;
-    sAsked.clear();
-    const kz::CfgAccess access = {nullptr,
-                                  [](ConfigManager*, uInt32 type, const unsigned char* token, void* out) -> KzErr {
-                                      const std::string name(token + 1, token + 1 + token[0]);
-                                      const std::size_t which = sAsked.size();
-                                      sAsked.push_back(name + (type == kz::FourCharCode("I32 ")   ? " I32"
-                                                               : type == kz::FourCharCode("F32 ") ? " F32"
-                                                                                                  : " ?"));
-                                      if (which >= 3 || gSizes[which] < 0) {
-                                          return kzErrTokenNotFound;
-                                      }
-                                      std::memcpy(out, &gSizes[which], sizeof gSizes[which]);
-                                      return kzErrNone;
-                                  }};
-    kz::SetMainCfgAccess(&access);
-    gSizes[0] = 100;
-    gSizes[1] = 2;
-    gSizes[2] = -1;  // not set
-    ReadConfigTokensForBufferCache();
+    static const kz::CfgAccess kAccess = {
+        nullptr, [](ConfigManager*, uInt32 type, const unsigned char* token, void* out) -> KzErr {
+            const std::string name(token + 1, token + 1 + token[0]);
+            gAsked.push_back(name + (type == kz::FourCharCode("I32 ")   ? " I32"
+                                     : type == kz::FourCharCode("F32 ") ? " F32"
+                                                                        : " ?"));
+            const auto found = gTokens.find(name.substr(name.rfind('.') + 1));
+            return found == gTokens.end() ? kzErrTokenNotFound
+                                          : (std::memcpy(out, &found->second, sizeof(int32)), kzErrNone);
+        }};
+    gTokens = tokens;
+    gAsked.clear();
+    kz::SetMainCfgAccess(&kAccess);
+    cache.ReadConfigTokens();
     kz::SetMainCfgAccess(nullptr);
-    const std::vector<std::string> expected = {
-        "SelectiveDeallocation.BufferCache.MinBufferSize I32", "SelectiveDeallocation.BufferCache.MaxSize I32",
-        "SelectiveDeallocation.BufferCache.CleanUpThreshold I32", "SelectiveDeallocation.BufferCache.ResizeFactor F32"};
-    EXPECT_EQ(expected, sAsked);
-    EXPECT_TRUE(s_bufferCachePtr.load()->CanCacheAllocation(100));
-    EXPECT_FALSE(s_bufferCachePtr.load()->CanCacheAllocation(99));
-    EXPECT_FALSE(s_bufferCachePtr.load()->CanCacheAllocation(kThreshold));
-    Keep(100);
-    Keep(200);
-    Keep(300);
-    EXPECT_FALSE(HasKept(100));
-    EXPECT_TRUE(HasKept(300));
+}
+
+unsigned char* NewBlock(unsigned long size, HandleAlignment align)
+{
+    unsigned long blockSize;
+    return kz::AllocateHandleData(size, align, kz::Fill::kNone, &blockSize);
+}
+
+class BufferCacheTest : public kztest::MemoryTest {};
+
+// Blocks of few sizes, some sums of which are just the limit, come and are asked for by chance.
+TEST_F(BufferCacheTest, HoldsTheNewestWithinItsLimits)
+{
+    struct Kept {
+        unsigned long size;
+        HandleAlignment align;
+        unsigned char* data;
+    };
+    constexpr unsigned long kSizes[] = {100, 200, 300, 400, 500, 101, 99, 999, 1000};
+    constexpr HandleAlignment kAligns[] = {{8, 8}, {16, 8}, {32, 8}, {16, 0}};
+    BufferCache cache(0, 1, 1, 1);
+    ReadTokens(cache, {{"MinBufferSize", 100}, {"MaxSize", 5}, {"CleanUpThreshold", 1000}});
+    std::list<Kept> model;  // the newest first
+    const auto best = [&](unsigned long size) {
+        auto found = model.end();
+        for (auto it = model.begin(); it != model.end(); ++it) {
+            found = it->size >= size && (found == model.end() || it->size < found->size) ? it : found;
+        }
+        return found;
+    };
+    const auto isTooMuch = [&] {
+        unsigned long total = 0;
+        for (const Kept& each : model) {
+            total += each.size;
+        }
+        return model.size() > 5 || total > 1000;
+    };
+    std::mt19937 random(1);
+    for (int round = 0; round < 20000; ++round) {
+        const unsigned long size = kSizes[random() % 8 == 0 ? random() % 9 : random() % 5];
+        const HandleAlignment align = kAligns[random() % 4];
+        const bool fits = size >= 100 && size < 1000;
+        ASSERT_EQ(fits, cache.CanCacheAllocation(size));
+        if (fits && random() % 5 < 3) {
+            model.push_front({size, align, NewBlock(size, align)});
+            cache.AddAllocation(model.front().data, size);
+            while (isTooMuch()) {
+                model.pop_back();
+            }
+        } else {
+            const auto found = best(size);
+            const bool serves = found != model.end() && found->size == size && found->align.offset == align.offset &&
+                                found->align.alignment % align.alignment == 0;
+            ASSERT_EQ(serves ? found->data : nullptr, cache.GetAllocation(size, align.alignment, align.offset));
+            if (serves) {
+                kz::FreeHandleData(found->data);
+                model.erase(found);
+            }
+        }
+        for (const unsigned long each : kSizes) {
+            BufferCache::iterator found;
+            ASSERT_EQ(best(each) != model.end(), cache.FindBuffer(each, found)) << round << " " << each;
+            ASSERT_TRUE(best(each) == model.end() || best(each)->data == found->data) << round << " " << each;
+        }
+        ASSERT_STREQ(nullptr, cache.Fault());
+    }
+}
+
+TEST_F(BufferCacheTest, LimitsAreThoseOfTheTokensOrStandard)
+{
+    constexpr unsigned long kMost = 0x1E00000;
+    const struct {
+        std::map<std::string, int32> tokens;
+        unsigned long smallest, behind, entries;
+    } cases[] = {
+        {{}, 16384, kMost, 5},
+        {{{"MinBufferSize", 100}}, 100, kMost, 5},
+        {{{"MaxSize", 2}, {"ResizeFactor", 0}}, 16384, kMost, 2},
+        {{{"MinBufferSize", -5}, {"MaxSize", -1}, {"CleanUpThreshold", 50000}}, 0, 50000, 0},
+        {{{"CleanUpThreshold", -1}}, 16384, 0, 0},
+    };
+    for (const auto& c : cases) {
+        kz::DestroyBufferCache();
+        kz::CreateBufferCache();
+        BufferCache& cache = *s_bufferCachePtr.load();
+        ReadTokens(cache, c.tokens);
+        for (const unsigned long size : {0ul, 99ul, 100ul, 16383ul, 16384ul, 49999ul, 50000ul, kMost - 1, kMost}) {
+            EXPECT_EQ(size >= c.smallest && size < c.behind, cache.CanCacheAllocation(size)) << size;
+        }
+        for (unsigned long i = 0; i < 8; ++i) {
+            DSDisposeHandleCache(DSNewHandle(20000 + i));
+        }
+        for (unsigned long i = 0; i < 8; ++i) {
+            BufferCache::iterator found;
+            const bool isThere = cache.FindBuffer(20000 + i, found) && found->size == 20000 + i;
+            EXPECT_EQ(i + c.entries >= 8 && c.behind != 0, isThere) << i;
+        }
+    }
+    const std::string prefix = "SelectiveDeallocation.BufferCache.";
+    EXPECT_EQ(std::vector<std::string>({prefix + "MinBufferSize I32", prefix + "MaxSize I32",
+                                        prefix + "CleanUpThreshold I32", prefix + "ResizeFactor F32"}),
+              gAsked);
+}
+
+TEST_F(BufferCacheTest, WithoutItsLockNothingIsKept)
+{
+    using Fail = kztest::FailAllocation;
+    const Fail fail(1, Fail::kOnce, Fail::kBlocksAndNew);
+    BufferCache cache(0, 5, 1000, 1);
+    ReadTokens(cache, {{"MinBufferSize", 0}});
+    EXPECT_FALSE(cache.CanCacheAllocation(100));
+    EXPECT_TRUE(gAsked.empty());
 }
 
 TEST(BufferCacheWithoutMemory, TokensBeforeTheServiceRuns)
@@ -182,23 +169,6 @@ TEST_F(BufferCacheTest, OutOfMemory)
         EXPECT_EQ(0, DSDisposeHandleCache(handle)) << "a block that can't be kept is freed";
         s_bufferCachePtr.load()->ClearCache();
     });
-}
-
-TEST_F(BufferCacheTest, ManyThreads)
-{
-    std::vector<std::jthread> threads;
-    for (unsigned seed = 0; seed < 8; ++seed) {
-        threads.emplace_back([seed] {
-            std::mt19937 random(seed);
-            for (int i = 0; i < 3000; ++i) {
-                const unsigned long size = 20000 + random() % 4 * 8;
-                UHandle const handle = DSNewHandleCache(size);
-                std::memset(*handle, static_cast<int>(seed), size);
-                EXPECT_EQ(seed, (*handle)[size - 1]);
-                EXPECT_EQ(0, DSDisposeHandleCache(handle));
-            }
-        });
-    }
 }
 
 }  // namespace

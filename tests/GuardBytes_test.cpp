@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "BufferCache.h"
@@ -15,31 +15,21 @@
 #include "CookieManager.h"
 #include "GuardChecks.h"
 #include "MemoryChecks.h"
-#include "MemoryManager.h"
 #include "MemoryPoison.h"
 #include "MemoryZone.h"
-#include "ReportCatcher.h"
 #include "RunningMemory.h"
 #include "ThTmoEvent.h"
 #include "TrackedMalloc.h"
 
 namespace {
 
-struct Failure {
-    const void* ptr;
-    int32 type;
-    std::string version;
-};
-std::vector<Failure> gFailures;
+// What was told since it was last taken: the type's digit and the version, for each time.
+std::string gTold;
+const void* gToldOf = nullptr;
 
-// What was told since the last call: '-' for nothing, else the type's digit.
-char Told()
+std::string Told()
 {
-    const char told = gFailures.size() == 1 ? static_cast<char>('0' + gFailures[0].type)
-                      : gFailures.empty()   ? '-'
-                                            : '+';
-    gFailures.clear();
-    return told;
+    return std::exchange(gTold, {});
 }
 
 // Guards are poisoned where a checker watches them; a stray write is what they are tested with.
@@ -65,117 +55,115 @@ template <typename Check>
 void WithEachDamage(unsigned char* data, unsigned long size, Check check)
 {
     const struct {
-        long before;        // where to poke, -1 for not there
-        const char* front;  // in the guard before the data
-        const char* back;   // in the guard behind
-        char told;
-        const char* version;
+        long at;            // in each guard
+        const char* front;  // what is written into the guard before the data
+        const char* back;   // and behind it
+        std::string told;
     } kDamages[] = {
-        {7, "x", nullptr, '0', ""}, {0, "x", nullptr, '0', ""}, {3, "13", nullptr, '0', ""},
-        {0, nullptr, "x", '1', ""}, {5, nullptr, "x", '1', ""}, {3, nullptr, "15", '0', ""},
-        {3, "13", "13", '2', "13"},
+        {7, "x", "", "0"}, {0, "x", "", "0"},  {3, "13", "", "0"}, {0, "", "x", "1"},
+        {5, "", "x", "1"}, {0, "x", "x", "0"}, {3, "", "15", "0"}, {3, "13", "13", "213"},
     };
     for (const auto& damage : kDamages) {
-        SCOPED_TRACE(damage.told + std::to_string(damage.before));
-        if (damage.front != nullptr) {
-            Poke(data - 8 + damage.before, damage.front);
-        }
-        if (damage.back != nullptr) {
-            Poke(data + size + damage.before, damage.back);
-        }
-        gFailures.clear();
-        check(damage.told, std::string(damage.version));
+        SCOPED_TRACE(damage.told + damage.front + damage.back);
+        EXPECT_EQ("ZOR14MEM", Peek(data - 8, 8));
+        EXPECT_EQ("ZOR14MEM", Peek(data + size, 8));
+        Poke(data - 8 + damage.at, damage.front);
+        Poke(data + size + damage.at, damage.back);
+        check(damage.told);
         Poke(data - 8, "ZOR14MEM");
         Poke(data + size, "ZOR14MEM");
     }
 }
 
-class GuardBytesChild : public testing::Test {
+class GuardBytesChild : public kztest::MemoryTest {
 protected:
     GuardBytesChild()
     {
         SetGuardByteCheckFailedProc([](const void* ptr, int32 type, const char* version) {
-            gFailures.push_back({ptr, type, version == nullptr ? "" : version});
+            gTold += std::to_string(type) + (version == nullptr ? "" : version);
+            gToldOf = ptr;
         });
     }
-
-    kztest::ReportCatcher reports;
-    kztest::RunningMemory memory;
 };
 
-// The words that the environment has set are those of KZ_EXPECTED: handles, pointers, TrackedMalloc, disabled.
-TEST_F(GuardBytesChild, DISABLED_WordsAsExpected)
+std::string Words()
 {
-    char words[40];
-    std::snprintf(words, sizeof words, "%u %u %u %d", kz::gGuardBytes_Handle.load(), kz::gGuardBytes_Ptr.load(),
-                  kz::gGuardBytes_NewDelete.load(), kz::gGuardBytes_InitializedAndDisabled.load() ? 1 : 0);
-    EXPECT_STREQ(std::getenv("KZ_EXPECTED"), words);
-    const bool all = std::strchr(words, '0') == nullptr || std::string(words).find("0 ") == std::string::npos;
-    const std::string before(words, 5);
-    EXPECT_EQ(all, ConfigGuardBytes(0) != 0);
-    EXPECT_FALSE(ShouldCheckHandleGuardBytes());
-    EXPECT_EQ(all, ConfigGuardBytes(1) != 0);
-    std::snprintf(words, sizeof words, "%u %u %u", kz::gGuardBytes_Handle.load(), kz::gGuardBytes_Ptr.load(),
-                  kz::gGuardBytes_NewDelete.load());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        EXPECT_EQ(before[i] == '3' ? '7' : before[i], words[i]) << "only what writes guards can check them";
+    std::string words;
+    for (const auto* word : {&kz::gGuardBytes_Handle, &kz::gGuardBytes_Ptr, &kz::gGuardBytes_NewDelete}) {
+        words += std::to_string(word->load());
     }
-    EXPECT_EQ(kz::gGuardBytes_NewDelete.load() != 0 ? 24u : 0u, GetAllNewDeleteGuardsSize());
+    return words;
 }
 
-// KZ_CHECKED: "1" where each use is checked, "0" where guards are only written.
+// The words that the environment has set: of handles, pointers and TrackedMalloc, whether all are off; with checks
+// turned off, and on, which are those words that write guards; whether all do.
+TEST_F(GuardBytesChild, DISABLED_WordsAsExpected)
+{
+    std::string words = Words() + (kz::gGuardBytes_InitializedAndDisabled ? " off " : " on ");
+    const bool all = ConfigGuardBytes(0) != 0;
+    words += Words();
+    EXPECT_FALSE(ShouldCheckHandleGuardBytes());
+    EXPECT_EQ(all, ConfigGuardBytes(1) != 0);
+    EXPECT_EQ(std::getenv("KZ_EXPECTED"), words + " " + Words() + (all ? " all" : ""));
+    EXPECT_EQ(kz::gGuardBytes_NewDelete.load() != 0 ? 24u : 0u, GetAllNewDeleteGuardsSize());
+    void* const tracked = TrackedMalloc(3);
+    EXPECT_NE(nullptr, tracked);
+    TrackedFree(tracked);
+}
+
+// Where each use is checked, and where guards are only written.
 TEST_F(GuardBytesChild, DISABLED_DamageIsFound)
 {
-    const bool checks = std::getenv("KZ_CHECKED")[0] == '1';
+    const bool checks = ShouldCheckHandleGuardBytes() != 0;
     // 12: data at 4 modulo 8; 2000 and 5000000: aligned blocks.
     for (const unsigned long size : {0ul, 12ul, 13ul, 2000ul, 5000000ul}) {
         UHandle handle = DSNewHClr(size);
         DSSetHandleSize(handle, size + 40);
         DSSetHandleSize(handle, size);
         unsigned char* const data = *handle;
-        EXPECT_EQ("ZOR14MEM", Peek(data - 8, 8));
-        EXPECT_EQ("ZOR14MEM", Peek(data + size, 8));
-        WithEachDamage(data, size, [&](char told, const std::string& version) {
+        WithEachDamage(data, size, [&](const std::string& told) {
             EXPECT_FALSE(DSCheckHandleGuardBytes(handle));
-            ASSERT_EQ(1u, gFailures.size());
-            EXPECT_EQ(data, gFailures[0].ptr);
-            EXPECT_EQ(version, gFailures[0].version);
+            EXPECT_EQ(data, gToldOf);
             EXPECT_EQ(told, Told());
             EXPECT_STREQ("a handle's guards are damaged", kz::MemoryFault());
-            const KzErr expected = checks ? 3 : 0;
-            EXPECT_EQ(expected, DSCheckHandle(handle));
-            EXPECT_EQ(expected, AZCheckHandle(handle));
-            EXPECT_EQ(checks ? 0 : size, DSGetHandleSize(handle));
             EXPECT_TRUE(IsDSHandle(handle));
+            EXPECT_EQ(checks ? 3 : 0, DSCheckHandle(handle));
+            EXPECT_EQ(checks ? 3 : 0, AZCheckHandle(handle));
+            EXPECT_EQ(checks ? 0 : size, DSGetHandleSize(handle));
             EXPECT_EQ(checks ? nullptr : handle, DSRecoverHandle(data));
             if (checks) {
+                EXPECT_EQ(told + told + told + told, Told());
                 EXPECT_EQ(3, DSDisposeHandle(handle));
                 EXPECT_EQ(3, DSSetHandleSize(handle, 1));
                 EXPECT_EQ(data, *handle) << "a block that fails is left alone";
+                EXPECT_EQ(told + told, Told());
             }
-            EXPECT_EQ(checks ? 6u : 0u, gFailures.size());
             reports.TakeAll();
         });
         EXPECT_EQ(0, DSDisposeHandle(handle));
     }
     auto* const ptr = static_cast<unsigned char*>(DSNewPClr(10));
-    WithEachDamage(ptr, 10, [&](char told, const std::string&) {
+    WithEachDamage(ptr, 10, [&](const std::string& told) {
         EXPECT_FALSE(DSCheckPtrGuardBytes(ptr));
         EXPECT_EQ(told, Told());
         EXPECT_EQ(checks ? 3 : 0, DSCheckPtr(ptr));
-        EXPECT_EQ(checks ? told : '-', Told());
+        EXPECT_EQ(checks ? told : "", Told());
         if (checks) {
             EXPECT_EQ(3, AZDisposePtr(ptr));
+            EXPECT_EQ(told, Told());
             EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 3 in AZDisposePtr"));
         }
     });
     EXPECT_EQ(0, DSDisposePtr(ptr));
-    gFailures.clear();
     auto* const tracked = static_cast<unsigned char*>(TrackedMalloc(3));
     EXPECT_EQ(tracked - 16, GetOrigNewDeletePtrFromGuardedPtr(tracked));
     Poke(tracked + 3, "x");
     TrackedFree(tracked);  // told, and freed all the same
-    EXPECT_EQ(checks ? '1' : '-', Told());
+    EXPECT_EQ(checks ? "1" : "", Told());
+    EXPECT_EQ(nullptr, TrackedMalloc(~size_t{0} - 10));
+    Poke(reinterpret_cast<char*>(kz::NewestBlock(kz::MemZone())) - 1, "x");
+    EXPECT_STREQ("the guards of a block of masters are damaged", kz::MemoryFault());
+    Poke(reinterpret_cast<char*>(kz::NewestBlock(kz::MemZone())) - 1, "M");
 }
 
 TEST_F(GuardBytesChild, DISABLED_GuardsSurviveTheCache)
@@ -209,7 +197,7 @@ TEST_F(GuardBytesChild, DISABLED_ChecksOfADyingHandleReadItsBlock)
             ASSERT_EQ(handle, DSNewHandleCache(20000));
         }
     }
-    EXPECT_EQ('-', Told());
+    EXPECT_EQ("", Told());
     EXPECT_EQ(0, DSDisposeHandle(handle));
 }
 
@@ -221,7 +209,7 @@ TEST_F(GuardBytesChild, DISABLED_DamagedCookiesAreFound)
     ASSERT_EQ(0, MCGetCookieInfoPtr(jar, MCNewCookie(jar, "8 bytes"), &info));
     Poke(static_cast<char*>(info) - 8, "x");
     EXPECT_EQ(0, MCDisposeJar(jar));
-    EXPECT_EQ('0', Told());
+    EXPECT_EQ("0", Told());
     Poke(static_cast<char*>(info) - 8, "Z");
     EXPECT_EQ(0, DSDisposePtr(info));
 }
@@ -233,61 +221,57 @@ TEST_F(GuardBytesChild, DISABLED_ATimedEventIsDestroyedOnce)
     ASSERT_EQ(0, ThTmoEventCreate(&event));
     Poke(reinterpret_cast<char*>(event) - 8, "x");
     ThTmoEventDestroy(event);
-    EXPECT_EQ('0', Told());
+    EXPECT_EQ("0", Told());
     EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 3 in DSDisposePtr"));
     ThTmoEventDestroy(event);
     EXPECT_TRUE(reports.Take(kDbgFatal, ""));
-    EXPECT_EQ('-', Told()) << "the block is left alone";
+    EXPECT_EQ("", Told()) << "the block is left alone";
     Poke(reinterpret_cast<char*>(event) - 8, "Z");
     EXPECT_EQ(0, DSDisposePtr(event));
 }
 
 TEST(GuardBytes, EnvironmentSettings)
 {
-    const struct {
-        const char* all;
-        const char* handle;
-        const char* ptr;
-        const char* newDelete;
-        const char* expected;
-    } cases[] = {
-        {nullptr, nullptr, nullptr, nullptr, "0 0 0 1"},
-        {"off", nullptr, nullptr, nullptr, "0 0 0 1"},
-        {"alloc", nullptr, nullptr, nullptr, "3 3 3 0"},
-        {"check", nullptr, nullptr, nullptr, "7 7 7 0"},
-        {"what", nullptr, nullptr, nullptr, "0 0 0 1"},
-        {"check", nullptr, "off", nullptr, "7 0 7 0"},
-        {"check", "what", nullptr, "alloc", "0 7 3 0"},
-        {nullptr, nullptr, nullptr, "alloc", "0 0 3 1"},
-        {nullptr, nullptr, nullptr, "check", "0 0 7 0"},
-        {"off", "alloc", nullptr, nullptr, "3 0 0 0"},
-        {"", "off", "check", "", "0 7 0 0"},
+    // The general variable, those of handles, pointers and TrackedMalloc, and what they lead to.
+    const char* const cases[][5] = {
+        {nullptr, nullptr, nullptr, nullptr, "000 off 000 000"},
+        {"off", nullptr, nullptr, nullptr, "000 off 000 000"},
+        {"alloc", nullptr, nullptr, nullptr, "333 on 333 777 all"},
+        {"check", nullptr, nullptr, nullptr, "777 on 333 777 all"},
+        {"what", nullptr, nullptr, nullptr, "000 off 000 000"},
+        {"check", nullptr, "off", nullptr, "707 on 303 707"},
+        {"check", "what", nullptr, "alloc", "073 on 033 077"},
+        {nullptr, nullptr, nullptr, "alloc", "003 off 003 007"},
+        {nullptr, nullptr, nullptr, "check", "007 on 003 007"},
+        {"off", "alloc", nullptr, nullptr, "300 on 300 700"},
+        {"", "off", "check", "", "070 on 030 070"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(0, kztest::RunChildTests("GuardBytesChild.DISABLED_WordsAsExpected",
-                                           {{"ZVGuardBytes", c.all},
-                                            {"ZVGuardBytes_Handle", c.handle},
-                                            {"ZVGuardBytes_Ptr", c.ptr},
-                                            {"ZVGuardBytes_NewDelete", c.newDelete},
-                                            {"KZ_EXPECTED", c.expected}}))
-            << c.expected;
+        EXPECT_EQ(0,
+                  kztest::RunChildTests("GuardBytesChild.DISABLED_WordsAsExpected", {{"ZVGuardBytes", c[0]},
+                                                                                     {"ZVGuardBytes_Handle", c[1]},
+                                                                                     {"ZVGuardBytes_Ptr", c[2]},
+                                                                                     {"ZVGuardBytes_NewDelete", c[3]},
+                                                                                     {"KZ_EXPECTED", c[4]}}))
+            << c[4];
     }
 }
 
 TEST(GuardBytes, DamageIsFoundAtEachUseOrWhenAskedFor)
 {
-    constexpr char kChild[] = "GuardBytesChild.DISABLED_DamageIsFound";
-    EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "check"}, {"KZ_CHECKED", "1"}}));
-    EXPECT_EQ(0, kztest::RunChildTests(kChild, {{"ZVGuardBytes", "alloc"}, {"KZ_CHECKED", "0"}}));
-    std::vector<const char*> children = {"GuardBytesChild.DISABLED_GuardsSurviveTheCache",
-                                         "GuardBytesChild.DISABLED_DamagedCookiesAreFound",
-                                         "GuardBytesChild.DISABLED_ATimedEventIsDestroyedOnce"};
+    const std::pair<const char*, const char*> children[] = {
+        {"DamageIsFound", "check"},
+        {"DamageIsFound", "alloc"},
+        {"GuardsSurviveTheCache", "check"},
+        {"DamagedCookiesAreFound", "check"},
+        {"ATimedEventIsDestroyedOnce", "check"},
 #if !defined(KZ_ASAN) && !defined(__SANITIZE_THREAD__)
-    // Its threads race for a guard's bytes.
-    children.push_back("GuardBytesChild.DISABLED_ChecksOfADyingHandleReadItsBlock");
+        {"ChecksOfADyingHandleReadItsBlock", "check"},  // its threads race for a guard's bytes
 #endif
-    for (const char* child : children) {
-        EXPECT_EQ(0, kztest::RunChildTests(child, {{"ZVGuardBytes", "check"}}));
+    };
+    for (const auto& [child, setting] : children) {
+        EXPECT_EQ(0,
+                  kztest::RunChildTests(std::string("GuardBytesChild.DISABLED_") + child, {{"ZVGuardBytes", setting}}));
     }
 }
 

@@ -2,14 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
+#include <random>
 #include <string>
 
 #include "FaultLoop.h"
 #include "MemoryManager.h"
-#include "support/ReportCatcher.h"
-#include "support/TestHost.h"
+#include "ReportCatcher.h"
+#include "TestHost.h"
 
 namespace {
 
@@ -23,7 +25,9 @@ protected:
     void SetText(ZVHandle& handle, const std::string& text)
     {
         ASSERT_EQ(handle.Resize(text.size()), 0);
-        std::memcpy(*handle.GetHandle(), text.data(), text.size());
+        if (!text.empty()) {
+            std::memcpy(*handle.GetHandle(), text.data(), text.size());
+        }
     }
 
     kztest::ReportCatcher reports;
@@ -66,82 +70,66 @@ TEST_F(ZVHandleTest, OwnsWhatIsAttached)
     EXPECT_EQ(DSDisposeHandle(second), 0);
 }
 
-TEST_F(ZVHandleTest, ResizeFieldMovesWhatFollows)
-{
-    const struct {
-        unsigned long offset;
-        unsigned long oldSize;
-        unsigned long newSize;
-        std::string kept;  // what stands around the field afterwards, without the field
-    } cases[] = {
-        {3, 2, 5, "abcfgh"},   {3, 4, 1, "abch"},  {0, 8, 3, ""},           {0, 2, 0, "cdefgh"},
-        {8, 0, 6, "abcdefgh"}, {5, 3, 9, "abcde"}, {0, 0, 300, "abcdefgh"}, {4, 2, 2, "abcdgh"},
-    };
-    for (const auto& test : cases) {
-        ZVHandle handle;
-        SetText(handle, "abcdefgh");
-        unsigned char* field = *handle.GetHandle() + test.offset;
-        ASSERT_EQ(handle.ResizeField(&field, test.oldSize, test.newSize), 0);
-        EXPECT_EQ(field, *handle.GetHandle() + test.offset);
-        std::string text = Text(handle);
-        EXPECT_EQ(text.size(), 8 - test.oldSize + test.newSize);
-        const unsigned long common = test.oldSize < test.newSize ? test.oldSize : test.newSize;
-        EXPECT_EQ(text.substr(test.offset, common), std::string("abcdefgh").substr(test.offset, common));
-        EXPECT_EQ(text.erase(test.offset, test.newSize), test.kept);
-    }
-}
-
-// Only a resize of the block that fails is a failure, and the block is then as before, whether the tail is longer or
-// shorter than what goes. The room that a shrink takes aside may be missing, and nobody is told.
-TEST_F(ZVHandleTest, ResizeFieldWithoutMemory)
+// Fields of short blocks, good and bad ones, with and without memory. Only a resize of the block that fails is a
+// failure, and the block is then as before: the room that a shrink takes aside first may be missing, and nobody is
+// told.
+TEST_F(ZVHandleTest, ResizeFieldMovesWhatFollowsOrNothing)
 {
     using Fail = kztest::FailAllocation;
-    const struct {
-        unsigned long offset, oldSize, newSize;
-        const char* text;
-    } cases[] = {{0, 2, 1, "acdefgh"}, {1, 6, 0, "ah"}, {2, 4, 2, "abcdgh"}, {4, 3, 1, "abcdeh"}};
-    const struct {
-        int n;
-        Fail::Span span;
-        KzErr err;
-    } failures[] = {
-        {1, Fail::kOnce, kzErrNone}, {2, Fail::kOnce, kzErrMemoryFull}, {1, Fail::kForGood, kzErrMemoryFull}};
-    static int calls;
-    const MemFullProc old = SetMemFullProc([](unsigned long) { ++calls; });
-    for (const auto& test : cases) {
-        for (const auto& failure : failures) {
-            ZVHandle handle;
-            SetText(handle, "abcdefgh");
-            unsigned char* field = *handle.GetHandle() + test.offset;
-            calls = 0;
-            {
-                const Fail fail(failure.n, failure.span);
-                EXPECT_EQ(handle.ResizeField(&field, test.oldSize, test.newSize), failure.err);
-            }
-            EXPECT_EQ(Text(handle), failure.err == kzErrNone ? test.text : "abcdefgh");
-            EXPECT_EQ(calls != 0, failure.err != kzErrNone);
-            EXPECT_EQ(field, *handle.GetHandle() + test.offset);
+    static int sFull;
+    const MemFullProc old = SetMemFullProc([](unsigned long) { ++sFull; });
+    std::mt19937 random(1);
+    const auto below = [&random](unsigned long n) { return random() % n; };
+    for (int round = 0; round < 20000; ++round) {
+        const std::string text = std::string("abcdefghijkl").substr(0, below(13));
+        ZVHandle handle;
+        SetText(handle, text);
+        const unsigned long offset = below(text.size() + 2), oldSize = below(text.size() + 2);
+        const unsigned long left = text.size() - std::min<unsigned long>(offset, text.size());
+        const unsigned long newSize = below(12) != 0 ? below(16) : below(2) != 0 ? LONG_MAX : ULONG_MAX - below(14);
+        const bool isField = !text.empty() && offset <= text.size() && oldSize <= left;
+        const bool wraps = newSize > ULONG_MAX - (text.size() - oldSize);
+        const int failing = static_cast<int>(below(4));
+        const Fail::Span span = below(2) != 0 ? Fail::kOnce : Fail::kForGood;
+        const int resize = newSize < oldSize && left > oldSize ? 2 : 1;  // which allocation is that of the block
+        const bool fails = newSize > LONG_MAX / 2 || failing == resize || (span == Fail::kForGood && failing == 1);
+        const KzErr expected = oldSize == newSize ? 0 : !isField ? 1 : fails ? 2 : 0;
+        SCOPED_TRACE(text + " " + std::to_string(offset) + " " + std::to_string(oldSize) + " " +
+                     std::to_string(newSize) + " " + std::to_string(failing));
+        sFull = 0;
+        unsigned char* field = text.empty() ? nullptr : *handle.GetHandle() + offset;
+        {
+            const Fail fail(failing, failing == 0 ? Fail::kOnce : span);
+            ASSERT_EQ(expected, handle.ResizeField(&field, oldSize, newSize));
         }
+        ASSERT_EQ(expected == 2 && !wraps, reports.Take(kDbgWarning, "Memory error 2 in DSSetHandleSize"));
+        ASSERT_EQ(expected == 2 && newSize <= LONG_MAX, sFull != 0) << "no block is of such a size";
+        if (text.empty()) {
+            ASSERT_EQ(nullptr, handle.GetHandle());
+            continue;
+        }
+        ASSERT_EQ(*handle.GetHandle() + offset, field);
+        std::string now = Text(handle);
+        if (expected != 0 || oldSize == newSize) {
+            ASSERT_EQ(text, now);
+            continue;
+        }
+        const unsigned long common = std::min(oldSize, newSize);
+        ASSERT_EQ(text.size() - oldSize + newSize, now.size());
+        ASSERT_EQ(text.substr(offset, common), now.substr(offset, common));
+        ASSERT_EQ(std::string(text).erase(offset, oldSize), now.erase(offset, newSize));
     }
     SetMemFullProc(old);
-    reports.TakeAll();
 }
 
-TEST_F(ZVHandleTest, ResizeFieldRefusals)
+TEST_F(ZVHandleTest, ResizeFieldRefusesWhatIsNoField)
 {
     ZVHandle handle;
-    unsigned char* field = nullptr;
-    EXPECT_EQ(handle.ResizeField(&field, 3, 3), 0);
-    EXPECT_EQ(handle.ResizeField(&field, 3, 4), 1);
-    SetText(handle, "abcdefgh");
+    SetText(handle, "abc");
     EXPECT_EQ(handle.ResizeField(nullptr, 1, 2), 1);
-    field = *handle.GetHandle() + 4;
-    EXPECT_EQ(handle.ResizeField(&field, 5, 6), 1);
-    EXPECT_EQ(handle.ResizeField(&field, 2, ULONG_MAX - 3), 2);
-    EXPECT_EQ(handle.ResizeField(&field, 2, LONG_MAX), 2);
-    EXPECT_TRUE(reports.Take(kDbgWarning, "DSSetHandleSize"));
-    EXPECT_EQ(field, *handle.GetHandle() + 4);
-    EXPECT_EQ(Text(handle), "abcdefgh");
+    unsigned char* field = *handle.GetHandle() - 1;
+    EXPECT_EQ(handle.ResizeField(&field, 1, 2), 1);
+    EXPECT_EQ(Text(handle), "abc");
 }
 
 }  // namespace
