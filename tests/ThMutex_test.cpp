@@ -2,181 +2,151 @@
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
-#include <atomic>
-#include <cstring>
-#include <latch>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "FaultLoop.h"
 #include "PlatformMutex.h"
-#include "ReportCatcher.h"
-#include "ScopedLock.h"
+#include "Racing.h"
 #include "SlotOf.h"
-#include "TestHost.h"
+#include "ThAtomic.h"
 #include "ThInternals.h"
 
 namespace {
 
-// The host is set, since every lock asks it what target this is.
-class ThMutexTest : public testing::Test {
-protected:
-    ThMutexTest() { KZAppInterfaceSet(&mHost); }
-    ~ThMutexTest() override { KZAppInterfaceSet(nullptr); }
+using ThMutexTest = kztest::ThreadTest;
+using ThAtomicTest = kztest::ThreadTest;
 
-    static ThMutex MakeMutex()
-    {
-        ThMutex mutex = nullptr;
-        EXPECT_EQ(ThMutexCreate(&mutex, nullptr), kzErrNone);
-        return mutex;
-    }
-
-    template <typename Condition>
-    static void WaitUntil(Condition&& condition)
-    {
-        while (!condition()) {
-            std::this_thread::yield();
-        }
-    }
-
-    kztest::TestHost mHost;
-    kztest::ReportCatcher mReports;
-};
-
-TEST_F(ThMutexTest, NullIsNothingToLockAndForeignBlocksAreLeftAlone)
+TEST_F(ThMutexTest, NullIsNothingToLock)
 {
-    ThMutexAcquire(nullptr);
-    ThMutexAcquire(nullptr);
-    ThMutexRelease(nullptr);
+    kztest::Take(nullptr);
+    kztest::Take(nullptr);
+    kztest::GiveBack(nullptr);
     ThMutexDestroy(nullptr);
-    EXPECT_EQ(ThMutexCreate(nullptr, "none"), kzErrArgument);
     EXPECT_EQ(DestroyPlatformMutex(nullptr), kzErrNone);
-
-    static const unsigned char kReadOnly[128] = {};
-    ThMutexDestroy(reinterpret_cast<ThMutex>(const_cast<unsigned char*>(kReadOnly)));
-    EXPECT_TRUE(mReports.Take(kDbgError, "bad mutex verifier in ThMutexDestroy"));
-
-    // What is left of a destroyed lock is one of these blocks.
-    alignas(16) unsigned char block[128] = {};
-    const ThMutex mutex = MakeMutex();
-    kztest::CopyAtDelete(mutex, block, 24);
-    ThMutexDestroy(mutex);
-    ASSERT_TRUE(kztest::CopiedAtDelete());
-    ASSERT_EQ(memmem(block, sizeof block, "Mutx", 4), nullptr);
-    ThMutexDestroy(reinterpret_cast<ThMutex>(block));
-    EXPECT_TRUE(mReports.Take(kDbgError, "bad mutex verifier in ThMutexDestroy"));
 }
 
 TEST_F(ThMutexTest, ATakeIsNoCancellationPoint)
 {
-    const ThMutex mutex = MakeMutex();
-    static bool sTaken;
-    sTaken = false;
-    [mutex]() KZ_NO_THREAD_CHECK { ThMutexAcquire(mutex); }();
-    pthread_t thread;
-    const auto take = [](void* lock) KZ_NO_THREAD_CHECK -> void* {
-        ThMutexAcquire(static_cast<ThMutex>(lock));
-        sTaken = true;
-        ThMutexRelease(static_cast<ThMutex>(lock));
-        pthread_testcancel();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, nullptr, take, mutex), 0);
-    WaitUntil([mutex] { return kz::ThMutexCount(mutex) == 1; });
-    pthread_cancel(thread);
-    [mutex]() KZ_NO_THREAD_CHECK { ThMutexRelease(mutex); }();
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_TRUE(sTaken);
+    const ThMutex mutex = kztest::MakeLock();
+    bool taken = false;
     EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    ThMutexDestroy(mutex);
-}
-
-TEST_F(ThMutexTest, MadeBeforeTheHostIsSetWorksWithAReport)
-{
-    KZAppInterfaceSet(nullptr);
-    const ThMutex mutex = MakeMutex();
-    const std::vector<kztest::CaughtReport> reports = mReports.TakeAll();
-    ASSERT_EQ(reports.size(), 1U);
-    EXPECT_EQ(reports[0].level, kDbgWarning);
-    EXPECT_EQ(reports[0].text, "mutex created before kzcore is initialized, move caller to after KZApp is ready\n");
-    kz::ScopedLock(ThMutex{mutex});
-    ThMutexDestroy(mutex);
-}
-
-TEST_F(ThMutexTest, CountTellsHolderAndWaiters)
-{
-    const ThMutex mutex = MakeMutex();
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    ThMutexAcquire(mutex);
+    kztest::Take(mutex);
     EXPECT_EQ(kz::ThMutexCount(mutex), 0);
-
-    // Two more threads queue up; each release lets exactly one of them in.
-    std::atomic<int> inside{0};
-    std::atomic<int> mayLeave{0};
-    const auto visit = [&] {
-        kz::ScopedLock lock(mutex);
-        const int order = ++inside;
-        WaitUntil([&] { return mayLeave >= order; });
-    };
-    std::thread first(visit);
-    std::thread second(visit);
-    WaitUntil([&] { return kz::ThMutexCount(mutex) == 2; });
-    EXPECT_EQ(inside, 0);
-    ThMutexRelease(mutex);
-    for (int order = 1; order <= 2; ++order) {
-        WaitUntil([&] { return inside >= order; });
-        EXPECT_EQ(inside, order);
-        EXPECT_EQ(kz::ThMutexCount(mutex), 2 - order);
-        mayLeave = order;
-    }
-    first.join();
-    second.join();
+    std::jthread holder;
+    EXPECT_TRUE(kztest::EndsCancelled(
+        [&] {
+            kztest::Take(mutex);
+            taken = true;
+            kztest::GiveBack(mutex);
+            for (;;) {
+                pthread_testcancel();
+            }
+        },
+        [&] {
+            // The thread waits for the lock, and gets it only some time after it was cancelled.
+            const bool waits = kz::ThMutexCount(mutex) == 1;
+            if (waits) {
+                holder = std::jthread([mutex] {
+                    kztest::Dawdle(100000);
+                    kztest::GiveBack(mutex);
+                });
+            }
+            return waits;
+        }));
+    EXPECT_TRUE(taken);
     EXPECT_EQ(kz::ThMutexCount(mutex), -1);
+    holder.join();
     ThMutexDestroy(mutex);
 }
+
+// Whatever keeps threads out of one another's way: a lock, or a word that they swap. An increment that is lost, or not
+// ordered, shows in a plain counter, or as a race.
+struct Exclusion {
+    const char* name;
+    void (*enter)();
+    void (*leave)();
+};
+
+ThMutex gMutex = nullptr;
+PlatformMutex* gPlatform = nullptr;
+uInt32 gWord = 0;
+void* gToken = nullptr;
+thread_local void* tToken = nullptr;
+
+const Exclusion kExclusions[] = {
+    {"lock", [] { kztest::Take(gMutex); }, [] { kztest::GiveBack(gMutex); }},
+    {"platform", [] { EXPECT_EQ(gPlatform->Acquire(), 0); }, [] { EXPECT_EQ(gPlatform->Release(), 0); }},
+    {"word", [] { kztest::Await([] { return ThSwapIfSame(&gWord, 1, 0) != 0; }); },
+     [] { EXPECT_TRUE(ThSwapIfSame(&gWord, 0, 1)); }},
+    {"token", [] { kztest::Await([] { return (tToken = ThAtomicSwapPtr(&gToken, nullptr)) != nullptr; }); },
+     [] { EXPECT_TRUE(ThSwapIfSamePtr(&gToken, tToken, nullptr)); }},
+};
 
 TEST_F(ThMutexTest, OneThreadAtATimeIsInside)
 {
     constexpr int kThreads = 4;
     constexpr int kRounds = 10000;
+    kztest::TestHost host;
+    IKZApp* const outer = KZApp();
+    KZAppInterfaceSet(&host);
     for (const KzBool isRealTime : {0, 1}) {
-        mHost.isRealTimeTarget = isRealTime;
-        const ThMutex mutex = MakeMutex();
-        PlatformMutex* const platform = CreatePlatformMutex();
-        ASSERT_NE(platform, nullptr);
-        int counter = 0;
-        int platformCounter = 0;
-        std::latch start(kThreads);  // all at once, or the first are done before the last begin
-        std::vector<std::thread> threads;
-        for (int i = 0; i < kThreads; ++i) {
-            threads.emplace_back([&] {
-                start.arrive_and_wait();
+        host.isRealTimeTarget = isRealTime;
+        const long news = kztest::LiveNewCount();
+        gMutex = kztest::MakeLock();
+        gPlatform = CreatePlatformMutex();
+        ASSERT_NE(gPlatform, nullptr);
+        gToken = &gWord;
+        for (const Exclusion& each : kExclusions) {
+            int counter = 0;
+            kztest::Race(kThreads, [&](int) {
                 for (int round = 0; round < kRounds; ++round) {
-                    {
-                        kz::ScopedLock lock(mutex);
-                        ++counter;
-                    }
-                    EXPECT_EQ(platform->Acquire(), kzErrNone);
-                    ++platformCounter;
-                    EXPECT_EQ(platform->Release(), kzErrNone);
+                    each.enter();
+                    ++counter;
+                    each.leave();
                 }
             });
+            EXPECT_EQ(counter, kThreads * kRounds) << each.name;
         }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        EXPECT_EQ(counter, kThreads * kRounds);
-        EXPECT_EQ(platformCounter, kThreads * kRounds);
-        EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-        ThMutexDestroy(mutex);
-        EXPECT_EQ(DestroyPlatformMutex(platform), kzErrNone);
+        EXPECT_EQ(kz::ThMutexCount(gMutex), -1);
+        ThMutexDestroy(gMutex);
+        EXPECT_EQ(DestroyPlatformMutex(gPlatform), kzErrNone);
+        EXPECT_EQ(kztest::LiveNewCount(), news);
     }
+    KZAppInterfaceSet(outer);
+}
+
+TEST_F(ThAtomicTest, SwapsOnlyTheExpectedValue)
+{
+    uInt32 word = 7;
+    EXPECT_FALSE(ThSwapIfSame(&word, 9, 8));
+    EXPECT_EQ(word, 7U);
+    EXPECT_EQ(ThAtomicSwap(&word, 3, nullptr), 7U);
+    EXPECT_EQ(word, 3U);
+    int a = 0;
+    int b = 0;
+    void* pointer = &a;
+    EXPECT_FALSE(ThSwapIfSamePtr(&pointer, &b, &b));
+    EXPECT_EQ(pointer, &a);
+}
+
+// A pair that is written and read under a lock is never torn, and no word is lost that goes round by swaps.
+TEST_F(ThAtomicTest, PairsAndWordsUnderALockStayWhole)
+{
+    const ThMutex lock = kztest::MakeLock();
+    uInt32 pair[2] = {0, 0};
+    uInt32 word = 0;
+    std::atomic<uInt32> taken{0};
+    kztest::Race(4, [&](int thread) {
+        for (uInt32 round = 1; round <= 5000; ++round) {
+            const uInt32 value = round + static_cast<uInt32>(thread);
+            uInt32 written[2] = {value, ~value + 1};
+            Th8ByteAtomicWrtRd(written, pair, 1, lock);
+            uInt32 read[2];
+            Th8ByteAtomicWrtRd(read, pair, 0, lock);
+            ASSERT_EQ(read[0] + read[1], 0U);
+            taken += value - ThAtomicSwap(&word, value, lock);
+        }
+    });
+    EXPECT_EQ(taken, word);
+    EXPECT_GE(pair[0], 5000U);
+    ThMutexDestroy(lock);
 }
 
 TEST(PlatformMutexLayout, SlotsStandInOrder)
