@@ -596,14 +596,14 @@ TEST_F(CookieManager, WritersAndReaders)
             if (thread < 3) {
                 return write(random);
             }
-            while (writers > 0) {
+            do {  // once more when all that is left lives
                 for (const auto& value : published) {
                     read(value);
                 }
                 MagicCookieList list = nullptr;
                 faults += MCGetCookieList(shared.GetJar(), &list) != 0;
                 DSDisposeHandle(list);
-            }
+            } while (writers > 0);
         });
         EXPECT_EQ(0, faults);
         EXPECT_GT(hits, 0);
