@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 #include <limits>
 #include <random>
 #include <string>
@@ -224,9 +225,15 @@ TEST(ATime128, HalvesLayoutAndClock)
     time.Zero();
     EXPECT_EQ(static_cast<double>(time), 0.0);
 
-    const time_t before = ::time(nullptr);
+    // Not ::time, because that may lag the precise clock by a tick.
+    const auto seconds = [] {
+        timespec now;
+        clock_gettime(CLOCK_REALTIME, &now);
+        return now.tv_sec;
+    };
+    const time_t before = seconds();
     GetCurrentATime128(&time);
-    const time_t after = ::time(nullptr);
+    const time_t after = seconds();
     EXPECT_GE(time.GetInt64Seconds(), before + 2'082'844'800);
     EXPECT_LE(time.GetInt64Seconds(), after + 2'082'844'800);
     EXPECT_EQ(TToStd(0), 2'082'844'800u);

@@ -2,78 +2,99 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <type_traits>
 
+#include "JsonLines.h"
 #include "StreamText.h"
 
 namespace {
 
+using kztest::Json;
 using kztest::ValueText;
+
+template <typename T>
+concept Printable = requires(DebugStream& stream, T value)
+{
+    ToDebugStream(stream, value);
+};
+static_assert(Printable<int8> && Printable<uInt8> && !Printable<char> && !Printable<int*>);
+static_assert(!Printable<wchar_t> && !Printable<char8_t> && !Printable<char16_t> && !Printable<char32_t>);
+
+const char* FormatOf(const Json& row)
+{
+    return row["format"].IsNull() ? nullptr : row["format"].Str().c_str();
+}
+
+// The text of a row's value, by itself or through its format.
+template <typename T>
+std::string TextOf(const Json& row)
+{
+    T value = {};
+    if constexpr (std::is_floating_point_v<T>) {
+        value = static_cast<T>(row["value"].Double());
+    } else {
+        const Json& number = row["value"];
+        value =
+            static_cast<T>(std::is_same_v<T, unsigned long long> ? number.UInt() : static_cast<uInt64>(number.Int()));
+    }
+    const std::string& call = row["call"].Str();
+    if constexpr (!std::is_same_v<T, bool>) {
+        if (call == "Num") {
+            return ValueText(DbgFmtNum(FormatOf(row), value));
+        }
+        if constexpr (std::is_integral_v<T>) {
+            if (call == "Hex") {
+                return ValueText(DbgFmtHex(FormatOf(row), value));
+            }
+        }
+    }
+    if constexpr (Printable<T>) {
+        return ValueText(value);
+    }
+    return "no such call";
+}
 
 constexpr char kBadFormat[] = "__DbgFmtType: Bad Format__";
 
-TEST(DebugFormat, AFormatPassesWithExactlyOneCompleteConversion)
+TEST(DebugFormat, AgreesWithStoredVectors)
 {
-    for (const char* good : {"%d", "%s", "load %5.1f%% of %%", "%%%d", "%-+ #0'12.34llx", "%--d", "%.f", "%Lf", "%hhi",
-                             "%qd", "%ls", "%S", "%p", "%999d"}) {
-        EXPECT_TRUE(VerifySingleFormatSpecifier(good)) << good;
-    }
-    for (const char* bad :
-         {"",     "text", "100%%", "%d%d",  "%d %",    "%",    "%ll",  "%5%",  "%y",    "%4-d", "%tqd",
-          "%**a", "%*d",  "%.*d",  "%.-3d", "%5.3.1d", "%l5d", "%lhd", "%lll", "%llld", "%hf",  "%llf",
-          "%Ld",  "%lp",  "%hs",   "%zc",   "%llc",    "%1$d", "%Id",  "%m",   "%n",    "%b"}) {
-        EXPECT_FALSE(VerifySingleFormatSpecifier(bad)) << bad;
-    }
-    EXPECT_FALSE(VerifySingleFormatSpecifier(nullptr));
-}
-
-TEST(DebugFormat, NumbersPrintAtTheirOwnWidthWhateverTheModifier)
-{
-    const struct {
-        int line;
-        std::string actual;
-        const char* expected;
-    } kRows[] = {
-        {__LINE__, ValueText(DbgFmtNum("%d", -5)), "-5"},
-        {__LINE__, ValueText(DbgFmtNum("%d", LLONG_MIN)), "-9223372036854775808"},
-        {__LINE__, ValueText(DbgFmtNum("%hhd", 70'000L)), "70000"},
-        {__LINE__, ValueText(DbgFmtNum("%lld", short{-2})), "-2"},
-        {__LINE__, ValueText(DbgFmtNum("%u", ULLONG_MAX)), "18446744073709551615"},
-        {__LINE__, ValueText(DbgFmtNum("%d", UINT_MAX)), "-1"},
-        {__LINE__, ValueText(DbgFmtHex("%llX", -1)), "FFFFFFFF"},
-        {__LINE__, ValueText(DbgFmtHex("0x%08lx", uInt16{0xBEEF})), "0x0000beef"},
-        {__LINE__, ValueText(DbgFmtNum("<%+6.2f>", 3.14159)), "< +3.14>"},
-        {__LINE__, ValueText(DbgFmtNum("%g%%", 0.5f)), "0.5%"},
-        {__LINE__, ValueText(DbgFmtNum("%c", 'k')), "k"},
-        {__LINE__, ValueText(DbgFmtNum("%000000000000000000000000000000000000003d", 1)), "001"},
-        {__LINE__, ValueText(DbgFmtNum("%-+5.d|", 0)), "+    |"},
-        {__LINE__, ValueText(DbgFmtNum("%#.3Lx", 10)), kBadFormat},
-        {__LINE__, ValueText(DbgFmtNum("%+.3Lf", 0.5)), "+0.500"},
-        {__LINE__, ValueText(DbgFmtNum("%255.255d", 1)), "0000000000000000000000000000000"},
-        {__LINE__, ValueText(DbgFmtNum("%40d", 1)), "                               "},
-        {__LINE__, ValueText(DbgFmtNum("a text of thirty-one characters%d", 1)), "a text of thirty-one characters"},
-        {__LINE__, ValueText(DbgFmtNum("a text of thirty characters ..%d!", 12)), "a text of thirty characters ..1"},
+    const std::map<std::string, std::function<std::string(const Json&)>> types = {
+        {"bool", TextOf<bool>},
+        {"char", TextOf<char>},
+        {"unsigned char", TextOf<unsigned char>},
+        {"short", TextOf<short>},
+        {"unsigned short", TextOf<unsigned short>},
+        {"int", TextOf<int>},
+        {"unsigned int", TextOf<unsigned int>},
+        {"long", TextOf<long>},
+        {"unsigned long", TextOf<unsigned long>},
+        {"long long", TextOf<long long>},
+        {"unsigned long long", TextOf<unsigned long long>},
+        {"float", TextOf<float>},
+        {"double", TextOf<double>},
     };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.actual, row.expected);
+    for (const Json& row : kztest::ReadJsonLines("vectors/report_values.jsonl")) {
+        SCOPED_TRACE(row.Line());
+        if (row["call"].Str() != "Verify") {
+            EXPECT_EQ(types.at(row["type"].Str())(row), row["text"].Str());
+            continue;
+        }
+        EXPECT_EQ(VerifySingleFormatSpecifier(FormatOf(row)), row["good"].Int() != 0);
+        if (row["good"].Int() == 0) {  // never used
+            EXPECT_EQ(ValueText(DbgFmtNum(FormatOf(row), 1)), kBadFormat);
+            EXPECT_EQ(ValueText(DbgFmtHex(FormatOf(row), 1ull)), kBadFormat);
+            EXPECT_EQ(ValueText(DbgFmtNum(FormatOf(row), 1.0)), kBadFormat);
+        }
     }
 }
 
-TEST(DebugFormat, AFormatThatDoesNotFitTheNumberIsNeverUsed)
+int SomeFunction(int value)
 {
-    for (const char* format : {"%s", "%n", "%p", "%f", "%*d", "%.*d", "%d%d", "%", "", "%256d", "%.256d",
-                               "%99999999999d", "%4-d", "%tqd", "%C", "%m", static_cast<const char*>(nullptr)}) {
-        SCOPED_TRACE(format != nullptr ? format : "null");
-        EXPECT_EQ(ValueText(DbgFmtNum(format, 1)), kBadFormat);
-        EXPECT_EQ(ValueText(DbgFmtHex(format, 1ull)), kBadFormat);
-    }
-    EXPECT_EQ(ValueText(DbgFmtNum("%000000000000000000000000000000000003d", 1)), "001");
-    for (const char* format : {"%d", "%x", "%s", "%n", "%*f", "%**a", "%hf", "%.2147483648f", "%999999999e"}) {
-        SCOPED_TRACE(format);
-        EXPECT_EQ(ValueText(DbgFmtNum(format, 1.0)), kBadFormat);
-    }
+    return value;
 }
 
 TEST(DebugFormat, TextsAddressesAndCodes)
@@ -84,18 +105,21 @@ TEST(DebugFormat, TextsAddressesAndCodes)
     const unsigned char pascal[] = {3, 'a', 0xE9, 'c', 'd'};
     const unsigned char empty[] = {0, 'x'};
     const unsigned char* const noText = nullptr;
+    LStr counted = {1, {'x'}};
+    LStr* string = &counted;
+    LStr negative = {-1, {'x'}};
+    char buffer[] = "buffer";
+    void (*const noProcedure)() = nullptr;
     const struct {
         int line;
         std::string actual;
-        const char* expected;
+        std::string expected;
     } kRows[] = {
         {__LINE__, ValueText(DbgFmtQuadChar(code)), "A  B"},
         {__LINE__, ValueText(DbgFmtQuadChar(kz::FourCharCode("STR#"))), "STR#"},
         {__LINE__, ValueText(DbgFmtCStr("abc")), "abc"},
         {__LINE__, ValueText(DbgFmtCStr(noText)), ""},
-        {__LINE__, ValueText(DbgFmtPStr(pascal)),
-         "a\xE9"
-         "c"},
+        {__LINE__, ValueText(DbgFmtPStr(pascal)), std::string("a\xE9") + "c"},
         {__LINE__, ValueText(DbgFmtPStr(empty)), ""},
         {__LINE__, ValueText(DbgFmtPStr(noText)), ""},
         {__LINE__, ValueText(DbgFmtPtr(uintptr_t{0x7F00BEEF})), "0x000000007f00beef"},
@@ -103,10 +127,18 @@ TEST(DebugFormat, TextsAddressesAndCodes)
         {__LINE__, ValueText(DbgFmtType<long long>(-3)), "-3"},
         {__LINE__, ValueText(DbgFmtType<const char*>("text")), "text"},
         {__LINE__, ValueText(DbgFmtType<DbgFmtQuadChar>(DbgFmtQuadChar(code))), "A  B"},
+        {__LINE__, ValueText(static_cast<char*>(buffer)), "buffer"},
+        {__LINE__, ValueText(static_cast<const char*>(nullptr)), ""},
+        {__LINE__, ValueText(string), "x"},
+        {__LINE__, ValueText(&string), "x"},
+        {__LINE__, ValueText(static_cast<LStr**>(nullptr)), ""},
+        {__LINE__, ValueText(static_cast<LStr*>(nullptr)), ""},
+        {__LINE__, ValueText(&negative), ""},
+        {__LINE__, ValueText(noProcedure), "(nil)"},
+        {__LINE__, ValueText(&SomeFunction).substr(0, 2), "0x"},
     };
     for (const auto& row : kRows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(row.actual, row.expected);
+        EXPECT_EQ(row.actual, row.expected) << "line " << row.line;
     }
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 uInt64 gTicks;
 
-TEST(HiResClock, MilliSecsCountsWholeMillisecondsAndWraps)
+TEST(HiResClock, CountsWholeMillisecondsAndWraps)
 {
     constexpr uInt64 kTicksPerMilli = 1'000'000;
     const struct {
@@ -34,12 +34,7 @@ TEST(HiResClock, MilliSecsCountsWholeMillisecondsAndWraps)
         ASSERT_GE(MillisecCmp(now, last), 0);
         last = now;
     }
-}
-
-TEST(HiResClock, MillisecCmpIsTheSignedDistanceAcrossTheWrap)
-{
-    EXPECT_EQ(MillisecCmp(7, 5), 2);
-    EXPECT_EQ(MillisecCmp(5, 7), -2);
+    // The signed distance across the wrap.
     EXPECT_EQ(MillisecCmp(3, 0xFFFFFFFE), 5);
     EXPECT_EQ(MillisecCmp(0xFFFFFFFE, 3), -5);
     EXPECT_EQ(MillisecCmp(0x80000001, 0), -0x7FFFFFFF);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,17 @@ bool Exists()
     return KZSingleton_T<Service>::M_instPtr.load() != nullptr;
 }
 
+// Opens and closes a resource file, which needs all of the library.
+KzErr OpenResources()
+{
+    const std::string image = kztest::ReadWholeFile(kztest::DataFile("rsrc/strings.rsrc"));
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(image.data());
+    RsrcFile refnum = 0;
+    const KzErr err = ROpenUPtr(bytes, image.size(), &refnum, nullptr, nullptr);
+    RCloseFile(refnum);
+    return err;
+}
+
 TEST(KZApp, QueriesFallBackToTheStoredInterface)
 {
     TestHost stored;
@@ -41,24 +53,25 @@ TEST(KZApp, QueriesFallBackToTheStoredInterface)
     given.editorVersion = 12;
     given.isTopLevel = 0;
     given.isBoundApp = given.isRunTime = given.isFullFeatureRunTime = 1;
-    const auto ask = [](IKZApp* app) {
-        return std::vector<uInt32>{
-            KZGetAppAPIVersion(app),
-            KZGetAppEditorVersion(app),
-            static_cast<uInt32>(KZGetIsTopLevel(app)),
-            static_cast<uInt32>(KZGetIsBoundApp(app)),
-            static_cast<uInt32>(KZGetIsRunTime(app)),
-            static_cast<uInt32>(KZGetIsFullFeatureRunTime(app)),
-        };
+    const struct {
+        IKZApp* stored;
+        IKZApp* given;
+        std::vector<int64> answers;
+    } kRows[] = {
+        {nullptr, nullptr, {0, 0, 0, 0, 0, 0}},
+        {&stored, nullptr, {0x01008000, 0x01008000, 1, 0, 0, 0}},
+        {&stored, &given, {11, 12, 0, 1, 1, 1}},
+        {nullptr, &given, {11, 12, 0, 1, 1, 1}},
     };
-    EXPECT_EQ(KZApp(), nullptr);
-    EXPECT_EQ(ask(nullptr), (std::vector<uInt32>{0, 0, 0, 0, 0, 0}));
-    KZAppInterfaceSet(&stored);
-    EXPECT_EQ(KZApp(), &stored);
-    EXPECT_EQ(ask(nullptr), (std::vector<uInt32>{0x01008000, 0x01008000, 1, 0, 0, 0}));
-    EXPECT_EQ(ask(&given), (std::vector<uInt32>{11, 12, 0, 1, 1, 1}));
+    for (const auto& row : kRows) {
+        KZAppInterfaceSet(row.stored);
+        EXPECT_EQ(KZApp(), row.stored);
+        EXPECT_EQ((std::vector<int64>{KZGetAppAPIVersion(row.given), KZGetAppEditorVersion(row.given),
+                                      KZGetIsTopLevel(row.given), KZGetIsBoundApp(row.given), KZGetIsRunTime(row.given),
+                                      KZGetIsFullFeatureRunTime(row.given)}),
+                  row.answers);
+    }
     KZAppInterfaceSet(nullptr);
-    EXPECT_EQ(KZApp(), nullptr);
 }
 
 // The four calls by their letters: B and b start and stop the base, A and a application support.
@@ -81,8 +94,6 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
         {"BABA", true, true, 1, 0},   // without either
         {"A", false, false, 0, 1},   {"AaBA", true, true, 0, 1},    {"BAbABA", true, true, 0, 1},
     };
-    const std::string image = kztest::ReadWholeFile(kztest::DataFile("rsrc/strings.rsrc"));
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(image.data());
     ReportCatcher reports;
     TestHost host;
     KZAppInterfaceSet(&host);
@@ -102,26 +113,38 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
         }
         EXPECT_EQ(Exists<FileManager_Service>(), order.baseRuns) << order.calls;
         EXPECT_EQ(Exists<ResourceManager_Service>(), order.appSupportRuns) << order.calls;
-        RsrcFile refnum = 0;
-        EXPECT_EQ(ROpenUPtr(bytes, image.size(), &refnum, nullptr, nullptr),
-                  order.appSupportRuns ? kzErrNone : kzErrResFileNotOpen)
-            << order.calls;
-        RCloseFile(refnum);
+        EXPECT_EQ(OpenResources(), order.appSupportRuns ? kzErrNone : kzErrResFileNotOpen) << order.calls;
         UninitKZCoreBase();
     }
     KZAppInterfaceSet(nullptr);
 }
 
-// Collects the names of needs.
-class NameList final : public IServiceDependencyList {
+// What a service needs.
+class NeedList final : public IServiceDependencyList {
 public:
-    void Add(IServiceObject* service) override
+    explicit NeedList(const IServiceObject* service) { service->GetDependencies(this); }
+    void Add(IServiceObject* service) override { needs.push_back(service); }
+    std::string Names() const
     {
-        names += names.empty() ? "" : " ";
-        names += service->GetName();
+        std::string names;
+        for (const IServiceObject* need : needs) {
+            names += (names.empty() ? "" : " ") + std::string(need->GetName());
+        }
+        return names;
     }
-    std::string names;
+    std::vector<IServiceObject*> needs;
 };
+
+// Adds what a service needs, the service behind it, each once.
+void AddWithNeeds(IServiceObject* service, std::vector<IServiceObject*>& services)
+{
+    for (IServiceObject* need : NeedList(service).needs) {
+        AddWithNeeds(need, services);
+    }
+    if (std::find(services.begin(), services.end(), service) == services.end()) {
+        services.push_back(service);
+    }
+}
 
 TEST(KZModule, ServicesHaveTheirNamesAndNeeds)
 {
@@ -145,46 +168,24 @@ TEST(KZModule, ServicesHaveTheirNamesAndNeeds)
     };
     for (const auto& test : cases) {
         EXPECT_STREQ(test.service->GetName(), test.name);
-        NameList needs;
-        test.service->GetDependencies(&needs);
-        EXPECT_EQ(needs.names, test.needs) << test.name;
+        EXPECT_EQ(NeedList(test.service).Names(), test.needs) << test.name;
     }
 }
 
-// Holds services, each with all that it needs, and gives them back newest first.
-class HeldServices final : public IServiceDependencyList {
-public:
-    ~HeldServices() override
-    {
-        for (; !mServices.empty(); mServices.pop_back()) {
-            EXPECT_EQ(mServices.back()->Uninit(), 0);
-        }
-    }
-    void Add(IServiceObject* service) override
-    {
-        service->GetDependencies(this);
-        EXPECT_EQ(service->Init(), 0);
-        mServices.push_back(service);
-    }
-
-private:
-    std::vector<IServiceObject*> mServices;
-};
-
 TEST(KZModule, AServiceThatIsHeldWithItsNeedsWorksThroughAStop)
 {
-    const std::string image = kztest::ReadWholeFile(kztest::DataFile("rsrc/strings.rsrc"));
     TestHost host;
     KZAppInterfaceSet(&host);
     EXPECT_EQ(InitKZCoreBase(), 0);
-    {
-        HeldServices held;
-        held.Add(ResourceManagerService());
-        UninitKZCoreBase();
-        RsrcFile refnum = 0;
-        const auto* const bytes = reinterpret_cast<const unsigned char*>(image.data());
-        EXPECT_EQ(ROpenUPtr(bytes, image.size(), &refnum, nullptr, nullptr), 0);
-        EXPECT_EQ(RCloseFile(refnum), 0);
+    std::vector<IServiceObject*> held;
+    AddWithNeeds(ResourceManagerService(), held);
+    for (IServiceObject* service : held) {
+        EXPECT_EQ(service->Init(), 0);
+    }
+    UninitKZCoreBase();
+    EXPECT_EQ(OpenResources(), 0);
+    for (; !held.empty(); held.pop_back()) {
+        EXPECT_EQ(held.back()->Uninit(), 0);
     }
     EXPECT_FALSE(Exists<ResourceManager_Service>());
     EXPECT_FALSE(Exists<MemoryManager_Service>());
@@ -199,6 +200,7 @@ public:
     {
         list->Add(FileManagerService());
         list->Add(DebugStreamService());
+        list->Add(StringUtilsLocaleCacheService());
     }
 
 protected:
@@ -211,21 +213,11 @@ TEST(KZModule, AFailedStartUnwindsAndALaterOneWorks)
     ReportCatcher reports;
     TestHost host;
     KZAppInterfaceSet(&host);
-    IServiceObject* services[] = {
-        KZSingleton_T<Failing_Service>::Instance(),
-        FileManagerService(),
-        PathManagerService(),
-        TrackedMallocFreeService(),
-        MemoryManagerService(),
-        UnixUserUtilService(),
-        ProtectedAtomicOperationsService(),
-        StringUtilsLocaleCacheService(),
-        ThMutexService(),
-        ThEventService(),
-        DebugStreamService(),
-        nullptr,
-    };
-    IServiceRegistry* const registry = CreateServiceRegistry(services);
+    std::vector<IServiceObject*> services;
+    AddWithNeeds(KZSingleton_T<Failing_Service>::Instance(), services);
+    std::reverse(services.begin(), services.end());
+    services.push_back(nullptr);
+    IServiceRegistry* const registry = CreateServiceRegistry(services.data());
     ASSERT_NE(registry, nullptr);
     EXPECT_EQ(registry->RunInit(), 77);
     EXPECT_TRUE(reports.Take(kDbgLog, "ServiceRegistry: Service Failing init failed with error 77"));

@@ -5,310 +5,37 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <random>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "KZApp.h"
+#include "FaultLoop.h"
 #include "PlatformClock.h"
 #include "ServiceEnd.h"
 #include "ServiceRegistryItem.h"
-#include "StackChain.h"
-#include "StackDecoder.h"
 #include "support/ReportCatcher.h"
-#include "support/SlotOf.h"
 #include "zvexcept.h"
 
 namespace {
 
 using kztest::ReportCatcher;
+using kztest::ReportRows;
 
 struct RegistryRelease {
     void operator()(IServiceRegistry* registry) const { registry->Release(); }
 };
 using RegistryPtr = std::unique_ptr<IServiceRegistry, RegistryRelease>;
 
-// Writes its starts (+) and stops (-) to a common log.
-class TestService final : public IServiceObject {
-public:
-    KzErr Init() override
-    {
-        *log += "+" + name;
-        return initResult;
-    }
-    KzErr Uninit() override
-    {
-        *log += "-" + name;
-        return uninitResult;
-    }
-    const char* GetName() const override { return name.c_str(); }
-    void GetDependencies(IServiceDependencyList* list) const override
-    {
-        for (IServiceObject* need : needs) {
-            list->Add(need);
-        }
-    }
-
-    std::string name;
-    std::string* log = nullptr;
-    std::vector<IServiceObject*> needs;
-    KzErr initResult = kzErrNone;
-    KzErr uninitResult = kzErrNone;
-};
-
-// Services "a", "b", ... at rising addresses.
-class ServiceRegistryTest : public ::testing::Test {
-protected:
-    ServiceRegistryTest()
-    {
-        for (int i = 0; i < 6; ++i) {
-            services[i].name = std::string(1, static_cast<char>('a' + i));
-            services[i].log = &log;
-        }
-    }
-
-    TestService& Get(char name) { return services[name - 'a']; }
-
-    // "c:ab" makes c need a, then b.
-    void SetNeeds(const std::vector<std::string>& table)
-    {
-        for (const std::string& row : table) {
-            for (char need : row.substr(2)) {
-                Get(row[0]).needs.push_back(&Get(need));
-            }
-        }
-    }
-
-    RegistryPtr Create(const std::string& names)
-    {
-        std::vector<IServiceObject*> list;
-        for (char name : names) {
-            list.push_back(&Get(name));
-        }
-        list.push_back(nullptr);
-        return RegistryPtr(CreateServiceRegistry(list.data()));
-    }
-
-    ReportCatcher reports;
-    std::string log;
-    TestService services[6];
-};
-
-TEST_F(ServiceRegistryTest, StartsByAddressAfterNeedsAndStopsInReverse)
-{
-    const struct {
-        std::vector<std::string> needs;
-        std::string order;
-    } cases[] = {
-        {{}, "abcdef"},
-        {{"a:f"}, "bcdefa"},
-        // d becomes ready by e, and goes before f, which was ready all the time.
-        {{"d:e"}, "abcedf"},
-        {{"a:d", "b:a", "c:ab"}, "dabcef"},
-        {{"a:b", "b:c", "c:d", "d:e", "e:f"}, "fedcba"},
-        // A need that is named twice is counted and met twice.
-        {{"a:bb"}, "bacdef"},
-    };
-    for (const auto& test : cases) {
-        for (TestService& service : services) {
-            service.needs.clear();
-        }
-        SetNeeds(test.needs);
-        RegistryPtr registry = Create("fdbeca");
-        EXPECT_EQ(registry->RunInit(), 0);
-        EXPECT_EQ(registry->RunUninit(), 0);
-        std::string expected;
-        for (char name : test.order) {
-            expected += std::string("+") + name;
-        }
-        for (auto name = test.order.rbegin(); name != test.order.rend(); ++name) {
-            expected += std::string("-") + *name;
-        }
-        EXPECT_EQ(log, expected);
-        log.clear();
-    }
-}
-
-TEST_F(ServiceRegistryTest, NeedsAreMetByWhatAnEarlierRegistryStarted)
-{
-    SetNeeds({"a:f", "b:a"});
-    RegistryPtr first = Create("f");
-    RegistryPtr second = Create("ab");
-    ASSERT_EQ(first->RunInit(), 0);
-    EXPECT_EQ(second->RunInit(), 0);
-    EXPECT_EQ(log, "+f+a+b");
-    EXPECT_EQ(second->RunUninit(), 0);
-    EXPECT_EQ(first->RunUninit(), 0);
-
-    // Once the first has stopped, the need is missing again, and nothing starts: not even what comes before or needs
-    // none.
-    SetNeeds({"c:f"});
-    RegistryPtr third = Create("bcd");
-    Get('b').needs.clear();
-    log.clear();
-    EXPECT_EQ(third->RunInit(), 0);
-    EXPECT_EQ(third->RunUninit(), 0);
-    EXPECT_EQ(log, "");
-    EXPECT_TRUE(reports.Take(kDbgFatal, "ServiceRegistry: Service \"c\" has a dependency \"f\" that does not exist!"));
-    EXPECT_EQ(third->AddService(&Get('f')), 0);
-}
-
-TEST_F(ServiceRegistryTest, CycleStartsWhatWasPlacedBeforeIt)
-{
-    SetNeeds({"b:c", "c:b", "d:c"});
-    RegistryPtr registry = Create("abcde");
-    EXPECT_EQ(registry->RunInit(), 0);
-    EXPECT_TRUE(reports.Take(kDbgFatal, "ServiceRegistry: Service dependencies form a cycle."));
-    EXPECT_FALSE(registry->ContainsService(&Get('a')));
-    EXPECT_EQ(registry->RunUninit(), 0);
-    EXPECT_EQ(log, "+a+e-e-a");
-}
-
-TEST_F(ServiceRegistryTest, FailedStartIsUnwoundOnRequest)
-{
-    Get('e').initResult = 57;
-    RegistryPtr registry = Create("abcde");
-    EXPECT_EQ(registry->RunInit(), 57);
-    EXPECT_TRUE(reports.Take(kDbgLog, "ServiceRegistry: Service e init failed with error 57"));
-    EXPECT_EQ(log, "+a+b+c+d+e");
-    EXPECT_EQ(registry->AddService(&Get('f')), kzErrGeneric);
-    log.clear();
-    EXPECT_EQ(registry->RunUninit(), 0);
-    EXPECT_EQ(log, "-d-c-b-a");
-    EXPECT_EQ(registry->AddService(&Get('f')), 0);
-}
-
-TEST_F(ServiceRegistryTest, FailedStopIsTriedAgainFirst)
-{
-    RegistryPtr registry = Create("abc");
-    ASSERT_EQ(registry->RunInit(), 0);
-    log.clear();
-    Get('b').uninitResult = 58;
-    Get('b').name = std::string(300, 'n');
-    EXPECT_EQ(registry->RunUninit(), 58);
-    EXPECT_TRUE(reports.Take(kDbgLog, "Service " + std::string(127, 'n') + " uninit failed with error 58"));
-    EXPECT_EQ(log, "-c-" + Get('b').name);
-    log.clear();
-    Get('b').uninitResult = 0;
-    Get('b').name = "b";
-    EXPECT_EQ(registry->RunUninit(), 0);
-    EXPECT_EQ(log, "-b-a");
-}
-
-TEST_F(ServiceRegistryTest, EachRunWorksOutTheOrderAnew)
-{
-    SetNeeds({"a:bc", "c:b"});
-    RegistryPtr registry = Create("abc");
-    for (int run = 0; run < 3; ++run) {
-        EXPECT_EQ(registry->RunInit(), 0);
-        EXPECT_EQ(registry->RunInit(), kzErrGeneric);  // closed: nothing starts twice
-        EXPECT_EQ(registry->RunUninit(), 0);
-        EXPECT_EQ(registry->RunUninit(), 0);
-    }
-    EXPECT_EQ(log, "+b+c+a-a-c-b+b+c+a-a-c-b+b+c+a-a-c-b");
-}
-
-TEST_F(ServiceRegistryTest, AddAndRemoveOnlyWhileOpen)
-{
-    RegistryPtr registry = Create("ab");
-    EXPECT_EQ(registry->AddService(nullptr), kzErrArgument);
-    EXPECT_EQ(registry->AddService(&Get('a')), kzErrArgument);
-    EXPECT_EQ(registry->RemoveService(nullptr), kzErrArgument);
-    EXPECT_EQ(registry->RemoveService(&Get('c')), kzErrArgument);
-    EXPECT_EQ(registry->AddService(&Get('c')), 0);
-    EXPECT_EQ(registry->RemoveService(&Get('a')), 0);
-    EXPECT_FALSE(registry->ContainsService(&Get('a')));
-
-    ASSERT_EQ(registry->RunInit(), 0);
-    EXPECT_EQ(log, "+b+c");
-    EXPECT_EQ(registry->AddService(&Get('d')), kzErrGeneric);
-    EXPECT_EQ(registry->RemoveService(&Get('b')), kzErrGeneric);
-    EXPECT_FALSE(registry->ContainsService(&Get('d')));
-    EXPECT_EQ(registry->RunUninit(), 0);
-    EXPECT_EQ(registry->RemoveService(&Get('b')), 0);
-}
-
-TEST_F(ServiceRegistryTest, CreationSkipsWhatIsListedTwice)
-{
-    EXPECT_EQ(CreateServiceRegistry(nullptr), nullptr);
-    EXPECT_EQ(Create("")->RunInit(), 0);
-    Get('c').name = "a";  // only the object counts, not its name
-    RegistryPtr registry = Create("abac");
-    ASSERT_NE(registry, nullptr);
-    EXPECT_TRUE(
-        reports.Take(kDbgFatal, "ServiceRegistry: A service has already been registered that has the name \"a\"."));
-    EXPECT_EQ(registry->RunInit(), 0);
-    EXPECT_EQ(registry->RunUninit(), 0);
-    EXPECT_EQ(log, "+a+b+a-a-b-a");
-}
-
-TEST_F(ServiceRegistryTest, DependencyListLimits)
-{
-    ServiceDependencyList list;
-    list.Add(nullptr);
-    EXPECT_TRUE(reports.Take(kDbgWarning, "Cannot add null service dependency to dependency list."));
-    for (int i = 0; i < 1025; ++i) {
-        EXPECT_TRUE(reports.TakeAll().empty());
-        list.Add(&services[i % 2]);
-    }
-    EXPECT_TRUE(reports.Take(kDbgFatal, "Too many service dependencies (1024)."));
-    EXPECT_EQ(list.GetCount(), 1024u);
-    EXPECT_EQ(list.Get(1023), &services[1]);
-    EXPECT_EQ(list.Get(1024), nullptr);
-    EXPECT_TRUE(reports.Take(kDbgFatal, "Service dependency index 1024 not in range 0..1024"));
-    list.Clear();
-    EXPECT_EQ(list.GetCount(), 0u);
-}
-
-TEST_F(ServiceRegistryTest, AnItemTakesTheTimeOfItsRuns)
-{
-    static uInt64 sTicks = 0;
-    const kz::TickSource clock = kz::SetTickSource([] { return sTicks += 7'000'000; });
-    ServiceRegistryItem item(&Get('a'));
-    Get('a').initResult = 3;
-    EXPECT_EQ(item.RunInit(), 3);
-    EXPECT_EQ(item.RunUninit(), 0);
-    kz::SetTickSource(clock);
-    EXPECT_EQ(item.GetInitTime(), 7u);
-    EXPECT_EQ(item.GetUninitTime(), 7u);
-}
-
-TEST(Interfaces, SlotOrder)
-{
-    const auto slots = [](auto... members) { return std::vector<long>{kztest::SlotOf(members)...}; };
-    EXPECT_EQ(slots(&IServiceObject::Init, &IServiceObject::Uninit, &IServiceObject::GetName,
-                    &IServiceObject::GetDependencies),
-              (std::vector<long>{0, 1, 2, 3}));
-    EXPECT_EQ(slots(&IServiceDependencyList::Add), std::vector<long>{0});
-    EXPECT_EQ(
-        slots(&IServiceRegistry::RunInit, &IServiceRegistry::RunUninit, &IServiceRegistry::Release,
-              &IServiceRegistry::AddService, &IServiceRegistry::RemoveService, &IServiceRegistry::ContainsService),
-        (std::vector<long>{0, 1, 2, 3, 4, 5}));
-    EXPECT_EQ(slots(&IKZApp::GetAppSectionName, &IKZApp::GetAppBaseName, &IKZApp::GetAppAPIVersion,
-                    &IKZApp::GetAppEditorVersion, &IKZApp::GetAppVersionText, &IKZApp::GetBoundAppName,
-                    &IKZApp::IsTopLevel, &IKZApp::IsBoundApp, &IKZApp::IsRunTime, &IKZApp::IsFullFeatureRunTime,
-                    &IKZApp::IsRealTimeTarget, &IKZApp::PrepareAppPath, &IKZApp::GetDefaultResourceFile),
-              (std::vector<long>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}));
-    EXPECT_EQ(slots(&StackChain::Record, &StackChain::RecordFrom, &StackChain::FrameDecoder, &StackChain::GetBuffer,
-                    &StackChain::GetBufferEntries),
-              (std::vector<long>{2, 3, 4, 5, 6}));
-    EXPECT_EQ(slots(&StackDecoder::SetDecodeLevel, &StackDecoder::GetStackCrawl, &StackDecoder::GetNameForAddress),
-              (std::vector<long>{2, 3, 4}));
-}
-
-// What a concrete service adds: the counted start, and the singleton behind it.
 constexpr KzErr kThrow = -57;        // stands for an exception that carries 57
 constexpr KzErr kThrowNumber = -58;  // stands for one that is no exception of the library's or the standard's
 
-struct StartAndStop {
-    KzErr init;
-    KzErr uninit;
-};
-constinit StartAndStop gCountedResults[4] = {};
-std::string gCountedLog;
+std::string gLog;  // starts (+), stops (-) and ends (~), each with the service's letter
 
-KzErr ResultOf(const char* event, const char* name, KzErr result)
+KzErr ResultOf(char event, char letter, KzErr result)
 {
-    gCountedLog.append(event).append(name);
+    gLog += {event, letter};
     if (result == kThrow) {
         throw ZVExcept(57, nullptr, nullptr, 0);
     }
@@ -318,11 +45,235 @@ KzErr ResultOf(const char* event, const char* name, KzErr result)
     return result;
 }
 
+class TestService final : public IServiceObject {
+public:
+    KzErr Init() override { return ResultOf('+', name[0], initResult); }
+    KzErr Uninit() override { return ResultOf('-', name[0], uninitResult); }
+    const char* GetName() const override { return name.c_str(); }
+    void GetDependencies(IServiceDependencyList* list) const override
+    {
+        std::for_each(needs.begin(), needs.end(), [list](IServiceObject* need) { list->Add(need); });
+    }
+
+    std::string name;
+    std::vector<IServiceObject*> needs;
+    KzErr initResult = kzErrNone;
+    KzErr uninitResult = kzErrNone;
+};
+
+// A registry that works out its order by looking at all services again and again. What runs is known to all of them.
+class RegistryModel final : public IServiceRegistry {
+public:
+    using Services = std::vector<IServiceObject*>;
+
+    RegistryModel(std::set<IServiceObject*>& running, const Services& services) : mRunning(running)
+    {
+        for (IServiceObject* service : services) {
+            if (service != nullptr && AddService(service) != kzErrNone) {
+                Tell(kDbgFatal, "A service has already been registered that has the name \"" + Name(service) + "\".");
+            }
+        }
+    }
+    void Release() override { delete this; }
+    KzErr AddService(IServiceObject* service) override
+    {
+        return !mStarted.empty()                                      ? kzErrGeneric
+               : service == nullptr || !mItems.insert(service).second ? kzErrArgument
+                                                                      : kzErrNone;
+    }
+    KzErr RemoveService(IServiceObject* service) override
+    {
+        return !mStarted.empty() ? kzErrGeneric : mItems.erase(service) == 0 ? kzErrArgument : kzErrNone;
+    }
+    bool ContainsService(IServiceObject* service) const override { return mItems.count(service) != 0; }
+
+    KzErr RunInit() override
+    {
+        if (!mStarted.empty()) {
+            return kzErrGeneric;
+        }
+        for (IServiceObject* service : mItems) {
+            for (IServiceObject* need : Needs(service)) {
+                if (!ContainsService(need) && mRunning.count(need) == 0) {
+                    const std::string text = "\" has a dependency \"" + Name(need) + "\" that does not exist!";
+                    Tell(kDbgFatal, "Service \"" + Name(service) + text);
+                    return kzErrNone;
+                }
+            }
+        }
+        for (IServiceObject* service : Order()) {
+            const KzErr err = Told(kz::ErrOf("", 0, [&] { return service->Init(); }), Name(service) + " init");
+            if (err != kzErrNone) {
+                return err;
+            }
+            mRunning.insert(service);
+            mStarted.push_back(service);
+        }
+        return kzErrNone;
+    }
+    KzErr RunUninit() override
+    {
+        for (; !mStarted.empty(); mStarted.pop_back()) {
+            IServiceObject* const service = mStarted.back();
+            const KzErr err = Told(service->Uninit(), Name(service).substr(0, 127) + " uninit");
+            if (err != kzErrNone) {
+                return err;
+            }
+            mRunning.erase(service);
+        }
+        return kzErrNone;
+    }
+
+private:
+    static std::string Name(IServiceObject* service) { return service->GetName(); }
+    static const Services& Needs(IServiceObject* service) { return static_cast<TestService*>(service)->needs; }
+    static void Tell(int level, const std::string& text)
+    {
+        DebugOutputCallHandler("", 0, "", level, 0, ("ServiceRegistry: " + text).substr(0, 255).c_str(), 0);
+    }
+    static KzErr Told(KzErr err, const std::string& what)
+    {
+        if (err != kzErrNone) {
+            Tell(kDbgLog, "Service " + what + " failed with error " + std::to_string(err));
+        }
+        return err;
+    }
+
+    Services Order()
+    {
+        Services order;
+        const auto waits = [&](IServiceObject* service) {
+            return ContainsService(service) && std::find(order.begin(), order.end(), service) == order.end();
+        };
+        while (order.size() < mItems.size()) {
+            const auto next = std::find_if(mItems.begin(), mItems.end(), [&](IServiceObject* service) {
+                return waits(service) && std::none_of(Needs(service).begin(), Needs(service).end(), waits);
+            });
+            if (next == mItems.end()) {
+                Tell(kDbgFatal, "Service dependencies form a cycle.");
+                mItems.clear();
+                break;
+            }
+            order.push_back(*next);
+        }
+        return order;
+    }
+
+    std::set<IServiceObject*> mItems;
+    Services mStarted;
+    std::set<IServiceObject*>& mRunning;
+};
+
+// Two registries over six services at rising addresses, "a" to "f", under random calls and changes of the services.
+void CompareWithTheModel(unsigned seed)
+{
+    std::mt19937 random(seed);
+    const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random()) % limit; };
+    TestService services[6];
+    const auto any = [&]() -> TestService& { return services[below(6)]; };
+    for (TestService& service : services) {
+        service.name = std::string(below(8) == 0 ? 300 : 1, static_cast<char>('a' + (&service - services)));
+    }
+    ReportCatcher reports;
+    std::set<IServiceObject*> running;
+    RegistryPtr registries[2];
+    RegistryPtr models[2];
+    // The same call, to a registry and to its model, gives the same results, runs and reports.
+    const auto compare = [&](unsigned which, auto call) {
+        gLog.clear();
+        const KzErr err = call(*registries[which]);
+        const std::string log = std::exchange(gLog, "");
+        const ReportRows told = reports.TakeRows();
+        EXPECT_EQ(err, call(*models[which]));
+        EXPECT_EQ(log, gLog);
+        EXPECT_EQ(told, reports.TakeRows());
+        for (TestService& service : services) {
+            EXPECT_EQ(registries[which]->ContainsService(&service), models[which]->ContainsService(&service));
+        }
+    };
+    for (unsigned which : {0u, 1u}) {
+        RegistryModel::Services list(below(9));
+        std::generate(list.begin(), list.end(), [&] { return &any(); });
+        list.push_back(nullptr);
+        registries[which].reset(CreateServiceRegistry(list.data()));
+        const ReportRows told = reports.TakeRows();
+        models[which].reset(new RegistryModel(running, list));
+        EXPECT_EQ(told, reports.TakeRows());
+    }
+    for (int step = 0; step < 40; ++step) {
+        TestService& changed = any();
+        changed.needs.assign(std::max(below(8), 5u) - 5, &any());
+        std::generate(changed.needs.begin(), changed.needs.end(), [&] { return &any(); });
+        changed.initResult = below(8) < 7 ? 0 : below(2) == 0 ? 57 : kThrow;
+        changed.uninitResult = below(8) < 7 ? 0 : 58;
+        TestService* const service = below(20) == 0 ? nullptr : &any();
+        const unsigned call = below(6);
+        compare(below(2), [=](IServiceRegistry& registry) {
+            return call == 0   ? registry.AddService(service)
+                   : call == 1 ? registry.RemoveService(service)
+                   : call < 4  ? registry.RunInit()
+                               : registry.RunUninit();
+        });
+    }
+    std::for_each(std::begin(services), std::end(services), [](TestService& service) { service.uninitResult = 0; });
+    compare(0, [](IServiceRegistry& registry) { return registry.RunUninit(); });
+    compare(1, [](IServiceRegistry& registry) { return registry.RunUninit(); });
+}
+
+TEST(ServiceRegistry, FollowsItsModel)
+{
+    EXPECT_EQ(CreateServiceRegistry(nullptr), nullptr);
+    for (unsigned seed = 0; seed < kztest::ModelSequences() && !testing::Test::HasFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        CompareWithTheModel(seed);
+    }
+}
+
+TEST(ServiceRegistry, ADependencyListHasALimitAndAnItemTakesTime)
+{
+    ReportCatcher reports;
+    TestService services[2];
+    ServiceDependencyList list;
+    list.Add(nullptr);
+    EXPECT_EQ(reports.TakeRows(),
+              (ReportRows{{kDbgWarning, "Cannot add null service dependency to dependency list."}}));
+    for (int i = 0; i < 1025; ++i) {
+        EXPECT_TRUE(reports.TakeAll().empty());
+        list.Add(&services[i % 2]);
+    }
+    EXPECT_EQ(list.GetCount(), 1024u);
+    EXPECT_EQ(list.Get(1023), &services[1]);
+    EXPECT_EQ(list.Get(1024), nullptr);
+    EXPECT_EQ(reports.TakeRows(), (ReportRows{{kDbgFatal, "Too many service dependencies (1024)."},
+                                              {kDbgFatal, "Service dependency index 1024 not in range 0..1024"}}));
+    list.Clear();
+    EXPECT_EQ(list.GetCount(), 0u);
+
+    const kz::TickSource clock = kz::SetTickSource([] {
+        static uInt64 sTicks = 0;
+        return sTicks += 7'000'000;
+    });
+    ServiceRegistryItem item(&services[0]);
+    services[0].initResult = 3;
+    EXPECT_EQ(item.RunInit(), 3);
+    EXPECT_EQ(item.RunUninit(), 0);
+    kz::SetTickSource(clock);
+    EXPECT_EQ(item.GetInitTime(), 7u);
+    EXPECT_EQ(item.GetUninitTime(), 7u);
+}
+
+// What a concrete service adds: the counted start, and the singleton behind it.
+struct StartAndStop {
+    KzErr init;
+    KzErr uninit;
+};
+constinit StartAndStop gCountedResults[4] = {};
+
 // One service for each number; it needs the one before it.
 template <int N>
 class Counted_Service : public RefcountedServiceObject_T<Counted_Service<N>> {
 public:
-    ~Counted_Service() override { gCountedLog.append("~").append(kName); }
+    ~Counted_Service() override { gLog += {'~', kName[0]}; }
     const char* GetName() const override { return kName; }
     void GetDependencies(IServiceDependencyList* list) const override
     {
@@ -332,8 +283,8 @@ public:
     }
 
 protected:
-    KzErr _Init() override { return ResultOf("+", kName, gCountedResults[N].init); }
-    KzErr _Uninit() override { return ResultOf("-", kName, gCountedResults[N].uninit); }
+    KzErr _Init() override { return ResultOf('+', kName[0], gCountedResults[N].init); }
+    KzErr _Uninit() override { return ResultOf('-', kName[0], gCountedResults[N].uninit); }
 
 private:
     static constexpr char kName[] = {'A' + N, '\0'};
@@ -351,80 +302,81 @@ bool CountedExists()
     return KZSingleton_T<Counted_Service<N>>::M_instPtr.load() != nullptr;
 }
 
-class RefcountedServiceTest : public ::testing::Test {
-protected:
-    RefcountedServiceTest()
-    {
-        std::fill(std::begin(gCountedResults), std::end(gCountedResults), StartAndStop{});
-        gCountedLog.clear();
-    }
-
-    ReportCatcher reports;
-};
-
-TEST_F(RefcountedServiceTest, FirstStartAndLastStopCount)
+TEST(RefcountedService, TheFirstStartAndTheLastStopCount)
 {
-    gCountedResults[0] = {31, 0};
+    // Each row is the next call for one service: its start (+) or its stop (-).
+    const struct {
+        char call;
+        StartAndStop results;  // of the service itself
+        KzErr result;
+        const char* log;
+        bool existsAfter;
+    } kRows[] = {
+        {'-', {}, 0, "", true},  // without a reference
+        {'+', {31, 0}, 31, "+A", true},
+        {'+', {}, 31, "", true},  // a failed start is not tried again
+        {'-', {}, 0, "", true},
+        {'-', {}, 0, "-A~A", false},
+        {'+', {}, 0, "+A", true},  // a new object
+        {'-', {}, 0, "-A~A", false},
+        {'+', {kThrow, 0}, 57, "+A", true},
+        {'-', {0, 32}, 32, "-A", true},  // a failed stop is tried again by the next
+        {'-', {0, kThrow}, 57, "-A", true},
+        {'-', {0, kThrowNumber}, 42, "-A", true},
+        {'+', {}, 57, "", true},  // the same object
+        {'-', {}, 0, "", true},
+        {'-', {}, 0, "-A~A", false},
+    };
+    ReportCatcher reports;
     ASSERT_FALSE(CountedExists<0>());
     EXPECT_EQ(Counted<0>(), Counted<0>());
-    EXPECT_EQ(Counted<0>()->Uninit(), 0);  // without a reference
-    EXPECT_EQ(Counted<0>()->Init(), 31);
-    gCountedResults[0] = {};
-    EXPECT_EQ(Counted<0>()->Init(), 31);  // a failed start is not tried again
-    EXPECT_EQ(Counted<0>()->Uninit(), 0);
-    EXPECT_EQ(gCountedLog, "+A");
-    EXPECT_EQ(Counted<0>()->Uninit(), 0);
-    EXPECT_FALSE(CountedExists<0>());
-
-    EXPECT_EQ(Counted<0>()->Init(), 0);  // a new object
-    EXPECT_EQ(Counted<0>()->Uninit(), 0);
-    EXPECT_EQ(gCountedLog, "+A-A~A+A-A~A");
+    for (const auto& row : kRows) {
+        SCOPED_TRACE("row " + std::to_string(&row - kRows));
+        gLog.clear();
+        gCountedResults[0] = row.results;
+        EXPECT_EQ(row.call == '+' ? Counted<0>()->Init() : Counted<0>()->Uninit(), row.result);
+        EXPECT_EQ(gLog, row.log);
+        EXPECT_EQ(CountedExists<0>(), row.existsAfter);
+        EXPECT_EQ(reports.Take(kDbgError, "called from inside catch(...)"), row.results.uninit == kThrowNumber);
+    }
 }
 
-TEST_F(RefcountedServiceTest, AFailedStopIsTriedAgainByTheNext)
-{
-    gCountedResults[0] = {kThrow, 32};
-    EXPECT_EQ(Counted<0>()->Init(), 57);
-    EXPECT_EQ(Counted<0>()->Uninit(), 32);
-    gCountedResults[0] = {0, kThrow};
-    EXPECT_EQ(Counted<0>()->Uninit(), 57);
-    gCountedResults[0] = {0, kThrowNumber};
-    EXPECT_EQ(Counted<0>()->Uninit(), 42);
-    EXPECT_TRUE(reports.Take(kDbgError, "GetExceptionInCatch() called from inside catch(...)"));
-    EXPECT_EQ(Counted<0>()->Init(), 57);  // the same object
-    EXPECT_EQ(Counted<0>()->Uninit(), 0);
-    gCountedResults[0] = {};
-    EXPECT_EQ(Counted<0>()->Uninit(), 0);
-    EXPECT_EQ(gCountedLog, "+A-A-A-A-A~A");
-    EXPECT_FALSE(CountedExists<0>());
-}
-
-TEST_F(RefcountedServiceTest, TheEndOfARegistryLeavesNothingUp)
+TEST(RefcountedService, TheEndOfARegistryLeavesNothingUp)
 {
     const struct {
         StartAndStop results[4];
         KzErr initResult;
         const char* end;
-    } cases[] = {
-        {{}, 0, "-D~D-C~C-B~B-A~A"},
+        ReportRows stops;  // that failed
+    } kRows[] = {
+        {{}, 0, "-D~D-C~C-B~B-A~A", {}},
         // A failed start is given back behind the stop, or behind the first failure of that.
-        {{{}, {}, {}, {31, 0}}, 31, "-C~C-B~B-A~A-D~D"},
-        {{{}, {0, 32}, {}, {31, 33}}, 31, "-C~C-B-D~D~B-A~A"},
+        {{{}, {}, {}, {31, 0}}, 31, "-C~C-B~B-A~A-D~D", {}},
+        {{{}, {0, 32}, {}, {31, 33}}, 31, "-C~C-B-D~D~B-A~A", {{32, "B"}, {33, "D"}}},
         // Nothing is stopped a second time.
-        {{{0, 32}, {0, kThrow}, {0, 32}, {}}, 0, "-D~D-C~C-B~B-A~A"},
-        {{{kThrow, 0}, {}, {}, {}}, 57, "-A~A"},
+        {{{0, 32}, {0, kThrow}, {0, 32}, {}}, 0, "-D~D-C~C-B~B-A~A", {{32, "C"}, {57, "B"}, {32, "A"}}},
+        {{{kThrow, 0}, {}, {}, {}}, 57, "-A~A", {}},
     };
-    for (const auto& test : cases) {
-        std::copy(std::begin(test.results), std::end(test.results), gCountedResults);
+    ReportCatcher reports;
+    for (const auto& row : kRows) {
+        SCOPED_TRACE("row " + std::to_string(&row - kRows));
+        std::copy(std::begin(row.results), std::end(row.results), gCountedResults);
         IServiceObject* services[] = {Counted<3>(), Counted<1>(), Counted<0>(), Counted<2>(), nullptr};
         const RegistryPtr registry(CreateServiceRegistry(services));
-        EXPECT_EQ(registry->RunInit(), test.initResult);
-        gCountedLog.clear();
+        EXPECT_EQ(registry->RunInit(), row.initResult);
+        gLog.clear();
+        reports.TakeAll();
         kz::EndServices(registry.get());
-        EXPECT_EQ(gCountedLog, test.end);
+        EXPECT_EQ(gLog, row.end);
         EXPECT_FALSE(CountedExists<0>());
+        ReportRows told;
+        for (const auto& [err, name] : row.stops) {
+            told.emplace_back(kDbgLog,
+                              "ServiceRegistry: Service " + name + " uninit failed with error " + std::to_string(err));
+        }
+        EXPECT_EQ(reports.TakeRows(), told);
     }
-    // The last case has started no others; an object that goes without a stop leaves its slot, too.
+    // The last row has started no others; an object that goes without a stop leaves its slot, too.
     for (IServiceObject* service : {Counted<1>(), Counted<2>(), Counted<3>()}) {
         delete service;
     }

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <memory>
+#include <functional>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -14,6 +14,7 @@
 namespace {
 
 using kztest::ReportCatcher;
+using kztest::ReportRows;
 
 TEST(ZVExcept, KeepsItsPartsWithinTheirFields)
 {
@@ -23,76 +24,80 @@ TEST(ZVExcept, KeepsItsPartsWithinTheirFields)
         const char* file;
         std::string diag;
         std::string keptFile;
-    } cases[] = {
+    } kRows[] = {
         {"why", "source/x", "why", "source/x"},
         {nullptr, nullptr, "", ""},
         {"%s%n", longFile.c_str() + 9, "%s%n", longFile.substr(9)},  // 31 characters
         {"", longFile.c_str() + 8, "", longFile.substr(9)},          // 32
         {"", longFile.c_str(), "", longFile.substr(9)},
     };
-    for (const auto& test : cases) {
-        const ZVExcept except(-7, test.detail, test.file, 12);
+    for (const auto& row : kRows) {
+        const ZVExcept except(-7, row.detail, row.file, 12);
         EXPECT_EQ(except.err(), -7);
         EXPECT_EQ(except.line(), 12);
-        EXPECT_EQ(except.diag(), test.diag);
-        EXPECT_EQ(except.file(), test.keptFile);
-        EXPECT_EQ(except.what(), "ZVExcept. Err=-7, File=" + test.keptFile + ", Line=12, Detail='" + test.diag + "'");
+        EXPECT_EQ(except.diag(), row.diag);
+        EXPECT_EQ(except.file(), row.keptFile);
+        EXPECT_EQ(except.what(), "ZVExcept. Err=-7, File=" + row.keptFile + ", Line=12, Detail='" + row.diag + "'");
         EXPECT_GT(except.stack().GetCount(), 0);
     }
-
     const ZVExcept longest(-2147483647 - 1, std::string(200, 'd').c_str(), longFile.c_str(), -2147483647 - 1);
     EXPECT_EQ(longest.diag(), std::string(127, 'd'));
     EXPECT_LE(std::string(longest.what()).size(), 254u);
 }
 
-// Throws by `thrower` and returns what the boundary makes of it.
-template <typename Thrower>
-ZVExcept Converted(Thrower thrower)
+// What a boundary makes of each exception, and the code that it gives for it.
+TEST(ZVExcept, BoundariesConvertByType)
 {
-    try {
-        thrower();
-    } catch (...) {
-        return GetExceptionInCatch_FileAndLine("source/here", 9);
-    }
-    return ZVExcept(0, "nothing thrown", nullptr, 0);
-}
-
-TEST(GetExceptionInCatch, ConvertsByType)
-{
-    const ZVExcept memory = Converted([] { throw std::bad_alloc(); });
-    EXPECT_STREQ(memory.what(), "ZVExcept. Err=2, File=source/here, Line=9, Detail='converted from std::bad_alloc'");
-    const ZVExcept length = Converted([] { throw std::bad_array_new_length(); });
-    EXPECT_EQ(length.err(), 2);
-    const ZVExcept cast = Converted([] { throw std::bad_cast(); });
-    EXPECT_STREQ(cast.what(), "ZVExcept. Err=42, File=source/here, Line=9, Detail='converted from std::bad_cast'");
-    const ZVExcept other = Converted([] { throw std::runtime_error("other"); });
-    EXPECT_STREQ(other.what(), "ZVExcept. Err=42, File=source/here, Line=9, Detail='converted from std::exception'");
-
+    const std::string here = "File=source/here, Line=9, Detail='converted from std::";
     const ZVExcept thrown(15, "own", "source/there", 3);
-    const ZVExcept own = Converted([&] { throw ZVExcept(thrown); });
-    EXPECT_STREQ(own.what(), thrown.what());
-    EXPECT_EQ(own.err(), 15);
-    EXPECT_EQ(own.stack().GetCount(), thrown.stack().GetCount());
+    const struct {
+        std::function<void()> thrower;
+        KzErr err;
+        std::string text;
+    } kRows[] = {
+        {[] { throw std::bad_alloc(); }, 2, "ZVExcept. Err=2, " + here + "bad_alloc'"},
+        {[] { throw std::bad_array_new_length(); }, 2, "ZVExcept. Err=2, " + here + "bad_alloc'"},
+        {[] { throw std::bad_cast(); }, 42, "ZVExcept. Err=42, " + here + "bad_cast'"},
+        {[] { throw std::runtime_error("other"); }, 42, "ZVExcept. Err=42, " + here + "exception'"},
+        {[&] { throw ZVExcept(thrown); }, 15, thrown.what()},
+        {[] {}, 8, ""},
+    };
+    for (const auto& row : kRows) {
+        try {
+            row.thrower();
+        } catch (...) {
+            const ZVExcept got = GetExceptionInCatch_FileAndLine("source/here", 9);
+            EXPECT_EQ(got.what(), row.text);
+            EXPECT_EQ(got.err(), row.err);
+            EXPECT_TRUE(row.err != 15 || got.stack().GetCount() == thrown.stack().GetCount());
+        }
+        const auto body = [&]() -> KzErr {
+            row.thrower();
+            return 8;
+        };
+        EXPECT_EQ(kz::ErrOf("source/here", 1, body), row.err);
+    }
 }
 
-TEST(GetExceptionInCatch, ReportsAndRethrowsWhatItDoesNotKnow)
+TEST(ZVExcept, WhatNoBoundaryKnowsIsReported)
 {
     ReportCatcher reports;
-    EXPECT_THROW(Converted([] { throw 5; }), int);
-    EXPECT_TRUE(reports.Take(kDbgError, "GetExceptionInCatch() called from inside catch(...) -- source/here Line 9"));
+    const auto rethrow = [] {
+        try {
+            throw 5;
+        } catch (...) {
+            GetExceptionInCatch_FileAndLine("source/here", 9);
+        }
+    };
+    EXPECT_THROW(rethrow(), int);
+    const std::string longFile(300, 'f');
+    EXPECT_EQ(kz::ErrOf(longFile.c_str(), 1, []() -> KzErr { throw 7; }), 42);
+    const std::string text = "GetExceptionInCatch() called from inside catch(...) -- ";
+    EXPECT_EQ(reports.TakeRows(),
+              (ReportRows{{kDbgError, text + "source/here Line 9"}, {kDbgError, (text + longFile).substr(0, 255)}}));
 }
 
-TEST(ErrOf, GivesTheResultOrTheCodeOfTheException)
-{
-    EXPECT_EQ(kz::ErrOf("source/here", 1, [] { return KzErr{8}; }), 8);
-    EXPECT_EQ(kz::ErrOf("source/here", 1, []() -> KzErr { throw ZVExcept(7, nullptr, nullptr, 0); }), 7);
-    EXPECT_EQ(kz::ErrOf("source/here", 1, []() -> KzErr { throw std::logic_error(""); }), 42);
-    ReportCatcher reports;
-    EXPECT_EQ(kz::ErrOf("source/here", 1, []() -> KzErr { throw 7; }), 42);
-    EXPECT_TRUE(reports.Take(kDbgError, "GetExceptionInCatch() called from inside catch(...) -- source/here Line 1"));
-}
-
-TEST(ErrOf, LetsTheCancellationOfAThreadPass)
+TEST(ZVExcept, BoundariesLetTheCancellationOfAThreadPass)
 {
     ReportCatcher reports;
     const auto run = [](void*) -> void* {

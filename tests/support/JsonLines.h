@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <charconv>
 #include <fstream>
 #include <map>
 #include <stdexcept>
@@ -34,6 +35,12 @@ public:
     // A number, or 0 and 1 for a truth value.
     long long Int() const { return mText == "true" ? 1 : mText == "false" ? 0 : std::stoll(As(kWord).mText); }
     unsigned long long UInt() const { return std::stoull(As(kWord).mText); }
+    double Double() const
+    {
+        double value = 0;
+        std::from_chars(As(kWord).mText.data(), mText.data() + mText.size(), value);
+        return value;
+    }
 
     // The bytes of a string, and those that its hexadecimal digits stand for.
     const std::string& Str() const { return As(kString).mText; }

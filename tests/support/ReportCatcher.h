@@ -6,6 +6,7 @@
 
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DebugOutputCore.h"
@@ -20,8 +21,11 @@ struct CaughtReport {
     std::string text;
 };
 
-// Installs a handler for its lifetime; one at a time. Reports of level 2 and up must be taken (Take, TakeAll) before
-// the end.
+// The level and the text of each.
+using ReportRows = std::vector<std::pair<int, std::string>>;
+
+// Installs a handler for its lifetime; one at a time. Reports of level 2 and up must be taken (Take, TakeRows, TakeAll)
+// before the end.
 class ReportCatcher {
 public:
     ReportCatcher() : mOld(DebugOutputGetHandler())
@@ -63,6 +67,15 @@ public:
         std::vector<CaughtReport> all;
         all.swap(mReports);
         return all;
+    }
+
+    ReportRows TakeRows()
+    {
+        ReportRows rows;
+        for (const CaughtReport& report : TakeAll()) {
+            rows.emplace_back(report.level, report.text);
+        }
+        return rows;
     }
 
 private:
