@@ -253,6 +253,15 @@ TEST_F(PoolTest, AClashThatCannotOpenTheFileLeavesItToBeEmptied)
         OpenStreamThatClashes();
     });
     EXPECT_EQ(ClashText().substr(0, 4), "=== ");
+
+    // A process without an input has descriptor 0 for the file.
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    InFullPool(1, OpenStreamThatClashes);
+    dup2(input, STDIN_FILENO);
+    close(input);
+    EXPECT_NE(ClashText().find("failedCheckoutCount=1 "), std::string::npos);
+    EXPECT_EQ(ClashText().find("failedCheckoutCount=2 "), std::string::npos);
 }
 
 std::atomic<bool> gClashesInLookUp{false};

@@ -323,7 +323,7 @@ TEST(StackDecoder, NamesAreTheLinkersWithTheOffsetFromTheStart)
     };
     MacStackDecoder decoder(nullptr, 0);
     for (const auto& row : kRows) {
-        for (const unsigned long size : {1, 2, 5, 11, 256}) {  // cut to the room
+        for (const unsigned long size : {1ul, 2ul, 5ul, 11ul, 256ul}) {  // cut to the room
             char text[257];
             std::memset(text, 'x', sizeof text);
             long offset = -1;
