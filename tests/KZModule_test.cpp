@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "DebugStreamService.h"
+#include "FaultLoop.h"
 #include "FileManager.h"
 #include "MemoryManager.h"
 #include "PathManager.h"
@@ -97,6 +98,10 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
     ReportCatcher reports;
     TestHost host;
     KZAppInterfaceSet(&host);
+    InitKZCoreBase();  // makes what is kept
+    UninitKZCoreBase();
+    reports.TakeAll();
+    const long news = kztest::LiveNewCount();
     for (const Orders& order : table) {
         int refused = 0;
         for (const char* call = order.calls; *call != '\0'; ++call) {
@@ -108,13 +113,18 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
             EXPECT_TRUE(err == kzErrNone || *call == 'B') << order.calls;
         }
         EXPECT_EQ(refused, order.refused) << order.calls;
-        for (int i = 0; i < order.toldEarly; ++i) {
-            EXPECT_TRUE(reports.Take(kDbgWarning, "InitKZCoreAppSupport called while the base does not run"));
-        }
         EXPECT_EQ(Exists<FileManager_Service>(), order.baseRuns) << order.calls;
         EXPECT_EQ(Exists<ResourceManager_Service>(), order.appSupportRuns) << order.calls;
         EXPECT_EQ(OpenResources(), order.appSupportRuns ? kzErrNone : kzErrResFileNotOpen) << order.calls;
         UninitKZCoreBase();
+        for (int i = 0; i < order.toldEarly; ++i) {
+            EXPECT_TRUE(reports.Take(kDbgWarning, "InitKZCoreAppSupport called while the base does not run"));
+        }
+        for (const auto& [level, text] : reports.TakeRows()) {
+            EXPECT_LT(level, kDbgWarning) << text;
+        }
+        // A report without the pool makes the service of reports.
+        EXPECT_LE(kztest::LiveNewCount(), news + order.toldEarly) << order.calls;
     }
     KZAppInterfaceSet(nullptr);
 }
