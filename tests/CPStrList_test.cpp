@@ -184,6 +184,7 @@ TEST_F(CPStrListTest, FromAResource)
             CPStrList list(resource), copy;
             EXPECT_FALSE(RIsLoaded(file, kz::FourCharCode("AAAA"), 1));
             EXPECT_EQ(list.Count(), static_cast<int32>(strings.size()));
+            EXPECT_EQ(DSCheckHandle(resource) != kzErrNone, row["bytes"].Hex().size() < 4) << "no count, no handle";
             EXPECT_EQ(copy.Copy(list), 0);
             EXPECT_EQ(BlockOf(copy), PackedBytes(strings)) << "without what lies";
             EXPECT_EQ(list.Insert(nullptr, 0), kzErrArgument);
