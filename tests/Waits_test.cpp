@@ -17,13 +17,13 @@
 
 namespace {
 
-int gCallsLeft = 0;   // of those below, until the one that fails
-int gInheriting = 0;  // mutexes that were asked to inherit priorities
+thread_local int tCallsLeft = 0;   // of those below, until the one that fails
+thread_local int tInheriting = 0;  // mutexes that were asked to inherit priorities
 
 bool CallFails(bool inherits)
 {
-    gInheriting += inherits;
-    return gCallsLeft > 0 && --gCallsLeft == 0;
+    tInheriting += inherits;
+    return tCallsLeft > 0 && --tCallsLeft == 0;
 }
 
 }  // namespace
@@ -132,14 +132,14 @@ TYPED_TEST(WaitsTest, EachAllocationAndSystemCallMayFail)
         host.isRealTimeTarget = isRealTime;
         const int calls = isRealTime ? 5 : 4;
         const long news = kztest::LiveNewCount();
-        gInheriting = 0;
+        tInheriting = 0;
         for (int n = 1; n <= calls + 1; ++n) {
             const kztest::LiveCounts before = kztest::CountLive();
-            gCallsLeft = n;
+            tCallsLeft = n;
             typename TypeParam::Handle made = nullptr;
             const KzErr err = TypeParam::Create(&made);
-            EXPECT_EQ(gCallsLeft, n > calls ? 1 : 0) << "calls of the system";
-            gCallsLeft = 0;
+            EXPECT_EQ(tCallsLeft, n > calls ? 1 : 0) << "calls of the system";
+            tCallsLeft = 0;
             TestFixture::MakeUnless(n <= calls, err, made);
             const auto told = this->reports.TakeAll();
             ASSERT_EQ(told.size(), TypeParam::kTellsOfFailure && n <= calls ? 1u : 0u);
@@ -149,7 +149,7 @@ TYPED_TEST(WaitsTest, EachAllocationAndSystemCallMayFail)
             }
             EXPECT_EQ(kztest::CountLive(), before);
         }
-        EXPECT_EQ(gInheriting, isRealTime ? calls : 0) << "all but the first try come so far";
+        EXPECT_EQ(tInheriting, isRealTime ? calls : 0) << "all but the first try come so far";
         EXPECT_EQ(kztest::LiveNewCount(), news);
     }
     KZAppInterfaceSet(outer);
@@ -159,9 +159,9 @@ TYPED_TEST(WaitsTest, MadeBeforeTheHostIsSetItWorksWithAReport)
 {
     IKZApp* const host = KZApp();
     KZAppInterfaceSet(nullptr);
-    gInheriting = 0;
+    tInheriting = 0;
     const auto made = TestFixture::Make();
-    EXPECT_EQ(gInheriting, 1) << "the target may be a real-time one";
+    EXPECT_EQ(tInheriting, 1) << "the target may be a real-time one";
     const std::vector<kztest::CaughtReport> told = this->reports.TakeAll();
     ASSERT_EQ(told.size(), 1U);
     EXPECT_EQ(told[0].level, kDbgWarning);
