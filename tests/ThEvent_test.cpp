@@ -170,8 +170,9 @@ TEST_F(ThEventTest, TimeOutsGoByTheClockInPlace)
         done = true;
     });
     kztest::Await([&] {
-        clock.Advance(1000);
-        std::this_thread::yield();
+        clock.Advance(10'000);
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(100));  // or the clock goes round while the waiter is kept
         return done.load();
     });
     ThEventSignal(event);
