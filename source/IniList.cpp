@@ -68,8 +68,9 @@ int IndexOf(qkini_List list, int position)
         return -1;
     }
     const int count = (*list)->count;
-    const int index = position == 0 ? count - 1 : position == -1 ? 0 : position - 1;
-    return index >= 0 && index < count ? index : -1;
+    // No position below -1 is one. They are told apart before the subtraction, which the least int would overflow.
+    const int index = position == 0 ? count - 1 : position == -1 ? 0 : position < -1 ? -1 : position - 1;
+    return index < count ? index : -1;
 }
 
 // Makes room for so many elements. At least twice the old room, so that appending is cheap. Half of all memory is the

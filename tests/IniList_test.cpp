@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -58,7 +57,7 @@ public:
     void Change(Draw& draw, ListStep& step)
     {
         Texts& texts = step.texts;
-        const int count = static_cast<int>(texts.size()), position = DrawPosition(draw, texts.size());
+        const int count = static_cast<int>(texts.size()), position = kztest::DrawIndex(draw, texts.size());
         const Texts some(draw() % 4, DrawElement(draw));
         const int n = static_cast<int>(some.size());
         const auto kind = draw() % 12;
@@ -97,7 +96,7 @@ public:
 
     void Look(Draw& draw, const Texts& texts) const
     {
-        const int count = static_cast<int>(texts.size()), position = DrawPosition(draw, texts.size());
+        const int count = static_cast<int>(texts.size()), position = kztest::DrawIndex(draw, texts.size());
         const int place = Place(position, count, count - 1), n = static_cast<int>(draw() % 3);
         const bool isThere = place >= 0 && place < count, areThere = isThere && n <= count - place;
         std::string out(2 * kSize, '#');
@@ -126,10 +125,6 @@ public:
     }
 
 private:
-    static int DrawPosition(Draw& draw, size_t count)
-    {
-        return std::max(kztest::DrawIndex(draw, count), INT_MIN + 1);  // of which the index before can still be told
-    }
     static std::string DrawElement(Draw& draw) { return "el" + std::to_string(100 + draw() % 12); }
 
     // The index of a position: 0 is the end, which `end` is, and -1 the front.
