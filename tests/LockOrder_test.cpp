@@ -98,6 +98,7 @@ void LockingHandler(const char*, int32, const char*, int32 level, uInt32, const 
 TEST_F(LockOrderTest, ASecondTakeIsReportedOnceEvenIfTheHandlerTakesTheLock)
 {
     gReportedLock = locks[0];
+    gSecondTakes = 0;
     const DebugOutputHandler outer = DebugOutputGetHandler();
     DebugOutputSetHandler(&LockingHandler);
     std::jthread holder([this] {
