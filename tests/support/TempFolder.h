@@ -48,7 +48,7 @@ inline std::string ReadWholeFile(const std::string& path)
 // The absolute path of a file below tests/data.
 inline std::string DataFile(const std::string& name)
 {
-    return std::string(KZ_TEST_DATA_DIR) + "/" + name;
+    return KZ_TEST_DATA_DIR "/" + name;
 }
 
 }  // namespace kztest
