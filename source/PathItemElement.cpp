@@ -87,7 +87,7 @@ PathItemElement::~PathItemElement()
 // The element's end with its block, while the block can still be found: reports what is held and unlinks the element.
 void PathItemElement::RetireUnsafe()
 {
-    // A number below 0 is told too, because somebody has then released the element once too often.
+    // A number below 0 is reported too, because somebody has then released the element once too often.
     const int32 references = ReferenceCount();
     if (references != 0) {
         KZ_LOG(kDbgInternal) << "name= " << mName.c_str();
@@ -254,7 +254,7 @@ void PathItemElement::AdoptUnsafe(PathItemElement* parent, int32 hash, size_t in
     mHead.mCount = parent->Count() + 1;
 }
 
-// Forgets the parent, which is told by others.
+// Forgets the parent, whose children the caller has to change.
 void PathItemElement::DetachUnsafe()
 {
     mParent = nullptr;

@@ -1,5 +1,4 @@
-// The service that starts the path layer, and the comparison of file names. The stepping through path text is in
-// PathStep.h.
+// The service that starts the path layer, and the comparison of file names.
 // Usable from C11 and C++20. Any thread.
 #ifndef KZCORE_PATHMANAGER_H
 #define KZCORE_PATHMANAGER_H

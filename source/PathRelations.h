@@ -13,7 +13,7 @@
 
 namespace kz {
 
-// Tells of a policy that is none.
+// Reports, at level 2, a policy that is none.
 void ReportUnexpectedPolicy();
 
 // How the names of one comparison compare. A policy is looked at, and a bad one reported, when this is made: once for

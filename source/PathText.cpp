@@ -1,17 +1,17 @@
 // One table holds all that is known about a text form: its name, the key under which an element keeps its text, how it
-// is read and written, and which paths it refuses. A form that is to be known needs its row here and nothing else.
+// is read and written, and which paths it refuses. A new form needs a name in PathTypes.h and its row here.
 //
-// A text that was made is kept in the element's cache, because a path's text is asked for far more often than it
-// changes: never, as long as the element lives. Real-time targets keep none, since they must not hold that memory.
+// A text that was made is kept in the element's cache, because the text is asked for often and never changes while the
+// element lives. Real-time targets keep none, since they must not hold that memory.
 #include "PathText.h"
 
-#include <cstring>
 #include <memory>
 #include <string_view>
 #include <type_traits>
 
 #include "KZApp.h"
 #include "KzAssert.h"
+#include "Literals.h"
 #include "PathCachedItem.h"
 #include "PathFormatReader.h"
 #include "PathItemStorage.h"
@@ -104,11 +104,12 @@ KzErr ReadDisplay(const std::string& text, kz::PathItemHold& path)
 template <typename Writer>
 void WriteWith(std::string* text, const PathItemElement& last)
 {
+    // Before the names, which may need memory that isn't there: a text that can't be made is empty.
+    text->clear();
     const kz::PathNames names(last);
     const int32 count = names.Count();
     KZ_ASSERT(names.Above() != nullptr);
     Writer writer;
-    text->clear();
     const int32 base = PathItemStorage::BaseOf(last);
     if (base == PathTypes::kAbsolute) {
         writer.SetToAbsolutePath(text, count);
@@ -153,7 +154,7 @@ constexpr TextForm kTextForms[] = {{kz::kDisplayForm, "internal_display", ReadDi
 const TextForm* FindTextForm(const char* name)
 {
     for (const TextForm& form : kTextForms) {
-        if (name != nullptr && std::strcmp(name, form.name) == 0) {
+        if (kz::SameText(name, form.name)) {
             return &form;
         }
     }
