@@ -20,6 +20,7 @@
 #include "ByteOrder.h"
 #include "HandleText.h"
 #include "KzAssert.h"
+#include "Literals.h"
 #include "Padding.h"
 #include "Report.h"
 #include "SharedEndianizers.h"
@@ -27,8 +28,6 @@
 namespace {
 
 constexpr char kModule[] = "source/BinDataWriter";
-
-constexpr unsigned long kLongestShortText = 255;
 
 }  // namespace
 
@@ -246,7 +245,7 @@ unsigned long BinDataWriter::WriteFX(const floatExt& value)
 // A string with a count byte, and its padding, asked for in one piece, so that a full buffer has all of it or nothing.
 unsigned long BinDataWriter::PutShort(const void* text, unsigned long size, uInt32 boundary)
 {
-    KZ_ASSERT(size <= kLongestShortText);
+    KZ_ASSERT(size <= kz::kMostInPStr);
     const unsigned long padding = kz::PaddingOf(size + 1, boundary);
     return WriterAccess::Put(*this, size + 1 + padding, [&](unsigned char* dest) {
         dest[0] = static_cast<unsigned char>(size);
@@ -262,7 +261,7 @@ unsigned long BinDataWriter::WritePStr(const unsigned char* string, uInt32 bound
 
 unsigned long BinDataWriter::WritePStrFromNarrow(const std::string& text, uInt32 boundary)
 {
-    return PutShort(text.data(), std::min(text.size(), kLongestShortText), boundary);
+    return PutShort(text.data(), std::min(text.size(), kz::kMostInPStr), boundary);
 }
 
 // A string with a count word, likewise.

@@ -16,6 +16,7 @@
 
 #include "GuardChecks.h"
 #include "KzAssert.h"
+#include "Literals.h"
 #include "MemoryPoison.h"
 #include "Report.h"
 
@@ -62,11 +63,11 @@ void ReadSetting(const char* variable, const char* general, std::atomic<uInt32>&
     if (text == nullptr) {
         return;
     }
-    if (std::strcmp(text, "off") == 0) {
+    if (kz::SameText(text, "off")) {
         word = 0;
-    } else if (std::strcmp(text, "alloc") == 0) {
+    } else if (kz::SameText(text, "alloc")) {
         word = kRoom | kWrite;
-    } else if (std::strcmp(text, "check") == 0) {
+    } else if (kz::SameText(text, "check")) {
         word = kRoom | kWrite | kCheck;
     }
 }

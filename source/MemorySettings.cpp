@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 
+#include "Literals.h"
+
 constinit std::atomic<MemEventTraceProc> gMemEventTraceProc{nullptr};
 constinit std::atomic<MemoryCheckCallback> gMemoryCheckCallback{nullptr};
 constinit std::atomic<KzBool> gMemoryDebugger{0};
@@ -20,7 +22,7 @@ void IgnoreMemFull(unsigned long /*size*/) {}
 uInt32 HandleCheckingOf(const char* setting)
 {
     // A text that is none of these is taken for a mistake, and the handles are looked at fully.
-    const auto is = [setting](const char* text) { return std::strcmp(setting, text) == 0; };
+    const auto is = [setting](const char* text) { return kz::SameText(setting, text); };
     if (setting == nullptr) {
         return kz::kHighestHandleChecking;
     }

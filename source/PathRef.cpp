@@ -8,11 +8,11 @@
 // down no element is touched, because the tree is gone and with it what a path that outlived it points to.
 #include "PathRef.h"
 
-#include <cstring>
 #include <new>
 #include <type_traits>
 
 #include "KzAssert.h"
+#include "Literals.h"
 #include "NoDebugTexts.h"
 #include "PathItemElement.h"
 #include "PathItemStorage.h"
@@ -66,11 +66,7 @@ const PathItemElement* FindItem(const PathItemElement* last, int32 index)
     if (place < 0 || place >= count) {
         return nullptr;
     }
-    const PathItemElement* at = last;
-    while (at != nullptr && at->Count() > place + 1) {
-        at = at->Parent();
-    }
-    return at;
+    return kz::AncestorOfCount(last, static_cast<int32>(place + 1));
 }
 
 KzErr MakeBases()
@@ -159,13 +155,13 @@ void PathRef::Setting(const char* text)
     }
     // The debug mode shares a word with the state that paths run, so that one comparison tells an inline copy that it
     // is a plain one.
-    if (std::strcmp(text, "debug") == 0) {
+    if (kz::SameText(text, "debug")) {
         kz::gPathState.fetch_or(kz::kPathsDebug, std::memory_order_relaxed);
-    } else if (std::strcmp(text, "nodebug") == 0) {
+    } else if (kz::SameText(text, "nodebug")) {
         kz::gPathState.fetch_and(~uInt32{kz::kPathsDebug}, std::memory_order_relaxed);
-    } else if (std::strcmp(text, "utf8") == 0) {
+    } else if (kz::SameText(text, "utf8")) {
         gUseUTF8 = 1;
-    } else if (std::strcmp(text, "sysenc") == 0) {
+    } else if (kz::SameText(text, "sysenc")) {
         gUseUTF8 = 0;
     }
 }

@@ -115,7 +115,7 @@ public:
 
     // The text, kept in this object until the next call or its end; throws what ConvertToString returns.
     const std::string& ToString(const char* format) const;
-    // kzErrArgument: null argument, a null path, or in "pathref_commandline" a path without components or not
+    // kzErrArgument: null argument, a null path, or in the command line form a path without components or not
     // valid; kzErrNotSupported: unknown format. A network path and not a path give the not-a-path text.
     KzErr ConvertToString(std::string* text, const char* format) const;
 

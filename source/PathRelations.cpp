@@ -36,7 +36,10 @@ int32 BaseRank(const PathItemElement& element)
     }
 }
 
-// The ancestor of this count, or null in a chain whose counts are wrong.
+}  // namespace
+
+namespace kz {
+
 const PathItemElement* AncestorOfCount(const PathItemElement* at, int32 count)
 {
     while (at != nullptr && at->Count() > count) {
@@ -44,10 +47,6 @@ const PathItemElement* AncestorOfCount(const PathItemElement* at, int32 count)
     }
     return at;
 }
-
-}  // namespace
-
-namespace kz {
 
 CommonPrefix FindCommonPrefix(const PathItemElement& a, const PathItemElement& b, PathTypes::ComparePolicy policy)
 {

@@ -47,6 +47,10 @@ private:
     const bool mIsExact;
 };
 
+// The ancestor with this many components, or the element itself if it has no more. Null in a chain whose counts are
+// wrong.
+const PathItemElement* AncestorOfCount(const PathItemElement* at, int32 count);
+
 // What two paths have in common, from the base on.
 struct CommonPrefix {
     KzErr err;         // kzErrArgument: different bases; kzErrCorrupt: a broken chain. The rest then means nothing.

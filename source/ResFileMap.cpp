@@ -102,8 +102,7 @@ ResChain* ResFileMap::GetResFileBase(RsrcFile refnum) const
 
 ResChain* ResFileMap::GetResBase(RsrcFile refnum) const
 {
-    ResChain* object = GetResFileBase(refnum);
-    return object != nullptr ? object : NULLResFile::Instance();
+    return kz::ObjectOrNone(GetResFileBase(refnum));
 }
 
 ResFile* ResFileMap::GetResFilePtr(RsrcFile refnum) const
@@ -115,8 +114,7 @@ ResFile* ResFileMap::GetResFilePtr(RsrcFile refnum) const
 
 ResFile* ResFileMap::GetResFile(RsrcFile refnum) const
 {
-    ResFile* file = GetResFilePtr(refnum);
-    return file != nullptr ? file : NULLResFile::Instance();
+    return kz::ObjectOrNone(GetResFilePtr(refnum));
 }
 
 Resource* ResFileMap::GetResourceNoCache(UHandle handle) const

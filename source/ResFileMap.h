@@ -108,6 +108,13 @@ private:
 
 namespace kz {
 
+// The object, or the NULLResFile for null, so that any operation can be called on it.
+template <typename Kind>
+Kind* ObjectOrNone(Kind* object)
+{
+    return object != nullptr ? object : NULLResFile::Instance();
+}
+
 // The one of the process; null while the resource manager does not run. Set while it starts and stops.
 inline constinit ResFileMap* gResFileMap = nullptr;
 
@@ -128,12 +135,11 @@ Kind* FileOrNull(RsrcFile refnum)
     }
 }
 
-// The object of a refnum, or the NULLResFile, so that any operation can be called on it.
+// The object of a refnum, or the NULLResFile.
 template <typename Kind>
 Kind* FileOrNone(RsrcFile refnum)
 {
-    Kind* object = FileOrNull<Kind>(refnum);
-    return object != nullptr ? object : NULLResFile::Instance();
+    return ObjectOrNone(FileOrNull<Kind>(refnum));
 }
 
 }  // namespace kz

@@ -12,6 +12,7 @@
 #include "HandleText.h"
 #include "KzAssert.h"
 #include "KzErr.h"
+#include "Literals.h"
 #include "MemoryManager.h"
 #include "PackedList.h"
 #include "PointerList.h"
@@ -21,7 +22,6 @@
 namespace {
 
 constexpr char kModule[] = "source/StringLStrArray";
-constexpr int32 kMaxPStr = 255;
 
 // Disposes n strings, the last first. Null ones, which are empty strings, are nothing to dispose.
 void DisposeStrings(LStr*** strings, int32 n)
@@ -55,7 +55,7 @@ KzErr CutArray(_LStrArray*** array, int32 count, int32 n)
 // What a PStr can have of a text.
 std::size_t ShortCount(const kz::HandleText& text)
 {
-    return static_cast<std::size_t>(std::min(text.count, kMaxPStr));
+    return std::min(static_cast<std::size_t>(text.count), kz::kMostInPStr);
 }
 
 }  // namespace

@@ -675,5 +675,6 @@ const std::wstring& StringUtils::EmptyWideString()
 
 StringUtils::Str255Converter::Str255Converter(const std::string& text)
 {
+    static_assert(sizeof mText == kz::kMostInPStr + 1);
     ToPStr(text, mText);
 }

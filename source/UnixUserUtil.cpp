@@ -14,6 +14,7 @@
 
 #include "KzAssert.h"
 #include "KzErr.h"
+#include "Literals.h"
 #include "ScopedLock.h"
 #include "zvexcept.h"
 
@@ -26,13 +27,11 @@ namespace {
 
 constexpr char kModule[] = "source/UnixUserUtil";
 
-constexpr size_t kMaxName = 255;
-
 // A longer text is cut, because a counted string has one byte for its length.
 void SetName(const char* text, size_t length, unsigned char* name)
 {
     KZ_ASSERT(text != nullptr && name != nullptr);
-    const size_t kept = std::min(length, kMaxName);
+    const size_t kept = std::min(length, kz::kMostInPStr);
     name[0] = static_cast<unsigned char>(kept);
     std::memcpy(name + 1, text, kept);
 }
@@ -71,7 +70,7 @@ public:
     const char* Get() const { return mText; }
 
 private:
-    char mText[kMaxName + 1] = {};
+    char mText[kz::kMostInPStr + 1] = {};
 };
 
 // Gives an id's name, which `find` looks up in the system's storage, or its digits where the system knows none.

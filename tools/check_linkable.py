@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """check_linkable.py [LIBRARY [COMPILER]]: builds a program that takes the address of every function
 and object that a host can use by the installed headers, and so fails where one can't be linked. Each is named by its symbol,
-which reaches overloads and members. A private member counts where an inline function of the headers calls it, because
+which reaches overloads and members. Templates are not proved: their code stands in headers, and what they call is asked for
+only where a host instantiates them. A private member counts where an inline function of the headers calls it, because
 that call then stands in the host's own object file.
 """
 import pathlib
