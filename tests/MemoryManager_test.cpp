@@ -43,15 +43,14 @@ uInt32 PointersMade()
 TEST_F(MemoryManager, ClearedMemoryIsNotTouched)
 {
     constexpr unsigned long kSize = 1ul << 30;
-    UHandle handle = DSNewHClr(kSize);
-    ASSERT_NE(nullptr, handle);
-    EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
-    EXPECT_EQ(0, (*handle)[kSize - 1]);
-    EXPECT_EQ(0, DSSetHandleSize(handle, 5));
+    UHandle handle = DSNewHandle(5);
     std::memset(*handle, 7, 5);
     EXPECT_EQ(0, DSSetHSzClr(handle, kSize));
     EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
-    EXPECT_EQ(0, BlockCmp(*handle, "\7\7\7\7\7\0\0\0", 8));
+    EXPECT_EQ(0, BlockCmp(*handle, "\7\7\7\7\7\0\0\0", 8) + (*handle)[kSize - 1]);
+    EXPECT_EQ(0, DSDisposeHandle(handle));
+    handle = DSNewHClr(kSize);
+    EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
     EXPECT_EQ(0, DSDisposeHandle(handle));
     void* const ptr = DSNewPClr(kSize);
     EXPECT_TRUE(kztest::IsUntouched(ptr, kSize));
@@ -64,6 +63,7 @@ int gMoves = 0;
 TEST_F(MemoryManager, Pointers)
 {
     SetMemFullProc([](unsigned long size) { gMemFullSizes.push_back(size); });
+    gMemFullSizes.clear();
     const uInt32 made = PointersMade();
     for (void* (*const make)(unsigned long) : {&DSNewPtr, &AZNewPtr, &DSNewPClr, &AZNewPClr}) {
         const bool clears = make == &DSNewPClr || make == &AZNewPClr;
@@ -108,24 +108,6 @@ TEST_F(MemoryManager, PlainBytes)
     MoveBlock(nullptr, nullptr, 0);
     ClearMem(nullptr, 0);
     EXPECT_EQ(0, BlockCmp(nullptr, nullptr, 0));
-}
-
-TEST_F(MemoryManager, NoHandleAndNoCounters)
-{
-    DSReadCounters(nullptr);
-    DSSetCounters(nullptr);
-    UHandle const handle = DSNewHandle(8);
-    EXPECT_EQ(handle, DSRecoverHandle(*handle));
-    EXPECT_EQ(handle, AZRecoverHandle(*handle));
-    EXPECT_TRUE(reports.TakeAll().empty());
-    EXPECT_EQ(0u, DSGetHandleSize(nullptr) + AZGetHandleSize(nullptr));
-    EXPECT_EQ(nullptr, DSRecoverHandle(nullptr));
-    EXPECT_EQ(3u, reports.TakeAll().size());
-    for (void* none : {static_cast<void*>(handle), static_cast<void*>(*handle + 1)}) {
-        EXPECT_EQ(nullptr, AZRecoverHandle(none));
-        EXPECT_TRUE(reports.Take(kDbgFatal, "Pointer passed to BRecoverHandle not linked to master pointer!"));
-    }
-    EXPECT_EQ(0, DSDisposeHandle(handle));
 }
 
 // A word to write over memory, which then holds what stood there.
@@ -214,43 +196,35 @@ TEST_F(MemoryManager, HeapChecksAndStatistics)
     EXPECT_EQ(0, AZMemStats(&stats));
     EXPECT_EQ(80u, sizeof stats);
     // The data segment, which the C library moves for no size of ours.
-    const uInt64 growth = stats.totAllocSize + 4096;
     ASSERT_NE(reinterpret_cast<void*>(-1), sbrk(4096));
-    const auto logs = [&] {
-        const std::string allocated = "Allocated to ZV: totAllocSize " + std::to_string(growth);
-        return reports.TakeRows() == kztest::ReportRows{{0, "Free: totFreeSize 0, maxFreeSize 0"},
-                                                        {0, allocated},
-                                                        {0, "Total: totPhysSize 0"}};
-    };
-    EXPECT_EQ(0, DSHeapCheck(1));
-    EXPECT_TRUE(logs());
-    EXPECT_EQ(0, AZHeapCheck(1));
-    EXPECT_TRUE(logs());
-    EXPECT_EQ(0, DSCompact());
+    uInt64 growth = 1;
+    uInt32 last = 1;
+    EXPECT_EQ(0, DSMemStats2(nullptr, nullptr, nullptr, &growth, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, &last));
+    EXPECT_EQ(stats.totAllocSize + 4096, growth);
+    EXPECT_EQ(0u, last);
+
+    EXPECT_EQ(0, DSHeapCheck(1) + AZHeapCheck(1) + DSCompact());
     SetMemoryDebugger(1);
     DSDisposePtr(DSNewPClr(3));
-    EXPECT_TRUE(reports.TakeAll().empty());
     EXPECT_EQ(0, DSCompact());
-    EXPECT_TRUE(logs());
     EXPECT_FALSE(ToggleMemoryDebugging());
-    EXPECT_TRUE(reports.Take(kDbgLog, "turning memory checking off"));
     EXPECT_FALSE(MemCheckHeaps());
-    EXPECT_TRUE(reports.Take(kDbgLog, "turning memory checking on"));
-    EXPECT_TRUE(reports.Take(kDbgLog, "turning memory checking off"));
-    EXPECT_TRUE(logs());
-
-    uInt64 allocated = 1;
-    uInt32 last = 1;
-    EXPECT_EQ(0, DSMemStats2(nullptr, nullptr, nullptr, &allocated, nullptr, nullptr, nullptr, nullptr, nullptr,
-                             nullptr, nullptr, &last));
-    EXPECT_EQ(growth, allocated);
-    EXPECT_EQ(0u, last);
+    std::string told;
+    for (const kztest::CaughtReport& report : reports.TakeAll()) {
+        told += std::to_string(report.level) + " " + report.text + "\n";
+    }
+    const std::string all = "0 Free: totFreeSize 0, maxFreeSize 0\n0 Allocated to ZV: totAllocSize " +
+                            std::to_string(growth) + "\n0 Total: totPhysSize 0\n";
+    const std::string off = "0 turning memory checking off\n", on = "0 turning memory checking on\n";
+    EXPECT_EQ(all + all + all + off + on + all + off, told);
 }
 
 // The level, told from the calls that take a foreign handle for a good one; the same size changes nothing.
-int LevelSeen(void* foreign, kztest::ReportCatcher& reports)
+uInt32 LevelSeen(kztest::ReportCatcher& reports)
 {
-    const int level = AZCheckHandle(foreign) == 0 ? 0 : DSGetHandleSize(foreign) == 24 ? 1 : 2;
+    kztest::ForeignHandle foreign;
+    const uInt32 level = AZCheckHandle(foreign) == 0 ? 0 : DSGetHandleSize(foreign) == 24 ? 1 : 2;
     reports.TakeAll();
     EXPECT_EQ(level == 0 ? 0 : 3, DSSetHandleSize(foreign, 24));
     EXPECT_EQ(level == 0 ? 0u : 2u, reports.TakeAll().size());
@@ -258,42 +232,50 @@ int LevelSeen(void* foreign, kztest::ReportCatcher& reports)
     return level;
 }
 
-TEST_F(MemoryManager, CheckLevels)
+TEST_F(MemoryManager, WhatIsNoHandle)
 {
     UHandle const good = DSNewHandle(8);
     UHandle const stale = DSNewHandle(8);
     DSDisposeHandle(stale);
-    kztest::ForeignHandle foreign;
     unsigned char* zeroMaster = nullptr;
     for (const uInt32 level : {0u, 1u, 2u, 77u}) {
-        const uInt32 set = DSSetHandleChecking(level);
-        EXPECT_EQ(std::min(level, 2u), set);
-        EXPECT_EQ(set, static_cast<uInt32>(LevelSeen(foreign, reports)));
-        for (const void* bad :
-             {static_cast<const void*>(stale), static_cast<const void*>(&zeroMaster),
-              static_cast<const void*>(reinterpret_cast<char*>(good) + 1), static_cast<const void*>(nullptr)}) {
-            EXPECT_EQ(6, AZCheckHandle(bad) + DSCheckHandle(bad));
+        EXPECT_EQ(std::min(level, 2u), DSSetHandleChecking(level));
+        EXPECT_EQ(std::min(level, 2u), LevelSeen(reports));
+        void* const bad[] = {stale, &zeroMaster, reinterpret_cast<char*>(good) + 1, nullptr};
+        for (const void* handle : bad) {
+            EXPECT_EQ(6, AZCheckHandle(handle) + DSCheckHandle(handle));
         }
         EXPECT_EQ(0, AZCheckHandle(good) + DSCheckHandle(good));
+    }
+    DSReadCounters(nullptr);
+    DSSetCounters(nullptr);
+    EXPECT_TRUE(DSRecoverHandle(*good) == good && AZRecoverHandle(*good) == good);
+    EXPECT_TRUE(reports.TakeAll().empty());
+    EXPECT_EQ(0u, DSGetHandleSize(nullptr) + AZGetHandleSize(nullptr));
+    EXPECT_EQ(nullptr, DSRecoverHandle(nullptr));
+    EXPECT_EQ(3u, reports.TakeAll().size());
+    for (void* none : {static_cast<void*>(good), static_cast<void*>(*good + 1)}) {
+        EXPECT_EQ(nullptr, AZRecoverHandle(none));
+        EXPECT_TRUE(reports.Take(kDbgFatal, "Pointer passed to BRecoverHandle not linked to master pointer!"));
     }
     EXPECT_EQ(0, DSDisposeHandle(good));
 }
 
 TEST_F(MemoryManager, DISABLED_ExitsWithItsLevel)
 {
-    kztest::ForeignHandle foreign;
     setenv("ZVHandleCheck", "0", 1);  // too late to count
-    _exit(10 + LevelSeen(foreign, reports));
+    _exit(static_cast<int>(10 + LevelSeen(reports)));
 }
 
 TEST(HandleCheckChild, EnvironmentSetsTheCheckLevel)
 {
-    constexpr std::pair<const char*, int> kCases[] = {{nullptr, 2}, {"all", 2}, {"2", 2},   {"resize", 1},
-                                                      {"1", 1},     {"", 0},    {"off", 0}, {"none", 0},
-                                                      {"0", 0},     {"what", 2}};
-    for (const auto& [setting, level] : kCases) {
-        EXPECT_EQ(10 + level,
-                  kztest::RunChildTests("MemoryManager.DISABLED_ExitsWithItsLevel", {{"ZVHandleCheck", setting}}));
+    const std::vector<const char*> kLevels[] = {
+        {"", "off", "none", "0"}, {"resize", "1"}, {nullptr, "all", "2", "what"}};
+    for (int level = 0; level < 3; ++level) {
+        for (const char* setting : kLevels[level]) {
+            EXPECT_EQ(10 + level,
+                      kztest::RunChildTests("MemoryManager.DISABLED_ExitsWithItsLevel", {{"ZVHandleCheck", setting}}));
+        }
     }
 }
 
@@ -345,24 +327,30 @@ TEST_F(MemoryManager, TheSixthBlockComesOnDemandAndOnlyMastersInUseAreHandles)
     EXPECT_EQ(0, DSDisposeHandle(again));
 }
 
-// The service is started and stopped by the test.
-class MemoryService : public testing::Test {
-protected:
-    MemoryService() { KZAppInterfaceSet(&host); }
-    ~MemoryService() override { KZAppInterfaceSet(nullptr); }
-
+TEST(MemoryService, StartsWithLittleMemoryAndRecoversWhatIsLeft)
+{
     kztest::ReportCatcher reports;
     kztest::TestHost host;
-};
-
-TEST_F(MemoryService, StopRecoversWhatIsLeft)
-{
+    KZAppInterfaceSet(&host);
+    {
+        FailAllocation fail(1);
+        EXPECT_EQ(2, MemoryManagerService()->Init());
+    }
+    MemoryManagerService()->Uninit();
     for (int round = 0; round < 3; ++round) {
-        ASSERT_EQ(0, MemoryManagerService()->Init());
+        EXPECT_EQ(nullptr, DSNewHandle(1));
+        {
+            // Only the zone: the blocks are made when a handle needs one.
+            FailAllocation fail(2, FailAllocation::kForGood);
+            EXPECT_EQ(0, MemoryManagerService()->Init());
+            EXPECT_EQ(nullptr, DSNewHandle(1));
+        }
         EXPECT_TRUE(GetMemoryManagerInitialized());
         DSDisposeHandle(DSNewHandle(5));
+        EXPECT_EQ(1u, BlockCount());
         UHandle const a = DSNewHandle(100);
         UHandle const b = DSNewAlignedHandle(12, 4096, 4);
+        EXPECT_EQ(nullptr, kz::MemoryFault());
         MemoryManagerService()->Uninit();
         for (const auto& [handle, size] : {std::pair(a, 100), std::pair(b, 12)}) {
             char text[80];
@@ -372,35 +360,13 @@ TEST_F(MemoryService, StopRecoversWhatIsLeft)
         }
         EXPECT_EQ(kztest::ReportRows({{0, "Recovered 2 Handles for 112 bytes."}}), reports.TakeRows());
         EXPECT_FALSE(GetMemoryManagerInitialized());
-        EXPECT_EQ(nullptr, DSNewHandle(1));
         EXPECT_FALSE(IsDSHandle(a));
         EXPECT_EQ(3, DSDisposeHandle(a));
         EXPECT_EQ(2u, reports.TakeAll().size());
         EXPECT_EQ(0, DSDisposePtr(DSNewPtr(0)));
         EXPECT_EQ(0u, PointersMade());
     }
-}
-
-TEST_F(MemoryService, StartWithoutMemory)
-{
-    {
-        FailAllocation fail(1);
-        EXPECT_EQ(2, MemoryManagerService()->Init());
-    }
-    EXPECT_EQ(nullptr, DSNewHandle(1));
-    MemoryManagerService()->Uninit();
-    {
-        // Only the zone: the blocks are made when a handle needs one.
-        FailAllocation fail(2, FailAllocation::kForGood);
-        EXPECT_EQ(0, MemoryManagerService()->Init());
-        EXPECT_EQ(nullptr, DSNewHandle(1));
-    }
-    UHandle const handle = DSNewHandle(1);
-    EXPECT_NE(nullptr, handle);
-    EXPECT_EQ(1u, BlockCount());
-    DSDisposeHandle(handle);
-    EXPECT_EQ(nullptr, kz::MemoryFault());
-    MemoryManagerService()->Uninit();
+    KZAppInterfaceSet(nullptr);
 }
 
 // Handles are made, resized and dropped, by the cache too, while others ask about them and the zone grows.
