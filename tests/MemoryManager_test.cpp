@@ -117,12 +117,15 @@ struct Word {
     {
         std::memcpy(bytes, &value, size);
     }
-    void Exchange() { std::swap_ranges(bytes, bytes + size, static_cast<char*>(at)); }
-
     void* at;
     std::size_t size;
     char bytes[8];
 };
+
+void Exchange(Word& word)
+{
+    std::swap_ranges(word.bytes, word.bytes + word.size, static_cast<char*>(word.at));
+}
 
 // Each look of the walk over all memory sees its damage; heap checks, with the memory debugger, that of the chains.
 TEST_F(MemoryManager, DamageIsSeen)
@@ -141,8 +144,6 @@ TEST_F(MemoryManager, DamageIsSeen)
     const auto linkTo = [](void* to) { return static_cast<char*>(to) + 1; };
     uInt32* const blocks = &BlockCount();
     uInt32* const frees = &FreeMasterCount();
-    constexpr char kTooMany[] = "MemCheck error, m.p. block chain error 1";
-    constexpr char kTooFew[] = "MemCheck error, m.p. block chain error 2";
     constexpr char kBadCount[] = "bad freemaster count";
     constexpr char kNoEnd[] = "freemaster chain isn't NULL terminated!";
     struct {
@@ -150,8 +151,8 @@ TEST_F(MemoryManager, DamageIsSeen)
         const char* report;  // of a heap check, null where it does not look
         std::vector<Word> words;
     } cases[] = {
-        {"more blocks in the chain than counted", kTooMany, {{blocks, *blocks - 1}}},
-        {"fewer blocks in the chain than counted", kTooFew, {{blocks, *blocks + 1}}},
+        {"more blocks in the chain than counted", "MemCheck error, m.p. block chain error 1", {{blocks, *blocks - 1}}},
+        {"fewer blocks in the chain than counted", "MemCheck error, m.p. block chain error 2", {{blocks, *blocks + 1}}},
         {"more or fewer blocks in the index", kBadCount, {{&index->count, index->count - 1}}},
         {"a block is not in the index", kBadCount, {{&index->blocks[2], index->blocks[1]}}},
         {"a recent block is no block", nullptr, {{&zone->recent[0], masters}}},
@@ -175,7 +176,7 @@ TEST_F(MemoryManager, DamageIsSeen)
     for (auto& c : cases) {
         SCOPED_TRACE(c.fault);
         ASSERT_STREQ(nullptr, kz::MemoryFault());
-        std::for_each(c.words.begin(), c.words.end(), [](Word& word) { word.Exchange(); });
+        std::for_each(c.words.begin(), c.words.end(), Exchange);
         const char* const fault = kz::MemoryFault();
         EXPECT_NE(nullptr, std::strstr(fault == nullptr ? "" : fault, c.fault)) << fault;
         EXPECT_EQ(c.report != nullptr ? 74 : 0, AZHeapCheck(0));
@@ -185,7 +186,7 @@ TEST_F(MemoryManager, DamageIsSeen)
             EXPECT_TRUE(reports.Take(kDbgFatal, c.report));
         }
         EXPECT_TRUE(reports.TakeAll().empty());
-        std::for_each(c.words.begin(), c.words.end(), [](Word& word) { word.Exchange(); });
+        std::for_each(c.words.begin(), c.words.end(), Exchange);
     }
     EXPECT_EQ(0, DSDisposeHandle(handle));
 }

@@ -171,7 +171,6 @@ protected:
         HandleAlignment align;
         unsigned long size;  // of the bytes, or of so many that there is no memory for them
     };
-    using Handles = std::map<UHandle, Content>;
 
     MemoryModel()
     {
@@ -218,20 +217,17 @@ protected:
         return made;
     }
 
+    std::mt19937 random;
+    std::map<UHandle, Content> handles;
+    Counters counters = {1, 0x7FFFFFFF, 0xFFFFFFF0, 4};
+
+    unsigned Below(unsigned n) { return static_cast<unsigned>(random() % n); }
+    auto Pick() { return std::next(handles.begin(), Below(static_cast<unsigned>(handles.size()))); }
+    unsigned long Size();
     // Runs a call on a handle of the model, or on a null variable; with `failing` that allocation of it fails.
     void Run(const Call& call, UHandle old, const Arguments& given, int failing = 0);
     void ExpectContents();
     void Step();
-
-    unsigned Below(unsigned n) { return static_cast<unsigned>(random() % n); }
-    Handles::iterator Pick() { return std::next(handles.begin(), Below(static_cast<unsigned>(handles.size()))); }
-    unsigned long Size();
-
-    std::mt19937 random;
-    Handles handles;
-    Counters counters = {1, 0x7FFFFFFF, 0xFFFFFFF0, 4};
-
-private:
     Content Target(const Call& call, UHandle old, const Arguments& given) const;
     Lines Resized(const Call& call, UHandle old, UHandle now, const Content& target, bool failed);
     Lines Changed(const Call& call, UHandle old, UHandle now, const Arguments& given);
@@ -291,12 +287,11 @@ Lines MemoryModel::Resized(const Call& call, UHandle old, UHandle now, const Con
         return seen;
     }
     EXPECT_EQ(makes, now != old && !handles.contains(now));
-    Content content = target;
-    if (call.effect == kSize && (call.traits & kZeros) == 0) {
-        std::fill(*now + content.bytes.size(), *now + target.size, static_cast<unsigned char>(0));  // may be anything
+    if ((call.traits & kZeros) == 0) {
+        std::fill(*now + target.bytes.size(), *now + target.size, static_cast<unsigned char>(0));  // may be anything
     }
-    content.bytes.resize(target.size);
-    handles[now] = content;
+    handles[now] = target;
+    handles[now].bytes.resize(target.size);
     return seen;
 }
 
@@ -314,12 +309,8 @@ Lines MemoryModel::Changed(const Call& call, UHandle old, UHandle now, const Arg
         return {Report(kDbgWarning, "Should call DSHandToHand. This is a no-op")};
     }
     EXPECT_EQ((call.traits & kVariable) != 0 ? nullptr : old, now);
-    if (old == nullptr) {
-        return {};
-    }
-    const unsigned long size = handles[old].size;
-    handles.erase(old);
-    return {Event(2, 0, old, size, 0)};
+    const auto gone = handles.extract(old);
+    return gone.empty() ? Lines{} : Lines{Event(2, 0, old, gone.mapped().size, 0)};
 }
 
 // Each handle's header and content, and the counters, are as the model says.
@@ -453,10 +444,8 @@ TEST_F(MemoryModel, NoHandlesAndNullArgumentsAreRefused)
             EXPECT_EQ(disposes ? 0 : 1, call.call(nullptr, {1, 16, 8, "a", good}));
             EXPECT_EQ(disposes ? 0 : 1, call.call(nullptr, {0, 16, 8, nullptr, nullptr}));
         }
-        if (call.effect == kReplace || call.effect == kAppend) {
-            EXPECT_EQ(1, call.call(&variable, {1}));
-            EXPECT_EQ(good, variable);
-        }
+        EXPECT_EQ(1, call.effect == kReplace || call.effect == kAppend ? call.call(&variable, {1}) : 1);
+        EXPECT_EQ(good, variable);
         variable = nullptr;
         EXPECT_EQ(0, disposes ? call.call(&variable, {}) : 0);
         EXPECT_EQ(Lines(), Seen());
