@@ -1,9 +1,7 @@
 #include "BufferCache.h"
 
 #include <cstring>
-#include <list>
 #include <map>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -13,8 +11,6 @@
 #include "RunningMemory.h"
 
 namespace {
-
-using kz::HandleAlignment;
 
 // The tokens that the configuration has, behind "SelectiveDeallocation.BufferCache.", and what was asked for.
 std::map<std::string, int32> gTokens;
@@ -38,60 +34,6 @@ void ReadTokens(BufferCache& cache, const std::map<std::string, int32>& tokens)
 }
 
 class BufferCacheTest : public kztest::MemoryTest {};
-
-// Blocks of few sizes, some sums of which are just the limit, come and are asked for by chance.
-TEST_F(BufferCacheTest, HoldsTheNewestWithinItsLimits)
-{
-    struct Kept {
-        unsigned long size;
-        HandleAlignment align;
-        unsigned char* data;
-    };
-    constexpr unsigned long kSizes[] = {100, 200, 300, 400, 500, 101, 99, 999, 1000};
-    constexpr HandleAlignment kAligns[] = {{8, 8}, {16, 8}, {32, 8}, {16, 0}};
-    BufferCache cache(0, 1, 1, 1);
-    ReadTokens(cache, {{"MinBufferSize", 100}, {"MaxSize", 5}, {"CleanUpThreshold", 1000}});
-    std::list<Kept> model;  // the newest first
-    unsigned long total = 0;
-    const auto best = [&](unsigned long size) {
-        auto found = model.end();
-        for (auto it = model.begin(); it != model.end(); ++it) {
-            found = it->size >= size && (found == model.end() || it->size < found->size) ? it : found;
-        }
-        return found;
-    };
-    std::mt19937 random(1);
-    for (int round = 0; round < 20000; ++round) {
-        const unsigned long size = kSizes[random() % 8 == 0 ? random() % 9 : random() % 5];
-        const HandleAlignment align = kAligns[random() % 4];
-        const bool fits = size >= 100 && size < 1000;
-        ASSERT_EQ(fits, cache.CanCacheAllocation(size));
-        if (fits && random() % 5 < 3) {
-            unsigned long blockSize;
-            model.push_front({size, align, kz::AllocateHandleData(size, align, kz::Fill::kNone, &blockSize)});
-            cache.AddAllocation(model.front().data, size);
-            for (total += size; model.size() > 5 || total > 1000; model.pop_back()) {
-                total -= model.back().size;
-            }
-        } else {
-            const auto found = best(size);
-            const bool serves = found != model.end() && found->size == size && found->align.offset == align.offset &&
-                                found->align.alignment % align.alignment == 0;
-            ASSERT_EQ(serves ? found->data : nullptr, cache.GetAllocation(size, align.alignment, align.offset));
-            if (serves) {
-                kz::FreeHandleData(found->data);
-                model.erase(found);
-                total -= size;
-            }
-        }
-        for (const unsigned long each : kSizes) {
-            BufferCache::iterator found;
-            ASSERT_EQ(best(each) != model.end(), cache.FindBuffer(each, found)) << round << " " << each;
-            ASSERT_TRUE(best(each) == model.end() || best(each)->data == found->data) << round << " " << each;
-        }
-        ASSERT_STREQ(nullptr, cache.Fault());
-    }
-}
 
 TEST_F(BufferCacheTest, LimitsAreThoseOfTheTokensOrStandard)
 {

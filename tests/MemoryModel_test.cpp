@@ -4,7 +4,9 @@
 #include <array>
 #include <bit>
 #include <climits>
+#include <list>
 #include <map>
+#include <numeric>
 #include <random>
 #include <string>
 #include <utility>
@@ -171,9 +173,12 @@ protected:
         HandleAlignment align;
         unsigned long size;  // of the bytes, or of so many that there is no memory for them
     };
+    static constexpr unsigned long kLeastKept = 100, kMostKept = 3000;
 
     MemoryModel()
     {
+        kz::DestroyBufferCache();
+        s_bufferCachePtr = new BufferCache(kLeastKept, 3, kMostKept, 1);
         SetMemFullProc([](unsigned long size) { gSeen.push_back(Line("full", size)); });
         SetMemEventTraceProc([](int32 kind, KzErr err, UHandle h, unsigned long newSize, unsigned long oldSize) {
             gSeen.push_back(Event(kind, err, h, newSize, oldSize));
@@ -219,6 +224,7 @@ protected:
 
     std::mt19937 random;
     std::map<UHandle, Content> handles;
+    std::list<std::pair<unsigned char*, kz::HandlePlace>> kept;  // by the cache, the newest first
     Counters counters = {1, 0x7FFFFFFF, 0xFFFFFFF0, 4};
 
     unsigned Below(unsigned n) { return static_cast<unsigned>(random() % n); }
@@ -228,6 +234,8 @@ protected:
     void Run(const Call& call, UHandle old, const Arguments& given, int failing = 0);
     void ExpectContents();
     void Step();
+    void Keep(unsigned char* data, const kz::HandlePlace& place);
+    auto BestKept(unsigned long size);
     Content Target(const Call& call, UHandle old, const Arguments& given) const;
     Lines Resized(const Call& call, UHandle old, UHandle now, const Content& target, bool failed);
     Lines Changed(const Call& call, UHandle old, UHandle now, const Arguments& given);
@@ -238,9 +246,9 @@ constexpr unsigned long kTooLarge = 1ul << 47;
 
 MemoryModel::Content MemoryModel::Target(const Call& call, UHandle old, const Arguments& given) const
 {
-    Bytes kept = old == nullptr || call.effect == kReplace || call.effect == kCopy || call.effect == kDuplicate
-                     ? Bytes()
-                     : handles.at(old).bytes;
+    Bytes bytes = old == nullptr || call.effect == kReplace || call.effect == kCopy || call.effect == kDuplicate
+                      ? Bytes()
+                      : handles.at(old).bytes;
     Bytes added;
     unsigned long size = given.n;
     if (call.effect == kCopy || call.effect == kAppendOther || call.effect == kDuplicate) {
@@ -251,13 +259,13 @@ MemoryModel::Content MemoryModel::Target(const Call& call, UHandle old, const Ar
         added.assign(from, from + size);
     }
     if (call.effect == kSize) {
-        kept.resize(std::min(kept.size(), size));
+        bytes.resize(std::min(bytes.size(), size));
     } else {
-        size += std::min(kept.size(), ULONG_MAX - size);
+        size += std::min(bytes.size(), ULONG_MAX - size);
     }
-    kept.insert(kept.end(), added.begin(), added.end());
+    bytes.insert(bytes.end(), added.begin(), added.end());
     return {
-        kept,
+        bytes,
         (call.traits & kGiven) != 0 ? kz::NormalAlignment(given.alignment, given.offset) : kz::AlignmentForSize(size),
         size};
 }
@@ -329,11 +337,38 @@ void MemoryModel::ExpectContents()
     EXPECT_EQ(counters, std::bit_cast<Counters>(words));
 }
 
+// What the cache keeps of a disposed handle's data.
+void MemoryModel::Keep(unsigned char* data, const kz::HandlePlace& place)
+{
+    if (place.size >= kLeastKept && place.size < kMostKept) {
+        kept.emplace_front(data, place);
+    }
+    const auto sizes = [](unsigned long sum, const auto& each) { return sum + each.second.size; };
+    while (kept.size() > 3 || std::accumulate(kept.begin(), kept.end(), 0ul, sizes) > kMostKept) {
+        kept.pop_back();
+    }
+}
+
+// The newest of the smallest kept blocks that are large enough.
+auto MemoryModel::BestKept(unsigned long size)
+{
+    auto best = kept.end();
+    for (auto it = kept.begin(); it != kept.end(); ++it) {
+        best = it->second.size >= size && (best == kept.end() || it->second.size < best->second.size) ? it : best;
+    }
+    BufferCache::iterator found;
+    EXPECT_EQ(best != kept.end(), s_bufferCachePtr.load()->FindBuffer(size, found));
+    EXPECT_TRUE(best == kept.end() || best->first == found->data);
+    return best;
+}
+
 void MemoryModel::Run(const Call& call, UHandle old, const Arguments& given, int failing)
 {
     const bool isResize = call.effect < kSwap && !((call.traits & kNotEmpty) != 0 && given.n == 0) &&
                           !(call.effect == kCopy && (given.other == nullptr || given.other == old));
     const Content target = isResize ? Target(call, old, given) : Content{};
+    const kz::HandlePlace place = old == nullptr ? kz::HandlePlace{} : kz::HandleDataPlace(*old);
+    const auto best = BestKept(target.size);
     unsigned char* data = old == nullptr ? nullptr : *old;
     UHandle variable = (call.traits & kFresh) != 0 ? &data : old;
     KzErr err = 0;
@@ -348,15 +383,28 @@ void MemoryModel::Run(const Call& call, UHandle old, const Arguments& given, int
     const Lines expected =
         isResize ? Resized(call, old, variable, target, failed) : Changed(call, old, variable, given);
     EXPECT_EQ(expected, Seen());
+    const bool isCached = (call.traits & kCached) != 0;
+    if (call.effect == kDispose && isCached && old != nullptr) {
+        Keep(data, place);
+    } else if (isResize && !failed && (variable != old || *old != data) && best != kept.end()) {
+        const kz::HandlePlace& found = best->second;
+        const bool serves = isCached && found.size == target.size && found.align.offset == target.align.offset &&
+                            found.align.alignment % target.align.alignment == 0;
+        EXPECT_EQ(serves, *variable == best->first) << "a kept block of just the size goes to the calls of the cache";
+        handles[variable].align = serves ? found.align : target.align;
+        kept.erase(best, serves ? std::next(best) : best);
+    }
     ExpectContents();
 }
 
 unsigned long MemoryModel::Size()
 {
     constexpr unsigned long kRare[] = {
-        0,     0,     ULONG_MAX, ULONG_MAX - 15, ULONG_MAX - 16, ULONG_MAX - 100000, ULONG_MAX / 2, kTooLarge, 16380,
-        16384, 20000, 20000,     1048575,        1048576};
-    return Below(8) == 0 ? kRare[Below(std::size(kRare))] : Below(2) ? Below(64) : Below(3000);
+        0, ULONG_MAX, ULONG_MAX - 15, ULONG_MAX - 16, ULONG_MAX - 100000, ULONG_MAX / 2, kTooLarge, 1048575, 1048576};
+    constexpr unsigned long kFew[] = {99, 100, 101, 500, 500, 1000, 1000, 1100, 2000, 2999, 3000};  // for the cache
+    return Below(8) == 0   ? kRare[Below(std::size(kRare))]
+           : Below(2) == 0 ? kFew[Below(std::size(kFew))]
+                           : Below(Below(2) == 0 ? 64 : 3000);
 }
 
 void MemoryModel::Step()
@@ -370,9 +418,10 @@ void MemoryModel::Step()
     const Call* call = nullptr;
     do {
         call = &kCalls[Below(std::size(kCalls))];
-    } while (isTooMuch && call->effect != kDispose);
-    Arguments given = {Size(), Below(2) == 0 ? 1ul << Below(17) : random(), Below(Below(2) == 0 ? 300 : 70000), *other,
-                       other};
+    } while (isTooMuch ? call->effect != kDispose : (call->traits & kCached) == 0 && Below(2) == 0);
+    const bool usual = Below(2) == 0;
+    Arguments given = {Size(), usual ? 8ul << Below(3) : random() >> Below(32), usual ? 4 * Below(3) : Below(70000),
+                       *other, other};
     if (call->effect == kReplace || call->effect == kAppend) {
         const unsigned at = Below(static_cast<unsigned>(source.size + 1));
         given.bytes = *other + at;
@@ -406,28 +455,6 @@ TEST(MemoryModelWithGuards, RandomSequences)
 {
     EXPECT_EQ(0, kztest::RunChildTests("MemoryModel.RandomSequences",
                                        {{"ZVGuardBytes", "check"}, {"KZ_MODEL_SEQUENCES", "300"}}));
-}
-
-// A kept block of just the size goes to the calls of the cache alone, and only theirs is kept.
-TEST_F(MemoryModel, OnlyTheCallsOfTheCacheUseIt)
-{
-    constexpr unsigned long kBig = 20000;
-    constexpr Call kKeep = KZ_ROW(, DSDisposeHandleCache, (*h), kDispose, kCached);
-    for (const Call& call : kCalls) {
-        SCOPED_TRACE(call.name);
-        const UHandle big = Make(kBig);
-        unsigned char* const data = *big;
-        Run(call.effect == kDispose ? call : kKeep, big, {});
-        BufferCache::iterator kept;
-        EXPECT_EQ((call.traits & kCached) != 0 || call.effect != kDispose,
-                  s_bufferCachePtr.load()->FindBuffer(kBig, kept));
-        if (call.effect == kSize) {
-            Run(call, (call.traits & kFresh) != 0 ? nullptr : Make(1), {kBig});
-            EXPECT_EQ((call.traits & kCached) != 0, *handles.begin()->first == data);
-        }
-        s_bufferCachePtr.load()->ClearCache();
-        End();
-    }
 }
 
 TEST_F(MemoryModel, NoHandlesAndNullArgumentsAreRefused)
