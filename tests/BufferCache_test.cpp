@@ -72,6 +72,15 @@ TEST_F(BufferCacheTest, LimitsAreThoseOfTheTokensOrStandard)
               gAsked);
 }
 
+TEST_F(BufferCacheTest, AlignedMoreServesAlignedLessDoesNot)
+{
+    DSDisposeHandleCache(DSNewAlignedHandle(20000, 32, 8));
+    EXPECT_EQ(nullptr, s_bufferCachePtr.load()->GetAllocation(20000, 64, 8));
+    unsigned char* const data = s_bufferCachePtr.load()->GetAllocation(20000, 16, 8);
+    ASSERT_NE(nullptr, data);
+    kz::FreeHandleData(data);
+}
+
 TEST_F(BufferCacheTest, OutOfMemory)
 {
     kztest::FaultLoop([](auto failed) {
