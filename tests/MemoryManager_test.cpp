@@ -5,7 +5,6 @@
 #include <cstring>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 

@@ -80,8 +80,9 @@ KzErr ErrOf(Result result)
 const NormalHandleAllocationInterface gNormal;
 const CachedHandleAllocationInterface gCached;
 
-// A call on the handle `*h` or the variable `h`: alone, as the DS and the AZ one of a name, and as members of both
-// interfaces, which reach a call of a name and the one of that name with "Cache".
+// Rows of a call on the handle `*h` or the variable `h`: alone; as the DS and the AZ call of a name; and as the members
+// of both interfaces, which reach the call of a name and the one of that name with "Cache". `result` is `*h =` before a
+// call that returns a handle.
 #define KZ_DO(call) [](auto h, [[maybe_unused]] A a) -> decltype(ErrOf(call)) { return ErrOf(call); }
 #define KZ_ROW(result, name, args, ...) Row(#name, KZ_DO(result name args), __VA_ARGS__)
 #define KZ_BOTH(result, name, args, ...) \
