@@ -1,23 +1,19 @@
 #include "GuardBytes.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "BufferCache.h"
 #include "ChildTest.h"
 #include "CookieManager.h"
 #include "GuardChecks.h"
-#include "MemoryChecks.h"
 #include "MemoryPoison.h"
 #include "MemoryZone.h"
-#include "RunningMemory.h"
+#include "Racing.h"
 #include "ThTmoEvent.h"
 #include "TrackedMalloc.h"
 
@@ -40,13 +36,13 @@ KZ_TOUCHES_POISON void Poke(void* at, const char* bytes)
     }
 }
 
-KZ_TOUCHES_POISON std::string Peek(const void* at, int n)
+KZ_TOUCHES_POISON bool HasGuard(const void* at)
 {
-    std::string bytes;
-    for (const volatile char* from = static_cast<const char*>(at); n > 0; --n, ++from) {
-        bytes += *from;
+    bool has = true;
+    for (int i = 0; i < 8; ++i) {
+        has &= static_cast<const volatile char*>(at)[i] == "ZOR14MEM"[i];
     }
-    return bytes;
+    return has;
 }
 
 // Damages the guards of `size` bytes at `data` in each way there is, and hands what a check must tell to `check`, with
@@ -54,50 +50,66 @@ KZ_TOUCHES_POISON std::string Peek(const void* at, int n)
 template <typename Check>
 void WithEachDamage(unsigned char* data, unsigned long size, Check check)
 {
-    const struct {
+    constexpr struct {
         long at;            // in each guard
         const char* front;  // what is written into the guard before the data
         const char* back;   // and behind it
-        std::string told;
+        const char* told;
     } kDamages[] = {
         {7, "x", "", "0"}, {0, "x", "", "0"},  {3, "13", "", "0"}, {0, "", "x", "1"},
         {5, "", "x", "1"}, {0, "x", "x", "0"}, {3, "", "15", "0"}, {3, "13", "13", "213"},
     };
     for (const auto& damage : kDamages) {
-        SCOPED_TRACE(damage.told + damage.front + damage.back);
-        EXPECT_EQ("ZOR14MEM", Peek(data - 8, 8));
-        EXPECT_EQ("ZOR14MEM", Peek(data + size, 8));
+        SCOPED_TRACE(damage.told + std::string(damage.front) + damage.back);
+        EXPECT_TRUE(HasGuard(data - 8) && HasGuard(data + size));
         Poke(data - 8 + damage.at, damage.front);
         Poke(data + size + damage.at, damage.back);
-        check(damage.told);
+        check(std::string(damage.told));
         Poke(data - 8, "ZOR14MEM");
         Poke(data + size, "ZOR14MEM");
     }
 }
 
-class GuardBytesChild : public kztest::MemoryTest {
-protected:
-    GuardBytesChild()
-    {
-        SetGuardByteCheckFailedProc([](const void* ptr, int32 type, const char* version) {
-            gTold += std::to_string(type) + (version == nullptr ? "" : version);
-            gToldOf = ptr;
-        });
-    }
-};
+void SetWords(uInt32 handle, uInt32 ptr, uInt32 newDelete)
+{
+    kz::gGuardBytes_Handle = handle;
+    kz::gGuardBytes_Ptr = ptr;
+    kz::gGuardBytes_NewDelete = newDelete;
+    kz::gGuardBytes_InitializedAndDisabled = handle == 0 && ptr == 0 && newDelete != 7;
+}
 
 std::string Words()
 {
-    std::string words;
-    for (const auto* word : {&kz::gGuardBytes_Handle, &kz::gGuardBytes_Ptr, &kz::gGuardBytes_NewDelete}) {
-        words += std::to_string(word->load());
-    }
-    return words;
+    return std::to_string(kz::gGuardBytes_Handle) + std::to_string(kz::gGuardBytes_Ptr) +
+           std::to_string(kz::gGuardBytes_NewDelete);
 }
 
-// The words that the environment has set: of handles, pointers and TrackedMalloc, whether all are off; with checks
-// turned off, and on, which are those words that write guards; whether all do.
-TEST_F(GuardBytesChild, DISABLED_WordsAsExpected)
+// The memory service with the words of handles, pointers and TrackedMalloc that are given, 0 before and afterwards.
+class Guarded {
+public:
+    Guarded(uInt32 handle, uInt32 ptr, uInt32 newDelete)
+    {
+        SetWords(handle, ptr, newDelete);
+        SetGuardByteCheckFailedProc([](const void* at, int32 type, const char* version) {
+            gTold += std::to_string(type) + (version == nullptr ? "" : version);
+            gToldOf = at;
+        });
+        memory.emplace();
+    }
+    ~Guarded()
+    {
+        memory.reset();
+        SetGuardByteCheckFailedProc(&StandardGuardByteCheckFailedProc);
+        SetWords(0, 0, 0);
+    }
+
+    kztest::ReportCatcher reports;
+    std::optional<kztest::RunningMemory> memory;
+};
+
+// The words that the environment has set, whether all are off; with checks turned off, and on, which are those words
+// that write guards; whether all do.
+TEST(GuardBytesChild, DISABLED_WordsAsExpected)
 {
     std::string words = Words() + (kz::gGuardBytes_InitializedAndDisabled ? " off " : " on ");
     const bool all = ConfigGuardBytes(0) != 0;
@@ -109,125 +121,6 @@ TEST_F(GuardBytesChild, DISABLED_WordsAsExpected)
     void* const tracked = TrackedMalloc(3);
     EXPECT_NE(nullptr, tracked);
     TrackedFree(tracked);
-}
-
-// Where each use is checked, and where guards are only written.
-TEST_F(GuardBytesChild, DISABLED_DamageIsFound)
-{
-    const bool checks = ShouldCheckHandleGuardBytes() != 0;
-    // 12: data at 4 modulo 8; 2000 and 5000000: aligned blocks.
-    for (const unsigned long size : {0ul, 12ul, 13ul, 2000ul, 5000000ul}) {
-        UHandle handle = DSNewHClr(size);
-        DSSetHandleSize(handle, size + 40);
-        DSSetHandleSize(handle, size);
-        unsigned char* const data = *handle;
-        WithEachDamage(data, size, [&](const std::string& told) {
-            EXPECT_FALSE(DSCheckHandleGuardBytes(handle));
-            EXPECT_EQ(data, gToldOf);
-            EXPECT_EQ(told, Told());
-            EXPECT_STREQ("a handle's guards are damaged", kz::MemoryFault());
-            EXPECT_TRUE(IsDSHandle(handle));
-            EXPECT_EQ(checks ? 3 : 0, DSCheckHandle(handle));
-            EXPECT_EQ(checks ? 3 : 0, AZCheckHandle(handle));
-            EXPECT_EQ(checks ? 0 : size, DSGetHandleSize(handle));
-            EXPECT_EQ(checks ? nullptr : handle, DSRecoverHandle(data));
-            if (checks) {
-                EXPECT_EQ(told + told + told + told, Told());
-                EXPECT_EQ(3, DSDisposeHandle(handle));
-                EXPECT_EQ(3, DSSetHandleSize(handle, 1));
-                EXPECT_EQ(data, *handle) << "a block that fails is left alone";
-                EXPECT_EQ(told + told, Told());
-            }
-            reports.TakeAll();
-        });
-        EXPECT_EQ(0, DSDisposeHandle(handle));
-    }
-    auto* const ptr = static_cast<unsigned char*>(DSNewPClr(10));
-    WithEachDamage(ptr, 10, [&](const std::string& told) {
-        EXPECT_FALSE(DSCheckPtrGuardBytes(ptr));
-        EXPECT_EQ(told, Told());
-        EXPECT_EQ(checks ? 3 : 0, DSCheckPtr(ptr));
-        EXPECT_EQ(checks ? told : "", Told());
-        if (checks) {
-            EXPECT_EQ(3, AZDisposePtr(ptr));
-            EXPECT_EQ(told, Told());
-            EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 3 in AZDisposePtr"));
-        }
-    });
-    EXPECT_EQ(0, DSDisposePtr(ptr));
-    auto* const tracked = static_cast<unsigned char*>(TrackedMalloc(3));
-    EXPECT_EQ(tracked - 16, GetOrigNewDeletePtrFromGuardedPtr(tracked));
-    Poke(tracked + 3, "x");
-    TrackedFree(tracked);  // told, and freed all the same
-    EXPECT_EQ(checks ? "1" : "", Told());
-    EXPECT_EQ(nullptr, TrackedMalloc(~size_t{0} - 10));
-    Poke(reinterpret_cast<char*>(kz::NewestBlock(kz::MemZone())) - 1, "x");
-    EXPECT_STREQ("the guards of a block of masters are damaged", kz::MemoryFault());
-    Poke(reinterpret_cast<char*>(kz::NewestBlock(kz::MemZone())) - 1, "M");
-}
-
-TEST_F(GuardBytesChild, DISABLED_GuardsSurviveTheCache)
-{
-    UHandle handle = DSNewHandleCache(20000);
-    unsigned char* const data = *handle;
-    DSDisposeHandleCache(handle);
-    Poke(data + 20000, "x");
-    EXPECT_STREQ("a kept block's guards are damaged", kz::BufferCacheFault());
-    Poke(data + 20000, "Z");
-    handle = DSNewHClrCache(20000);
-    EXPECT_EQ(data, *handle);
-    EXPECT_EQ(0, DSCheckHandle(handle));
-    EXPECT_EQ(0, DSDisposeHandle(handle));
-}
-
-// Asked about a handle that another thread disposes and makes again, whose block stays readable in the cache: the check
-// looks at the block that the handle was found good by, not at what has become of its master since.
-TEST_F(GuardBytesChild, DISABLED_ChecksOfADyingHandleReadItsBlock)
-{
-    UHandle const handle = DSNewHandleCache(20000);
-    {
-        std::atomic<int> checks{0};
-        const std::jthread checker([&] {
-            for (; checks < 3000000; ++checks) {
-                DSCheckHandle(handle);
-            }
-        });
-        while (checks < 3000000) {
-            DSDisposeHandleCache(handle);
-            ASSERT_EQ(handle, DSNewHandleCache(20000));
-        }
-    }
-    EXPECT_EQ("", Told());
-    EXPECT_EQ(0, DSDisposeHandle(handle));
-}
-
-// A write in front of a cookie's record is told of when the jar goes, and the block is left alone.
-TEST_F(GuardBytesChild, DISABLED_DamagedCookiesAreFound)
-{
-    MagicCookieJar jar = MCNewBigJar(8);
-    void* info = nullptr;
-    ASSERT_EQ(0, MCGetCookieInfoPtr(jar, MCNewCookie(jar, "8 bytes"), &info));
-    Poke(static_cast<char*>(info) - 8, "x");
-    EXPECT_EQ(0, MCDisposeJar(jar));
-    EXPECT_EQ("0", Told());
-    Poke(static_cast<char*>(info) - 8, "Z");
-    EXPECT_EQ(0, DSDisposePtr(info));
-}
-
-// A damaged guard keeps the block of a destroyed timed event readable, so that the second destroy can be seen.
-TEST_F(GuardBytesChild, DISABLED_ATimedEventIsDestroyedOnce)
-{
-    ThTmoEvent event = nullptr;
-    ASSERT_EQ(0, ThTmoEventCreate(&event));
-    Poke(reinterpret_cast<char*>(event) - 8, "x");
-    ThTmoEventDestroy(event);
-    EXPECT_EQ("0", Told());
-    EXPECT_TRUE(reports.Take(kDbgWarning, "Memory error 3 in DSDisposePtr"));
-    ThTmoEventDestroy(event);
-    EXPECT_TRUE(reports.Take(kDbgFatal, ""));
-    EXPECT_EQ("", Told()) << "the block is left alone";
-    Poke(reinterpret_cast<char*>(event) - 8, "Z");
-    EXPECT_EQ(0, DSDisposePtr(event));
 }
 
 TEST(GuardBytes, EnvironmentSettings)
@@ -247,80 +140,154 @@ TEST(GuardBytes, EnvironmentSettings)
         {"", "off", "check", "", "070 on 030 070"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(0,
-                  kztest::RunChildTests("GuardBytesChild.DISABLED_WordsAsExpected", {{"ZVGuardBytes", c[0]},
-                                                                                     {"ZVGuardBytes_Handle", c[1]},
-                                                                                     {"ZVGuardBytes_Ptr", c[2]},
-                                                                                     {"ZVGuardBytes_NewDelete", c[3]},
-                                                                                     {"KZ_EXPECTED", c[4]}}))
-            << c[4];
+        const kztest::Environment environment = {{"ZVGuardBytes", c[0]},
+                                                 {"ZVGuardBytes_Handle", c[1]},
+                                                 {"ZVGuardBytes_Ptr", c[2]},
+                                                 {"ZVGuardBytes_NewDelete", c[3]},
+                                                 {"KZ_EXPECTED", c[4]}};
+        EXPECT_EQ(0, kztest::RunChildTests("GuardBytesChild.DISABLED_WordsAsExpected", environment)) << c[4];
     }
 }
 
-TEST(GuardBytes, DamageIsFoundAtEachUseOrWhenAskedFor)
+// Where each use is checked, and where guards are only written.
+TEST(GuardBytes, DamageIsFound)
 {
-    const std::pair<const char*, const char*> children[] = {
-        {"DamageIsFound", "check"},
-        {"DamageIsFound", "alloc"},
-        {"GuardsSurviveTheCache", "check"},
-        {"DamagedCookiesAreFound", "check"},
-        {"ATimedEventIsDestroyedOnce", "check"},
-#if !defined(KZ_ASAN) && !defined(__SANITIZE_THREAD__)
-        {"ChecksOfADyingHandleReadItsBlock", "check"},  // its threads race for a guard's bytes
-#endif
-    };
-    for (const auto& [child, setting] : children) {
-        EXPECT_EQ(0,
-                  kztest::RunChildTests(std::string("GuardBytesChild.DISABLED_") + child, {{"ZVGuardBytes", setting}}));
+    for (const bool checks : {true, false}) {
+        const uInt32 word = checks ? 7 : 3;
+        Guarded guarded(word, word, word);
+        const KzErr failure = checks ? 3 : 0;
+        // 12: data at 4 modulo 8; 2000 and 5000000: aligned blocks.
+        for (const unsigned long size : {0ul, 12ul, 13ul, 2000ul, 5000000ul}) {
+            UHandle handle = DSNewHClr(size);
+            DSSetHandleSize(handle, size + 40);
+            DSSetHandleSize(handle, size);
+            unsigned char* const data = *handle;
+            WithEachDamage(data, size, [&](const std::string& told) {
+                EXPECT_FALSE(DSCheckHandleGuardBytes(handle));
+                EXPECT_EQ(data, gToldOf);
+                EXPECT_EQ(told, Told());
+                EXPECT_STREQ("a handle's guards are damaged", kz::MemoryFault());
+                EXPECT_TRUE(IsDSHandle(handle));
+                EXPECT_EQ(2 * failure, DSCheckHandle(handle) + AZCheckHandle(handle));
+                EXPECT_EQ(checks ? 0 : size, DSGetHandleSize(handle));
+                EXPECT_EQ(checks ? nullptr : handle, DSRecoverHandle(data));
+                EXPECT_EQ(failure, checks ? DSDisposeHandle(handle) : 0);
+                EXPECT_EQ(failure, DSSetHandleSize(handle, checks ? 1 : size));
+                EXPECT_EQ(data, *handle) << "a block that fails is left alone";
+                EXPECT_EQ(checks ? told + told + told + told + told + told : "", Told());
+                guarded.reports.TakeAll();
+            });
+            EXPECT_EQ(0, DSDisposeHandle(handle));
+        }
+        auto* const ptr = static_cast<unsigned char*>(DSNewPClr(10));
+        WithEachDamage(ptr, 10, [&](const std::string& told) {
+            EXPECT_FALSE(DSCheckPtrGuardBytes(ptr));
+            EXPECT_EQ(told, Told());
+            EXPECT_EQ(2 * failure, DSCheckPtr(ptr) + (checks ? AZDisposePtr(ptr) : 0));
+            EXPECT_EQ(checks ? told + told : "", Told());
+            EXPECT_EQ(checks, guarded.reports.Take(kDbgWarning, "Memory error 3 in AZDisposePtr"));
+        });
+        EXPECT_EQ(0, DSDisposePtr(ptr));
+        auto* const tracked = static_cast<unsigned char*>(TrackedMalloc(3));
+        EXPECT_EQ(tracked - 16, GetOrigNewDeletePtrFromGuardedPtr(tracked));
+        Poke(tracked + 3, "x");
+        TrackedFree(tracked);  // told, and freed all the same
+        EXPECT_EQ(checks ? "1" : "", Told());
+        EXPECT_EQ(nullptr, TrackedMalloc(~size_t{0} - 10));
+        char* const masters = reinterpret_cast<char*>(kz::NewestBlock(kz::MemZone()));
+        Poke(masters - 1, "x");
+        EXPECT_STREQ("the guards of a block of masters are damaged", kz::MemoryFault());
+        Poke(masters - 1, "M");
     }
 }
+
+// A write in front of a cookie's record is told of when the jar goes, and the block is left alone. A damaged guard
+// keeps the block of a destroyed timed event readable, so that the second destroy can be seen.
+TEST(GuardBytes, DamagedBlocksOfOthersAreLeftAlone)
+{
+    Guarded guarded(7, 7, 7);
+    MagicCookieJar jar = MCNewBigJar(8);
+    void* info = nullptr;
+    ASSERT_EQ(0, MCGetCookieInfoPtr(jar, MCNewCookie(jar, "8 bytes"), &info));
+    Poke(static_cast<char*>(info) - 8, "x");
+    EXPECT_EQ(0, MCDisposeJar(jar));
+    EXPECT_EQ("0", Told());
+
+    ThTmoEvent event = nullptr;
+    ASSERT_EQ(0, ThTmoEventCreate(&event));
+    Poke(reinterpret_cast<char*>(event) - 8, "x");
+    ThTmoEventDestroy(event);
+    EXPECT_EQ("0", Told());
+    EXPECT_TRUE(guarded.reports.Take(kDbgWarning, "Memory error 3 in DSDisposePtr"));
+    ThTmoEventDestroy(event);
+    EXPECT_TRUE(guarded.reports.Take(kDbgFatal, ""));
+    EXPECT_EQ("", Told()) << "the block is left alone";
+    for (void* const left : {info, static_cast<void*>(event)}) {
+        Poke(static_cast<char*>(left) - 8, "Z");
+        EXPECT_EQ(0, DSDisposePtr(left));
+    }
+}
+
+#if !defined(KZ_ASAN) && !defined(__SANITIZE_THREAD__)
+// Asked about a handle that another thread disposes and makes again, whose block stays readable in the cache: the check
+// looks at the block that the handle was found good by, not at what has become of its master since. The threads race
+// for a guard's bytes.
+TEST(GuardBytes, ChecksOfADyingHandleReadItsBlock)
+{
+    Guarded guarded(7, 7, 7);
+    UHandle const handle = DSNewHandleCache(20000);
+    std::atomic<int> checks{0};
+    kztest::Race(2, [&](int thread) {
+        for (; checks < 3000000; checks += thread) {
+            if (thread == 1) {
+                DSCheckHandle(handle);
+            } else {
+                DSDisposeHandleCache(handle);
+                ASSERT_EQ(handle, DSNewHandleCache(20000));
+            }
+        }
+    });
+    EXPECT_EQ("", Told());
+    EXPECT_EQ(0, DSDisposeHandle(handle));
+}
+#endif
 
 // In each setting of the three words a block that was damaged by its owner or while it was kept is whole for the next
 // one, who gets it by a make or a resize and may have the checks turned on meanwhile.
 TEST(GuardBytes, DamageIsNotTheNextOwners)
 {
     constexpr unsigned long kSize = 20000;
-    const uInt32 kWords[] = {0, 3, 7};
-    const uInt32 before[] = {kz::gGuardBytes_Handle, kz::gGuardBytes_Ptr, kz::gGuardBytes_NewDelete};
-    const bool wereDisabled = kz::gGuardBytes_InitializedAndDisabled;
+    constexpr uInt32 kWords[] = {0, 3, 7};
     for (int setting = 0; setting < 27 * 8; ++setting) {
         SCOPED_TRACE(setting);
         const bool inCache = (setting / 27 & 1) != 0, atFront = (setting / 27 & 2) != 0, byResize = setting / 27 > 3;
-        kz::gGuardBytes_Handle = kWords[setting % 3];
-        kz::gGuardBytes_Ptr = kWords[setting / 3 % 3];
-        kz::gGuardBytes_NewDelete = kWords[setting / 9 % 3];
-        kz::gGuardBytes_InitializedAndDisabled = setting % 9 == 0 && setting / 9 % 3 != 2;
-        {
-            kztest::ReportCatcher reports;
-            kztest::RunningMemory memory;
-            UHandle handle = DSNewHandleCache(kSize);
-            unsigned char* const data = *handle;
-            const auto damage = [&](bool now) {
-                if (now && GetOneHandleGuardSize() != 0) {
-                    Poke(atFront ? data - 1 : data + kSize, "x");
-                }
-            };
-            damage(!inCache);
-            if (DSDisposeHandleCache(handle) != 0) {
-                EXPECT_TRUE(ShouldCheckHandleGuardBytes() && !inCache);
-                EXPECT_EQ(3u, reports.TakeAll().size()) << "the owner is told";
-                ConfigGuardBytes(0);
-                EXPECT_EQ(0, DSDisposeHandleCache(handle));
+        Guarded guarded(kWords[setting % 3], kWords[setting / 3 % 3], kWords[setting / 9 % 3]);
+        UHandle handle = DSNewHClrCache(kSize);
+        unsigned char* const data = *handle;
+        const bool hasGuards = GetOneHandleGuardSize() != 0, checks = ShouldCheckHandleGuardBytes() != 0;
+        const auto damage = [&](bool now) {
+            if (now && hasGuards) {
+                Poke(atFront ? data - 1 : data + kSize, "x");
             }
-            damage(inCache);
-            handle = byResize ? DSNewHandle(1) : DSNewHandleCache(kSize);
-            EXPECT_EQ(0, byResize ? DSSetHandleSizeCache(handle, kSize) : 0);
-            EXPECT_EQ(data, *handle);
-            ConfigGuardBytes(1);
-            EXPECT_TRUE(DSCheckHandleGuardBytes(handle));
-            EXPECT_EQ(kSize, DSGetHandleSize(handle));
-            EXPECT_EQ(0, DSDisposeHandle(handle));
+        };
+        damage(!inCache);
+        if (checks && !inCache) {
+            EXPECT_EQ(3, DSDisposeHandleCache(handle));
+            EXPECT_EQ(2u, guarded.reports.TakeAll().size()) << "the owner is told";
+            ConfigGuardBytes(0);
         }
+        EXPECT_EQ(0, DSDisposeHandleCache(handle));
+        damage(inCache);
+        EXPECT_STREQ(checks && inCache ? "a kept block's guards are damaged" : nullptr, kz::BufferCacheFault());
+        handle = byResize ? DSNewHandle(1) : DSNewHandleCache(kSize);
+        EXPECT_EQ(0, byResize ? DSSetHandleSizeCache(handle, kSize) : 0);
+        EXPECT_EQ(data, *handle);
+        ConfigGuardBytes(1);
+        EXPECT_TRUE(DSCheckHandleGuardBytes(handle));
+        EXPECT_EQ(kSize, DSGetHandleSize(handle));
+        EXPECT_EQ(0, DSDisposeHandle(handle));
+        EXPECT_EQ(checks && !inCache ? atFront ? "0" : "1" : "", Told());
     }
-    kz::gGuardBytes_Handle = before[0];
-    kz::gGuardBytes_Ptr = before[1];
-    kz::gGuardBytes_NewDelete = before[2];
-    kz::gGuardBytes_InitializedAndDisabled = wereDisabled;
 }
 
 TEST(GuardBytes, OffByDefault)
@@ -328,25 +295,17 @@ TEST(GuardBytes, OffByDefault)
     kztest::ReportCatcher reports;
     kztest::RunningMemory memory;
     EXPECT_EQ(0u, GetOneHandleGuardSize() + GetAllPtrGuardsSize() + GetAllNewDeleteGuardsSize());
-    EXPECT_FALSE(ConfigGuardBytes(1));
-    EXPECT_FALSE(ShouldCheckHandleGuardBytes());
+    EXPECT_FALSE(ConfigGuardBytes(1) || ShouldCheckHandleGuardBytes());
     char block[4];
     EXPECT_EQ(block, InitPtrGuards(block, 4));
     EXPECT_EQ(block, GetOrigPtrFromGuardedPtr(InitNewDeleteGuards(block, 4)));
     EXPECT_TRUE(CheckHandleGuards(nullptr) && CheckPtrGuards(nullptr) && CheckNewDeleteGuards(nullptr) &&
                 DSCheckPtrGuardBytes(nullptr));
     EXPECT_TRUE(reports.TakeAll().empty());
-    EXPECT_FALSE(DSCheckHandleGuardBytes(nullptr));
-    EXPECT_TRUE(reports.Take(kDbgError, "NULL handle passed to DSCheckHandleGuardBytes"));
-    EXPECT_FALSE(CheckGuards(nullptr, 0));
-    EXPECT_TRUE(reports.Take(kDbgError, "NULL ptr passed to CheckGuards"));
+    EXPECT_FALSE(DSCheckHandleGuardBytes(nullptr) || CheckGuards(nullptr, 0));
     TrackedFree(nullptr);
     TrackedFree(TrackedMalloc(0));
-}
 
-TEST(GuardBytes, StandardReports)
-{
-    kztest::ReportCatcher reports;
     const void* const ptr = reinterpret_cast<const void*>(0x1234);
     for (const int32 type : {0, 1, 2, 3}) {
         ReportGuardByteCheckFailed(ptr, type, "13");
@@ -355,12 +314,16 @@ TEST(GuardBytes, StandardReports)
     EXPECT_EQ(&StandardGuardByteCheckFailedProc, standard);
     ReportGuardByteCheckFailed(ptr, 0, nullptr);
     SetGuardByteCheckFailedProc(standard);
-    for (const char* text : {"Memory corruption detected:  buffer underrun at pointer 0x0000000000001234",
-                             "Memory corruption detected:  buffer overrun at pointer 0x0000000000001234",
-                             "Memory misuse detected:  buffer at 0x0000000000001234 was passed from Zorvane version 13",
-                             "Unknown guard byte violation", "No guard byte check failed reporting proc installed!"}) {
-        EXPECT_TRUE(reports.Take(kDbgError, text)) << text;
-    }
+    const kztest::ReportRows expected = {
+        {kDbgError, "NULL handle passed to DSCheckHandleGuardBytes"},
+        {kDbgError, "NULL ptr passed to CheckGuards"},
+        {kDbgError, "Memory corruption detected:  buffer underrun at pointer 0x0000000000001234"},
+        {kDbgError, "Memory corruption detected:  buffer overrun at pointer 0x0000000000001234"},
+        {kDbgError, "Memory misuse detected:  buffer at 0x0000000000001234 was passed from Zorvane version 13"},
+        {kDbgError, "Unknown guard byte violation"},
+        {kDbgError, "No guard byte check failed reporting proc installed!"},
+    };
+    EXPECT_EQ(expected, reports.TakeRows());
 }
 
 #if defined(KZ_ASAN)

@@ -1,28 +1,18 @@
-#include "MemoryManager.h"
-
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <set>
 #include <string>
-#include <thread>
-#include <tuple>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "BufferCache.h"
 #include "ChildTest.h"
-#include "HandleAllocationInterface.h"
-#include "HandleLayout.h"
-#include "MemoryChecks.h"
 #include "MemoryZone.h"
+#include "Racing.h"
 #include "ResidentPages.h"
-#include "RunningMemory.h"
 
 namespace {
 
@@ -48,51 +38,18 @@ uInt32 PointersMade()
     return static_cast<uInt32>(words[0] >> 32);
 }
 
-// The calls on the address of a variable `v`. How many of them take an argument of type T is a matter of compilation.
-#define KZ_CALL(call) [](auto v) -> decltype(call) { return {}; }
-constexpr std::tuple kCallsOnVariables{
-    KZ_CALL(DSSetHandleSizeOrNewHandle(v, 1)),
-    KZ_CALL(DSSetHSzOrNewHClr(v, 1)),
-    KZ_CALL(DSSetHandleSizeOrNewHandleCache(v, 1)),
-    KZ_CALL(DSSetHSzOrNewHClrCache(v, 1)),
-    KZ_CALL(DataSetHandleSizeOrNewHandle(v, 1)),
-    KZ_CALL(DataSetHSzOrNewHClr(v, 1)),
-    KZ_CALL(DSDisposeHandleAndNull(v)),
-    KZ_CALL(DSCopyHandle(v, nullptr)),
-    KZ_CALL(AZCopyHandle(v, nullptr)),
-    KZ_CALL(DSHandToHand(v)),
-    KZ_CALL(AZHandToHand(v)),
-    KZ_CALL(DSSetHandleFromPtr(v, "", 1)),
-    KZ_CALL(AZSetHandleFromPtr(v, "", 1)),
-    KZ_CALL(DSSetHandleFromPtrNULLMeansEmpty(v, "", 1)),
-    KZ_CALL(DSPtrToHand("", v, 1)),
-    KZ_CALL(AZPtrToHand("", v, 1)),
-    KZ_CALL(std::declval<NormalHandleAllocationInterface>().ResizeHandleOrAllocateHandle(v, 1)),
-    KZ_CALL(std::declval<HandleAllocationInterface>().ResizeHandleOrAllocateHandleClr(v, 1)),
-};
-template <typename T, typename... Calls>
-constexpr unsigned long CountTakers(const std::tuple<Calls...>& /*calls*/)
-{
-    return (0ul + ... + std::is_invocable_v<Calls, T>);
-}
-template <unsigned long count, typename... T>
-constexpr bool kTakeEach = ((CountTakers<T>(kCallsOnVariables) == count) && ...);
-static_assert(kTakeEach<std::tuple_size_v<decltype(kCallsOnVariables)>, UHandle*, LStr***, void*, std::nullptr_t>);
-static_assert(kTakeEach<0, UHandle, LStr**, std::string*, const UHandle*>);
-
 // Zeros that nobody has used yet take no memory.
 TEST_F(MemoryManager, ClearedMemoryIsNotTouched)
 {
     constexpr unsigned long kSize = 1ul << 30;
-    UHandle handle = DSNewHClr(kSize);
-    ASSERT_NE(nullptr, handle);
-    EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
-    EXPECT_EQ(0, (*handle)[kSize - 1]);
-    EXPECT_EQ(0, DSSetHandleSize(handle, 5));
+    UHandle handle = DSNewHandle(5);
     std::memset(*handle, 7, 5);
     EXPECT_EQ(0, DSSetHSzClr(handle, kSize));
     EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
-    EXPECT_EQ(0, BlockCmp(*handle, "\7\7\7\7\7\0\0\0", 8));
+    EXPECT_EQ(0, BlockCmp(*handle, "\7\7\7\7\7\0\0\0", 8) + (*handle)[kSize - 1]);
+    EXPECT_EQ(0, DSDisposeHandle(handle));
+    handle = DSNewHClr(kSize);
+    EXPECT_TRUE(kztest::IsUntouched(*handle, kSize));
     EXPECT_EQ(0, DSDisposeHandle(handle));
     void* const ptr = DSNewPClr(kSize);
     EXPECT_TRUE(kztest::IsUntouched(ptr, kSize));
@@ -102,12 +59,10 @@ TEST_F(MemoryManager, ClearedMemoryIsNotTouched)
 std::vector<unsigned long> gMemFullSizes;
 int gMoves = 0;
 
-TEST_F(MemoryManager, PointersAndPlainBytes)
+TEST_F(MemoryManager, Pointers)
 {
     SetMemFullProc([](unsigned long size) { gMemFullSizes.push_back(size); });
-    SetMemoryCheckCallback([] { ++gMoves; });
     gMemFullSizes.clear();
-    gMoves = 0;
     const uInt32 made = PointersMade();
     for (void* (*const make)(unsigned long) : {&DSNewPtr, &AZNewPtr, &DSNewPClr, &AZNewPClr}) {
         const bool clears = make == &DSNewPClr || make == &AZNewPClr;
@@ -126,81 +81,50 @@ TEST_F(MemoryManager, PointersAndPlainBytes)
     EXPECT_EQ(made + 20, PointersMade());
     EXPECT_EQ(3, DSCheckPtr(nullptr));
     EXPECT_EQ(1, DSDisposePtr(nullptr));
-    SetMemFullProc(nullptr);
+}
 
-    char bytes[] = "abcdefgh";
-    MoveBlock(bytes, bytes + 2, 6);
-    EXPECT_STREQ("ababcdef", bytes);
-    ClearMem(bytes + 1, 2);
-    EXPECT_EQ(0, BlockCmp(bytes, "a\0\0bcdef", 8));
-    EXPECT_EQ(2, gMoves);
-    EXPECT_LT(BlockCmp("a", "b", 1), 0);
+// Areas of any size and alignment, against the C library's.
+TEST_F(MemoryManager, PlainBytes)
+{
+    SetMemoryCheckCallback([] { ++gMoves; });
+    const auto sign = [](int number) { return (number > 0) - (number < 0); };
+    for (unsigned round = 0; round < 4 * 4 * 20; ++round) {
+        const unsigned from = round % 4, to = round / 4 % 4, n = round / 16;
+        alignas(8) char ours[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+        std::string model = ours;
+        gMoves = 0;
+        SwapBlock(ours + from, ours + 24 + to, n);
+        std::swap_ranges(&model[from], &model[from + n], &model[24 + to]);
+        MoveBlock(ours + from, ours + to, n);
+        std::memmove(&model[to], &model[from], n);
+        ClearMem(ours + to + 8, n);
+        std::memset(&model[to + 8], 0, n);
+        EXPECT_EQ(model, std::string(ours, model.size())) << round;
+        EXPECT_EQ(sign(std::memcmp(&model[from], &model[to], n)), sign(BlockCmp(ours + from, ours + to, n))) << round;
+        EXPECT_TRUE(n == 0 || gMoves == 2) << round;
+    }
     SetMemoryCheckCallback(nullptr);
     MoveBlock(nullptr, nullptr, 0);
     ClearMem(nullptr, 0);
     EXPECT_EQ(0, BlockCmp(nullptr, nullptr, 0));
 }
 
-TEST_F(MemoryManager, NoHandleAndNoCounters)
-{
-    EXPECT_EQ(3, DSCheckHandle(nullptr));
-    EXPECT_EQ(3, AZCheckHandle(nullptr));
-    EXPECT_FALSE(IsDSHandle(nullptr));
-    DSReadCounters(nullptr);
-    DSSetCounters(nullptr);
-    UHandle const handle = DSNewHandle(8);
-    EXPECT_EQ(handle, DSRecoverHandle(*handle));
-    EXPECT_EQ(handle, AZRecoverHandle(*handle));
-    EXPECT_TRUE(reports.TakeAll().empty());
-    EXPECT_EQ(0u, DSGetHandleSize(nullptr) + AZGetHandleSize(nullptr));
-    EXPECT_EQ(nullptr, DSRecoverHandle(nullptr));
-    EXPECT_EQ(3u, reports.TakeAll().size());
-    for (void* none : {static_cast<void*>(handle), static_cast<void*>(*handle + 1)}) {
-        EXPECT_EQ(nullptr, AZRecoverHandle(none));
-        EXPECT_TRUE(reports.Take(kDbgFatal, "Pointer passed to BRecoverHandle not linked to master pointer!"));
-    }
-    EXPECT_EQ(0, DSDisposeHandle(handle));
-}
-
-TEST_F(MemoryManager, SwapsOfAnyAlignment)
-{
-    for (unsigned from = 0; from < 4; ++from) {
-        for (unsigned to = 0; to < 4; ++to) {
-            for (unsigned n = 0; n < 20; ++n) {
-                alignas(4) unsigned char a[24];
-                alignas(4) unsigned char b[24];
-                std::fill(a, a + 24, static_cast<unsigned char>(1));
-                std::fill(b, b + 24, static_cast<unsigned char>(2));
-                SwapBlock(a + from, b + to, n);
-                EXPECT_EQ(n, std::count(a + from, a + from + n, 2));
-                EXPECT_EQ(n, std::count(b + to, b + to + n, 1));
-                EXPECT_EQ(24 - n, std::count(a, a + 24, 1));
-            }
-        }
-    }
-}
-
-// Writes over words, and puts back what stood there.
-class Damage {
-public:
-    ~Damage()
+// A word to write over memory, which then holds what stood there.
+struct Word {
+    template <typename T>
+    Word(void* to, T value) : at(to), size(sizeof value)
     {
-        for (auto it = mUndo.rbegin(); it != mUndo.rend(); ++it) {
-            (*it)();
-        }
+        std::memcpy(bytes, &value, size);
     }
-    template <typename Word>
-    void Write(void* at, Word word)
-    {
-        Word old;
-        std::memcpy(&old, at, sizeof old);
-        mUndo.emplace_back([at, old] { std::memcpy(at, &old, sizeof old); });
-        std::memcpy(at, &word, sizeof word);
-    }
-
-private:
-    std::vector<std::function<void()>> mUndo;
+    void* at;
+    std::size_t size;
+    char bytes[8];
 };
+
+void Exchange(Word& word)
+{
+    std::swap_ranges(word.bytes, word.bytes + word.size, static_cast<char*>(word.at));
+}
 
 // Each look of the walk over all memory sees its damage; heap checks, with the memory debugger, that of the chains.
 TEST_F(MemoryManager, DamageIsSeen)
@@ -217,140 +141,142 @@ TEST_F(MemoryManager, DamageIsSeen)
     kz::MasterWord* const masters = kz::NewestBlock(zone)->masters;  // the first is the handle's
     ASSERT_TRUE(kz::FindMasterBlock(zone, handle)) << "which makes its block a recent one";
     const auto linkTo = [](void* to) { return static_cast<char*>(to) + 1; };
-    const struct {
+    uInt32* const blocks = &BlockCount();
+    uInt32* const frees = &FreeMasterCount();
+    constexpr char kBadCount[] = "bad freemaster count";
+    constexpr char kNoEnd[] = "freemaster chain isn't NULL terminated!";
+    struct {
         const char* fault;
         const char* report;  // of a heap check, null where it does not look
-        std::function<void(Damage&)> harm;
+        std::vector<Word> words;
     } cases[] = {
-        {"more blocks in the chain than counted", "MemCheck error, m.p. block chain error 1",
-         [](Damage& d) { d.Write(&BlockCount(), BlockCount() - 1); }},
-        {"fewer blocks in the chain than counted", "MemCheck error, m.p. block chain error 2",
-         [](Damage& d) { d.Write(&BlockCount(), BlockCount() + 1); }},
-        {"more or fewer blocks in the index", "bad freemaster count",
-         [&](Damage& d) { d.Write(&index->count, index->count - 1); }},
-        {"a block is not in the index", "bad freemaster count",
-         [&](Damage& d) { d.Write(&index->blocks[2], index->blocks[1]); }},
-        {"a recent block is no block", nullptr, [&](Damage& d) { d.Write(&zone->recent[0], masters); }},
-        {"a recent block is no block", nullptr, [&](Damage& d) { d.Write(&zone->recent[1], masters); }},
-        {"a slot of the granules holds no block", nullptr,
-         [&](Damage& d) { d.Write(&zone->granules.load()->slots[63].blocks[1], masters); }},
-        {"the free chain is shorter", "bad freemaster count", [](Damage& d) { d.Write(&FreeMasterCount(), 1u << 31); }},
-        {"the free chain is shorter", "bad freemaster count",
-         [](Damage& d) { d.Write(&FreeMasterCount(), FreeMasterCount() + 1); }},
-        {"the free chain is longer", "freemaster chain isn't NULL terminated!",
-         [](Damage& d) { d.Write(&FreeMasterCount(), FreeMasterCount() - 1); }},
-        {"leaves the free masters", "bad freemaster count", [&](Damage& d) { d.Write(masters + 1, zone); }},
-        {"leaves the free masters", "bad freemaster count", [&](Damage& d) { d.Write(masters + 1, linkTo(zone)); }},
-        {"leaves the free masters", "bad freemaster count", [&](Damage& d) { d.Write(masters + 1, linkTo(handle)); }},
-        {"leaves the free masters", "bad freemaster count",
-         [&](Damage& d) { d.Write(masters + 1, linkTo(reinterpret_cast<char*>(masters + 2) + 4)); }},
-        {"free masters outside the free chain", nullptr,
-         [&](Damage& d) {
-             d.Write(masters + 1, masters[2]);
-             d.Write(&FreeMasterCount(), FreeMasterCount() - 1);
-         }},
-        {"a handle's alignment or offset is damaged", nullptr, [&](Damage& d) { d.Write(tag, uInt16{63}); }},
-        {"a handle's data is not aligned", nullptr, [&](Damage& d) { d.Write(tag + 2, uInt16{8}); }},
-        {"a handle's size is damaged", nullptr, [&](Damage& d) { d.Write(header, ~0ul); }},
-        {"a kept block's header does not", nullptr, [&](Damage& d) { d.Write(keptHeader, 20001ul); }},
-        {"the kept blocks' sizes do not add up", nullptr,
-         [&](Damage& d) {
-             d.Write(keptHeader, 20001ul);
-             d.Write(&kept->size, 20001ul);
-         }},
+        {"more blocks in the chain than counted", "MemCheck error, m.p. block chain error 1", {{blocks, *blocks - 1}}},
+        {"fewer blocks in the chain than counted", "MemCheck error, m.p. block chain error 2", {{blocks, *blocks + 1}}},
+        {"more or fewer blocks in the index", kBadCount, {{&index->count, index->count - 1}}},
+        {"a block is not in the index", kBadCount, {{&index->blocks[2], index->blocks[1]}}},
+        {"a recent block is no block", nullptr, {{&zone->recent[0], masters}}},
+        {"a recent block is no block", nullptr, {{&zone->recent[1], masters}}},
+        {"a slot of the granules holds no block", nullptr, {{&zone->granules.load()->slots[63].blocks[1], masters}}},
+        {"the free chain is shorter", kBadCount, {{frees, 1u << 31}}},
+        {"the free chain is shorter", kBadCount, {{frees, *frees + 1}}},
+        {"the free chain is longer", kNoEnd, {{frees, *frees - 1}}},
+        {"leaves the free masters", kBadCount, {{masters + 1, zone}}},
+        {"leaves the free masters", kBadCount, {{masters + 1, linkTo(zone)}}},
+        {"leaves the free masters", kBadCount, {{masters + 1, linkTo(handle)}}},
+        {"leaves the free masters", kBadCount, {{masters + 1, linkTo(reinterpret_cast<char*>(masters + 2) + 4)}}},
+        {"free masters outside the free chain", nullptr, {{masters + 1, masters[2]}, {frees, *frees - 1}}},
+        {"a handle's alignment or offset is damaged", nullptr, {{tag, uInt16{63}}}},
+        {"a handle's data is not aligned", nullptr, {{tag + 2, uInt16{8}}}},
+        {"a handle's size is damaged", nullptr, {{header, ~0ul}}},
+        {"a kept block's header does not", nullptr, {{keptHeader, 20001ul}}},
+        {"the kept blocks' sizes do not add up", nullptr, {{keptHeader, 20001ul}, {&kept->size, 20001ul}}},
     };
     SetMemoryDebugger(1);
-    for (const auto& c : cases) {
+    for (auto& c : cases) {
         SCOPED_TRACE(c.fault);
         ASSERT_STREQ(nullptr, kz::MemoryFault());
-        Damage damage;
-        c.harm(damage);
+        std::for_each(c.words.begin(), c.words.end(), Exchange);
         const char* const fault = kz::MemoryFault();
         EXPECT_NE(nullptr, std::strstr(fault == nullptr ? "" : fault, c.fault)) << fault;
         EXPECT_EQ(c.report != nullptr ? 74 : 0, AZHeapCheck(0));
         EXPECT_TRUE(c.report == nullptr || reports.Take(kDbgFatal, c.report));
-        if (c.report != nullptr && std::strstr(c.report, "freemaster") != nullptr) {
+        if (c.report == kBadCount || c.report == kNoEnd) {
             EXPECT_EQ(nullptr, DSNewHandle(1)) << "no master is taken off a damaged chain";
             EXPECT_TRUE(reports.Take(kDbgFatal, c.report));
         }
         EXPECT_TRUE(reports.TakeAll().empty());
+        std::for_each(c.words.begin(), c.words.end(), Exchange);
     }
     EXPECT_EQ(0, DSDisposeHandle(handle));
 }
 
 TEST_F(MemoryManager, HeapChecksAndStatistics)
 {
-    const auto logs = [this] {
-        const auto all = reports.TakeAll();
-        EXPECT_TRUE(all.size() != 3 || (all[0].text == "Free: totFreeSize 0, maxFreeSize 0" &&
-                                        all[1].text.starts_with("Allocated to ZV: totAllocSize ") &&
-                                        all[2].text == "Total: totPhysSize 0"));
-        return all.size();
-    };
-    EXPECT_EQ(0, DSHeapCheck(1));
-    EXPECT_EQ(3u, logs());
-    EXPECT_EQ(0, DSCompact());
-    EXPECT_EQ(0u, logs());
-    SetMemoryDebugger(1);
-    DSDisposePtr(DSNewPClr(3));
-    EXPECT_EQ(0u, logs());
-    EXPECT_EQ(0, DSCompact());
-    EXPECT_EQ(3u, logs());
-    EXPECT_FALSE(ToggleMemoryDebugging());
-    EXPECT_TRUE(reports.Take(kDbgLog, "turning memory checking off"));
-    EXPECT_FALSE(MemCheckHeaps());
-    EXPECT_TRUE(reports.Take(kDbgLog, "turning memory checking on"));
-    EXPECT_TRUE(reports.Take(kDbgLog, "turning memory checking off"));
-    EXPECT_EQ(3u, logs());
-
-    // The data segment, which the C library moves for no size of ours.
     MemStatRec stats;
     EXPECT_EQ(0, AZMemStats(&stats));
-    const uInt64 before = stats.totAllocSize;
+    EXPECT_EQ(80u, sizeof stats);
+    // The data segment, which the C library moves for no size of ours.
     ASSERT_NE(reinterpret_cast<void*>(-1), sbrk(4096));
     uInt64 growth = 1;
     uInt32 last = 1;
     EXPECT_EQ(0, DSMemStats2(nullptr, nullptr, nullptr, &growth, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                              nullptr, &last));
-    EXPECT_EQ(before + 4096, growth);
-    EXPECT_EQ(0, AZHeapCheck(1));
-    EXPECT_TRUE(reports.Take(kDbgLog, "Allocated to ZV: totAllocSize " + std::to_string(growth)));
+    EXPECT_EQ(stats.totAllocSize + 4096, growth);
     EXPECT_EQ(0u, last);
-    EXPECT_EQ(80u, sizeof stats);
+
+    EXPECT_EQ(0, DSHeapCheck(1) + AZHeapCheck(1) + DSCompact());
+    SetMemoryDebugger(1);
+    DSDisposePtr(DSNewPClr(3));
+    EXPECT_EQ(0, DSCompact());
+    EXPECT_FALSE(ToggleMemoryDebugging());
+    EXPECT_FALSE(MemCheckHeaps());
+    std::string told;
+    for (const kztest::CaughtReport& report : reports.TakeAll()) {
+        told += std::to_string(report.level) + " " + report.text + "\n";
+    }
+    const std::string all = "0 Free: totFreeSize 0, maxFreeSize 0\n0 Allocated to ZV: totAllocSize " +
+                            std::to_string(growth) + "\n0 Total: totPhysSize 0\n";
+    const std::string off = "0 turning memory checking off\n", on = "0 turning memory checking on\n";
+    EXPECT_EQ(all + all + all + off + on + all + off, told);
 }
 
-TEST_F(MemoryManager, CheckLevels)
+// The level, told from the calls that take a foreign handle for a good one; the same size changes nothing.
+uInt32 LevelSeen(kztest::ReportCatcher& reports)
+{
+    kztest::ForeignHandle foreign;
+    const uInt32 level = AZCheckHandle(foreign) == 0 ? 0 : DSGetHandleSize(foreign) == 24 ? 1 : 2;
+    reports.TakeAll();
+    EXPECT_EQ(level == 0 ? 0 : 3, DSSetHandleSize(foreign, 24));
+    EXPECT_EQ(level == 0 ? 0u : 2u, reports.TakeAll().size());
+    EXPECT_EQ(3, DSCheckHandle(foreign));
+    return level;
+}
+
+TEST_F(MemoryManager, WhatIsNoHandle)
 {
     UHandle const good = DSNewHandle(8);
     UHandle const stale = DSNewHandle(8);
     DSDisposeHandle(stale);
-    kztest::ForeignHandle foreign;
     unsigned char* zeroMaster = nullptr;
-    const struct {
-        uInt32 level;
-        KzErr azCheck;
-        unsigned long size;
-        KzErr resize;
-        std::size_t reports;
-    } cases[] = {{0, 0, 24, 0, 0}, {1, 3, 24, 3, 2}, {2, 3, 0, 3, 3}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.level, DSSetHandleChecking(c.level));
-        EXPECT_EQ(c.azCheck, AZCheckHandle(foreign));
-        EXPECT_EQ(c.size, DSGetHandleSize(foreign));
-        // The same size and alignment: a call that passes validation changes nothing.
-        EXPECT_EQ(c.resize, DSSetHandleSize(foreign, 24));
-        EXPECT_EQ(c.reports, reports.TakeAll().size());
-        EXPECT_EQ(3, DSCheckHandle(foreign));
-        for (const void* bad : {static_cast<const void*>(stale), static_cast<const void*>(&zeroMaster),
-                                static_cast<const void*>(reinterpret_cast<char*>(good) + 1)}) {
-            EXPECT_EQ(3, AZCheckHandle(bad));
-            EXPECT_EQ(3, DSCheckHandle(bad));
+    for (const uInt32 level : {0u, 1u, 2u, 77u}) {
+        EXPECT_EQ(std::min(level, 2u), DSSetHandleChecking(level));
+        EXPECT_EQ(std::min(level, 2u), LevelSeen(reports));
+        void* const bad[] = {stale, &zeroMaster, reinterpret_cast<char*>(good) + 1, nullptr};
+        for (const void* handle : bad) {
+            EXPECT_EQ(6, AZCheckHandle(handle) + DSCheckHandle(handle));
         }
-        EXPECT_EQ(0, AZCheckHandle(good));
-        EXPECT_EQ(0, DSCheckHandle(good));
+        EXPECT_EQ(0, AZCheckHandle(good) + DSCheckHandle(good));
     }
-    EXPECT_EQ(2u, DSSetHandleChecking(77));
+    DSReadCounters(nullptr);
+    DSSetCounters(nullptr);
+    EXPECT_TRUE(DSRecoverHandle(*good) == good && AZRecoverHandle(*good) == good);
+    EXPECT_TRUE(reports.TakeAll().empty());
+    EXPECT_EQ(0u, DSGetHandleSize(nullptr) + AZGetHandleSize(nullptr));
+    EXPECT_EQ(nullptr, DSRecoverHandle(nullptr));
+    EXPECT_EQ(3u, reports.TakeAll().size());
+    for (void* none : {static_cast<void*>(good), static_cast<void*>(*good + 1)}) {
+        EXPECT_EQ(nullptr, AZRecoverHandle(none));
+        EXPECT_TRUE(reports.Take(kDbgFatal, "Pointer passed to BRecoverHandle not linked to master pointer!"));
+    }
     EXPECT_EQ(0, DSDisposeHandle(good));
+}
+
+TEST_F(MemoryManager, DISABLED_ExitsWithItsLevel)
+{
+    setenv("ZVHandleCheck", "0", 1);  // too late to count
+    _exit(static_cast<int>(10 + LevelSeen(reports)));
+}
+
+TEST(HandleCheckChild, EnvironmentSetsTheCheckLevel)
+{
+    const std::vector<const char*> kLevels[] = {
+        {"", "off", "none", "0"}, {"resize", "1"}, {nullptr, "all", "2", "what"}};
+    for (int level = 0; level < 3; ++level) {
+        for (const char* setting : kLevels[level]) {
+            EXPECT_EQ(10 + level,
+                      kztest::RunChildTests("MemoryManager.DISABLED_ExitsWithItsLevel", {{"ZVHandleCheck", setting}}));
+        }
+    }
 }
 
 TEST_F(MemoryManager, TheSixthBlockComesOnDemandAndOnlyMastersInUseAreHandles)
@@ -382,18 +308,17 @@ TEST_F(MemoryManager, TheSixthBlockComesOnDemandAndOnlyMastersInUseAreHandles)
 
     const kz::MasterBlockIndex* const index = kz::MemZone()->index;
     for (uInt32 i = 0; i < index->count; ++i) {
-        kz::masterBlock* const block = index->blocks[i];
-        EXPECT_FALSE(IsDSHandle(block)) << "the link before the masters";
-        EXPECT_FALSE(IsDSHandle(reinterpret_cast<char*>(block) - 8));
-        EXPECT_FALSE(IsDSHandle(&block->masters[kz::kMastersPerBlock]));
+        auto* const block = reinterpret_cast<unsigned char*>(index->blocks[i]);
+        for (const long at : {-8l, 0l, long{sizeof(kz::masterBlock)}}) {
+            EXPECT_FALSE(IsDSHandle(block + at)) << "the link before the masters, and what is next to the block";
+        }
     }
     EXPECT_FALSE(IsDSHandle(reinterpret_cast<void*>(uintptr_t{8})));
     EXPECT_FALSE(IsDSHandle(reinterpret_cast<void*>(UINTPTR_MAX - 7)));
     const auto inGranule = [](UHandle handle) { return kz::IsInGranule(kz::MemZone()->granules.load(), handle); };
     EXPECT_LT(25000, std::count_if(handles.begin(), handles.end(), inGranule)) << "most are found by the first look";
     for (UHandle handle : handles) {
-        ASSERT_TRUE(IsDSHandle(handle));
-        ASSERT_FALSE(IsDSHandle(*handle));
+        ASSERT_TRUE(IsDSHandle(handle) && !IsDSHandle(*handle));
         ASSERT_EQ(0, DSDisposeHandle(handle));
         ASSERT_FALSE(IsDSHandle(handle));
     }
@@ -402,24 +327,30 @@ TEST_F(MemoryManager, TheSixthBlockComesOnDemandAndOnlyMastersInUseAreHandles)
     EXPECT_EQ(0, DSDisposeHandle(again));
 }
 
-// The service is started and stopped by the test.
-class MemoryService : public testing::Test {
-protected:
-    MemoryService() { KZAppInterfaceSet(&host); }
-    ~MemoryService() override { KZAppInterfaceSet(nullptr); }
-
+TEST(MemoryService, StartsWithLittleMemoryAndRecoversWhatIsLeft)
+{
     kztest::ReportCatcher reports;
     kztest::TestHost host;
-};
-
-TEST_F(MemoryService, StopRecoversWhatIsLeft)
-{
+    KZAppInterfaceSet(&host);
+    {
+        FailAllocation fail(1);
+        EXPECT_EQ(2, MemoryManagerService()->Init());
+    }
+    MemoryManagerService()->Uninit();
     for (int round = 0; round < 3; ++round) {
-        ASSERT_EQ(0, MemoryManagerService()->Init());
+        EXPECT_EQ(nullptr, DSNewHandle(1));
+        {
+            // Only the zone: the blocks are made when a handle needs one.
+            FailAllocation fail(2, FailAllocation::kForGood);
+            EXPECT_EQ(0, MemoryManagerService()->Init());
+            EXPECT_EQ(nullptr, DSNewHandle(1));
+        }
         EXPECT_TRUE(GetMemoryManagerInitialized());
         DSDisposeHandle(DSNewHandle(5));
+        EXPECT_EQ(1u, BlockCount());
         UHandle const a = DSNewHandle(100);
         UHandle const b = DSNewAlignedHandle(12, 4096, 4);
+        EXPECT_EQ(nullptr, kz::MemoryFault());
         MemoryManagerService()->Uninit();
         for (const auto& [handle, size] : {std::pair(a, 100), std::pair(b, 12)}) {
             char text[80];
@@ -427,84 +358,26 @@ TEST_F(MemoryService, StopRecoversWhatIsLeft)
                           reinterpret_cast<unsigned long>(handle), size);
             EXPECT_TRUE(reports.Take(0, text));
         }
-        const auto all = reports.TakeAll();
-        ASSERT_EQ(1u, all.size());
-        EXPECT_EQ("Recovered 2 Handles for 112 bytes.", all[0].text);
+        EXPECT_EQ(kztest::ReportRows({{0, "Recovered 2 Handles for 112 bytes."}}), reports.TakeRows());
         EXPECT_FALSE(GetMemoryManagerInitialized());
-        EXPECT_EQ(nullptr, DSNewHandle(1));
         EXPECT_FALSE(IsDSHandle(a));
         EXPECT_EQ(3, DSDisposeHandle(a));
         EXPECT_EQ(2u, reports.TakeAll().size());
         EXPECT_EQ(0, DSDisposePtr(DSNewPtr(0)));
         EXPECT_EQ(0u, PointersMade());
     }
-}
-
-TEST_F(MemoryService, StartWithoutMemory)
-{
-    {
-        FailAllocation fail(1);
-        EXPECT_EQ(2, MemoryManagerService()->Init());
-    }
-    EXPECT_EQ(nullptr, DSNewHandle(1));
-    MemoryManagerService()->Uninit();
-    {
-        // Only the zone: the blocks are made when a handle needs one.
-        FailAllocation fail(2, FailAllocation::kForGood);
-        EXPECT_EQ(0, MemoryManagerService()->Init());
-        EXPECT_EQ(nullptr, DSNewHandle(1));
-    }
-    UHandle const handle = DSNewHandle(1);
-    EXPECT_NE(nullptr, handle);
-    EXPECT_EQ(1u, BlockCount());
-    DSDisposeHandle(handle);
-    EXPECT_EQ(nullptr, kz::MemoryFault());
-    MemoryManagerService()->Uninit();
-}
-
-TEST(HandleCheckChild, DISABLED_ExitsWithItsLevel)
-{
-    kztest::ReportCatcher reports;
-    kztest::RunningMemory memory;
-    kztest::ForeignHandle foreign;
-    setenv("ZVHandleCheck", "0", 1);  // too late to count
-    const int level = AZCheckHandle(foreign) == 0 ? 0 : DSGetHandleSize(foreign) != 0 ? 1 : 2;
-    _exit(10 + level);
-}
-
-TEST(HandleCheckChild, EnvironmentSetsTheCheckLevel)
-{
-    const struct {
-        const char* setting;
-        int level;
-    } cases[] = {{nullptr, 2}, {"all", 2}, {"2", 2},    {"resize", 1}, {"1", 1},
-                 {"", 0},      {"off", 0}, {"none", 0}, {"0", 0},      {"what", 2}};
-    for (const auto& c : cases) {
-        const int exitCode =
-            kztest::RunChildTests("HandleCheckChild.DISABLED_ExitsWithItsLevel", {{"ZVHandleCheck", c.setting}});
-        EXPECT_EQ(c.level, exitCode - 10) << (c.setting ? c.setting : "(not set)");
-    }
+    KZAppInterfaceSet(nullptr);
 }
 
 // Handles are made, resized and dropped, by the cache too, while others ask about them and the zone grows.
 TEST_F(MemoryManager, ThreadsShareTheZone)
 {
-    constexpr unsigned kWorkers = 6;
+    constexpr int kWorkers = 6;
     std::vector<UHandle> held(45000);  // so that any one worker needs more than the blocks at start hold
-    for (UHandle& handle : held) {
-        handle = DSNewHandle(0);
-    }
+    std::generate(held.begin(), held.end(), [] { return DSNewHandle(0); });
     std::array<std::atomic<UHandle>, 256> published{};
-    std::atomic<bool> stop{false};
+    std::atomic<int> working{kWorkers};
     std::atomic<int> faults{0};
-    const auto check = [&] {
-        while (!stop) {
-            for (auto& handle : published) {
-                IsDSHandle(handle);  // in use or freed meanwhile
-            }
-            faults += IsDSHandle(&stop);
-        }
-    };
     const auto work = [&](unsigned w) {
         std::vector<UHandle> mine(12000);
         for (unsigned i = 0; i < mine.size(); ++i) {
@@ -523,21 +396,22 @@ TEST_F(MemoryManager, ThreadsShareTheZone)
         for (UHandle handle : mine) {
             faults += std::count(*handle, *handle + 8, w) != 8 || DSDisposeHandle(handle) != 0;
         }
+        --working;
     };
-    {
-        const std::jthread checkers[] = {std::jthread(check), std::jthread(check)};
-        std::vector<std::jthread> workers;
-        for (unsigned w = 0; w < kWorkers; ++w) {
-            workers.emplace_back(work, w);
+    kztest::Race(kWorkers + 2, [&](int i) {
+        if (i < kWorkers) {
+            work(static_cast<unsigned>(i));
         }
-        workers.clear();
-        stop = true;
-    }
+        while (working != 0) {
+            for (auto& handle : published) {
+                IsDSHandle(handle);  // in use or freed meanwhile
+            }
+            faults += IsDSHandle(&working);
+        }
+    });
     EXPECT_EQ(0, faults);
     EXPECT_GT(BlockCount(), 5u);
-    for (UHandle handle : held) {
-        DSDisposeHandle(handle);
-    }
+    std::for_each(held.begin(), held.end(), &DSDisposeHandle);
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 // All calls on handles in one table, with what each does, against a plain model of the handles: in random sequences
-// with extreme arguments and allocations that fail, each alone, and with arguments that it refuses.
-#include <gtest/gtest.h>
-
+// with extreme arguments and allocations that fail, with the cache, and with arguments that it refuses.
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <climits>
+#include <list>
 #include <map>
+#include <numeric>
 #include <random>
 #include <string>
 #include <utility>
@@ -14,11 +14,7 @@
 
 #include "BufferCache.h"
 #include "ChildTest.h"
-#include "FaultLoop.h"
 #include "HandleAllocationInterface.h"
-#include "HandleLayout.h"
-#include "MemoryChecks.h"
-#include "MemoryManager.h"
 #include "RunningMemory.h"
 
 namespace {
@@ -35,7 +31,6 @@ struct Arguments {
     const void* bytes = nullptr;
     UHandle other = nullptr;
 };
-using V = UHandle*;
 using A = const Arguments&;
 
 enum Effect { kSize, kReplace, kAppend, kCopy, kAppendOther, kDuplicate, kSwap, kDispose, kLook };
@@ -51,110 +46,113 @@ enum Trait : unsigned {
 };
 
 struct Call {
-    const char* name;
-    KzErr (*call)(V, A);
+    const char* name;  // as reports tell it
+    KzErr (*call)(UHandle* h, A a);
     Effect effect;
-    unsigned traits = 0;
+    unsigned traits;
+    bool isForVariables;  // whether just those arguments compile that may be the address of a variable
 };
 
-KzErr Made(UHandle handle)
+template <typename F, typename... T>
+constexpr int CountTaken()
 {
-    return handle == nullptr ? 2 : 0;
+    return (0 + ... + std::is_invocable_v<F, T, A>);
+}
+
+template <typename F>
+constexpr Call Row(const char* name, F call, Effect effect, unsigned traits)
+{
+    return {name, call, effect, traits,
+            CountTaken<F, UHandle*, LStr***, void*, std::nullptr_t>() == 4 &&
+                CountTaken<F, UHandle, LStr**, std::string*, const UHandle*>() == 0};
+}
+
+template <typename Result>
+KzErr ErrOf(Result result)
+{
+    if constexpr (std::is_pointer_v<Result>) {
+        return result == nullptr ? 2 : 0;
+    } else {
+        return result;
+    }
 }
 
 const NormalHandleAllocationInterface gNormal;
 const CachedHandleAllocationInterface gCached;
 
-// The names are those of reports, which tell what an interface has reached.
-#define KZ_DO(call) [](V h, [[maybe_unused]] A a) -> KzErr { return call; }
-const Call kCalls[] = {
-    {"DSNewHandle", KZ_DO(Made(*h = DSNewHandle(a.n))), kSize, kFresh},
-    {"AZNewHandle", KZ_DO(Made(*h = AZNewHandle(a.n))), kSize, kFresh},
-    {"DSNewHClr", KZ_DO(Made(*h = DSNewHClr(a.n))), kSize, kFresh | kZeros},
-    {"AZNewHClr", KZ_DO(Made(*h = AZNewHClr(a.n))), kSize, kFresh | kZeros},
-    {"DSNewHandleCache", KZ_DO(Made(*h = DSNewHandleCache(a.n))), kSize, kFresh | kCached},
-    {"DSNewHClrCache", KZ_DO(Made(*h = DSNewHClrCache(a.n))), kSize, kFresh | kZeros | kCached},
-    {"DSNewAlignedHandle", KZ_DO(Made(*h = DSNewAlignedHandle(a.n, a.alignment, a.offset))), kSize, kFresh | kGiven},
-    {"DSNewAlignedHClr", KZ_DO(Made(*h = DSNewAlignedHClr(a.n, a.alignment, a.offset))), kSize,
-     kFresh | kZeros | kGiven},
-    {"AllocateHandle", KZ_DO(Made(*h = gNormal.AllocateHandle(a.n))), kSize, kFresh},
-    {"AllocateHandleClr", KZ_DO(Made(*h = gNormal.AllocateHandleClr(a.n))), kSize, kFresh | kZeros},
-    {"AllocateHandle", KZ_DO(Made(*h = gCached.AllocateHandle(a.n))), kSize, kFresh | kCached},
-    {"AllocateHandleClr", KZ_DO(Made(*h = gCached.AllocateHandleClr(a.n))), kSize, kFresh | kZeros | kCached},
-    {"DSPtrToHand", KZ_DO(DSPtrToHand(a.bytes, h, a.n)), kReplace, kFresh | kVariable},
-    {"AZPtrToHand", KZ_DO(AZPtrToHand(a.bytes, h, a.n)), kReplace, kFresh | kVariable},
-
-    {"DSSetHandleSize", KZ_DO(DSSetHandleSize(*h, a.n)), kSize},
-    {"AZSetHandleSize", KZ_DO(AZSetHandleSize(*h, a.n)), kSize},
-    {"DSSetHandleSize", KZ_DO(gNormal.ResizeHandle(*h, a.n)), kSize},
-    {"DSSetHSzClr", KZ_DO(DSSetHSzClr(*h, a.n)), kSize, kZeros},
-    {"AZSetHSzClr", KZ_DO(AZSetHSzClr(*h, a.n)), kSize, kZeros},
-    {"DSSetHSzClr", KZ_DO(gNormal.ResizeHandleClr(*h, a.n)), kSize, kZeros},
-    {"DSSetHandleSizeCache", KZ_DO(DSSetHandleSizeCache(*h, a.n)), kSize, kCached},
-    {"DSSetHandleSizeCache", KZ_DO(gCached.ResizeHandle(*h, a.n)), kSize, kCached},
-    {"DSSetHSzClrCache", KZ_DO(DSSetHSzClrCache(*h, a.n)), kSize, kZeros | kCached},
-    {"DSSetHSzClrCache", KZ_DO(gCached.ResizeHandleClr(*h, a.n)), kSize, kZeros | kCached},
-    {"DSSetAlignedHandleSize", KZ_DO(DSSetAlignedHandleSize(*h, a.n, a.alignment, a.offset)), kSize, kGiven},
-    {"DSSetAlignedHSzClr", KZ_DO(DSSetAlignedHSzClr(*h, a.n, a.alignment, a.offset)), kSize, kZeros | kGiven},
-
-    {"DSSetHandleSizeOrNewHandle", KZ_DO(DSSetHandleSizeOrNewHandle(h, a.n)), kSize, kOrNew},
-    {"DSSetHandleSizeOrNewHandle", KZ_DO(gNormal.ResizeHandleOrAllocateHandle(h, a.n)), kSize, kOrNew},
-    {"DSSetHSzOrNewHClr", KZ_DO(DSSetHSzOrNewHClr(h, a.n)), kSize, kOrNew | kZeros},
-    {"DSSetHSzOrNewHClr", KZ_DO(gNormal.ResizeHandleOrAllocateHandleClr(h, a.n)), kSize, kOrNew | kZeros},
-    {"DSSetHandleSizeOrNewHandleCache", KZ_DO(DSSetHandleSizeOrNewHandleCache(h, a.n)), kSize, kOrNew | kCached},
-    {"DSSetHandleSizeOrNewHandleCache", KZ_DO(gCached.ResizeHandleOrAllocateHandle(h, a.n)), kSize, kOrNew | kCached},
-    {"DSSetHSzOrNewHClrCache", KZ_DO(DSSetHSzOrNewHClrCache(h, a.n)), kSize, kOrNew | kZeros | kCached},
-    {"DSSetHSzOrNewHClrCache", KZ_DO(gCached.ResizeHandleOrAllocateHandleClr(h, a.n)), kSize,
-     kOrNew | kZeros | kCached},
-    {"DataSetHandleSizeOrNewHandle", KZ_DO(DataSetHandleSizeOrNewHandle(h, a.n)), kSize, kOrNew | kNotEmpty},
-    {"DataSetHSzOrNewHClr", KZ_DO(DataSetHSzOrNewHClr(h, a.n)), kSize, kOrNew | kNotEmpty | kZeros},
-
-    {"DSSetHandleFromPtr", KZ_DO(DSSetHandleFromPtr(h, a.bytes, a.n)), kReplace, kOrNew},
-    {"AZSetHandleFromPtr", KZ_DO(AZSetHandleFromPtr(h, a.bytes, a.n)), kReplace, kOrNew},
-    {"DSSetHandleFromPtrNULLMeansEmpty", KZ_DO(DSSetHandleFromPtrNULLMeansEmpty(h, a.bytes, a.n)), kReplace,
-     kOrNew | kNotEmpty},
-    {"DSPtrToXHand", KZ_DO(DSPtrToXHand(a.bytes, *h, a.n)), kReplace},
-    {"AZPtrToXHand", KZ_DO(AZPtrToXHand(a.bytes, *h, a.n)), kReplace},
-    {"DSPtrAndHand", KZ_DO(DSPtrAndHand(a.bytes, *h, a.n)), kAppend},
-    {"AZPtrAndHand", KZ_DO(AZPtrAndHand(a.bytes, *h, a.n)), kAppend},
-    {"DSHandAndHand", KZ_DO(DSHandAndHand(a.other, *h)), kAppendOther},
-    {"AZHandAndHand", KZ_DO(AZHandAndHand(a.other, *h)), kAppendOther},
-    {"DSCopyHandle", KZ_DO(DSCopyHandle(h, a.other)), kCopy, kOrNew},
-    {"AZCopyHandle", KZ_DO(AZCopyHandle(h, a.other)), kCopy, kOrNew},
-    {"DSHandToHand", KZ_DO(DSHandToHand(h)), kDuplicate, kVariable | kUnnamed},
-    {"AZHandToHand", KZ_DO(AZHandToHand(h)), kDuplicate, kVariable | kUnnamed},
-    {"DSSwapHandles", KZ_DO(DSSwapHandles(*h, a.other)), kSwap, kUnnamed},
-
-    {"DSDisposeHandle", KZ_DO(DSDisposeHandle(*h)), kDispose},
-    {"AZDisposeHandle", KZ_DO(AZDisposeHandle(*h)), kDispose},
-    {"DSDisposeHandle", KZ_DO(gNormal.DeallocateHandle(*h)), kDispose},
-    {"DSDisposeHandleCache", KZ_DO(DSDisposeHandleCache(*h)), kDispose, kCached},
-    {"DSDisposeHandleCache", KZ_DO(gCached.DeallocateHandle(*h)), kDispose, kCached},
-    {"DSDisposeHandleAndNull", KZ_DO(DSDisposeHandleAndNull(h)), kDispose, kVariable},
-    {"AZHLock", KZ_DO(AZHLock(*h)), kLook},
-    {"AZHUnlock", KZ_DO(AZHUnlock(*h)), kLook},
-    {"AZHPurge", KZ_DO((AZHPurge(*h), AZCheckHandle(*h))), kLook},
-    {"AZHNoPurge", KZ_DO((AZHNoPurge(*h), AZCheckHandle(*h))), kLook},
-    {"AZHSetState", KZ_DO((AZHSetState(*h, 1), AZCheckHandle(*h))), kLook},
-    {"AZHGetState", KZ_DO(AZHGetState(*h) == 0 ? AZCheckHandle(*h) : -1), kLook},
+// Rows of a call on the handle `*h` or the variable `h`: alone; as the DS and the AZ call of a name; and as the members
+// of both interfaces, which reach the call of a name and the one of that name with "Cache". `result` is `*h =` before a
+// call that returns a handle.
+#define KZ_DO(call) [](auto h, [[maybe_unused]] A a) -> decltype(ErrOf(call)) { return ErrOf(call); }
+#define KZ_ROW(result, name, args, ...) Row(#name, KZ_DO(result name args), __VA_ARGS__)
+#define KZ_BOTH(result, name, args, ...) \
+    KZ_ROW(result, DS##name, args, __VA_ARGS__), KZ_ROW(result, AZ##name, args, __VA_ARGS__)
+#define KZ_MEMBERS(reached, call, effect, traits)      \
+    Row(reached, KZ_DO(gNormal.call), effect, traits), \
+        Row(reached "Cache", KZ_DO(gCached.call), effect, kCached | (traits))
+constexpr Call kCalls[] = {
+    KZ_BOTH(*h =, NewHandle, (a.n), kSize, kFresh),
+    KZ_BOTH(*h =, NewHClr, (a.n), kSize, kFresh | kZeros),
+    KZ_ROW(*h =, DSNewHandleCache, (a.n), kSize, kFresh | kCached),
+    KZ_ROW(*h =, DSNewHClrCache, (a.n), kSize, kFresh | kZeros | kCached),
+    KZ_ROW(*h =, DSNewAlignedHandle, (a.n, a.alignment, a.offset), kSize, kFresh | kGiven),
+    KZ_ROW(*h =, DSNewAlignedHClr, (a.n, a.alignment, a.offset), kSize, kFresh | kZeros | kGiven),
+    Row("", KZ_DO(*h = gNormal.AllocateHandle(a.n)), kSize, kFresh),
+    Row("", KZ_DO(*h = gNormal.AllocateHandleClr(a.n)), kSize, kFresh | kZeros),
+    Row("", KZ_DO(*h = gCached.AllocateHandle(a.n)), kSize, kFresh | kCached),
+    Row("", KZ_DO(*h = gCached.AllocateHandleClr(a.n)), kSize, kFresh | kZeros | kCached),
+    KZ_BOTH(, PtrToHand, (a.bytes, h, a.n), kReplace, kFresh | kVariable),
+    KZ_BOTH(, SetHandleSize, (*h, a.n), kSize, 0),
+    KZ_BOTH(, SetHSzClr, (*h, a.n), kSize, kZeros),
+    KZ_ROW(, DSSetHandleSizeCache, (*h, a.n), kSize, kCached),
+    KZ_ROW(, DSSetHSzClrCache, (*h, a.n), kSize, kZeros | kCached),
+    KZ_ROW(, DSSetAlignedHandleSize, (*h, a.n, a.alignment, a.offset), kSize, kGiven),
+    KZ_ROW(, DSSetAlignedHSzClr, (*h, a.n, a.alignment, a.offset), kSize, kZeros | kGiven),
+    KZ_ROW(, DSSetHandleSizeOrNewHandle, (h, a.n), kSize, kOrNew),
+    KZ_ROW(, DSSetHSzOrNewHClr, (h, a.n), kSize, kOrNew | kZeros),
+    KZ_ROW(, DSSetHandleSizeOrNewHandleCache, (h, a.n), kSize, kOrNew | kCached),
+    KZ_ROW(, DSSetHSzOrNewHClrCache, (h, a.n), kSize, kOrNew | kZeros | kCached),
+    KZ_MEMBERS("DSSetHandleSize", ResizeHandle(*h, a.n), kSize, 0),
+    KZ_MEMBERS("DSSetHSzClr", ResizeHandleClr(*h, a.n), kSize, kZeros),
+    KZ_MEMBERS("DSSetHandleSizeOrNewHandle", ResizeHandleOrAllocateHandle(h, a.n), kSize, kOrNew),
+    KZ_MEMBERS("DSSetHSzOrNewHClr", ResizeHandleOrAllocateHandleClr(h, a.n), kSize, kOrNew | kZeros),
+    KZ_ROW(, DataSetHandleSizeOrNewHandle, (h, a.n), kSize, kOrNew | kNotEmpty),
+    KZ_ROW(, DataSetHSzOrNewHClr, (h, a.n), kSize, kOrNew | kNotEmpty | kZeros),
+    KZ_BOTH(, SetHandleFromPtr, (h, a.bytes, a.n), kReplace, kOrNew),
+    KZ_ROW(, DSSetHandleFromPtrNULLMeansEmpty, (h, a.bytes, a.n), kReplace, kOrNew | kNotEmpty),
+    KZ_BOTH(, PtrToXHand, (a.bytes, *h, a.n), kReplace, 0),
+    KZ_BOTH(, PtrAndHand, (a.bytes, *h, a.n), kAppend, 0),
+    KZ_BOTH(, HandAndHand, (a.other, *h), kAppendOther, 0),
+    KZ_BOTH(, CopyHandle, (h, a.other), kCopy, kOrNew),
+    KZ_BOTH(, HandToHand, (h), kDuplicate, kVariable | kUnnamed),
+    KZ_ROW(, DSSwapHandles, (*h, a.other), kSwap, kUnnamed),
+    KZ_BOTH(, DisposeHandle, (*h), kDispose, 0),
+    KZ_ROW(, DSDisposeHandleCache, (*h), kDispose, kCached),
+    KZ_ROW(, DSDisposeHandleAndNull, (h), kDispose, kVariable),
+    KZ_MEMBERS("DSDisposeHandle", DeallocateHandle(*h), kDispose, 0),
+    KZ_ROW(, AZHLock, (*h), kLook, 0),
+    KZ_ROW(, AZHUnlock, (*h), kLook, 0),
+    Row("AZHPurge", KZ_DO((AZHPurge(*h), AZCheckHandle(*h))), kLook, 0),
+    Row("AZHNoPurge", KZ_DO((AZHNoPurge(*h), AZCheckHandle(*h))), kLook, 0),
+    Row("AZHSetState", KZ_DO((AZHSetState(*h, 1), AZCheckHandle(*h))), kLook, 0),
+    Row("AZHGetState", KZ_DO(AZHGetState(*h) == 0 ? AZCheckHandle(*h) : -1), kLook, 0),
 };
+static_assert(std::all_of(std::begin(kCalls), std::end(kCalls),
+                          [](const Call& call) { return call.isForVariables == ((call.traits & kVariable) != 0); }));
 
 // What a host sees of a call, in order: sizes that could not be had, the trace, and then the reports.
 Lines gSeen;
 
-std::string Full(unsigned long size)
+template <typename... Number>
+std::string Line(std::string line, Number... numbers)
 {
-    return "full " + std::to_string(size);
+    ((line += " " + std::to_string(numbers)), ...);
+    return line;
 }
 
 std::string Event(int32 kind, KzErr err, const void* handle, unsigned long newSize, unsigned long oldSize)
 {
-    std::string line = "event";
-    for (const unsigned long number : {static_cast<unsigned long>(kind), static_cast<unsigned long>(err),
-                                       reinterpret_cast<uintptr_t>(handle), newSize, oldSize}) {
-        line += " " + std::to_string(number);
-    }
-    return line;
+    return Line("event", kind, err, reinterpret_cast<uintptr_t>(handle), newSize, oldSize);
 }
 
 std::string Report(int level, const std::string& text = "")
@@ -169,20 +167,20 @@ std::string Named(KzErr err, const Call& call)
 
 using Counters = std::array<uInt32, 4>;  // handles made, pointers made, resizes, moves
 
-Counters ReadCounters()
-{
-    uInt64 words[2];
-    DSReadCounters(words);
-    return std::bit_cast<Counters>(words);
-}
-
 class MemoryModel : public kztest::MemoryTest {
 protected:
-    using Handles = std::map<UHandle, std::pair<Bytes, HandleAlignment>>;
+    struct Content {
+        Bytes bytes;
+        HandleAlignment align;
+        unsigned long size;  // of the bytes, or of so many that there is no memory for them
+    };
+    static constexpr unsigned long kLeastKept = 100, kMostKept = 3000;
 
     MemoryModel()
     {
-        SetMemFullProc([](unsigned long size) { gSeen.push_back(Full(size)); });
+        kz::DestroyBufferCache();
+        s_bufferCachePtr = new BufferCache(kLeastKept, 3, kMostKept, 1);
+        SetMemFullProc([](unsigned long size) { gSeen.push_back(Line("full", size)); });
         SetMemEventTraceProc([](int32 kind, KzErr err, UHandle h, unsigned long newSize, unsigned long oldSize) {
             gSeen.push_back(Event(kind, err, h, newSize, oldSize));
         });
@@ -191,15 +189,16 @@ protected:
     }
     ~MemoryModel() override
     {
+        End();
         SetMemEventTraceProc(nullptr);
         SetMemFullProc(nullptr);
         SetStressHandles(0);
-        End();
     }
 
     void End()
     {
-        for (const auto& [handle, model] : handles) {
+        ExpectContents();
+        for (const auto& [handle, content] : handles) {
             EXPECT_EQ(0, DSDisposeHandle(handle));
         }
         handles.clear();
@@ -214,186 +213,220 @@ protected:
         return std::exchange(gSeen, {});
     }
 
-    UHandle Make(unsigned long size, unsigned char byte = 0)
+    UHandle Make(unsigned long size)
     {
         UHandle const made = DSNewHandle(size);
-        std::fill_n(*made, size, byte);
-        handles[made] = {Bytes(size, byte), kz::AlignmentForSize(size)};
+        std::fill_n(*made, size, static_cast<unsigned char>(7));
+        handles[made] = {Bytes(size, 7), kz::AlignmentForSize(size), size};
         ++counters[0];
         gSeen.clear();
         return made;
     }
 
+    std::mt19937 random;
+    std::map<UHandle, Content> handles;
+    std::list<std::pair<unsigned char*, kz::HandlePlace>> kept;  // by the cache, the newest first
+    Counters counters = {1, 0x7FFFFFFF, 0xFFFFFFF0, 4};
+
+    unsigned Below(unsigned n) { return static_cast<unsigned>(random() % n); }
+    auto Pick() { return std::next(handles.begin(), Below(static_cast<unsigned>(handles.size()))); }
+    unsigned long Size();
+    // Runs a call on a handle of the model, or on a null variable; with `failing` that allocation of it fails.
     void Run(const Call& call, UHandle old, const Arguments& given, int failing = 0);
     void ExpectContents();
     void Step();
-
-    unsigned Below(unsigned n) { return static_cast<unsigned>(random() % n); }
-    Handles::iterator Pick() { return std::next(handles.begin(), Below(static_cast<unsigned>(handles.size()))); }
-    unsigned long Size();
-
-    std::mt19937 random;
-    Handles handles;
-    Counters counters = {1, 0x7FFFFFFF, 0xFFFFFFF0, 4};
-
-private:
-    struct Target {
-        bool makes;
-        unsigned long size;
-        HandleAlignment align;
-        Bytes bytes;  // the source's, then the whole content
-    };
-    Target TargetOf(const Call& call, UHandle old, const Arguments& given) const;
-    void ExpectSized(const Call& call, UHandle old, UHandle now, KzErr err, const Target& target, bool failed);
-
-    Lines mExpected;
+    void Keep(unsigned char* data, const kz::HandlePlace& place);
+    auto BestKept(unsigned long size);
+    Content Target(const Call& call, UHandle old, const Arguments& given) const;
+    Lines Resized(const Call& call, UHandle old, UHandle now, const Content& target, bool failed);
+    Lines Changed(const Call& call, UHandle old, UHandle now, const Arguments& given);
 };
 
 // No block can have as many bytes.
 constexpr unsigned long kTooLarge = 1ul << 47;
 
-MemoryModel::Target MemoryModel::TargetOf(const Call& call, UHandle old, const Arguments& given) const
+MemoryModel::Content MemoryModel::Target(const Call& call, UHandle old, const Arguments& given) const
 {
-    Target target = {old == nullptr || call.effect == kDuplicate, given.n, {}, {}};
-    const Bytes before = old == nullptr ? Bytes() : handles.at(old).first;
-    if (call.effect == kCopy || call.effect == kAppendOther) {
-        target.bytes = handles.at(given.other).first;
-        target.size = target.bytes.size();
-    } else if (call.effect == kDuplicate) {
-        target.bytes = before;
-        target.size = before.size();
-    } else if (call.effect != kSize && given.n < kTooLarge) {
+    Bytes bytes = old == nullptr || call.effect == kReplace || call.effect == kCopy || call.effect == kDuplicate
+                      ? Bytes()
+                      : handles.at(old).bytes;
+    Bytes added;
+    unsigned long size = given.n;
+    if (call.effect == kCopy || call.effect == kAppendOther || call.effect == kDuplicate) {
+        added = handles.at(call.effect == kDuplicate ? old : given.other).bytes;
+        size = added.size();
+    } else if (call.effect != kSize && size < kTooLarge) {
         const auto* const from = static_cast<const unsigned char*>(given.bytes);
-        target.bytes.assign(from, from + given.n);
+        added.assign(from, from + size);
     }
-    if (call.effect == kAppend || call.effect == kAppendOther) {
-        target.size += std::min<unsigned long>(before.size(), ULONG_MAX - target.size);
-        target.bytes.insert(target.bytes.begin(), before.begin(), before.end());
-    } else if (call.effect == kSize) {
-        target.bytes.assign(before.begin(), before.begin() + static_cast<long>(std::min(given.n, before.size())));
+    if (call.effect == kSize) {
+        bytes.resize(std::min(bytes.size(), size));
+    } else {
+        size += std::min(bytes.size(), ULONG_MAX - size);
     }
-    target.align = (call.traits & kGiven) != 0 ? kz::NormalAlignment(given.alignment, given.offset)
-                                               : kz::AlignmentForSize(target.size);
-    return target;
+    bytes.insert(bytes.end(), added.begin(), added.end());
+    return {
+        bytes,
+        (call.traits & kGiven) != 0 ? kz::NormalAlignment(given.alignment, given.offset) : kz::AlignmentForSize(size),
+        size};
 }
 
-void MemoryModel::ExpectSized(const Call& call, UHandle old, UHandle now, KzErr err, const Target& target, bool failed)
+// What is to be seen of a make or a resize, which the model gets.
+Lines MemoryModel::Resized(const Call& call, UHandle old, UHandle now, const Content& target, bool failed)
 {
-    EXPECT_EQ(failed ? 2 : 0, err);
-    const unsigned long oldSize = target.makes ? 0 : handles[old].first.size();
-    const bool isSame = !target.makes && oldSize == target.size && handles[old].second == target.align;
-    if (!isSame) {
+    const bool makes = old == nullptr || call.effect == kDuplicate;
+    const unsigned long oldSize = makes ? 0 : handles[old].size;
+    Lines seen;
+    if (makes || oldSize != target.size || handles[old].align != target.align) {
         const unsigned long block =
-            target.makes ? target.size : kz::HandleBlockSize(target.size, target.align, kz::HandleGuardSize());
-        if (failed && (target.makes || block != 0)) {
-            mExpected.push_back(Full(block));
+            makes ? target.size : kz::HandleBlockSize(target.size, target.align, kz::HandleGuardSize());
+        if (failed && (makes || block != 0)) {
+            seen.push_back(Line("full", block));
         }
-        mExpected.push_back(
-            Event(target.makes ? 0 : 1, err, failed && target.makes ? nullptr : now, target.size, oldSize));
-        counters[0] += target.makes && !failed;
-        counters[2] += !target.makes;
-        counters[3] += !target.makes && !failed && GetStressHandles() == 0;
+        seen.push_back(Event(!makes, failed ? 2 : 0, failed && makes ? nullptr : now, target.size, oldSize));
+        counters[0] += makes && !failed;
+        counters[2] += !makes;
+        counters[3] += !makes && !failed && GetStressHandles() == 0;
     }
     if (failed) {
-        EXPECT_EQ(call.effect == kDuplicate ? old : target.makes ? nullptr : old, now);
-        if (!target.makes) {
-            mExpected.push_back(Named(2, call));
+        EXPECT_EQ(old, now);
+        if (!makes) {
+            seen.push_back(Named(2, call));
         }
-        return;
+        return seen;
     }
-    EXPECT_EQ(target.makes, now != old && !handles.contains(now));
-    Bytes content = target.bytes;
-    if (call.effect == kSize && (call.traits & kZeros) == 0) {
-        std::fill(*now + content.size(), *now + target.size, static_cast<unsigned char>(0));  // may be anything
+    EXPECT_EQ(makes, now != old && !handles.contains(now));
+    if ((call.traits & kZeros) == 0) {
+        std::fill(*now + target.bytes.size(), *now + target.size, static_cast<unsigned char>(0));  // may be anything
     }
-    content.resize(target.size);
-    handles[now] = {content, target.align};
+    handles[now] = target;
+    handles[now].bytes.resize(target.size);
+    return seen;
+}
+
+// The same of every other call.
+Lines MemoryModel::Changed(const Call& call, UHandle old, UHandle now, const Arguments& given)
+{
+    if (call.effect == kLook) {
+        return {};
+    }
+    if (call.effect == kSwap) {
+        std::swap(handles[old], handles[given.other]);
+        return old == given.other ? Lines{Report(kDbgFatal)} : Lines{};
+    }
+    if (call.effect == kCopy && given.other != nullptr) {
+        return {Report(kDbgWarning, "Should call DSHandToHand. This is a no-op")};
+    }
+    EXPECT_EQ((call.traits & kVariable) != 0 ? nullptr : old, now);
+    const auto gone = handles.extract(old);
+    return gone.empty() ? Lines{} : Lines{Event(2, 0, old, gone.mapped().size, 0)};
 }
 
 // Each handle's header and content, and the counters, are as the model says.
 void MemoryModel::ExpectContents()
 {
-    for (const auto& [handle, model] : handles) {
+    for (const auto& [handle, content] : handles) {
         ASSERT_EQ(0, DSCheckHandle(handle));
-        ASSERT_EQ(model.first.size(), DSGetHandleSize(handle));
-        ASSERT_TRUE(std::equal(model.first.begin(), model.first.end(), *handle));
-        ASSERT_TRUE(model.second == kz::HandleDataPlace(*handle).align);
-        ASSERT_EQ(0u, (reinterpret_cast<uintptr_t>(*handle) + model.second.offset) % model.second.alignment);
+        ASSERT_EQ(content.size, DSGetHandleSize(handle));
+        ASSERT_TRUE(std::equal(content.bytes.begin(), content.bytes.end(), *handle));
+        ASSERT_TRUE(content.align == kz::HandleDataPlace(*handle).align);
+        ASSERT_EQ(0u, (reinterpret_cast<uintptr_t>(*handle) + content.align.offset) % content.align.alignment);
     }
     EXPECT_EQ(handles.size(), kz::LiveHandleCount());
-    EXPECT_EQ(counters, ReadCounters());
+    uInt64 words[2];
+    DSReadCounters(words);
+    EXPECT_EQ(counters, std::bit_cast<Counters>(words));
 }
 
-// Runs a call on a handle of the model, or on a null variable; with `failing` that allocation of it fails.
+// What the cache keeps of a disposed handle's data.
+void MemoryModel::Keep(unsigned char* data, const kz::HandlePlace& place)
+{
+    if (place.size >= kLeastKept && place.size < kMostKept) {
+        kept.emplace_front(data, place);
+    }
+    const auto sizes = [](unsigned long sum, const auto& each) { return sum + each.second.size; };
+    while (kept.size() > 3 || std::accumulate(kept.begin(), kept.end(), 0ul, sizes) > kMostKept) {
+        kept.pop_back();
+    }
+}
+
+// The newest of the smallest kept blocks that are large enough.
+auto MemoryModel::BestKept(unsigned long size)
+{
+    auto best = kept.end();
+    for (auto it = kept.begin(); it != kept.end(); ++it) {
+        best = it->second.size >= size && (best == kept.end() || it->second.size < best->second.size) ? it : best;
+    }
+    BufferCache::iterator found;
+    EXPECT_EQ(best != kept.end(), s_bufferCachePtr.load()->FindBuffer(size, found));
+    EXPECT_TRUE(best == kept.end() || best->first == found->data);
+    return best;
+}
+
 void MemoryModel::Run(const Call& call, UHandle old, const Arguments& given, int failing)
 {
-    const bool isDispose = call.effect == kDispose || ((call.traits & kNotEmpty) != 0 && given.n == 0) ||
-                           (call.effect == kCopy && given.other == nullptr);
-    const bool isSized =
-        !isDispose && call.effect != kSwap && call.effect != kLook && !(call.effect == kCopy && given.other == old);
-    const Target target = isSized ? TargetOf(call, old, given) : Target{};
+    const bool isResize = call.effect < kSwap && !((call.traits & kNotEmpty) != 0 && given.n == 0) &&
+                          !(call.effect == kCopy && (given.other == nullptr || given.other == old));
+    const Content target = isResize ? Target(call, old, given) : Content{};
+    const kz::HandlePlace place = old == nullptr ? kz::HandlePlace{} : kz::HandleDataPlace(*old);
+    const auto best = BestKept(target.size);
     unsigned char* data = old == nullptr ? nullptr : *old;
     UHandle variable = (call.traits & kFresh) != 0 ? &data : old;
     KzErr err = 0;
-    bool failed = isSized && target.size >= kTooLarge;
+    bool failed = isResize && target.size >= kTooLarge;
     {
         const FailAllocation fail(failing);
         err = call.call(&variable, given);
         failed |= failing != 0 && FailAllocation::Happened();
     }
-    mExpected.clear();
-    if (isSized) {
-        ExpectSized(call, old, variable, err, target, failed);
-        EXPECT_TRUE(!failed || old == nullptr || *old == data);
-    } else {
-        EXPECT_EQ(0, err);
+    EXPECT_EQ(failed ? 2 : 0, err);
+    EXPECT_TRUE(!failed || old == nullptr || *old == data);
+    const Lines expected =
+        isResize ? Resized(call, old, variable, target, failed) : Changed(call, old, variable, given);
+    EXPECT_EQ(expected, Seen());
+    const bool isCached = (call.traits & kCached) != 0;
+    if (call.effect == kDispose && isCached && old != nullptr) {
+        Keep(data, place);
+    } else if (isResize && !failed && (variable != old || *old != data) && best != kept.end()) {
+        const kz::HandlePlace& found = best->second;
+        const bool serves = isCached && found.size == target.size && found.align.offset == target.align.offset &&
+                            found.align.alignment % target.align.alignment == 0;
+        EXPECT_EQ(serves, *variable == best->first) << "a kept block of just the size goes to the calls of the cache";
+        handles[variable].align = serves ? found.align : target.align;
+        kept.erase(best, serves ? std::next(best) : best);
     }
-    if (isDispose) {
-        EXPECT_EQ((call.traits & kVariable) != 0 ? nullptr : old, variable);
-        if (old != nullptr) {
-            mExpected.push_back(Event(2, 0, old, handles[old].first.size(), 0));
-            handles.erase(old);
-        }
-    } else if (call.effect == kSwap) {
-        std::swap(handles[old], handles[given.other]);
-        if (old == given.other) {
-            mExpected.push_back(Report(kDbgFatal));
-        }
-    } else if (call.effect == kCopy && given.other == old) {
-        mExpected.push_back(Report(kDbgWarning, "Should call DSHandToHand. This is a no-op"));
-    }
-    EXPECT_EQ(mExpected, Seen());
     ExpectContents();
 }
 
 unsigned long MemoryModel::Size()
 {
-    constexpr unsigned long kRare[] = {ULONG_MAX,     ULONG_MAX - 15, ULONG_MAX - 16, ULONG_MAX - 100000,
-                                       ULONG_MAX / 2, kTooLarge,      16380,          16384,
-                                       20000,         20000,          1048575,        1048576};
-    return Below(8) == 0 ? kRare[Below(std::size(kRare))] : Below(2) ? Below(64) : Below(3000);
+    constexpr unsigned long kRare[] = {
+        0, ULONG_MAX, ULONG_MAX - 15, ULONG_MAX - 16, ULONG_MAX - 100000, ULONG_MAX / 2, kTooLarge, 1048575, 1048576};
+    constexpr unsigned long kFew[] = {99, 100, 101, 500, 500, 1000, 1000, 1100, 2000, 2999, 3000};  // for the cache
+    return Below(8) == 0   ? kRare[Below(std::size(kRare))]
+           : Below(2) == 0 ? kFew[Below(std::size(kFew))]
+                           : Below(Below(2) == 0 ? 64 : 3000);
 }
 
 void MemoryModel::Step()
 {
     while (handles.size() < 3) {
-        Make(Below(3000), 7);
+        Make(Below(3000));
     }
-    const auto [handle, model] = *Pick();
+    const auto [handle, content] = *Pick();
     const auto& [other, source] = *Pick();
-    const bool isTooMuch = handles.size() > 9 || (model.first.size() > 100000 && Below(2) == 0);
+    const bool isTooMuch = handles.size() > 9 || (content.size > 100000 && Below(2) == 0);
     const Call* call = nullptr;
     do {
         call = &kCalls[Below(std::size(kCalls))];
-    } while (isTooMuch && call->effect != kDispose);
-    Arguments given = {Size(), Below(2) == 0 ? 1ul << Below(17) : random(), Below(Below(2) == 0 ? 300 : 70000), *other,
-                       other};
+    } while (isTooMuch ? call->effect != kDispose : (call->traits & kCached) == 0 && Below(2) == 0);
+    const bool usual = Below(2) == 0;
+    Arguments given = {Size(), usual ? 8ul << Below(3) : random() >> Below(32), usual ? 4 * Below(3) : Below(70000),
+                       *other, other};
     if (call->effect == kReplace || call->effect == kAppend) {
-        const unsigned at = Below(static_cast<unsigned>(source.first.size() + 1));
+        const unsigned at = Below(static_cast<unsigned>(source.size + 1));
         given.bytes = *other + at;
-        if (given.n < kTooLarge) {
-            given.n = std::min(given.n, source.first.size() - at);
-        }
+        given.n = given.n < kTooLarge ? std::min(given.n, source.size - at) : given.n;
     } else if (call->effect == kCopy && Below(16) == 0) {
         given.other = nullptr;
     }
@@ -425,68 +458,37 @@ TEST(MemoryModelWithGuards, RandomSequences)
                                        {{"ZVGuardBytes", "check"}, {"KZ_MODEL_SEQUENCES", "300"}}));
 }
 
-TEST_F(MemoryModel, EachCallWithAndWithoutMemory)
-{
-    static const unsigned char kText[20000] = "0123456789";
-    for (const Call& call : kCalls) {
-        for (unsigned way = 0; way < 12; ++way) {
-            SCOPED_TRACE(call.name + (" " + std::to_string(way)));
-            const bool none = (call.traits & kFresh) != 0 || (way % 2 == 0 && (call.traits & kOrNew) == kOrNew);
-            const UHandle old = none ? nullptr : Make(10, 'x');
-            constexpr unsigned long kSizes[] = {0, 4, sizeof kText};
-            Run(call, old, {kSizes[way / 4], 4096, 4, kText, Make(3, 'o')}, way / 2 % 2);
-            End();
-        }
-    }
-}
-
-// A kept block of just the size goes to the calls of the cache alone, and only theirs is kept.
-TEST_F(MemoryModel, OnlyTheCallsOfTheCacheUseIt)
-{
-    constexpr unsigned long kBig = 20000;
-    BufferCache* const cache = s_bufferCachePtr.load();
-    for (const Call& call : kCalls) {
-        SCOPED_TRACE(call.name);
-        const bool byCache = (call.traits & kCached) != 0;
-        UHandle handle = DSNewHandle(kBig);
-        unsigned char* const data = *handle;
-        if (call.effect == kDispose) {
-            EXPECT_EQ(0, call.call(&handle, {}));
-            BufferCache::iterator found;
-            EXPECT_EQ(byCache, cache->FindBuffer(kBig, found));
-        } else if (call.effect == kSize) {
-            EXPECT_EQ(0, DSDisposeHandleCache(handle));
-            handle = (call.traits & kFresh) != 0 ? nullptr : DSNewHandle(1);
-            EXPECT_EQ(0, call.call(&handle, {kBig}));
-            EXPECT_EQ(byCache, *handle == data);
-        }
-        cache->ClearCache();
-        DSDisposeHandle(handle != nullptr && IsDSHandle(handle) != 0 ? handle : nullptr);
-    }
-}
-
-TEST_F(MemoryModel, BadHandlesAreReportedByEachCall)
+TEST_F(MemoryModel, NoHandlesAndNullArgumentsAreRefused)
 {
     const UHandle good = Make(3);
-    const UHandle stale = DSNewHandle(8);
-    DSDisposeHandle(stale);
+    const UHandle stale = Make(8);
+    Run(KZ_ROW(, DSDisposeHandle, (*h), kDispose, 0), stale, {});
     kztest::ForeignHandle foreign;
-    gSeen.clear();
     for (const Call& call : kCalls) {
-        const bool takesNull = (call.traits & kOrNew) == kOrNew || call.effect == kDispose;
+        SCOPED_TRACE(call.name);
+        const bool disposes = call.effect == kDispose, takesVariable = (call.traits & kVariable) != 0;
+        UHandle variable = good;
+        if (takesVariable) {
+            EXPECT_EQ(disposes ? 0 : 1, call.call(nullptr, {1, 16, 8, "a", good}));
+            EXPECT_EQ(disposes ? 0 : 1, call.call(nullptr, {0, 16, 8, nullptr, nullptr}));
+        }
+        EXPECT_EQ(1, call.effect == kReplace || call.effect == kAppend ? call.call(&variable, {1}) : 1);
+        EXPECT_EQ(good, variable);
+        variable = nullptr;
+        EXPECT_EQ(0, disposes ? call.call(&variable, {}) : 0);
+        EXPECT_EQ(Lines(), Seen());
         for (void* bad : {static_cast<void*>(stale), static_cast<void*>(foreign), static_cast<void*>(nullptr)}) {
-            if ((call.traits & kFresh) != 0 || (bad == nullptr && takesNull)) {
+            if ((call.traits & kFresh) != 0 || (bad == nullptr && (disposes || (call.traits & kOrNew) == kOrNew))) {
                 continue;
             }
-            SCOPED_TRACE(call.name);
             Lines expected((call.traits & kZeros) != 0 ? 2 : 1, Report(kDbgFatal));
             if ((call.traits & kUnnamed) == 0) {
                 expected.push_back(Named(3, call));
             }
-            auto variable = static_cast<UHandle>(bad);
+            variable = static_cast<UHandle>(bad);
             EXPECT_EQ(3, call.call(&variable, {2, 16, 8, "ab", good}));
             EXPECT_EQ(expected, Seen());
-            EXPECT_EQ(call.effect == kDispose && (call.traits & kVariable) != 0 ? nullptr : bad, variable);
+            EXPECT_EQ(disposes && takesVariable ? nullptr : bad, variable);
             if ((call.traits & kNotEmpty) != 0) {
                 EXPECT_EQ(call.effect == kSize ? 3 : 0, call.call(&variable, {}));
                 EXPECT_EQ(nullptr, variable) << "nulled though the disposal fails";
@@ -499,30 +501,6 @@ TEST_F(MemoryModel, BadHandlesAreReportedByEachCall)
             }
         }
     }
-    ++counters[0];
-    ExpectContents();
-}
-
-TEST_F(MemoryModel, NullArgumentsAreRefused)
-{
-    const UHandle handle = Make(3);
-    for (const Call& call : kCalls) {
-        SCOPED_TRACE(call.name);
-        UHandle variable = handle;
-        if ((call.traits & kVariable) != 0) {
-            EXPECT_EQ(call.effect == kDispose ? 0 : 1, call.call(nullptr, {1, 16, 8, "a", handle}));
-            EXPECT_EQ(call.effect == kDispose ? 0 : 1, call.call(nullptr, {0, 16, 8, nullptr, nullptr}));
-        }
-        if (call.effect == kDispose) {
-            variable = nullptr;
-            EXPECT_EQ(0, call.call(&variable, {}));
-        } else if (call.effect == kReplace || call.effect == kAppend) {
-            EXPECT_EQ(1, call.call(&variable, {1}));
-            EXPECT_EQ(handle, variable);
-        }
-    }
-    EXPECT_EQ(Lines(), Seen());
-    ExpectContents();
 }
 
 }  // namespace
