@@ -18,58 +18,38 @@ namespace {
 
 using kztest::Json;
 
-TEST(StringCStr, Copying)
-{
-    char text[16] = "0123456789";
-    EXPECT_EQ(StrCpy(text, text + 3), text);
-    EXPECT_STREQ(text, "3456789");
-    EXPECT_EQ(StrCat(text, "ab"), 9u);
-    EXPECT_STREQ(text, "3456789ab");
-    char twice[16] = "abc";
-    EXPECT_EQ(StrCat(twice, twice), 6u);
-    EXPECT_STREQ(twice, "abcabc");
-}
-
-TEST(StringCStr, Searching)
-{
-    const char* text = "a.b.\xE9";
-    EXPECT_EQ(StrRChr(text, '.'), text + 3);
-    EXPECT_EQ(StrChr(text, 0xE9), text + 4);
-    EXPECT_EQ(StrChr(text, 0x12E), text + 1) << "the low byte counts";
-    EXPECT_EQ(StrRChr(text, 'z'), nullptr);
-    EXPECT_EQ(StrChr(text, 0), nullptr);
-    EXPECT_EQ(StrRChr(text, 0x100), nullptr);
-}
-
 TEST(StringCStr, Vectors)
 {
-    for (const Json& row : kztest::ReadJsonLines("vectors/short_strings.jsonl")) {
-        SCOPED_TRACE(row.Line());
-        const std::string& s = row["s"].Str();
-        if (row["op"].Str() == "StrIStr") {
-            EXPECT_EQ(StrIStr(s.c_str(), row["pattern"].Str().c_str()), row["result"].Int());
-        } else if (row["op"].Str() == "StrNCpy") {
-            char dst[] = "......";
-            EXPECT_EQ(StrNCpy(dst, s.c_str(), static_cast<uInt32>(row["n"].UInt())), dst);
-            EXPECT_EQ(std::string(dst, 6), row["result"].Str());
-        }
-    }
-    for (const Json& row : kztest::ReadJsonLines("vectors/utf8.jsonl")) {
-        SCOPED_TRACE(row.Line());
-        const std::string& op = row["op"].Str();
-        if (op == "StrNextChar" || op == "StrPrevChar") {
-            const std::string bytes = row["bytes"].Hex();
-            const int32 index = static_cast<int32>(row["index"].Int());
-            EXPECT_EQ(op == "StrNextChar" ? StrNextChar(bytes.data(), index) : StrPrevChar(bytes.data(), index),
-                      row["result"].Int());
-        } else if (op == "StrToUpperAndLower") {
-            std::string upper = row["bytes"].Hex(), lower = upper;
-            EXPECT_EQ(StrToUpper(upper.data(), static_cast<int32>(upper.size())), 0);
-            EXPECT_EQ(upper, row["upper"].Hex());
-            EXPECT_EQ(StrToLower(lower.data(), static_cast<int32>(lower.size())), 0);
-            EXPECT_EQ(lower, row["lower"].Hex());
-        }
-    }
+    const auto place = [](const Json& row, char* (*call)(const char*, int32)) {
+        const char* const s = row["s"].Str().c_str();
+        const char* const found = call(s, static_cast<int32>(row["c"].Int()));
+        EXPECT_EQ(found == nullptr ? -1 : found - s, row["result"].Int());
+    };
+    const auto step = [](const Json& row, int32 (*call)(const char*, int32)) {
+        EXPECT_EQ(call(row["bytes"].Hex().data(), static_cast<int32>(row["index"].Int())), row["result"].Int());
+    };
+    const auto isIn = [](const Json& row) {
+        EXPECT_EQ(StrIStr(row["s"].Str().c_str(), row["pattern"].Str().c_str()), row["result"].Int());
+    };
+    const auto copy = [](const Json& row) {
+        char dst[] = "......";
+        EXPECT_EQ(StrNCpy(dst, row["s"].Str().c_str(), static_cast<uInt32>(row["n"].UInt())), dst);
+        EXPECT_EQ(std::string(dst, 6), row["result"].Str());
+    };
+    const auto mapCase = [](const Json& row) {
+        std::string upper = row["bytes"].Hex(), lower = upper;
+        EXPECT_EQ(StrToUpper(upper.data(), static_cast<int32>(upper.size())), 0);
+        EXPECT_EQ(upper, row["upper"].Hex());
+        EXPECT_EQ(StrToLower(lower.data(), static_cast<int32>(lower.size())), 0);
+        EXPECT_EQ(lower, row["lower"].Hex());
+    };
+    kztest::CheckRows("vectors/short_strings.jsonl", {{"StrIStr", isIn},
+                                                      {"StrNCpy", copy},
+                                                      {"StrChr", [&](const Json& row) { place(row, &StrChr); }},
+                                                      {"StrRChr", [&](const Json& row) { place(row, &StrRChr); }}});
+    kztest::CheckRows("vectors/utf8.jsonl", {{"StrNextChar", [&](const Json& row) { step(row, &StrNextChar); }},
+                                             {"StrPrevChar", [&](const Json& row) { step(row, &StrPrevChar); }},
+                                             {"StrToUpperAndLower", mapCase}});
     unsigned char byte[] = "a";
     EXPECT_EQ(StrToUpper(byte, -1), 0);
     EXPECT_EQ(byte[0], 'a');

@@ -18,41 +18,17 @@ using kztest::Json;
 using kztest::PStrBuffer;
 using kztest::PStrValue;
 
-TEST(StringPStr, CopyingAndAppending)
+// One that is full has no room for a terminator, which takes the place of its last byte where it must be.
+TEST(StringPStr, Terminating)
 {
-    const std::string longest(255, 'x');
-    PStrBuffer buffer;
-    EXPECT_EQ(PStrCpy(buffer, PStrValue(longest)), +buffer);
-    EXPECT_EQ(buffer.Text(), longest);
-    PStrBuffer cut(std::string(200, 'a'));
-    EXPECT_EQ(PStrCat(cut, PStrValue(std::string(200, 'b'))), 255);
-    EXPECT_EQ(cut.Text(), std::string(200, 'a') + std::string(55, 'b'));
-    PStrBuffer twice("abc");
-    EXPECT_EQ(PStrCat(twice, twice), 6);
-    EXPECT_EQ(twice.Text(), "abcabc");
-}
-
-TEST(StringPStr, TerminatingAndConverting)
-{
-    PStrBuffer full(std::string(255, 'x'));
-    EXPECT_EQ(PStrTerminateIfPossible(full), 255);
-    EXPECT_EQ(full.bytes[255], 'x');
-    EXPECT_EQ(PStrNullTerminate(full), 255);
-    EXPECT_EQ(full.Text(), std::string(254, 'x') + '\0');
-    for (const bool isForced : {false, true}) {
-        PStrBuffer longest(std::string(254, 'x'));
-        EXPECT_EQ(isForced ? PStrNullTerminate(longest) : PStrTerminateIfPossible(longest), 254);
-        EXPECT_EQ(longest.bytes[255], 0);
+    for (const int count : {0, 254, 255}) {
+        const std::string text(static_cast<std::size_t>(count), 'x');
+        PStrBuffer able(text), forced(text);
+        EXPECT_TRUE(PStrTerminateIfPossible(able) == count && PStrNullTerminate(forced) == count);
+        EXPECT_EQ(able.Text(), text);
+        EXPECT_EQ(forced.Text(), count == 255 ? text.substr(1) + '\0' : text);
+        EXPECT_TRUE(count == 255 || (able.bytes[count + 1] == 0 && forced.bytes[count + 1] == 0));
     }
-    PStrBuffer p;
-    EXPECT_EQ(CToPStr(std::string(300, 'y').c_str(), p), 255);
-    EXPECT_EQ(p.Text(), std::string(255, 'y'));
-    char c[8] = "0123456";
-    EXPECT_EQ(PToCStr(PStrValue("abc"), c), 3);
-    EXPECT_STREQ(c, "abc");
-    EXPECT_EQ(CToPStr(c, reinterpret_cast<unsigned char*>(c)), 3) << "in place";
-    EXPECT_EQ(PToCStr(reinterpret_cast<unsigned char*>(c), c), 3);
-    EXPECT_STREQ(c, "abc");
 }
 
 // What a row's call returns; its results by text go to `dst`, and where there are two, to `source` too.
@@ -131,6 +107,10 @@ TEST(StringPStr, BothSpellings)
     EXPECT_EQ(PStrCmp(text, left), 'a' - 'b');
     EXPECT_EQ(PToCStr(PStrNCpy(right, text, 3), plain), 2);
     EXPECT_STREQ(plain, "a.");
+    EXPECT_EQ(PToCStr(text, text), 4);
+    EXPECT_EQ(CToPStr(text, text), 4) << "in place";
+    EXPECT_EQ(PToCStr(kz::AsBytes(text), dst), 4);
+    EXPECT_EQ(CToPStr(dst, kz::AsBytes(text)), 4);
     EXPECT_TRUE(PStrFindReplace(left, text, "b", "cd") && PStrEndsWith(left, "cdcd"));
     EXPECT_TRUE(PStrFindReplace(dst, kz::AsBytes(text), find, replace) && PStrEqual(dst, kz::AsBytes(left)));
 }
