@@ -1,7 +1,9 @@
-// The operations on whole texts. Each runs on narrow text and on the same text made wide.
+// Hashes, the tables of case, and the operations on whole texts. Each of these runs on narrow text and on the same text
+// made wide.
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <clocale>
 #include <string>
 #include <vector>
 
@@ -121,6 +123,59 @@ TEST(StringUtilsText, Case)
     EXPECT_TRUE(lower == lowers && wideLower == Wide(lowers) + others);
     EXPECT_TRUE(SU::CaseInsensitiveEqual(L"aZ" + others, L"Az" + others));
     EXPECT_EQ(SU::CaseInsensitiveCompare(L"aZ" + others, L"Az" + others), 0);
+}
+
+// The paths' tree keeps hashes that are made before the tables are filled, while they are in use, and after.
+TEST(StringUtilsText, HashIsTheSameBeforeAndAfterTheServiceRuns)
+{
+    const auto checkRow = [](const Json& row) {
+        const std::string& text = row["text"].Str();
+        const bool ignoreCase = row["ignoreCase"].Int() != 0;
+        const uInt32 length = static_cast<uInt32>(row["length"].UInt());
+        EXPECT_EQ(length == ~0u ? SU::Hash(text.c_str(), ignoreCase) : SU::Hash(text.c_str(), length, ignoreCase),
+                  row["hash"].UInt());
+    };
+    const auto check = [&](const std::string& when) {
+        SCOPED_TRACE(when);
+        EXPECT_EQ(SU::Hash("title", true), SU::Hash("TITLE", false));
+        EXPECT_TRUE(SU::CaseInsensitiveEqual("TITLE", "title"));
+        kztest::CheckRows("vectors/hashes.jsonl", {{"Hash", checkRow}});
+    };
+    check("before: ");
+    EXPECT_EQ(StringUtilsLocaleCacheService()->Init(), 0);
+    check("running: ");
+    EXPECT_EQ(StringUtilsLocaleCacheService()->Uninit(), 0);
+    check("after: ");
+
+    EXPECT_EQ(SU::Hash(std::string("ab\0c", 4), false), SU::Hash("ab", false));
+    EXPECT_EQ(SU::Hash("\xFF", false), 0x0FFFFF0Fu) << "bytes above 0x7F subtract";
+    EXPECT_EQ(SU::Hash(nullptr, false), 0u);
+    EXPECT_EQ(SU::Hash(nullptr, true), 0u);
+}
+
+// From 0x80 up the tables have the case of the locale that is in force when the service starts; 0xFF, which the C
+// library takes for the end of a file, has none. Below they are ASCII in each locale.
+TEST(StringUtilsText, CaseTablesComeFromTheLocale)
+{
+    const auto mapped = [](int c, int first, int shift, int (*byLocale)(int)) {
+        const bool isLetter = c >= first && c < first + 26;
+        return static_cast<char>(c < 0x80 ? c + (isLetter ? shift : 0) : c == 0xFF ? c : byLocale(c));
+    };
+    const std::string before = std::setlocale(LC_CTYPE, nullptr);
+    for (const char* const locale : {before.c_str(), "C", before.c_str()}) {
+        ASSERT_NE(std::setlocale(LC_CTYPE, locale), nullptr);
+        EXPECT_EQ(StringUtilsLocaleCacheService()->Init(), 0);
+        for (int a = 0; a < 0x100; ++a) {
+            const std::string text(1, static_cast<char>(a)), upper(1, mapped(a, 'a', -32, std::toupper));
+            EXPECT_EQ(SU::Hash(text, true), SU::Hash(upper, false)) << locale << " " << a;
+            for (int b = 0; b < 0x100; ++b) {
+                const bool isEqual = mapped(a, 'A', 32, std::tolower) == mapped(b, 'A', 32, std::tolower);
+                const std::string other(1, static_cast<char>(b));
+                ASSERT_EQ(SU::CaseInsensitiveEqual(text, other), isEqual) << locale << " " << a << " " << b;
+            }
+        }
+        EXPECT_EQ(StringUtilsLocaleCacheService()->Uninit(), 0);
+    }
 }
 
 }  // namespace
