@@ -75,38 +75,39 @@ struct PairLog {
 };
 
 // The documented steps with nothing beside them, and so without an end for orders that they are bad at.
-void SortByTheSteps(Numbered* first, int32 count, PairLog& log)
-{
-    const auto compare = [&log, first](const Numbered* a, const Numbered* b) {
+struct StepSort {
+    Numbered* first;
+    PairLog log;
+
+    int32 Compare(const Numbered* a, const Numbered* b)
+    {
         log.Add((a - first) * log.stride, (b - first) * log.stride);
         return a->key - b->key;
-    };
-    const auto order = [&compare](Numbered* a, Numbered* b) {
-        if (compare(a, b) > 0) {
+    }
+    void Order(Numbered* a, Numbered* b)
+    {
+        if (Compare(a, b) > 0) {
             std::swap(*a, *b);
         }
-    };
-    std::vector<std::pair<Numbered*, Numbered*>> pending = {{first, first + std::max(count - 1, 0)}};
-    while (!pending.empty()) {
-        auto [lo, hi] = pending.back();
-        pending.pop_back();
+    }
+    void Sort(Numbered* lo, Numbered* hi)
+    {
         while (lo < hi) {
             if (hi - lo == 1) {
-                order(lo, hi);
-                break;
+                return Order(lo, hi);
             }
             Numbered* const mid = lo + (hi - lo) / 2;
-            order(lo, mid);
-            order(lo, hi);
-            order(mid, hi);
+            Order(lo, mid);
+            Order(lo, hi);
+            Order(mid, hi);
             if (hi - lo == 2) {
-                break;
+                return;
             }
             Numbered *const pivot = hi - 1, *i = lo + 1, *j = pivot;
             std::swap(*mid, *pivot);
             for (; i != j; ++i) {
-                if (compare(i, pivot) >= 0) {
-                    while (--j != i && compare(j, pivot) > 0) {
+                if (Compare(i, pivot) >= 0) {
+                    while (--j != i && Compare(j, pivot) > 0) {
                     }
                     if (j == i) {
                         break;
@@ -116,11 +117,11 @@ void SortByTheSteps(Numbered* first, int32 count, PairLog& log)
             }
             std::swap(*i, *pivot);
             const bool leftFirst = i - lo <= hi - i;
-            pending.push_back(leftFirst ? std::pair{i + 1, hi} : std::pair{lo, i - 1});
-            (leftFirst ? hi : lo) = i;
+            leftFirst ? Sort(lo, i) : Sort(i, hi);
+            (leftFirst ? lo : hi) = leftFirst ? i + 1 : i - 1;
         }
     }
-}
+};
 
 // Equal elements too end in the places that the steps give them, whatever their size, and what is between elements
 // stays. No order that callers meet runs out of the budget of splits: runs in both directions, one behind the other or
@@ -139,11 +140,12 @@ TEST(SortSearch, KeepsToTheSteps)
                     elements[static_cast<size_t>(i)] = {order(i, count), i};
                 }
                 std::string actual = Spread(elements, size, gap);
-                PairLog log{actual.data() + 1, size, static_cast<ptrdiff_t>(size + gap)}, expected = log;
-                SortByTheSteps(elements.data(), count, expected);
+                PairLog log{actual.data() + 1, size, static_cast<ptrdiff_t>(size + gap)};
+                StepSort expected{elements.data(), log};
+                expected.Sort(elements.data(), elements.data() + std::max(count - 1, 0));
                 QSort2Ex(actual.data() + 1, count, static_cast<int32>(size), static_cast<int32>(size + gap),
                          &PairLog::Compare, &log);
-                ASSERT_TRUE(actual == Spread(elements, size, gap) && log.hash == expected.hash)
+                ASSERT_TRUE(actual == Spread(elements, size, gap) && log.hash == expected.log.hash)
                     << &order - kOrders << ", " << count << " elements of " << size;
             }
         }

@@ -256,18 +256,17 @@ TEST_F(StringUtilsConvert, OwnEncoderWhereTheLocaleIsMissing)
 
 TEST_F(StringUtilsConvert, RoomGrowsAsNeeded)
 {
-    for (const std::size_t room : {0u, 1u, 4u}) {
-        std::string bytes = "old";
-        EXPECT_EQ(kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, kNarrow.data(), kNarrow.size(), room, bytes),
-                  kz::IconvResult::kDone);
-        EXPECT_EQ(bytes, std::string(reinterpret_cast<const char*>(kWide.data()), kWide.size() * sizeof(wchar_t)))
-            << room;
+    const std::string wide(reinterpret_cast<const char*>(kWide.data()), kWide.size() * sizeof(wchar_t));
+    for (const auto& [narrow, result] :
+         {std::pair{kNarrow, wide}, {std::string("a\xFF"), wide.substr(0, 4)}, {"", ""}}) {
+        for (const std::size_t room : {0u, 1u, 4u}) {
+            std::string bytes = "old";
+            const auto outcome =
+                kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, narrow.data(), narrow.size(), room, bytes);
+            EXPECT_EQ(outcome, narrow.size() == 2 ? kz::IconvResult::kBadText : kz::IconvResult::kDone);
+            EXPECT_EQ(bytes, result) << room;
+        }
     }
-    std::string bytes = "old";
-    EXPECT_EQ(kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, "a\xFF", 2, 0, bytes), kz::IconvResult::kBadText);
-    EXPECT_EQ(bytes.size(), 4u);
-    EXPECT_EQ(kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, "", 0, 4, bytes), kz::IconvResult::kDone);
-    EXPECT_EQ(bytes, "");
 }
 
 std::atomic<int> gOpened{0};
