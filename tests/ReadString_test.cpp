@@ -7,81 +7,47 @@
 #include <string>
 #include <vector>
 
+#include "JsonLines.h"
 #include "ResImage.h"
 #include "TempFolder.h"
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Outcome RunHost(const std::vector<std::string>& arguments)
+// Among a row's arguments are stored files, files made here, and the path of a stored one from this folder on. In
+// "out" stands all of stdout, in "failure" the end of the last line of stderr.
+TEST(ReadString, Vectors)
 {
-    const kztest::TempFolder folder;
-    std::string command = "'" KZ_READ_STRING "'";
-    for (const std::string& argument : arguments) {
-        command += " '" + argument + "'";
-    }
-    command += " >'" + folder.File("out") + "' 2>'" + folder.File("err") + "'";
-    const int status = std::system(command.c_str());
-    return {WEXITSTATUS(status), kztest::ReadWholeFile(folder.File("out")), kztest::ReadWholeFile(folder.File("err"))};
-}
-
-TEST(ReadString, DoesWhatIsAskedOrSaysWhatIsWrong)
-{
-    const std::string strings = kztest::DataFile("rsrc/strings.rsrc");
-    const std::string relative = std::filesystem::relative(strings).string();
-    const kztest::TempFolder folder;
-    const std::string beyond = kztest::DataFile("rsrc/damaged/block_beyond.rsrc");
-    const std::string odd = folder.Write(
+    const kztest::TempFolder folder, outputs;
+    folder.Write(
         "odd",
         kztest::ResImage({{"A\tB\\", -2, "1", "\xFF~"}, {"TYPE", 9, "", "name"}, {"TYPE", 7, "123", "", 2}}).Bytes());
-    struct Row {
-        int line;
+    folder.Write("text", std::string(99, 'x'));
+    folder.Write("short", "RSRC\r\n");
+    for (const kztest::Json& row : kztest::ReadJsonLines("vectors/read_string.jsonl")) {
+        SCOPED_TRACE(row.Line());
         std::vector<std::string> arguments;
-        int status;
-        std::string out;      // all of stdout
-        const char* failure;  // the end of stderr's last line
-    };
-    const Row kRows[] = {
-        {__LINE__, {}, 0, "The quick brown fox\n", nullptr},
-        {__LINE__, {strings}, 0, "The quick brown fox\n", nullptr},
-        {__LINE__, {relative}, 0, "The quick brown fox\n", nullptr},
-        {__LINE__, {strings, "1000", "2"}, 0, "Waiting for input\n", nullptr},
-        {__LINE__, {strings, "1001", "3"}, 0, "Close\n", nullptr},
-        {__LINE__, {strings, "1000", "0"}, 1, "", "(kzErrResNotFound, 15)"},
-        {__LINE__, {strings, "-7", "1"}, 1, "", "(kzErrResNotFound, 15)"},
-        {__LINE__, {strings, "128", "1"}, 1, "", "(kzErrResNotFound, 15)"},
-        {__LINE__, {strings, "1000"}, 2, "", "(kzErrArgument, 1)"},
-        {__LINE__, {strings, "1000", "2x"}, 2, "", "(kzErrArgument, 1)"},
-        {__LINE__, {strings, "1000", "99999999999"}, 2, "", "(kzErrArgument, 1)"},
-        {__LINE__, {strings, "1000", "2", "3"}, 2, "", "(kzErrArgument, 1)"},
-        {__LINE__, {"--list", kztest::DataFile("rsrc/empty.rsrc")}, 0, "", nullptr},
-        {__LINE__, {"--list", odd}, 0, "A\\x09B\\x5C\t-2\t1\t\\xFF~\nTYPE\t7\t3\t\nTYPE\t9\t0\tname\n", nullptr},
-        {__LINE__, {"--list", beyond}, 3, "AAAA\t1\t3\t\nAAAA\t2\t-1\t\n", "(kzErrEndOfFile, 4)"},
-        {__LINE__, {"--list", folder.File("missing")}, 4, "", "(kzErrNotFound, 7)"},
-        {__LINE__, {"--list"}, 2, "", "(kzErrArgument, 1)"},
-        {__LINE__, {folder.Write("text", std::string(99, 'x'))}, 3, "", "(kzErrResFileNotOpen, 13)"},
-        {__LINE__, {folder.Write("short", "RSRC\r\n")}, 3, "", "(kzErrEndOfFile, 4)"},
-        {__LINE__, {kztest::DataFile("rsrc/damaged/version4.rsrc")}, 3, "", "(kzErrResFileVersion, 122)"},
-        {__LINE__, {kztest::DataFile("rsrc/damaged/map_types.rsrc")}, 3, "", "(kzErrGeneric, 42)"},
-        {__LINE__, {folder.File("missing")}, 4, "", "(kzErrNotFound, 7)"},
-        {__LINE__, {kztest::DataFile("rsrc")}, 4, "", ")"},
-    };
-    for (const Row& row : kRows) {
-        SCOPED_TRACE(row.line);
-        const Outcome outcome = RunHost(row.arguments);
-        EXPECT_EQ(outcome.status, row.status);
-        EXPECT_EQ(outcome.out, row.out);
-        const std::string last = outcome.err.substr(outcome.err.rfind('\n', outcome.err.size() - 2) + 1);
-        const std::string said =
-            "read_string: " +
-            (row.status == 2 || row.arguments.empty() ? "" : row.arguments[row.arguments[0] == "--list"] + ": ");
-        EXPECT_TRUE(row.failure == nullptr ? last.empty() : last.starts_with(said)) << last;
-        EXPECT_TRUE(row.failure == nullptr || last.ends_with(row.failure + std::string("\n"))) << last;
+        std::string command = "'" KZ_READ_STRING "'";
+        for (const kztest::Json& item : row["arguments"].Items()) {
+            const std::string& text = item.Str();
+            arguments.push_back(text == "relative"
+                                    ? std::filesystem::relative(kztest::DataFile("rsrc/strings.rsrc")).string()
+                                : text.starts_with("rsrc")  ? kztest::DataFile(text)
+                                : text.starts_with("made/") ? folder.File(text.substr(5))
+                                                            : text);
+            command += " '" + arguments.back() + "'";
+        }
+        command += " >'" + outputs.File("out") + "' 2>'" + outputs.File("err") + "'";
+        const int status = std::system(command.c_str());
+        EXPECT_EQ(WEXITSTATUS(status), row["status"].Int());
+        EXPECT_EQ(kztest::ReadWholeFile(outputs.File("out")), row["out"].Str());
+        const std::string err = kztest::ReadWholeFile(outputs.File("err"));
+        const std::string last = err.substr(err.rfind('\n', err.size() - 2) + 1);
+        const std::string place =
+            WEXITSTATUS(status) == 2 || arguments.empty() ? "" : arguments[arguments[0] == "--list"] + ": ";
+        EXPECT_TRUE(row.Has("failure")
+                        ? last.starts_with("read_string: " + place) && last.ends_with(row["failure"].Str() + "\n")
+                        : last.empty())
+            << last;
     }
 }
 

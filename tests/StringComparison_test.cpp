@@ -176,23 +176,19 @@ TEST(StringComparison, AsTheOracleDoes)
 TEST(StringComparison, NullAndEmpty)
 {
     LStrValue empty(""), text("ab");
-    LStr *const emptyText = empty.Get(), *const someText = text.Get();
-    struct Case {
-        LStr *a, *b;
-        int order;
-    };
-    for (const Case& c : {Case{nullptr, nullptr, 0},
-                          {nullptr, emptyText, 0},
-                          {emptyText, nullptr, 0},
-                          {nullptr, someText, -1},
-                          {someText, nullptr, 1}}) {
-        const auto handle = [](LStr* const& s) { return s == nullptr ? nullptr : &s; };
-        EXPECT_TRUE(LStrCmp(c.a, c.b) == c.order && LStrCaseCmp(c.a, c.b) == c.order);
-        EXPECT_EQ(LHStrCmp(handle(c.a), handle(c.b)), c.order);
-        EXPECT_EQ(LHStrCaseCmp(handle(c.a), handle(c.b)), 2 * c.order) << "by the lengths";
-        EXPECT_TRUE(LStrEqual(c.a, c.b) == (c.order == 0) && LStrCaseEqual(c.a, c.b) == (c.order == 0));
-        EXPECT_EQ(LHStrEqual(handle(c.a), handle(c.b)), c.order == 0);
+    LStr *const someText = text.Get(), *const strings[] = {nullptr, empty.Get(), someText};
+    for (LStr* const& a : strings) {
+        for (LStr* const& b : strings) {
+            const int order = (a == someText) - (b == someText);
+            LStr *const *const p = a == nullptr ? nullptr : &a, *const *const q = b == nullptr ? nullptr : &b;
+            EXPECT_TRUE(Sign(LStrCmp(a, b)) == order && Sign(LStrCaseCmp(a, b)) == order);
+            EXPECT_TRUE(Sign(LHStrCmp(p, q)) == order && LHStrCaseCmp(p, q) == 2 * order);
+            EXPECT_EQ(LStrEqual(a, b) && LStrCaseEqual(a, b) && LHStrEqual(p, q), order == 0);
+            EXPECT_EQ(LStrEqual(a, b) || LStrCaseEqual(a, b) || LHStrEqual(p, q), order == 0);
+        }
     }
+    EXPECT_TRUE(LStrCmp(nullptr, someText) == -1 && LStrCaseCmp(someText, nullptr) == 1);
+    EXPECT_TRUE(LHStrCmp(nullptr, &someText) == -1 && LStrCaseCmp(nullptr, someText) == -1);
     EXPECT_TRUE(PLStrCmp(PStrValue("abc"), nullptr) == 3 && PLStrCaseCmp(PStrValue("abc"), nullptr) == 3);
     EXPECT_TRUE(PtrLenStrCmp("ab", 0, nullptr, 3) == 0 && PtrLenStrCaseCmp("ab", 0, nullptr, 3) == 0);
     EXPECT_TRUE(PtrLenStrCmp("ab", 2, nullptr, 3) == 1 && PtrLenStrCaseCmp(nullptr, 3, "ab", 2) == -1);

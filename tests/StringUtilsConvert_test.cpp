@@ -89,41 +89,57 @@ std::string_view View(const LStrHandle& out)
     return {reinterpret_cast<const char*>((*out.handle)->str), static_cast<std::size_t>((*out.handle)->cnt)};
 }
 
-// Every form of a conversion makes `expected`. For a text that does not convert, which is reported, that is empty, and
-// the NoThrow form tells the code. When any of its allocations fails it says so, with an empty target.
-template <typename Kind, typename Source, typename Text>
-void ExpectForms(const Source& source, const Text& expected, const char* report = nullptr)
+std::u16string_view View(const AutoCFString& out)
 {
-    const KzErr code = report == nullptr ? kzErrNone : kzErrArgument;
-    kztest::ReportCatcher reports;
-    for (const int form : {0, 1, 2}) {
-        auto out = Kind::Old();
-        if (form == 0) {
-            Kind::Into(source, out);
-        } else if (form == 1) {
-            Kind::New(source, out);
-        } else {
-            EXPECT_EQ(Kind::NoThrow(source, &out), code);
-        }
-        EXPECT_EQ(View(out), expected) << form;
-        EXPECT_TRUE(report == nullptr || reports.Take(kDbgWarning, report)) << form;
-    }
-    EXPECT_EQ(Kind::NoThrow(source, nullptr), kzErrArgument);
-    const Text empty;
-    if (report == nullptr) {
+    return out ? std::u16string_view(out->Units(), out->Length()) : std::u16string_view();
+}
+
+class StringUtilsConvert : public kztest::MemoryTest {
+protected:
+    // A call on what `make` makes leaves it with this view, and with the other one when any of its allocations fails.
+    void ExpectFaults(const auto& make, const auto& call, const auto& atFault, const auto& expected)
+    {
         kztest::FaultLoop([&](auto failed) {
-            auto out = Kind::Old();
-            const KzErr error = Kind::NoThrow(source, &out);
+            auto out = make();
+            const KzErr error = call(out);
             EXPECT_EQ(error, failed() ? kzErrMemoryFull : kzErrNone);
-            EXPECT_EQ(View(out), failed() ? empty : expected);
+            EXPECT_EQ(View(out), failed() ? atFault : expected);
         });
         reports.TakeAll();
     }
-}
 
-TEST(StringUtilsConvert, EveryForm)
+    // Every form of a conversion makes `expected`. For a text that does not convert, which is reported, that is empty,
+    // and the NoThrow form tells the code. When any of its allocations fails it says so, with an empty target.
+    template <typename Kind, typename Source, typename Text>
+    void ExpectForms(const Source& source, const Text& expected, const char* report = nullptr)
+    {
+        for (const int form : {0, 1, 2}) {
+            auto out = Kind::Old();
+            if (form == 0) {
+                Kind::Into(source, out);
+            } else if (form == 1) {
+                Kind::New(source, out);
+            } else {
+                EXPECT_EQ(Kind::NoThrow(source, &out), report == nullptr ? kzErrNone : kzErrArgument);
+            }
+            EXPECT_EQ(View(out), expected) << form;
+            EXPECT_TRUE(report == nullptr || reports.Take(kDbgWarning, report)) << form;
+        }
+        EXPECT_EQ(Kind::NoThrow(source, nullptr), kzErrArgument);
+        if (report == nullptr) {
+            ExpectFaults(
+                Kind::Old, [&](auto& out) { return Kind::NoThrow(source, &out); }, Text(), expected);
+        }
+    }
+    template <typename Kind>
+    void ExpectEach(const auto& expected, const auto&... sources)
+    {
+        (ExpectForms<Kind>(sources, expected), ...);
+    }
+};
+
+TEST_F(StringUtilsConvert, EveryForm)
 {
-    const kztest::RunningMemory memory;
     const struct {
         std::string narrow;
         std::wstring wide;
@@ -144,23 +160,16 @@ TEST(StringUtilsConvert, EveryForm)
         LStr** const handle = isNull ? nullptr : &master;
         AutoCFString platform;
         ASSERT_EQ(SU::ToCFStringNoThrow(wide, &platform), 0);
-        ExpectForms<Narrow>(pstr, narrow);
-        ExpectForms<Narrow>(text, narrow);
-        ExpectForms<Narrow>(static_cast<const LStr* const*>(handle), narrow);
-        ExpectForms<Narrow>(handle, narrow);
-        ExpectForms<Narrow>(narrow, narrow);
-        ExpectForms<Narrow>(wide, toNul);
-        ExpectForms<Utf8>(narrow, narrow);
-        ExpectForms<Utf8>(wide, narrow);
-        ExpectForms<Wide>(pstr, wide);
-        ExpectForms<Wide>(text, wide);
-        ExpectForms<Wide>(handle, wide);
-        ExpectForms<Wide>(narrow, wide);
-        ExpectForms<Wide>(static_cast<const CFString*>(isNull ? nullptr : platform.Get()), wide);
-        ExpectForms<Short>(narrow, narrow);
-        ExpectForms<Short>(wide, toNul);
-        ExpectForms<Handle>(narrow, narrow);
-        ExpectForms<Handle>(wide, toNul);
+        const LStr* const* const read = handle;
+        const CFString* const units = isNull ? nullptr : platform.Get();
+        ExpectEach<Narrow>(narrow, pstr, text, read, handle, narrow);
+        ExpectEach<Narrow>(toNul, wide);
+        ExpectEach<Utf8>(narrow, narrow, wide);
+        ExpectEach<Wide>(wide, pstr, text, handle, narrow, units);
+        ExpectEach<Short>(narrow, narrow);
+        ExpectEach<Short>(toNul, wide);
+        ExpectEach<Handle>(narrow, narrow);
+        ExpectEach<Handle>(toNul, wide);
     }
     ExpectForms<Short>(std::string(300, 'x'), std::string(255, 'x'));
     ExpectForms<Short>(std::wstring(200, L'\u00E9'), SU::ToUTF8String(std::wstring(128, L'\u00E9')).substr(0, 255));
@@ -171,9 +180,8 @@ TEST(StringUtilsConvert, EveryForm)
     EXPECT_TRUE(SU::EmptyNarrowString().empty() && SU::EmptyWideString().empty());
 }
 
-TEST(StringUtilsConvert, MalformedIsReportedAndEmpty)
+TEST_F(StringUtilsConvert, MalformedIsReportedAndEmpty)
 {
-    const kztest::RunningMemory memory;
     for (const std::string start : {"", "some text before, longer than a block"}) {
         for (const char* wrong : {"\x80", "ok\xC0\x80", "\xE2\x82", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"}) {
             SCOPED_TRACE(wrong);
@@ -190,7 +198,6 @@ TEST(StringUtilsConvert, MalformedIsReportedAndEmpty)
         ExpectForms<Narrow>(wide, std::string(), "wcstombs failed: ");
         ExpectForms<Short>(wide, std::string(), "wcstombs failed: ");
         ExpectForms<Handle>(wide, std::string(), "wcstombs failed: ");
-        kztest::ReportCatcher reports;
         AutoCFString kept;
         EXPECT_EQ(SU::ToCFStringNoThrow(L"kept", &kept), 0);
         CFString* const old = kept.Get();
@@ -200,24 +207,18 @@ TEST(StringUtilsConvert, MalformedIsReportedAndEmpty)
     }
 }
 
-TEST(StringUtilsConvert, ToPlatformText)
+TEST_F(StringUtilsConvert, ToPlatformText)
 {
     const locale_t before = uselocale(nullptr);
-    kztest::FaultLoop([](auto failed) {
-        AutoCFString text;
-        const KzErr error = SU::ToCFStringNoThrow(kWide, &text);
-        EXPECT_EQ(error, failed() ? kzErrMemoryFull : kzErrNone);
-        EXPECT_EQ(!text, failed());
-        EXPECT_TRUE(!text || std::u16string_view(text->Units(), text->Length()) ==
-                                 std::u16string_view(u"a\0\u00E9\u20AC\U0001D11E", 6));
-    });
+    ExpectFaults([] { return AutoCFString(); }, [](AutoCFString& out) { return SU::ToCFStringNoThrow(kWide, &out); },
+                 std::u16string_view(), std::u16string_view(u"a\0\u00E9\u20AC\U0001D11E", 6));
     EXPECT_EQ(SU::ToCFStringNoThrow(kWide, nullptr), kzErrArgument);
     EXPECT_EQ(SU::ToNarrowString(kWide), "a");
     EXPECT_EQ(uselocale(nullptr), before);
 }
 
 // Runs of ASCII of each length before, between and behind other characters: blocks begin and end everywhere.
-TEST(StringUtilsConvert, ToWideWhateverTheBlocks)
+TEST_F(StringUtilsConvert, ToWideWhateverTheBlocks)
 {
     for (std::size_t before = 0; before < 40; ++before) {
         for (std::size_t behind = 0; behind < 20; ++behind) {
@@ -229,7 +230,7 @@ TEST(StringUtilsConvert, ToWideWhateverTheBlocks)
     }
 }
 
-TEST(StringUtilsConvert, OwnEncoderWhereTheLocaleIsMissing)
+TEST_F(StringUtilsConvert, OwnEncoderWhereTheLocaleIsMissing)
 {
     ASSERT_NE(kz::Utf8Locale(), nullptr);
     std::wstring all;
@@ -253,20 +254,19 @@ TEST(StringUtilsConvert, OwnEncoderWhereTheLocaleIsMissing)
     EXPECT_EQ(SU::ToWideString(texts[0]), all);
 }
 
-TEST(StringUtilsConvert, RoomGrowsAsNeeded)
+TEST_F(StringUtilsConvert, RoomGrowsAsNeeded)
 {
-    for (const std::size_t room : {0u, 1u, 4u}) {
-        std::string bytes = "old";
-        EXPECT_EQ(kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, kNarrow.data(), kNarrow.size(), room, bytes),
-                  kz::IconvResult::kDone);
-        EXPECT_EQ(bytes, std::string(reinterpret_cast<const char*>(kWide.data()), kWide.size() * sizeof(wchar_t)))
-            << room;
+    const std::string wide(reinterpret_cast<const char*>(kWide.data()), kWide.size() * sizeof(wchar_t));
+    for (const auto& [narrow, result] :
+         {std::pair{kNarrow, wide}, {std::string("a\xFF"), wide.substr(0, 4)}, {"", ""}}) {
+        for (const std::size_t room : {0u, 1u, 4u}) {
+            std::string bytes = "old";
+            const auto outcome =
+                kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, narrow.data(), narrow.size(), room, bytes);
+            EXPECT_EQ(outcome, narrow.size() == 2 ? kz::IconvResult::kBadText : kz::IconvResult::kDone);
+            EXPECT_EQ(bytes, result) << room;
+        }
     }
-    std::string bytes = "old";
-    EXPECT_EQ(kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, "a\xFF", 2, 0, bytes), kz::IconvResult::kBadText);
-    EXPECT_EQ(bytes.size(), 4u);
-    EXPECT_EQ(kz::ConvertByIconv(kz::IconvPair::kUtf8ToWide, "", 0, 4, bytes), kz::IconvResult::kDone);
-    EXPECT_EQ(bytes, "");
 }
 
 std::atomic<int> gOpened{0};
@@ -288,7 +288,7 @@ struct AtThreadEnd {
     std::string* result = nullptr;
 };
 
-TEST(StringUtilsConvert, ConvertersLiveAsLongAsTheirThread)
+TEST_F(StringUtilsConvert, ConvertersLiveAsLongAsTheirThread)
 {
     kz::SetIconvOpener(&CountingOpener);
     gOpened = 0;
@@ -306,7 +306,6 @@ TEST(StringUtilsConvert, ConvertersLiveAsLongAsTheirThread)
 
     kz::SetIconvOpener(&NoOpener);
     std::thread([] {
-        kztest::ReportCatcher reports;
         std::string out = "old";
         EXPECT_EQ(SU::ToUTF8StringNoThrow(kWide, &out), kzErrMemoryFull);
         EXPECT_EQ(out, "");
@@ -318,31 +317,22 @@ TEST(StringUtilsConvert, ConvertersLiveAsLongAsTheirThread)
     }).join();
 }
 
-// Old texts stay when memory is full; `old` fits into a text without an allocation.
-template <typename Text, typename Source>
-void ExpectEdits(const Text& old, const Source& source)
+TEST_F(StringUtilsConvert, AppendAndAssign)
 {
-    for (const bool appends : {true, false}) {
-        const auto edit = [&](Text* text) {
-            return appends ? SU::AppendNoThrow(text, source) : SU::AssignNoThrow(text, source);
-        };
-        const Text expected = appends ? old + source : Text(source);
-        kztest::FaultLoop([&](auto failed) {
-            Text text = old;
-            const KzErr error = edit(&text);
-            EXPECT_EQ(error, failed() ? kzErrMemoryFull : kzErrNone);
-            EXPECT_EQ(text, failed() ? old : expected);
-        });
-        EXPECT_EQ(edit(nullptr), kzErrArgument);
-    }
-}
-
-TEST(StringUtilsConvert, AppendAndAssign)
-{
+    // Old texts stay when memory is full; they fit into a text without an allocation.
+    const auto expect = [this](const auto& old, const auto& source) {
+        std::decay_t<decltype(old)>* const none = nullptr;
+        ExpectFaults([&] { return old; }, [&](auto& text) { return SU::AppendNoThrow(&text, source); }, old,
+                     old + source);
+        ExpectFaults([&] { return old; }, [&](auto& text) { return SU::AssignNoThrow(&text, source); }, old,
+                     decltype(old + source)(source));
+        EXPECT_TRUE(SU::AppendNoThrow(none, source) == kzErrArgument &&
+                    SU::AssignNoThrow(none, source) == kzErrArgument);
+    };
     const std::string longer(100, 'x');
-    ExpectEdits(std::string("a"), longer.c_str());
-    ExpectEdits(std::string("a"), longer + '\0');
-    ExpectEdits(std::wstring(L"a"), std::wstring(100, L'\u20AC'));
+    expect(std::string("a"), longer.c_str());
+    expect(std::string("a"), longer + '\0');
+    expect(std::wstring(L"a"), std::wstring(100, L'\u20AC'));
     std::string text = "ab";
     EXPECT_EQ(SU::AppendNoThrow(&text, text), 0);
     EXPECT_EQ(SU::AssignNoThrow(&text, text.c_str() + 1), 0);
@@ -352,26 +342,23 @@ TEST(StringUtilsConvert, AppendAndAssign)
 }
 
 // Each form disposes the handle, by the policy and whether it succeeds or not.
-TEST(StringUtilsConvert, HandlesByPolicy)
+TEST_F(StringUtilsConvert, HandlesByPolicy)
 {
-    const kztest::RunningMemory memory;
-    kztest::ReportCatcher reports;
-    for (const SU::DeallocationPolicy policy : {SU::kDoNotDeallocate, SU::kDeallocate}) {
-        for (const int form : {0, 1, 2, 3}) {
-            LStr** const handle = SU::ToLStrHandle("some text");
-            std::string out = "old";
-            if (form == 0) {
-                SU::ToNarrowString(handle, out, policy);
-            } else if (form == 1) {
-                out = SU::ToNarrowString(handle, policy);
-            } else {
-                EXPECT_EQ(SU::ToNarrowStringNoThrow(handle, form == 2 ? &out : nullptr, policy), form == 2 ? 0 : 1);
-            }
-            EXPECT_EQ(out, form == 3 ? "old" : "some text");
-            EXPECT_EQ(DSCheckHandle(handle) == 0, policy == SU::kDoNotDeallocate) << form;
-            if (policy == SU::kDoNotDeallocate) {
-                DSDisposeHandle(handle);
-            }
+    for (const int form : {0, 1, 2, 3, 4, 5, 6, 7}) {
+        const auto policy = form % 2 == 0 ? SU::kDoNotDeallocate : SU::kDeallocate;
+        LStr** const handle = SU::ToLStrHandle("some text");
+        std::string out = "old";
+        if (form < 2) {
+            SU::ToNarrowString(handle, out, policy);
+        } else if (form < 4) {
+            out = SU::ToNarrowString(handle, policy);
+        } else {
+            EXPECT_EQ(SU::ToNarrowStringNoThrow(handle, form < 6 ? &out : nullptr, policy), form < 6 ? 0 : 1);
+        }
+        EXPECT_EQ(out, form < 6 ? "some text" : "old");
+        EXPECT_EQ(DSCheckHandle(handle) == 0, policy == SU::kDoNotDeallocate) << form;
+        if (policy == SU::kDoNotDeallocate) {
+            DSDisposeHandle(handle);
         }
     }
     LStrHandle kept("kept");
@@ -383,26 +370,10 @@ TEST(StringUtilsConvert, HandlesByPolicy)
 
 using Texts = std::vector<std::string>;
 
-TEST(StringUtilsConvert, ArraysOfHandles)
+TEST_F(StringUtilsConvert, ArraysOfHandles)
 {
-    kztest::ReportCatcher reports;
-    const kztest::RunningMemory memory;
     const Texts texts = {"a", "", kNarrow, std::string(300, 'x')};
     _LStrArray** array = nullptr;
-    ASSERT_EQ(SU::ToLStrArrayHandleNoThrow(texts, &array), 0);
-    EXPECT_EQ((*array)->cnt, 4);
-    EXPECT_EQ((*array)->str[1], nullptr) << "null is empty";
-    Texts out = {"old"};
-    SU::ToNarrowStringVector(array, out);
-    EXPECT_EQ(out, texts);
-    (*array)->cnt = 1000;
-    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, &out), 0);
-    EXPECT_EQ(out, texts) << "no more than the block holds";
-    (*array)->cnt = -1;
-    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, &out), 0);
-    EXPECT_EQ(out, Texts());
-    (*array)->cnt = 4;
-
     // What is there stays until the new array is whole; then it is disposed with its strings.
     kztest::FaultLoop([&](auto failed) {
         _LStrArray** const old = array;
@@ -411,25 +382,30 @@ TEST(StringUtilsConvert, ArraysOfHandles)
         EXPECT_EQ(array == old, error != 0);
         EXPECT_EQ((*array)->cnt, 4);
     });
-    kztest::FaultLoop([&](auto failed) {
-        Texts made;
-        const KzErr error = SU::ToNarrowStringVectorNoThrow(array, &made);
-        EXPECT_EQ(error, failed() ? kzErrMemoryFull : 0);
-        EXPECT_EQ(made.size(), failed() ? 0u : 4u);
-    });
-    reports.TakeAll();
-
-    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, nullptr, SU::kDoNotDeallocate), kzErrArgument);
-    EXPECT_EQ(DSCheckHandle(array), 0);
-    LStr** const first = (*array)->str[0];
-    SU::ToNarrowStringVector(array, out, SU::kDeallocate);
-    EXPECT_EQ(out, texts);
-    EXPECT_NE(DSCheckHandle(array), 0);
-    EXPECT_NE(DSCheckHandle(first), 0);
-    ASSERT_EQ(SU::ToLStrArrayHandleNoThrow({"b"}, &(array = nullptr)), 0);
-    EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, nullptr, SU::kDeallocate), kzErrArgument);
-    EXPECT_NE(DSCheckHandle(array), 0) << "disposed on failure too";
-
+    EXPECT_EQ((*array)->str[1], nullptr) << "null is empty";
+    Texts out;
+    ExpectFaults([] { return Texts(); }, [&](Texts& made) { return SU::ToNarrowStringVectorNoThrow(array, &made); },
+                 out, texts);
+    for (const int32 count : {-1, 1000, 4}) {
+        (*array)->cnt = count;
+        out = {"old"};
+        EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, &out), 0);
+        EXPECT_EQ(out, count < 0 ? Texts() : texts) << "no more than the block holds";
+    }
+    for (const int form : {0, 1, 2, 3}) {
+        const auto policy = form % 2 == 0 ? SU::kDoNotDeallocate : SU::kDeallocate;
+        ASSERT_EQ(SU::ToLStrArrayHandleNoThrow(texts, &(array = form == 2 ? nullptr : array)), 0);
+        LStr** const first = (*array)->str[0];
+        out = {"old"};
+        if (form < 2) {
+            SU::ToNarrowStringVector(array, out, policy);
+        } else {
+            EXPECT_EQ(SU::ToNarrowStringVectorNoThrow(array, nullptr, policy), kzErrArgument);
+        }
+        EXPECT_EQ(out, form < 2 ? texts : Texts{"old"});
+        EXPECT_EQ(DSCheckHandle(array) == 0, form % 2 == 0) << "disposed on failure too";
+        EXPECT_EQ(DSCheckHandle(first) == 0, form % 2 == 0);
+    }
     ASSERT_EQ(SU::ToLStrArrayHandleNoThrow({"c"}, &(array = nullptr)), 0);
     EXPECT_EQ(SU::ToLStrArrayHandleNoThrow({}, &array), 0);
     EXPECT_EQ(array, nullptr);

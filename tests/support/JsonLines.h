@@ -8,7 +8,9 @@
 #include <cctype>
 #include <charconv>
 #include <fstream>
+#include <functional>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -165,6 +167,21 @@ inline std::vector<Json> ReadJsonLines(const std::string& name)
     }
     EXPECT_FALSE(rows.empty()) << "no rows in " << DataFile(name);
     return rows;
+}
+
+// Gives each row of a file to the check that its "op" names; rows of other operations are not for the caller.
+using RowChecks = std::map<std::string, std::function<void(const Json&)>>;
+inline void CheckRows(const std::string& name, const RowChecks& checks)
+{
+    std::set<std::string> met;
+    for (const Json& row : ReadJsonLines(name)) {
+        if (const auto check = checks.find(row["op"].Str()); check != checks.end()) {
+            SCOPED_TRACE(row.Line());
+            check->second(row);
+            met.insert(check->first);
+        }
+    }
+    EXPECT_EQ(met.size(), checks.size()) << "operations without a row in " << name;
 }
 
 }  // namespace kztest

@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "DebugStream.h"
 #include "KZTypes.h"
 #include "MemoryManager.h"
+#include "RunningMemory.h"
 #include "StringLStr.h"
 
 namespace kztest {
@@ -85,6 +87,19 @@ public:
     unsigned long BlockSize() const { return DSGetHandleSize(handle); }
 
     LStr** handle = nullptr;
+};
+
+class StringTest : public MemoryTest {
+protected:
+    // What a report shows of a handle's text.
+    std::string Reported(LStr** handle)
+    {
+        DebugStream stream("test", __LINE__, "", kDbgLog);
+        ToDebugStream(stream, handle);
+        stream.Process();
+        const ReportRows rows = reports.TakeRows();
+        return rows.size() == 1 ? rows[0].second : "not one report";
+    }
 };
 
 }  // namespace kztest
