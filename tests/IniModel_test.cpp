@@ -1,0 +1,602 @@
+// INI objects against models: random edits with and without memory, what they cost, and the text format's cuts, limits
+// and texts that are made to be slow.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "FaultLoop.h"
+#include "IniChecks.h"
+#include "IniFile.h"
+#include "IniModel.h"
+
+namespace {
+
+using kztest::CheckedIni;
+using kztest::ContentOf;
+using kztest::FailAllocation;
+using kztest::Items;
+using kztest::Lines;
+using kztest::LinesOf;
+using kztest::NewIni;
+using kztest::Reading;
+using kztest::ReadText;
+using kztest::Sections;
+using kztest::TextOf;
+
+struct Section {
+    std::string first;  // the name
+    Items second;
+    bool isSorted;
+};
+
+// The same random edits and look-ups of an object and of plain lists.
+class Editing {
+public:
+    explicit Editing(unsigned seed) : m_random(seed + 1)
+    {
+        m_isSorted = Below(2) == 0;
+        m_names = Below(2) == 0 ? 3 : 30;
+        m_ini = NewIni(m_isSorted ? 1 : 0);
+    }
+
+    // Whether there was memory to begin with.
+    bool isGood() const { return m_ini != nullptr; }
+
+    void Step()
+    {
+        using E = Editing;
+        void (Editing::*const edits[])(const std::string&, const std::string&) = {
+            &E::Put,    &E::Put, &E::Put,        &E::Put,         &E::Put,        &E::Put,
+            &E::Put,    &E::Put, &E::RemoveItem, &E::RemoveItem,  &E::RemoveItem, &E::RemoveSection,
+            &E::Rename, &E::Set, &E::LookByName, &E::LookByNumber};
+        const std::string section = Name('s', m_names);
+        (this->*edits[Below(std::size(edits))])(section, Name('t', 40));
+    }
+
+    void Check() const
+    {
+        Sections content;
+        for (const Section& section : m_sections) {
+            content.emplace_back(section.first, section.second);
+        }
+        EXPECT_EQ(content, ContentOf(m_ini.get()));
+    }
+
+private:
+    unsigned Below(std::size_t n) { return static_cast<unsigned>((m_random() >> 8) % n); }
+
+    std::string Name(char letter, unsigned n)
+    {
+        const char c = Below(4) == 0 ? qkini::ToUpper(letter) : letter;
+        return c + std::to_string(Below(n));
+    }
+
+    std::string Key(std::string name) const
+    {
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [&](char c) { return m_caseSensitive ? c : qkini::ToUpper(c); });
+        return name;
+    }
+
+    template <typename List>
+    auto In(List* list, const std::string& name) const
+    {
+        const auto found = std::find_if(list->begin(), list->end(),
+                                        [&](const auto& element) { return Key(element.first) == Key(name); });
+        return found == list->end() ? nullptr : &*found;
+    }
+
+    auto IsBefore() const
+    {
+        return [this](const auto& a, const auto& b) { return Key(a.first) < Key(b.first); };
+    }
+
+    template <typename List>
+    auto Add(List* list, typename List::value_type element, bool inOrder) const
+    {
+        const auto place = inOrder ? std::upper_bound(list->begin(), list->end(), element, IsBefore()) : list->end();
+        return &*list->insert(place, std::move(element));
+    }
+
+    // Of several sections with a name the current one is meant.
+    Section* Find(const std::string& name)
+    {
+        const bool isCurrent = m_current != nullptr && Key(m_current->first) == Key(name);
+        Section* const found = isCurrent ? m_current : In(&m_sections, name);
+        m_current = found != nullptr ? found : m_current;
+        return found;
+    }
+
+    Items::value_type* Find(const std::string& section, const std::string& tag)
+    {
+        Section* const owner = Find(section);
+        return owner == nullptr ? nullptr : In(&owner->second, tag);
+    }
+
+    // Without memory nothing has changed, but for which section is the current one.
+    static bool IsDone(int result) { return result != kIniErrMemory || !FailAllocation::Happened(); }
+
+    void Put(const std::string& section, const std::string& tag)
+    {
+        const std::string value = std::to_string(++m_values);
+        const int result =
+            IniPutStringWithOptions(m_ini.get(), (" " + section).c_str(), (tag + "\t").c_str(), value.c_str(), 0, 0);
+        if (!IsDone(result)) {
+            m_current = nullptr;
+            return;
+        }
+        EXPECT_EQ(1, result);
+        if (Find(section) == nullptr) {
+            m_current = Add(&m_sections, {section, {}, m_isSorted}, m_isSorted);
+        }
+        Items::value_type* const found = m_mergesDuplicates ? Find(section, tag) : nullptr;
+        if (found != nullptr) {
+            found->second = value;
+        } else {
+            Add(&m_current->second, {tag, value}, m_current->isSorted);
+        }
+    }
+
+    void RemoveItem(const std::string& section, const std::string& tag)
+    {
+        const auto* const found = Find(section, tag);
+        EXPECT_EQ(found != nullptr ? 1 : 0, IniRemoveItem(m_ini.get(), section.c_str(), tag.c_str()));
+        if (found != nullptr) {
+            m_current->second.erase(m_current->second.begin() + (found - m_current->second.data()));
+        }
+    }
+
+    void RemoveSection(const std::string& section, const std::string&)
+    {
+        const Section* const found = Find(section);
+        EXPECT_EQ(found != nullptr ? 1 : 0, IniRemoveSection(m_ini.get(), section.c_str()));
+        if (found != nullptr) {
+            m_sections.erase(m_sections.begin() + (found - m_sections.data()));
+            m_current = nullptr;
+        }
+    }
+
+    void Rename(const std::string& from, const std::string&)
+    {
+        const std::string to = Name('s', m_names);
+        const int result = IniRenameSection(m_ini.get(), from.c_str(), to.c_str());
+        Section* const found = Find(from);
+        EXPECT_TRUE(!IsDone(result) || result == (found != nullptr ? 1 : 0));
+        if (found != nullptr && IsDone(result)) {
+            found->first = to;
+        }
+    }
+
+    void LookByName(const std::string& section, const std::string& tag)
+    {
+        const auto* const found = Find(section, tag);
+        const char* value = nullptr;
+        EXPECT_EQ(found != nullptr ? 1 : 0,
+                  IniGetPointerToRawString(m_ini.get(), section.c_str(), tag.c_str(), &value));
+        EXPECT_TRUE(found == nullptr || value == found->second);
+        EXPECT_EQ(In(&m_sections, section) != nullptr ? 1 : 0, IniSectionExists(m_ini.get(), section.c_str()));
+    }
+
+    // Up to beyond either end of what there is and of what an int holds.
+    int Number(int count)
+    {
+        const int numbers[] = {INT_MIN, -1, 0, 1, count, count + 1, INT_MAX};
+        return Below(2) == 0 ? numbers[Below(std::size(numbers))] : static_cast<int>(Below(30));
+    }
+
+    void LookByNumber(const std::string& section, const std::string&)
+    {
+        const char* out = nullptr;
+        const int count = static_cast<int>(m_sections.size());
+        int number = Number(count);
+        bool isThere = number >= 1 && number <= count;
+        EXPECT_EQ(isThere ? 1 : 0, IniNthSectionName(m_ini.get(), number, &out));
+        EXPECT_TRUE(!isThere || out == m_sections[static_cast<unsigned>(number) - 1].first);
+        const Section* const owner = Find(section);
+        const int items = owner == nullptr ? 0 : static_cast<int>(owner->second.size());
+        EXPECT_EQ(items, IniNumberOfItems(m_ini.get(), section.c_str()));
+        number = Number(items);
+        isThere = number >= 1 && number <= items;
+        EXPECT_EQ(isThere ? 1 : 0, IniNthItemName(m_ini.get(), section.c_str(), number, &out));
+        EXPECT_TRUE(!isThere || out == owner->second[static_cast<unsigned>(number) - 1].first);
+        EXPECT_EQ(isThere ? 1 : 0, IniNthItemPointerToString(m_ini.get(), section.c_str(), number, &out));
+        EXPECT_TRUE(!isThere || out == owner->second[static_cast<unsigned>(number) - 1].second);
+    }
+
+    void Set(const std::string& section, const std::string&)
+    {
+        const unsigned kind = Below(8);
+        if (kind < 3) {
+            m_mergesDuplicates = !m_mergesDuplicates;
+            IniSetDuplicateChecking(m_ini.get(), m_mergesDuplicates ? 1 : 0);
+        } else if (kind < 6) {
+            m_caseSensitive = !m_caseSensitive;
+            IniSetCaseAndWhitespaceSensitiveChecking(m_ini.get(), m_caseSensitive ? 1 : 0);
+        } else if (kind < 7) {
+            EXPECT_EQ(1, IniSortSectionList(m_ini.get()));
+            std::stable_sort(m_sections.begin(), m_sections.end(), IsBefore());
+            m_isSorted = true;
+            m_current = nullptr;
+        } else {
+            Section* const found = Find(section);
+            EXPECT_EQ(found != nullptr ? 1 : 0, IniSortSection(m_ini.get(), section.c_str()));
+            if (found != nullptr) {
+                std::stable_sort(found->second.begin(), found->second.end(), IsBefore());
+                found->isSorted = true;
+            }
+        }
+    }
+
+    std::minstd_rand m_random;
+    CheckedIni m_ini;
+    bool m_isSorted;
+    bool m_mergesDuplicates = true;
+    bool m_caseSensitive = false;
+    unsigned m_names;  // of sections
+    std::vector<Section> m_sections{};
+    Section* m_current = nullptr;
+    int m_values = 0;
+};
+
+TEST(IniEdits, RandomSequencesAgainstAModel)
+{
+    for (unsigned seed = 0; seed < kztest::ModelSequences(); ++seed) {
+        SCOPED_TRACE(testing::Message() << "sequence " << seed);
+        Editing editing(seed);
+        for (int step = 0; step < 200; ++step) {
+            editing.Step();
+            if (step % 50 == 49) {
+                editing.Check();
+            }
+        }
+        if (testing::Test::HasFailure()) {
+            return;
+        }
+    }
+}
+
+TEST(IniEdits, OutOfMemory)
+{
+    for (unsigned seed = 0; seed < 8; ++seed) {
+        kztest::FaultLoop(
+            [&](auto failed) {
+                Editing editing(seed);
+                for (int step = 0; editing.isGood() && step < 120; ++step) {
+                    editing.Step();
+                }
+                EXPECT_TRUE(editing.isGood() || failed());
+                if (editing.isGood()) {
+                    editing.Check();
+                }
+            },
+            FailAllocation::kBlocks);
+    }
+}
+
+using Edit = int (*)(IniFile*, const char*);
+const Edit kPut = [](IniFile* ini, const char* name) { return IniPutInt(ini, "s", name, 1); };
+const Edit kPutSection = [](IniFile* ini, const char* name) { return IniPutInt(ini, name, "t", 1); };
+const Edit kRemove = [](IniFile* ini, const char* name) { return IniRemoveItem(ini, "s", name); };
+const Edit kToOne = [](IniFile* ini, const char* name) { return IniRenameSection(ini, name, "one"); };
+const Edit kShorten = [](IniFile* ini, const char* name) { return IniRenameSection(ini, name, name + 1); };
+
+// Each edit of a list of 32,000 takes a bounded number of steps.
+TEST(IniEdits, CostIsLinear)
+{
+    constexpr std::size_t kCount = 32000;
+    constexpr std::size_t kStepsForOne = 2000;
+    using Names = std::vector<std::string>;
+    Names up;
+    std::string items = "[s]\n";
+    std::string sections;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        up.push_back("n" + std::to_string(i));
+        items += ";about\n" + up.back() + "=v\n";
+        sections += ";about\n[" + up.back() + "]\n";
+    }
+    const Names down(up.rbegin(), up.rend());
+    const Names one(kCount, "one");
+    Names mixed = up;
+    std::shuffle(mixed.begin(), mixed.end(), std::minstd_rand(1));
+    const struct {
+        int line;
+        const std::string& text;
+        int sorted;
+        std::vector<std::pair<Edit, const Names&>> edits;
+    } rows[] = {
+        {__LINE__, items, 0, {{kRemove, up}}},
+        {__LINE__, items, 0, {{kRemove, down}, {kPut, down}}},
+        {__LINE__, items, 0, {{kRemove, mixed}, {kPut, mixed}}},
+        {__LINE__, sections, 0, {{IniRemoveSection, up}}},
+        {__LINE__, sections, 1, {{kShorten, up}}},
+        {__LINE__, sections, 0, {{kToOne, down}, {IniRemoveSection, one}}},
+        {__LINE__, sections, 0, {{kToOne, mixed}, {IniRemoveSection, one}}},
+        {__LINE__, "", 1, {{kPut, mixed}, {kRemove, mixed}}},
+        {__LINE__, "", 1, {{kPutSection, down}, {IniRemoveSection, down}}},
+        {__LINE__, "", 1, {{kPut, one}, {kRemove, one}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const CheckedIni ini = NewIni(row.sorted);
+        IniSetReadOptions(ini.get(), kIniReadKeepComments);
+        IniSetDuplicateChecking(ini.get(), 0);
+        ASSERT_EQ(1, ReadText(ini.get(), row.text));
+        for (const auto& [edit, names] : row.edits) {
+            const std::size_t before = qkini::g_steps;
+            for (const std::string& name : names) {
+                ASSERT_EQ(1, edit(ini.get(), name.c_str()));
+            }
+            EXPECT_LE((qkini::g_steps - before) / kCount, kStepsForOne);
+        }
+    }
+}
+
+// Each damage is its own repair.
+TEST(IniEdits, WalkerSeesDamage)
+{
+    const CheckedIni ini = NewIni();
+    IniSetDuplicateChecking(ini.get(), 0);
+    ASSERT_EQ(1, ReadText(ini.get(), "[z]\na=1\n[s]\n" + TextOf(Lines(20, "c=2")) + "b=3\n[e]\n"));
+    IniSection* const section = qkini::SectionAt(ini.get(), 1);
+    ASSERT_EQ(1, IniItemExists(ini.get(), "s", "b")) << "makes the index";
+    IniItem* const item = qkini::ItemAt(section, 20);
+    IniSection other{};
+    IniSection* current = &other;
+    char* value = nullptr;
+    const std::vector<std::function<void()>> damages = {
+        [&] { ini->trailingComments ^= 99; },
+        [&] { ini->comments.Reserve(1), item->comments ^= 1; },
+        [&] { std::swap(ini->currentSection, current); },
+        [&] { std::swap(ini->arena.at, ini->arena.end); },
+        [&] { std::swap(item->value, value); },
+        [&] { item->ownsName = !item->ownsName; },
+        [&] { *item->name ^= 1; },
+        [&] { item->leaf ^= 1; },
+        [&] { section->items.order.count ^= 1; },
+        [&] { section->items.order.last ^= 1; },
+        [&] { section->items.used ^= 1; },
+        [&] { qkini::SectionAt(ini.get(), 2)->items.order.last ^= 1; },
+        [&] { section->items.isInOrder = !section->items.isInOrder; },
+    };
+    for (std::size_t i = 0; i < damages.size(); ++i) {
+        EXPECT_STREQ(nullptr, qkini::Fault(ini.get()));
+        damages[i]();
+        EXPECT_STRNE(nullptr, qkini::Fault(ini.get())) << i;
+        damages[i]();
+    }
+}
+
+constexpr int kStripQuotes = kIniReadStripDoubleQuotes | kIniReadStripSingleQuotes;
+
+// Whether a value can be cut into pieces of at most `room` bytes so that a reader of pieces without quotes gets it
+// back.
+bool HasLosslessCut(const std::string& value, std::size_t room)
+{
+    std::vector<bool> canCut(value.size() + 1);  // what is in front of each place
+    canCut[0] = true;
+    for (std::size_t from = 0; from < value.size(); ++from) {
+        for (std::size_t size = 1; canCut[from] && size <= std::min(room, value.size() - from); ++size) {
+            const char first = value[from];
+            const char last = value[from + size - 1];
+            const bool isStripped = size > 1 && first == last && (first == '"' || first == '\'');
+            canCut[from + size] = canCut[from + size] || (first != ' ' && last != ' ' && !isStripped);
+        }
+    }
+    return canCut[value.size()];
+}
+
+// Writes a value with room for so many of its bytes in a line. Returns whether it was read back equal, which it is in
+// quotes, and without them wherever that can be.
+bool IsReadBack(const std::string& value, int room, int breakChar, bool quoted)
+{
+    const CheckedIni ini = NewIni();
+    const int width = room + (quoted ? 15 : 13);
+    IniSetWriteOptions(ini.get(), width, breakChar, 0);
+    EXPECT_EQ(1, IniPutStringWithOptions(ini.get(), "s", "t", value.c_str(), quoted, 0));
+    const Lines lines = LinesOf(ini.get());
+    const auto isLonger = [&](const std::string& line) { return line.size() > static_cast<std::size_t>(width); };
+    EXPECT_TRUE(std::none_of(lines.begin(), lines.end(), isLonger));
+    const bool isEqual = ContentOf(ini.get()) == ContentOf(Reading(TextOf(lines), kStripQuotes).get());
+    const bool isWhole = value.size() + (quoted ? 4 : 2) <= static_cast<std::size_t>(width);
+    EXPECT_EQ(isWhole ? 3 : 4, std::min<std::size_t>(lines.size(), 4)) << "lines of a value that is whole or cut";
+    EXPECT_EQ(isEqual, quoted || isWhole || HasLosslessCut(value, static_cast<std::size_t>(room)));
+    return isEqual;
+}
+
+// Values whose cuts could lose something, and all that start or end with up to five hostile bytes.
+TEST(IniFormat, AValueIsCutWithoutLossIfItCanBe)
+{
+    for (const std::string& value : {
+             std::string("plain text without anything special in it that goes on for a while"),
+             std::string("a b  c   d    e     f      g       h        i         j          k"),
+             std::string("one, two, three, four, five, six, seven, eight, nine, ten, eleven,"),
+             std::string("\"quoted\" and 'quoted' and \\\" escaped \\\\ \\n = [x] ; y Line0001=z"),
+             std::string(20, 'p') + "\"" + std::string(18, 'q') + "\"tail \"" + std::string(16, 'r') + "\"",
+             std::string(20, 'p') + "'" + std::string(18, 'q') + "'," + std::string(9, '"') + "end",
+         }) {
+        for (int room = 1; room < 75; ++room) {
+            for (const int breakChar : {0, int{','}, int{' '}}) {
+                SCOPED_TRACE(testing::Message() << value << ", " << room << ", " << breakChar);
+                IsReadBack(value, room, breakChar, true);
+                IsReadBack(value, room, breakChar, false);
+            }
+        }
+    }
+    int losses = 0;
+    for (int number = 0; number < 1 << 11; ++number) {
+        std::string part;
+        for (int bits = number; bits > 1; bits >>= 2) {
+            part += "a \"'"[bits & 3];
+        }
+        for (const std::string& value : {part + std::string(18, 'x'), "a" + std::string(18, 'x') + part}) {
+            for (int room = 1; room < 6 && value.front() != ' ' && value.back() != ' '; ++room) {
+                SCOPED_TRACE(testing::Message() << value << ", " << room);
+                losses += IsReadBack(value, room, number % 5 == 0 ? 'a' : 0, false) ? 0 : 1;
+            }
+        }
+    }
+    EXPECT_GT(losses, 100);
+}
+
+// Tags that look like parts of a cut value.
+// Wherever parts of values that are cut stand among items of such names, all come back. Without such names, each value
+// that is too long is cut.
+TEST(IniFormat, LonePartsAreNotJoined)
+{
+    const char* const tags[] = {"a",       "b",       "C",           "a Line0002",         "a Line3",
+                                "b Line0", "C LINE2", "a Line of b", "c Line0002 Line0001"};
+    std::minstd_rand random(11);
+    for (int round = 0; round < 3000; ++round) {
+        const CheckedIni ini = NewIni(round % 2);
+        IniSetWriteOptions(ini.get(), 50, 0, kIniWriteSpacedEquals);
+        const std::size_t used = round % 4 == 0 ? 3 : std::size(tags);
+        for (int i = 0; i < 5; ++i) {
+            const std::string value((random() >> 8) % 3 * 30, static_cast<char>('p' + i));
+            const char* const tag = tags[(random() >> 8) % used];
+            ASSERT_EQ(1, IniPutStringWithOptions(ini.get(), "s", tag, value.c_str(), round % 5 == 0, 0));
+        }
+        const Lines lines = LinesOf(ini.get());
+        Items items = ContentOf(ini.get())[0].second;
+        ASSERT_TRUE(used > 3 ||
+                    std::all_of(lines.begin(), lines.end(), [](const auto& line) { return line.size() <= 50; }));
+        const int keepsEmpty = round % 3 == 0 ? kIniReadKeepEmpty : 0;
+        const bool drops = keepsEmpty == 0 && round % 5 != 0;
+        std::erase_if(items, [&](const auto& item) { return drops && item.second.empty(); });
+        ASSERT_EQ((Sections{{"s", items}}),
+                  ContentOf(Reading(TextOf(lines), keepsEmpty | kIniReadStripDoubleQuotes).get()))
+            << TextOf(lines);
+    }
+}
+
+// Text in the form that is written comes back byte for byte, comments and all.
+TEST(IniFormat, UntouchedTextIsWrittenAsItWas)
+{
+    const char* const pieces[] = {
+        "; a comment",     "",          "  ; indented", "junk", "[unclosed", "[section %d]", "tag%d=value",
+        "tag%d=\"  q  \"", "tag%d='s'", "\t "};
+    std::minstd_rand random(7);
+    for (int round = 0; round < 500; ++round) {
+        std::string text;
+        for (auto i = static_cast<int>(random() % 30); i > 0; --i) {
+            char line[64];
+            std::snprintf(line, sizeof line, pieces[(random() >> 8) % std::size(pieces)], i);
+            text += std::string(line) + "\n";
+        }
+        if (text.find("[section") > text.find("tag")) {
+            text = "[section 0]\n" + text;  // where items stand before a section they are dropped
+        }
+        const CheckedIni ini = Reading(text, kIniReadKeepComments | kStripQuotes);
+        IniSetWriteOptions(ini.get(), -1, 0, kIniWriteComments);
+        ASSERT_EQ(text, TextOf(LinesOf(ini.get())));
+    }
+}
+
+// A host's input function that gives a text again and again, a whole line each time for "[s]", else never a line's end.
+// After `left` calls it fails.
+struct Source {
+    const char* text;
+    int left;
+
+    static int Next(void* context, char* buffer, int, int* eof, int* complete, int* number)
+    {
+        auto* const self = static_cast<Source*>(context);
+        *eof = 0;
+        *complete = self->text[0] == '[' ? 1 : 0;
+        *number = 1;
+        std::strcpy(buffer, self->text);
+        return self->left-- > 0 ? 1 : -77;
+    }
+};
+
+// The function's own code ends the work, and what was read so far stays.
+TEST(IniFormat, CodesOfTheCallersFunctions)
+{
+    const CheckedIni ini = NewIni();
+    Source source{"[s]", 3};
+    EXPECT_EQ(-77, IniRead(ini.get(), &Source::Next, &source));
+    EXPECT_EQ(1, IniNumberOfSections(ini.get()));
+    int calls = 0;
+    const auto refuse = [](void* context, const char*) { return ++*static_cast<int*>(context) == 2 ? -78 : 1; };
+    EXPECT_EQ(-78, IniWrite(ini.get(), refuse, &calls));
+    EXPECT_EQ(2, calls);
+    char buffer[4];
+    int outputs[3];
+    IniLineInput input{};
+    EXPECT_EQ(kIniErrRead, IniLineFileInputFunction(&input, buffer, 1, &outputs[0], &outputs[1], &outputs[2]));
+}
+
+TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
+{
+    const std::string text = "[a]\r\nx=1\n\ny=2\r\n[b]\n" + std::string(600, 'z') + "\n[c]";
+    const std::string unsorted = "[b]\ny=1\nx=2\n[a]\nz=3\ny=4\n" + std::string(40, 'z');
+    for (std::size_t limit = 0; limit < text.size() + 3; ++limit) {
+        for (const std::size_t piece : {std::size_t{1}, std::size_t{kIniInputChunk}}) {
+            const CheckedIni ini = NewIni();
+            ASSERT_EQ(1, IniSetReadLimit(ini.get(), static_cast<long long>(limit)));
+            ASSERT_EQ(limit < text.size() ? kIniErrMemory : 1, ReadText(ini.get(), text, piece)) << limit;
+            ASSERT_EQ(limit < 4 ? 0 : limit < 19 ? 1 : limit < text.size() ? 2 : 3, IniNumberOfSections(ini.get()));
+        }
+        const CheckedIni ini = NewIni(1);
+        IniSetReadLimit(ini.get(), static_cast<long long>(limit));
+        EXPECT_EQ(limit < unsorted.size() ? kIniErrMemory : 1, ReadText(ini.get(), unsorted));
+        Sections sorted = ContentOf(ini.get());
+        std::sort(sorted.begin(), sorted.end());
+        for (auto& section : sorted) {
+            std::sort(section.second.begin(), section.second.end());
+        }
+        EXPECT_EQ(sorted, ContentOf(ini.get())) << "what a failed read leaves is in order too: " << limit;
+    }
+    for (const char* endless : {"[s]", "x", ""}) {  // of lines, of one line, or of nothing
+        const CheckedIni ini = NewIni();
+        Source source{endless, 1 << 30};
+        EXPECT_EQ(1, IniSetReadLimit(ini.get(), 1000000));
+        EXPECT_EQ(kIniErrMemory, IniRead(ini.get(), &Source::Next, &source)) << endless;
+    }
+}
+
+// Sizes at which quadratic work would not end within the test's time.
+TEST(IniFormat, HostileText)
+{
+    std::string tags = "[s]\n";
+    std::string sections;
+    std::string lone = "[s]\n";
+    for (int i = 0; i < 300000; ++i) {
+        const std::string number = std::to_string(i);
+        tags += "tag" + number + "=v\n";
+        sections += "[" + number + "]\n";
+        if (i < 100000) {
+            lone += number + "=" + std::string(60, 'v') + "\nend" + number + "=v\n" + number + " Line2=v\n";
+        }
+    }
+    EXPECT_EQ(300000, IniNumberOfItems(Reading(tags).get(), "s"));
+    EXPECT_EQ(300000, IniNumberOfItems(Reading(tags, 0, 1).get(), "s"));
+    EXPECT_EQ(300000, IniNumberOfSections(Reading(sections).get()));
+    const CheckedIni parts = Reading(lone);
+    IniSetWriteOptions(parts.get(), 40, 0, 0);
+    EXPECT_EQ(300002u, LinesOf(parts.get()).size());
+
+    std::string duplicates = "[s]\n";
+    std::string runs = "[s]\n";
+    for (int i = 0; i < 1000000; ++i) {
+        duplicates += "tag=" + std::to_string(i) + "\n";
+        runs += "x Line0001=\"" + std::to_string(i) + "\"\n";
+    }
+    EXPECT_EQ((Sections{{"s", {{"tag", "999999"}}}}), ContentOf(Reading(duplicates).get()));
+    EXPECT_EQ(1, IniNumberOfItems(Reading(runs).get(), "s")) << "one tag, before it is cut";
+
+    const std::string huge(16 << 20, 'x');
+    EXPECT_TRUE(ContentOf(Reading("[s]\nt=" + huge + "\n" + huge + "\n[" + huge + "]\n").get()) ==
+                (Sections{{"s", {{"t", huge}}}, {huge, {}}}));
+}
+
+}  // namespace
