@@ -482,7 +482,7 @@ TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
 {
     const std::string text = "[c]\r\nx=1\n\nb=2\na=2\r\n[b]\n" + std::string(600, 'z') + "\n[a]";
     for (std::size_t limit = 0; limit < text.size() + 3; ++limit) {
-        for (const auto [inOrder, piece] : {std::pair{0, 1u}, {0, 4096u}, {1, 4096u}}) {
+        for (const auto& [inOrder, piece] : {std::pair{0, 1u}, {0, 4096u}, {1, 4096u}}) {
             const CheckedIni ini = NewIni(inOrder);
             ASSERT_EQ(1, IniSetReadLimit(ini.get(), static_cast<long long>(limit)));
             ASSERT_EQ(limit < text.size() ? kIniErrMemory : 1, ReadText(ini.get(), text, piece)) << limit;
