@@ -55,12 +55,12 @@ public:
     void Step()
     {
         using E = Editing;
-        void (Editing::*const edits[])(const std::string&, const std::string&) = {
+        void (Editing::*const edits[])(const char*, const char*) = {
             &E::Put,    &E::Put, &E::Put,        &E::Put,         &E::Put,        &E::Put,
             &E::Put,    &E::Put, &E::RemoveItem, &E::RemoveItem,  &E::RemoveItem, &E::RemoveSection,
             &E::Rename, &E::Set, &E::LookByName, &E::LookByNumber};
         const std::string section = Name('s', m_names);
-        (this->*edits[Below(std::size(edits))])(section, Name('t', 40));
+        (this->*edits[Below(std::size(edits))])(section.c_str(), Name('t', 40).c_str());
     }
 
     void Check() const
@@ -117,20 +117,27 @@ private:
         return found;
     }
 
-    Items::value_type* Find(const std::string& section, const std::string& tag)
+    Items::value_type* Find(const char* section, const char* tag)
     {
         Section* const owner = Find(section);
         return owner == nullptr ? nullptr : In(&owner->second, tag);
     }
 
+    bool Expect(const void* found, int result) const
+    {
+        EXPECT_EQ(found != nullptr ? 1 : 0, result);
+        return found != nullptr;
+    }
+
     // Without memory nothing has changed, but for which section is the current one.
     static bool IsDone(int result) { return result != kIniErrMemory || !FailAllocation::Happened(); }
 
-    void Put(const std::string& section, const std::string& tag)
+    void Put(const char* section, const char* tag)
     {
         const std::string value = std::to_string(++m_values);
+        const std::string spaced[] = {" " + std::string(section), std::string(tag) + "\t"};
         const int result =
-            IniPutStringWithOptions(m_ini.get(), (" " + section).c_str(), (tag + "\t").c_str(), value.c_str(), 0, 0);
+            IniPutStringWithOptions(m_ini.get(), spaced[0].c_str(), spaced[1].c_str(), value.c_str(), 0, 0);
         if (!IsDone(result)) {
             m_current = nullptr;
             return;
@@ -147,73 +154,62 @@ private:
         }
     }
 
-    void RemoveItem(const std::string& section, const std::string& tag)
+    void RemoveItem(const char* section, const char* tag)
     {
         const auto* const found = Find(section, tag);
-        EXPECT_EQ(found != nullptr ? 1 : 0, IniRemoveItem(m_ini.get(), section.c_str(), tag.c_str()));
-        if (found != nullptr) {
+        if (Expect(found, IniRemoveItem(m_ini.get(), section, tag))) {
             m_current->second.erase(m_current->second.begin() + (found - m_current->second.data()));
         }
     }
 
-    void RemoveSection(const std::string& section, const std::string&)
+    void RemoveSection(const char* section, const char*)
     {
         const Section* const found = Find(section);
-        EXPECT_EQ(found != nullptr ? 1 : 0, IniRemoveSection(m_ini.get(), section.c_str()));
-        if (found != nullptr) {
+        if (Expect(found, IniRemoveSection(m_ini.get(), section))) {
             m_sections.erase(m_sections.begin() + (found - m_sections.data()));
             m_current = nullptr;
         }
     }
 
-    void Rename(const std::string& from, const std::string&)
+    void Rename(const char* from, const char*)
     {
         const std::string to = Name('s', m_names);
-        const int result = IniRenameSection(m_ini.get(), from.c_str(), to.c_str());
+        const int result = IniRenameSection(m_ini.get(), from, to.c_str());
         Section* const found = Find(from);
-        EXPECT_TRUE(!IsDone(result) || result == (found != nullptr ? 1 : 0));
-        if (found != nullptr && IsDone(result)) {
+        if (IsDone(result) && Expect(found, result)) {
             found->first = to;
         }
     }
 
-    void LookByName(const std::string& section, const std::string& tag)
+    void LookByName(const char* section, const char* tag)
     {
         const auto* const found = Find(section, tag);
         const char* value = nullptr;
-        EXPECT_EQ(found != nullptr ? 1 : 0,
-                  IniGetPointerToRawString(m_ini.get(), section.c_str(), tag.c_str(), &value));
-        EXPECT_TRUE(found == nullptr || value == found->second);
-        EXPECT_EQ(In(&m_sections, section) != nullptr ? 1 : 0, IniSectionExists(m_ini.get(), section.c_str()));
+        EXPECT_TRUE(!Expect(found, IniGetPointerToRawString(m_ini.get(), section, tag, &value)) ||
+                    value == found->second);
+        Expect(In(&m_sections, section), IniSectionExists(m_ini.get(), section));
     }
 
-    // Up to beyond either end of what there is and of what an int holds.
-    int Number(int count)
+    // At either end of what there is, and of what an int holds.
+    void LookByNumber(const char* section, const char*)
     {
-        const int numbers[] = {INT_MIN, -1, 0, 1, count, count + 1, INT_MAX};
-        return Below(2) == 0 ? numbers[Below(std::size(numbers))] : static_cast<int>(Below(30));
-    }
-
-    void LookByNumber(const std::string& section, const std::string&)
-    {
-        const char* out = nullptr;
-        const int count = static_cast<int>(m_sections.size());
-        int number = Number(count);
-        bool isThere = number >= 1 && number <= count;
-        EXPECT_EQ(isThere ? 1 : 0, IniNthSectionName(m_ini.get(), number, &out));
-        EXPECT_TRUE(!isThere || out == m_sections[static_cast<unsigned>(number) - 1].first);
         const Section* const owner = Find(section);
-        const int items = owner == nullptr ? 0 : static_cast<int>(owner->second.size());
-        EXPECT_EQ(items, IniNumberOfItems(m_ini.get(), section.c_str()));
-        number = Number(items);
-        isThere = number >= 1 && number <= items;
-        EXPECT_EQ(isThere ? 1 : 0, IniNthItemName(m_ini.get(), section.c_str(), number, &out));
-        EXPECT_TRUE(!isThere || out == owner->second[static_cast<unsigned>(number) - 1].first);
-        EXPECT_EQ(isThere ? 1 : 0, IniNthItemPointerToString(m_ini.get(), section.c_str(), number, &out));
-        EXPECT_TRUE(!isThere || out == owner->second[static_cast<unsigned>(number) - 1].second);
+        const int count = IniNumberOfItems(m_ini.get(), section);
+        EXPECT_EQ(owner == nullptr ? 0u : owner->second.size(), static_cast<unsigned>(count));
+        const int numbers[] = {INT_MIN, -1, 0, 1, count / 2, count, count + 1, INT_MAX};
+        const int number = numbers[Below(std::size(numbers))];
+        const char* out = nullptr;
+        if (number < 1 || number > count) {
+            EXPECT_EQ(0, IniNthItemName(m_ini.get(), section, number, &out));
+            return;
+        }
+        EXPECT_EQ(1, IniNthItemName(m_ini.get(), section, number, &out));
+        EXPECT_EQ(owner->second[static_cast<unsigned>(number) - 1].first, out);
+        EXPECT_EQ(1, IniNthItemPointerToString(m_ini.get(), section, number, &out));
+        EXPECT_EQ(owner->second[static_cast<unsigned>(number) - 1].second, out);
     }
 
-    void Set(const std::string& section, const std::string&)
+    void Set(const char* section, const char*)
     {
         const unsigned kind = Below(8);
         if (kind < 3) {
@@ -229,8 +225,7 @@ private:
             m_current = nullptr;
         } else {
             Section* const found = Find(section);
-            EXPECT_EQ(found != nullptr ? 1 : 0, IniSortSection(m_ini.get(), section.c_str()));
-            if (found != nullptr) {
+            if (Expect(found, IniSortSection(m_ini.get(), section))) {
                 std::stable_sort(found->second.begin(), found->second.end(), IsBefore());
                 found->isSorted = true;
             }
@@ -487,12 +482,9 @@ TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
             ASSERT_EQ(1, IniSetReadLimit(ini.get(), static_cast<long long>(limit)));
             ASSERT_EQ(limit < text.size() ? kIniErrMemory : 1, ReadText(ini.get(), text, piece)) << limit;
             ASSERT_EQ(limit < 4 ? 0 : limit < 23 ? 1 : limit < text.size() ? 2 : 3, IniNumberOfSections(ini.get()));
-            Sections sorted = inOrder != 0 ? ContentOf(ini.get()) : Sections();
-            std::sort(sorted.begin(), sorted.end());
-            for (auto& section : sorted) {
-                std::sort(section.second.begin(), section.second.end());
-            }
-            ASSERT_TRUE(inOrder == 0 || sorted == ContentOf(ini.get())) << limit;
+            const Sections left = ContentOf(ini.get());
+            ASSERT_EQ(1, IniSort(ini.get()));
+            ASSERT_TRUE(inOrder == 0 || left == ContentOf(ini.get())) << limit;
         }
     }
     for (const char* endless : {"[s]", "x", ""}) {  // of lines, of one line, or of nothing
