@@ -5,6 +5,7 @@
 #include <ini.h>
 #include <malloc.h>
 
+#include <algorithm>
 #include <boost/property_tree/ini_parser.hpp>
 #include <cstring>
 #include <memory>
@@ -15,14 +16,13 @@
 #include <vector>
 
 #include "Harness.h"
-#include "IniTesting.h"
+#include "IniFile.h"
 
 namespace {
 
 using kzbench::AtMost;
 using kzbench::Faster;
 using kzbench::Measure;
-using kztest::IniOwner;
 
 constexpr int kItems = 32000;
 constexpr int kProbes = 4096;
@@ -31,6 +31,11 @@ struct FreeKeyFile {
     void operator()(GKeyFile* file) const { g_key_file_free(file); }
 };
 using KeyFile = std::unique_ptr<GKeyFile, FreeKeyFile>;
+
+struct DisposeIni {
+    void operator()(IniFile* ini) const { IniDispose(ini); }
+};
+using IniOwner = std::unique_ptr<IniFile, DisposeIni>;
 
 // A text of 32,000 items, and names to look up in it.
 struct Shape {

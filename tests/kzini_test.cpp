@@ -1,14 +1,11 @@
 // The command-line companion of the INI engine as a user runs it: every command, exit status and kind of output.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -19,6 +16,7 @@
 namespace {
 
 using kztest::Json;
+namespace fs = std::filesystem;
 using Strings = std::vector<std::string>;
 
 struct Outcome {
@@ -38,19 +36,18 @@ protected:
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addchdir_np(&actions, folder.File("").c_str());
-        const int flags = O_WRONLY | O_CREAT | O_TRUNC;
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outName.c_str(), flags, 0600);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, outputs.File("err").c_str(), flags, 0600);
-        pid_t child = 0;
+        const std::string err = outputs.File("err");
+        const pid_t child = fork();
+        if (child == 0) {
+            const bool isReady = chdir(folder.File("").c_str()) == 0 &&
+                                 std::freopen(outName.c_str(), "w", stdout) != nullptr &&
+                                 std::freopen(err.c_str(), "w", stderr) != nullptr;
+            _exit(isReady ? execv(KZ_KZINI, argv.data()) : -1);
+        }
         int status = -1;
-        EXPECT_EQ(0, posix_spawn(&child, KZ_KZINI, &actions, nullptr, argv.data(), environ));
         EXPECT_EQ(child, waitpid(child, &status, 0));
-        posix_spawn_file_actions_destroy(&actions);
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, kztest::ReadWholeFile(outputs.File("out")),
-                kztest::ReadWholeFile(outputs.File("err"))};
+                kztest::ReadWholeFile(err)};
     }
 
     kztest::TempFolder folder;
@@ -58,16 +55,22 @@ protected:
     std::string outName = outputs.File("out");
 };
 
-// A row's files are in the folder before the run, and those of `after` afterwards. Where it has a `dry`, that is the
-// output of a dry run, which changes nothing.
+// A row's files are in the folder before the run, and those of `after` afterwards, with the mode they had. Where it has
+// a `dry`, that is the output of a dry run, which changes nothing.
 TEST_F(Kzini, Rows)
 {
+    constexpr auto kMode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_read;
     for (const Json& row : kztest::ReadJsonLines("vectors/kzini.jsonl")) {
         SCOPED_TRACE(row.Line());
-        std::filesystem::remove_all(folder.File(""));
-        std::filesystem::create_directory(folder.File(""));
+        fs::remove_all(folder.File(""));
+        fs::create_directory(folder.File(""));
         kztest::MakeFiles(row["files"], folder);
         const kztest::Files before = FilesIn(row["files"]);
+        for (const auto& [name, file] : before) {
+            if (file.starts_with("file ")) {
+                fs::permissions(folder.File(name), kMode);
+            }
+        }
         Strings arguments;
         for (const Json& argument : row["arguments"].Items()) {
             arguments.push_back(argument.Str());
@@ -85,74 +88,40 @@ TEST_F(Kzini, Rows)
         EXPECT_EQ(row["out"].Str(), outcome.out);
         EXPECT_EQ(row["err"].Str(), outcome.err);
         EXPECT_EQ(row.Has("after") ? FilesIn(row["after"]) : before, FilesIn(folder));
+        for (const auto& [name, file] : before) {
+            EXPECT_TRUE(!file.starts_with("file ") || fs::status(folder.File(name)).permissions() == kMode) << name;
+        }
     }
 }
 
-TEST_F(Kzini, KeepsLinksAndModes)
+TEST_F(Kzini, SurvivesHugeFiles)
 {
-    const std::string target = folder.Write("target.ini", "[s]\na=1\n");
-    ASSERT_EQ(0, chmod(target.c_str(), 0600));
-    ASSERT_EQ(0, symlink("target.ini", folder.File("link.ini").c_str()));
-    EXPECT_EQ(0, Run({"set", "link.ini", "s", "c", "3"}).status);
-    EXPECT_EQ("[s]\na=1\nc=3\n", kztest::ReadWholeFile(target));
-    EXPECT_TRUE(std::filesystem::is_symlink(folder.File("link.ini")));
-    struct stat status;
-    ASSERT_EQ(0, stat(target.c_str(), &status));
-    EXPECT_EQ(0600u, status.st_mode & 0777u);
-}
-
-TEST_F(Kzini, SurvivesHostileFiles)
-{
-    Strings texts = {
-        std::string(1, '\0'),
-        std::string(1 << 20, '['),
-        std::string(1 << 20, '='),
-        "[s]\n" + std::string(1 << 20, 'x') + "=" + std::string(1 << 20, '"'),
-        std::string("[s]\n\r\0\n\r\na=\\\n", 14),
-        "[s]\na Line1=\"x\na Line2=y\"\nb Line99999999999999999999=1\n",
-        "[]\n[ ]\n[(null)]\na=1\n[(NULL)]\nb=2\n",
-        "[s]\n",
-    };
+    constexpr std::size_t kHuge = 1 << 20;
+    std::string parts = "[s]\n";
     for (int i = 0; i < 20000; ++i) {
         const std::string number = std::to_string(i);
-        texts.back() += "t" + std::to_string(i % 7) + " Line" + number + "=\\x4\n[s" + number + "]\n";
+        parts += "t" + std::to_string(i % 7) + " Line" + number + "=\\x4\n[s" + number + "]\n";
     }
-    std::minstd_rand random(7);
-    const std::string alphabet = std::string("[]=:;\"'\\x \t\r\nab1\xFF") + '\0';
-    for (int i = 0; i < 10; ++i) {
-        std::string text(200, ' ');
-        for (char& c : text) {
-            c = alphabet[random() % alphabet.size()];
-        }
-        texts.push_back(text);
-    }
-    for (const std::string& text : texts) {
-        SCOPED_TRACE(testing::PrintToString(text.substr(0, 300)));
-        for (const Strings& command :
-             {Strings{"check", "a.ini"}, {"list", "a.ini"}, {"sort", "a.ini"}, {"set", "a.ini", "s", "t", "v"}}) {
-            for (const char* option : {"--json", "--colons"}) {
-                folder.Write("a.ini", text);
-                Strings arguments = command;
-                arguments.push_back(option);
-                const int status = Run(arguments).status;
-                EXPECT_TRUE(status == 0 || status == 3) << command[0] << ": " << status;
-            }
+    for (const std::string& text : {parts, std::string(kHuge, '['), std::string(kHuge, '='),
+                                    "[s]\n" + std::string(kHuge, 'x') + "=" + std::string(kHuge, '"')}) {
+        for (const Strings& arguments : {Strings{"check", "a.ini", "--json"},
+                                         {"list", "a.ini"},
+                                         {"sort", "a.ini"},
+                                         {"set", "a.ini", "s", "t", "v"}}) {
+            folder.Write("a.ini", text);
+            const int status = Run(arguments).status;
+            EXPECT_TRUE(status == 0 || status == 3) << arguments[0] << ": " << status << text.substr(0, 10);
         }
     }
 }
 
-TEST_F(Kzini, TellsAboutItself)
+TEST_F(Kzini, TellsItsVersionAndOfAFullDisk)
 {
-    const Outcome help = Run({"--help"});
-    EXPECT_EQ(0, help.status);
-    for (const char* command : {"get", "set", "unset", "list", "rename", "sort", "check"}) {
-        EXPECT_NE(std::string::npos, help.out.find("kzini " + std::string(command) + " FILE")) << command;
-    }
     const Outcome version = Run({"list", "--version"});
     EXPECT_EQ(0, version.status);
     EXPECT_TRUE(version.out.starts_with("kzini "));
-    outName = "/dev/full";
     folder.Write("a.ini", "[s]\n");
+    outName = "/dev/full";
     EXPECT_EQ(4, Run({"list", "a.ini"}).status);
 }
 

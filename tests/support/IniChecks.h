@@ -1,9 +1,11 @@
-// INI objects that are walked before they are disposed of, and what they hold and write.
+// INI objects from text, which are walked before they are disposed of, and what they hold and write.
 #ifndef KZCORE_TESTS_INICHECKS_H
 #define KZCORE_TESTS_INICHECKS_H
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -11,7 +13,6 @@
 
 #include "IniFile.h"
 #include "IniModel.h"
-#include "IniTesting.h"
 
 namespace kztest {
 
@@ -27,6 +28,34 @@ using CheckedIni = std::unique_ptr<IniFile, CheckAndDisposeIni>;
 inline CheckedIni NewIni(int sorted = 0)
 {
     return CheckedIni(IniNew(sorted));
+}
+
+// Gives a text in pieces of at most `piece` bytes.
+struct TextStream {
+    std::string text;
+    std::size_t piece = kIniInputChunk;
+    std::size_t used = 0;
+
+    static int Read(void* context, int size, int* actual, void* buffer)
+    {
+        auto* const self = static_cast<TextStream*>(context);
+        const std::size_t rest = self->text.size() - self->used;
+        const std::size_t part = std::min({rest, self->piece, static_cast<std::size_t>(size)});
+        std::memcpy(buffer, self->text.data() + self->used, part);
+        self->used += part;
+        *actual = static_cast<int>(part);
+        return 1;
+    }
+};
+
+inline int ReadText(IniFile* ini, const std::string& text, std::size_t piece = kIniInputChunk,
+                    IniInputFunction function = &IniLineFileInputFunction)
+{
+    TextStream stream{text, piece};
+    IniLineInput input{};
+    input.read = &TextStream::Read;
+    input.context = &stream;
+    return IniRead(ini, function, &input);
 }
 
 inline CheckedIni Reading(const std::string& text, int readOptions = kIniReadStripDoubleQuotes, int sorted = 0)
