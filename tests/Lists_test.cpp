@@ -176,10 +176,10 @@ public:
     // entries that stay loses what is over a step, or a step.
     static size_t BlockAfter(size_t before, size_t count, const Texts& texts, bool /*isExact*/)
     {
-        const bool isFull = before<16 + count * 8, isLarge = before> 12 + count * 8;
-        return texts.size() > count && isFull    ? (before + 16) / 16 * 16
-               : texts.size() < count && isLarge ? (before - 1) / 16 * 16
-                                                 : before;
+        const size_t entries = 8 * count;
+        return texts.size() > count && before < entries + 16   ? (before + 16) / 16 * 16
+               : texts.size() < count && before > entries + 12 ? (before - 1) / 16 * 16
+                                                               : before;
     }
     const char* Fault() const { return kz::PointerListFault(handle); }
 
