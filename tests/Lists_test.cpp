@@ -90,7 +90,7 @@ struct ListHandle {
 
     bool IsMade() const { return handle != nullptr; }
     size_t Block() const { return DSGetHandleSize(handle); }
-    std::string Bytes() const { return BytesOf(handle); }
+    std::string Bytes() const { return handle == nullptr ? "" : BytesOf(handle); }
 
     List** handle = nullptr;
 };
@@ -542,7 +542,7 @@ private:
             text.resize(std::min<size_t>(text.size(), 255));
         }
         const std::string after = n == 0 || count == 0 ? "" : ShortStrings::ImageOf(texts);
-        EXPECT_EQ(list.IsMade() ? list.Bytes() : "", step.err == kzErrNone ? after : before);
+        EXPECT_EQ(list.Bytes(), step.err == kzErrNone ? after : before);
     }
 };
 
@@ -622,130 +622,81 @@ TEST_F(ListTest, Walkers)
     EXPECT_STREQ(LongStrings(padded).Fault(), "a string of the list is not filled up with zeros");
 }
 
-// A list of each kind, for the calls.
-struct Lists {
-    UHandle bytes;
-    CPStr** shorts;
-    CLStr** longs;
-    HObjList objects = nullptr;
-    _LStrArray** array = nullptr;
+// What a call is made with: the handle of a row's bytes, null where it has none, and another for its other argument.
+struct AnyHandle : ListHandle<unsigned char> {
+    AnyHandle(const Json& row, const char* member) { handle = row.Has(member) ? HandleOf(row[member].Hex()) : nullptr; }
+    template <typename List>
+    operator List**() const
+    {
+        return reinterpret_cast<List**>(handle);
+    }
+    // Its block, or null.
+    template <typename Data>
+    Data* Block() const
+    {
+        return handle == nullptr ? nullptr : reinterpret_cast<Data*>(*handle);
+    }
+};
+// The address of a variable with a handle; null for a null handle.
+template <typename List>
+struct Out {
+    operator List***() { return handle == nullptr ? nullptr : &handle; }
+    List** handle;
+};
+struct Arguments {
+    const AnyHandle list, other;
+    int32 i, j;
 };
 
-TEST_F(ListTest, StoredBlocks)
+// Blocks that lie, and refusals: what is answered, what is reported, and how the list's block begins afterwards.
+TEST_F(ListTest, StoredCalls)
 {
-    const std::map<std::string, KzErr (*)(const Lists&, const Json&)> calls = {
-        {"StdToCLStr", [](const Lists& x, const Json&) { return StdToCLStr(x.longs); }},
-        {"CLStrRemove", [](const Lists& x, const Json&) { return CLStrRemove(x.longs, 0); }},
-        {"LSort", [](const Lists& x, const Json&) { return LSort(x.shorts, nullptr); }},
-        {"CPStrReplace",
-         [](const Lists& x, const Json& row) { return CPStrReplace(x.shorts, PStrValue(row["text"].Str()), 0); }},
-        {"CLStrInsert",
-         [](const Lists& x, const Json& row) {
-             return CLStrInsert(x.longs, *ListHandle<LStr>(row["string"].Hex()).handle, INT_MAX, 1);
-         }},
-        {"StrPoundToCPStr",
-         [](const Lists& x, const Json& row) {
-             return StrPoundToCPStr(ListHandle<unsigned char>(row["resource"].Hex()).handle, *x.shorts);
-         }},
+    using In = const Arguments&;
+    static char object;
+    const std::map<std::string, int32 (*)(In x)> calls = {
+        {"CLStrIndex", [](In x) { return CLStrIndex(x.list.Block<CLStr>(), 0) == nullptr ? 0 : 1; }},
+        {"CLStrInsert", [](In x) { return CLStrInsert(x.list, x.other.Block<LStr>(), INT_MAX, 1); }},
+        {"CLStrInsertSort",
+         [](In x) { return CLStrInsertSort(x.list, x.other.Block<LStr>(), 1, nullptr, nullptr, 0); }},
+        {"CLStrRemove", [](In x) { return CLStrRemove(x.list, 0); }},
+        {"CLStrSize", [](In x) { return CLStrSize(x.list.Block<CLStr>()); }},
+        {"CPStrClear", [](In x) { return CPStrClear(x.list); }},
+        {"CPStrCmp", [](In x) { return CPStrCmp(x.list.Block<CPStr>(), x.other.Block<CPStr>()); }},
+        {"CPStrIndex", [](In x) { return CPStrIndex(x.list, 0) == nullptr ? 0 : 1; }},
+        {"CPStrInsert", [](In x) { return CPStrInsert(x.list, x.other.Block<unsigned char>(), 0); }},
+        {"CPStrInsertEfficient",
+         [](In x) { return CPStrInsertEfficient(x.list, x.other.Block<unsigned char>(), 0, 0); }},
+        {"CPStrPtrToLStrArray",
+         [](In x) { return CPStrPtrToLStrArray(x.list.Block<CPStr>(), x.i, Out<_LStrArray>{x.other}); }},
+        {"CPStrRemove", [](In x) { return CPStrRemove(x.list, 0); }},
+        {"CPStrReplace", [](In x) { return CPStrReplace(x.list, x.other.Block<unsigned char>(), 0); }},
+        {"CPStrSearch", [](In x) { return CPStrSearch(x.list, x.other.Block<unsigned char>(), &PStrCaseCmp); }},
+        {"CPStrSetToNEmptyStrings", [](In x) { return CPStrSetToNEmptyStrings(Out<CPStr>{x.list}, x.i); }},
+        {"HCompactObjList", [](In x) { return HCompactObjList(x.list); }},
+        {"HObjListBringToFront", [](In x) { return HObjListBringToFront(x.list, &object); }},
+        {"HObjListDelete", [](In x) { return HObjListDelete(x.list, 0) == nullptr ? 0 : 1; }},
+        {"HObjListInsert", [](In x) { return HObjListInsert(x.list, &object, 0); }},
+        {"HObjListSearch", [](In x) { return HObjListSearch(x.list, &object); }},
+        {"HObjListSearchDelete", [](In x) { return HObjListSearchDelete(x.list, &object); }},
+        {"HObjListSwap", [](In x) { return HObjListSwap(x.list, x.i, x.j); }},
+        {"LSort", [](In x) { return LSort(x.list, x.other); }},
+        {"LStrArrayToCPStrHandle", [](In x) { return LStrArrayToCPStrHandle(x.list, x.i, Out<CPStr>{x.other}); }},
+        {"ReallocLStrArrayHandle", [](In x) { return ReallocLStrArrayHandle(Out<_LStrArray>{x.list}, x.i); }},
+        {"StdToCLStr", [](In x) { return StdToCLStr(x.list); }},
+        {"StrPoundToCPStr", [](In x) { return StrPoundToCPStr(x.other, x.list.Block<CPStr>()); }},
     };
     for (const Json& row : ReadJsonLines("vectors/lists.jsonl")) {
         SCOPED_TRACE(row.Line());
-        const ShortStrings list(row["bytes"].Hex());
-        const Lists lists{reinterpret_cast<UHandle>(list.handle), list.handle, reinterpret_cast<CLStr**>(list.handle)};
-        const std::string after = row["after"].Hex();
-        EXPECT_EQ(calls.at(row["call"].Str())(lists, row), row["error"].Int());
-        EXPECT_EQ(list.Bytes().substr(0, after.size()), after);
-        EXPECT_EQ(reports.Take(kDbgFatal, ""), row["error"].Int() == kzErrCorrupt);
-    }
-}
-
-// ---- Refusals ----
-
-KzErr InsertSorted(CLStr** list, const LStr* string)
-{
-    return CLStrInsertSort(list, string, 1, nullptr, nullptr, 0);
-}
-
-TEST_F(ListTest, Refusals)
-{
-    static const PStrValue a("a");
-    static LStrValue b("b"), huge("x");
-    huge.Get()->cnt = INT_MAX;  // refused before a byte of it is read
-    constexpr char kShort[] = "Bad inputs to CPStrInsertEfficient";
-    constexpr char kLong[] = "Invalid dest buffer or insert buffer passed to CLStrInsert";
-    constexpr char kSorted[] = "Invalid dest buffer or insert buffer passed to CLStrInsertSort";
-    constexpr char kSwap[] = "HObjListSwap: pos out of range";
-    constexpr char kFront[] = "HObjListBringToFront: object not found!!!";
-    const struct {
-        int32 (*call)(Lists& x);
-        int32 answer;
-        int level = 0;  // of the report, if there is one
-        const char* report = "";
-    } rows[] = {
-        {[](Lists&) { return CPStrIndex(nullptr, 0) == nullptr ? 0 : 1; }, 0, kDbgFatal},
-        {[](Lists&) { return CPStrRemove(nullptr, 0); }, kzErrArgument, kDbgFatal},
-        {[](Lists&) { return CPStrReplace(nullptr, a, 0); }, kzErrArgument, kDbgFatal},
-        {[](Lists& x) { return CPStrReplace(x.shorts, nullptr, 0); }, kzErrArgument},
-        {[](Lists&) { return CPStrSearch(nullptr, a, &PStrCmp); }, -1, kDbgFatal},
-        {[](Lists&) { return CPStrInsert(nullptr, a, 0); }, kzErrGeneric, kDbgWarning, kShort},
-        {[](Lists& x) { return CPStrInsertEfficient(x.shorts, nullptr, 0, 0); }, kzErrGeneric, kDbgWarning, kShort},
-        {[](Lists&) { return CPStrClear(nullptr); }, kzErrArgument},
-        {[](Lists&) { return LSort(nullptr, nullptr); }, kzErrArgument},
-        {[](Lists& x) { return LSort(x.shorts, x.bytes); }, kzErrArgument},
-        {[](Lists&) { return CPStrSetToNEmptyStrings(nullptr, 1); }, kzErrArgument},
-        {[](Lists& x) { return CPStrSetToNEmptyStrings(&x.shorts, -1); }, kzErrArgument},
-        {[](Lists& x) { return StrPoundToCPStr(nullptr, *x.shorts); }, kzErrArgument},
-        {[](Lists& x) { return StrPoundToCPStr(x.bytes, nullptr); }, kzErrArgument},
-        {[](Lists&) { return CLStrSize(nullptr); }, 4},
-        {[](Lists&) { return CLStrIndex(nullptr, 0) == nullptr ? 0 : 1; }, 0, kDbgFatal,
-         "invalid buffer passed to CLStrIndex"},
-        {[](Lists&) { return CLStrInsert(nullptr, b.Get(), 0, 0); }, kzErrArgument, kDbgFatal, kLong},
-        {[](Lists& x) { return CLStrInsert(x.longs, nullptr, 0, 0); }, kzErrArgument, kDbgFatal, kLong},
-        {[](Lists& x) { return CLStrInsert(x.longs, huge.Get(), 0, 0); }, kzErrMemoryFull},
-        {[](Lists&) { return InsertSorted(nullptr, b.Get()); }, kzErrArgument, kDbgFatal, kSorted},
-        {[](Lists& x) { return InsertSorted(x.longs, nullptr); }, kzErrArgument, kDbgFatal, kSorted},
-        {[](Lists&) { return CLStrRemove(nullptr, 0); }, kzErrArgument},
-        {[](Lists&) { return StdToCLStr(nullptr); }, kzErrArgument},
-        {[](Lists&) { return HObjListInsert(nullptr, &b, 0); }, kzErrArgument, kDbgFatal},
-        {[](Lists&) { return HObjListDelete(nullptr, 0) == nullptr ? 0 : 1; }, 0, kDbgFatal},
-        {[](Lists&) { return HObjListSearch(nullptr, &b); }, -1, kDbgFatal},
-        {[](Lists&) { return HObjListSearchDelete(nullptr, &b); }, 0, kDbgFatal},
-        {[](Lists&) { return HObjListBringToFront(nullptr, &b); }, 0, kDbgFatal},
-        {[](Lists& x) { return HObjListBringToFront(x.objects, &b); }, 0, kDbgWarning, kFront},
-        {[](Lists&) { return HObjListSwap(nullptr, 0, 0); }, kzErrArgument, kDbgFatal},
-        {[](Lists& x) { return HObjListSwap(x.objects, 0, 1); }, kzErrArgument, kDbgWarning, kSwap},
-        {[](Lists& x) { return HObjListSwap(x.objects, 1, 0); }, kzErrArgument, kDbgWarning, kSwap},
-        {[](Lists& x) { return HObjListSwap(x.objects, -1, 0); }, kzErrArgument, kDbgWarning, kSwap},
-        {[](Lists& x) { return HObjListSwap(x.objects, 0, -1); }, kzErrArgument, kDbgWarning, kSwap},
-        {[](Lists&) { return HCompactObjList(nullptr); }, kzErrArgument, kDbgFatal},
-        {[](Lists&) { return ReallocLStrArrayHandle(nullptr, 1); }, kzErrArgument},
-        {[](Lists& x) { return ReallocLStrArrayHandle(&x.array, -1); }, kzErrArgument},
-        {[](Lists& x) { return LStrArrayToCPStrHandle(x.array, -1, &x.shorts); }, kzErrArgument},
-        {[](Lists& x) { return LStrArrayToCPStrHandle(x.array, 1, nullptr); }, kzErrArgument},
-        {[](Lists& x) { return CPStrPtrToLStrArray(*x.shorts, 2, &x.array); }, kzErrArgument},
-        {[](Lists& x) { return CPStrPtrToLStrArray(nullptr, 1, &x.array); }, kzErrArgument},
-        {[](Lists& x) { return CPStrPtrToLStrArray(*x.shorts, nullptr); }, kzErrGeneric, kDbgWarning,
-         "Null not allowed"},
-        {[](Lists& x) { return CPStrCmp(nullptr, *x.shorts); }, -1},
-        {[](Lists& x) { return CPStrCmp(*x.shorts, nullptr); }, 1},
-        {[](Lists& x) { return CPStrSearch(x.shorts, PStrValue("A"), &PStrCaseCmp); }, 0},
-    };
-    const Texts one = {"a"};
-    const ShortStrings shorts(one);
-    const LongStrings longs(one);
-    const Objects objects(Objects::ImageOf(one));
-    const StringHandles array(one);
-    const ListHandle<unsigned char> seven("1234567");
-    Lists lists{seven.handle, shorts.handle, longs.handle, objects.handle, array.handle};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        EXPECT_EQ(row.call(lists), row.answer);
-        EXPECT_TRUE(row.level == 0 || reports.Take(row.level, row.report));
+        const auto number = [&row](const char* name) {
+            return row.Has(name) ? static_cast<int32>(row[name].Int()) : 0;
+        };
+        const Arguments x{{row, "bytes"}, {row, "other"}, number("i"), number("j")};
+        const std::string before = x.list.Bytes(), after = row.Has("after") ? row["after"].Hex() : before;
+        EXPECT_EQ(calls.at(row["call"].Str())(x), number("error"));
+        EXPECT_EQ(x.list.Bytes().substr(0, after.size()), after);
+        EXPECT_TRUE(!row.Has("level") || reports.Take(number("level"), row["report"].Str()));
         EXPECT_TRUE(reports.TakeAll().empty());
     }
-    EXPECT_EQ(shorts.Bytes() + longs.Bytes() + objects.Bytes(),
-              ShortStrings::ImageOf(one) + LongStrings::ImageOf(one) + Objects::ImageOf(one));
-    EXPECT_EQ(array.Strings(), one);
 }
 
 // ---- What is one kind's own ----
