@@ -10,6 +10,7 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "JsonLines.h"
 
@@ -76,9 +77,9 @@ const struct {
 } kOperations[] = {
     {"Get", [](Fixed v, In) { return v; }, [](In x) { return x.bits; }},
     {"Add", [](Fixed v, In x) { return v += FromBits(x.other); }, [](In x) { return x.bits + x.other; }},
-    {"AddItself", [](Fixed v, In) { return v += v; }, [](In x) { return x.bits * 2; }},
+    {"AddItself", [](Fixed v, In) { return v += std::as_const(v); }, [](In x) { return x.bits * 2; }},
     {"Subtract", [](Fixed v, In x) { return v -= FromBits(x.other); }, [](In x) { return x.bits - x.other; }},
-    {"SubtractItself", [](Fixed v, In) { return v -= v; }, [](In) { return Bits{0}; }},
+    {"SubtractItself", [](Fixed v, In) { return v -= std::as_const(v); }, [](In) { return Bits{0}; }},
     {"Negate", [](Fixed v, In) { return v.Negate(), v; }, [](In x) { return 0 - x.bits; }},
     {"Invert", [](Fixed v, In) { return v.Invert(), v; }, [](In x) { return ~x.bits; }},
     {"IncrementLSB", [](Fixed v, In) { return v.IncrementLSB(), v; }, [](In x) { return x.bits + 1; }},
