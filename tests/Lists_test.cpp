@@ -640,7 +640,7 @@ struct Arguments {
     int32 i, j;
 };
 
-// Blocks that lie, and refusals: what is answered, what is reported, and how the list's block begins afterwards.
+// Blocks that lie, and refusals: what is answered and reported, and how the list's block begins afterwards.
 TEST_F(ListTest, StoredCalls)
 {
     using In = const Arguments&;
@@ -648,8 +648,7 @@ TEST_F(ListTest, StoredCalls)
     const std::map<std::string, int32 (*)(In x)> calls = {
         {"CLStrIndex", [](In x) { return CLStrIndex(x.list.Block<CLStr>(), 0) == nullptr ? 0 : 1; }},
         {"CLStrInsert", [](In x) { return CLStrInsert(x.list, x.other.Block<LStr>(), INT_MAX, 1); }},
-        {"CLStrInsertSort",
-         [](In x) { return CLStrInsertSort(x.list, x.other.Block<LStr>(), 1, nullptr, nullptr, 0); }},
+        {"CLStrInsertSort", [](In x) { return CLStrInsertSort(x.list, x.other.Block<LStr>(), 1, {}, {}, 0); }},
         {"CLStrRemove", [](In x) { return CLStrRemove(x.list, 0); }},
         {"CLStrSize", [](In x) { return CLStrSize(x.list.Block<CLStr>()); }},
         {"CPStrClear", [](In x) { return CPStrClear(x.list); }},
@@ -686,6 +685,7 @@ TEST_F(ListTest, StoredCalls)
         const std::string before = x.list.Bytes(), after = row.Has("after") ? row["after"].Hex() : before;
         EXPECT_EQ(calls.at(row["call"].Str())(x), number("error"));
         EXPECT_EQ(x.list.Bytes().substr(0, after.size()), after);
+        EXPECT_EQ(x.other.Bytes(), row.Has("other") ? row["other"].Hex() : "");
         EXPECT_TRUE(!row.Has("level") || reports.Take(number("level"), row["report"].Str()));
         EXPECT_TRUE(reports.TakeAll().empty());
     }
