@@ -301,7 +301,7 @@ private:
             return;
         }
         step.err = LSort(handle, reinterpret_cast<UHandle>(parallel.handle));
-        std::memcpy(order.data(), *parallel.handle, size);
+        std::copy_n(*parallel.handle, order.size(), order.begin());
         Texts sorted;
         for (size_t i = 0; i < step.texts.size(); ++i) {
             sorted.push_back(step.texts.at(order[i]));
