@@ -2,13 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <limits>
+#include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "JsonLines.h"
 
@@ -19,48 +21,17 @@ using Fixed = nQKSS100::tFixedPoint128<64, true>;
 __extension__ typedef unsigned __int128 Bits;
 __extension__ typedef __int128 SignedBits;
 
-constexpr int kRounds = 100'000;
-
 Bits BitsOf(const Fixed& value)
 {
     uInt32 w[4];
     value.Get(&w[3], &w[2], &w[1], &w[0]);
-    Bits bits = 0;
-    for (int i = 3; i >= 0; --i) {
-        bits = bits << 32 | w[i];
-    }
-    return bits;
+    return Bits{w[3]} << 96 | Bits{w[2]} << 64 | Bits{w[1]} << 32 | w[0];
 }
 
 Fixed FromBits(Bits bits)
 {
     return Fixed(static_cast<uInt32>(bits >> 96), static_cast<uInt32>(bits >> 64), static_cast<uInt32>(bits >> 32),
                  static_cast<uInt32>(bits));
-}
-
-// Words with long runs of equal bits, so that carries and borrows go far.
-Bits RandomBits(std::mt19937_64& random)
-{
-    Bits bits = Bits{random()} << 64 | random();
-    switch (random() % 4) {
-        case 0:
-            bits >>= random() % 128;
-            break;
-        case 1:
-            bits = ~(bits >> random() % 128);
-            break;
-        case 2:
-            bits = bits >> random() % 64 << random() % 64;
-            break;
-        default:
-            break;
-    }
-    return bits;
-}
-
-double RandomDouble(std::mt19937_64& random)
-{
-    return std::ldexp(static_cast<double>(static_cast<int64>(random())), static_cast<int>(random() % 220) - 160);
 }
 
 // Works on the number itself, where the class works on its bits.
@@ -71,90 +42,108 @@ Bits Reference(double value)
         constexpr Bits kTop = Bits{1} << 127;
         return std::signbit(value) ? kTop : kTop - 1;
     }
-    Bits bits = 0;
     int exponent;
     const double mantissa = std::frexp(magnitude, &exponent);  // below 1
     const int shift = exponent - 53 + 64;
     const auto whole = static_cast<Bits>(std::ldexp(mantissa, 53));
-    if (shift >= 0) {
-        bits = magnitude >= 0x1p116 ? 0 : shift >= 128 ? 0 : whole << shift;
-    } else {
-        bits = -shift >= 128 ? 0 : whole >> -shift;
-    }
+    const bool isOutside = magnitude >= 0x1p116 || shift <= -128;
+    const Bits bits = isOutside ? 0 : shift >= 0 ? whole << shift : whole >> -shift;
     return std::signbit(value) ? 0 - bits : bits;
+}
+
+// What an operation may need.
+struct Operands {
+    Bits bits, other;
+    double a, b;
+    int amount;
+    bool isArithmetic;
+};
+using In = const Operands&;
+
+Bits Shifted(In x)
+{
+    return x.amount < -127  ? 0
+           : x.amount < 0   ? x.bits << -x.amount
+           : x.isArithmetic ? static_cast<Bits>(static_cast<SignedBits>(x.bits) >> std::min(x.amount, 127))
+           : x.amount < 128 ? x.bits >> x.amount
+                            : 0;
+}
+
+// Each operation, and what it comes to.
+const struct {
+    const char* name;
+    Fixed (*call)(Fixed value, In x);
+    Bits (*expected)(In x);
+} kOperations[] = {
+    {"Get", [](Fixed v, In) { return v; }, [](In x) { return x.bits; }},
+    {"Add", [](Fixed v, In x) { return v += FromBits(x.other); }, [](In x) { return x.bits + x.other; }},
+    {"AddItself", [](Fixed v, In) { return v += std::as_const(v); }, [](In x) { return x.bits * 2; }},
+    {"Subtract", [](Fixed v, In x) { return v -= FromBits(x.other); }, [](In x) { return x.bits - x.other; }},
+    {"SubtractItself", [](Fixed v, In) { return v -= std::as_const(v); }, [](In) { return Bits{0}; }},
+    {"Negate", [](Fixed v, In) { return v.Negate(), v; }, [](In x) { return 0 - x.bits; }},
+    {"Invert", [](Fixed v, In) { return v.Invert(), v; }, [](In x) { return ~x.bits; }},
+    {"IncrementLSB", [](Fixed v, In) { return v.IncrementLSB(), v; }, [](In x) { return x.bits + 1; }},
+    {"RightShift", [](Fixed v, In x) { return v.RightShift(x.amount, x.isArithmetic), v; }, &Shifted},
+    {"FromDouble", [](Fixed, In x) { return Fixed(x.a); }, [](In x) { return Reference(x.a); }},
+    {"FromTwoDoubles", [](Fixed, In x) { return Fixed(x.a, x.b); },
+     [](In x) { return Reference(x.a) + Reference(x.b); }},
+};
+
+// Words with long runs of equal bits, so that carries and borrows go far.
+Bits RandomBits(std::mt19937_64& random)
+{
+    const Bits bits = Bits{random()} << 64 | random();
+    const auto kind = random() % 4;
+    return kind == 0   ? bits >> random() % 128
+           : kind == 1 ? ~(bits >> random() % 128)
+           : kind == 2 ? bits >> random() % 64 << random() % 64
+                       : bits;
+}
+
+double RandomDouble(std::mt19937_64& random)
+{
+    constexpr double kSpecial[] = {0.0,    1e-300,    5e-324,  0x1p-64, 0x1p-65,  0x1p63,
+                                   0x1p64, 0x1.8p115, 0x1p116, 1e308,   INFINITY, NAN};
+    const double value =
+        std::ldexp(static_cast<double>(static_cast<int64>(random())), static_cast<int>(random() % 220) - 160);
+    return random() % 16 == 0 ? std::copysign(kSpecial[random() % std::size(kSpecial)], value) : value;
 }
 
 TEST(ATime128, ArithmeticIsExact)
 {
     std::mt19937_64 random(1);
-    for (int i = 0; i < kRounds; ++i) {
-        const Bits a = RandomBits(random);
-        const Bits b = RandomBits(random);
-        Fixed value = FromBits(a);
-        ASSERT_EQ(BitsOf(value), a);
-        value += FromBits(b);
-        ASSERT_TRUE(BitsOf(value) == a + b);
-        value = FromBits(a);
-        value -= FromBits(b);
-        ASSERT_TRUE(BitsOf(value) == a - b);
-        value = FromBits(a);
-        value.Negate();
-        ASSERT_TRUE(BitsOf(value) == 0 - a);
-        value.Invert();
-        value.IncrementLSB();
-        ASSERT_TRUE(BitsOf(value) == a);
-
-        const int amount = static_cast<int>(random() % 300) - 150;
-        const bool arithmetic = random() % 2 != 0;
-        const Bits fill = arithmetic && a >> 127 != 0 ? ~Bits{0} : 0;
-        Bits shifted = amount < 0 ? (amount < -127 ? 0 : a << -amount) : fill;
-        if (amount >= 0 && amount <= 127) {
-            shifted = a >> amount | (amount == 0 ? 0 : fill << (128 - amount));
+    for (int i = 0; i < 100'000; ++i) {
+        const Operands x{RandomBits(random),
+                         RandomBits(random),
+                         RandomDouble(random),
+                         RandomDouble(random),
+                         static_cast<int>(random() % 300) - 150,
+                         random() % 2 != 0};
+        for (const auto& operation : kOperations) {
+            ASSERT_TRUE(BitsOf(operation.call(FromBits(x.bits), x)) == operation.expected(x))
+                << operation.name << " " << x.a << " " << x.b << " " << x.amount;
         }
-        value.RightShift(amount, arithmetic);
-        ASSERT_TRUE(BitsOf(value) == shifted) << amount;
-    }
-}
-
-TEST(ATime128, DoublesAreExact)
-{
-    std::mt19937_64 random(2);
-    const double special[] = {
-        0.0,      -0.0,   1e-300,   5e-324,    0x1p-64,   -0x1p-64,
-        0x1p-65,  0x1p63, -0x1p63,  0x1p64,    0x1.8p115, 0x1p116,
-        -0x1p116, 1e308,  INFINITY, -INFINITY, NAN,       -std::numeric_limits<double>::quiet_NaN()};
-    for (const double value : special) {
-        ASSERT_TRUE(BitsOf(Fixed(value)) == Reference(value)) << value;
-    }
-    for (int i = 0; i < kRounds; ++i) {
-        const double value = RandomDouble(random);
-        const double other = RandomDouble(random);
-        ASSERT_TRUE(BitsOf(Fixed(value)) == Reference(value)) << value;
-        ASSERT_TRUE(BitsOf(Fixed(value, other)) == Reference(value) + Reference(other)) << value << " " << other;
-
-        const Bits bits = RandomBits(random);
-        const bool isNegative = bits >> 127 != 0;
-        const Bits magnitude = isNegative ? 0 - bits : bits;
+        const bool isNegative = x.bits >> 127 != 0;
+        const Bits magnitude = isNegative ? 0 - x.bits : x.bits;
         // 64 bits fit an extended number, so the sum from the lowest word on rounds at most twice.
-        const auto extended = static_cast<long double>(FromBits(bits));
+        const auto extended = static_cast<long double>(FromBits(x.bits));
         const long double high = static_cast<long double>(static_cast<uInt64>(magnitude >> 64));
         const long double low = static_cast<long double>(static_cast<uInt64>(magnitude));
         const long double expected = (isNegative ? -1.0L : 1.0L) * (high + low * 0x1p-64L);
         ASSERT_LE(std::fabs(extended - expected), std::fabs(expected) * 0x1p-63L);
-        ASSERT_EQ(static_cast<double>(FromBits(bits)), static_cast<double>(extended));
-        ASSERT_EQ(FromBits(bits) / 8.0, static_cast<double>(extended) / 8.0);
+        ASSERT_EQ(static_cast<double>(FromBits(x.bits)), static_cast<double>(extended));
+        ASSERT_EQ(FromBits(x.bits) / 8.0, static_cast<double>(extended) / 8.0);
     }
-    EXPECT_EQ(static_cast<double>(Fixed(-1.0)), -1.0);
     EXPECT_EQ(static_cast<double>(FromBits(Bits{1} << 127)), -0x1p63);
 }
 
-Fixed FromWords(const Json& words)
+Bits FromWords(const Json& words)
 {
-    uInt32 w[4];
-    for (std::size_t i = 0; i < 4; ++i) {
-        w[i] = static_cast<uInt32>(std::stoul(words[i].Str(), nullptr, 16));
+    Bits bits = 0;
+    for (int i = 3; i >= 0; --i) {
+        bits = bits << 32 | std::stoul(words[i].Str(), nullptr, 16);
     }
-    return Fixed(w[3], w[2], w[1], w[0]);
+    return bits;
 }
 
 double FromHexDigits(const Json& digits)
@@ -162,47 +151,32 @@ double FromHexDigits(const Json& digits)
     return std::bit_cast<double>(static_cast<uInt64>(std::stoull(digits.Str(), nullptr, 16)));
 }
 
-// What the operation of a row gives.
-Fixed ResultOf(const std::string& op, const Json& row)
-{
-    if (op == "FromDouble") {
-        return Fixed(FromHexDigits(row["double"]));
-    }
-    if (op == "FromTwoDoubles") {
-        return Fixed(FromHexDigits(row["doubles"][std::size_t{0}]), FromHexDigits(row["doubles"][std::size_t{1}]));
-    }
-    if (op == "FromHILOTime") {
-        return ATime128FromHILOTime(static_cast<uInt32>(row["hi"].UInt()), static_cast<uInt32>(row["lo"].UInt()));
-    }
-    Fixed value = FromWords(row["words"]);
-    if (op == "Add") {
-        value += FromWords(row["other"]);
-    } else if (op == "Subtract") {
-        value -= FromWords(row["other"]);
-    } else if (op == "IncrementLSB") {
-        value.IncrementLSB();
-    } else if (op == "Invert") {
-        value.Invert();
-    } else if (op == "Negate") {
-        value.Negate();
-    } else if (op == "RightShift") {
-        value.RightShift(static_cast<int>(row["amount"].Int()), row["arithmetic"].Int() != 0);
-    } else {
-        ADD_FAILURE() << row.Line();
-    }
-    return value;
-}
-
 TEST(ATime128, AgreesWithStoredVectors)
 {
     for (const Json& row : kztest::ReadJsonLines("vectors/fixed_time.jsonl")) {
+        SCOPED_TRACE(row.Line());
         const std::string& op = row["op"].Str();
+        Operands x{};
+        x.bits = FromWords(row["words"]);
+        x.other = row.Has("other") ? FromWords(row["other"]) : 0;
+        x.a = row.Has("double")    ? FromHexDigits(row["double"])
+              : row.Has("doubles") ? FromHexDigits(row["doubles"][0])
+                                   : 0;
+        x.b = row.Has("doubles") ? FromHexDigits(row["doubles"][1]) : 0;
+        x.amount = row.Has("amount") ? static_cast<int>(row["amount"].Int()) : 0;
+        x.isArithmetic = row.Has("arithmetic") && row["arithmetic"].Int() != 0;
+        const Bits expected = FromWords(row[row.Has("result") ? "result" : "words"]);
         if (op == "ToDouble") {
-            EXPECT_EQ(static_cast<double>(FromWords(row["words"])), FromHexDigits(row["double"])) << row.Line();
-            continue;
+            EXPECT_EQ(static_cast<double>(FromBits(x.bits)), x.a);
+        } else if (op == "FromHILOTime") {
+            const auto hi = static_cast<uInt32>(row["hi"].UInt()), lo = static_cast<uInt32>(row["lo"].UInt());
+            EXPECT_TRUE(BitsOf(ATime128FromHILOTime(hi, lo)) == expected);
+        } else {
+            const auto found = std::find_if(std::begin(kOperations), std::end(kOperations),
+                                            [&](const auto& operation) { return op == operation.name; });
+            ASSERT_NE(found, std::end(kOperations));
+            EXPECT_TRUE(BitsOf(found->call(FromBits(x.bits), x)) == expected);
         }
-        const Fixed expected = FromWords(row[row.Has("result") ? "result" : "words"]);
-        EXPECT_TRUE(BitsOf(ResultOf(op, row)) == BitsOf(expected)) << row.Line();
     }
 }
 

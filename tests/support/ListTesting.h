@@ -1,7 +1,6 @@
-// One random model for every kind of list, whose entries are texts here, and the blocks of short strings.
+// One random model for every kind of list, whose entries are texts here.
 //
 // A kind is a class with one list of its own:
-//   Library                  what has to run while lists live
 //   Kind(draw)               an empty list, in a block with or without spare room
 //   IsMade()                 false where there was no memory for it
 //   Change(draw, step)       a random change of the list, with what it should have come to
@@ -21,49 +20,13 @@
 #include <string>
 #include <vector>
 
-#include "ByteOrder.h"
-#include "FaultLoop.h"
-#include "JsonLines.h"
 #include "KzErr.h"
-#include "MemoryManager.h"
-#include "ReportCatcher.h"
-#include "StringCPStr.h"
-#include "TestStrings.h"
+#include "RunningMemory.h"
 
 namespace kztest {
 
 using Texts = std::vector<std::string>;
 using Draw = std::mt19937_64;
-
-inline Texts TextsOf(const Json& row, const char* member)
-{
-    Texts texts;
-    for (const Json& text : row[member].Items()) {
-        texts.push_back(text.Str());
-    }
-    return texts;
-}
-
-// The stored rows of lists for one call.
-inline std::vector<Json> ListRows(const std::string& call)
-{
-    std::vector<Json> rows = ReadJsonLines("vectors/lists.jsonl");
-    std::erase_if(rows, [&](const Json& row) { return row["call"].Str() != call; });
-    EXPECT_FALSE(rows.empty());
-    return rows;
-}
-
-// The bytes of a CPStr.
-inline std::string PackedBytes(const Texts& texts)
-{
-    std::string bytes(4, '\0');
-    kz::StoreNative(bytes.data(), static_cast<int32>(texts.size()));
-    for (const std::string& text : texts) {
-        bytes += static_cast<char>(text.size());
-        bytes += text;
-    }
-    return bytes;
-}
 
 // A handle with these bytes, whose owner disposes it; null if there is no memory.
 inline UHandle HandleOf(const std::string& bytes)
@@ -81,32 +44,11 @@ inline std::string BytesOf(const void* handle)
     return {*master, DSGetHandleSize(handle)};
 }
 
-// The handle of a list, disposed at the end; the variable is public for calls that take its address.
-template <typename List>
-struct ListHandle {
-    ListHandle() = default;
-    explicit ListHandle(const std::string& bytes) : handle(reinterpret_cast<List**>(HandleOf(bytes))) {}
-    ~ListHandle() { DSDisposeHandle(handle); }
-    ListHandle(const ListHandle&) = delete;
-    ListHandle& operator=(const ListHandle&) = delete;
-
-    bool IsMade() const { return handle != nullptr; }
-    unsigned long Block() const { return DSGetHandleSize(handle); }
-    std::string Bytes() const { return BytesOf(handle); }
-
-    List** handle = nullptr;
-};
-
-struct CPStrHandle : ListHandle<CPStr> {
-    CPStrHandle() = default;
-    explicit CPStrHandle(const Texts& texts) : ListHandle(PackedBytes(texts)) {}
-};
-
-// A text of at most `longest` bytes; short and long ones are equally likely.
+// A text of at most `longest` bytes, all equal; short and long ones are equally likely.
 inline std::string DrawText(Draw& draw, unsigned longest)
 {
-    const unsigned limit = draw() % 2 == 0 ? longest : 3;
-    return std::string(draw() % (limit + 1), static_cast<char>('a' + draw() % 6));
+    const unsigned limit = draw() % 2 == 0 ? longest : std::min(longest, 3u);
+    return std::string(draw() % (limit + 1), "aAbBcC"[draw() % 6]);
 }
 
 // An index into a list of so many entries or beside it, at times far away.
@@ -114,16 +56,6 @@ inline int32 DrawIndex(Draw& draw, size_t count)
 {
     constexpr int32 kFar[] = {INT_MIN, INT_MAX};
     return draw() % 8 == 0 ? kFar[draw() % 2] : static_cast<int32>(draw() % (count + 4)) - 2;
-}
-
-// Where an index that is pinned leads to: between entries for an insertion, else to an entry.
-inline long Between(int32 i, size_t count)
-{
-    return std::clamp<long>(i, 0, static_cast<long>(count));
-}
-inline long Pinned(int32 i, size_t count)
-{
-    return std::clamp<long>(i, 0, std::max(static_cast<long>(count) - 1, 0l));
 }
 
 // A change: the texts and the block's size, which are those before it until the change says what they are afterwards;
@@ -135,18 +67,8 @@ struct ListStep {
     KzErr err = kzErrNone;
 };
 
-// The removal of an entry, by an index that is pinned; there is none in an empty list.
-inline void RemovePinned(ListStep& step, int32 i)
-{
-    if (step.texts.empty()) {
-        step.code = kzErrArgument;
-    } else {
-        step.texts.erase(step.texts.begin() + Pinned(i, step.texts.size()));
-    }
-}
-
 template <typename Kind>
-class ListModel : public testing::Test {
+class ListModel : public MemoryTest {
 protected:
     // Changes an empty list beside a vector. A call that finds memory full changes nothing.
     template <typename Failed>
@@ -173,9 +95,6 @@ protected:
             EXPECT_EQ(report.text.find("Memory error 2 in DSSetH"), 0u) << report.text;
         }
     }
-
-    ReportCatcher reports;
-    typename Kind::Library library;
 };
 
 TYPED_TEST_SUITE_P(ListModel);
@@ -194,16 +113,15 @@ TYPED_TEST_P(ListModel, RandomChangesMatchAVector)
 
 TYPED_TEST_P(ListModel, EachAllocationMayFail)
 {
-    FaultLoop(
-        [this](const auto& failed) {
-            Draw draw(1);
-            TypeParam list(draw);
-            EXPECT_TRUE(list.IsMade() || failed());
-            if (list.IsMade()) {
-                this->Change(list, draw, 40, failed);
-            }
-        },
-        FailAllocation::kBlocks);
+    const auto scenario = [this](const auto& failed) {
+        Draw draw(1);
+        TypeParam list(draw);
+        EXPECT_TRUE(list.IsMade() || failed());
+        if (list.IsMade()) {
+            this->Change(list, draw, 40, failed);
+        }
+    };
+    FaultLoop(scenario, FailAllocation::kBlocks);
 }
 
 REGISTER_TYPED_TEST_SUITE_P(ListModel, RandomChangesMatchAVector, EachAllocationMayFail);
