@@ -150,7 +150,7 @@ protected:
     }
 
     Opened Open(const Source& source, const Stored& stored, const Json& row, bool weak);
-    void Step(Opened* file, const Json& list, int index, int call);
+    void Step(const Stored& stored, Opened* file, const Json& types, int at, int index, int call);
 
     kztest::ReportCatcher reports;
     kztest::RunningLibrary library;
@@ -159,20 +159,6 @@ protected:
 };
 
 // ---- Sources times the index ----
-
-std::string Crc32(const unsigned char* bytes, int count)
-{
-    uInt32 crc = 0xFFFFFFFF;
-    for (; count > 0; --count) {
-        crc ^= *bytes++;
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = crc >> 1 ^ (0xEDB88320 & (0 - (crc & 1)));
-        }
-    }
-    std::array<char, 9> text{};
-    std::snprintf(text.data(), text.size(), "%08X", ~crc);
-    return text.data();
-}
 
 std::string InfoText(_ResourceType type, long long id, long long attrs, const std::string& name)
 {
@@ -192,14 +178,16 @@ Opened ResourceManager::Open(const Source& source, const Stored& stored, const J
     int attrs = -1;
     EXPECT_EQ(RGetFileAttrs(open.refnum, &attrs), expected == 0 ? 0 : kzErrResFileNotOpen);
     EXPECT_EQ(attrs, expected == 0 && source.mode == kRsrcReadOnly ? kRsrcMapReadOnly : 0);
-    if (expected == 0) {
-        _FMFileType type = 0;
-        _FMFileCreator creator = 0;
-        EXPECT_EQ(ZVResFile::RGetFileType(stored.path, &type, &creator), 0);
-        EXPECT_TRUE(type == open.type && creator == open.creator) << "without opening";
-    } else {
-        EXPECT_TRUE(open.type == 0 && open.creator == 0);
-    }
+    int types = 0;
+    EXPECT_EQ(RCountTypes(open.refnum, &types), expected == 0 ? 0 : kzErrResFileNotOpen);
+    const bool isKnown = expected == 0 && row.Has("content");
+    EXPECT_TRUE(!isKnown || types == static_cast<int>(row["content"]["types"].size()));
+    EXPECT_TRUE(!isKnown || open.type == TypeOf(row["content"]["fileType"].Str()));
+    EXPECT_TRUE(!isKnown || open.creator == TypeOf(row["content"]["creator"].Str()));
+    _FMFileType type = 0;
+    _FMFileCreator creator = 0;
+    EXPECT_TRUE(expected != 0 || ZVResFile::RGetFileType(stored.path, &type, &creator) == 0) << "without opening";
+    EXPECT_TRUE(open.type == type && open.creator == creator);
     for (const auto& [kind, text] : {std::pair("sanity", "ZVResFile::ReadRsrcHeader: header validationErr="),
                                      std::pair("map", "ZVResFile::Open: map validation failure ")}) {
         if (result.Has(kind) && !weak) {
@@ -212,27 +200,25 @@ Opened ResourceManager::Open(const Source& source, const Stored& stored, const J
 }
 
 // What the calls by handle tell of a handle that a resource has, or had, or of none.
-void CheckHandle(UHandle handle, bool isResource, const Json& row, const std::string& info)
+void CheckHandle(UHandle handle, bool isResource, const std::string& info, const std::string& data)
 {
     const KzErr expected = isResource && handle != nullptr ? 0 : kzErrResNotFound;
     _ResourceType type = 0;
     int size = 0, id = 0, attrs = 0;
     unsigned char name[256];
     EXPECT_EQ(RSize(handle, &size), expected);
-    EXPECT_EQ(size, expected == 0 ? row["size"].Int() : -1);
+    EXPECT_EQ(size, expected == 0 ? static_cast<int>(data.size()) : -1);
     EXPECT_EQ(RGetInfo(handle, &id, &type, name), expected);
     EXPECT_EQ(RGetAttrs(handle, &attrs), expected);
     EXPECT_TRUE(expected != 0 || InfoText(type, id, attrs, Text(name)) == info);
-    if (handle != nullptr) {
-        EXPECT_EQ(DSGetHandleSize(handle), row["size"].UInt());
-        EXPECT_EQ(Crc32(*handle, static_cast<int>(row["size"].Int())), row["crc32"].Str());
-    }
+    EXPECT_TRUE(handle == nullptr || data == std::string(reinterpret_cast<char*>(*handle), DSGetHandleSize(handle)));
 }
 
 // One of seven calls on a resource of an open file, beside what the index tells of the resource. Whatever the call is,
 // the file knows afterwards which handle the resource has, if any.
-void ResourceManager::Step(Opened* file, const Json& list, int index, int call)
+void ResourceManager::Step(const Stored& stored, Opened* file, const Json& types, int at, int index, int call)
 {
+    const Json& list = types[at - 1];
     const Json& row = list["resources"][index - 1];
     const _ResourceType type = TypeOf(list["type"].Str());
     const int id = static_cast<int>(row["id"].Int());
@@ -246,8 +232,13 @@ void ResourceManager::Step(Opened* file, const Json& list, int index, int call)
     EXPECT_EQ(InfoText(type, gotId, attrs, Text(gotName)), info);
     EXPECT_EQ(RIsLoaded(refnum, type, id), known != nullptr);
     EXPECT_TRUE(RExists(refnum, type, id, &size) == 0 && size == 1);
+    _ResourceType gotType = 0;
+    EXPECT_TRUE(RGetIndType(refnum, &gotType, at) == 0 && gotType == type);
+    EXPECT_EQ(RCount(refnum, type, &size), 0);
+    EXPECT_EQ(size, static_cast<int>(list["resources"].size()));
 
     const KzErr error = row.Has("error") ? static_cast<KzErr>(row["error"].Int()) : 0;
+    const std::string data = error == 0 ? stored.bytes.substr(row["at"].UInt(), row["size"].UInt()) : "";
     const bool isChanged = (attrs & kRsrcChanged) != 0;
     const KzErr ending = known == nullptr || isChanged ? kzErrResNotFound : 0;
     const RFReader reader(refnum);
@@ -286,7 +277,7 @@ void ResourceManager::Step(Opened* file, const Json& list, int index, int call)
 
     for (const UHandle handle : {got, taken}) {
         EXPECT_TRUE(handle == nullptr || known == nullptr || handle == known);
-        CheckHandle(handle, handle != taken, row, info);
+        CheckHandle(handle, handle != taken, info, data);
     }
     known = got != nullptr ? got : taken != nullptr ? nullptr : known;
     DSDisposeHandle(taken);
@@ -311,24 +302,6 @@ void CheckStrings(RsrcFile refnum, const Json& row)
     }
 }
 
-void CheckTypes(const Opened& open, const Json& content)
-{
-    EXPECT_EQ(open.type, TypeOf(content["fileType"].Str()));
-    EXPECT_EQ(open.creator, TypeOf(content["creator"].Str()));
-    int count = -1;
-    EXPECT_EQ(RCountTypes(open.refnum, &count), 0);
-    ASSERT_EQ(count, static_cast<int>(content["types"].size()));
-    for (int i = 1; i <= count; ++i) {
-        const Json& expected = content["types"][i - 1];
-        _ResourceType type = 0;
-        EXPECT_EQ(RGetIndType(open.refnum, &type, i), 0);
-        EXPECT_EQ(type, TypeOf(expected["type"].Str()));
-        int inType = -1;
-        EXPECT_EQ(RCount(open.refnum, type, &inType), 0);
-        EXPECT_EQ(inType, static_cast<int>(expected["resources"].size()));
-    }
-}
-
 // All sources of a file are open at the same time, and get calls at random.
 TEST_F(ResourceManager, StoredFilesGiveWhatTheIndexTells)
 {
@@ -344,15 +317,14 @@ TEST_F(ResourceManager, StoredFilesGiveWhatTheIndexTells)
                 files.push_back(Open(source, stored, row, weak));
                 if (files.back().refnum == 0) {
                     files.pop_back();
-                } else if (row.Has("content")) {
-                    CheckTypes(files.back(), row["content"]);
                 }
             }
             for (unsigned round = 0; round < (row.Has("content") ? 4 * files.size() : 0); ++round) {
-                for (const Json& list : row["content"]["types"].Items()) {
-                    for (std::size_t index = 1; index <= list["resources"].size(); ++index) {
-                        Step(&files[(round + index) % files.size()], list, static_cast<int>(index),
-                             static_cast<int>(random() % 7));
+                const Json& types = row["content"]["types"];
+                for (int at = 1; at <= static_cast<int>(types.size()); ++at) {
+                    for (int index = 1; index <= static_cast<int>(types[at - 1]["resources"].size()); ++index) {
+                        Opened& file = files[(round + static_cast<unsigned>(index)) % files.size()];
+                        Step(stored, &file, types, at, index, static_cast<int>(random() % 7));
                     }
                 }
             }
@@ -425,47 +397,45 @@ protected:
     RsrcFile writable = 0;
 };
 
-// What a call by refnum is made with: its outputs are cleared where it fails, and refused where they are null.
-struct Arguments {
-    RsrcFile refnum;
-    ResFile* file;  // the object of the refnum, or a closed one
-    int missing;    // no id, nor index
-    UHandle* handle = nullptr;
-    int* number = nullptr;
-    _ResourceType* type = nullptr;
-    unsigned char* str = nullptr;
-    const unsigned char** pointer = nullptr;
-    Resource** resource = nullptr;
-    bool* loaded = nullptr;
+// Where a call puts what it gives, whatever that is.
+struct Output {
+    template <typename T>
+    operator T*() const
+    {
+        return reinterpret_cast<T*>(place);
+    }
+    unsigned char* place;
 };
 
 constexpr KzErr kNone = kzErrResNotFound;
 constexpr KzErr kNeverMissing = -1;
 constexpr struct {
-    KzErr missing;  // the code in an open file
-    KzErr (*call)(const Arguments& a);
+    std::size_t size;  // of what the call gives
+    KzErr missing;     // the code in an open file
+    KzErr (*call)(RsrcFile r, ResFile& file, int missing, Output out);
 } kCallsByRefnum[] = {
-    {kNone, [](const Arguments& a) { return RGet(a.refnum, kAAAA, a.missing, a.handle); }},
-    {kNone, [](const Arguments& a) { return RGet(a.refnum, kBBBB, 7, a.handle); }},
-    {kNone, [](const Arguments& a) { return RGetNamed(a.refnum, kAAAA, Bytes("\4luck"), a.handle); }},
-    {kNone, [](const Arguments& a) { return RGetNamed(a.refnum, kBBBB, Bytes("\5lucky"), a.handle); }},
-    {kNone, [](const Arguments& a) { return RGetInd(a.refnum, kAAAA, a.missing, a.handle); }},
-    {kNone, [](const Arguments& a) { return RGetString(a.refnum, a.missing, a.handle); }},
-    {kNone, [](const Arguments& a) { return RExists(a.refnum, kAAAA, a.missing, a.number); }},
-    {kzErrNone, [](const Arguments& a) { return RCount(a.refnum, kBBBB, a.number); }},
-    {kNeverMissing, [](const Arguments& a) { return RCountTypes(a.refnum, a.number); }},
-    {kNeverMissing, [](const Arguments& a) { return RGetFileAttrs(a.refnum, a.number); }},
-    {kNone, [](const Arguments& a) { return RGetIndType(a.refnum, a.type, a.missing); }},
-    {kNone, [](const Arguments& a) { return RGetIndString(a.refnum, a.str, a.missing, 1); }},
-    {kNone, [](const Arguments& a) { return RGetPStr(a.refnum, a.missing, a.str); }},
-    {kNone, [](const Arguments& a) { return RGetIndStringPtr(a.refnum, a.pointer, a.missing, 1, kAAAA); }},
-    {kNone, [](const Arguments& a) { return a.file->RGet(kAAAA, a.missing, a.resource); }},
-    {kNone, [](const Arguments& a) { return a.file->RGetNamed(kAAAA, Bytes(""), a.resource); }},
-    {kNone, [](const Arguments& a) { return a.file->RGetInd(kAAAA, a.missing, a.resource); }},
-    {kNone, [](const Arguments& a) { return a.file->RExists(kAAAA, a.missing, a.number); }},
-    {kNone, [](const Arguments& a) { return a.file->RIsLoaded(kAAAA, a.missing, a.loaded); }},
+    {8, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RGet(r, kAAAA, id, out); }},
+    {8, kNone, [](RsrcFile r, ResFile&, int, Output out) { return RGet(r, kBBBB, 7, out); }},
+    {8, kNone, [](RsrcFile r, ResFile&, int, Output out) { return RGetNamed(r, kAAAA, Bytes("\4luck"), out); }},
+    {8, kNone, [](RsrcFile r, ResFile&, int, Output out) { return RGetNamed(r, kBBBB, Bytes("\5lucky"), out); }},
+    {8, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RGetInd(r, kAAAA, id, out); }},
+    {8, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RGetString(r, id, out); }},
+    {4, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RExists(r, kAAAA, id, out); }},
+    {4, kzErrNone, [](RsrcFile r, ResFile&, int, Output out) { return RCount(r, kBBBB, out); }},
+    {4, kNeverMissing, [](RsrcFile r, ResFile&, int, Output out) { return RCountTypes(r, out); }},
+    {4, kNeverMissing, [](RsrcFile r, ResFile&, int, Output out) { return RGetFileAttrs(r, out); }},
+    {4, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RGetIndType(r, out, id); }},
+    {1, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RGetIndString(r, out, id, 1); }},
+    {1, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RGetPStr(r, id, out); }},
+    {8, kNone, [](RsrcFile r, ResFile&, int id, Output out) { return RGetIndStringPtr(r, out, id, 1, kAAAA); }},
+    {8, kNone, [](RsrcFile, ResFile& file, int id, Output out) { return file.RGet(kAAAA, id, out); }},
+    {8, kNone, [](RsrcFile, ResFile& file, int, Output out) { return file.RGetNamed(kAAAA, Bytes(""), out); }},
+    {8, kNone, [](RsrcFile, ResFile& file, int id, Output out) { return file.RGetInd(kAAAA, id, out); }},
+    {4, kNone, [](RsrcFile, ResFile& file, int id, Output out) { return file.RExists(kAAAA, id, out); }},
+    {1, kNone, [](RsrcFile, ResFile& file, int id, Output out) { return file.RIsLoaded(kAAAA, id, out); }},
 };
 
+// The object is that of the refnum, or a closed one.
 TEST_F(ResourceCalls, ByRefnumRefuseAndClear)
 {
     const RsrcFile stale = writable;
@@ -473,26 +443,19 @@ TEST_F(ResourceCalls, ByRefnumRefuseAndClear)
     ZVResFile closed;
     for (const RsrcFile refnum : {constant, 0u, 5u, 0xFFFFFFFFu, stale}) {
         const bool isOpen = refnum == constant;
-        ResFile* const file = isOpen ? kz::FileOrNull<ResFile>(constant) : &closed;
+        ResFile& file = isOpen ? *kz::FileOrNull<ResFile>(constant) : closed;
         for (const int missing : {0, 10, -2, 0x7FFFFFFF, -0x7FFFFFFF - 1}) {
             for (const auto& row : kCallsByRefnum) {
                 SCOPED_TRACE("row " + std::to_string(&row - kCallsByRefnum) + " without " + std::to_string(missing));
-                EXPECT_EQ(row.call({refnum, file, missing}), kzErrArgument);
-                if (isOpen && row.missing == kNeverMissing) {
-                    continue;
+                EXPECT_EQ(row.call(refnum, file, missing, {nullptr}), kzErrArgument);
+                if (!isOpen || row.missing != kNeverMissing) {
+                    alignas(8) std::array<unsigned char, 256> out;
+                    out.fill(5);
+                    EXPECT_EQ(row.call(refnum, file, missing, {out.data()}),
+                              isOpen ? row.missing : kzErrResFileNotOpen);
+                    EXPECT_EQ(std::string(out.begin(), out.end()),
+                              std::string(row.size, '\0') + std::string(out.size() - row.size, '\5'));
                 }
-                UHandle handle = source;
-                int number = 5;
-                _ResourceType type = 5;
-                unsigned char str[256] = {5};
-                const unsigned char* pointer = str;
-                Resource* resource = NULLResource::Instance();
-                bool loaded = true;
-                EXPECT_EQ(row.call({refnum, file, missing, &handle, &number, &type, str, &pointer, &resource, &loaded}),
-                          isOpen ? row.missing : kzErrResFileNotOpen);
-                EXPECT_EQ((handle == nullptr) + (number == 0) + (type == 0) + (str[0] == 0) + (pointer == nullptr) +
-                              (resource == nullptr) + !loaded,
-                          1);
             }
             EXPECT_FALSE(RIsLoaded(refnum, kAAAA, missing));
             EXPECT_EQ(RGetIndInfo(refnum, kAAAA, missing, nullptr, nullptr, nullptr),
@@ -515,6 +478,9 @@ TEST_F(ResourceCalls, OthersRefuse)
     RsrcList* entry = nullptr;
     _ResourceType type = 0;
     Resource* none = nullptr;
+    UHandle handle = source;
+    const void* data = &handle;
+    int size = 5;
     const char* const kNoSeek = "cannot seek to start of";
     const char* const kNoArgument = "ZVResFile::ReadRsrcHeader, Bad Argument";
     const char* const kNoOutput = "ResCache::FindRL, outType or outRLEntry are NULL";
@@ -552,13 +518,17 @@ TEST_F(ResourceCalls, OthersRefuse)
         {"attributes of no resource", RGetAttrs(source, &shift), kzErrResNotFound},
         {"no output of the attributes", RGetAttrs(source, nullptr), kzErrArgument},
         {"detaching no resource", RDetach(source), kzErrResNotFound},
+        {"data, closed reader", RFReader().PtrToResDataInternal(kAAAA, 7, &data, &size), kzErrResNotFound},
+        {"handle, closed reader", RFReader().AllocDSHandle(kAAAA, 7, &handle), kzErrResNotFound},
+        {"null handle, reader", RFReader(constant).AllocDSHandle(kAAAA, 7, nullptr), kzErrArgument},
+        {"closed reader", RFReader().Close(), kzErrNotFound},
         {"releasing no resource", RRelease(source), kzErrResNotFound, kNoResource},
     };
     for (const auto& row : kRows) {
         EXPECT_EQ(row.result, row.expected) << row.name;
         EXPECT_TRUE(row.report == nullptr || reports.Take(kDbgWarning, row.report)) << row.name;
     }
-    EXPECT_TRUE(refnum == 0 && shift == -1);
+    EXPECT_TRUE(refnum == 0 && shift == -1 && data == nullptr && size == 0 && handle == nullptr);
 }
 
 // ---- What is unique to a call ----
@@ -584,8 +554,9 @@ TEST_F(ResourceCalls, TheHandleCacheKeepsTwoPairs)
 }
 
 // Constant bytes are served in place, and what can be written is copied. A handle that is given up leaves the resource
-// in its file, without bytes.
-TEST_F(ResourceCalls, AResourceKnowsWhereItsBytesAre)
+// in its file, without bytes. Changes are refused to constant bytes, and held by others, which then can't be closed
+// well.
+TEST_F(ResourceCalls, BytesAndChanges)
 {
     for (const RsrcFile refnum : {constant, writable}) {
         Resource* const resource = Seven(refnum);
@@ -598,30 +569,21 @@ TEST_F(ResourceCalls, AResourceKnowsWhereItsBytesAre)
         EXPECT_TRUE(resource->ContainsHandle(handle) && !resource->ContainsHandle(nullptr));
         EXPECT_EQ(resource->DetachHandle(), 0);
         EXPECT_STREQ(kz::ResourceFault(), nullptr);
-        int size = 5;
+        int size = 5, attrs = 0;
         EXPECT_EQ(RSize(handle, &size), kzErrResNotFound);
         EXPECT_EQ(DSDisposeHandle(handle), 0);
         EXPECT_EQ(resource->RSize(&size), 0);
         EXPECT_TRUE(size == 0 && resource->GetSize() == 0 && resource->GetData() == nullptr);
         EXPECT_EQ(RGet(refnum, kAAAA, 7, &handle), kzErrMemoryFull) << "no handle leads to it";
         EXPECT_TRUE(RIsLoaded(refnum, kAAAA, 7));
-    }
-}
 
-TEST_F(ResourceCalls, ChangesAreRefusedReadOnlyAndHeldOtherwise)
-{
-    EXPECT_EQ(Seven(constant)->RChanged(), kzErrNoPermission);
-    EXPECT_EQ(Seven(constant)->RSetAttrs(kRsrcProtected), kzErrNoPermission);
-    Resource* const resource = Seven(writable);
-    EXPECT_EQ(resource->RSetAttrs(kRsrcProtected), 0);
-    EXPECT_EQ(resource->RChanged(), 0);
-    int attrs = 0;
-    EXPECT_EQ(resource->RGetAttrs(&attrs), 0);
-    EXPECT_EQ(attrs, kRsrcProtected | kRsrcChanged);
-    EXPECT_EQ(RGetFileAttrs(writable, &attrs), 0);
-    EXPECT_EQ(attrs, kRsrcMapChanged);
-    EXPECT_EQ(resource->RRelease(), kzErrArgument);
-    EXPECT_TRUE(reports.Take(kDbgWarning, kRefusedRelease));
+        EXPECT_EQ(resource->RSetAttrs(kRsrcProtected), refnum == constant ? kzErrNoPermission : 0);
+        EXPECT_EQ(resource->RChanged(), refnum == constant ? kzErrNoPermission : 0);
+        EXPECT_EQ(resource->RGetAttrs(&attrs), 0);
+        EXPECT_EQ(attrs, refnum == constant ? 0 : kRsrcProtected | kRsrcChanged);
+        EXPECT_EQ(RGetFileAttrs(refnum, &attrs), 0);
+        EXPECT_EQ(attrs, refnum == constant ? kRsrcMapReadOnly : kRsrcMapChanged);
+    }
     EXPECT_EQ(RCloseFile(writable), kzErrNoPermission) << "changes can't be written";
     EXPECT_EQ(DSCheckHandle(source), kzErrBadZone) << "closed all the same";
 }
@@ -630,18 +592,11 @@ TEST_F(ResourceCalls, AReaderOwnsWhatItOpens)
 {
     const Stored stored(folder, image.Bytes());
     RFReader reader;
-    UHandle handle = source;
-    const void* data = &handle;
-    int size = 5;
-    EXPECT_EQ(reader.Close(), kzErrNotFound);
-    EXPECT_EQ(reader.PtrToResDataInternal(kAAAA, 7, &data, &size), kzErrResNotFound);
-    EXPECT_TRUE(data == nullptr && size == 0);
-    EXPECT_EQ(reader.AllocDSHandle(kAAAA, 7, &handle), kzErrResNotFound);
-    EXPECT_EQ(handle, nullptr);
-    EXPECT_EQ(reader.AllocDSHandle(kAAAA, 7, nullptr), kzErrArgument);
     EXPECT_EQ(reader.LowLevelResChain(), nullptr);
     EXPECT_TRUE(reports.Take(kDbgFatal, "Uninitialized RFReader"));
-
+    UHandle handle = nullptr;
+    const void* data = nullptr;
+    int size = 5;
     _FMFileType type = 0;
     EXPECT_EQ(reader.OpenPath(stored.path, 1, &type, nullptr), 0);
     EXPECT_EQ(type, TypeOf("TEST"));

@@ -59,19 +59,15 @@ public:
             }
         }
         map += lists;
-        mHeader = std::string("RSRC\r\n\0\3", 8) + fileType + "MAKE" + Big(32 + data.size(), 4) +
-                  Big(52 + map.size() + names.size(), 4) + Big(32, 4) + Big(data.size(), 4);
-        mMap = mHeader + Big(0, 12) + Big(52, 4) + Big(names.empty() ? 0 : 52 + map.size(), 4) + map + names;
-        mBytes = mHeader + data + mMap;
+        const std::string header = std::string("RSRC\r\n\0\3", 8) + fileType + "MAKE" + Big(32 + data.size(), 4) +
+                                   Big(52 + map.size() + names.size(), 4) + Big(32, 4) + Big(data.size(), 4);
+        mBytes = header + data + header + Big(0, 12) + Big(52, 4) + Big(names.empty() ? 0 : 52 + map.size(), 4) + map +
+                 names;
     }
 
     const std::string& Bytes() const { return mBytes; }
-    const std::string& Header() const { return mHeader; }
-    const std::string& Map() const { return mMap; }
 
 private:
-    std::string mHeader;
-    std::string mMap;
     std::string mBytes;
 };
 
