@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <climits>
 #include <cstdint>
@@ -13,9 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "BinDataReader.h"
-#include "BinDataWriter.h"
-#include "ByteOrder.h"
+#include "BinDataValues.h"
 #include "JsonLines.h"
 #include "RunningMemory.h"
 #include "SlotOf.h"
@@ -25,10 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace {
 
+using namespace kzfuzz;
 using kztest::Json;
 using kztest::LStrHandle;
-using kztest::LStrValue;
-using kztest::PStrValue;
 
 class BinDataTest : public kztest::MemoryTest {
 protected:
@@ -89,41 +87,36 @@ const Endianizer* OrderOf(const Json& row)
     return order == "big" ? BigEndianizer() : order == "little" ? LittleEndianizer() : NativeEndianizer();
 }
 
-floatExt Extended(double value)
+Kind KindOf(const Json& op)
 {
-    const long double wide = value;
-    floatExt x;
-    std::memcpy(x.bytes, &wide, sizeof x.bytes);
-    return x;
+    constexpr const char* kNames[] = {"I8",    "U8",   "Bool",  "I16",  "U16",        "I32",  "U32",
+                                      "I64",   "U64",  "4Char", "F32",  "F64",        "FX",   "Array",
+                                      "Bytes", "Skip", "Align", "PStr", "PStrNarrow", "LStr", "LStrNarrow"};
+    return static_cast<Kind>(std::find(std::begin(kNames), std::end(kNames), op[0].Str()) - kNames);
+}
+
+std::string IntegerOf(Kind kind, const Json& value)
+{
+    constexpr std::size_t kSizes[] = {1, 1, 1, 2, 2, 4, 4, 8, 8};
+    return BytesOf(kind == kU64 ? value.UInt() : static_cast<uInt64>(value.Int())).substr(0, kSizes[kind]);
 }
 
 unsigned long WriteOne(BinDataWriter& writer, const Json& op)
 {
-    const std::string& kind = op[0].Str();
+    const Kind kind = KindOf(op);
     const Json& value = op[1];
-    const auto number = [&] { return std::bit_cast<double>(std::stoull(value.Str(), nullptr, 16)); };
-    const auto second = [&] { return static_cast<uInt32>(op[2].UInt()); };
-    if (kind == "I8") return writer.WriteI8(static_cast<int8>(value.Int()));
-    if (kind == "U8") return writer.WriteU8(static_cast<uInt8>(value.Int()));
-    if (kind == "Bool") return writer.WriteBool(static_cast<uInt8>(value.Int()));
-    if (kind == "I16") return writer.WriteI16(static_cast<int16>(value.Int()));
-    if (kind == "U16") return writer.WriteU16(static_cast<uInt16>(value.Int()));
-    if (kind == "I32") return writer.WriteI32(static_cast<int32>(value.Int()));
-    if (kind == "U32") return writer.WriteU32(static_cast<uInt32>(value.Int()));
-    if (kind == "I64") return writer.WriteI64(value.Int());
-    if (kind == "U64") return writer.WriteU64(value.UInt());
-    if (kind == "4Char") return writer.Write4Char(kz::LoadNative<uInt32>(value.Str().data()));
-    if (kind == "F32") return writer.WriteF32(static_cast<float>(number()));
-    if (kind == "F64") return writer.WriteF64(number());
-    if (kind == "FX") return writer.WriteFX(Extended(number()));
-    if (kind == "Align") return writer.Align(static_cast<uInt32>(value.UInt()));
-    if (kind == "Bytes") return writer.WriteBytes(value.Str().data(), value.Str().size());
-    if (kind == "Array") return writer.WriteArray(value.Str().data(), value.Str().size() / second(), second());
-    if (kind == "LStrNarrow") return writer.WriteLStrFromNarrow(value.Str());
-    if (kind == "PStrNarrow") return writer.WritePStrFromNarrow(value.Str(), second());
-    if (kind == "LStr") return writer.WriteLStr(value.IsNull() ? nullptr : LStrValue(value.Str()).Get());
-    EXPECT_EQ(kind, "PStr");
-    return value.IsNull() ? writer.WritePStr(nullptr, second()) : writer.WritePStr(PStrValue(value.Str()), second());
+    const uInt32 boundary = static_cast<uInt32>(kind == kAlign ? value.UInt() : op.size() > 2 ? op[2].UInt() : 0);
+    if (value.IsNull()) {
+        return kind == kLStr ? writer.WriteLStr(nullptr) : writer.WritePStr(nullptr, boundary);
+    }
+    std::string bytes = value.IsString() ? value.Str() : kind < k4Char ? IntegerOf(kind, value) : "";
+    if (kind >= kF32 && kind <= kFX) {
+        const double number = std::bit_cast<double>(std::stoull(bytes, nullptr, 16));
+        bytes = kind == kF32   ? BytesOf(static_cast<float>(number))
+                : kind == kF64 ? BytesOf(number)
+                               : BytesOf(static_cast<long double>(number)).substr(0, sizeof(floatExt));
+    }
+    return WriteValue(writer, {kind, boundary, bytes});
 }
 
 void CheckWritten(const Json& row, const Endianizer* order)
@@ -150,80 +143,52 @@ void CheckWritten(const Json& row, const Endianizer* order)
     EXPECT_EQ(expected, byCalls);
 }
 
-template <typename T>
-std::string BytesOf(const T& value)
-{
-    return {reinterpret_cast<const char*>(&value), sizeof value};
-}
-
-// The bits of a float, the first digit first, as the rows have them.
-template <typename T>
-std::string DigitsOf(T value)
-{
-    const std::string bytes = BytesOf(value);
-    return {bytes.rbegin(), bytes.rend()};
-}
-
-// What an operation reads: a number as text, bytes, or "null".
+// What an operation reads: the bytes of a number or text, or "null".
 std::string ReadOne(BinDataReader& reader, const Json& op)
 {
-    const std::string& kind = op[0].Str();
-    const auto argument = [&](int i) { return op[i].UInt(); };
-    if (kind == "I8") return std::to_string(reader.ReadI8());
-    if (kind == "U8") return std::to_string(reader.ReadU8());
-    if (kind == "Bool") return std::to_string(reader.ReadBool());
-    if (kind == "I16") return std::to_string(reader.ReadI16());
-    if (kind == "U16") return std::to_string(reader.ReadU16());
-    if (kind == "I32") return std::to_string(reader.ReadI32());
-    if (kind == "U32") return std::to_string(reader.ReadU32());
-    if (kind == "I64") return std::to_string(reader.ReadI64());
-    if (kind == "U64") return std::to_string(reader.ReadU64());
-    if (kind == "F32") return DigitsOf(reader.ReadF32());
-    if (kind == "F64") return DigitsOf(reader.ReadF64());
-    if (kind == "FX") return BytesOf(reader.ReadFX());
-    if (kind == "4Char") return BytesOf(reader.Read4Char());
-    if (kind == "Align" || kind == "Skip") {
-        kind == "Align" ? reader.Align(static_cast<uInt32>(argument(1))) : reader.Skip(argument(1));
-        return "null";
-    }
-    if (kind == "PStr") {
-        unsigned char text[256];
-        reader.ReadPStr(text, static_cast<uInt32>(argument(1)));
-        return {reinterpret_cast<const char*>(text + 1), text[0]};
-    }
-    if (kind == "LStr") {
-        LStr** const string = reader.ReadLStr();
-        const std::string text = string == nullptr ? "null" : kztest::TextOf(*string);
-        DSDisposeHandle(string);
-        return text;
-    }
+    const Kind kind = KindOf(op);
+    const unsigned long size = op.size() > 1 ? op[1].UInt() : 0;
+    const uInt32 boundary = static_cast<uInt32>(size);
     std::string text = "before";
-    if (kind == "PStrNarrow") {
-        reader.ReadPStrAsNarrow(&text, static_cast<uInt32>(argument(1)));
-    } else if (kind == "LStrNarrow") {
+    if (kind <= kFX) {
+        text = ReadNumber(reader, kind);
+    } else if (kind == kAlign || kind == kSkip) {
+        kind == kAlign ? reader.Align(boundary) : reader.Skip(size);
+        text = "null";
+    } else if (kind == kPStr) {
+        unsigned char string[256];
+        reader.ReadPStr(string, boundary);
+        text.assign(reinterpret_cast<const char*>(string + 1), string[0]);
+    } else if (kind == kLStr) {
+        LStr** const string = reader.ReadLStr();
+        text = string == nullptr ? "null" : kztest::TextOf(*string);
+        DSDisposeHandle(string);
+    } else if (kind == kPStrAsNarrow) {
+        reader.ReadPStrAsNarrow(&text, boundary);
+    } else if (kind == kLStrAsNarrow) {
         reader.ReadLStrAsNarrow(&text);
-    } else if (kind == "Bytes") {
-        text.assign(argument(1), '#');
-        reader.ReadBytes(text.data(), text.size());
+    } else if (kind == kBytes) {
+        text.assign(size, '#');
+        reader.ReadBytes(text.data(), size);
     } else {
-        EXPECT_EQ(kind, "Array");
-        text.assign(argument(1) * argument(2), '#');
-        reader.ReadArray(text.data(), argument(1), static_cast<uInt32>(argument(2)));
+        EXPECT_EQ(kind, kArray);
+        text.assign(size * op[2].UInt(), '#');
+        reader.ReadArray(text.data(), size, static_cast<uInt32>(op[2].UInt()));
     }
     return text;
 }
 
 std::string Expected(const Json& op, const Json& value)
 {
-    std::string text = "null";
-    if (value.IsString()) {
-        text = value.Hex();
-    } else if (!value.IsNull() && op[0].Str() == "LStr") {
-        text = std::string(value["zeros"].UInt(), '\0');
-    } else if (!value.IsNull()) {
-        text = op[0].Str() == "U64" ? std::to_string(value.UInt()) : std::to_string(value.Int());
+    const Kind kind = KindOf(op);
+    if (value.IsNull()) {
+        return "null";
     }
-    return text;
+    if (value.IsString()) {
+        const std::string bytes = value.Hex();  // of a float the first digit first
+        return kind == kF32 || kind == kF64 ? std::string(bytes.rbegin(), bytes.rend()) : bytes;
+    }
+    return kind == kLStr ? std::string(value["zeros"].UInt(), '\0') : IntegerOf(kind, value);
 }
 
 void CheckRead(const Json& row, const Endianizer* order)
