@@ -358,7 +358,7 @@ std::string Handed(OutputBuf& buffer, bool release)
         return "none";
     }
     const std::string block(reinterpret_cast<char*>(*handle), DSGetHandleSize(handle));
-    EXPECT_TRUE(string == nullptr || (*string)->cnt + 4ul == block.size());
+    EXPECT_TRUE(string == nullptr || kztest::TextOf(*string).size() + 4 == block.size());
     DSDisposeHandle(release ? handle : nullptr);
     return block.substr(string == nullptr ? 0 : 4);
 }
