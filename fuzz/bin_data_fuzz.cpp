@@ -11,57 +11,19 @@
 #include <string_view>
 #include <vector>
 
-#include "BinDataReader.h"
-#include "BinDataWriter.h"
+#include "BinDataValues.h"
 #include "FuzzLibrary.h"
 #include "MemoryChecks.h"
 #include "MemoryManager.h"
 
 namespace {
 
-using kzfuzz::Require;
-
-enum Kind {
-    kI8,
-    kU8,
-    kBool,
-    kI16,
-    kU16,
-    kI32,
-    kU32,
-    kI64,
-    kU64,
-    k4Char,
-    kF32,
-    kF64,
-    kFX,  // the last scalar
-    kArray,
-    kBytes,
-    kSkip,
-    kAlign,
-    kPStr,
-    kPStrAsNarrow,
-    kLStr,
-    kLStrAsNarrow,
-    kNoBytes,
-    kSetError,
-    kGetError,
-    kShortAccess,
-    kStrictAccess,
-    kKinds
-};
+using namespace kzfuzz;
 
 struct Order {
     const Endianizer* endianizer;
     bool isBig;
     bool isNative;
-};
-
-// What an operation has read: a number as the host has it, or text.
-struct Value {
-    Kind kind;
-    uInt32 boundary;  // the width of an array's numbers
-    std::string bytes;
 };
 
 // An extended float from its stored form, big-endian.
@@ -101,85 +63,6 @@ std::string Decoded(Kind kind, const Order& order, const unsigned char* wire)
         std::reverse(bytes.begin(), bytes.end());
     }
     return bytes;
-}
-
-template <typename T>
-std::string BytesOf(const T& value)
-{
-    return {reinterpret_cast<const char*>(&value), sizeof value};
-}
-
-std::string ReadNumber(BinDataReader& reader, Kind kind)
-{
-    switch (kind) {
-        case kI8:
-            return BytesOf(reader.ReadI8());
-        case kU8:
-            return BytesOf(reader.ReadU8());
-        case kBool:
-            return BytesOf(reader.ReadBool());
-        case kI16:
-            return BytesOf(reader.ReadI16());
-        case kU16:
-            return BytesOf(reader.ReadU16());
-        case kI32:
-            return BytesOf(reader.ReadI32());
-        case kU32:
-            return BytesOf(reader.ReadU32());
-        case kI64:
-            return BytesOf(reader.ReadI64());
-        case kU64:
-            return BytesOf(reader.ReadU64());
-        case k4Char:
-            return BytesOf(reader.Read4Char());
-        case kF32:
-            return BytesOf(reader.ReadF32());
-        case kF64:
-            return BytesOf(reader.ReadF64());
-        default:
-            return BytesOf(reader.ReadFX());
-    }
-}
-
-template <typename T>
-T From(const std::string& bytes)
-{
-    T value;
-    std::memcpy(&value, bytes.data(), sizeof value);
-    return value;
-}
-
-unsigned long WriteNumber(BinDataWriter& writer, const Value& value)
-{
-    const std::string& bytes = value.bytes;
-    switch (value.kind) {
-        case kI8:
-            return writer.WriteI8(From<int8>(bytes));
-        case kU8:
-            return writer.WriteU8(From<uInt8>(bytes));
-        case kBool:
-            return writer.WriteBool(From<uInt8>(bytes));
-        case kI16:
-            return writer.WriteI16(From<int16>(bytes));
-        case kU16:
-            return writer.WriteU16(From<uInt16>(bytes));
-        case kI32:
-            return writer.WriteI32(From<int32>(bytes));
-        case kU32:
-            return writer.WriteU32(From<uInt32>(bytes));
-        case kI64:
-            return writer.WriteI64(From<int64>(bytes));
-        case kU64:
-            return writer.WriteU64(From<uInt64>(bytes));
-        case k4Char:
-            return writer.Write4Char(From<uInt32>(bytes));
-        case kF32:
-            return writer.WriteF32(From<float>(bytes));
-        case kF64:
-            return writer.WriteF64(From<double>(bytes));
-        default:
-            return writer.WriteFX(From<floatExt>(bytes));
-    }
 }
 
 // What a buffer with a reader has to do.
@@ -426,11 +309,12 @@ private:
     {
         const bool isPeek = argument % 2 == 1;
         const std::size_t there = m_model.bufferError() == kzErrNone ? m_model.left() : 0;
-        const std::size_t expected = std::min<std::size_t>(argument, there);
+        const unsigned long size = argument >= 254 ? ~0ul : argument;  // its sum with a position wraps
+        const std::size_t expected = std::min<std::size_t>(size, there);
         for (int i = 0; i < (isPeek ? 2 : 1); ++i) {
             KzErr err = kzErrNone;
             unsigned long got = 99;
-            const void* const start = m_buffer.GetDataPointer(argument, err, &got, isPeek ? 1 : 0);
+            const void* const start = m_buffer.GetDataPointer(size, err, &got, isPeek ? 1 : 0);
             Require(got == expected && err == m_model.bufferError(), "a short access has another size or error");
             Require(start == (expected == 0 ? nullptr : m_model.at()), "a short access gives another place");
         }
@@ -444,37 +328,6 @@ private:
     BinDataReader m_reader;
     std::vector<Value> m_values;
 };
-
-unsigned long WriteValue(BinDataWriter& writer, const Value& value)
-{
-    const std::string& bytes = value.bytes;
-    switch (value.kind) {
-        case kArray:
-            return writer.WriteArray(bytes.data(), bytes.size() / value.boundary, value.boundary);
-        case kBytes:
-        case kSkip:
-            return writer.WriteBytes(bytes.data(), bytes.size());
-        case kAlign:
-            return writer.Align(value.boundary);
-        case kPStrAsNarrow:
-            return writer.WritePStrFromNarrow(bytes, value.boundary);
-        case kPStr: {
-            const std::string string = static_cast<char>(bytes.size()) + bytes;
-            return writer.WritePStr(reinterpret_cast<const unsigned char*>(string.data()), value.boundary);
-        }
-        case kLStrAsNarrow:
-            return writer.WriteLStrFromNarrow(bytes);
-        case kLStr: {
-            std::vector<int32> block(2 + bytes.size() / sizeof(int32));
-            auto* const string = reinterpret_cast<LStr*>(block.data());
-            string->cnt = static_cast<int32>(bytes.size());
-            std::memcpy(block.data() + 1, bytes.data(), bytes.size());
-            return writer.WriteLStr(bytes.empty() ? nullptr : string);
-        }
-        default:
-            return WriteNumber(writer, value);
-    }
-}
 
 // The sizes that the writes gave; their sum is the position.
 std::vector<unsigned long> WriteAll(OutputBuf& buffer, const Order& order, const std::vector<Value>& values)

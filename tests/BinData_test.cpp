@@ -1,38 +1,48 @@
-// Typed reading and writing of binary streams. Random programs beside a model are those of the fuzz harness bin_data,
-// which the tests run too.
+// Binary streams: stored streams through every kind of buffer and order, random programs beside the model of the fuzz
+// harness bin_data, and what neither can say.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <climits>
+#include <cstdint>
 #include <cstring>
+#include <memory>
+#include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
-#include "BinDataReader.h"
-#include "BinDataWriter.h"
-#include "ByteOrder.h"
-#include "FaultLoop.h"
+#include "BinDataValues.h"
 #include "JsonLines.h"
-#include "MemoryManager.h"
-#include "ReportCatcher.h"
 #include "RunningMemory.h"
 #include "SlotOf.h"
 #include "TestStrings.h"
 
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
 namespace {
 
+using namespace kzfuzz;
 using kztest::Json;
-using kztest::LStrValue;
-using kztest::PStrValue;
+using kztest::LStrHandle;
 
-class BinDataTest : public testing::Test {
+class BinDataTest : public kztest::MemoryTest {
 protected:
-    kztest::ReportCatcher reports;
-    kztest::RunningMemory memory;
+    // What buffers and writers that ended with an error told, in the order of their ends; "full; " of the memory.
+    std::string TakeFinished()
+    {
+        std::string all;
+        for (const auto& [level, text] : reports.TakeRows()) {
+            EXPECT_EQ(level, kDbgWarning);
+            all += text.find("Memory error 2") == 0 ? "full; " : text.substr(0, text.find(" error")) + "; ";
+        }
+        return all;
+    }
 };
 
-// Buffers of a host, which readers and writers may reach by calls only.
+// Buffers and an order of a host, which readers and writers may reach by calls only.
 class HostInput : public MemInputBuf {
 public:
     using MemInputBuf::MemInputBuf;
@@ -47,41 +57,29 @@ class HostOutput : public StaticOutputBuf {
 public:
     using StaticOutputBuf::StaticOutputBuf;
 };
+class HostOrder final : public Endianizer {
+public:
+    explicit HostOrder(const Endianizer* order) : m(*order) {}
+    int32 ReadAWord(const void* source) const override { return m.ReadAWord(source); }
+    int32 ReadALong(const void* source) const override { return m.ReadALong(source); }
+    void Read2ByteVal(const void* source, void* dest) const override { m.Read2ByteVal(source, dest); }
+    void Read4ByteVal(const void* source, void* dest) const override { m.Read4ByteVal(source, dest); }
+    void Read8ByteVal(const void* source, void* dest) const override { m.Read8ByteVal(source, dest); }
+    void ReadExtVal(const void* source, floatExt* dest) const override { m.ReadExtVal(source, dest); }
+    void Read16ByteVal(const void* source, void* dest) const override { m.Read16ByteVal(source, dest); }
+    void Write2ByteVal(const void* source, void* dest) const override { m.Write2ByteVal(source, dest); }
+    void Write4ByteVal(const void* source, void* dest) const override { m.Write4ByteVal(source, dest); }
+    void Write8ByteVal(const void* source, void* dest) const override { m.Write8ByteVal(source, dest); }
+    void WriteExtVal(const floatExt* source, void* dest) const override { m.WriteExtVal(source, dest); }
+    void Write16ByteVal(const void* source, void* dest) const override { m.Write16ByteVal(source, dest); }
+    uInt32 SizeOfExt() const override { return m.SizeOfExt(); }
+    bool IsSwapping() const override { return m.IsSwapping(); }
 
-floatExt Extended(double value)
-{
-    const long double wide = value;
-    floatExt x;
-    std::memcpy(x.bytes, &wide, sizeof x.bytes);
-    return x;
-}
+private:
+    const Endianizer& m;
+};
 
 // ---- Stored streams ----
-
-std::string HexOf(const void* bytes, std::size_t size)
-{
-    std::string hex;
-    for (std::size_t i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char*>(bytes)[i]);
-        hex += digits;
-    }
-    return hex;
-}
-
-std::string HexOf(const std::string& bytes)
-{
-    return HexOf(bytes.data(), bytes.size());
-}
-
-// Numbers are written with the first digit first.
-template <typename T>
-std::string DigitsOf(T value)
-{
-    char bytes[sizeof value];
-    kz::StoreBig(bytes, value);
-    return HexOf(bytes, sizeof bytes);
-}
 
 const Endianizer* OrderOf(const Json& row)
 {
@@ -89,157 +87,155 @@ const Endianizer* OrderOf(const Json& row)
     return order == "big" ? BigEndianizer() : order == "little" ? LittleEndianizer() : NativeEndianizer();
 }
 
+Kind KindOf(const Json& op)
+{
+    constexpr const char* kNames[] = {"I8",    "U8",   "Bool",  "I16",  "U16",        "I32",  "U32",
+                                      "I64",   "U64",  "4Char", "F32",  "F64",        "FX",   "Array",
+                                      "Bytes", "Skip", "Align", "PStr", "PStrNarrow", "LStr", "LStrNarrow"};
+    return static_cast<Kind>(std::find(std::begin(kNames), std::end(kNames), op[0].Str()) - kNames);
+}
+
+std::string IntegerOf(Kind kind, const Json& value)
+{
+    constexpr std::size_t kSizes[] = {1, 1, 1, 2, 2, 4, 4, 8, 8};
+    return BytesOf(kind == kU64 ? value.UInt() : static_cast<uInt64>(value.Int())).substr(0, kSizes[kind]);
+}
+
 unsigned long WriteOne(BinDataWriter& writer, const Json& op)
 {
-    const std::string& kind = op[0].Str();
+    const Kind kind = KindOf(op);
     const Json& value = op[1];
-    const auto number = [&] { return std::bit_cast<double>(std::stoull(value.Str(), nullptr, 16)); };
-    const auto second = [&] { return static_cast<uInt32>(op[2].UInt()); };
-    if (kind == "I8") return writer.WriteI8(static_cast<int8>(value.Int()));
-    if (kind == "U8") return writer.WriteU8(static_cast<uInt8>(value.Int()));
-    if (kind == "Bool") return writer.WriteBool(static_cast<uInt8>(value.Int()));
-    if (kind == "I16") return writer.WriteI16(static_cast<int16>(value.Int()));
-    if (kind == "U16") return writer.WriteU16(static_cast<uInt16>(value.Int()));
-    if (kind == "I32") return writer.WriteI32(static_cast<int32>(value.Int()));
-    if (kind == "U32") return writer.WriteU32(static_cast<uInt32>(value.Int()));
-    if (kind == "I64") return writer.WriteI64(value.Int());
-    if (kind == "U64") return writer.WriteU64(value.UInt());
-    if (kind == "4Char") return writer.Write4Char(kz::LoadNative<uInt32>(value.Str().data()));
-    if (kind == "F32") return writer.WriteF32(static_cast<float>(number()));
-    if (kind == "F64") return writer.WriteF64(number());
-    if (kind == "FX") return writer.WriteFX(Extended(number()));
-    if (kind == "Align") return writer.Align(static_cast<uInt32>(value.UInt()));
-    if (kind == "Bytes") return writer.WriteBytes(value.Str().data(), value.Str().size());
-    if (kind == "Array") return writer.WriteArray(value.Str().data(), value.Str().size() / second(), second());
-    if (kind == "LStrNarrow") return writer.WriteLStrFromNarrow(value.Str());
-    if (kind == "PStrNarrow") return writer.WritePStrFromNarrow(value.Str(), second());
-    if (kind == "LStr") return writer.WriteLStr(value.IsNull() ? nullptr : LStrValue(value.Str()).Get());
-    EXPECT_EQ(kind, "PStr");
-    return value.IsNull() ? writer.WritePStr(nullptr, second()) : writer.WritePStr(PStrValue(value.Str()), second());
-}
-
-TEST_F(BinDataTest, WrittenStreams)
-{
-    for (const Json& row : kztest::ReadJsonLines("vectors/byte_streams.jsonl")) {
-        if (row["kind"].Str() != "write") {
-            continue;
-        }
-        SCOPED_TRACE(row.Line());
-        const std::string expected = row["bytes"].Hex();
-        HandleOutputBuf handle(0);
-        LStrOutputBuf string(3ul);
-        PreflightOutputBuf preflight;
-        std::string exact(expected.size(), 0), byCalls(expected.size(), 0);
-        StaticOutputBuf fixed(exact.data(), exact.size());
-        HostOutput host(byCalls.data(), byCalls.size());
-        for (OutputBuf* buffer : std::initializer_list<OutputBuf*>{&handle, &string, &preflight, &fixed, &host}) {
-            BinDataWriter writer(buffer, OrderOf(row));
-            const auto& ops = row["ops"].Items();
-            for (std::size_t i = 0; i < ops.size(); ++i) {
-                EXPECT_EQ(row["results"][i].UInt(), WriteOne(writer, ops[i])) << "operation " << i;
-            }
-            EXPECT_EQ(writer.GetError(), kzErrNone);
-            EXPECT_EQ(buffer->GetBytesWritten(), expected.size());
-        }
-        const UHandle bytes = handle.GetHandle(false);
-        EXPECT_EQ(HexOf(expected), HexOf(*bytes, DSGetHandleSize(bytes)));
-        EXPECT_EQ(HexOf(expected), HexOf(kztest::TextOf(*string.GetHandle(false))));
-        EXPECT_EQ(HexOf(expected), HexOf(exact));
-        EXPECT_EQ(HexOf(expected), HexOf(byCalls));
+    const uInt32 boundary = static_cast<uInt32>(kind == kAlign ? value.UInt() : op.size() > 2 ? op[2].UInt() : 0);
+    if (value.IsNull()) {
+        return kind == kLStr ? writer.WriteLStr(nullptr) : writer.WritePStr(nullptr, boundary);
     }
+    std::string bytes = value.IsString() ? value.Str() : kind < k4Char ? IntegerOf(kind, value) : "";
+    if (kind >= kF32 && kind <= kFX) {
+        const double number = std::bit_cast<double>(std::stoull(bytes, nullptr, 16));
+        bytes = kind == kF32   ? BytesOf(static_cast<float>(number))
+                : kind == kF64 ? BytesOf(number)
+                               : BytesOf(static_cast<long double>(number)).substr(0, sizeof(floatExt));
+    }
+    return WriteValue(writer, {kind, boundary, bytes});
 }
 
-// What an operation reads: a number as text, bytes in hexadecimal digits, or "null".
+void CheckWritten(const Json& row, const Endianizer* order)
+{
+    const std::string expected = row["bytes"].Hex();
+    HandleOutputBuf handle(0);
+    LStrOutputBuf string(3ul);
+    PreflightOutputBuf preflight;
+    std::string exact(expected.size(), 0), byCalls(expected.size(), 0);
+    StaticOutputBuf fixed(exact.data(), exact.size());
+    HostOutput host(byCalls.data(), byCalls.size());
+    for (OutputBuf* buffer : std::initializer_list<OutputBuf*>{&handle, &string, &preflight, &fixed, &host}) {
+        BinDataWriter writer(buffer, order);
+        for (std::size_t i = 0; i < row["ops"].size(); ++i) {
+            EXPECT_EQ(row["results"][i].UInt(), WriteOne(writer, row["ops"][i])) << "operation " << i;
+        }
+        EXPECT_EQ(writer.GetError(), kzErrNone);
+        EXPECT_EQ(buffer->GetBytesWritten(), expected.size());
+    }
+    const UHandle bytes = handle.GetHandle(false);
+    EXPECT_EQ(expected, std::string(reinterpret_cast<char*>(*bytes), DSGetHandleSize(bytes)));
+    EXPECT_EQ(expected, kztest::TextOf(*string.GetHandle(false)));
+    EXPECT_EQ(expected, exact);
+    EXPECT_EQ(expected, byCalls);
+}
+
+// What an operation reads: the bytes of a number or text, or "null".
 std::string ReadOne(BinDataReader& reader, const Json& op)
 {
-    const std::string& kind = op[0].Str();
-    const auto argument = [&](int i) { return op[i].UInt(); };
-    if (kind == "I8") return std::to_string(reader.ReadI8());
-    if (kind == "U8") return std::to_string(reader.ReadU8());
-    if (kind == "Bool") return std::to_string(reader.ReadBool());
-    if (kind == "I16") return std::to_string(reader.ReadI16());
-    if (kind == "U16") return std::to_string(reader.ReadU16());
-    if (kind == "I32") return std::to_string(reader.ReadI32());
-    if (kind == "U32") return std::to_string(reader.ReadU32());
-    if (kind == "I64") return std::to_string(reader.ReadI64());
-    if (kind == "U64") return std::to_string(reader.ReadU64());
-    if (kind == "F32") return DigitsOf(std::bit_cast<uInt32>(reader.ReadF32()));
-    if (kind == "F64") return DigitsOf(std::bit_cast<uInt64>(reader.ReadF64()));
-    if (kind == "FX") return HexOf(reader.ReadFX().bytes, sizeof(floatExt));
-    if (kind == "Align" || kind == "Skip") {
-        kind == "Align" ? reader.Align(static_cast<uInt32>(argument(1))) : reader.Skip(argument(1));
-        return "null";
-    }
-    if (kind == "4Char") {
-        const uInt32 value = reader.Read4Char();
-        return HexOf(&value, sizeof value);
-    }
-    if (kind == "PStr") {
-        unsigned char text[256];
-        reader.ReadPStr(text, static_cast<uInt32>(argument(1)));
-        return HexOf(text + 1, text[0]);
-    }
-    if (kind == "LStr") {
-        LStr** const string = reader.ReadLStr();
-        const std::string text = string == nullptr ? "null" : HexOf(kztest::TextOf(*string));
-        DSDisposeHandle(string);
-        return text;
-    }
+    const Kind kind = KindOf(op);
+    const unsigned long size = op.size() > 1 ? op[1].UInt() : 0;
+    const uInt32 boundary = static_cast<uInt32>(size);
     std::string text = "before";
-    if (kind == "PStrNarrow") {
-        reader.ReadPStrAsNarrow(&text, static_cast<uInt32>(argument(1)));
-    } else if (kind == "LStrNarrow") {
+    if (kind <= kFX) {
+        text = ReadNumber(reader, kind);
+    } else if (kind == kAlign || kind == kSkip) {
+        kind == kAlign ? reader.Align(boundary) : reader.Skip(size);
+        text = "null";
+    } else if (kind == kPStr) {
+        unsigned char string[256];
+        reader.ReadPStr(string, boundary);
+        text.assign(reinterpret_cast<const char*>(string + 1), string[0]);
+    } else if (kind == kLStr) {
+        LStr** const string = reader.ReadLStr();
+        text = string == nullptr ? "null" : kztest::TextOf(*string);
+        DSDisposeHandle(string);
+    } else if (kind == kPStrAsNarrow) {
+        reader.ReadPStrAsNarrow(&text, boundary);
+    } else if (kind == kLStrAsNarrow) {
         reader.ReadLStrAsNarrow(&text);
-    } else if (kind == "Bytes") {
-        text.assign(argument(1), '#');
-        reader.ReadBytes(text.data(), text.size());
+    } else if (kind == kBytes) {
+        text.assign(size, '#');
+        reader.ReadBytes(text.data(), size);
     } else {
-        EXPECT_EQ(kind, "Array");
-        text.assign(argument(1) * argument(2), '#');
-        reader.ReadArray(text.data(), argument(1), static_cast<uInt32>(argument(2)));
-    }
-    return HexOf(text);
-}
-
-std::string Expected(const Json& op, const Json& value)
-{
-    std::string text = "null";
-    if (value.IsString()) {
-        text = HexOf(value.Hex());
-    } else if (!value.IsNull() && op[0].Str() == "LStr") {
-        text = std::string(2 * value["zeros"].UInt(), '0');
-    } else if (!value.IsNull()) {
-        text = op[0].Str() == "U64" ? std::to_string(value.UInt()) : std::to_string(value.Int());
+        EXPECT_EQ(kind, kArray);
+        text.assign(size * op[2].UInt(), '#');
+        reader.ReadArray(text.data(), size, static_cast<uInt32>(op[2].UInt()));
     }
     return text;
 }
 
-TEST_F(BinDataTest, ReadStreams)
+std::string Expected(const Json& op, const Json& value)
 {
-    for (const Json& row : kztest::ReadJsonLines("vectors/byte_streams.jsonl")) {
-        if (row["kind"].Str() != "read") {
-            continue;
+    const Kind kind = KindOf(op);
+    if (value.IsNull()) {
+        return "null";
+    }
+    if (value.IsString()) {
+        const std::string bytes = value.Hex();  // of a float the first digit first
+        return kind == kF32 || kind == kF64 ? std::string(bytes.rbegin(), bytes.rend()) : bytes;
+    }
+    return kind == kLStr ? std::string(value["zeros"].UInt(), '\0') : IntegerOf(kind, value);
+}
+
+void CheckRead(const Json& row, const Endianizer* order)
+{
+    const std::string bytes = row["bytes"].Hex();
+    MemInputBuf plain(bytes.data(), bytes.size());
+    HostInput host(bytes.data(), bytes.size());
+    for (MemInputBuf* buffer : {&plain, static_cast<MemInputBuf*>(&host)}) {
+        BinDataReader reader(buffer, order);
+        for (std::size_t i = 0; i < row["ops"].size(); ++i) {
+            EXPECT_EQ(Expected(row["ops"][i], row["values"][i]), ReadOne(reader, row["ops"][i])) << "operation " << i;
         }
-        SCOPED_TRACE(row.Line());
-        const std::string bytes = row["bytes"].Hex();
-        {
-            MemInputBuf plain(bytes.data(), bytes.size());
-            HostInput host(bytes.data(), bytes.size());
-            for (MemInputBuf* buffer : {&plain, static_cast<MemInputBuf*>(&host)}) {
-                BinDataReader reader(buffer, OrderOf(row));
-                const auto& ops = row["ops"].Items();
-                for (std::size_t i = 0; i < ops.size(); ++i) {
-                    EXPECT_EQ(Expected(ops[i], row["values"][i]), ReadOne(reader, ops[i])) << "operation " << i;
-                }
-                EXPECT_EQ(row["error"].Int(), reader.GetError());
-                EXPECT_EQ(row["position"].UInt(), buffer->GetBytesRead());
-            }
-        }
-        reports.TakeAll();  // of the buffer's error
+        EXPECT_TRUE(buffer == &plain || !row.Has("calls") || host.calls == row["calls"].Int()) << host.calls;
+        EXPECT_EQ(row["error"].Int(), reader.GetError());
+        EXPECT_EQ(row["position"].UInt(), buffer->GetBytesRead());
     }
 }
 
-// ---- What rows can't say ----
+TEST_F(BinDataTest, StoredStreams)
+{
+    for (const Json& row : kztest::ReadJsonLines("vectors/byte_streams.jsonl")) {
+        SCOPED_TRACE(row.Line());
+        const HostOrder ofHost(OrderOf(row));
+        for (const Endianizer* order : {OrderOf(row), static_cast<const Endianizer*>(&ofHost)}) {
+            row["kind"].Str() == "write" ? CheckWritten(row, order) : CheckRead(row, order);
+        }
+        reports.TakeAll();  // of the buffers' errors
+    }
+}
+
+// Programs of operations by chance, over blocks by chance; the harness ends the process where its model differs.
+TEST_F(BinDataTest, RandomPrograms)
+{
+    constexpr std::uint8_t kEdges[] = {0, 0, 0, 1, 0x7F, 0x80, 0xFF};
+    std::mt19937 random(1);
+    for (unsigned n = kztest::ModelSequences(); n > 0; --n) {
+        std::vector<std::uint8_t> input(2 + random() % 400);
+        for (std::uint8_t& byte : input) {
+            byte = random() % 2 == 0 ? kEdges[random() % std::size(kEdges)] : static_cast<std::uint8_t>(random());
+        }
+        input[1] %= 32;
+        LLVMFuzzerTestOneInput(input.data(), input.size());
+        reports.TakeAll();
+    }
+}
+
+// ---- What neither can say ----
 
 // A long string whose bytes are there.
 TEST_F(BinDataTest, AStringAboveTheTrustedCount)
@@ -253,33 +249,16 @@ TEST_F(BinDataTest, AStringAboveTheTrustedCount)
     DSDisposeHandle(text);
 }
 
+// A writer keeps its error whatever the buffer; each that ends with one tells, but a reader leaves that to its buffer.
 TEST_F(BinDataTest, TheFirstErrorEndsAll)
 {
     {
-        MemInputBuf buffer("abcdef", 6);
-        BinDataReader reader(&buffer, BigEndianizer());
-        reader.SetError(kzErrNone);
-        EXPECT_EQ(reader.ReadU8(), 'a');
-        reader.SetError(99);
-        reader.SetError(98);
-        EXPECT_EQ(reader.ReadU8(), 0);
-        reader.ReadBytes(nullptr, 3);
-        EXPECT_EQ(reader.GetError(), 99);
-        EXPECT_EQ(buffer.GetBytesRead(), 1u);
-        KzErr err = kzErrNone;
-        BinDataReader other(&buffer, BigEndianizer());
-        static_cast<InputBuf&>(buffer).GetDataPointer(9, err);
-        EXPECT_EQ(other.ReadU8(), 0) << "an error of the buffer's own";
-        EXPECT_EQ(BinDataReader(&buffer, BigEndianizer()).GetError(), kzErrCorrupt) << "the first thing asked";
-    }
-    EXPECT_TRUE(reports.Take(kDbgWarning, "MemInputBuf finished with 74 error")) << "the reader itself is silent";
-    {
+        MemInputBuf input("", 0);
+        BinDataReader(&input, BigEndianizer()).ReadU8();
         char bytes[4];
         StaticOutputBuf buffer(bytes, 4);
         BinDataWriter writer(&buffer, BigEndianizer());
-        EXPECT_EQ(writer.WriteU8(1), 1u);
-        EXPECT_EQ(writer.WriteU32(1), 0u);
-        EXPECT_EQ(writer.WriteU8(1), 0u) << "it would fit";
+        EXPECT_EQ(writer.WriteU8(1) + writer.WriteU32(1), 1u);
         EXPECT_EQ(writer.WriteLStr(nullptr), 0u);
         PreflightOutputBuf other;
         EXPECT_EQ(writer.SetBuffer(&other), &buffer);
@@ -292,100 +271,197 @@ TEST_F(BinDataTest, TheFirstErrorEndsAll)
         EXPECT_EQ(uncounted.GetError(), kzErrArgument);
         EXPECT_EQ(other.GetBytesWritten(), 0u);
     }
-    EXPECT_TRUE(reports.Take(kDbgWarning, "BinDataWriter finished with 74 error"));
-    EXPECT_TRUE(reports.Take(kDbgWarning, "BinDataWriter finished with 1 error"));
-    EXPECT_TRUE(reports.Take(kDbgWarning, "StaticOutputBuf finished with 74 error"));
+    EXPECT_EQ(TakeFinished(),
+              "BinDataWriter finished with 1; BinDataWriter finished with 74; StaticOutputBuf finished with 74; "
+              "MemInputBuf finished with 74; ");
 }
 
-// Bytes in the order of pairs: neither the shared objects nor just their kinds.
-class PairOrder final : public Endianizer {
-public:
-    int32 ReadAWord(const void* source) const override { return LittleEndianizer()->ReadAWord(source); }
-    int32 ReadALong(const void* source) const override { return static_cast<int32>(Swapped<uInt32>(source)); }
-    void Read2ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 2); }
-    void Read4ByteVal(const void* source, void* dest) const override { kz::StoreNative(dest, Swapped<uInt32>(source)); }
-    void Read8ByteVal(const void* source, void* dest) const override { kz::StoreNative(dest, Swapped<uInt64>(source)); }
-    void ReadExtVal(const void* source, floatExt* dest) const override { std::memcpy(dest, source, sizeof *dest); }
-    void Read16ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 16); }
-    void Write2ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 2); }
-    void Write4ByteVal(const void* source, void* dest) const override { Read4ByteVal(source, dest); }
-    void Write8ByteVal(const void* source, void* dest) const override { Read8ByteVal(source, dest); }
-    void WriteExtVal(const floatExt* source, void* dest) const override { std::memcpy(dest, source, sizeof *source); }
-    void Write16ByteVal(const void* source, void* dest) const override { std::memcpy(dest, source, 16); }
-    uInt32 SizeOfExt() const override { return sizeof(floatExt); }
-    bool IsSwapping() const override { return false; }
+// ---- Buffers alone ----
 
-private:
-    template <typename T>
-    static T Swapped(const void* source)
-    {
-        const T value = kz::LoadNative<T>(source);
-        return static_cast<T>(value << (sizeof value * 4) | value >> (sizeof value * 4));
-    }
-};
-
-// An order that a host has made is asked for each scalar, also where the buffer is plain.
-TEST_F(BinDataTest, AnOrderOfTheHost)
+// What is left of a buffer, all read at once; "error" where there is one.
+std::string Rest(InputBuf& buffer)
 {
-    const PairOrder order;
-    unsigned char bytes[26];
-    StaticOutputBuf output(bytes, sizeof bytes);
-    BinDataWriter writer(&output, &order);
-    writer.WriteU16(0x1122);
-    writer.WriteI32(0x11223344);
-    writer.WriteU64(0x1122334455667788);
-    writer.WriteF32(1.0f);
-    writer.WriteF64(1.0);
-    EXPECT_EQ(writer.GetError(), kzErrNone);
-    EXPECT_EQ(HexOf(bytes, sizeof bytes), "2211221144334433221188776655803f00000000f03f00000000");
-    MemInputBuf input(bytes, sizeof bytes);
-    BinDataReader reader(&input, &order);
-    EXPECT_EQ(reader.ReadU16(), 0x1122);
-    EXPECT_EQ(reader.ReadI32(), 0x11223344);
-    EXPECT_EQ(reader.ReadU64(), 0x1122334455667788u);
-    EXPECT_EQ(reader.ReadF32(), 1.0f);
-    EXPECT_EQ(reader.ReadF64(), 1.0);
+    KzErr err = 12345;
+    unsigned long got = 99;
+    const void* const data = buffer.GetDataPointer(ULONG_MAX, err, &got, 0);
+    EXPECT_EQ(data == nullptr, got == 0);
+    return err != kzErrNone ? "error " + std::to_string(err) : std::string(static_cast<const char*>(data), got);
 }
 
-// A PStr is a count and a rest: two calls, or one where there is no rest, and three where the padding is not there.
-TEST_F(BinDataTest, CallsOfTheBuffer)
+TEST_F(BinDataTest, InputBuffersOfLittle)
 {
+    LStrHandle one("x"), none, text("0123");
     const struct {
-        std::string bytes;
-        uInt32 boundary;
-        int calls;
+        InputBuf* buffer;
+        std::string rest;
     } rows[] = {
-        {std::string("\3abc", 4), 4, 2}, {std::string("\4abcd\0\0\0", 8), 4, 2}, {std::string("\0", 1), 1, 1},
-        {std::string("\0\0", 2), 2, 2},  {std::string("\2ab", 3), 4, 3},         {std::string("\3ab", 3), 1, 2},
+        {CreateMemInputBuf(nullptr, 5), ""},
+        {CreateMemInputBuf("x", 0), ""},
+        {CreateMemInputBuf("xy", 1), "x"},
+        {CreateLStrInputBuf(one.handle), "x"},
+        {CreateLStrInputBuf(none.handle), "error 1"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.bytes);
-        HostInput buffer(row.bytes.data(), row.bytes.size());
-        unsigned char text[256];
-        BinDataReader(&buffer, BigEndianizer()).ReadPStr(text, row.boundary);
-        EXPECT_EQ(buffer.calls, row.calls);
+        const std::unique_ptr<InputBuf> buffer(row.buffer);
+        EXPECT_EQ(buffer->GetSize(), row.rest == "x");
+        EXPECT_EQ(Rest(*buffer), row.rest);
     }
-    reports.TakeAll();
-    HostInput buffer("abcdef", 6);
-    BinDataReader reader(&buffer, BigEndianizer());
-    reader.Skip(4);
-    reader.Align(4);
-    EXPECT_EQ(buffer.calls, 1) << "with nothing to skip a reader does not see an error of the buffer's own";
-    EXPECT_EQ(reader.ReadU16(), 0x6566);
-    EXPECT_EQ(buffer.calls, 2);
+    LStr** const original = text.handle;
+    {
+        LStrInputBuf released(text.handle);
+        EXPECT_EQ(text.handle, nullptr) << "taken over";
+        text.handle = released.ReleaseOwnership();
+        EXPECT_EQ(text.handle, original);
+        EXPECT_EQ(Rest(released), "error 1");
+        EXPECT_EQ(released.GetSize(), 0u);
+        EXPECT_EQ(released.ReleaseOwnership(), nullptr);
+    }
+    EXPECT_EQ(TakeFinished(), "LStrInputBuf finished with 1; LStrInputBuf finished with 1; ");
+}
+
+// A count that the block doesn't hold, as a damaged file may have it; and one that gets less while it is read.
+TEST_F(BinDataTest, UnsoundCounts)
+{
+    for (const auto& [count, size] : {std::pair{INT_MAX, 10ul}, {11, 10ul}, {-1, 0ul}, {9, 9ul}}) {
+        LStrHandle text("0123456789");
+        LStr** const shared = text.handle;
+        (*shared)->cnt = count;
+        LStrInputBuf buffer(text.handle);
+        EXPECT_EQ(buffer.GetSize(), size);
+        EXPECT_EQ(Rest(buffer), std::string("0123456789", size));
+        (*shared)->cnt = 1;
+        EXPECT_EQ(Rest(buffer), size == 0 ? "0" : "") << "a position behind the end";
+    }
+}
+
+// Writes n bytes; 0, or the error.
+KzErr Write(OutputBuf& buffer, unsigned long n, char fill = 'x')
+{
+    KzErr err = 12345;
+    const unsigned long before = buffer.GetBytesWritten();
+    void* const dest = buffer.GetDataPointer(n, err);
+    EXPECT_EQ(dest == nullptr, err != kzErrNone || n == 0 || buffer.IsOnlyDeterminingSize());
+    EXPECT_EQ(buffer.GetBytesWritten(), err == kzErrNone ? before + n : before);
+    if (dest != nullptr) {
+        std::memset(dest, fill, n);
+    }
+    return err;
+}
+
+// What the handle of a buffer holds, all of its block; "none" for no handle.
+std::string Handed(OutputBuf& buffer, bool release)
+{
+    auto* const bytes = dynamic_cast<HandleOutputBuf*>(&buffer);
+    LStr** const string = bytes == nullptr ? dynamic_cast<LStrOutputBuf&>(buffer).GetHandle(release) : nullptr;
+    const UHandle handle = bytes != nullptr ? bytes->GetHandle(release) : reinterpret_cast<UHandle>(string);
+    if (handle == nullptr) {
+        return "none";
+    }
+    const std::string block(reinterpret_cast<char*>(*handle), DSGetHandleSize(handle));
+    EXPECT_TRUE(string == nullptr || kztest::TextOf(*string).size() + 4 == block.size());
+    DSDisposeHandle(release ? handle : nullptr);
+    return block.substr(string == nullptr ? 0 : 4);
+}
+
+// Steps are sizes to write, or "look" and "take" at the handle, or "full": there is no memory from here on. A released
+// handle is no failure until something is asked of it; a look ends the room behind what is written. Sizes whose sum
+// with what is written wraps, or that a count can't tell, are refused before memory is asked for.
+TEST_F(BinDataTest, OutputBuffersStepByStep)
+{
+    for (const Json& row : kztest::ReadJsonLines("vectors/output_buffers.jsonl")) {
+        SCOPED_TRACE(row.Line());
+        const std::string& kind = row["kind"].Str();
+        const unsigned long room = row["room"].UInt();
+        std::string written, block(10, '.'), expected;
+        KzErr error = kzErrNone;
+        {
+            const std::unique_ptr<OutputBuf> buffer(
+                kind == "PreflightOutputBuf" ? CreatePreflightOutputBuf()
+                : kind == "HandleOutputBuf"  ? CreateHandleOutputBuf(room)
+                : kind == "LStrOutputBuf"    ? CreateLStrOutputBuf(room)
+                                             : CreateStaticOutputBuf(room == 0 ? nullptr : block.data(), 10));
+            std::optional<kztest::FailAllocation> fail;
+            for (std::size_t i = 0; i < row["steps"].size(); ++i) {
+                const Json& step = row["steps"][i];
+                const char fill = static_cast<char>('a' + i);
+                error = static_cast<KzErr>(row["errors"][i].Int());
+                if (!step.IsString()) {
+                    EXPECT_EQ(Write(*buffer, step.UInt(), fill), error) << "step " << i;
+                    written += error == 0 && !buffer->IsOnlyDeterminingSize() ? std::string(step.UInt(), fill) : "";
+                } else if (step.Str() == "full") {
+                    fail.emplace(1, kztest::FailAllocation::kForGood);
+                    expected = "full; ";
+                } else {
+                    EXPECT_EQ(Handed(*buffer, step.Str() == "take"), error == 0 ? written : "none");
+                }
+            }
+        }
+        EXPECT_TRUE(kind != "StaticOutputBuf" || room == 0 || block == written);
+        expected += error == 0 ? "" : kind + " finished with " + std::to_string(error) + "; ";
+        EXPECT_EQ(TakeFinished(), expected);
+    }
+}
+
+// A string starts with the room of the block that it is given, or with that asked for; behind it the block grows by
+// what is needed and 4,096 bytes. A block of -1 is no handle.
+TEST_F(BinDataTest, RoomOfStrings)
+{
+    const struct {
+        int block;
+        unsigned long initialSize, room;
+    } rows[] = {{104, 0, 100}, {104, 10, 10}, {104, 200, 200}, {20, 0, 16}, {4, 0, 0},
+                {3, 0, 0},     {0, 0, 0},     {-1, 0, 4096},   {-1, 7, 7},  {-1, 1, 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.block << ", " << row.initialSize);
+        const UHandle given = row.block < 0 ? nullptr : DSNewHandle(static_cast<unsigned long>(row.block));
+        LStrOutputBuf buffer(reinterpret_cast<LStr**>(given), row.initialSize);
+        EXPECT_EQ(Write(buffer, row.room, 'a'), 0);
+        unsigned long size = given == nullptr ? 0 : DSGetHandleSize(given), written = row.room;
+        EXPECT_TRUE(given == nullptr || row.room == 0 || size == row.room + 4);
+        for (const unsigned long more : {1ul, 4096ul, 10000ul}) {
+            EXPECT_EQ(Write(buffer, more, 'b'), 0);
+            written += more;
+            size = more == 4096 ? size : written + 4096 + 4;
+            EXPECT_TRUE(given == nullptr || DSGetHandleSize(given) == size) << more;
+        }
+        EXPECT_EQ(kztest::TextOf(*buffer.GetHandle(false)), std::string(row.room, 'a') + std::string(14097, 'b'));
+    }
+    // A buffer that has just the room asked for needs no memory for it.
+    LStrOutputBuf made(nullptr, 0), sized(nullptr, 7);
+    const kztest::FailAllocation fail(1);
+    EXPECT_EQ(Write(made, 4096) + Write(sized, 7), 0);
+    EXPECT_FALSE(kztest::FailAllocation::Happened());
+    {
+        LStrOutputBuf given(reinterpret_cast<LStr**>(DSNewHandle(8)), ULONG_MAX - 2);
+        EXPECT_EQ(Write(given, 1), kzErrMemoryFull);
+    }
+    EXPECT_EQ(TakeFinished(), "LStrOutputBuf finished with 2; ");
 }
 
 TEST_F(BinDataTest, OutOfMemory)
 {
-    const std::string bytes("\0\0\0\5hello", 9);
-    kztest::FaultLoop([&](auto failed) {
-        MemInputBuf buffer(bytes.data(), bytes.size());
-        BinDataReader reader(&buffer, BigEndianizer());
-        LStr** const text = reader.ReadLStr();
-        EXPECT_EQ(failed(), text == nullptr);
-        EXPECT_EQ(reader.GetError(), text == nullptr ? kzErrMemoryFull : kzErrNone);
-        DSDisposeHandle(text);
-    });
+    kztest::FaultLoop(
+        [&](auto failed) {
+            MemInputBuf input("\0\0\0\5hello", 9);
+            BinDataReader reader(&input, BigEndianizer());
+            LStr** const text = reader.ReadLStr();
+            EXPECT_EQ(reader.GetError(), text == nullptr ? kzErrMemoryFull : kzErrNone);
+            DSDisposeHandle(text);
+            bool anyFailed = text == nullptr;
+            for (const bool isString : {false, true}) {
+                const std::unique_ptr<OutputBuf> buffer(isString ? CreateLStrOutputBuf(8) : CreateHandleOutputBuf(8));
+                KzErr err = kzErrNone;
+                for (int i = 0; i < 3; ++i) {
+                    const KzErr latched = err;
+                    err = Write(*buffer, 5000);
+                    EXPECT_TRUE(latched == kzErrNone || err == latched);
+                }
+                anyFailed = anyFailed || err == kzErrMemoryFull;
+            }
+            EXPECT_EQ(failed(), anyFailed);
+        },
+        kztest::FailAllocation::kBlocks);
+    reports.TakeAll();
 }
 
 TEST(BinDataLayout, SlotsStandInOrder)
@@ -400,6 +476,9 @@ TEST(BinDataLayout, SlotsStandInOrder)
                               &BinDataWriter::WriteBool, &BinDataWriter::WritePStr, &BinDataWriter::WriteLStrFromNarrow,
                               &BinDataWriter::WriteLStr, &BinDataWriter::WriteBytes),
               (std::vector<long>{0, 1, 2, 3, 4, 11, 16, 17, 19, 20, 21}));
+    EXPECT_EQ(
+        kztest::SlotsOf(&OutputBuf::GetDataPointer, &OutputBuf::GetBytesWritten, &OutputBuf::IsOnlyDeterminingSize),
+        (std::vector<long>{2, 3, 4}));
 }
 
 }  // namespace

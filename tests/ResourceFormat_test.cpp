@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -31,11 +32,10 @@ RsrcHeader NativeHeader(const std::string& bytes)
 // A map in a block of exactly the size that the header promises, so that the sanitizers see every step outside.
 class MapBlock {
 public:
-    MapBlock(std::string map, const RsrcHeader& header)
+    MapBlock(const std::string& map, const RsrcHeader& header)
+        : mBytes(std::max<std::size_t>(header.mapSize, sizeof(RsrcMap)))
     {
-        map.resize(std::max<std::size_t>(header.mapSize, sizeof(RsrcMap)));
-        mBytes.assign(map.begin(), map.end());
-        mBytes.shrink_to_fit();
+        std::copy_n(map.begin(), std::min(map.size(), mBytes.size()), mBytes.begin());
     }
     RsrcMap* Map() { return reinterpret_cast<RsrcMap*>(mBytes.data()); }
     bool operator==(const MapBlock&) const = default;
@@ -108,9 +108,7 @@ TEST(ResourceFormat, MapsOfTheVectors)
         SCOPED_TRACE(row.Line());
         const BothWays result(row["map"].Hex(), NativeHeader(row["header"].Hex()));
         EXPECT_EQ(result.strict, row["result"].Int());
-        if (row.Has("weak")) {
-            EXPECT_EQ(result.weak, row["weak"].Int());
-        }
+        EXPECT_TRUE(!row.Has("weak") || result.weak == row["weak"].Int()) << result.weak;
         int disagreements = 0;
         while (reports.Take(kDbgWarning, "ZVResFile::VerifyRsrcHeaderAgreement: no agreement;")) {
             ++disagreements;
@@ -125,10 +123,10 @@ TEST(ResourceFormat, TheWalkerTellsWhatLeadsOutside)
     // right.
     constexpr uInt32 kRows[][4] = {{1, 48, 0, 0}, {1, 48, 0, 1}, {5, 48, 0, 0}, {0x80000000, 48, 0, 0},
                                    {1, 27, 0, 0}, {1, 49, 0, 0}, {1, 48, 1, 0}};
-    const kztest::ResImage image({{"AAAA", 1, ""}, {"BBBB", 1, ""}});
-    const RsrcHeader header = NativeHeader(image.Header());
+    const std::string image = kztest::ResImage({{"AAAA", 1, ""}, {"BBBB", 1, ""}}).Bytes();
+    const RsrcHeader header = NativeHeader(image);
     for (const auto& row : kRows) {
-        MapBlock block(image.Map(), header);
+        MapBlock block(image.substr(header.mapOffset), header);
         EXPECT_EQ(ZVResFile::NativizeAndValidateRsrcMap(block.Map(), header), 0);
         TypeMap* types = kz::GetTypeMap(block.Map());
         types->lastTypeIndex = row[0];
