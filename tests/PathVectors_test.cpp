@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <tuple>
 
+#include "PathClassic.h"
 #include "PathFormatReader.h"
 #include "PathManagerImplementation.h"
 #include "PathTesting.h"
+#include "Report.h"
 
 namespace {
 
@@ -16,6 +19,8 @@ using kztest::Json;
 using kztest::NamesOf;
 using kztest::PathOf;
 using kztest::Thrown;
+
+constexpr char kModule[] = "PathVectors_test";
 
 // Whether `body` throws what the row says, if anything.
 template <typename Body>
@@ -26,12 +31,19 @@ void ExpectThrown(const Json& row, Body&& body)
     EXPECT_EQ(detail, row.Has("detail") ? row["detail"].Str() : detail);
 }
 
+// A name, or null.
+const char* TextOf(const Json& name)
+{
+    return name.IsNull() ? nullptr : name.Str().c_str();
+}
+
 const std::map<std::string, void (*)(PathRef& path, const Json& step)> kEdits = {
-    {"Append", [](PathRef& path, const Json& step) { path.Append(step[1].Str()); }},
+    {"Append", [](PathRef& path, const Json& step) { path.Append(TextOf(step[1])); }},
     {"AppendPath", [](PathRef& path, const Json& step) { path.Append(PathOf(step[1])); }},
     {"AppendUpDir", [](PathRef& path, const Json&) { path.AppendUpDir(); }},
     {"GetParentDirectory", [](PathRef& path, const Json&) { path = path.GetParentDirectory(); }},
-    {"Replace", [](PathRef& path, const Json& step) { path.Replace(static_cast<int>(step[1].Int()), step[2].Str()); }},
+    {"Replace",
+     [](PathRef& path, const Json& step) { path.Replace(static_cast<int>(step[1].Int()), TextOf(step[2])); }},
 };
 
 bool DriveEdits(const Json& row)
@@ -47,6 +59,7 @@ bool DriveEdits(const Json& row)
     EXPECT_EQ(NamesOf(path), NamesOf(PathOf(row["result"])));
     EXPECT_EQ(path.CountUpDir(), row["upDirs"].Int());
     EXPECT_EQ(path.IsValid(), row["valid"].Int() != 0);
+    EXPECT_EQ(FIsAbsPath(&path) != 0, path.IsValid() && path.StartsWith(PathRef::kAbsolute));
     return true;
 }
 
@@ -61,39 +74,47 @@ bool DriveRelations(const Json& row)
         EXPECT_TRUE(policy != PathRef::kComparePlatform || (a == b) == a.Equals(b, policy));
         return true;
     }
-    if (op == "Item") {
-        const PathRef path = PathOf(row["a"]);
-        const int index = static_cast<int>(row["index"].Int());
-        const bool isNone = row["name"].IsNull();
-        const std::string expected = isNone ? "-" : row["name"].Str();
-        std::string copied = "-";
-        std::string read = "-";
-        EXPECT_EQ(path.CopyItemAt(index, &copied), isNone ? kzErrArgument : kzErrNone);
-        EXPECT_EQ(Thrown([&] { read = path.ItemAt(index); }), isNone ? kzErrCorrupt : kzErrNone);
-        EXPECT_EQ(copied, expected);
-        EXPECT_EQ(read, expected);
-        return true;
+    if (op != "Item") {
+        return false;
     }
-    return false;
+    const PathRef path = PathOf(row["a"]);
+    const int index = static_cast<int>(row["index"].Int());
+    const bool isNone = row["name"].IsNull();
+    std::string copied = "-";
+    std::string read = "-";
+    std::string detail;
+    EXPECT_EQ(path.CopyItemAt(index, &copied), isNone ? kzErrArgument : kzErrNone);
+    EXPECT_EQ(Thrown([&] { read = path.ItemAt(index); }, &detail), isNone ? kzErrCorrupt : kzErrNone);
+    EXPECT_EQ(detail, isNone ? "PathRef ItemAt, invalid index" : "");
+    EXPECT_EQ(copied, isNone ? "-" : row["name"].Str());
+    EXPECT_EQ(read, copied);
+    return true;
 }
 
-void Read(const Json& row, const char* form)
+void Read(const Json& row)
 {
     PathRef path(1);
-    ExpectThrown(row, [&] { path = PathRef(row["text"].Str(), form); });
+    ExpectThrown(row, [&] { path = PathRef(row["text"].Str(), TextOf(row["format"])); });
     EXPECT_EQ(NamesOf(path), NamesOf(row.Has("error") ? PathRef(1) : PathOf(row)));
 }
 
-void Write(const Json& row, const char* form)
+// The first text is made, the second one is what the first left in the cache.
+void Write(const Json& row)
 {
     const PathRef path = PathOf(row);
-    for (const char* from : {"made", "cached"}) {
-        std::string text = "-";
-        const bool isForSystem = form != nullptr && std::string(form) == "filesystem";
-        EXPECT_EQ(isForSystem ? kz::PathToFileSystemText(path, &text) : path.ConvertToString(&text, form),
-                  row["result"].Int());
-        EXPECT_EQ(text, row["text"].IsNull() ? text : row["text"].Str()) << from;
+    const char* const form = TextOf(row["format"]);
+    std::string made = "-";
+    std::string read = "-";
+    std::string detail;
+    if (form != nullptr && std::string(form) == "filesystem") {
+        EXPECT_EQ(kz::PathToFileSystemText(path, &made), row["result"].Int());
+    } else {
+        EXPECT_EQ(path.ConvertToString(&made, form), row["result"].Int());
+        EXPECT_EQ(Thrown([&] { read = path.ToString(form); }, &detail), row["result"].Int());
+        EXPECT_EQ(detail, row["result"].Int() != 0 ? "PathRef ToString" : "");
     }
+    EXPECT_EQ(made, row["text"].IsNull() ? made : row["text"].Str());
+    EXPECT_TRUE(read == made || read == "-");
 }
 
 template <typename Reader>
@@ -113,46 +134,47 @@ void ReadNames(const Json& row)
 
 bool DriveTexts(const Json& row)
 {
+    const std::string op = row["op"].Str();
     const std::string form = row["format"].IsNull() ? "" : row["format"].Str();
-    if (row["op"].Str() == "reader") {
-        form == "mac" ? ReadNames<WidePathFormat::PathFormatReaderMac>(row)
-                      : ReadNames<WidePathFormat::PathFormatReaderUnix>(row);
-        return true;
-    }
     if (form == "pathref_dos" || form == "pathref_platformindependent" || form == "pathref_platformagnostic") {
         return false;
     }
-    PathRef::SetNotAPathString(row["notAPath"].Str());
+    PathRef::SetNotAPathString(row.Has("notAPath") ? row["notAPath"].Str() : "<Not A Path>");
     if (row.Has("home")) {
-        row["home"].IsNull() ? unsetenv("HOME") : setenv("HOME", row["home"].Str().c_str(), 1);
+        row["home"].IsNull() ? unsetenv("HOME") : setenv("HOME", TextOf(row["home"]), 1);
     }
-    (row["op"].Str() == "read" ? Read : Write)(row, row["format"].IsNull() ? nullptr : form.c_str());
+    if (op == "reader") {
+        form == "mac" ? ReadNames<WidePathFormat::PathFormatReaderMac>(row)
+                      : ReadNames<WidePathFormat::PathFormatReaderUnix>(row);
+    } else if (op == "report") {
+        KZ_LOG(kDbgInternal) << PathOf(row);
+    } else {
+        (op == "read" ? Read : Write)(row);
+    }
     return true;
 }
 
-TEST(PathVectorsTest, Rows)
+class PathVectorsTest : public kztest::PathTest {};
+
+TEST_F(PathVectorsTest, Rows)
 {
-    struct File {
-        const char* name;
-        bool (*drive)(const Json& row);  // false for a row that it passes over
-        int atLeast;                     // rows that are driven
-    };
-    const File files[] = {{"vectors/path_edits.jsonl", DriveEdits, 204},
-                          {"vectors/path_relations.jsonl", DriveRelations, 226},
-                          {"vectors/path_text.jsonl", DriveTexts, 163}};
+    // What drives a row, or passes it over with false; how many rows are driven at least.
+    const std::tuple<const char*, bool (*)(const Json& row), int> files[] = {
+        {"vectors/path_edits.jsonl", DriveEdits, 206},
+        {"vectors/path_relations.jsonl", DriveRelations, 226},
+        {"vectors/path_text.jsonl", DriveTexts, 167}};
     const char* const home = std::getenv("HOME");
     const std::string oldHome = home != nullptr ? home : "";
-    kztest::ReportCatcher reports;
-    const kztest::RunningPaths paths;
-    for (const File& file : files) {
+    for (const auto& [name, drive, atLeast] : files) {
         int driven = 0;
-        for (const Json& row : kztest::ReadJsonLines(file.name)) {
+        for (const Json& row : kztest::ReadJsonLines(name)) {
             SCOPED_TRACE(row.Line());
-            driven += file.drive(row);
-            EXPECT_TRUE(!row.Has("report") || reports.Take(2, row["report"].Str()));
+            driven += drive(row);
+            const int level = row.Has("level") ? static_cast<int>(row["level"].Int()) : 2;
+            EXPECT_TRUE(!row.Has("report") || mReports.Take(level, row["report"].Str()));
             EXPECT_TRUE(kz::PathTreeIsSane());
         }
-        EXPECT_GE(driven, file.atLeast) << file.name;
+        EXPECT_GE(driven, atLeast) << name;
     }
     home != nullptr ? setenv("HOME", oldHome.c_str(), 1) : unsetenv("HOME");
 }
