@@ -208,7 +208,7 @@ TEST_F(PathItemElementTest, PathsThatOutliveTheTree)
     EXPECT_TRUE(PathRef::Init() == kzErrNone && PathRef::Init() == kzErrNone);
     EXPECT_EQ(Live(), mBefore);
     EXPECT_EQ(PathRef::NotAPath()->Element(), nullptr);
-    EXPECT_EQ(kztest::Thrown([] { PathRef("here"); }), kzErrArgument);
+    EXPECT_EQ(kztest::Thrown([] { PathRef("here"); }).first, kzErrArgument);
     EXPECT_EQ(PathOf("/a").ItemCount(), 1);
 }
 

@@ -60,11 +60,10 @@ TEST_F(PathRefTest, Refusals)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         PathRef path = PathOf("/a/b/c");
-        std::string detail;
         KzErr code = 0;
-        const KzErr thrown = kztest::Thrown([&] { code = row.call(path); }, &detail);
-        EXPECT_EQ(thrown != kzErrNone ? thrown : code, row.code);
-        EXPECT_TRUE(detail == row.text || mReports.Take(2, row.text));
+        const auto thrown = kztest::Thrown([&] { code = row.call(path); });
+        EXPECT_EQ(code + thrown.first, row.code);
+        EXPECT_TRUE(thrown.second == row.text || mReports.Take(2, row.text));
         EXPECT_EQ(kztest::NamesOf(path), (Names{"0", "a", "b", "c"}));
     }
 }

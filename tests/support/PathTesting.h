@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "JsonLines.h"
@@ -68,18 +69,15 @@ inline Names NamesOf(const PathRef& path)
     return names;
 }
 
-// The code of the ZVExcept that `body` throws, 0 for none; `*detail` gets its message.
+// The code and the message of the ZVExcept that `body` throws; 0 and none without one.
 template <typename Body>
-KzErr Thrown(Body&& body, std::string* detail = nullptr)
+std::pair<KzErr, std::string> Thrown(Body&& body)
 {
     try {
         body();
-        return kzErrNone;
+        return {};
     } catch (const ZVExcept& failure) {
-        if (detail != nullptr) {
-            *detail = failure.diag();
-        }
-        return failure.err();
+        return {failure.err(), failure.diag()};
     }
 }
 
