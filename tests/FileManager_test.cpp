@@ -21,11 +21,9 @@
 #include "FileStream.h"
 #include "KzErr.h"
 #include "PathCachedItem.h"
-#include "PathRef.h"
-#include "ReportCatcher.h"
+#include "PathTesting.h"
 #include "RowFiles.h"
 #include "TempFolder.h"
-#include "TestHost.h"
 
 extern "C" ssize_t __real_pread(int descriptor, void* buffer, size_t count, off_t offset);
 
@@ -40,10 +38,7 @@ extern "C" ssize_t __wrap_pread(int descriptor, void* buffer, size_t count, off_
 
 namespace {
 
-PathRef PathOf(const std::string& text)
-{
-    return PathRef(text, PathRef::StringUnix());
-}
+using kztest::PathOf;
 
 // What opening a file returns, or -1 when it is open after a failure or not open after success.
 KzErr Opening(const PathRef* path, int32 openMode, int32 denyMode)

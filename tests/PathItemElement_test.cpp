@@ -5,6 +5,7 @@
 
 #include <clocale>
 #include <cstring>
+#include <memory>
 
 #include "DebugStreamService.h"
 #include "FaultLoop.h"
@@ -83,47 +84,37 @@ TEST_F(PathItemElementTest, CollectionWhileTheHandlerMakesPaths)
     EXPECT_EQ(Live(), mBefore + 1);
 }
 
-// Paths are down. Reports of things that are left are counted, because to keep them would allocate.
-class PathStartAndStop : public ::testing::Test {
-protected:
-    PathStartAndStop()
-    {
-        sLeft = 0;
-        KZAppInterfaceSet(&mHost);
-        DebugOutputSetHandler([](const char*, int32, const char*, int32 level, uInt32, const char* text, uInt64) {
-            sLeft += level >= kDbgWarning && std::strstr(text, "memory") == nullptr;
-        });
-    }
-    ~PathStartAndStop() override
-    {
-        EXPECT_EQ(kz::LivePathElementCount(), 0);
-        DebugOutputSetHandler(nullptr);
-        KZAppInterfaceSet(nullptr);
-    }
-
-    static inline int sLeft = 0;
-    kztest::TestHost mHost;
-};
-
-// What the loop below does with paths; what it throws is for want of memory.
-KzErr UsePaths()
+// What the loop below does with a path that it keeps; what it throws is for want of memory.
+KzErr UsePath(PathRef* path)
 {
-    PathRef path(PathRef::kRelative);
-    path.Append("folder of a name that needs memory");
+    path->Append("folder of a name that needs memory");
     for (int i = 0; i < 6; ++i) {
-        path.Append(path);
+        path->Append(*path);
     }
-    path.Replace(-2, "other");
-    path.AssignToName("here");
-    path = PathRef(PathRef("here").ToString("pathref_unix"), "pathref_display");
-    path.GetCached<std::string, CachedPathString>("internal_unix", nullptr, kSearchDescendants, &path);
-    path.Append("..");
+    path->Replace(-2, "other");
+    path->AssignToName("here");
+    const PathRef here("here");
+    auto item = std::make_unique<CachedPath>(here, 1000, PathCachedItem::kDependsOnMetaData);
+    if (here.Cache("key", item.get()) == kzErrNone) {
+        static_cast<void>(item.release());
+    }
+    *path = PathRef(here.ToString("pathref_unix"), "pathref_display");
+    static_cast<void>(here.GetCached<PathRef, CachedPath>("key", nullptr, kSearchDescendants, path));
+    path->Append("..");
     return kzErrNone;
 }
 
-// What fails is told, nothing stays behind, and the next start is a clean one: the tree's alone, and its service's.
-TEST_F(PathStartAndStop, WithoutMemory)
+// What fails is told, nothing stays behind, and the next start is a clean one: the tree's alone, and its service's. The
+// stop allocates nothing, and tells of a path that is held.
+TEST(PathStartAndStop, WithoutMemory)
 {
+    static int sLeft = 0;  // reports of what is left, which are counted because to keep them would allocate
+    kztest::TestHost host;
+    KZAppInterfaceSet(&host);
+    DebugOutputSetHandler([](const char*, int32, const char*, int32 level, uInt32, const char* text, uInt64) {
+        sLeft += level >= kDbgWarning && std::strstr(text, "memory") == nullptr;
+    });
+    ASSERT_EQ(DebugStreamService()->Init(), kzErrNone);  // as in the library's stop: without it a report allocates
     for (const bool isService : {false, true}) {
         kztest::FaultLoop([isService](auto failed) {
             PathManager_Service* service = nullptr;
@@ -133,38 +124,24 @@ TEST_F(PathStartAndStop, WithoutMemory)
             EXPECT_TRUE(err == kzErrNone || (err == kzErrMemoryFull && failed()));
             EXPECT_EQ(kz::gPathsStepByCharacter, isService && err == kzErrNone);
             EXPECT_TRUE(isService || PathRef::Init() == err);
-            EXPECT_TRUE(kz::ErrOf("test", __LINE__, UsePaths) == kzErrNone || failed());
+            PathRef held(PathRef::kRelative);
+            EXPECT_TRUE(kz::ErrOf("test", __LINE__, [&] { return UsePath(&held); }) == kzErrNone || failed());
+            if (isService) {
+                held = nullptr;
+            }
+            const bool isHeld = held.Element() != nullptr;
+            const bool hasFailed = failed();
+            sLeft = 0;
             PathRef::GarbageCollect(2);
             EXPECT_EQ(service != nullptr ? service->Uninit() : PathRef::UnInit(), kzErrNone);
-            EXPECT_FALSE(kz::gPathsStepByCharacter);
-            EXPECT_EQ(kz::LivePathElementCount(), 0);
+            EXPECT_TRUE(failed() == hasFailed && sLeft == isHeld);
+            EXPECT_TRUE(kz::LivePathElementCount() == 0 && !kz::gPathsStepByCharacter);
         });
     }
-    EXPECT_EQ(sLeft, 0);
-    std::setlocale(LC_ALL, "C");
-}
-
-// With paths held, items cached and names given, in deep and wide places.
-TEST_F(PathStartAndStop, AStopAllocatesNothing)
-{
-    ASSERT_EQ(DebugStreamService()->Init(), kzErrNone);  // as in the library's stop: without it a report allocates
-    ASSERT_EQ(PathRef::Init(), kzErrNone);
-    std::vector<PathRef> held;
-    for (int i = 0; i < 2000; ++i) {
-        PathRef path = i % 3 == 0 || held.empty() ? PathRef(i % 2) : held.back();
-        path.Append("n" + std::to_string(i));
-        ASSERT_EQ(path.Cache("p", new CachedPath(path, 1000, PathCachedItem::kDependsOnMetaData)), kzErrNone);
-        ASSERT_EQ(path.AssignToName(path.Name().c_str()), kzErrNone);
-        held.push_back(path);
-    }
-    {
-        const kztest::FailAllocation fail(1, kztest::FailAllocation::kForGood, kztest::FailAllocation::kBlocksAndNew);
-        PathRef::GarbageCollect(2);
-        EXPECT_EQ(PathRef::UnInit(), kzErrNone);
-        EXPECT_FALSE(kztest::FailAllocation::Happened());
-    }
-    EXPECT_EQ(sLeft, 2);  // of the bases with paths below
     EXPECT_EQ(DebugStreamService()->Uninit(), kzErrNone);
+    std::setlocale(LC_ALL, "C");
+    DebugOutputSetHandler(nullptr);
+    KZAppInterfaceSet(nullptr);
 }
 
 TEST_F(PathItemElementTest, OneReleaseTooMany)

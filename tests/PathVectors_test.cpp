@@ -76,14 +76,13 @@ void FindItem(const Json& row)
 {
     const PathRef path = PathOf(row["a"]);
     const bool isNone = row["name"].IsNull();
-    std::string copied = "-";
-    std::string read = "-";
-    EXPECT_EQ(path.CopyItemAt(IndexOf(row["index"]), &copied), isNone ? kzErrArgument : kzErrNone);
-    const auto thrown = Thrown([&] { read = path.ItemAt(IndexOf(row["index"])); });
-    EXPECT_EQ(thrown.first, isNone ? kzErrCorrupt : kzErrNone);
-    EXPECT_EQ(thrown.second, isNone ? "PathRef ItemAt, invalid index" : "");
-    EXPECT_EQ(copied, isNone ? "-" : row["name"].Str());
-    EXPECT_EQ(read, copied);
+    const std::string expected = isNone ? "-" : row["name"].Str();
+    std::string name = "-";
+    EXPECT_EQ(path.CopyItemAt(IndexOf(row["index"]), &name), isNone ? kzErrArgument : kzErrNone);
+    EXPECT_EQ(name, expected);
+    const auto [code, detail] = Thrown([&] { EXPECT_EQ(path.ItemAt(IndexOf(row["index"])), expected); });
+    EXPECT_EQ(code, isNone ? kzErrCorrupt : kzErrNone);
+    EXPECT_EQ(detail, isNone ? "PathRef ItemAt, invalid index" : "");
 }
 
 void Read(const Json& row)
@@ -104,14 +103,14 @@ void Write(const Json& row)
         EXPECT_EQ(kz::PathToFileSystemText(path, &text), code);
     } else {
         EXPECT_EQ(path.ConvertToString(&text, form), code);
-        const auto thrown = Thrown([&] { EXPECT_EQ(path.ToString(form), text); });
-        EXPECT_EQ(thrown, std::pair(code, std::string(code != 0 ? "PathRef ToString" : "")));
+        const std::string detail = code != kzErrNone ? "PathRef ToString" : "";
+        EXPECT_EQ(Thrown([&] { EXPECT_EQ(path.ToString(form), text); }), std::pair(code, detail));
     }
     EXPECT_EQ(text, row["text"].IsNull() ? text : row["text"].Str());
 }
 
 template <typename Reader>
-void ReadNamesWith(const Json& row)
+void ReadNames(const Json& row)
 {
     const std::string text = row["text"].Str();
     Reader reader(&text);
@@ -125,21 +124,17 @@ void ReadNamesWith(const Json& row)
     EXPECT_EQ(count, row["names"].size());
 }
 
-void ReadNames(const Json& row)
-{
-    const bool isMac = row["format"].Str() == "mac";
-    (isMac ? ReadNamesWith<WidePathFormat::PathFormatReaderMac>
-           : ReadNamesWith<WidePathFormat::PathFormatReaderUnix>)(row);
-}
-
-void Tell(const Json& row)
-{
-    KZ_LOG(kDbgWarning) << PathOf(row);
-}
-
 const std::map<std::string, void (*)(const Json& row)> kDrivers = {
-    {"edit", Edit}, {"Compare", Relate}, {"Equals", Relate},    {"Item", FindItem},
-    {"read", Read}, {"write", Write},    {"reader", ReadNames}, {"report", Tell}};
+    {"edit", Edit},
+    {"Compare", Relate},
+    {"Equals", Relate},
+    {"Item", FindItem},
+    {"read", Read},
+    {"write", Write},
+    {"mac reader", ReadNames<WidePathFormat::PathFormatReaderMac>},
+    {"unix reader", ReadNames<WidePathFormat::PathFormatReaderUnix>},
+    {"report", [](const Json& row) { KZ_LOG(kDbgWarning) << PathOf(row); }},
+};
 
 const std::set<std::string> kLackingForms = {"pathref_dos", "pathref_platformindependent", "pathref_platformagnostic"};
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "KzErr.h"
 #include "LiveCount.h"
@@ -19,6 +20,7 @@
 namespace {
 
 using kztest::PStrValue;
+using Texts = std::vector<std::string>;
 
 // Ids high above those that systems give out.
 constexpr uInt32 kNobodysId = 3456789012;
@@ -41,22 +43,17 @@ TEST_F(UnixUserUtilTest, NamesAndNumbers)
             EXPECT_EQ(toName(id, name), kzErrNone);
             EXPECT_EQ(name.Text(), expected);
         }
-        const std::pair<std::string, uInt32> rows[] = {{root, 0},
-                                                       {"501", 501},
-                                                       {"4294967295", 4294967295U},
-                                                       {"4294967296", kNone},
-                                                       {"50x", kNone},
-                                                       {"-1", kNone},
-                                                       {" 1", kNone},
-                                                       {"", kNone},
-                                                       {"no such name, ever", kNone},
-                                                       {root + std::string(1, '\0'), kNone},
-                                                       {std::string(255, '9'), kNone}};
-        for (const auto& [text, expected] : rows) {
+        const auto idOf = [toId](const std::string& text) {
             uInt32 id = kNone;
-            EXPECT_EQ(toId(PStrValue(text), &id), expected == kNone ? kzErrArgument : kzErrNone) << text;
-            EXPECT_EQ(id, expected) << text;
+            const KzErr err = toId(PStrValue(text), &id);
+            EXPECT_EQ(err, id == kNone ? kzErrArgument : kzErrNone) << text;
             EXPECT_TRUE(toId(nullptr, &id) == kzErrArgument && toId(PStrValue(text), nullptr) == kzErrArgument);
+            return id;
+        };
+        EXPECT_TRUE(idOf(root) == 0 && idOf("501") == 501 && idOf("4294967295") == 4294967295U);
+        const Texts nobody = {"4294967296", "50x", "-1", " 1", "", "no one, ever", root + '\0', std::string(255, '9')};
+        for (const std::string& none : nobody) {
+            EXPECT_EQ(idOf(none), kNone) << none;
         }
         EXPECT_EQ(toName(0, nullptr), kzErrArgument);
     }
