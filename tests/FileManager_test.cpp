@@ -68,16 +68,6 @@ int64 Both(File_t file, KzErr (*call64)(File_t, uInt64*), KzErr (*call)(File_t, 
     return static_cast<int64>(wide);
 }
 
-int64 Place(File_t file)
-{
-    return Both(file, FMTell64, FMTell);
-}
-
-int64 SizeOf(File_t file)
-{
-    return Both(file, FGetEOF64, FGetEOF);
-}
-
 class FileManagerTest : public testing::Test {
 protected:
     kztest::ReportCatcher mReports;
@@ -225,9 +215,9 @@ TEST_F(FileManagerTest, AFileAgreesWithAModel)
                 EXPECT_EQ(FMSeek64(file, offset, mode), above || below ? kzErrEndOfFile : kzErrNone);
                 at = static_cast<size_t>(above ? size : below ? 0 : origin + offset);
             }
-            EXPECT_EQ(Place(file), static_cast<int64>(at));
+            EXPECT_EQ(Both(file, FMTell64, FMTell), static_cast<int64>(at));
             if (random() % 2 == 0) {
-                EXPECT_EQ(SizeOf(file), static_cast<int64>(bytes.size()));
+                EXPECT_EQ(Both(file, FGetEOF64, FGetEOF), static_cast<int64>(bytes.size()));
             }
         }
         EXPECT_EQ(FMClose(file), kzErrNone);
@@ -242,10 +232,10 @@ TEST_F(FileManagerTest, BeyondFourGigabytes)
     std::filesystem::resize_file(path, static_cast<uintmax_t>(kBig));
     const File_t file = Open(path);
     char byte = 'x';
-    EXPECT_EQ(SizeOf(file), kBig);
+    EXPECT_EQ(Both(file, FGetEOF64, FGetEOF), kBig);
     EXPECT_EQ(FMSeek64(file, kBig, kFMFromStart), kzErrNone);
     EXPECT_EQ(FMSeek(file, -2, kFMFromCurrent), kzErrNone);
-    EXPECT_EQ(Place(file), kBig - 2);
+    EXPECT_EQ(Both(file, FMTell64, FMTell), kBig - 2);
     EXPECT_EQ(kz::FMReadAt(file, kBig - 1, 1, nullptr, &byte), kzErrNone);
     EXPECT_EQ(byte, 0);
     EXPECT_EQ(FMClose(file), kzErrNone);

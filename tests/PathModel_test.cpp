@@ -15,6 +15,7 @@
 #include "PathCache.h"
 #include "PathClassic.h"
 #include "PathTesting.h"
+#include "Racing.h"
 #include "ScopedLock.h"
 
 namespace {
@@ -263,22 +264,19 @@ TEST_F(PathModelTest, Alone)
 // Made for the thread sanitizer: elements that threads meet on come and go while blocks are collected.
 TEST_F(PathModelTest, SharedByThreads)
 {
-    constexpr unsigned kThreads = 8;
-    std::atomic<unsigned> running{kThreads};
-    std::vector<std::jthread> threads;
-    for (unsigned t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&running, t] {
-            for (unsigned i = 0; i < kztest::ModelSequences() / 200; ++i) {
-                World(t + i * kThreads, false).Run(100);
-            }
-            --running;
-        });
-    }
-    for (int32 method = 1; running > 0; method = 3 - method) {
-        PathRef::GarbageCollect(method);
-        mReports.TakeAll();
-        std::this_thread::yield();
-    }
+    constexpr int kThreads = 8;
+    std::atomic<int> running{kThreads};
+    kztest::Race(kThreads + 1, [&](int thread) {
+        for (unsigned i = 0; thread < kThreads && i < kztest::ModelSequences() / 200; ++i) {
+            World(i * kThreads + static_cast<unsigned>(thread), false).Run(100);
+        }
+        running -= thread < kThreads;
+        for (int32 method = 1; thread == kThreads && running > 0; method = 3 - method) {
+            PathRef::GarbageCollect(method);
+            mReports.TakeAll();
+            std::this_thread::yield();
+        }
+    });
 }
 
 }  // namespace
