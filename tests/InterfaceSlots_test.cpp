@@ -42,6 +42,19 @@ TEST(InterfaceSlots, Stand)
     using Chain = StackChain;
     ExpectSlots("StackChain", 2, &Chain::Record, &Chain::RecordFrom, &Chain::FrameDecoder, &Chain::GetBuffer,
                 &Chain::GetBufferEntries);
+    using Reader = WidePathFormat::PathFormatReader;
+    ExpectSlots("PathFormatReader", 2, &Reader::PathBase, &Reader::FirstElement, &Reader::GetNext, &Reader::Reset,
+                &Reader::Extract, &Reader::HasMore, &Reader::CharacterIsSeparator, &Reader::NextCharacterOffset,
+                &Reader::CharacterPastPathType, &Reader::NextSeparatorCharacter, &Reader::GetActualElementName,
+                &WidePathFormat::PathFormatReaderDotted::SkipToNextIfNeeded);
+    using Writer = PathTextFormat;
+    ExpectSlots("PathTextFormat", 2, &Writer::SetToAbsolutePath, &Writer::SetToRelativePath, &Writer::SetToUNCPath,
+                &Writer::AppendElement, &Writer::AppendSeparator, &Writer::AppendAbbreviationMark, &Writer::AppendUpDir,
+                &Writer::Finalize);
+    using Item = PathCachedItem;
+    ExpectSlots("PathCachedItem", 0, &Item::IsA);
+    ExpectSlots("PathCachedItem", 3, &Item::Expired, &Item::Invalidate, &Item::Reset, &Item::Size, &Item::Rotten,
+                &Item::Accepted);
     using Decoder = StackDecoder;
     ExpectSlots("StackDecoder", 2, &Decoder::SetDecodeLevel, &Decoder::GetStackCrawl, &Decoder::GetNameForAddress);
 }

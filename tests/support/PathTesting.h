@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "JsonLines.h"
@@ -16,41 +17,30 @@
 
 namespace kztest {
 
-// The path layer is up, alone, for as long as this lives; what leaks is a report of level 2 at the end.
-class RunningPaths {
-public:
-    RunningPaths()
+// The path layer is up, alone; what leaks is a report of level 2 at the end.
+class PathTest : public ::testing::Test {
+protected:
+    PathTest()
     {
-        KZAppInterfaceSet(&host);
+        KZAppInterfaceSet(&mHost);
         EXPECT_EQ(PathRef::Init(), kzErrNone);
         PathRef::SetNotAPathString("<Not A Path>");
     }
-    ~RunningPaths()
+    ~PathTest() override
     {
         EXPECT_TRUE(kz::PathTreeIsSane());
         EXPECT_STREQ(kz::PathBlocksFault(), nullptr);
         EXPECT_EQ(PathRef::UnInit(), kzErrNone);
         KZAppInterfaceSet(nullptr);
     }
-    RunningPaths(const RunningPaths&) = delete;
-    RunningPaths& operator=(const RunningPaths&) = delete;
 
-    TestHost host;
-};
-
-class PathTest : public ::testing::Test {
-protected:
     ReportCatcher mReports;
-    RunningPaths mPaths;
+    TestHost mHost;
 };
 
-inline PathRef MakePath(PathRef::PathBase base, const std::vector<std::string>& names)
+inline PathRef PathOf(const std::string& text)
 {
-    PathRef path(base);
-    for (const std::string& name : names) {
-        path.Append(name);
-    }
-    return path;
+    return PathRef(text, PathRef::StringUnix());
 }
 
 // A row's path, made in the tree itself, where names and bases that Append has rules about go unheeded.
@@ -79,18 +69,15 @@ inline Names NamesOf(const PathRef& path)
     return names;
 }
 
-// The code of the ZVExcept that `body` throws, 0 for none; `*detail` gets its message.
+// The code and the message of the ZVExcept that `body` throws; 0 and none without one.
 template <typename Body>
-KzErr Thrown(Body&& body, std::string* detail = nullptr)
+std::pair<KzErr, std::string> Thrown(Body&& body)
 {
     try {
         body();
-        return kzErrNone;
+        return {};
     } catch (const ZVExcept& failure) {
-        if (detail != nullptr) {
-            *detail = failure.diag();
-        }
-        return failure.err();
+        return {failure.err(), failure.diag()};
     }
 }
 
