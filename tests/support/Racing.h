@@ -69,8 +69,9 @@ inline int StressRounds(int usual)
     return text == nullptr ? usual : std::atoi(text);
 }
 
-// Cancels a thread that is in `body`, once `canCancel()`; whether that ended the thread.
-inline bool EndsCancelled(std::function<void()> body, const std::function<bool()>& canCancel)
+// Cancels a thread that is in `body`, once `canCancel()`, and calls `release` then; whether that ended the thread.
+template <typename Condition, typename Release>
+bool EndsCancelled(std::function<void()> body, const Condition& canCancel, const Release& release)
 {
     pthread_t thread;
     const auto run = [](void* called) -> void* {
@@ -82,6 +83,7 @@ inline bool EndsCancelled(std::function<void()> body, const std::function<bool()
     }
     Await(canCancel);
     pthread_cancel(thread);
+    release();
     void* result = nullptr;
     pthread_join(thread, &result);
     return result == PTHREAD_CANCELED;
@@ -108,6 +110,8 @@ inline ThMutex MakeLock()
 class ThreadTest : public testing::Test {
 protected:
     ~ThreadTest() override { EXPECT_STREQ(kz::LockGraphFault(), nullptr); }
+
+    static TestHost& Host() { return static_cast<TestHost&>(*KZApp()); }
 
     ReportCatcher reports;
     RunningMemory memory;
