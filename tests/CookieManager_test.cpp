@@ -275,6 +275,8 @@ TEST_F(CookieManager, DamagedJars)
     void* record = nullptr;
     ASSERT_EQ(0, MCGetCookieInfoPtr(jar.GetJar(), cookies[190], &record));
     std::for_each(cookies.begin() + 2, cookies.end(), [this](uInt32 cookie) { jar.DisposeCookie(cookie); });
+    void* live = nullptr;
+    ASSERT_EQ(0, MCGetCookieInfoPtr(jar.GetJar(), cookies[1], &live));
     uInt32* const count = reinterpret_cast<uInt32*>(*jar.GetJar()) + 9;
     uInt32* const salt = static_cast<uInt32*>(record) + 3;  // in front of the link and the reference count
     const struct {
@@ -290,6 +292,7 @@ TEST_F(CookieManager, DamagedJars)
         {salt + 1, 0, "the free chain holds a slot in use"},
         {salt + 1, 190, "the free chain does not hold just the free slots"},
         {salt + 2, 1, "a slot's reference count is wrong"},
+        {static_cast<uInt32*>(live) + 5, 1, "a slot's reference count is wrong"},
         {count, 2, nullptr},
     };
     // The list is an old one that is resized; without memory it stays.

@@ -163,19 +163,18 @@ TEST_F(ThEventTest, TellsWhatThePlatformCouldNotDo)
     ScriptedEvent* const platform = new ScriptedEvent;
     ThEventDestroy(std::exchange(event, kz::ThEventAdopt(platform)));
     ASSERT_NE(event, nullptr);
-    platform->waitResult = kWaitFailed;
-    EXPECT_EQ(ThEventWait(event), kzErrArgument);
-    EXPECT_TRUE(reports.Take(kDbgFatal, "Wait on event failed"));
-    platform->waitResult = 3;
-    EXPECT_EQ(ThEventWait(event), kzErrArgument);
-    EXPECT_TRUE(reports.Take(kDbgWarning, "We were not supposed to retry here"));
-
+    for (const int answer : {int{kWaitFailed}, 3}) {
+        platform->waitResult = answer;
+        EXPECT_EQ(ThEventWait(event), kzErrArgument);
+    }
+    EXPECT_EQ(reports.TakeRows(), (kztest::ReportRows{{kDbgFatal, "Wait on event failed"},
+                                                      {kDbgWarning, "We were not supposed to retry here"}}));
     platform->latencies = 4;
     platform->uninitResult = kzErrGeneric;
     ThEventDestroy(std::exchange(event, nullptr));
-    EXPECT_TRUE(reports.Take(kDbgError, "DestroyPlatformEvent failed with KzErr 42"));
-    EXPECT_TRUE(reports.Take(kDbgLog, "ThEventDestroy:: (ms) avg latency=1.00000 nEvents=4 min=0.50000 max=1.25000"));
-    EXPECT_TRUE(reports.TakeAll().empty());
+    const char* const figures = "ThEventDestroy:: (ms) avg latency=1.00000 nEvents=4 min=0.50000 max=1.25000";
+    EXPECT_EQ(reports.TakeRows(),
+              (kztest::ReportRows{{kDbgLog, figures}, {kDbgError, "DestroyPlatformEvent failed with KzErr 42"}}));
     EXPECT_EQ(DestroyPlatformEvent(nullptr), kzErrNone);
     ThEventCreate(&event, nullptr, 0);
 }

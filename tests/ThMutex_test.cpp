@@ -11,15 +11,6 @@ namespace {
 
 using ThMutexTest = kztest::ThreadTest;
 
-TEST_F(ThMutexTest, NullIsNothingToLock)
-{
-    kztest::Take(nullptr);
-    kztest::Take(nullptr);
-    kztest::GiveBack(nullptr);
-    ThMutexDestroy(nullptr);
-    EXPECT_EQ(DestroyPlatformMutex(nullptr), kzErrNone);
-}
-
 // Whatever keeps threads out of one another's way: a lock, or a word that they swap. An increment that is lost, or not
 // ordered, shows in a plain counter, or as a race.
 struct Exclusion {
@@ -45,8 +36,6 @@ const Exclusion kExclusions[] = {
 
 TEST_F(ThMutexTest, OneThreadAtATimeIsInside)
 {
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 10000;
     for (const KzBool isRealTime : {0, 1}) {
         Host().isRealTimeTarget = isRealTime;
         const long news = kztest::LiveNewCount();
@@ -56,20 +45,29 @@ TEST_F(ThMutexTest, OneThreadAtATimeIsInside)
         gToken = &gWord;
         for (const Exclusion& each : kExclusions) {
             int counter = 0;
-            kztest::Race(kThreads, [&](int) {
-                for (int round = 0; round < kRounds; ++round) {
+            kztest::Race(4, [&](int) {
+                for (int round = 0; round < 10000; ++round) {
                     each.enter();
                     ++counter;
                     each.leave();
                 }
             });
-            EXPECT_EQ(counter, kThreads * kRounds) << each.name;
+            EXPECT_EQ(counter, 40000) << each.name;
         }
         EXPECT_EQ(kz::ThMutexCount(gMutex), -1);
         ThMutexDestroy(gMutex);
         EXPECT_EQ(DestroyPlatformMutex(gPlatform), kzErrNone);
         EXPECT_EQ(kztest::LiveNewCount(), news);
     }
+    gMutex = nullptr;  // which is nothing to lock
+    kExclusions[0].enter();
+    kExclusions[0].enter();
+    kExclusions[0].leave();
+    kztest::FaultLoop([](auto failed) {
+        PlatformMutex* const made = CreatePlatformMutex();
+        EXPECT_EQ(made == nullptr, failed());
+        EXPECT_EQ(DestroyPlatformMutex(made), kzErrNone);  // null too
+    });
 }
 
 // A pair that is written and read under a lock is never torn, and no word is lost that goes round by swaps.

@@ -1,6 +1,7 @@
 // Events, timed events and locks as one: things that a thread waits for, and another one completes.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
 #include <sched.h>
 
 #include <cerrno>
@@ -178,27 +179,26 @@ TYPED_TEST(WaitsTest, MadeBeforeTheHostIsSetItWorksWithAReport)
     KZAppInterfaceSet(host);
 }
 
-// A thread that is cancelled in a wait leaves no trace on the event; one that waits for a lock goes when it has it.
+// A thread that is cancelled in a wait leaves no trace on the event; one that waits for a lock ends when it has it.
 TYPED_TEST(WaitsTest, CancelledWaitsLeaveNoTrace)
 {
     constexpr bool kIsLock = std::is_same_v<TypeParam, Lock>;
     const auto thing = TestFixture::Make();
     for (const auto wait : TypeParam::kWaits) {
         std::atomic<bool> begins{false};
-        bool passes = false;
-        const auto body = [&] {
+        std::atomic<bool> passes{false};
+        std::thread waiter([&] {
             begins = true;
             wait(thing);
             for (passes = true;;) {
                 pthread_testcancel();
             }
-        };
-        const auto waits = [&] { return begins && IsAwaited(thing); };
-        const auto release = [&] {
-            kztest::Dawdle(100000);
-            kIsLock ? TypeParam::Complete(thing) : 0;
-        };
-        EXPECT_TRUE(kztest::EndsCancelled(body, waits, release));
+        });
+        kztest::Await([&] { return begins && IsAwaited(thing); });
+        pthread_cancel(waiter.native_handle());
+        kztest::Dawdle(100000);
+        kIsLock ? TypeParam::Complete(thing) : 0;
+        waiter.join();
         EXPECT_EQ(passes, kIsLock);
         EXPECT_EQ(TypeParam::Complete(thing), 0) << "nobody waits";
         TypeParam::Wait(thing);
@@ -254,50 +254,50 @@ TYPED_TEST(WaitsTest, NoWakeUpIsLostAndTheWaiterMayDestroyAtOnce)
     kz::AllowSpins(true);
 }
 
-ThEvent E(void* block)
-{
-    return static_cast<ThEvent>(block);
-}
-
-ThTmoEvent T(void* block)
-{
-    return static_cast<ThTmoEvent>(block);
-}
+// An address of whatever a call wants.
+struct Block {
+    template <typename Record>
+    operator Record*() const
+    {
+        return static_cast<Record*>(at);
+    }
+    void* at;
+};
 
 // A wait for two events whose first one is sound. No second one is no fault.
-int32 WaitWithSecond(void* second)
+int32 WaitWithSecond(Block second)
 {
     ThEvent event = nullptr;
     EXPECT_EQ(ThEventCreate(&event, nullptr, 0), 0);
-    const int32 result = ThEventMsgWaitMultiple(event, E(second), 0, 0);
+    const int32 result = ThEventMsgWaitMultiple(event, second, 0, 0);
     ThEventDestroy(event);
-    return second == nullptr ? 1 - result : result;
+    return second.at == nullptr ? 1 - result : result;
 }
 
 // What each call says to a block that is not of its kind, and which report it makes. Null has the same result, and no
 // report but those of the last column, at level 3.
 const struct {
     const char* name;
-    int32 (*call)(void* block);
+    int32 (*call)(Block block);
     int32 result;
     int level;
     const char* text;
     const char* nullText;
 } kRefusals[] = {
-    {"signal", [](void* b) { return ThEventSignal(E(b)); }, 0, kDbgFatal, "Bad verifier in event.", ""},
-    {"reset", [](void* b) { return ThEventReset(E(b)); }, 0, kDbgFatal, "", ""},
-    {"wait", [](void* b) { return int32{ThEventWait(E(b))}; }, kzErrArgument, kDbgFatal, "", ""},
-    {"pump", [](void* b) { return int32{ThEventWaitAndPump(E(b), nullptr, 0, 0)}; }, kzErrArgument, kDbgFatal, "", ""},
-    {"message", [](void* b) { return ThEventMsgWaitMultiple(E(b), nullptr, 0, 0); }, 1, kDbgFatal, "", ""},
+    {"signal", [](Block b) { return ThEventSignal(b); }, 0, kDbgFatal, "Bad verifier in event.", ""},
+    {"reset", [](Block b) { return ThEventReset(b); }, 0, kDbgFatal, "", ""},
+    {"wait", [](Block b) { return int32{ThEventWait(b)}; }, kzErrArgument, kDbgFatal, "", ""},
+    {"pump", [](Block b) { return int32{ThEventWaitAndPump(b, nullptr, 0, 0)}; }, kzErrArgument, kDbgFatal, "", ""},
+    {"message", [](Block b) { return ThEventMsgWaitMultiple(b, nullptr, 0, 0); }, 1, kDbgFatal, "", ""},
     {"second", &WaitWithSecond, 1, kDbgFatal, "", ""},
-    {"destroy", [](void* b) { return ThEventDestroy(E(b)), 0; }, 0, kDbgFatal, "", "Bad ThEvent in ThEventDestroy()"},
-    {"change", [](void* b) { return ThTmoEventChangeTmo(T(b), 1), 0; }, 0, kDbgFatal, "", ""},
-    {"wait for a time", [](void* b) { return ThTmoEventWait(T(b)), 0; }, 0, kDbgFatal, "", ""},
-    {"get", [](void* b) { return static_cast<int32>(ThTmoEventGetTmo(T(b))); }, 0, kDbgFatal, "", ""},
-    {"destroy timed", [](void* b) { return ThTmoEventDestroy(T(b)), 0; }, 0, kDbgFatal, "",
+    {"destroy", [](Block b) { return ThEventDestroy(b), 0; }, 0, kDbgFatal, "", "Bad ThEvent in ThEventDestroy()"},
+    {"change", [](Block b) { return ThTmoEventChangeTmo(b, 1), 0; }, 0, kDbgFatal, "", ""},
+    {"wait for a time", [](Block b) { return ThTmoEventWait(b), 0; }, 0, kDbgFatal, "", ""},
+    {"get", [](Block b) { return static_cast<int32>(ThTmoEventGetTmo(b)); }, 0, kDbgFatal, "", ""},
+    {"destroy timed", [](Block b) { return ThTmoEventDestroy(b), 0; }, 0, kDbgFatal, "",
      "Bad ThTmoEvent in ThTmoEventDestroy()"},
-    {"destroy lock", [](void* b) { return ThMutexDestroy(static_cast<ThMutex>(b)), 0; }, 0, kDbgError,
-     "bad mutex verifier in ThMutexDestroy", ""},
+    {"destroy lock", [](Block b) { return ThMutexDestroy(b), 0; }, 0, kDbgError, "bad mutex verifier in ThMutexDestroy",
+     ""},
 };
 
 using RefusalTest = kztest::ThreadTest;
@@ -319,7 +319,7 @@ TEST_F(RefusalTest, NullForeignAndDestroyedBlocks)
     const unsigned char* const blocks[] = {nullptr, kReadOnly, ofEvent, ofLock};
     for (const auto& row : kRefusals) {
         for (const unsigned char* const block : blocks) {
-            EXPECT_EQ(row.call(const_cast<unsigned char*>(block)), row.result) << row.name;
+            EXPECT_EQ(row.call({const_cast<unsigned char*>(block)}), row.result) << row.name;
             const int level = block == nullptr ? kDbgError : row.level;
             const char* const text = block == nullptr ? row.nullText : row.text;
             const std::size_t count = block == nullptr && *text == '\0' ? 0 : 1;

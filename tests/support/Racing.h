@@ -1,15 +1,12 @@
-// What tests of threads share: races, patience, cancelled threads, and the fixture.
+// What tests of threads share: races, patience, and the fixture.
 #ifndef KZCORE_TESTS_RACING_H
 #define KZCORE_TESTS_RACING_H
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -67,26 +64,6 @@ inline int StressRounds(int usual)
 {
     const char* const text = std::getenv("KZ_STRESS_ROUNDS");
     return text == nullptr ? usual : std::atoi(text);
-}
-
-// Cancels a thread that is in `body`, once `canCancel()`, and calls `release` then; whether that ended the thread.
-template <typename Condition, typename Release>
-bool EndsCancelled(std::function<void()> body, const Condition& canCancel, const Release& release)
-{
-    pthread_t thread;
-    const auto run = [](void* called) -> void* {
-        (*static_cast<std::function<void()>*>(called))();
-        return nullptr;
-    };
-    if (pthread_create(&thread, nullptr, run, &body) != 0) {
-        return false;
-    }
-    Await(canCancel);
-    pthread_cancel(thread);
-    release();
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    return result == PTHREAD_CANCELED;
 }
 
 // For locks that one thread takes and another one gives back.
