@@ -95,6 +95,7 @@ struct Lock {
     static void Destroy(ThMutex lock)
     {
         kztest::GiveBack(lock);
+        EXPECT_EQ(kz::ThMutexCount(lock), -1);
         ThMutexDestroy(lock);
     }
 };
