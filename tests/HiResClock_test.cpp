@@ -13,19 +13,12 @@ uInt64 gTicks;
 TEST(HiResClock, CountsWholeMillisecondsAndWraps)
 {
     constexpr uInt64 kTicksPerMilli = 1'000'000;
-    const struct {
-        uInt32 expected;
-        uInt64 ticks;
-    } kRows[] = {
-        {0, kTicksPerMilli - 1},
-        {1, kTicksPerMilli},
-        {0xFFFFFFFF, 0xFFFFFFFFu * kTicksPerMilli},
-        {5, 0x300000005u * kTicksPerMilli + 999'999},
-    };
     const kz::TickSource system = kz::SetTickSource([] { return gTicks; });
-    for (const auto& row : kRows) {
-        gTicks = row.ticks;
-        EXPECT_EQ(MilliSecs(), row.expected) << row.ticks;
+    for (const uInt64 millis : {0ull, 1ull, 0xFFFFFFFFull, 0x300000005ull}) {
+        for (const uInt64 rest : {0u, 999'999u}) {
+            gTicks = millis * kTicksPerMilli + rest;
+            EXPECT_EQ(MilliSecs(), static_cast<uInt32>(millis)) << rest;
+        }
     }
     kz::SetTickSource(system);
     uInt32 last = MilliSecs();
@@ -35,36 +28,40 @@ TEST(HiResClock, CountsWholeMillisecondsAndWraps)
         last = now;
     }
     // The signed distance across the wrap.
-    EXPECT_EQ(MillisecCmp(3, 0xFFFFFFFE), 5);
-    EXPECT_EQ(MillisecCmp(0xFFFFFFFE, 3), -5);
+    EXPECT_TRUE(MillisecCmp(3, 0xFFFFFFFE) == 5 && MillisecCmp(0xFFFFFFFE, 3) == -5);
     EXPECT_EQ(MillisecCmp(0x80000001, 0), -0x7FFFFFFF);
 }
 
 TEST(HiResClock, SecondsAndTicks)
 {
     const struct {
-        HRTime ticks;
         double seconds;
+        HRTime ticks;
+        double back;
     } kRows[] = {
-        {0, 0.0}, {1'500'000'000, 1.5}, {0x4000000000000000, 4611686018.427387904}, {1ull << 63, 9223372036.854775808}};
+        {0.0, 0, 0.0},
+        {1.5, 1'500'000'000, 1.5},
+        {4611686018.427387904, 1ull << 62, 4611686018.427387904},
+        {9223372036.854775808, 1ull << 63, 9223372036.854775808},
+        {-1.0, 0, 0.0},
+        {std::nan(""), 0, 0.0},
+        {1e30, ~HRTime{0}, 18446744073.709551615},
+    };
     for (const auto& row : kRows) {
-        EXPECT_DOUBLE_EQ(HRTimeToSeconds(row.ticks), row.seconds);
         HRTime ticks = 7;
         SecondsToHRTime(&ticks, row.seconds);
-        EXPECT_EQ(ticks, row.ticks);
+        EXPECT_EQ(ticks, row.ticks) << row.seconds;
+        EXPECT_DOUBLE_EQ(HRTimeToSeconds(ticks), row.back);
     }
-    HRTime held[] = {7, 7, 7};
-    SecondsToHRTime(&held[0], -1.0);
-    SecondsToHRTime(&held[1], std::nan(""));
-    SecondsToHRTime(&held[2], 1e30);
-    EXPECT_TRUE(held[0] == 0 && held[1] == 0 && held[2] == ~HRTime{0}) << "what no count can express";
-    HRTimeAdd(&held[2], &kRows[1].ticks, &held[0]);
-    EXPECT_EQ(held[0], 1'499'999'999u) << "sums wrap";
-    HRTimeSubtract(&held[0], &kRows[1].ticks, &held[1]);
-    EXPECT_EQ(HRTimeCompare(held[1], held[2]), 0);
+    HRTime sum = 7;
+    HRTime difference = 7;
+    HRTimeAdd(&kRows[6].ticks, &kRows[1].ticks, &sum);
+    EXPECT_EQ(sum, 1'499'999'999u) << "sums wrap";
+    HRTimeSubtract(&sum, &kRows[1].ticks, &difference);
+    EXPECT_EQ(HRTimeCompare(difference, ~HRTime{0}), 0);
     EXPECT_TRUE(HRTimeCompare(1, 2) == -1 && HRTimeCompare(2, 1) == 1);
-    HRTimeZero(&held[1]);
-    EXPECT_EQ(held[1], 0u);
+    HRTimeZero(&sum);
+    EXPECT_EQ(sum, 0u);
 }
 
 }  // namespace

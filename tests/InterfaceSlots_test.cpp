@@ -57,6 +57,11 @@ TEST(InterfaceSlots, Stand)
                 &Item::Accepted);
     using Decoder = StackDecoder;
     ExpectSlots("StackDecoder", 2, &Decoder::SetDecodeLevel, &Decoder::GetStackCrawl, &Decoder::GetNameForAddress);
+    using Event = PlatformEvent;
+    ExpectSlots("PlatformEvent", 2, &Event::Signal, &Event::Reset, &Event::Wait, &Event::WaitAndPump,
+                &Event::MsgWaitMultiple, &Event::GetLatencyStats, &Event::Init, &Event::Uninit);
+    using Mutex = PlatformMutex;
+    ExpectSlots("PlatformMutex", 2, &Mutex::Acquire, &Mutex::Release, &Mutex::Init, &Mutex::Uninit);
 }
 
 }  // namespace

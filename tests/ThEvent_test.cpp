@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <utility>
 
 #include "HiResClock.h"
 #include "PlatformEvent.h"
 #include "Racing.h"
-#include "SlotOf.h"
 #include "ThInternals.h"
 #include "VirtualClock.h"
 
@@ -17,50 +17,44 @@ using Clock = std::chrono::steady_clock;
 
 class ThEventTest : public kztest::ThreadTest {
 protected:
-    static ThEvent MakeEvent(int32 initialState)
-    {
-        ThEvent event = nullptr;
-        EXPECT_EQ(ThEventCreate(&event, nullptr, initialState), kzErrNone);
-        return event;
-    }
+    ThEventTest() { EXPECT_EQ(ThEventCreate(&event, nullptr, 0), kzErrNone); }
+    ~ThEventTest() override { ThEventDestroy(event); }
+
+    ThEvent event = nullptr;
 };
 
 TEST_F(ThEventTest, KeepsOneSignal)
 {
     std::mt19937 random(1);
     for (int32 initialState = 0; initialState < 3; ++initialState) {
-        const ThEvent event = MakeEvent(initialState);
+        ThEventDestroy(event);
+        EXPECT_EQ(ThEventCreate(&event, nullptr, initialState), kzErrNone);
         bool kept = initialState != 0;
         for (int step = 0; step < 300; ++step) {
-            switch (random() % 4) {
-                case 0:
-                    EXPECT_EQ(ThEventReset(event), kept ? 1 : 0);
-                    break;
-                case 1:
-                    EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kept ? kzErrNone : kzErrTimeout);
-                    break;
-                case 2:
-                    EXPECT_EQ(ThEventSignal(event), 0);
-                    kept = true;
-                    continue;
-                default:
-                    EXPECT_EQ(kept ? ThEventWait(event) : kzErrNone, kzErrNone);
+            const auto call = random() % 4;
+            if (call == 0) {
+                EXPECT_EQ(ThEventReset(event), kept ? 1 : 0);
+            } else if (call == 1) {
+                EXPECT_EQ(ThEventWaitWithTimeout(event, 0), kept ? kzErrNone : kzErrTimeout);
+            } else if (call == 2) {
+                EXPECT_EQ(ThEventSignal(event), 0);
+            } else {
+                EXPECT_EQ(kept ? ThEventWait(event) : kzErrNone, kzErrNone);
             }
-            kept = false;
+            kept = call == 2;
         }
-        ThEventReset(event);
-        const Clock::time_point start = Clock::now();
-        EXPECT_EQ(ThEventWaitWithTimeout(event, 30), kzErrTimeout);
-        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(30));
-        ThEventDestroy(event);
     }
+    ThEventReset(event);
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(ThEventWaitWithTimeout(event, 30), kzErrTimeout);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(30));
 }
 
 struct Pump {
-    ThEvent event = nullptr;
-    int calls = 0;
-    int signalAt = 0;
-    int arg = 0;
+    ThEvent event;
+    int signalAt;
+    int calls;
+    int arg;
 };
 Pump gPump;
 
@@ -80,23 +74,24 @@ TEST_F(ThEventTest, PumpsUntilSignalled)
         int signalAt;
     } cases[] = {{0, 1}, {0, 5}, {1, 4}, {-1, 2}, {kztest::kPatienceMs, 2}};
     for (const auto& each : cases) {
-        gPump = {MakeEvent(0), 0, each.signalAt, 0};
-        EXPECT_EQ(ThEventWaitAndPump(gPump.event, &CountingPump, each.milliseconds, 7), kzErrNone);
-        EXPECT_EQ(gPump.calls, each.signalAt);
-        EXPECT_EQ(gPump.arg, 7);
-        EXPECT_EQ(ThEventReset(gPump.event), 0);
-        ThEventDestroy(gPump.event);
+        gPump = {event, each.signalAt, 0, 0};
+        EXPECT_EQ(ThEventWaitAndPump(event, &CountingPump, each.milliseconds, 7), kzErrNone);
+        EXPECT_TRUE(gPump.calls == each.signalAt && gPump.arg == 7) << each.milliseconds;
+        EXPECT_EQ(ThEventReset(event), 0);
     }
     gPump = {};
     EXPECT_EQ(ThEventWaitAndPump(nullptr, &CountingPump, 0, 8), kzErrArgument);
     EXPECT_EQ(gPump.calls, 1);
+    const auto throwing = [](int32) { ++gPump.calls == 4 ? throw 3 : 0; };
+    EXPECT_THROW(ThEventWaitAndPump(event, throwing, 0, 0), int);
+    EXPECT_EQ(ThEventSignal(event), 0) << "nobody waits";
+    EXPECT_EQ(ThEventWaitWithTimeout(event, kztest::kPatienceMs), kzErrNone);
 }
 
 // A wake whose signal somebody else has taken ends a step, however long.
 TEST_F(ThEventTest, AWakeWithoutASignalPumpsAgain)
 {
     static std::atomic<int> sCalls;
-    const ThEvent event = MakeEvent(0);
     const auto hasPumped = [] { return sCalls >= 3; };  // twice before a wake
     kztest::Await([&] {
         sCalls = 0;
@@ -116,51 +111,12 @@ TEST_F(ThEventTest, AWakeWithoutASignalPumpsAgain)
         }
         return pumped;
     });
-    ThEventDestroy(event);
-}
-
-// A thread that goes away in the middle of a wait leaves no trace on the event.
-TEST_F(ThEventTest, WaitsThatAreCancelledOrThrownOutOf)
-{
-    const struct {
-        const char* name;
-        void (*wait)(ThEvent);
-    } kRows[] = {
-        {"wait", [](ThEvent event) { ThEventWait(event); }},
-        {"wait with a limit", [](ThEvent event) { ThEventWaitWithTimeout(event, kztest::kPatienceMs); }},
-        {"between pumps", [](ThEvent event) { ThEventWaitAndPump(event, nullptr, kztest::kPatienceMs, 0); }},
-        {"in a pump",
-         [](ThEvent event) {
-             ThEventWaitAndPump(
-                 event, [](int32) { pthread_testcancel(); }, 0, 0);
-         }},
-        {"thrown", nullptr},
-    };
-    const ThEvent event = MakeEvent(0);
-    for (const auto& row : kRows) {
-        std::atomic<bool> begins{false};
-        const auto wait = [&] {
-            begins = true;
-            row.wait(event);
-        };
-        if (row.wait != nullptr) {
-            EXPECT_TRUE(kztest::EndsCancelled(wait, [&] { return begins.load(); })) << row.name;
-        } else {
-            gPump = {};
-            const auto pump = [](int32) { ++gPump.calls == 3 ? throw 3 : 0; };
-            EXPECT_THROW(ThEventWaitAndPump(event, pump, 0, 0), int);
-        }
-        EXPECT_EQ(ThEventSignal(event), 0) << row.name << ": nobody waits";
-        EXPECT_EQ(ThEventWaitWithTimeout(event, kztest::kPatienceMs), kzErrNone) << row.name;
-    }
-    ThEventDestroy(event);
 }
 
 // An hour by a clock of the test's own, in seconds by the system's.
 TEST_F(ThEventTest, TimeOutsGoByTheClockInPlace)
 {
     constexpr uInt32 kHour = 3'600'000;
-    const ThEvent event = MakeEvent(0);
     kztest::VirtualClock clock(0xFFFFF000);
     std::atomic<bool> done{false};
     std::jthread waiter([&] {
@@ -176,8 +132,6 @@ TEST_F(ThEventTest, TimeOutsGoByTheClockInPlace)
         return done.load();
     });
     ThEventSignal(event);
-    waiter.join();
-    ThEventDestroy(event);
 }
 
 // A platform that answers what it is told to.
@@ -207,30 +161,22 @@ public:
 TEST_F(ThEventTest, TellsWhatThePlatformCouldNotDo)
 {
     ScriptedEvent* const platform = new ScriptedEvent;
-    const ThEvent event = kz::ThEventAdopt(platform);
+    ThEventDestroy(std::exchange(event, kz::ThEventAdopt(platform)));
     ASSERT_NE(event, nullptr);
-    platform->waitResult = kWaitFailed;
-    EXPECT_EQ(ThEventWait(event), kzErrArgument);
-    EXPECT_TRUE(reports.Take(kDbgFatal, "Wait on event failed"));
-    platform->waitResult = 3;
-    EXPECT_EQ(ThEventWait(event), kzErrArgument);
-    EXPECT_TRUE(reports.Take(kDbgWarning, "We were not supposed to retry here"));
-
+    for (const int answer : {int{kWaitFailed}, 3}) {
+        platform->waitResult = answer;
+        EXPECT_EQ(ThEventWait(event), kzErrArgument);
+    }
+    EXPECT_EQ(reports.TakeRows(), (kztest::ReportRows{{kDbgFatal, "Wait on event failed"},
+                                                      {kDbgWarning, "We were not supposed to retry here"}}));
     platform->latencies = 4;
     platform->uninitResult = kzErrGeneric;
-    ThEventDestroy(event);
-    EXPECT_TRUE(reports.Take(kDbgError, "DestroyPlatformEvent failed with KzErr 42"));
-    EXPECT_TRUE(reports.Take(kDbgLog, "ThEventDestroy:: (ms) avg latency=1.00000 nEvents=4 min=0.50000 max=1.25000"));
-    EXPECT_TRUE(reports.TakeAll().empty());
+    ThEventDestroy(std::exchange(event, nullptr));
+    const char* const figures = "ThEventDestroy:: (ms) avg latency=1.00000 nEvents=4 min=0.50000 max=1.25000";
+    EXPECT_EQ(reports.TakeRows(),
+              (kztest::ReportRows{{kDbgLog, figures}, {kDbgError, "DestroyPlatformEvent failed with KzErr 42"}}));
     EXPECT_EQ(DestroyPlatformEvent(nullptr), kzErrNone);
-}
-
-TEST(PlatformEventLayout, SlotsStandInOrder)
-{
-    EXPECT_EQ(kztest::SlotsOf(&PlatformEvent::Signal, &PlatformEvent::Reset, &PlatformEvent::Wait,
-                              &PlatformEvent::WaitAndPump, &PlatformEvent::MsgWaitMultiple,
-                              &PlatformEvent::GetLatencyStats, &PlatformEvent::Init, &PlatformEvent::Uninit),
-              (std::vector<long>{2, 3, 4, 5, 6, 7, 8, 9}));
+    ThEventCreate(&event, nullptr, 0);
 }
 
 }  // namespace

@@ -4,57 +4,12 @@
 
 #include "PlatformMutex.h"
 #include "Racing.h"
-#include "SlotOf.h"
 #include "ThAtomic.h"
 #include "ThInternals.h"
 
 namespace {
 
 using ThMutexTest = kztest::ThreadTest;
-using ThAtomicTest = kztest::ThreadTest;
-
-TEST_F(ThMutexTest, NullIsNothingToLock)
-{
-    kztest::Take(nullptr);
-    kztest::Take(nullptr);
-    kztest::GiveBack(nullptr);
-    ThMutexDestroy(nullptr);
-    EXPECT_EQ(DestroyPlatformMutex(nullptr), kzErrNone);
-}
-
-TEST_F(ThMutexTest, ATakeIsNoCancellationPoint)
-{
-    const ThMutex mutex = kztest::MakeLock();
-    bool taken = false;
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    kztest::Take(mutex);
-    EXPECT_EQ(kz::ThMutexCount(mutex), 0);
-    std::jthread holder;
-    EXPECT_TRUE(kztest::EndsCancelled(
-        [&] {
-            kztest::Take(mutex);
-            taken = true;
-            kztest::GiveBack(mutex);
-            for (;;) {
-                pthread_testcancel();
-            }
-        },
-        [&] {
-            // The thread waits for the lock, and gets it only some time after it was cancelled.
-            const bool waits = kz::ThMutexCount(mutex) == 1;
-            if (waits) {
-                holder = std::jthread([mutex] {
-                    kztest::Dawdle(100000);
-                    kztest::GiveBack(mutex);
-                });
-            }
-            return waits;
-        }));
-    EXPECT_TRUE(taken);
-    EXPECT_EQ(kz::ThMutexCount(mutex), -1);
-    holder.join();
-    ThMutexDestroy(mutex);
-}
 
 // Whatever keeps threads out of one another's way: a lock, or a word that they swap. An increment that is lost, or not
 // ordered, shows in a plain counter, or as a race.
@@ -81,13 +36,8 @@ const Exclusion kExclusions[] = {
 
 TEST_F(ThMutexTest, OneThreadAtATimeIsInside)
 {
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 10000;
-    kztest::TestHost host;
-    IKZApp* const outer = KZApp();
-    KZAppInterfaceSet(&host);
     for (const KzBool isRealTime : {0, 1}) {
-        host.isRealTimeTarget = isRealTime;
+        Host().isRealTimeTarget = isRealTime;
         const long news = kztest::LiveNewCount();
         gMutex = kztest::MakeLock();
         gPlatform = CreatePlatformMutex();
@@ -95,65 +45,56 @@ TEST_F(ThMutexTest, OneThreadAtATimeIsInside)
         gToken = &gWord;
         for (const Exclusion& each : kExclusions) {
             int counter = 0;
-            kztest::Race(kThreads, [&](int) {
-                for (int round = 0; round < kRounds; ++round) {
+            kztest::Race(4, [&](int) {
+                for (int round = 0; round < 10000; ++round) {
                     each.enter();
                     ++counter;
                     each.leave();
                 }
             });
-            EXPECT_EQ(counter, kThreads * kRounds) << each.name;
+            EXPECT_EQ(counter, 40000) << each.name;
         }
         EXPECT_EQ(kz::ThMutexCount(gMutex), -1);
         ThMutexDestroy(gMutex);
         EXPECT_EQ(DestroyPlatformMutex(gPlatform), kzErrNone);
         EXPECT_EQ(kztest::LiveNewCount(), news);
     }
-    KZAppInterfaceSet(outer);
-}
-
-TEST_F(ThAtomicTest, SwapsOnlyTheExpectedValue)
-{
-    uInt32 word = 7;
-    EXPECT_FALSE(ThSwapIfSame(&word, 9, 8));
-    EXPECT_EQ(word, 7U);
-    EXPECT_EQ(ThAtomicSwap(&word, 3, nullptr), 7U);
-    EXPECT_EQ(word, 3U);
-    int a = 0;
-    int b = 0;
-    void* pointer = &a;
-    EXPECT_FALSE(ThSwapIfSamePtr(&pointer, &b, &b));
-    EXPECT_EQ(pointer, &a);
+    gMutex = nullptr;  // which is nothing to lock
+    kExclusions[0].enter();
+    kExclusions[0].enter();
+    kExclusions[0].leave();
+    kztest::FaultLoop([](auto failed) {
+        PlatformMutex* const made = CreatePlatformMutex();
+        EXPECT_EQ(made == nullptr, failed());
+        EXPECT_EQ(DestroyPlatformMutex(made), kzErrNone);  // null too
+    });
 }
 
 // A pair that is written and read under a lock is never torn, and no word is lost that goes round by swaps.
-TEST_F(ThAtomicTest, PairsAndWordsUnderALockStayWhole)
+TEST_F(ThMutexTest, PairsAndWordsStayWhole)
 {
-    const ThMutex lock = kztest::MakeLock();
+    gMutex = kztest::MakeLock();
     uInt32 pair[2] = {0, 0};
     uInt32 word = 0;
     std::atomic<uInt32> taken{0};
     kztest::Race(4, [&](int thread) {
         for (uInt32 round = 1; round <= 5000; ++round) {
             const uInt32 value = round + static_cast<uInt32>(thread);
-            uInt32 written[2] = {value, ~value + 1};
-            Th8ByteAtomicWrtRd(written, pair, 1, lock);
-            uInt32 read[2];
-            Th8ByteAtomicWrtRd(read, pair, 0, lock);
-            ASSERT_EQ(read[0] + read[1], 0U);
-            taken += value - ThAtomicSwap(&word, value, lock);
+            uInt32 copy[2] = {value, ~value + 1};
+            Th8ByteAtomicWrtRd(copy, pair, 1, gMutex);
+            Th8ByteAtomicWrtRd(copy, pair, 0, gMutex);
+            ASSERT_EQ(copy[0] + copy[1], 0U);
+            taken += value - ThAtomicSwap(&word, value, gMutex);
         }
     });
     EXPECT_EQ(taken, word);
     EXPECT_GE(pair[0], 5000U);
-    ThMutexDestroy(lock);
-}
+    ThMutexDestroy(gMutex);
 
-TEST(PlatformMutexLayout, SlotsStandInOrder)
-{
-    EXPECT_EQ(
-        kztest::SlotsOf(&PlatformMutex::Acquire, &PlatformMutex::Release, &PlatformMutex::Init, &PlatformMutex::Uninit),
-        (std::vector<long>{2, 3, 4, 5}));
+    void* pointer = &word;
+    EXPECT_FALSE(ThSwapIfSame(&word, word + 2, word + 1) || ThSwapIfSamePtr(&pointer, &pair, &pair));
+    EXPECT_TRUE(taken == word && pointer == &word) << "only the expected value is swapped";
+    EXPECT_EQ(ThAtomicSwap(&word, 3, nullptr), taken);
 }
 
 }  // namespace

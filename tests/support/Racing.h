@@ -1,15 +1,12 @@
-// What tests of threads share: races, patience, cancelled threads, and the fixture.
+// What tests of threads share: races, patience, and the fixture.
 #ifndef KZCORE_TESTS_RACING_H
 #define KZCORE_TESTS_RACING_H
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -69,24 +66,6 @@ inline int StressRounds(int usual)
     return text == nullptr ? usual : std::atoi(text);
 }
 
-// Cancels a thread that is in `body`, once `canCancel()`; whether that ended the thread.
-inline bool EndsCancelled(std::function<void()> body, const std::function<bool()>& canCancel)
-{
-    pthread_t thread;
-    const auto run = [](void* called) -> void* {
-        (*static_cast<std::function<void()>*>(called))();
-        return nullptr;
-    };
-    if (pthread_create(&thread, nullptr, run, &body) != 0) {
-        return false;
-    }
-    Await(canCancel);
-    pthread_cancel(thread);
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    return result == PTHREAD_CANCELED;
-}
-
 // For locks that one thread takes and another one gives back.
 inline void Take(ThMutex lock) KZ_NO_THREAD_CHECK
 {
@@ -108,6 +87,8 @@ inline ThMutex MakeLock()
 class ThreadTest : public testing::Test {
 protected:
     ~ThreadTest() override { EXPECT_STREQ(kz::LockGraphFault(), nullptr); }
+
+    static TestHost& Host() { return static_cast<TestHost&>(*KZApp()); }
 
     ReportCatcher reports;
     RunningMemory memory;
