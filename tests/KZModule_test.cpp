@@ -80,6 +80,8 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
     TestHost host;
     KZAppInterfaceSet(&host);
     std::mt19937 random(1);
+    unsigned char text[256];
+    int types = 0;
     bool baseRuns = false;
     bool supportRuns = false;
     long news = 0;  // behind a stop
@@ -98,8 +100,8 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
             EXPECT_EQ(reports.Take(kDbgWarning, "InitKZCoreAppSupport called while the base does not run"),
                       call == 2 && !baseRuns);
         }
-        for (const auto& [level, text] : reports.TakeRows()) {
-            EXPECT_LT(level, kDbgWarning) << text;
+        for (const auto& [level, report] : reports.TakeRows()) {
+            EXPECT_LT(level, kDbgWarning) << report;
         }
         if (stops) {  // what the first start makes may be kept
             news = news == 0 ? kztest::LiveNewCount() : news;
@@ -108,6 +110,9 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
         ASSERT_EQ(Exists<FileManager_Service>(), baseRuns) << step;
         ASSERT_EQ(Exists<ResourceManager_Service>(), supportRuns) << step;
         ASSERT_EQ(OpenResources(), supportRuns ? kzErrNone : kzErrResFileNotOpen) << step;
+        ASSERT_EQ(RGetIndString(0x100000, text, 1000, 3), kzErrResFileNotOpen) << step;
+        ASSERT_EQ(RCountTypes(0x100000, &types), kzErrResFileNotOpen) << step;
+        ASSERT_EQ(RCloseFile(0x100000), kzErrResFileNotOpen) << step;
     }
     KZAppInterfaceSet(nullptr);
 }
@@ -181,43 +186,6 @@ TEST(KZModule, AServiceThatIsHeldWithItsNeedsWorksThroughAStop)
     EXPECT_FALSE(Exists<ResourceManager_Service>());
     EXPECT_FALSE(Exists<MemoryManager_Service>());
     KZAppInterfaceSet(nullptr);
-}
-
-// Needs everything, and fails to start.
-class Failing_Service : public PlainService_T<Failing_Service> {
-public:
-    Failing_Service()
-        : PlainService_T("Failing",
-                         &kz::AddNeeds<&FileManagerService, &DebugStreamService, &StringUtilsLocaleCacheService>)
-    {}
-
-protected:
-    KzErr _Init() override { return 77; }
-};
-
-TEST(KZModule, AFailedStartUnwindsAndALaterOneWorks)
-{
-    ReportCatcher reports;
-    TestHost host;
-    KZAppInterfaceSet(&host);
-    std::vector<IServiceObject*> services;
-    AddWithNeeds(KZSingleton_T<Failing_Service>::Instance(), services);
-    std::reverse(services.begin(), services.end());
-    services.push_back(nullptr);
-    IServiceRegistry* const registry = CreateServiceRegistry(services.data());
-    ASSERT_NE(registry, nullptr);
-    EXPECT_EQ(registry->RunInit(), 77);
-    EXPECT_TRUE(reports.Take(kDbgLog, "ServiceRegistry: Service Failing init failed with error 77"));
-    EXPECT_TRUE(Exists<FileManager_Service>());
-    EXPECT_EQ(registry->RunUninit(), 0);
-    registry->Release();
-    EXPECT_FALSE(Exists<FileManager_Service>());
-    EXPECT_FALSE(Exists<MemoryManager_Service>());
-    EXPECT_EQ(KZSingleton_T<Failing_Service>::Instance()->Uninit(), 0);
-    EXPECT_FALSE(Exists<Failing_Service>());
-
-    RunningLibrary library;
-    EXPECT_EQ(library.baseResult, 0);
 }
 
 }  // namespace

@@ -64,24 +64,6 @@ TEST(MainRequest, GivesTheStringAndStopsClean)
     }
 }
 
-TEST(MainRequest, CallsOutsideStartAndStopFailWithoutHarm)
-{
-    const kztest::ReportCatcher reports;
-    unsigned char pstr[256];
-    int count = -1;
-    const auto expectNotRunning = [&] {
-        EXPECT_EQ(RGetIndString(0x100000, pstr, 1000, 3), kzErrResFileNotOpen);
-        EXPECT_EQ(RCountTypes(0x100000, &count), kzErrResFileNotOpen);
-        EXPECT_EQ(RCloseFile(0x100000), kzErrResFileNotOpen);
-    };
-    expectNotRunning();
-    {
-        const kztest::RunningLibrary library;
-        expectNotRunning();
-    }
-    expectNotRunning();
-}
-
 TEST(MainRequest, PathsOutliveTheLibrary)
 {
     kztest::ReportCatcher reports;
