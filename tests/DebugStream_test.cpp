@@ -371,41 +371,41 @@ TEST(DebugOutput, CountsWhatNoHandlerTakes)
     EXPECT_EQ(TakeCounts(), (std::vector<int32>{0, 2, 1, 1, 1, 1, 0}));
 }
 
-// What becomes of a child that reports without a handler.
-struct ChildsEnd {
-    std::string written;  // to stderr
-    bool stopped;         // by the trap, of which its tracer was told
-    int status;           // at its end
-};
-
 // The tracer is a debugger, or else one that passes every signal on.
 enum class Tracer { kNone, kDebugger, kOther };
 
-constexpr int kCannotTrace = 99;
-
-ChildsEnd ReportInAChild(Tracer tracer, const std::function<void()>& report)
+// Reports in a child without a handler, which then writes what the pattern says to stderr. A tracer is told of a trap.
+void ReportInAChild(Tracer tracer, const std::function<void()>& report, const std::string& pattern, bool survives)
 {
+    constexpr int kCannotTrace = 99;
     const kztest::TempFolder folder;
-    const std::string written = folder.Write("stderr", "");
+    const std::string file = folder.Write("stderr", "");
     const pid_t child = fork();
     if (child == 0) {
         const rlimit noCore = {0, 0};
         setrlimit(RLIMIT_CORE, &noCore);
-        dup2(open(written.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+        dup2(open(file.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
         if (tracer != Tracer::kNone && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
             _exit(kCannotTrace);
         }
         report();
         _exit(0);
     }
-    ChildsEnd got = {};
-    while (waitpid(child, &got.status, 0) == child && WIFSTOPPED(got.status)) {
-        got.stopped |= WSTOPSIG(got.status) == SIGTRAP;
-        const intptr_t passedOn = tracer == Tracer::kOther ? WSTOPSIG(got.status) : 0;
+    int status = 0;
+    bool isStopped = false;
+    while (waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
+        isStopped |= WSTOPSIG(status) == SIGTRAP;
+        const intptr_t passedOn = tracer == Tracer::kOther ? WSTOPSIG(status) : 0;
         ptrace(PTRACE_CONT, child, nullptr, passedOn);
     }
-    got.written = kztest::ReadWholeFile(written);
-    return got;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kCannotTrace) {
+        GTEST_SKIP() << "tracing is not allowed here";
+    }
+    const std::string written = kztest::ReadWholeFile(file);
+    EXPECT_TRUE(Matches(written, pattern)) << written << "is not as in " << pattern;
+    EXPECT_EQ(WIFSIGNALED(status), !survives) << pattern;
+    EXPECT_TRUE(survives ? status == 0 : WTERMSIG(status) != SIGPIPE) << pattern;
+    EXPECT_EQ(isStopped, tracer != Tracer::kNone) << pattern;
 }
 
 TEST(DebugOutput, AnErrorBreaksIntoADebuggerAndLevelFourStopsTheProcess)
@@ -438,33 +438,15 @@ TEST(DebugOutput, AnErrorBreaksIntoADebuggerAndLevelFourStopsTheProcess)
     const std::string shown = "ERR ab12cd34: source/File\\(12\\): z{224}\n";
     const std::string why = "kzcore: report of level 4 at ";
     const std::string callers = "; called from( 0x[0-9a-f]+){5,16}\n";
-    const struct {
-        Tracer tracer;
-        std::function<void()> report;
-        std::string written;
-        bool survives;
-    } kRows[] = {
-        {Tracer::kNone, error, "", true},
-        {Tracer::kNone, looksTraced, "", true},
-        {Tracer::kNone, fatal, why + "tests/DebugStream\\([0-9]+\\): the end  of 3" + callers, false},
-        {Tracer::kNone, empty, why + "\\(1\\): no text" + callers, false},
-        {Tracer::kNone, longest, why + "z{300}\\(1\\): z{300}" + callers, false},
-        {Tracer::kNone, toNobody, "", false},
-        {Tracer::kDebugger, error, shown, true},
-        {Tracer::kDebugger, blocked, shown, true},
-        {Tracer::kOther, error, shown, true},
-        {Tracer::kOther, blocked, shown, true},
-    };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE("row " + std::to_string(&row - kRows));
-        const ChildsEnd got = ReportInAChild(row.tracer, row.report);
-        if (WIFEXITED(got.status) && WEXITSTATUS(got.status) == kCannotTrace) {
-            GTEST_SKIP() << "tracing is not allowed here";
-        }
-        EXPECT_EQ(WIFSIGNALED(got.status), !row.survives);
-        EXPECT_TRUE(row.survives ? got.status == 0 : WTERMSIG(got.status) != SIGPIPE);
-        EXPECT_EQ(got.stopped, row.tracer != Tracer::kNone);
-        EXPECT_TRUE(Matches(got.written, row.written)) << got.written;
+    ReportInAChild(Tracer::kNone, error, "", true);
+    ReportInAChild(Tracer::kNone, looksTraced, "", true);
+    ReportInAChild(Tracer::kNone, fatal, why + "tests/DebugStream\\([0-9]+\\): the end  of 3" + callers, false);
+    ReportInAChild(Tracer::kNone, empty, why + "\\(1\\): no text" + callers, false);
+    ReportInAChild(Tracer::kNone, longest, why + "z{300}\\(1\\): z{300}" + callers, false);
+    ReportInAChild(Tracer::kNone, toNobody, "", false);
+    for (const Tracer tracer : {Tracer::kDebugger, Tracer::kOther}) {
+        ReportInAChild(tracer, error, shown, true);
+        ReportInAChild(tracer, blocked, shown, true);
     }
 }
 
