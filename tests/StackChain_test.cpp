@@ -194,8 +194,8 @@ TEST(StackChain, FramesOfAnotherStackAreFollowedWhileTheyCanBeRead)
             words[0] = reinterpret_cast<uintptr_t>(words + 2);
             words[2] = link;
             errno = EDOM;
-            for (const size_t at : {0, 2, 3, 4}) {  // at 3 half a frame can be read
-                EXPECT_EQ(AddressesFrom(words + at).size(), at < 3 ? 2 - at / 2 : 0) << at << std::hex << ' ' << link;
+            for (const unsigned at : {0u, 2u, 3u, 4u}) {  // at 3 half a frame can be read
+                EXPECT_EQ(AddressesFrom(words + at).size(), at < 3 ? 2 - at / 2 : 0u) << at << std::hex << ' ' << link;
             }
             EXPECT_EQ(errno, EDOM);
         }
