@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <functional>
 #include <map>
-#include <string>
 #include <type_traits>
+#include <utility>
 
 #include "JsonLines.h"
 #include "StreamText.h"
@@ -36,20 +34,20 @@ std::string TextOf(const Json& row)
     T value = {};
     if constexpr (std::is_floating_point_v<T>) {
         value = static_cast<T>(row["value"].Double());
+    } else if constexpr (std::is_same_v<T, unsigned long long>) {
+        value = row["value"].UInt();
     } else {
-        const Json& number = row["value"];
-        value =
-            static_cast<T>(std::is_same_v<T, unsigned long long> ? number.UInt() : static_cast<uInt64>(number.Int()));
+        value = static_cast<T>(row["value"].Int());
     }
     const std::string& call = row["call"].Str();
     if constexpr (!std::is_same_v<T, bool>) {
         if (call == "Num") {
             return ValueText(DbgFmtNum(FormatOf(row), value));
         }
-        if constexpr (std::is_integral_v<T>) {
-            if (call == "Hex") {
-                return ValueText(DbgFmtHex(FormatOf(row), value));
-            }
+    }
+    if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+        if (call == "Hex") {
+            return ValueText(DbgFmtHex(FormatOf(row), value));
         }
     }
     if constexpr (Printable<T>) {
@@ -58,11 +56,10 @@ std::string TextOf(const Json& row)
     return "no such call";
 }
 
-constexpr char kBadFormat[] = "__DbgFmtType: Bad Format__";
-
 TEST(DebugFormat, AgreesWithStoredVectors)
 {
-    const std::map<std::string, std::function<std::string(const Json&)>> types = {
+    constexpr char kBadFormat[] = "__DbgFmtType: Bad Format__";
+    const std::map<std::string, std::string (*)(const Json&)> types = {
         {"bool", TextOf<bool>},
         {"char", TextOf<char>},
         {"unsigned char", TextOf<unsigned char>},
@@ -75,8 +72,7 @@ TEST(DebugFormat, AgreesWithStoredVectors)
         {"long long", TextOf<long long>},
         {"unsigned long long", TextOf<unsigned long long>},
         {"float", TextOf<float>},
-        {"double", TextOf<double>},
-    };
+        {"double", TextOf<double>}};
     for (const Json& row : kztest::ReadJsonLines("vectors/report_values.jsonl")) {
         SCOPED_TRACE(row.Line());
         if (row["call"].Str() != "Verify") {
@@ -99,9 +95,7 @@ int SomeFunction(int value)
 
 TEST(DebugFormat, TextsAddressesAndCodes)
 {
-    const unsigned char bytes[] = {0x41, 0x1F, 0x7F, 0x42};
-    uInt32 code = 0;
-    std::memcpy(&code, bytes, sizeof code);
+    const uInt32 code = kz::FourCharCode("A\x1F\x7F\x42");
     const unsigned char pascal[] = {3, 'a', 0xE9, 'c', 'd'};
     const unsigned char empty[] = {0, 'x'};
     const unsigned char* const noText = nullptr;
@@ -110,35 +104,31 @@ TEST(DebugFormat, TextsAddressesAndCodes)
     LStr negative = {-1, {'x'}};
     char buffer[] = "buffer";
     void (*const noProcedure)() = nullptr;
-    const struct {
-        int line;
-        std::string actual;
-        std::string expected;
-    } kRows[] = {
-        {__LINE__, ValueText(DbgFmtQuadChar(code)), "A  B"},
-        {__LINE__, ValueText(DbgFmtQuadChar(kz::FourCharCode("STR#"))), "STR#"},
-        {__LINE__, ValueText(DbgFmtCStr("abc")), "abc"},
-        {__LINE__, ValueText(DbgFmtCStr(noText)), ""},
-        {__LINE__, ValueText(DbgFmtPStr(pascal)), std::string("a\xE9") + "c"},
-        {__LINE__, ValueText(DbgFmtPStr(empty)), ""},
-        {__LINE__, ValueText(DbgFmtPStr(noText)), ""},
-        {__LINE__, ValueText(DbgFmtPtr(uintptr_t{0x7F00BEEF})), "0x000000007f00beef"},
-        {__LINE__, ValueText(DbgFmtPtr(nullptr)), "0x0000000000000000"},
-        {__LINE__, ValueText(DbgFmtType<long long>(-3)), "-3"},
-        {__LINE__, ValueText(DbgFmtType<const char*>("text")), "text"},
-        {__LINE__, ValueText(DbgFmtType<DbgFmtQuadChar>(DbgFmtQuadChar(code))), "A  B"},
-        {__LINE__, ValueText(static_cast<char*>(buffer)), "buffer"},
-        {__LINE__, ValueText(static_cast<const char*>(nullptr)), ""},
-        {__LINE__, ValueText(string), "x"},
-        {__LINE__, ValueText(&string), "x"},
-        {__LINE__, ValueText(static_cast<LStr**>(nullptr)), ""},
-        {__LINE__, ValueText(static_cast<LStr*>(nullptr)), ""},
-        {__LINE__, ValueText(&negative), ""},
-        {__LINE__, ValueText(noProcedure), "(nil)"},
-        {__LINE__, ValueText(&SomeFunction).substr(0, 2), "0x"},
+    const std::pair<std::string, std::string> kRows[] = {
+        {ValueText(DbgFmtQuadChar(code)), "A  B"},
+        {ValueText(DbgFmtQuadChar(kz::FourCharCode("STR#"))), "STR#"},
+        {ValueText(DbgFmtCStr("abc")), "abc"},
+        {ValueText(DbgFmtCStr(noText)), ""},
+        {ValueText(DbgFmtPStr(pascal)), "a\xE9\x63"},
+        {ValueText(DbgFmtPStr(empty)), ""},
+        {ValueText(DbgFmtPStr(noText)), ""},
+        {ValueText(DbgFmtPtr(uintptr_t{0x7F00BEEF})), "0x000000007f00beef"},
+        {ValueText(DbgFmtPtr(nullptr)), "0x0000000000000000"},
+        {ValueText(DbgFmtType<long long>(-3)), "-3"},
+        {ValueText(DbgFmtType<const char*>("text")), "text"},
+        {ValueText(DbgFmtType<DbgFmtQuadChar>(DbgFmtQuadChar(code))), "A  B"},
+        {ValueText(static_cast<char*>(buffer)), "buffer"},
+        {ValueText(static_cast<const char*>(nullptr)), ""},
+        {ValueText(string), "x"},
+        {ValueText(&string), "x"},
+        {ValueText(static_cast<LStr**>(nullptr)), ""},
+        {ValueText(static_cast<LStr*>(nullptr)), ""},
+        {ValueText(&negative), ""},
+        {ValueText(noProcedure), "(nil)"},
+        {ValueText(&SomeFunction).substr(0, 2), "0x"},
     };
     for (const auto& row : kRows) {
-        EXPECT_EQ(row.actual, row.expected) << "line " << row.line;
+        EXPECT_EQ(row.first, row.second) << "row " << &row - kRows;
     }
 }
 

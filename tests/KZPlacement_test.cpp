@@ -2,11 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
+#include "Racing.h"
 
 namespace {
 
@@ -71,17 +67,7 @@ TEST(KZPlacement, RacingThreadsPlaceOneObject)
 {
     for (int round = 0; round < 100; ++round) {
         Counting::sMade = 0;
-        std::atomic<int> ready{0};
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([&ready] {
-                for (ready.fetch_add(1); ready.load() < 4;) {
-                    std::this_thread::yield();
-                }
-                EXPECT_EQ(gCounting.Get()->value, 42);
-            });
-        }
-        std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
+        kztest::Race(4, [](int) { EXPECT_EQ(gCounting.Get()->value, 42); });
         EXPECT_EQ(Counting::sMade.load(), 1);
         KZPlacementNewRunCleanup();
     }

@@ -4,22 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
-#include <thread>
-#include <vector>
 
 #include "FaultLoop.h"
 #include "FileManager.h"
-#include "LiveCounts.h"
-#include "MemoryManager.h"
 #include "PathRef.h"
-#include "ReportCatcher.h"
+#include "Racing.h"
 #include "ResourceManager.h"
 #include "TempFolder.h"
-#include "TestHost.h"
 #include "zvexcept.h"
 
 namespace {
@@ -71,29 +64,11 @@ TEST(MainRequest, GivesTheStringAndStopsClean)
     }
 }
 
-TEST(MainRequest, CallsOutsideStartAndStopFailWithoutHarm)
-{
-    const kztest::ReportCatcher reports;
-    unsigned char pstr[256];
-    int count = -1;
-    const auto expectNotRunning = [&] {
-        EXPECT_EQ(RGetIndString(0x100000, pstr, 1000, 3), kzErrResFileNotOpen);
-        EXPECT_EQ(RCountTypes(0x100000, &count), kzErrResFileNotOpen);
-        EXPECT_EQ(RCloseFile(0x100000), kzErrResFileNotOpen);
-    };
-    expectNotRunning();
-    {
-        const kztest::RunningLibrary library;
-        expectNotRunning();
-    }
-    expectNotRunning();
-}
-
 TEST(MainRequest, PathsOutliveTheLibrary)
 {
     kztest::ReportCatcher reports;
     for (int round = 0; round < 3; ++round) {
-        auto library = std::make_unique<kztest::RunningLibrary>();
+        std::optional<kztest::RunningLibrary> library(std::in_place);
         PathRef path(DataFile("rsrc/strings.rsrc"), PathRef::StringUnix());
         PathRef copy(path);
         PathRef other(std::string("/usr/lib"), PathRef::StringUnix());
@@ -103,34 +78,31 @@ TEST(MainRequest, PathsOutliveTheLibrary)
         copy = other;
         EXPECT_EQ(copy.ItemCount(), 0) << "not a path, which may be used";
         other = PathRef(PathRef::kNotAPath);
-        const PathRef late(copy);
-        EXPECT_FALSE(late.IsValid());
+        EXPECT_FALSE(PathRef(copy).IsValid());
     }
 }
 
-// Notes the worst report, and needs no memory for it.
-class WorstReport {
-public:
-    WorstReport() : mOld(DebugOutputGetHandler())
+int32 gWorstLevel;
+
+// Takes no memory to note the worst report, which may be no more than a warning.
+class WithoutMemory : public testing::Test {
+protected:
+    WithoutMemory()
     {
-        sLevel = 0;
+        gWorstLevel = 0;
         DebugOutputSetHandler([](const char*, int32, const char*, int32 level, uInt32, const char*, uInt64) {
-            sLevel = std::max<int32>(sLevel, level);
+            gWorstLevel = std::max(gWorstLevel, level);
         });
     }
-    ~WorstReport() { DebugOutputSetHandler(mOld); }
-    WorstReport(const WorstReport&) = delete;
-    WorstReport& operator=(const WorstReport&) = delete;
-
-    static inline int32 sLevel = 0;
-
-private:
-    const DebugOutputHandler mOld;
+    ~WithoutMemory() override
+    {
+        DebugOutputSetHandler(nullptr);
+        EXPECT_LE(gWorstLevel, kDbgWarning);
+    }
 };
 
-TEST(MainRequest, EachFailedAllocationIsToldAndForgottenByTheNextStart)
+TEST_F(WithoutMemory, EachFailedAllocationIsToldAndForgottenByTheNextStart)
 {
-    const WorstReport worst;
     const std::string file = DataFile("rsrc/strings.rsrc");
     kztest::FaultLoop([&](auto failed) {
         for (const bool isRestart : {false, true}) {
@@ -143,13 +115,11 @@ TEST(MainRequest, EachFailedAllocationIsToldAndForgottenByTheNextStart)
             EXPECT_TRUE(err == kzErrNone ? Text(pstr) == "The quick brown fox" : failed()) << err << isRestart;
         }
     });
-    EXPECT_LE(worst.sLevel, kDbgWarning);
 }
 
 // All that a caller may have left behind is freed or given up without a single allocation.
-TEST(MainRequest, AStopAllocatesNothing)
+TEST_F(WithoutMemory, AStopAllocatesNothing)
 {
-    const WorstReport worst;
     const LiveCounts before = CountLive();
     std::optional<kztest::RunningLibrary> library(std::in_place);
     RsrcFile refnum = 0;
@@ -169,53 +139,37 @@ TEST(MainRequest, AStopAllocatesNothing)
     EXPECT_EQ(CountLive(), before);
 }
 
-// What each thread of the stress below does, and how often.
-constexpr int kThreads = 8;
-constexpr int kRounds = 10000;
-
-void Work(int thread, const std::array<RsrcFile, 3>& files, const std::vector<std::string>& names, int* failures)
-{
-    const PathRef sibling(std::string("/usr/lib/sibling") + std::to_string(thread), PathRef::StringUnix());
-    const PathRef file(names[0], PathRef::StringUnix());
-    for (int round = 0; round < kRounds; ++round) {
-        const std::string text = "/usr/lib/" + std::to_string(round % 97) + "/" + std::to_string(thread % 4);
-        const PathRef path(text, PathRef::StringUnix());
-        const PathRef copy(path);
-        bool good = copy == path && !(copy == sibling) && path.ItemCount() == 4 && FExists(&file) == 1;
-        unsigned char pstr[256];
-        good = good && RGetIndString(files[static_cast<size_t>(round) % 3], pstr, 1000, 3) == kzErrNone &&
-               Text(pstr) == "The quick brown fox";
-        *failures += good ? 0 : 1;
-    }
-}
-
 TEST(MainRequest, EightThreadsShareThePathTreeAndThreeFiles)
 {
+    constexpr int kRounds = 10000;
     const kztest::ReportCatcher reports;
     const kztest::RunningLibrary library;
     const kztest::TempFolder folder;
     const LiveCounts before = CountLive();
-    {
-        std::array<RsrcFile, 3> files{};
-        std::vector<std::string> names;
-        for (RsrcFile& refnum : files) {
-            names.push_back(folder.Write("file" + std::to_string(names.size()),
-                                         kztest::ReadWholeFile(DataFile("rsrc/strings.rsrc"))));
-            const PathRef path(names.back(), PathRef::StringUnix());
-            ASSERT_EQ(ROpenFile(&path, 1, &refnum, nullptr, nullptr), kzErrNone);
+    const std::string image = kztest::ReadWholeFile(DataFile("rsrc/strings.rsrc"));
+    std::array<RsrcFile, 3> files{};
+    for (RsrcFile& refnum : files) {
+        const PathRef path(folder.Write("file" + std::to_string(&refnum - &files[0]), image), PathRef::StringUnix());
+        ASSERT_EQ(ROpenFile(&path, 1, &refnum, nullptr, nullptr), kzErrNone);
+    }
+    std::atomic<int> failures{0};
+    kztest::Race(8, [&](int thread) {
+        const PathRef sibling(std::string("/usr/lib/sibling") + std::to_string(thread), PathRef::StringUnix());
+        const PathRef file(folder.File("file0"), PathRef::StringUnix());
+        for (int round = 0; round < kRounds; ++round) {
+            const std::string text = "/usr/lib/" + std::to_string(round % 97) + "/" + std::to_string(thread % 4);
+            const PathRef path(text, PathRef::StringUnix());
+            const PathRef copy(path);
+            unsigned char pstr[256];
+            const bool good = copy == path && !(copy == sibling) && path.ItemCount() == 4 && FExists(&file) == 1 &&
+                              RGetIndString(files[static_cast<size_t>(round) % 3], pstr, 1000, 3) == kzErrNone &&
+                              Text(pstr) == "The quick brown fox";
+            failures += good ? 0 : 1;
         }
-        std::array<int, kThreads> failures{};
-        std::vector<std::thread> threads;
-        for (int i = 0; i < kThreads; ++i) {
-            threads.emplace_back(Work, i, files, names, &failures[static_cast<size_t>(i)]);
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        EXPECT_EQ(failures, (std::array<int, kThreads>{}));
-        for (const RsrcFile refnum : files) {
-            EXPECT_EQ(RCloseFile(refnum), kzErrNone);
-        }
+    });
+    EXPECT_EQ(failures, 0);
+    for (const RsrcFile refnum : files) {
+        EXPECT_EQ(RCloseFile(refnum), kzErrNone);
     }
     EXPECT_EQ(CountLive(), before);
 }

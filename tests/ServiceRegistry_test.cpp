@@ -3,19 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iterator>
-#include <memory>
 #include <random>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "FaultLoop.h"
 #include "PlatformClock.h"
+#include "ReportCatcher.h"
 #include "ServiceEnd.h"
 #include "ServiceRegistryItem.h"
-#include "support/ReportCatcher.h"
 #include "zvexcept.h"
 
 namespace {
@@ -47,6 +43,7 @@ KzErr ResultOf(char event, char letter, KzErr result)
 
 class TestService final : public IServiceObject {
 public:
+    ~TestService() override { gLog += {'~', name[0]}; }
     KzErr Init() override { return ResultOf('+', name[0], initResult); }
     KzErr Uninit() override { return ResultOf('-', name[0], uninitResult); }
     const char* GetName() const override { return name.c_str(); }
@@ -178,18 +175,18 @@ void CompareWithTheModel(unsigned seed)
     std::set<IServiceObject*> running;
     RegistryPtr registries[2];
     RegistryPtr models[2];
-    // The same call, to a registry and to its model, gives the same results, runs and reports.
-    const auto compare = [&](unsigned which, auto call) {
+    // What a call comes to: its result, runs, reports and what is there afterwards.
+    const auto outcome = [&](IServiceRegistry& registry, auto call) {
         gLog.clear();
-        const KzErr err = call(*registries[which]);
-        const std::string log = std::exchange(gLog, "");
-        const ReportRows told = reports.TakeRows();
-        EXPECT_EQ(err, call(*models[which]));
-        EXPECT_EQ(log, gLog);
-        EXPECT_EQ(told, reports.TakeRows());
+        const KzErr err = call(registry);
+        std::vector<bool> contained;
         for (TestService& service : services) {
-            EXPECT_EQ(registries[which]->ContainsService(&service), models[which]->ContainsService(&service));
+            contained.push_back(registry.ContainsService(&service));
         }
+        return std::make_tuple(err, gLog, reports.TakeRows(), contained);
+    };
+    const auto compare = [&](unsigned which, auto call) {
+        EXPECT_EQ(outcome(*registries[which], call), outcome(*models[which], call));
     };
     for (unsigned which : {0u, 1u}) {
         RegistryModel::Services list(below(9));
@@ -235,8 +232,7 @@ TEST(ServiceRegistry, ADependencyListHasALimitAndAnItemTakesTime)
     TestService services[2];
     ServiceDependencyList list;
     list.Add(nullptr);
-    EXPECT_EQ(reports.TakeRows(),
-              (ReportRows{{kDbgWarning, "Cannot add null service dependency to dependency list."}}));
+    EXPECT_TRUE(reports.Take(kDbgWarning, "Cannot add null service dependency to dependency list."));
     for (int i = 0; i < 1025; ++i) {
         EXPECT_TRUE(reports.TakeAll().empty());
         list.Add(&services[i % 2]);
@@ -249,10 +245,8 @@ TEST(ServiceRegistry, ADependencyListHasALimitAndAnItemTakesTime)
     list.Clear();
     EXPECT_EQ(list.GetCount(), 0u);
 
-    const kz::TickSource clock = kz::SetTickSource([] {
-        static uInt64 sTicks = 0;
-        return sTicks += 7'000'000;
-    });
+    static uInt64 sTicks = 0;
+    const kz::TickSource clock = kz::SetTickSource([] { return sTicks += 7'000'000; });
     ServiceRegistryItem item(&services[0]);
     services[0].initResult = 3;
     EXPECT_EQ(item.RunInit(), 3);
@@ -262,136 +256,101 @@ TEST(ServiceRegistry, ADependencyListHasALimitAndAnItemTakesTime)
     EXPECT_EQ(item.GetUninitTime(), 7u);
 }
 
-// What a concrete service adds: the counted start, and the singleton behind it.
-struct StartAndStop {
-    KzErr init;
-    KzErr uninit;
-};
-constinit StartAndStop gCountedResults[4] = {};
-
-// One service for each number; it needs the one before it.
-template <int N>
-class Counted_Service : public RefcountedServiceObject_T<Counted_Service<N>> {
-public:
-    ~Counted_Service() override { gLog += {'~', kName[0]}; }
-    const char* GetName() const override { return kName; }
-    void GetDependencies(IServiceDependencyList* list) const override
-    {
-        if constexpr (N > 0) {
-            list->Add(KZSingleton_T<Counted_Service<N - 1>>::Instance());
-        }
-    }
-
-protected:
-    KzErr _Init() override { return ResultOf('+', kName[0], gCountedResults[N].init); }
-    KzErr _Uninit() override { return ResultOf('-', kName[0], gCountedResults[N].uninit); }
-
-private:
-    static constexpr char kName[] = {'A' + N, '\0'};
-};
-
-template <int N>
-IServiceObject* Counted()
+TEST(ServiceRegistry, TheEndLeavesNothingUp)
 {
-    return KZSingleton_T<Counted_Service<N>>::Instance();
-}
-
-template <int N>
-bool CountedExists()
-{
-    return KZSingleton_T<Counted_Service<N>>::M_instPtr.load() != nullptr;
-}
-
-TEST(RefcountedService, TheFirstStartAndTheLastStopCount)
-{
-    // Each row is the next call for one service: its start (+) or its stop (-).
+    // Four services, each of which needs the one before it. What fails to stop is destroyed.
     const struct {
-        char call;
-        StartAndStop results;  // of the service itself
-        KzErr result;
-        const char* log;
-        bool existsAfter;
-    } kRows[] = {
-        {'-', {}, 0, "", true},  // without a reference
-        {'+', {31, 0}, 31, "+A", true},
-        {'+', {}, 31, "", true},  // a failed start is not tried again
-        {'-', {}, 0, "", true},
-        {'-', {}, 0, "-A~A", false},
-        {'+', {}, 0, "+A", true},  // a new object
-        {'-', {}, 0, "-A~A", false},
-        {'+', {kThrow, 0}, 57, "+A", true},
-        {'-', {0, 32}, 32, "-A", true},  // a failed stop is tried again by the next
-        {'-', {0, kThrow}, 57, "-A", true},
-        {'-', {0, kThrowNumber}, 42, "-A", true},
-        {'+', {}, 57, "", true},  // the same object
-        {'-', {}, 0, "", true},
-        {'-', {}, 0, "-A~A", false},
-    };
-    ReportCatcher reports;
-    ASSERT_FALSE(CountedExists<0>());
-    EXPECT_EQ(Counted<0>(), Counted<0>());
-    for (const auto& row : kRows) {
-        SCOPED_TRACE("row " + std::to_string(&row - kRows));
-        gLog.clear();
-        gCountedResults[0] = row.results;
-        EXPECT_EQ(row.call == '+' ? Counted<0>()->Init() : Counted<0>()->Uninit(), row.result);
-        EXPECT_EQ(gLog, row.log);
-        EXPECT_EQ(CountedExists<0>(), row.existsAfter);
-        EXPECT_EQ(reports.Take(kDbgError, "called from inside catch(...)"), row.results.uninit == kThrowNumber);
-    }
-}
-
-TEST(RefcountedService, TheEndOfARegistryLeavesNothingUp)
-{
-    const struct {
-        StartAndStop results[4];
+        std::pair<KzErr, KzErr> results[4];  // of each one's start and stop
         KzErr initResult;
-        const char* end;
-        ReportRows stops;  // that failed
+        std::string end;
+        std::vector<std::pair<KzErr, std::string>> stops;  // that failed
     } kRows[] = {
-        {{}, 0, "-D~D-C~C-B~B-A~A", {}},
+        {{}, 0, "-D-C-B-A", {}},
         // A failed start is given back behind the stop, or behind the first failure of that.
-        {{{}, {}, {}, {31, 0}}, 31, "-C~C-B~B-A~A-D~D", {}},
-        {{{}, {0, 32}, {}, {31, 33}}, 31, "-C~C-B-D~D~B-A~A", {{32, "B"}, {33, "D"}}},
+        {{{}, {}, {}, {31, 0}}, 31, "-C-B-A-D", {}},
+        {{{}, {0, 32}, {}, {31, 33}}, 31, "-C-B-D~D~B-A", {{32, "B"}, {33, "D"}}},
         // Nothing is stopped a second time.
-        {{{0, 32}, {0, kThrow}, {0, 32}, {}}, 0, "-D~D-C~C-B~B-A~A", {{32, "C"}, {57, "B"}, {32, "A"}}},
-        {{{kThrow, 0}, {}, {}, {}}, 57, "-A~A", {}},
+        {{{0, 32}, {0, 34}, {0, 32}, {}}, 0, "-D-C~C-B~B-A~A", {{32, "C"}, {34, "B"}, {32, "A"}}},
+        {{{kThrow, 0}, {}, {}, {}}, 57, "-A", {}},
     };
     ReportCatcher reports;
     for (const auto& row : kRows) {
         SCOPED_TRACE("row " + std::to_string(&row - kRows));
-        std::copy(std::begin(row.results), std::end(row.results), gCountedResults);
-        IServiceObject* services[] = {Counted<3>(), Counted<1>(), Counted<0>(), Counted<2>(), nullptr};
-        const RegistryPtr registry(CreateServiceRegistry(services));
+        std::unique_ptr<TestService> services[4];
+        for (size_t i = 0; i < 4; ++i) {
+            services[i] = std::make_unique<TestService>();
+            services[i]->name = static_cast<char>('A' + i);
+            services[i]->needs.assign(i > 0, services[i - (i > 0)].get());
+            std::tie(services[i]->initResult, services[i]->uninitResult) = row.results[i];
+        }
+        IServiceObject* list[] = {services[3].get(), services[1].get(), services[0].get(), services[2].get(), nullptr};
+        const RegistryPtr registry(CreateServiceRegistry(list));
         EXPECT_EQ(registry->RunInit(), row.initResult);
         gLog.clear();
         reports.TakeAll();
         kz::EndServices(registry.get());
         EXPECT_EQ(gLog, row.end);
-        EXPECT_FALSE(CountedExists<0>());
-        ReportRows told;
         for (const auto& [err, name] : row.stops) {
-            told.emplace_back(kDbgLog,
-                              "ServiceRegistry: Service " + name + " uninit failed with error " + std::to_string(err));
+            EXPECT_TRUE(reports.Take(kDbgLog, "Service " + name + " uninit failed with error " + std::to_string(err)));
+            static_cast<void>(services[name[0] - 'A'].release());
         }
-        EXPECT_EQ(reports.TakeRows(), told);
+        EXPECT_EQ(reports.TakeRows(), ReportRows{});
     }
-    // The last row has started no others; an object that goes without a stop leaves its slot, too.
-    for (IServiceObject* service : {Counted<1>(), Counted<2>(), Counted<3>()}) {
-        delete service;
+}
+
+constinit KzErr gCountedResult = 0;
+
+// What a concrete service adds to the counted start, and the singleton behind it.
+class Counted_Service : public PlainService_T<Counted_Service> {
+public:
+    Counted_Service() : PlainService_T("A") {}
+    ~Counted_Service() override { gLog += "~A"; }
+
+protected:
+    KzErr _Init() override { return ResultOf('+', 'A', gCountedResult); }
+    KzErr _Uninit() override { return ResultOf('-', 'A', gCountedResult); }
+};
+
+// The first start and the last stop count. A failed start is not tried again, a failed stop is by the next. An object
+// that goes without a stop leaves its slot, too.
+TEST(RefcountedService, FollowsItsModel)
+{
+    using Counted = KZSingleton_T<Counted_Service>;
+    constexpr KzErr kResults[] = {0, 0, 0, 31, kThrow, kThrowNumber};
+    constexpr KzErr kCodes[] = {0, 0, 0, 31, 57, 42};
+    ReportCatcher reports;
+    std::mt19937 random(1);
+    KzErr started = 0;
+    for (int step = 0, references = 0; step <= 2000; ++step) {
+        const auto result = random() % 6;
+        gCountedResult = kResults[result];
+        gLog.clear();
+        if (step == 2000 || random() % 50 == 0) {
+            delete Counted::Instance();
+            EXPECT_EQ(Counted::M_instPtr, nullptr);
+            references = 0;
+            continue;
+        }
+        const bool isStart = random() % 2 == 0;
+        const KzErr err = isStart ? Counted::Instance()->Init() : Counted::Instance()->Uninit();
+        const bool isCalled = references == (isStart ? 0 : 1);
+        const KzErr called = isCalled ? kCodes[result] : 0;
+        const bool ends = isCalled && !isStart && called == 0;
+        started = isCalled && isStart ? called : started;
+        references += isStart ? 1 : ends || references > 1 ? -1 : 0;
+        EXPECT_EQ(err, isStart ? started : called) << step;
+        EXPECT_EQ(gLog, !isCalled ? "" : isStart ? "+A" : ends ? "-A~A" : "-A") << step;
+        EXPECT_EQ(Counted::M_instPtr == nullptr, ends) << step;
+        EXPECT_EQ(reports.Take(kDbgError, "called from inside catch(...)"), called == 42) << step;
     }
-    EXPECT_FALSE(CountedExists<1>() || CountedExists<2>() || CountedExists<3>());
 }
 
 TEST(SingletonWithData, IsMadeOnceFromTheFirstArgument)
 {
-    struct Data {
-        explicit Data(unsigned long n) : number(n) {}
-        unsigned long number;
-    };
-    Data* const first = KZSingletonWithData_T<Data>::Instance(7);
-    EXPECT_EQ(KZSingletonWithData_T<Data>::Instance(8), first);
-    EXPECT_EQ(first->number, 7u);
+    using Number = KZSingletonWithData_T<std::vector<char>>;
+    const std::vector<char>* const first = Number::Instance(7);
+    EXPECT_EQ(Number::Instance(8), first);
+    EXPECT_EQ(first->size(), 7u);
 }
 
 }  // namespace

@@ -1,15 +1,13 @@
 #include "zvexcept.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <functional>
 #include <new>
 #include <stdexcept>
-#include <string>
 #include <typeinfo>
 
-#include "support/ReportCatcher.h"
+#include "Racing.h"
 
 namespace {
 
@@ -99,20 +97,13 @@ TEST(ZVExcept, WhatNoBoundaryKnowsIsReported)
 
 TEST(ZVExcept, BoundariesLetTheCancellationOfAThreadPass)
 {
-    ReportCatcher reports;
-    const auto run = [](void*) -> void* {
-        pthread_cancel(pthread_self());
-        kz::ErrOf("source/here", 1, []() -> KzErr {
+    const auto wait = []() -> KzErr {
+        for (;;) {
             pthread_testcancel();
-            return 0;
-        });
-        return nullptr;
+        }
     };
-    pthread_t thread = 0;  // a std::thread that is cancelled leaks
-    ASSERT_EQ(pthread_create(&thread, nullptr, run, nullptr), 0);
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
+    ReportCatcher reports;
+    EXPECT_TRUE(kztest::EndsCancelled([&] { kz::ErrOf("source/here", 1, wait); }, [] { return true; }));
 }
 
 }  // namespace

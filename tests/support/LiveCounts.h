@@ -4,7 +4,8 @@
 
 #include <filesystem>
 #include <iterator>
-#include <ostream>
+#include <map>
+#include <string>
 
 #include "LiveCount.h"
 #include "MemoryChecks.h"
@@ -13,25 +14,7 @@
 
 namespace kztest {
 
-struct LiveCounts {
-    long handles;
-    long pointers;
-    long cookies;
-    long pathElements;
-    long descriptors;
-    long locks;
-    long events;
-    long threads;
-
-    bool operator==(const LiveCounts&) const = default;
-};
-
-inline std::ostream& operator<<(std::ostream& out, const LiveCounts& counts)
-{
-    return out << counts.handles << " handles, " << counts.pointers << " pointers, " << counts.cookies << " cookies, "
-               << counts.pathElements << " path elements, " << counts.descriptors << " descriptors, " << counts.locks
-               << " locks, " << counts.events << " events, " << counts.threads << " threads";
-}
+using LiveCounts = std::map<std::string, long>;
 
 inline LiveCounts CountLive()
 {
@@ -39,19 +22,17 @@ inline LiveCounts CountLive()
         namespace fs = std::filesystem;
         return static_cast<long>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
     };
-#if defined(__SANITIZE_THREAD__)
-    const long threads = 0;  // the sanitizer adds one of its own to the first
-#else
-    const long threads = entriesOf("/proc/self/task");
+    LiveCounts counts = {{"handles", kz::LiveHandleCount()},
+                         {"pointers", kz::LiveCount(kz::Live::kPointers)},
+                         {"cookies", kz::LiveCount(kz::Live::kCookies)},
+                         {"path elements", kz::LivePathElementCount()},
+                         {"descriptors", entriesOf("/proc/self/fd")},
+                         {"locks", kz::LiveCount(kz::Live::kLocks)},
+                         {"events", kz::LiveCount(kz::Live::kEvents)}};
+#if !defined(__SANITIZE_THREAD__)  // the sanitizer adds a thread of its own to the first
+    counts["threads"] = entriesOf("/proc/self/task");
 #endif
-    return {static_cast<long>(kz::LiveHandleCount()),
-            kz::LiveCount(kz::Live::kPointers),
-            kz::LiveCount(kz::Live::kCookies),
-            static_cast<long>(kz::LivePathElementCount()),
-            entriesOf("/proc/self/fd"),
-            kz::LiveCount(kz::Live::kLocks),
-            kz::LiveCount(kz::Live::kEvents),
-            threads};
+    return counts;
 }
 
 }  // namespace kztest

@@ -19,6 +19,8 @@ struct CaughtReport {
     int level;
     unsigned hash;
     std::string text;
+
+    bool operator==(const CaughtReport&) const = default;
 };
 
 // The level and the text of each.
