@@ -23,6 +23,7 @@
 
 namespace {
 
+using kztest::DrawText;
 using kztest::FailAllocation;
 using kztest::Json;
 using kztest::LStrHandle;
@@ -131,22 +132,26 @@ protected:
         }
     }
 
-    void Run(const Edit& edit, Targets& to)
+    Part DrawPart(const Edit& edit, Targets& to, const std::string& plain, const unsigned char* p, const LStr* l)
     {
-        std::string& text = to.texts[edit.target];
-        Part part{kztest::DrawText(mDraw, mDraw() % 3 == 0 ? 9000 : 300), nullptr, nullptr, nullptr};
-        part.text.resize(edit.source == kP ? std::min<std::size_t>(part.text.size(), 255) : part.text.size());
-        const PStrValue shortText(part.text.substr(0, 255));
-        LStrValue longText(part.text);
-        const std::string plain = part.text;
         const bool takesNull = edit.target >= kBlock || edit.source == kBlock;
-        if (!plain.empty() || !takesNull || mDraw() % 2 == 0) {
-            part = {plain, plain.c_str(), shortText, longText.Get()};
-        }
+        const bool isNull = plain.empty() && takesNull && mDraw() % 2 == 0;
+        Part part = isNull ? Part{plain, nullptr, nullptr, nullptr} : Part{plain, plain.c_str(), p, l};
         if (mDraw() % 3 == 0) {
             TakeOwn(edit, to, part);
         }
         part.text = edit.source == kByte ? "x" : edit.source == kNul ? std::string(1, '\0') : part.text;
+        return part;
+    }
+
+    // An edit that can be done now.
+    void Run(const Edit& edit, Targets& to)
+    {
+        std::string& text = to.texts[edit.target];
+        const std::string plain = DrawText(mDraw, edit.source == kP ? 255 : mDraw() % 3 == 0 ? 9000 : 300);
+        const PStrValue shortText(plain.substr(0, 255));
+        LStrValue longText(plain);
+        const Part part = DrawPart(edit, to, plain, shortText, longText.Get());
         const bool isNone = edit.target == kHandle && to.l.handle == nullptr;
         const bool makes = edit.how == kAssign || (edit.how == kAppend && edit.source <= kP);
         if ((edit.target != kHandle && text.size() + part.text.size() >= kRoom) ||
@@ -159,32 +164,31 @@ protected:
                                : edit.how == kAssign ? part.text
                                : edit.how == kAppend ? text + part.text
                                                      : part.text + text;
-        const bool isCut = edit.target == kP && expected.size() > 255;
-        expected.resize(isCut ? 255 : expected.size());
-        const std::string before = edit.target == kHandle && to.l.handle != nullptr ? kztest::BytesOf(to.l.handle) : "";
+        const std::string before = to.l.handle == nullptr ? "" : kztest::BytesOf(to.l.handle);
         const long result = edit.call(to, part);
-        if (edit.target != kHandle) {
-            EXPECT_EQ(result, static_cast<long>(expected.size()));
-            EXPECT_TRUE(!isCut || edit.source != kBlock ||
-                        reports.Take(kDbgWarning, "LStr truncated when converting to PStr. Original LStr length=" +
-                                                      std::to_string(part.text.size())));
-        } else if (result != 0) {
+        if (edit.target == kP && expected.size() > 255) {
+            const std::string report = "LStr truncated when converting to PStr. Original LStr length=";
+            EXPECT_TRUE(edit.source != kBlock || reports.Take(kDbgWarning, report + std::to_string(part.text.size())));
+            expected.resize(255);
+        }
+        if (edit.target == kHandle && result != 0) {
             EXPECT_TRUE(result == kzErrMemoryFull && FailAllocation::Happened()) << result;
             EXPECT_EQ(to.l.handle == nullptr ? "" : kztest::BytesOf(to.l.handle), before);
             EXPECT_EQ(to.l.handle == nullptr, isNone);
             reports.TakeAll();
             return;
-        } else {
-            const bool isNull = changes ? edit.how == kAssign && expected.empty() : isNone;
+        }
+        EXPECT_EQ(result, edit.target == kHandle ? 0 : static_cast<long>(expected.size()));
+        text = expected;
+        if (edit.target == kHandle) {
+            const bool isNull = changes ? edit.how == kAssign && text.empty() : isNone;
             EXPECT_EQ(to.l.handle == nullptr, isNull);
-            const std::size_t exact = 4 + expected.size();
             to.size = isNull                 ? 0
                       : !changes             ? to.size
-                      : edit.fit == kExact   ? exact
+                      : edit.fit == kExact   ? 4 + text.size()
                       : edit.fit == kOneMore ? std::max<std::size_t>(to.size, 4) + 1
-                                             : std::max(to.size, exact);
+                                             : std::max(to.size, 4 + text.size());
         }
-        text = expected;
     }
 
     // All hold their texts, also for the calls that only read a handle.
