@@ -271,6 +271,18 @@ TEST(IniEdits, OutOfMemory)
     }
 }
 
+// A pattern so many times, with the number of each for its "#".
+std::string Repeated(int count, const std::string& pattern)
+{
+    std::string text = "[s]\n";
+    for (int i = 0; i < count; ++i) {
+        for (const char c : pattern) {
+            text += c == '#' ? std::to_string(i) : std::string(1, c);
+        }
+    }
+    return text;
+}
+
 using Edit = int (*)(IniFile*, const char*);
 const Edit kPut = [](IniFile* ini, const char* name) { return IniPutInt(ini, "s", name, 1); };
 const Edit kPutSection = [](IniFile* ini, const char* name) { return IniPutInt(ini, name, "t", 1); };
@@ -281,16 +293,14 @@ const Edit kShorten = [](IniFile* ini, const char* name) { return IniRenameSecti
 // Each edit of a list of 32,000 takes a bounded number of steps.
 TEST(IniEdits, CostIsLinear)
 {
-    constexpr std::size_t kCount = 32000;
+    constexpr int kCount = 32000;
     constexpr std::size_t kStepsForOne = 2000;
     using Names = std::vector<std::string>;
+    const std::string items = Repeated(kCount, ";about\nn#=v\n");
+    const std::string sections = Repeated(kCount, ";about\n[n#]\n");
     Names up;
-    std::string items = "[s]\n";
-    std::string sections;
-    for (std::size_t i = 0; i < kCount; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         up.push_back("n" + std::to_string(i));
-        items += ";about\n" + up.back() + "=v\n";
-        sections += ";about\n[" + up.back() + "]\n";
     }
     const Names down(up.rbegin(), up.rend());
     const Names one(kCount, "one");
@@ -364,8 +374,6 @@ TEST(IniEdits, WalkerSeesDamage)
     }
 }
 
-constexpr int kStripQuotes = kIniReadStripDoubleQuotes | kIniReadStripSingleQuotes;
-
 // Whether a value can be cut into pieces of at most `room` bytes so that a reader of pieces without quotes gets it
 // back.
 bool HasLosslessCut(const std::string& value, std::size_t room)
@@ -394,7 +402,8 @@ bool IsReadBack(const std::string& value, int room, int breakChar, bool quoted)
     const Lines lines = LinesOf(ini.get());
     const auto isLonger = [&](const std::string& line) { return line.size() > static_cast<std::size_t>(width); };
     EXPECT_TRUE(std::none_of(lines.begin(), lines.end(), isLonger));
-    const bool isEqual = ContentOf(ini.get()) == ContentOf(Reading(TextOf(lines), kStripQuotes).get());
+    const int readOptions = kIniReadStripDoubleQuotes | kIniReadStripSingleQuotes;
+    const bool isEqual = ContentOf(ini.get()) == ContentOf(Reading(TextOf(lines), readOptions).get());
     const bool isWhole = value.size() + (quoted ? 4 : 2) <= static_cast<std::size_t>(width);
     EXPECT_EQ(isWhole ? 3 : 4, std::min<std::size_t>(lines.size(), 4)) << "lines of a value that is whole or cut";
     EXPECT_EQ(isEqual, quoted || isWhole || HasLosslessCut(value, static_cast<std::size_t>(room)));
@@ -493,18 +502,6 @@ TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
         EXPECT_EQ(1, IniSetReadLimit(ini.get(), 1000000));
         EXPECT_EQ(kIniErrMemory, IniRead(ini.get(), &Source::Next, &source)) << endless;
     }
-}
-
-// A pattern so many times, with the number of each for its "#".
-std::string Repeated(int count, const std::string& pattern)
-{
-    std::string text = "[s]\n";
-    for (int i = 0; i < count; ++i) {
-        for (const char c : pattern) {
-            text += c == '#' ? std::to_string(i) : std::string(1, c);
-        }
-    }
-    return text;
 }
 
 // Sizes at which quadratic work would not end within the test's time.

@@ -152,7 +152,10 @@ int ResultWith(const Fault& fault, const CheckedIni& ini, const std::string& pat
     }
     PlaceFault(fault);
     const int result = Save(ini, path);
-    return fault.kills ? _exit(result), result : result;
+    if (fault.kills) {
+        _exit(result);
+    }
+    return result;
 }
 
 // A save over an old file, or none, with one fault. Returns whether the fault's turn came.
