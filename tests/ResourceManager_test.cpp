@@ -41,6 +41,9 @@ constexpr _ResourceType kBBBB = kz::FourCharCode("BBBB");
 constexpr char kRefusedRelease[] = "!!! Tried to release a changed resource";
 constexpr char kRefusedDetach[] = "!!! Tried to detach a changed resource";
 constexpr char kNoResource[] = "Releasing a non-resource";
+constexpr char kNoOutput[] = "ResCache::FindRL, outType or outRLEntry are NULL";
+constexpr char kNoArgument[] = "ZVResFile::ReadRsrcHeader, Bad Argument";
+constexpr char kNoSeek[] = "cannot seek to start of";
 
 _ResourceType TypeOf(const std::string& text)
 {
@@ -199,6 +202,20 @@ Opened ResourceManager::Open(const Source& source, const Stored& stored, const J
     return open;
 }
 
+// What a file tells of a type and a resource by their indexes, without loading it.
+void CheckListed(RsrcFile refnum, const Json& list, int at, int index, const std::string& info)
+{
+    _ResourceType type = 0;
+    int count = 0, id = 0, attrs = 0, found = 0;
+    unsigned char name[256];
+    EXPECT_EQ(RGetIndType(refnum, &type, at), 0);
+    EXPECT_EQ(RCount(refnum, type, &count), 0);
+    EXPECT_EQ(count, static_cast<int>(list["resources"].size()));
+    EXPECT_EQ(RGetIndInfo(refnum, type, index, &id, &attrs, name), 0);
+    EXPECT_EQ(InfoText(type, id, attrs, Text(name)), info);
+    EXPECT_TRUE(RExists(refnum, type, id, &found) == 0 && found == 1);
+}
+
 // What the calls by handle tell of a handle that a resource has, or had, or of none.
 void CheckHandle(UHandle handle, bool isResource, const std::string& info, const std::string& data)
 {
@@ -226,23 +243,16 @@ void ResourceManager::Step(const Stored& stored, Opened* file, const Json& types
     UHandle& known = file->known[{type, id}];
     std::string name = row["name"].IsNull() ? "" : row["name"].Str();
     const std::string info = InfoText(type, id, row["attrs"].Int(), name);
-    int size = 0, gotId = 0, attrs = 0;
-    unsigned char gotName[256];
-    EXPECT_EQ(RGetIndInfo(refnum, type, index, &gotId, &attrs, gotName), 0);
-    EXPECT_EQ(InfoText(type, gotId, attrs, Text(gotName)), info);
+    CheckListed(refnum, list, at, index, info);
     EXPECT_EQ(RIsLoaded(refnum, type, id), known != nullptr);
-    EXPECT_TRUE(RExists(refnum, type, id, &size) == 0 && size == 1);
-    _ResourceType gotType = 0;
-    EXPECT_TRUE(RGetIndType(refnum, &gotType, at) == 0 && gotType == type);
-    EXPECT_EQ(RCount(refnum, type, &size), 0);
-    EXPECT_EQ(size, static_cast<int>(list["resources"].size()));
 
     const KzErr error = row.Has("error") ? static_cast<KzErr>(row["error"].Int()) : 0;
     const std::string data = error == 0 ? stored.bytes.substr(row["at"].UInt(), row["size"].UInt()) : "";
-    const bool isChanged = (attrs & kRsrcChanged) != 0;
+    const bool isChanged = (row["attrs"].Int() & kRsrcChanged) != 0;
     const KzErr ending = known == nullptr || isChanged ? kzErrResNotFound : 0;
     const RFReader reader(refnum);
     Resource* resource = nullptr;
+    int size = 0;
     UHandle got = nullptr;    // the file's
     UHandle taken = nullptr;  // the caller's
     if (call == 0) {
@@ -469,21 +479,16 @@ TEST_F(ResourceCalls, OthersRefuse)
     const PathRef relative("a/b.rsrc", PathRef::StringUnix());
     const PathRef missing("/nowhere/b.rsrc", PathRef::StringUnix());
     const PathRef root("/", PathRef::StringUnix());
-    const unsigned char* const bytes = Bytes(image.Bytes());
     RsrcFile refnum = 5;
     RsrcHeader header;
-    int shift = 0;
-    ZVResfileIO io(bytes, image.Bytes().size());
+    int shift = 0, size = 5;
+    ZVResfileIO io(Bytes(image.Bytes()), image.Bytes().size());
     ZVResFile closed;
     RsrcList* entry = nullptr;
     _ResourceType type = 0;
     Resource* none = nullptr;
     UHandle handle = source;
     const void* data = &handle;
-    int size = 5;
-    const char* const kNoSeek = "cannot seek to start of";
-    const char* const kNoArgument = "ZVResFile::ReadRsrcHeader, Bad Argument";
-    const char* const kNoOutput = "ResCache::FindRL, outType or outRLEntry are NULL";
     const struct {
         const char* name;
         KzErr result;
@@ -500,7 +505,7 @@ TEST_F(ResourceCalls, OthersRefuse)
         {"null file", ROpenFileRefnum(nullptr, 1, &refnum, nullptr, nullptr), kzErrArgument, kNoSeek},
         {"null handle", ROpenUHandle(nullptr, 1, &refnum, nullptr, nullptr), kzErrArgument, kNoSeek},
         {"null bytes", ROpenUPtr(nullptr, 0, &refnum, nullptr, nullptr), kzErrArgument, kNoSeek},
-        {"2 GB", ROpenUPtr(bytes, 0x80000000, &refnum, nullptr, nullptr), kzErrArgument},
+        {"2 GB", ROpenUPtr(Bytes(image.Bytes()), 0x80000000, &refnum, nullptr, nullptr), kzErrArgument},
         {"type of none", ZVResFile::RGetFileType(missing, nullptr, nullptr), kzErrNotFound},
         {"object, null source", ZVResFile().Open(nullptr), kzErrArgument, "fileIO object is NULL"},
         {"header, null source", ZVResFile::ReadRsrcHeader(nullptr, &header, &shift), kzErrArgument, kNoArgument},

@@ -61,8 +61,8 @@ public:
         map += lists;
         const std::string header = std::string("RSRC\r\n\0\3", 8) + fileType + "MAKE" + Big(32 + data.size(), 4) +
                                    Big(52 + map.size() + names.size(), 4) + Big(32, 4) + Big(data.size(), 4);
-        mBytes = header + data + header + Big(0, 12) + Big(52, 4) + Big(names.empty() ? 0 : 52 + map.size(), 4) + map +
-                 names;
+        mBytes = header + data + header + std::string(12, '\0') + Big(52, 4) +
+                 Big(names.empty() ? 0 : 52 + map.size(), 4) + map + names;
     }
 
     const std::string& Bytes() const { return mBytes; }
