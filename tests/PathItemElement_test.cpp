@@ -124,6 +124,7 @@ TEST(PathStartAndStop, WithoutMemory)
             EXPECT_TRUE(err == kzErrNone || (err == kzErrMemoryFull && failed()));
             EXPECT_EQ(kz::gPathsStepByCharacter, isService && err == kzErrNone);
             EXPECT_TRUE(isService || PathRef::Init() == err);
+            EXPECT_EQ(PathRef::NotAPath() != nullptr, err == kzErrNone);
             PathRef held(PathRef::kRelative);
             EXPECT_TRUE(kz::ErrOf("test", __LINE__, [&] { return UsePath(&held); }) == kzErrNone || failed());
             if (isService) {
@@ -192,7 +193,8 @@ TEST_F(PathItemElementTest, PathsThatOutliveTheTree)
 TEST_F(PathItemElementTest, MemoryIsSharedOutAmongReferences)
 {
     const PathRef path = PathOf("/shared");
-    const double alone = 4 * 6 + sizeof(PathItemElement) + 16 / 512.0;
+    ASSERT_EQ(path.Cache("k", new CachedBool(true, 0, PathCachedItem::kDependsOnMetaData)), kzErrNone);
+    const double alone = 4 * 6 + sizeof(PathItemElement) + 16 / 512.0 + 48 + 16;
     EXPECT_DOUBLE_EQ(path.Element()->MemorySize() - Base()->MemorySize(), alone);
     const PathRef copy = path;
     EXPECT_DOUBLE_EQ(path.Element()->MemorySize() - Base()->MemorySize(), alone / 2);
