@@ -45,6 +45,7 @@ TEST(HiResClock, SecondsAndTicks)
         {9223372036.854775808, 1ull << 63, 9223372036.854775808},
         {-1.0, 0, 0.0},
         {std::nan(""), 0, 0.0},
+        {18446744073.709551616, ~HRTime{0}, 18446744073.709551615},
         {1e30, ~HRTime{0}, 18446744073.709551615},
     };
     for (const auto& row : kRows) {
@@ -55,7 +56,7 @@ TEST(HiResClock, SecondsAndTicks)
     }
     HRTime sum = 7;
     HRTime difference = 7;
-    HRTimeAdd(&kRows[6].ticks, &kRows[1].ticks, &sum);
+    HRTimeAdd(&kRows[7].ticks, &kRows[1].ticks, &sum);
     EXPECT_EQ(sum, 1'499'999'999u) << "sums wrap";
     HRTimeSubtract(&sum, &kRows[1].ticks, &difference);
     EXPECT_EQ(HRTimeCompare(difference, ~HRTime{0}), 0);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <random>
 #include <utility>
 
@@ -10,6 +12,20 @@
 #include "Racing.h"
 #include "ThInternals.h"
 #include "VirtualClock.h"
+
+namespace {
+
+thread_local int tEmptyWakes = 0;  // that end this thread's next waits at once
+
+}  // namespace
+
+extern "C" {
+int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+int __wrap_pthread_cond_clockwait(pthread_cond_t* c, pthread_mutex_t* m, clockid_t clock, const timespec* until)
+{
+    return tEmptyWakes > 0 && tEmptyWakes-- > 0 ? 0 : __real_pthread_cond_clockwait(c, m, clock, until);
+}
+}
 
 namespace {
 
@@ -88,29 +104,15 @@ TEST_F(ThEventTest, PumpsUntilSignalled)
     EXPECT_EQ(ThEventWaitWithTimeout(event, kztest::kPatienceMs), kzErrNone);
 }
 
-// A wake whose signal somebody else has taken ends a step, however long.
+// A wake whose signal somebody else has taken ends a step of a pumping wait, and no other wait.
 TEST_F(ThEventTest, AWakeWithoutASignalPumpsAgain)
 {
-    static std::atomic<int> sCalls;
-    const auto hasPumped = [] { return sCalls >= 3; };  // twice before a wake
-    kztest::Await([&] {
-        sCalls = 0;
-        std::atomic<bool> done{false};
-        std::jthread waiter([&] {
-            ThEventWaitAndPump(
-                event, [](int32) { ++sCalls; }, kztest::kPatienceMs, 0);
-            done = true;
-        });
-        while (!done && !hasPumped()) {
-            ThEventSignal(event);
-            ThEventReset(event);
-        }
-        const bool pumped = hasPumped();
-        for (; !done; std::this_thread::yield()) {
-            ThEventSignal(event);
-        }
-        return pumped;
-    });
+    gPump = {event, 5, 0, 0};
+    tEmptyWakes = 100;
+    EXPECT_EQ(ThEventWaitAndPump(event, &CountingPump, 50, 0), kzErrNone);
+    EXPECT_TRUE(gPump.calls == 5 && tEmptyWakes == 97) << "twice before a wake, and in the end with a signal";
+    EXPECT_EQ(ThEventWaitWithTimeout(event, 20), kzErrTimeout);
+    EXPECT_EQ(tEmptyWakes, 0);
 }
 
 // An hour by a clock of the test's own, in seconds by the system's.

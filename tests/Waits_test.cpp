@@ -5,13 +5,11 @@
 #include <sched.h>
 
 #include <cerrno>
-#include <string>
 #include <type_traits>
 #include <utility>
 
 #include "HiResClock.h"
 #include "Racing.h"
-#include "ScopedLock.h"
 #include "Spin.h"
 #include "ThEvent.h"
 #include "ThInternals.h"
