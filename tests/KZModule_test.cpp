@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <random>
 
 #include "DebugStreamService.h"
@@ -23,7 +22,6 @@
 namespace {
 
 using kztest::ReportCatcher;
-using kztest::RunningLibrary;
 using kztest::TestHost;
 
 template <typename Service>
@@ -117,34 +115,23 @@ TEST(KZModule, EveryOrderOfTheCallsIsHarmless)
     KZAppInterfaceSet(nullptr);
 }
 
-// What a service needs, with the names.
-class NeedList final : public IServiceDependencyList {
+// The names of what a service needs.
+class NeedNames final : public IServiceDependencyList {
 public:
-    explicit NeedList(const IServiceObject* service) { service->GetDependencies(this); }
+    explicit NeedNames(const IServiceObject* service) { service->GetDependencies(this); }
     void Add(IServiceObject* service) override
     {
-        names += (needs.empty() ? "" : " ") + std::string(service->GetName());
-        needs.push_back(service);
+        names += (names.empty() ? "" : " ") + std::string(service->GetName());
     }
 
-    std::vector<IServiceObject*> needs;
     std::string names;
 };
 
-// Adds what a service needs, the service behind it, each once.
-void AddWithNeeds(IServiceObject* service, std::vector<IServiceObject*>& services)
+TEST(KZModule, ServicesHaveTheirNamesAndNeedsAndThoseThatAreHeldWorkThroughAStop)
 {
-    for (IServiceObject* need : NeedList(service).needs) {
-        AddWithNeeds(need, services);
-    }
-    if (std::find(services.begin(), services.end(), service) == services.end()) {
-        services.push_back(service);
-    }
-}
-
-TEST(KZModule, ServicesHaveTheirNamesAndNeeds)
-{
-    RunningLibrary library;
+    TestHost host;
+    KZAppInterfaceSet(&host);
+    EXPECT_EQ(InitKZCoreBase(), 0);
     const struct {
         IServiceObject* service;
         const char* name;
@@ -162,21 +149,12 @@ TEST(KZModule, ServicesHaveTheirNamesAndNeeds)
         {FileManagerService(), "FileManager", "PathManager UnixUserUtil MemoryManager"},
         {ResourceManagerService(), "ResourceManager", "MemoryManager PathManager FileManager"},
     };
+    std::vector<IServiceObject*> held;
     for (const auto& test : cases) {
         EXPECT_STREQ(test.service->GetName(), test.name);
-        EXPECT_EQ(NeedList(test.service).names, test.needs) << test.name;
-    }
-}
-
-TEST(KZModule, AServiceThatIsHeldWithItsNeedsWorksThroughAStop)
-{
-    TestHost host;
-    KZAppInterfaceSet(&host);
-    EXPECT_EQ(InitKZCoreBase(), 0);
-    std::vector<IServiceObject*> held;
-    AddWithNeeds(ResourceManagerService(), held);
-    for (IServiceObject* service : held) {
-        EXPECT_EQ(service->Init(), 0);
+        EXPECT_EQ(NeedNames(test.service).names, test.needs) << test.name;
+        held.push_back(test.service);
+        EXPECT_EQ(test.service->Init(), 0);
     }
     UninitKZCoreBase();
     EXPECT_EQ(OpenResources(), 0);
