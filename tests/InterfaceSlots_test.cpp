@@ -1,11 +1,20 @@
 // The virtual operations of every interface stand in their documented slots, because hosts are built against them.
 #include <gtest/gtest.h>
 
+#include "BinDataReader.h"
+#include "BinDataWriter.h"
 #include "KZApp.h"
+#include "OutputBuf.h"
+#include "PathCachedItem.h"
+#include "PathFormatReader.h"
+#include "PathTextFormat.h"
+#include "PlatformEvent.h"
+#include "PlatformMutex.h"
 #include "ServiceRegistry.h"
 #include "SlotOf.h"
 #include "StackChain.h"
 #include "StackDecoder.h"
+#include "support/SlotOf.h"
 
 namespace {
 
