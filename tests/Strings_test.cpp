@@ -12,6 +12,7 @@
 #include <random>
 #include <string>
 
+#include "JsonLines.h"
 #include "KzErr.h"
 #include "ListTesting.h"
 #include "PlatformText.h"
