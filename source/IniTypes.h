@@ -39,7 +39,13 @@ enum IniError {
     kIniErrInt = -5021,           // not an integer of 32 bits; a break character outside 0 to 127
     kIniErrUInt = -5022,          // not an unsigned integer of 32 bits
     kIniErrDouble = -5023,        // not a number
-    kIniErrBoolean = -5024        // neither "True" nor "False"
+    kIniErrBoolean = -5024,       // neither "True" nor "False"
+    kIniErrRepeated = -6001,      // an edit of the only item of a tag that has several
+    kIniErrExists = -6002,        // the new name of a section or item is another one's already
+    kIniErrNotProved = -6003,     // the engine would read more changes out of an edited text than were asked for
+    kIniErrReadOnly = -6004,      // a save of an object that was opened for reading
+    kIniErrLock = -6005,          // the lock of the file can't be taken
+    kIniErrLinks = -6006          // the file has several names, which a save by a rename would part
 };
 
 // How text is read, a sum for IniSetReadOptions.
