@@ -12,61 +12,11 @@
 #ifndef KZCORE_INIEDIT_H
 #define KZCORE_INIEDIT_H
 
-#include <stddef.h>
-
 #include "IniTypes.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-// An object, known to hosts by its address only.
-typedef struct IniEdit IniEdit;
-
-// How a text is opened and read, a sum.
-enum IniEditOption {
-    kIniEditReadOnly = 1,       // nothing is locked, and a save gives kIniErrReadOnly
-    kIniEditMustExist = 2,      // a missing file gives kIniErrFile; without it an edit starts with an empty one
-    kIniEditHashComments = 4,   // a line that starts with "#" is a comment and no item
-    kIniEditInPlace = 8,        // saved into the file itself, which keeps its hard links; a crash may lose it
-    kIniEditCaseSensitive = 16  // names compare byte for byte
-};
-
-// What a line is.
-enum IniEditKind {
-    kIniEditBlank,
-    kIniEditComment,
-    kIniEditSection,
-    kIniEditItem,
-    kIniEditPart,         // a further line of an item that is cut ("tag Line0002"); its first line is the item
-    kIniEditUnrecognized  // neither
-};
-
-// Which of several items of one tag is meant. A number from 1 is a place among them, in the order of the file.
-enum IniEditWhich {
-    kIniEditOnly = 0,  // the only one; kIniErrRepeated when there are several
-    kIniEditAll = -1
-};
-
-// How a value is written, a sum.
-enum IniEditValueOption {
-    kIniEditRaw = 1  // as it stands; without it escapes are written where the engine decodes them
-};
-
-// One line, or one item with all its parts.
-typedef struct IniEditLine {
-    int kind;          // IniEditKind
-    int number;        // from 1
-    int quote;         // the quotes around the value, or 0
-    const char* text;  // the line without its end
-    size_t textSize;
-    const char* section;  // that it stands in, or that it begins; "" before the first
-    size_t sectionSize;
-    const char* tag;  // of an item, "" for others
-    size_t tagSize;
-    const char* value;  // raw, without the quotes that the engine strips, with the values of all parts
-    size_t valueSize;
-} IniEditLine;
 
 // Opens a file, follows symbolic links, takes a lock (`flock`) that keeps all other objects for this file waiting until
 // this one is closed, and reads it. What a file that was missing is made, empty, to be locked; it is removed again when
@@ -103,6 +53,9 @@ INI_EXPORT int IniEditAddComment(IniEdit* edit, const char* section, const char*
 // in front of the item, of the section when tag is null, at the end when both are
 INI_EXPORT int IniEditSetComment(IniEdit* edit, int line, const char* text);
 INI_EXPORT int IniEditRemoveComment(IniEdit* edit, int line);
+
+INI_EXPORT int IniEditEscape(const char* value, size_t size, char** out, size_t* outSize);
+INI_EXPORT int IniEditUnescape(const char* raw, size_t size, char** out, size_t* outSize);
 
 // Writes the file as IniWriteToFile does with kIniWriteSafely and kIniWriteSync, under the lock, which goes on.
 INI_EXPORT int IniEditSave(IniEdit* edit);
