@@ -207,6 +207,22 @@ int IniEditGetText(const IniEdit* edit, const char** bytes, size_t* size)
     return 1;
 }
 
+int IniEditSetText(IniEdit* edit, const void* bytes, size_t size)
+{
+    if (edit == nullptr || (bytes == nullptr && size > 0)) {
+        return kIniErrFile;
+    }
+    return Guarded([&] {
+        EditText text(edit->text.rules());
+        const int result = text.Take(size == 0 ? "" : std::string(static_cast<const char*>(bytes), size));
+        if (result == 1) {
+            edit->text = std::move(text);
+            edit->readings = {};
+        }
+        return result;
+    });
+}
+
 int IniEditIsChanged(const IniEdit* edit)
 {
     return edit == nullptr ? kIniErrFile : edit->text.bytes() != edit->saved ? 1 : 0;

@@ -238,7 +238,7 @@ ItemPlace PlaceForItem(const EditText& text, Text section)
             model = i;
         }
         const bool goesOn = line.kind == kIniEditUnrecognized && first && text.At(*first).section == line.section &&
-                            index == i && IndentOf(text, i) > IndentOf(text, *first);
+                            IndentOf(text, i) > IndentOf(text, *first);
         if (isItem || goesOn) {
             index = i + 1;
         }
