@@ -1,6 +1,7 @@
 // Any bytes as an INI text, and any edit of it: either nothing changed, or every byte is there in its order that does
 // not belong to what was edited, and all other items read as they did.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -29,6 +30,7 @@ struct Line {
     std::string tag;
     std::string value;
     std::string_view bytes;  // its extent
+    std::size_t size;        // without its end
 };
 
 // A text with its lines, in the order of the text, behind what stands in front of the first.
@@ -53,7 +55,7 @@ Content ContentOf(const IniEdit* edit)
         content.lines.insert(
             content.lines.begin(),
             {line.kind, std::string(line.section, line.sectionSize), std::string(line.tag, line.tagSize),
-             std::string(line.value, line.valueSize), std::string_view(bytes + begin, end - begin)});
+             std::string(line.value, line.valueSize), std::string_view(bytes + begin, end - begin), line.textSize});
         end = begin;
     }
     // Views into the copy instead of the object's text.
@@ -185,10 +187,35 @@ Rest RestOf(const Task& task, const Content& content, bool hadSection)
     return rest;
 }
 
+// Whether lines end in different ways. Where one goes, the ends of its neighbours may become a pair then, so that a
+// byte counts for another line than before.
+bool HasMixedEnds(const Content& content)
+{
+    std::string_view first;
+    for (const Line& line : content.lines) {
+        const std::string_view end = line.bytes.substr(line.size);
+        first = first.empty() ? end : first;
+        if (!end.empty() && end != first) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void DropEnds(std::string* bytes)
+{
+    bytes->erase(std::remove_if(bytes->begin(), bytes->end(), [](char c) { return c == '\n' || c == '\r' || c == 0; }),
+                 bytes->end());
+}
+
 void CheckItems(const Task& task, const Content& before, const Content& after, bool hadSection)
 {
-    const Rest old = RestOf(task, before, hadSection);
-    const Rest now = RestOf(task, after, hadSection);
+    Rest old = RestOf(task, before, hadSection);
+    Rest now = RestOf(task, after, hadSection);
+    if (HasMixedEnds(before)) {
+        DropEnds(&old.bytes);
+        DropEnds(&now.bytes);
+    }
     Require(old.items == now.items, "all other items read as they did");
     Require(now.bytes.compare(0, old.bytes.size(), old.bytes) == 0, "all other bytes stay");
     // In front of what comes behind the last line: an end for that, and a blank line.
