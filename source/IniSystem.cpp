@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -26,6 +27,11 @@ SystemCalls g_system = {
     &fremovexattr,
     &rename,
     &unlink,
+    &readlink,
+    &flock,
+    &read,
+    &pwrite,
+    &ftruncate,
 };
 
 int Remove(const char* path)
