@@ -19,6 +19,8 @@ SCOPE = re.compile(r"(?:template\s*<.*>\s*|requires\b.*?\)\s*|typedef\s+)*(class
                    r"(?:\s+class)?(?:\s+[A-Z_]+\([^)]*\)|\s+KZ_EXPORT)*(?:\s+(\w+))?")
 ACCESS = re.compile(r"(public|protected|private):$")
 EXPORT = re.compile(r"\b(?:KZ|INI)_EXPORT\b")
+LIST_IN_ENUM = re.compile(r"\s*(\w+_LIST)\(\w+\)$")
+CODE = re.compile(r'X\((\w+), (-?\d+), "((?:[^"\\]|\\.)*)"\)')
 SPECIAL = re.compile(r"[\\@&<>#%$\"]")
 
 
@@ -100,6 +102,8 @@ class Header:
         elif not code:
             self.comment = []
             self.pass_on()
+        elif LIST_IN_ENUM.match(code) and self.inside("enum"):
+            self.rows(LIST_IN_ENUM.match(code)[1])
         elif code.lstrip().startswith("#"):
             self.directive(code)
         elif code.lstrip().startswith("}"):
@@ -124,6 +128,13 @@ class Header:
         while self.lines[self.at].endswith("\\"):
             self.pass_on()
         self.pass_on()
+
+    def rows(self, macro):
+        """Writes a list of codes as the enumerators that it makes, each with its meaning."""
+        rows = re.search(rf"#define {macro}\(X\)((?:.*\\\n)*.*)", "\n".join(self.lines))[1]
+        for name, value, meaning in CODE.findall(rows):
+            self.out.append(f"    {name} = {value},  ///< {doxygen_text([meaning])[0]}")
+        self.at += 1
 
     def close(self, code):
         for _ in range(code.count("}") - code.count("{")):
