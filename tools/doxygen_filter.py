@@ -124,7 +124,7 @@ class Header:
 
     def directive(self, code):
         if re.match(r"\s*#\s*define\b", code):
-            self.describe(code)
+            self.describe(code, self.at)
         while self.lines[self.at].endswith("\\"):
             self.pass_on()
         self.pass_on()
@@ -133,7 +133,8 @@ class Header:
         """Writes a list of codes as the enumerators that it makes, each with its meaning."""
         rows = re.search(rf"#define {macro}\(X\)((?:.*\\\n)*.*)", "\n".join(self.lines))[1]
         for name, value, meaning in CODE.findall(rows):
-            self.out.append(f"    {name} = {value},  ///< {doxygen_text([meaning])[0]}")
+            text = doxygen_text([meaning.replace("\\", "")])[0]
+            self.out.append(f"    {name} = {value},  ///< {text}")
         self.at += 1
 
     def close(self, code):
@@ -156,7 +157,7 @@ class Header:
                 break
             if opens == 0 and (text[-1] in ";}" or self.inside("enum")):
                 break
-        self.describe(text)
+        self.describe(text, start)
         lines = self.lines[start:self.at]
         if opens:
             self.scopes.append(scope.groups())
@@ -168,8 +169,8 @@ class Header:
     def inside(self, *keywords):
         return bool(self.scopes) and self.scopes[-1][0] in keywords
 
-    def describe(self, declaration):
-        indent = re.match(r"\s*", self.lines[self.at - 1])[0]
+    def describe(self, declaration, start):
+        indent = re.match(r"\s*", self.lines[start])[0]
         name = self.declared_name(declaration)
         self.first = self.first or name
         if self.inside("class", "struct") and name != self.first and not "".join(self.comment).startswith(" Each "):

@@ -80,9 +80,9 @@ INI_ADVICE = {
     "kIniErrBoolean": "as for `kIniErrInt`",
     "kIniErrRepeated": "say which of the items is meant",
     "kIniErrExists": "take another name",
-    "kIniErrNotProved": "nothing was changed: write the line by hand, the file has something that the edit can't stand beside",
+    "kIniErrNotProved": "nothing has changed: the lines around the place would give the new one another meaning; take another name or place",
     "kIniErrReadOnly": "open the file for changes",
-    "kIniErrLock": "check that the file system has locks",
+    "kIniErrLock": "open the file again, since another program has replaced it; or check that its file system has locks",
     "kIniErrLinks": "allow writing in place, or part the names",
 }
 
@@ -158,7 +158,7 @@ def kz_row(constant, value, meaning):
     if (advice is not None) != is_given(constant):
         raise ValueError(f"{constant}: the sources {'do not give' if advice else 'give'} it")
     when, action = advice or ("no call of this version", "")
-    return f"| {value} | `{constant}` | {meaning} | {when} | {action} | {headers_of(constant)} |\n".replace("|  |", "| |")
+    return f"| {value} | `{constant}` | {meaning} | {when} | {action} | {headers_of(constant)} |\n".replace("  |", " |")
 
 
 def page():
@@ -169,7 +169,7 @@ def page():
     shown = [row for row in kz if row[0] == "kzErrNotFound"] + [row for row in ini if row[0] == "kIniErrFile"]
     text = HEAD.replace("OUTPUT", "".join(f"{meaning} ({name}, {value})\n" for name, value, meaning in shown))
     text += "".join(kz_row(*row) for row in kz)
-    text += "\n## INI codes\n\nThe calls that give each are named in `IniFile.h`.\n\n"
+    text += "\n## INI codes\n\nThe headers say which call gives which.\n\n"
     text += "| code | constant | meaning | what to do |\n|---|---|---|---|\n"
     text += "| 1 | | success, or found | |\n| 0 | | not found; nothing has changed | take the default |\n"
     return text + "".join(f"| {value} | `{name}` | {meaning} | {INI_ADVICE[name]} |\n" for name, value, meaning in ini)
