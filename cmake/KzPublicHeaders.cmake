@@ -18,6 +18,7 @@ set(KZ_PUBLIC_HEADERS
     HObjList.h
     HandleAllocationInterface.h
     HiResClock.h
+    IniEdit.h
     IniFile.h
     IniList.h
     IniTypes.h

@@ -1,6 +1,6 @@
 // A reading goes through three steps. Pieces of lines come from the input (ReadPiece, or the host's function),
-// LineReader puts them together to whole lines, and Reader takes each line for a section, an item, a comment or an
-// unrecognized one. Behind the last line the parts of values that were cut for their length are joined.
+// LineReader puts them together to whole lines, and Reader takes each line for what LineOf says it is. Behind the last
+// line the parts of values that were cut for their length are joined.
 //
 // Every byte of the text is a stranger's. The input may have no end, so the read limit bounds every loop over it; and
 // memory may run out at any line, so the object is sound behind each of them.
@@ -12,6 +12,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "IniLine.h"
 #include "IniMemory.h"
 #include "KzAssert.h"
 
@@ -54,16 +55,16 @@ int LengthOfLine(const unsigned char* from, int size)
     return length;
 }
 
-// Skips the second half of a pair such as CR LF, and adds it to what was taken. Two different ends in a row are a pair;
+// Skips the second half of a pair such as CR LF, and counts it. Two different ends in a row are a pair;
 // two equal ones end two lines.
-int SkipPairedEnd(IniLineInput* input, int* taken)
+int SkipPairedEnd(IniLineInput* input, int* skipped)
 {
     const int result = FillChunk(input);
     if (result >= 0 && input->used < input->available) {
         const unsigned char first = input->chunk[input->used];
         if (IsLineEnd(first) && input->lastEnd != 0 && input->lastEnd != first + 1) {
             ++input->used;
-            ++*taken;
+            *skipped = 1;
         }
     }
     return result;
@@ -198,22 +199,22 @@ public:
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 
-    bool Take(Text line, int number)
+    bool Take(Text text, int number)
     {
-        // White space in front counts for nothing, but a line that is kept is kept with it.
         m_line = number;
-        const Text text = TrimmedLeft(line);
-        if (text.IsEmpty()) {
-            return TakeUnrecognized(line);
+        const Line line = LineOf(text, m_ini->readOptions);
+        switch (line.kind) {
+            case LineKind::kComment:
+                return Keep(text);
+            case LineKind::kSection:
+                return TakeSection(line.name);
+            case LineKind::kItem:
+                return TakeItem(line);
+            case LineKind::kBlank:
+            case LineKind::kUnrecognized:
+                break;
         }
-        switch (*text.begin) {
-            case ';':
-                return Keep(line);
-            case '[':
-                return TakeSection(line, TrimmedLeft({text.begin + 1, text.end()}));
-            default:
-                return TakeItem(line, text);
-        }
+        return TakeUnrecognized(text);
     }
 
     // The comments behind the last item.
@@ -244,15 +245,9 @@ private:
         m_pending = 0;
     }
 
-    // `text` is what follows the bracket. What follows the closing one is dropped. A section that comes again goes on,
-    // and from then on bears the line and the comments of where it came last.
-    bool TakeSection(Text line, Text text)
+    // A section that comes again goes on, and from then on bears the line and the comments of where it came last.
+    bool TakeSection(Text name)
     {
-        const auto* const bracket = static_cast<const char*>(memchr(text.begin, ']', text.size));
-        const Text name = TrimmedRight({text.begin, bracket == nullptr ? text.begin : bracket});
-        if (name.IsEmpty()) {
-            return TakeUnrecognized(line);
-        }
         IniSection* section = m_ini->duplicateChecking != 0 ? FindSection(m_ini, name) : nullptr;
         if (section == nullptr) {
             section = AddSection(m_ini, name, m_line, Where::kLast);
@@ -266,42 +261,25 @@ private:
         return true;
     }
 
-    // The first separator ends the tag, so that a value may hold more of them.
-    bool TakeItem(Text line, Text text)
+    bool TakeItem(const Line& line)
     {
-        const bool hasColons = (m_ini->readOptions & kIniReadColonAndNull) != 0;
-        const char* separator = text.begin;
-        while (separator != text.end() && *separator != '=' && !(hasColons && *separator == ':')) {
-            ++separator;
-        }
-        // Without a tag or without a separator there is nothing by which a value could be found.
-        if (separator == text.begin || separator == text.end()) {
-            return TakeUnrecognized(line);
-        }
-        const bool isColonEquals = *separator == ':' && separator + 1 != text.end() && separator[1] == '=';
-        const Text tag = TrimmedRight({text.begin, separator});
-        const Text value = Trimmed({separator + (isColonEquals ? 2 : 1), text.end()});
-        if (value.IsEmpty() && (m_ini->readOptions & kIniReadKeepEmpty) == 0) {
-            return TakeUnrecognized(line);
-        }
         if (m_section == nullptr) {
-            if (!hasColons) {
+            if ((m_ini->readOptions & kIniReadColonAndNull) == 0) {
                 return true;  // an item of no section is dropped
             }
             m_section = AddSection(m_ini, Text("(null)"), -1, Where::kLast);
         }
-        return m_section != nullptr && StoreItem(m_section, tag, value);
+        return m_section != nullptr && StoreItem(m_section, line);
     }
 
-    bool StoreItem(IniSection* section, Text tag, Text value)
+    bool StoreItem(IniSection* section, const Line& line)
     {
         // The value is copied before an item is made for it, because an item without a value would be no sound one.
-        const char quote = QuoteOf(value);
-        char* const stored = m_ini->arena.Copy(quote == 0 ? value : Text(value.begin + 1, value.size - 2));
+        char* const stored = m_ini->arena.Copy(line.value);
         if (stored == nullptr) {
             return false;
         }
-        const NameKey key(tag, m_ini->names.naming.seed);
+        const NameKey key(line.name, m_ini->names.naming.seed);
         auto* item = m_ini->duplicateChecking != 0 ? static_cast<IniItem*>(section->items.Find(key)) : nullptr;
         if (item == nullptr) {
             item = AddItem(m_ini, section, key, Where::kLast, Texts::kInArena);
@@ -309,23 +287,11 @@ private:
         if (item == nullptr) {
             return false;
         }
-        SetValue(m_ini, item, stored, Texts::kInArena, quote);
-        m_hasContinuations = m_hasContinuations || ContinuationOf(tag).number == 1;
+        SetValue(m_ini, item, stored, Texts::kInArena, line.quote);
+        m_hasContinuations = m_hasContinuations || IsFirstPart(line.name);
         item->line = m_line;
         GivePending(&item->comments);
         return true;
-    }
-
-    // The quotes to strip from a value, or 0. A quote alone is a value, not a pair around nothing.
-    char QuoteOf(Text value) const
-    {
-        if (value.size < 2 || *value.begin != value.end()[-1]) {
-            return 0;
-        }
-        const char quote = *value.begin;
-        const bool strips = (quote == '"' && (m_ini->readOptions & kIniReadStripDoubleQuotes) != 0) ||
-                            (quote == '\'' && (m_ini->readOptions & kIniReadStripSingleQuotes) != 0);
-        return strips ? quote : 0;
     }
 
     IniFile* const m_ini;
@@ -341,19 +307,11 @@ struct Run {
     int end;
 };
 
-// Whether an item is the first part of a value, or one of those behind it. Their base tags and numbers are not
-// compared: the first part begins a run and the next one ends it.
-bool IsContinuation(const IniItem* item, bool isFirst)
-{
-    const long number = ContinuationOf(Text(item->name)).number;
-    return isFirst ? number == 1 : number >= 0 && number != 1;
-}
-
 // Requires the first part of a value at `first`.
 Run RunAt(const IniSection* section, int first)
 {
     Run run{first, first + 1};
-    while (run.end < section->items.Count() && IsContinuation(ItemAt(section, run.end), false)) {
+    while (run.end < section->items.Count() && IsFurtherPart(Text(ItemAt(section, run.end)->name))) {
         ++run.end;
     }
     return run;
@@ -395,7 +353,7 @@ bool JoinContinuations(IniFile* ini)
     for (int i = 0; i < ini->sections.Count(); ++i) {
         IniSection* const section = SectionAt(ini, i);
         for (int first = 0; first < section->items.Count(); ++first) {
-            if (IsContinuation(ItemAt(section, first), true) && !JoinRun(ini, section, RunAt(section, first))) {
+            if (IsFirstPart(Text(ItemAt(section, first)->name)) && !JoinRun(ini, section, RunAt(section, first))) {
                 return false;
             }
         }
@@ -439,7 +397,8 @@ Piece ReadPiece(IniLineInput* input, char* buffer, int size)
     }
     // The second half of a pair is skipped here, where the next line begins, and not where its first half was read,
     // because the stream may not have given it yet then.
-    piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input, &piece.taken);
+    piece.result = input->insideLine != 0 ? 1 : SkipPairedEnd(input, &piece.skipped);
+    piece.taken = piece.skipped;
     while (piece.result >= 0 && piece.size < size - 1 && !piece.isComplete) {
         piece.result = FillChunk(input);
         if (piece.result < 0) {

@@ -12,7 +12,8 @@ namespace qkini {
 struct Piece {
     int result;      // 1, or a negative code
     int size;        // bytes in the buffer, without the NUL
-    int taken;       // bytes of the input: the piece and ends of lines
+    int taken;       // bytes of the input: what was skipped, the piece, and its line's end
+    int skipped;     // of these, those in front of the piece: the second half of a pair that ended the line before
     int lineNumber;  // from 1
     bool isEnd;      // there was nothing more
     bool isComplete;

@@ -16,6 +16,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "IniLine.h"
+#include "IniOutput.h"
 #include "IniReader.h"
 #include "IniRights.h"
 #include "IniSystem.h"
@@ -26,8 +28,6 @@ namespace qkini {
 
 namespace {
 
-constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
-constexpr size_t kMarkSize = 4;  // of the longest mark, that of UTF-32
 constexpr size_t kTemporaryNameSize = 256;
 
 // A longer name would not fit where the object remembers it.
@@ -57,7 +57,7 @@ void Remember(IniFile* ini, const char* path, long long stamp)
 // A stream to read from, whose first bytes were read to see a mark.
 struct MarkedStream {
     FILE* file;  // not owned
-    unsigned char head[kMarkSize];
+    char head[kMarkSize];
     size_t headSize;  // bytes that were read, fewer in a short file
     size_t headUsed;  // those of them that were skipped or given out
 };
@@ -78,13 +78,7 @@ int ReadStream(void* context, int size, int* actual, void* buffer)
     return *actual == 0 && ferror(stream->file) != 0 ? kIniErrRead : 1;
 }
 
-bool StartsWith(const MarkedStream& stream, const char* mark, size_t size)
-{
-    return stream.headSize >= size && memcmp(stream.head, mark, size) == 0;
-}
-
-// Reads the first bytes and skips a mark of UTF-8. A file that says it is UTF-16 or UTF-32 is refused, because its text
-// would be read as lines full of NULs. FF FE begins both little-endian marks.
+// Reads the first bytes and skips a mark of UTF-8.
 int ReadMark(MarkedStream* stream)
 {
     clearerr(stream->file);
@@ -92,12 +86,9 @@ int ReadMark(MarkedStream* stream)
     if (ferror(stream->file) != 0) {
         return kIniErrRead;
     }
-    if (StartsWith(*stream, "\xFF\xFE", 2) || StartsWith(*stream, "\xFE\xFF", 2) ||
-        StartsWith(*stream, "\0\0\xFE\xFF", 4)) {
-        return kIniErrUnicodeMark;
-    }
-    stream->headUsed = StartsWith(*stream, kUtf8Mark, 3) ? 3 : 0;
-    return 1;
+    const int mark = SizeOfMark({stream->head, stream->headSize});
+    stream->headUsed = mark > 0 ? static_cast<size_t>(mark) : 0;
+    return mark < 0 ? mark : 1;
 }
 
 // Reads a stream from where it stands.
@@ -114,103 +105,12 @@ int ReadMarked(IniFile* ini, FILE* file)
     return Read(ini, &input);
 }
 
-// A file that is being written. Unless it is kept in the end, it is removed.
-class OutputFile {
-public:
-    OutputFile(int file, const char* path) : m_file(file), m_path(path) {}
-    ~OutputFile()
-    {
-        if (m_file >= 0) {
-            g_system.close(m_file);
-        }
-        if (!m_isKept) {
-            Remove(m_path);
-        }
-    }
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-
-    int file() const { return m_file; }
-
-    // An IniOutputFunction.
-    static int PutLine(void* context, const char* line)
-    {
-        auto* const self = static_cast<OutputFile*>(context);
-        const int result = self->Put(line, strlen(line));
-        return result < 0 ? result : self->Put("\n", 1);
-    }
-
-    int Put(const char* bytes, size_t size)
-    {
-        // A full buffer is written at once, so that there is room for a byte whenever this begins.
-        KZ_ASSERT(m_used < sizeof m_buffer);
-        while (size > 0) {
-            const size_t room = sizeof m_buffer - m_used;
-            const size_t part = size < room ? size : room;
-            memcpy(m_buffer + m_used, bytes, part);
-            m_used += part;
-            bytes += part;
-            size -= part;
-            if (m_used == sizeof m_buffer) {
-                const int result = Flush();
-                if (result < 0) {
-                    return result;
-                }
-            }
-        }
-        return 1;
-    }
-
-    int Flush()
-    {
-        for (size_t done = 0; done < m_used;) {
-            const ssize_t written = Retry([&] { return g_system.write(m_file, m_buffer + done, m_used - done); });
-            // A write of nothing is no progress, and trying again might have no end.
-            if (written <= 0) {
-                return kIniErrWrite;
-            }
-            done += static_cast<size_t>(written);
-        }
-        m_used = 0;
-        return 1;
-    }
-
-    int Sync() const
-    {
-        // Pipes and the like have nothing to sync.
-        const bool isSynced = Retry([&] { return g_system.fsync(m_file); }) == 0 || errno == EINVAL;
-        return isSynced ? 1 : kIniErrWrite;
-    }
-
-    long long Stamp() const
-    {
-        struct stat status;
-        return StatusOf(m_file, &status) ? StampOf(status) : 0;
-    }
-
-    // Whether it is a file, and not a device or a pipe.
-    bool IsRegular() const
-    {
-        struct stat status;
-        return StatusOf(m_file, &status) && S_ISREG(status.st_mode);
-    }
-
-    int Close()
-    {
-        const int file = m_file;
-        m_file = -1;
-        return g_system.close(file) == 0 || errno == EINTR ? 1 : kIniErrWrite;
-    }
-
-    void Keep() { m_isKept = true; }
-
-private:
-    int m_file;
-    const char* const m_path;
-    bool m_isKept = false;
-    size_t m_used = 0;
-    char m_buffer[8192];
-};
+// The date of a file that is open, 0 where it can't be told.
+long long StampOf(int file)
+{
+    struct stat status;
+    return StatusOf(file, &status) ? StampOf(status) : 0;
+}
 
 // All that a file holds, down to the disk if the options ask for it.
 int WriteContent(IniFile* ini, OutputFile* output)
@@ -244,7 +144,7 @@ int SaveInPlace(IniFile* ini, const char* path)
         output.Keep();
     }
     int result = WriteContent(ini, &output);
-    const long long stamp = output.Stamp();
+    const long long stamp = StampOf(output.file());
     if (result == 1) {
         result = output.Close();
     }
@@ -345,9 +245,7 @@ int OpenTemporary(const IniFile* ini, const OldFile& old, char* name)
         }
         return file;
     }
-    Remove(name);  // one that a crash has left, or a link that somebody has put there
-    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-    const int file = Retry([&] { return g_system.open(name, flags, old.exists ? 0600 : 0666); });
+    const int file = MakeAnew(name, O_WRONLY, old.exists ? 0600 : 0666);
     return file < 0 ? kIniErrOpenForWrite : file;
 }
 
@@ -368,7 +266,7 @@ int SaveSafely(IniFile* ini, const char* path)
     }
     OutputFile output(file, name);
     int result = WriteContent(ini, &output);
-    const long long stamp = output.Stamp();
+    const long long stamp = StampOf(output.file());
     // Before the close, because rights are given to the descriptor: nobody can put another file under its name.
     const int lostRights = result == 1 ? TakeRights(file, old) : 0;
     if (result == 1) {
@@ -406,13 +304,13 @@ int ReadFromFile(IniFile* ini, const char* path)
     if (!IsUsablePath(path)) {
         return kIniErrFile;
     }
-    struct stat status;
     FILE* const file = fopen(path, "rbe");
     if (file == nullptr) {
+        struct stat status;
         return StatusOf(path, &status) ? kIniErrOpen : kIniErrFile;
     }
     // The date before the reading, so that a change during it is seen later.
-    const long long stamp = StatusOf(fileno(file), &status) ? StampOf(status) : 0;
+    const long long stamp = StampOf(fileno(file));
     const int result = ReadMarked(ini, file);
     fclose(file);
     if (result == 1) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -24,6 +25,11 @@ SystemCalls g_system = {
     &fremovexattr,
     &rename,
     &unlink,
+    &readlink,
+    &flock,
+    &read,
+    &pwrite,
+    &ftruncate,
 };
 
 int Remove(const char* path)

@@ -1,7 +1,7 @@
-// What the INI engine asks of the system to save a file, in a table so that tests can make each call fail: a disk that
-// is full, a right that is missing, a signal in between. C library only.
+// What INI files ask of the system to be saved, and edited under a lock, in a table so that tests can make each call
+// fail: a disk that is full, a right that is missing, a signal in between. C library only.
 //
-// Reading goes through the C library's streams and is not in the table, but for the status of a file.
+// The engine's reading goes through the C library's streams and is not in the table, but for the status of a file.
 #ifndef KZCORE_INISYSTEM_H
 #define KZCORE_INISYSTEM_H
 
@@ -27,6 +27,11 @@ struct SystemCalls {
     int (*fremovexattr)(int file, const char* name);
     int (*rename)(const char* from, const char* to);
     int (*unlink)(const char* path);
+    ssize_t (*readlink)(const char* path, char* target, size_t size);
+    int (*flock)(int file, int operation);
+    ssize_t (*read)(int file, void* bytes, size_t size);
+    ssize_t (*pwrite)(int file, const void* bytes, size_t size, off_t at);
+    int (*ftruncate)(int file, off_t size);
 };
 
 // Changed by tests only, while nothing saves.

@@ -1,10 +1,13 @@
-// The codes, options and function types of INI objects. Usable from C11 and C++20; needs nothing but the C library.
+// The codes, options and types of INI objects, of both kinds. Usable from C11 and C++20; needs nothing but the C
+// library.
 //
 // The host's functions are called on the thread that reads or writes, with the context that it gave, and throw nothing:
 // the engine's memory would not be freed on the way. Their negative results come back as they are from the call that
 // they end, so a host may have codes of its own.
 #ifndef KZCORE_INITYPES_H
 #define KZCORE_INITYPES_H
+
+#include <stddef.h>
 
 #ifndef INI_EXPORT
 #if defined(__GNUC__)
@@ -40,7 +43,13 @@ typedef struct IniFile IniFile;
     X(kIniErrInt, -5021, "not an integer of 32 bits; or a break character outside 0 to 127") \
     X(kIniErrUInt, -5022, "not an unsigned integer of 32 bits")                              \
     X(kIniErrDouble, -5023, "not a number")                                                  \
-    X(kIniErrBoolean, -5024, "neither \"True\" nor \"False\"")
+    X(kIniErrBoolean, -5024, "neither \"True\" nor \"False\"")                               \
+    X(kIniErrRepeated, -6001, "an edit of the only item of a tag that has several")          \
+    X(kIniErrExists, -6002, "a section or item of the new name is there already")            \
+    X(kIniErrNotProved, -6003, "an edit would change more than was asked for")               \
+    X(kIniErrReadOnly, -6004, "a save of an object that was opened for reading")             \
+    X(kIniErrLock, -6005, "the lock of the file can't be taken or kept")                     \
+    X(kIniErrLinks, -6006, "the file has several names, which a save by a rename would part")
 
 enum IniError {
 #define INI_ERR_CONSTANT(constant, value, meaning) constant = (value),
@@ -106,6 +115,54 @@ typedef struct IniLineInput {
     int lastEnd;     // the character that ended the last line, plus 1; 0 before the first
     unsigned char chunk[kIniInputChunk];
 } IniLineInput;
+
+// An object of IniEdit.h, known to hosts by its address only.
+typedef struct IniEdit IniEdit;
+
+// How its text is opened and read, a sum.
+enum IniEditOption {
+    kIniEditReadOnly = 1,       // nothing is locked, and a save gives kIniErrReadOnly
+    kIniEditMustExist = 2,      // a missing file gives kIniErrFile; without it an edit starts with an empty one
+    kIniEditHashComments = 4,   // a line that starts with "#" is a comment and no item
+    kIniEditInPlace = 8,        // saved into the file itself, which keeps its hard links; a crash may lose it
+    kIniEditCaseSensitive = 16  // names compare byte for byte
+};
+
+// What a line is.
+enum IniEditKind {
+    kIniEditBlank,
+    kIniEditComment,
+    kIniEditSection,
+    kIniEditItem,
+    kIniEditPart,         // a further line of an item that is cut ("tag Line0002"); its first line is the item
+    kIniEditUnrecognized  // neither
+};
+
+// Which of several items of one tag is meant. A number from 1 is a place among them, in the order of the file.
+enum IniEditWhich {
+    kIniEditOnly = 0,  // the only one; kIniErrRepeated when there are several
+    kIniEditAll = -1
+};
+
+// How a value is written, a sum.
+enum IniEditValueOption {
+    kIniEditRaw = 1  // as it stands; without it escapes are written where the engine decodes them
+};
+
+// One line, or one item with all its parts.
+typedef struct IniEditLine {
+    int kind;          // IniEditKind
+    int number;        // from 1
+    int quote;         // the quotes around the value, or 0
+    const char* text;  // the line without its end
+    size_t textSize;
+    const char* section;  // that it stands in, or that it begins; "" before the first
+    size_t sectionSize;
+    const char* tag;  // of an item, "" for others
+    size_t tagSize;
+    const char* value;  // raw, without the quotes that the engine strips, with the values of all parts
+    size_t valueSize;
+} IniEditLine;
 
 #ifdef __cplusplus
 }

@@ -19,6 +19,7 @@
 #include "HObjList.h"
 #include "HandleAllocationInterface.h"
 #include "HiResClock.h"
+#include "IniEdit.h"
 #include "IniFile.h"
 #include "IniList.h"
 #include "IniTypes.h"
