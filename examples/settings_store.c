@@ -1,5 +1,6 @@
-/* A settings store on an INI file, in C11: settings have a type and a default, the user's file holds those that were
-   set, with the user's comments, and a save replaces it as a whole or leaves it as it was.
+/* A settings store on an INI file, in C11: settings have a type and a default, and the user's file holds those that
+   were set. The engine reads it (IniFile.h); a change goes through IniEdit.h, which leaves the user's other lines
+   alone, and replaces the file as a whole or not at all.
 
        settings_store FILE                 lists all settings
        settings_store FILE NAME            prints one, as Window.Width
@@ -8,6 +9,7 @@
    Exit status: 0 done; 1 no such setting; 2 usage; 3 a value that is not of its setting's type; 4 the file can't be
    read or written. INI objects need no start of the library. */
 
+#include <kzcore/IniEdit.h>
 #include <kzcore/IniFile.h>
 
 #include <stdio.h>
@@ -24,10 +26,12 @@ typedef struct Setting {
     const char* standard; /* its value where the file has none */
 } Setting;
 
-static const Setting kSettings[] = {
-    {"Window", "Title", kText, "Untitled"},  {"Window", "Width", kInt, "800"}, {"Window", "Zoom", kReal, "1.0"},
-    {"Window", "Maximized", kFlag, "False"}, {"Files", "Folder", kText, ""},
-};
+static const Setting kSettings[] = {{"Window", "Title", kText, "Untitled"},
+                                    {"Window", "Width", kInt, "800"},
+                                    {"Window", "Zoom", kReal, "1.0"},
+                                    {"Window", "Maximized", kFlag, "False"},
+                                    {"Files", "Folder", kText, ""}};
+enum { kReadOptions = kIniReadStripDoubleQuotes | kIniReadKeepEmpty };
 enum { kSettingCount = sizeof kSettings / sizeof *kSettings };
 
 static const Setting* Find(const char* name)
@@ -42,21 +46,25 @@ static const Setting* Find(const char* name)
     return NULL;
 }
 
+static int Failed(const char* path, int result)
+{
+    fprintf(stderr, "settings_store: %s: %s (%s)\n", path, IniErrText(result), IniErrName(result));
+    return kFileFailed;
+}
+
 /* Reads the settings: a file that is missing is one without any. Null, with a message, when it can't be read. */
 static IniFile* Open(const char* path)
 {
     IniFile* ini = IniNew(0);
     int result = ini != NULL ? 1 : kIniErrMemory;
     if (result == 1) {
-        IniSetReadOptions(ini, kIniReadStripDoubleQuotes | kIniReadKeepComments | kIniReadKeepEmpty);
-        IniSetWriteOptions(
-            ini, -1, 0, kIniWriteSafely | kIniWriteMkstemp | kIniWriteSync | kIniWriteSpacedEquals | kIniWriteComments);
+        IniSetReadOptions(ini, kReadOptions);
         result = IniReadFromFile(ini, path);
     }
     if (result == 1 || (result == kIniErrFile && *path != '\0')) {
         return ini;
     }
-    fprintf(stderr, "settings_store: %s: %s (%s)\n", path, IniErrText(result), IniErrName(result));
+    Failed(path, result);
     IniDispose(ini);
     return NULL;
 }
@@ -106,24 +114,34 @@ static int List(IniFile* ini)
     return status;
 }
 
-/* Puts the value and saves, unless it is not of the setting's type. */
-static int Set(IniFile* ini, const char* path, const Setting* setting, const char* value)
+/* Whether the value is one of the setting's type, found by putting it into an object that is not saved. */
+static int IsValue(const Setting* setting, const char* value)
 {
-    /* Quotes keep an empty text, and one that stands in quotes itself; a number needs none. */
-    int result = IniPutStringWithOptions(ini, setting->section, setting->tag, value, setting->type == kText, 1);
-    if (result == 1 && Check(ini, setting) != 1) {
+    IniFile* trial = IniNew(0);
+    int put = IniPutString(trial, setting->section, setting->tag, value);
+    int fits = put == 1 && (setting->type == kText || Check(trial, setting) == 1);
+    IniDispose(trial);
+    return fits;
+}
+
+/* Sets the value in the file and saves, unless it is not of the setting's type. Only this line changes, and what other
+   processes set by IniEdit meanwhile stays, because the file is locked from here to the close. */
+static int Set(const char* path, const Setting* setting, const char* value)
+{
+    IniEdit* edit = NULL;
+    if (!IsValue(setting, value)) {
         fprintf(stderr, "settings_store: %s is no value of %s.%s\n", value, setting->section, setting->tag);
         return kBadValue;
     }
-    result = result == 1 ? IniWriteToFile(ini, path) : result;
-    if (result != 1) {
-        fprintf(stderr, "settings_store: %s: %s (%s)\n", path, IniErrText(result), IniErrName(result));
-        return kFileFailed;
+    int result = IniEditOpen(&edit, path, kReadOptions, 0);
+    if (result == 1) {
+        result = IniEditSetItem(edit, setting->section, setting->tag, kIniEditOnly, value, 0);
     }
-    if (IniLostRights(ini) != 0) {
-        fprintf(stderr, "settings_store: %s: saved, but not all of its rights could be kept\n", path);
+    if (result == 1) {
+        result = IniEditSave(edit);
     }
-    return kDone;
+    IniEditClose(edit);
+    return result == 1 ? kDone : Failed(path, result);
 }
 
 int main(int argc, char** argv)
@@ -137,11 +155,14 @@ int main(int argc, char** argv)
         fprintf(stderr, "settings_store: no setting %s\n", argv[2]);
         return kNoSetting;
     }
+    if (argc == 4) {
+        return Set(argv[1], setting, argv[3]);
+    }
     IniFile* ini = Open(argv[1]);
     if (ini == NULL) {
         return kFileFailed;
     }
-    int status = argc == 2 ? List(ini) : argc == 3 ? Print(ini, setting) : Set(ini, argv[1], setting, argv[3]);
+    int status = setting != NULL ? Print(ini, setting) : List(ini);
     IniDispose(ini);
     return status;
 }

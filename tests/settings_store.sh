@@ -29,14 +29,14 @@ Try 0 "Window.Title = Größe
 \"2\"" new.ini Window.Title
 Try 0 "" new.ini Files.Folder ""
 Try 1 "settings_store: no setting Window.Depth" new.ini Window.Depth
-Try 4 "settings_store: /no/such/folder/a.ini: the file may not be written, or the rename failed (kIniErrPermission)" \
+Try 4 "settings_store: /no/such/folder/a.ini: no such file, or a bad object or file name (kIniErrFile)" \
     /no/such/folder/a.ini Window.Width 7
 
-printf '; mine\n[Window]\nWidth = 10\n; how large\nZoom = big\n\n[Other]\nKept = "yes"\n' >users.ini
+printf '; mine\n[Window]\nWidth = 10\n; how large\nZoom = big\n\n[Other]\nKept="1"\nKept = 2' >users.ini
 Try 0 "" users.ini Window.Width 12
 Try 3 "settings_store: line 5: not a number
 Window.Zoom = 1.0" users.ini Window.Zoom
-diff users.ini <(printf '; mine\n[Window]\nWidth = 12\n; how large\nZoom = big\n\n[Other]\nKept = "yes"\n')
+diff users.ini <(printf '; mine\n[Window]\nWidth = 12\n; how large\nZoom = big\n\n[Other]\nKept="1"\nKept = 2')
 Try 3 "settings_store: line 5: not a number
 Window.Title = Untitled
 Window.Width = 12
