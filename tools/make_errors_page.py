@@ -43,8 +43,9 @@ KZ_ADVICE = {
     "kzErrTokenNotFound": None,
     "kzErrTokenSyntax": None,
     "kzErrTokenMemory": None,
-    "kzErrGeneric": ("a damaged resource map; a service or registry that does not run, or failed to start; no configuration runs; "
-                     "an exception that has no code", "read the report in front of it, which says what failed"),
+    "kzErrGeneric": ("the library isn't started, or one of its services failed to start; a damaged resource map; a registry that is "
+                     "closed; no configuration runs; an exception that has no code",
+                     "start the library; else read the report in front of it, which says what failed"),
     "kzErrNotSupported": ("a name of no path format", "use a name of `PathRef.h`"),
     "kzErrQueueClosed": None,
     "kzErrOccurrenceHandled": None,
