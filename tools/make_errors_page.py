@@ -62,29 +62,39 @@ KZ_ADVICE = {
 }
 
 INI_ADVICE = {
-    "kIniErrLineTooShort": "set a greater `maxLineLength`, or -1",
-    "kIniErrUnicodeMark": "convert the file to UTF-8",
-    "kIniErrNoFileName": "read or write a file by its path first",
-    "kIniErrStream": "write by a path, or set options without `kIniWriteSafely`",
-    "kIniErrName": "use another name; put the value with `escaped`, which encodes ends of lines",
-    "kIniErrMemory": "after a setter nothing has changed; after a read what was read so far is there: don't save it",
-    "kIniErrPermission": "check the rights of the file and of its folder; the old file is whole",
-    "kIniErrFile": "check the path: at most 259 bytes; to make a file, put items into a new object and write it",
-    "kIniErrWrite": "make room; after a safe write the old file is whole",
-    "kIniErrOpen": "check the rights",
-    "kIniErrRead": "check that it is a file, and read again; don't save what was read so far",
-    "kIniErrTemporary": "check the rights of the folder, and its room",
-    "kIniErrOpenForWrite": "check the rights of the file and of its folder",
-    "kIniErrInt": "tell the user which line: `IniLineOfLastAccess`",
-    "kIniErrUInt": "as for `kIniErrInt`",
-    "kIniErrDouble": "as for `kIniErrInt`",
-    "kIniErrBoolean": "as for `kIniErrInt`",
-    "kIniErrRepeated": "say which of the items is meant",
-    "kIniErrExists": "take another name",
-    "kIniErrNotProved": "nothing has changed: the lines around the place would give the new one another meaning; take another name or place",
-    "kIniErrReadOnly": "open the file for changes",
-    "kIniErrLock": "open the file again, since another program has replaced it; or check that its file system has locks",
-    "kIniErrLinks": "allow writing in place, or part the names",
+    "kIniErrLineTooShort": ("`maxLineLength` leaves no room behind this tag", "set a greater `maxLineLength`, or -1"),
+    "kIniErrUnicodeMark": ("a mark of UTF-16 or UTF-32", "convert the file to UTF-8"),
+    "kIniErrNoFileName": ("`IniIsFileNewer` before any file was read or written; `IniEditSave` of a text without a file",
+                          "read or write a file by its path first"),
+    "kIniErrStream": ("a stream that can't be cut or positioned, or is to be written safely",
+                      "write by a path, or set options without `kIniWriteSafely`"),
+    "kIniErrName": ("a name or raw value that could not be read back",
+                    "use another name; put the value with `escaped`, which encodes ends of lines"),
+    "kIniErrMemory": ("out of memory, or more to read than the limit",
+                      "after a setter nothing has changed; after a read what was read so far is there: don't save it"),
+    "kIniErrPermission": ("the target may not be written, or `rename` failed",
+                          "check the rights of the file and of its folder; after a safe write the old file is whole"),
+    "kIniErrFile": ("a null object or function; a null, empty or too long path; no such file",
+                    "check the path: at most 259 bytes; to make a file, put items into a new object and write it"),
+    "kIniErrWrite": ("a write, flush, sync or close failed", "make room; after a safe write the old file is whole"),
+    "kIniErrOpen": ("the file is there but can't be opened", "check the rights"),
+    "kIniErrRead": ("a read failed", "check that it is a file, and read again; don't save what was read so far"),
+    "kIniErrTemporary": ("no temporary file could be made", "check the rights of the folder, and its room"),
+    "kIniErrOpenForWrite": ("the file or the temporary file can't be opened for writing",
+                            "check the rights of the file and of its folder"),
+    "kIniErrInt": ("a value of another type; a `breakChar` outside 0 to 127; a limit below -1",
+                   "tell the user which line: `IniLineOfItem`"),
+    "kIniErrUInt": ("a value of another type", "as for `kIniErrInt`"),
+    "kIniErrDouble": ("a value of another type", "as for `kIniErrInt`"),
+    "kIniErrBoolean": ("a value of another type", "as for `kIniErrInt`"),
+    "kIniErrRepeated": ("`kIniEditOnly` where there are several", "say which of the items is meant"),
+    "kIniErrExists": ("a new section, or the new name of a section or item, is there already", "take another name"),
+    "kIniErrNotProved": ("the engine would read more changes out of the edited text than were asked for; nothing has changed",
+                         "take another name or place, because the lines around would give the new one another meaning"),
+    "kIniErrReadOnly": ("`IniEditSave` with `kIniEditReadOnly`", "open the file for changes"),
+    "kIniErrLock": ("no lock on this file system, or the path names another file than the locked one",
+                    "open the file again and edit it anew"),
+    "kIniErrLinks": ("several hard links, without `kIniEditInPlace`", "edit in place, or part the names"),
 }
 
 HEAD = """# Error codes
@@ -171,9 +181,9 @@ def page():
     text = HEAD.replace("OUTPUT", "".join(f"{meaning} ({name}, {value})\n" for name, value, meaning in shown))
     text += "".join(kz_row(*row) for row in kz)
     text += "\n## INI codes\n\nThe headers say which call gives which.\n\n"
-    text += "| code | constant | meaning | what to do |\n|---|---|---|---|\n"
+    text += "| code | constant | when | what to do |\n|---|---|---|---|\n"
     text += "| 1 | | success, or found | |\n| 0 | | not found; nothing has changed | take the default |\n"
-    return text + "".join(f"| {value} | `{name}` | {meaning} | {INI_ADVICE[name]} |\n" for name, value, meaning in ini)
+    return text + "".join(f"| {value} | `{name}` | {' | '.join(INI_ADVICE[name])} |\n" for name, value, _ in ini)
 
 
 def main():
