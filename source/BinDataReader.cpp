@@ -19,6 +19,7 @@
 
 #include "BufferAccess.h"
 #include "ByteOrder.h"
+#include "HandleCalls.h"
 #include "KzAssert.h"
 #include "MemoryManager.h"
 #include "Padding.h"
@@ -326,7 +327,7 @@ LStr** BinDataReader::ReadLStr()
     const auto size = static_cast<unsigned long>(count);
     const auto handle = reinterpret_cast<LStr**>(DSNewHandle(size + sizeof(int32)));
     if (handle == nullptr) {
-        SetError(kzErrMemoryFull);
+        SetError(kz::FailedMake());
         return nullptr;
     }
     // Where the bytes are missing the handle stays: its count is true of the zeros that it then holds, and the error

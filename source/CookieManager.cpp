@@ -325,7 +325,7 @@ KzErr BaseCookieJar::Init(unsigned int infoSize, int refCounted)
 {
     Uninit();
     mJar = kz::NewJar(infoSize, refCounted != 0);
-    return mJar == nullptr ? kzErrMemoryFull : kzErrNone;
+    return mJar == nullptr ? kz::FailedMake() : kzErrNone;
 }
 
 KzErr BaseCookieJar::Uninit()

@@ -27,6 +27,12 @@ typedef void (*DebugOutputHandler)(const char* file, int32 line, const char* ver
 // away. A report that another thread is sending at that moment may still reach the handler before.
 KZ_EXPORT void DebugOutputSetHandler(DebugOutputHandler handler);
 
+// Installs a ready handler, which writes each report of at least this level to stderr as one line, "file(line): level
+// 2: text", with blanks for control characters and at most 300 bytes each of file and text. It keeps the counts. As
+// with any handler, a report of level 4 stops nothing. Called again it sets the level, for all threads. A level above 4
+// writes none, one below 0 all.
+KZ_EXPORT void DebugOutputToStderr(int32 level);
+
 // The handler, or null.
 KZ_EXPORT DebugOutputHandler DebugOutputGetHandler(void);
 

@@ -3,6 +3,11 @@
 #ifndef KZCORE_KZTYPES_H
 #define KZCORE_KZTYPES_H
 
+#if defined(__cplusplus) && __cplusplus < 202002L
+#error "The headers of kzcore need C++20 (or C11): compile with -std=c++20."
+#include <-std=c++20>  // no such file: ends the compilation, whose hundreds of other errors would hide this one
+#endif
+
 // Marks what a host may link against; everything else is hidden.
 #define KZ_EXPORT __attribute__((visibility("default")))
 
