@@ -316,7 +316,7 @@ struct Run {
 // Requires the first part of a value at `first`.
 Run RunAt(const IniSection* section, int first)
 {
-    KZ_ASSERT(IsContinuation(ItemAt(section, first), true));
+    KZ_ASSERT(IsFirstPart(Text(ItemAt(section, first)->name)));
     Run run{first, first + 1};
     while (run.end < section->items.Count() && IsFurtherPart(Text(ItemAt(section, run.end)->name))) {
         ++run.end;
