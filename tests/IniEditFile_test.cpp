@@ -198,6 +198,30 @@ TEST_F(IniEditFile, WhatWasMadeForTheLockGoesUnlessItIsSaved)
     EXPECT_TRUE(fs::exists(path)) << "another file has the name";
 }
 
+std::string gSteps;
+
+TEST_F(IniEditFile, TheTextIsOnTheDiskBeforeItsName)
+{
+    qkini::g_system.fsync = [](int) {
+        gSteps += "sync ";
+        return 0;
+    };
+    qkini::g_system.rename = [](const char* from, const char* to) {
+        gSteps += "rename ";
+        return kReal.rename(from, to);
+    };
+    const std::pair<int, const char*> rows[] = {{0, "sync rename sync "}, {kIniEditInPlace, "sync "}};
+    for (const auto& [options, steps] : rows) {
+        const Owner edit = Open(path, options);
+        EXPECT_EQ(1, SetX(edit, steps));
+        gSteps.clear();
+        EXPECT_EQ(1, IniEditSave(edit.get()));
+        EXPECT_EQ(steps, gSteps);
+        EXPECT_EQ(1, IniEditSave(edit.get()));
+        EXPECT_EQ(steps, gSteps) << "nothing is new";
+    }
+}
+
 // Opens, edits, saves and closes; the first result that is not 1.
 int EditAndSave(const std::string& path, int options, const std::string& value)
 {

@@ -15,6 +15,9 @@
 
 #include "FaultLoop.h"
 #include "IniEdit.h"
+#include "IniEditPlan.h"
+#include "IniEditProof.h"
+#include "IniEditText.h"
 #include "JsonLines.h"
 
 namespace {
@@ -487,6 +490,42 @@ TEST(IniEdit, RandomEditsAgainstAModel)
             EXPECT_EQ(expected, result);
             EXPECT_EQ(model.Text(), TextOf(edit));
         }
+    }
+}
+
+// Plans are right, so only here the proof sees texts that a wrong one would lead to.
+TEST(IniEdit, AnyOtherChangeIsNotProved)
+{
+    const auto textOf = [](const char* bytes) {
+        qkini::EditText text({kReads, false, false});
+        EXPECT_EQ(1, text.Take(bytes));
+        return text;
+    };
+    const auto readingOf = [](const qkini::EditText& text) {
+        qkini::Readings readings;
+        EXPECT_EQ(1, readings.Read(text));
+        return readings;
+    };
+    const qkini::EditText old = textOf("[a]\nx=1\ny=2\n[b]\nz=3\n");
+    const qkini::Text value("9");
+    const qkini::EditPlan plan = PlanSetItem(old, qkini::Text("a"), qkini::Text("x"), kIniEditOnly, value);
+    const struct {
+        const char* text;
+        bool isProved;
+    } rows[] = {
+        {"[a]\nx=9\ny=2\n[b]\nz=3\n", true},       {"[a] \n x = 9\n; c\ny=2\n[b]\nz=3", true},
+        {"[a]\nx=1\ny=2\n[b]\nz=3\n", false},      {"[a]\nx=9\ny=3\n[b]\nz=3\n", false},
+        {"[a]\nx=9\ny=\"2\"\n[b]\nz=3\n", false},  {"[a]\nx=9\nY=2\n[b]\nz=3\n", false},
+        {"[a]\nx=9\n[b]\nz=3\n", false},           {"[a]\nx=9\ny=2\n[b]\n", false},
+        {"[a]\nx=9\ny=2\n[b]\nz=3\nu=4\n", false}, {"[a]\nx=9\ny=2\n[b]\nz=3\n[c]\n", false},
+        {"[a]\ny=2\nx=9\n[b]\nz=3\n", false},      {"[a]\nx=9\n[b]\ny=2\nz=3\n", false},
+        {"[a]\nX=9\ny=2\n[b]\nz=3\n", false},      {"[a]\nx=\"9\"\ny=2\n[b]\nz=3\n", false},
+        {"[A]\nx=9\ny=2\n[b]\nz=3\n", false},      {"u=1\n[a]\nx=9\ny=2\n[b]\nz=3\n", false},
+        {"[a]\nx=9\nx=9\ny=2\n[b]\nz=3\n", false}, {"", false},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.isProved, qkini::Readings::Proves(old, readingOf(old), readingOf(textOf(row.text)), plan))
+            << row.text;
     }
 }
 
