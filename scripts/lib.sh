@@ -20,6 +20,7 @@ declare -A kz_package=(
     [ninja]=ninja-build
     [python3]=python3
     [pkg-config]=pkg-config
+    [make]=make
     [clang++-14]=clang-14
     [clang-format-14]=clang-format-14
     [/usr/include/gtest/gtest.h]=libgtest-dev
@@ -42,7 +43,7 @@ declare -A kz_package=(
     [doxygen]=doxygen
 )
 kz_build_needs=(g++-12 cmake ninja)
-kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h
+kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config make clang++-14 /usr/include/gtest/gtest.h
     /usr/include/X11/Xlib.h /usr/lib/python3/dist-packages/clang/cindex.py)
 kz_check_needs=(nm python3 clang-format-14)
 kz_reference_needs=(doxygen python3)

@@ -15,7 +15,6 @@
 #include <bit>
 #include <cstring>
 #include <new>
-#include <typeinfo>
 
 #include "BufferAccess.h"
 #include "ByteOrder.h"
@@ -126,7 +125,7 @@ using kz::ReaderAccess;
 
 BinDataReader::BinDataReader(InputBuf* buffer, const Endianizer* endianizer)
     : mEndianizer(endianizer),
-      mIsAtHand(buffer != nullptr && typeid(*buffer) == typeid(MemInputBuf) && kz::IsSharedEndianizer(endianizer)),
+      mIsAtHand(buffer != nullptr && kz::IsExactly<MemInputBuf>(*buffer) && kz::IsSharedEndianizer(endianizer)),
       mIsBig(endianizer == BigEndianizer()),
       mBuffer(buffer)
 {}

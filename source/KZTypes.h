@@ -8,8 +8,12 @@
 #include <-std=c++20>  // no such file: ends the compilation, whose hundreds of other errors would hide this one
 #endif
 
-// Marks what a host may link against; everything else is hidden.
+// Marks what a host may link against; everything else is hidden. In a static library nothing needs to be marked.
+#ifdef KZCORE_STATIC
+#define KZ_EXPORT
+#else
 #define KZ_EXPORT __attribute__((visibility("default")))
+#endif
 
 #ifdef __cplusplus
 #define KZ_EXTERN_C_BEGIN extern "C" {
