@@ -56,7 +56,7 @@ KZ_EXPORT void DebugOutputCallHandler(const char* file, int32 line, const char* 
 // "StopHere: " and the text. Null stands for an empty text. Always 0.
 KZ_EXPORT int32 StopHere(const char* text);
 
-// Does nothing; kept for callers of old.
+// Does nothing, and stands here because hosts link against it.
 KZ_EXPORT void DumpSomeMemory(unsigned char* memory, long size);
 
 KZ_EXTERN_C_END

@@ -177,7 +177,7 @@ KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request,
     unsigned char* const data = GoodData(handle, kRangeForChanges);
     if (data == nullptr) {
         if (request.fill == Fill::kZero) {
-            KZ_REPORT(kDbgFatal, 0x5D19A0F3);  // clearing resizes ask for the size first, and so tell of it twice
+            KZ_REPORT(kDbgFatal, 0x5D19A0F3);  // a bad handle is told of twice: as by a query of its size, and below
         }
         return BadHandle(call);
     }
@@ -206,7 +206,7 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
         if (blockSize != 0) {
             TellMemoryFull(blockSize);
         }
-        CheckAfterChange(master);
+        CheckAfterChange(nullptr);  // nothing of the handle was laid out anew
         Trace(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
         return Failed(call, kzErrMemoryFull);
     }

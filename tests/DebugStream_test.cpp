@@ -181,6 +181,16 @@ TEST(DebugStream, AReportCarriesItsPlaceLevelAndHash)
     KZ_LOG(kDbgInternal) << "note";
     EXPECT_EQ(catcher.TakeAll(), (std::vector<CaughtReport>{{kModule, line, kDbgError, 0x51C0A3F7, "count 3 of 4"},
                                                             {kModule, line + 1, kDbgInternal, 0, "note"}}));
+    DebugStream twice(kModule, 1, nullptr, kDbgWarning);
+    twice.Append("once");
+    twice.Process();
+    DebugStream next(kModule, 2, nullptr, kDbgWarning);  // may have the buffer
+    next.Append("next");
+    twice.Append("more");
+    twice.Process();
+    next.Process();
+    EXPECT_EQ(catcher.TakeRows(),
+              (kztest::ReportRows{{kDbgWarning, "once"}, {kDbgWarning, ""}, {kDbgWarning, "next"}}));
     EXPECT_EQ(StopHere("the place"), 0);
     EXPECT_EQ(StopHere(nullptr), 0);
     EXPECT_EQ(catcher.TakeRows(), (kztest::ReportRows{{kDbgLog, "StopHere: the place"}, {kDbgLog, "StopHere: "}}));

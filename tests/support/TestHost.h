@@ -2,9 +2,15 @@
 #ifndef KZCORE_TESTS_TESTHOST_H
 #define KZCORE_TESTS_TESTHOST_H
 
+#include <gtest/gtest.h>
+
 #include "KZApp.h"
 #include "KZModule.h"
 #include "KzErr.h"
+#include "LockOrder.h"
+#include "MemoryChecks.h"
+#include "PathItemStorage.h"
+#include "ResourceChecks.h"
 
 namespace kztest {
 
@@ -43,8 +49,13 @@ public:
         baseResult = InitKZCoreBase();
         InitKZCoreAppSupport();
     }
+    // All that it keeps is whole at the end.
     ~RunningLibrary()
     {
+        for (const char* const fault :
+             {kz::MemoryFault(), kz::PathBlocksFault(), kz::ResourceFault(), kz::LockGraphFault()}) {
+            EXPECT_STREQ(fault, nullptr);
+        }
         UninitKZCoreAppSupport();
         UninitKZCoreBase();
         KZAppInterfaceSet(nullptr);
