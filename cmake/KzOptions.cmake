@@ -22,6 +22,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 # Only where code is optimised, because checked sizes need it; the sanitizers have checks of their own.
+# _GLIBCXX_ASSERTIONS stays out: in the benchmarks it took 18 of 100 from a report, 10 from orderings of INI files and 6 from
+# cookies. What remains costs less than those can measure.
 if(KZ_HARDEN AND NOT KZ_SANITIZE AND NOT KZ_COVERAGE)
     set(kz_hardened "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
     target_compile_options(kz_options INTERFACE

@@ -41,6 +41,9 @@ declare -A kz_package=(
     [/usr/lib/python3/dist-packages/clang/cindex.py]=python3-clang-14
     [gcovr]=gcovr
     [doxygen]=doxygen
+    [dpkg-shlibdeps]=dpkg-dev
+    [abidw]=abigail-tools
+    [lintian]=lintian
 )
 kz_build_needs=(g++-12 cmake ninja)
 kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config make clang++-14 /usr/include/gtest/gtest.h
@@ -51,6 +54,8 @@ kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/i
     /usr/include/absl/base/config.h /usr/include/fmt/format.h /usr/include/spdlog/spdlog.h pkg-config
     /usr/include/glib-2.0/glib.h /usr/include/SimpleIni.h /usr/include/ini.h /usr/include/boost/version.hpp
     "/usr/lib/$(uname -m)-linux-gnu/libmimalloc.so.2" "/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2")
+kz_package_needs=("${kz_build_needs[@]}" dpkg-shlibdeps)
+kz_package_check_needs=("${kz_package_needs[@]}" abidw lintian nm pkg-config)
 kz_fuzz_needs=(clang++-14 cmake ninja "$kz_fuzzer_runtime")
 
 # kz_need WHAT...: installs the packages of those that are missing; touches nothing when all are there.
