@@ -354,6 +354,7 @@ bool IsCommentAt(const EditText& text, unsigned line)
 
 }  // namespace
 
+// The items picked get the value where they stand; kIniEditOnly alone adds a missing one.
 EditPlan PlanSetItem(const EditText& text, Text section, Text tag, int which, Text value)
 {
     std::vector<unsigned> lines;
@@ -369,6 +370,8 @@ EditPlan PlanSetItem(const EditText& text, Text section, Text tag, int which, Te
     return plan;
 }
 
+// The line that comes is written like the section's others. A missing section comes with it, in front of it, at the
+// end.
 EditPlan PlanAddItem(const EditText& text, Text section, Text tag, Text value)
 {
     const Text name = NewName(text.rules(), tag);
@@ -399,6 +402,7 @@ EditPlan PlanAddItem(const EditText& text, Text section, Text tag, Text value)
     return plan;
 }
 
+// A cut value goes with all its parts, or the rest would be read as items of their own.
 EditPlan PlanRemoveItem(const EditText& text, Text section, Text tag, int which)
 {
     std::vector<unsigned> lines;
@@ -414,6 +418,7 @@ EditPlan PlanRemoveItem(const EditText& text, Text section, Text tag, int which)
     return plan;
 }
 
+// The names alone are replaced, those of the further parts too; the engine then reads the same value under the new tag.
 EditPlan PlanRenameItem(const EditText& text, Text section, Text tag, int which, Text newTag)
 {
     std::vector<unsigned> lines;
@@ -437,6 +442,7 @@ EditPlan PlanRenameItem(const EditText& text, Text section, Text tag, int which,
     return plan;
 }
 
+// The name must read back as itself, so it goes through the line that would be written.
 EditPlan PlanAddSection(const EditText& text, Text section)
 {
     const Text name = NewName(text.rules(), section);
@@ -454,6 +460,7 @@ EditPlan PlanAddSection(const EditText& text, Text section)
     return plan;
 }
 
+// Its header and item lines go, at each place of it; what can't be read stays, since nobody knows what it means.
 EditPlan PlanRemoveSection(const EditText& text, Text section)
 {
     EditPlan plan{1};
@@ -473,6 +480,7 @@ EditPlan PlanRemoveSection(const EditText& text, Text section)
     return plan.changes.empty() ? Failed(0) : plan;
 }
 
+// The bytes of the name alone are replaced in each header: what stands around the brackets stays.
 EditPlan PlanRenameSection(const EditText& text, Text section, Text newName)
 {
     const std::vector<unsigned> lines = text.SectionsOf(section);
@@ -542,6 +550,7 @@ EditPlan PlanRemoveComment(const EditText& text, unsigned line)
     return plan;
 }
 
+// The splices stand in the order of the text and don't overlap, so one pass writes it.
 std::string Spliced(const EditText& text, const std::vector<Splice>& splices)
 {
     size_t size = text.bytes().size();

@@ -38,6 +38,7 @@ std::string TextForEngine(const EditText& text)
     return result;
 }
 
+// Has the engine read the text by the rules of the edits; with `merges`, repeats become one as for a host.
 int ReadWith(IniFile* ini, const EditRules& rules, bool merges, Text text)
 {
     if (ini == nullptr) {
@@ -125,6 +126,8 @@ private:
     int m_item = -1;                                                         // -1 at the section itself
 };
 
+// Walks both readings side by side: an element of the old one stands in the new one as it was, unless a change of the
+// plan at its number says that it goes, or that another comes in front of it.
 bool AreSequencesProved(const IniFile* before, const IniFile* after, const EditPlan& plan)
 {
     Elements old(before);
@@ -194,6 +197,7 @@ private:
     bool m_isMeant = false;
 };
 
+// What a host sees, where the engine merges repeats: both readings are equal but for the names that the plan touched.
 bool AreHostsProved(const IniFile* before, const IniFile* after, const EditRules& rules, const Touched& touched)
 {
     Elements old(before);
@@ -216,6 +220,7 @@ bool AreHostsProved(const IniFile* before, const IniFile* after, const EditRules
 
 }  // namespace
 
+// Reads the text twice: every line in its order, and as a host would. Both or none are kept.
 int Readings::Read(const EditText& text)
 {
     const std::string whole = TextForEngine(text);

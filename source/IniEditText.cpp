@@ -104,6 +104,7 @@ int EditText::Take(std::string text)
     return 1;
 }
 
+// Notes where the next line and its name and value stand, and which section it belongs to.
 void EditText::AddLine(unsigned begin, unsigned size)
 {
     const Text text(m_bytes.data() + begin, size);
@@ -125,6 +126,7 @@ void EditText::AddLine(unsigned begin, unsigned size)
     m_lines.push_back(line);
 }
 
+// Decides whether an item's line is an item or one more part of the value that was cut in front of it.
 void EditText::AddItem(EditLine* line, const Line& read)
 {
     if (m_isInRun && IsFurtherPart(read.name)) {
@@ -178,6 +180,7 @@ Text EditText::SectionOf(unsigned line) const
     return number == 0 ? Text("") : NameOf(m_sections[number]);
 }
 
+// Comments and lines that can't be read may stand between the parts; an item or a section ends them.
 std::vector<unsigned> EditText::PartsOf(unsigned line) const
 {
     KZ_ASSERT(m_lines[line].kind == kIniEditItem);
