@@ -189,7 +189,7 @@ int MeasureStart()
     rusage after{};
     getrusage(RUSAGE_SELF, &before);
     const auto start = std::chrono::steady_clock::now();
-    const kztest::RunningLibrary library;
+    const kztest::StartedLibrary library;
     const auto end = std::chrono::steady_clock::now();
     getrusage(RUSAGE_SELF, &after);
     std::printf("%ld %f\n", after.ru_minflt - before.ru_minflt,

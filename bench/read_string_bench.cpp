@@ -12,7 +12,7 @@
 #include "RatioReporter.h"
 #include "ResourceManager.h"
 #include "TempFolder.h"
-#include "TestHost.h"
+#include "StartedLibrary.h"
 
 namespace {
 
@@ -178,7 +178,7 @@ BENCHMARK(ReadString_sqlite_transaction);
 
 int main(int argc, char** argv)
 {
-    const kztest::RunningLibrary library;
+    const kztest::StartedLibrary library;
     const kztest::TempFolder folder;
     gResourceFile = folder.Write("strings.rsrc", kztest::ReadWholeFile(kztest::DataFile("rsrc/strings.rsrc")));
     gDatabaseFile = folder.File("strings.db");

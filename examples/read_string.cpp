@@ -24,53 +24,6 @@ constexpr char kUsageText[] = "usage: read_string [FILE [ID INDEX]] | read_strin
 constexpr int32 kSampleList = 1000;
 constexpr int32 kSampleIndex = 3;
 
-// Tells the library what kind of program it runs in: a plain top-level process.
-class ReadStringApp final : public KZApp {
-public:
-    const char* GetAppSectionName() override { return "ReadString"; }
-    const char* GetAppBaseName() override { return "ReadString"; }
-    uInt32 GetAppAPIVersion() override { return 0x01008000; }
-    uInt32 GetAppEditorVersion() override { return 0x01008000; }
-    const char* GetAppVersionText() override { return "1.0"; }
-    const char* GetBoundAppName() override { return "ReadString"; }
-    KzBool IsTopLevel() override { return 1; }
-    KzBool IsBoundApp() override { return 0; }
-    KzBool IsRunTime() override { return 0; }
-    KzBool IsFullFeatureRunTime() override { return 0; }
-    KzBool IsRealTimeTarget() override { return 0; }
-    void PrepareAppPath() override {}
-    RsrcFile GetDefaultResourceFile() override { return 0; }
-};
-
-extern "C" void WriteReport(const char* file, int32 line, const char* /*versionId*/, int32 level, uInt32 /*hash*/,
-                            const char* text, uInt64 /*extra*/)
-{
-    if (level >= kDbgWarning) {
-        std::fprintf(stderr, "%s(%d): level %d: %s\n", file, line, level, text);
-    }
-}
-
-struct ErrorName {
-    KzErr code;
-    const char* constant;
-    const char* meaning;
-};
-
-ErrorName NameOf(KzErr code)
-{
-    static constexpr ErrorName kNames[] = {
-#define READ_STRING_NAME(constant, value, meaning) {value, #constant, meaning},
-        KZ_ERR_LIST(READ_STRING_NAME)
-#undef READ_STRING_NAME
-    };
-    for (const ErrorName& name : kNames) {
-        if (name.code == code) {
-            return name;
-        }
-    }
-    return {code, "unknown", "unknown failure"};
-}
-
 ExitStatus StatusOf(KzErr code)
 {
     switch (code) {
@@ -91,7 +44,7 @@ ExitStatus StatusOf(KzErr code)
 void SayFailure(const std::string& what, KzErr code, const char* text)
 {
     std::fprintf(stderr, "read_string: %s%s%s (%s, %d)\n", what.c_str(), what.empty() ? "" : ": ", text,
-                 NameOf(code).constant, code);
+                 KzErrName(code), code);
 }
 
 std::string Escaped(const unsigned char* bytes, std::size_t count)
@@ -218,9 +171,9 @@ int main(int argc, char** argv)
         SayFailure("", kzErrArgument, kUsageText);
         return kUsage;
     }
-    ReadStringApp app;
+    KZDefaultApp app("ReadString");
     KZAppInterfaceSet(&app);
-    DebugOutputSetHandler(&WriteReport);
+    DebugOutputToStderr(kDbgWarning);
     bool listingFailed = false;
     KzErr err = InitKZCoreBase();
     if (err == kzErrNone) {
@@ -237,6 +190,6 @@ int main(int argc, char** argv)
         return kDone;
     }
     std::fflush(stdout);
-    SayFailure(request.file, err, NameOf(err).meaning);
+    SayFailure(request.file, err, KzErrText(err));
     return listingFailed ? kNotSound : StatusOf(err);
 }

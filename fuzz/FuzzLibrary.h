@@ -5,7 +5,7 @@
 #include "DebugOutputCore.h"
 #include "FuzzCheck.h"
 #include "KzErr.h"
-#include "TestHost.h"
+#include "StartedLibrary.h"
 
 namespace kzfuzz {
 
@@ -17,7 +17,7 @@ inline void Swallow(const char* /*file*/, int32 /*line*/, const char* /*versionI
 inline void StartLibrary()
 {
     DebugOutputSetHandler(&Swallow);
-    static const auto* const library = new kztest::RunningLibrary;
+    static const auto* const library = new kztest::StartedLibrary;
     Require(library->baseResult == kzErrNone, "the library's start");
 }
 

@@ -20,6 +20,7 @@ declare -A kz_package=(
     [ninja]=ninja-build
     [python3]=python3
     [pkg-config]=pkg-config
+    [make]=make
     [clang++-14]=clang-14
     [clang-format-14]=clang-format-14
     [/usr/include/gtest/gtest.h]=libgtest-dev
@@ -42,15 +43,22 @@ declare -A kz_package=(
     [mandoc]=mandoc
     [zsh]=zsh
     [fish]=fish
+    [doxygen]=doxygen
+    [dpkg-shlibdeps]=dpkg-dev
+    [abidw]=abigail-tools
+    [lintian]=lintian
 )
 kz_build_needs=(g++-12 cmake ninja)
-kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config clang++-14 /usr/include/gtest/gtest.h
+kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config make clang++-14 /usr/include/gtest/gtest.h
     /usr/include/X11/Xlib.h /usr/lib/python3/dist-packages/clang/cindex.py mandoc zsh fish)
 kz_check_needs=(nm python3 clang-format-14)
+kz_reference_needs=(doxygen python3)
 kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/include/sqlite3.h
     /usr/include/absl/base/config.h /usr/include/fmt/format.h /usr/include/spdlog/spdlog.h pkg-config
     /usr/include/glib-2.0/glib.h /usr/include/SimpleIni.h /usr/include/ini.h /usr/include/boost/version.hpp
     "/usr/lib/$(uname -m)-linux-gnu/libmimalloc.so.2" "/usr/lib/$(uname -m)-linux-gnu/libjemalloc.so.2")
+kz_package_needs=("${kz_build_needs[@]}" dpkg-shlibdeps)
+kz_package_check_needs=("${kz_package_needs[@]}" abidw lintian nm pkg-config)
 kz_fuzz_needs=(clang++-14 cmake ninja "$kz_fuzzer_runtime")
 
 # kz_need WHAT...: installs the packages of those that are missing; touches nothing when all are there.

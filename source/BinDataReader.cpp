@@ -15,10 +15,10 @@
 #include <bit>
 #include <cstring>
 #include <new>
-#include <typeinfo>
 
 #include "BufferAccess.h"
 #include "ByteOrder.h"
+#include "HandleCalls.h"
 #include "KzAssert.h"
 #include "MemoryManager.h"
 #include "Padding.h"
@@ -125,7 +125,7 @@ using kz::ReaderAccess;
 
 BinDataReader::BinDataReader(InputBuf* buffer, const Endianizer* endianizer)
     : mEndianizer(endianizer),
-      mIsAtHand(buffer != nullptr && typeid(*buffer) == typeid(MemInputBuf) && kz::IsSharedEndianizer(endianizer)),
+      mIsAtHand(buffer != nullptr && kz::IsExactly<MemInputBuf>(*buffer) && kz::IsSharedEndianizer(endianizer)),
       mIsBig(endianizer == BigEndianizer()),
       mBuffer(buffer)
 {}
@@ -326,7 +326,7 @@ LStr** BinDataReader::ReadLStr()
     const auto size = static_cast<unsigned long>(count);
     const auto handle = reinterpret_cast<LStr**>(DSNewHandle(size + sizeof(int32)));
     if (handle == nullptr) {
-        SetError(kzErrMemoryFull);
+        SetError(kz::FailedMake());
         return nullptr;
     }
     // Where the bytes are missing the handle stays: its count is true of the zeros that it then holds, and the error

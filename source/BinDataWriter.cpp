@@ -14,7 +14,6 @@
 #include <bit>
 #include <climits>
 #include <cstring>
-#include <typeinfo>
 
 #include "BufferAccess.h"
 #include "ByteOrder.h"
@@ -126,12 +125,11 @@ BinDataWriter::Kind BinDataWriter::KindOf(const OutputBuf* buffer)
     if (buffer == nullptr) {
         return kOtherKind;
     }
-    const std::type_info& type = typeid(*buffer);
-    return type == typeid(HandleOutputBuf)      ? kHandle
-           : type == typeid(StaticOutputBuf)    ? kStatic
-           : type == typeid(PreflightOutputBuf) ? kPreflight
-           : type == typeid(LStrOutputBuf)      ? kLStr
-                                                : kOtherKind;
+    return kz::IsExactly<HandleOutputBuf>(*buffer)      ? kHandle
+           : kz::IsExactly<StaticOutputBuf>(*buffer)    ? kStatic
+           : kz::IsExactly<PreflightOutputBuf>(*buffer) ? kPreflight
+           : kz::IsExactly<LStrOutputBuf>(*buffer)      ? kLStr
+                                                        : kOtherKind;
 }
 
 BinDataWriter::~BinDataWriter()

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "KZTypes.h"
+
 namespace kz {
 
 // A text that grows in room of a fixed size: what doesn't fit is dropped without a mark, and the text stays

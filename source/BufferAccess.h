@@ -7,11 +7,28 @@
 #ifndef KZCORE_BUFFERACCESS_H
 #define KZCORE_BUFFERACCESS_H
 
+#include <cstring>
+#include <type_traits>
+#include <typeinfo>
+
 #include "InputBuf.h"
 #include "KzAssert.h"
 #include "OutputBuf.h"
 
 namespace kz {
+
+// Whether `object` is of the class Known itself and not of one derived from it. The description is taken out of the
+// virtual table, where the platform's C++ ABI puts it, because it is null for a class that a host compiled without
+// RTTI: `typeid` would read through it.
+template <typename Known, typename Base>
+bool IsExactly(const Base& object)
+{
+    static_assert(std::is_polymorphic_v<Base> && std::is_base_of_v<Base, Known>);
+    const void* const* table = nullptr;
+    std::memcpy(&table, static_cast<const void*>(&object), sizeof table);
+    const auto* const type = static_cast<const std::type_info*>(table[-1]);
+    return type != nullptr && *type == typeid(Known);
+}
 
 struct MemInputAccess {
     // Whether the next `size` bytes are there. Requires a size above 0, because an access of size 0 asks for the error.

@@ -155,7 +155,6 @@ void BufferCache::AddAllocation(unsigned char* data, unsigned long size)
         mEntries.splice(mEntries.begin(), added);
         mTotal += size;
         isTooMuch = mEntries.size() > mMaxEntries || mTotal > mThreshold;
-        KZ_ASSERT(ListFaultLocked() == nullptr);
     }
     // CleanupProc runs outside the lock, which it takes anew for each block.
     if (isTooMuch) {

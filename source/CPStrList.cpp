@@ -12,6 +12,7 @@
 #include "BinDataReader.h"
 #include "BinDataWriter.h"
 #include "ByteOrder.h"
+#include "HandleCalls.h"
 #include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
@@ -93,7 +94,7 @@ KzErr CPStrList::ForceAllocate()
     if (mHandle == nullptr) {
         mHandle = reinterpret_cast<CPStr**>(DSNewHClr(kListCountSize));
     }
-    return mHandle == nullptr ? kzErrMemoryFull : kzErrNone;
+    return mHandle == nullptr ? kz::FailedMake() : kzErrNone;
 }
 
 int32 CPStrList::Count() const

@@ -123,7 +123,7 @@ KzErr MCDisposeJar(MagicCookieJar jar)
         kz::BadHandle("MCDisposeJar");
         return kzErrNone;
     }
-    KZ_ASSERT(kz::CookieJarFault(jar) == nullptr);
+    KZ_ASSERT_SLOW(kz::CookieJarFault(jar) == nullptr);
     // Cookies that are left are logged and not reported, because an owner may well end a jar with all that is in it.
     if (const uInt32 count = kz::CountOf(rec).load(std::memory_order_relaxed)) {
         KZ_LOG(kDbgLog) << "Disposing jar with " << count << " cookies remaining";
@@ -325,7 +325,7 @@ KzErr BaseCookieJar::Init(unsigned int infoSize, int refCounted)
 {
     Uninit();
     mJar = kz::NewJar(infoSize, refCounted != 0);
-    return mJar == nullptr ? kzErrMemoryFull : kzErrNone;
+    return mJar == nullptr ? kz::FailedMake() : kzErrNone;
 }
 
 KzErr BaseCookieJar::Uninit()

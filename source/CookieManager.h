@@ -117,7 +117,7 @@ public:
     BaseCookieJar& operator=(const BaseCookieJar&) = delete;
 
     // Makes the jar, in place of an earlier one, which it disposes as Uninit does, with reference counts if
-    // `refCounted` is not 0. kzErrMemoryFull: out of memory.
+    // `refCounted` is not 0. kzErrMemoryFull: out of memory; kzErrGeneric: the memory service does not run.
     KzErr Init(unsigned int infoSize, int refCounted);
 
     // Disposes the jar as MCDisposeJar does, which tells of one that ended with the memory service. Always 0.

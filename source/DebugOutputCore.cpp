@@ -117,6 +117,30 @@ void TellWhyOnStderr(const char* file, int32 line, int32 level, const char* text
     kz::WriteToStderr(message, sizeof message - 1 - rest.Room());
 }
 
+// The least level that the ready handler writes.
+constinit std::atomic<int32> gStderrLevel{kDbgLog};
+
+// The ready handler. One write for each line, so that those of other threads stand before or behind it.
+extern "C" void WriteReportToStderr(const char* file, int32 line, const char* /*versionId*/, int32 level,
+                                    uInt32 /*hash*/, const char* text, uInt64 /*extra*/)
+{
+    DebugOutputIncrementEventCount(level);
+    if (level < gStderrLevel.load(std::memory_order_relaxed)) {
+        return;
+    }
+    char message[700];
+    kz::BoundedText rest(message, sizeof message);
+    AppendOnOneLine(rest, file);
+    rest.Append("(");
+    rest.AppendInteger(line);
+    rest.Append("): level ");
+    rest.AppendInteger(level);
+    rest.Append(": ");
+    AppendOnOneLine(rest, text);
+    rest.Append("\n");
+    kz::WriteToStderr(message, sizeof message - 1 - rest.Room());
+}
+
 [[noreturn]] void DebugOutputCoreDie()
 {
     kz::StopProcess();
@@ -127,6 +151,12 @@ void TellWhyOnStderr(const char* file, int32 line, int32 level, const char* text
 void DebugOutputSetHandler(DebugOutputHandler handler)
 {
     gHandler.store(handler, std::memory_order_release);
+}
+
+void DebugOutputToStderr(int32 level)
+{
+    gStderrLevel.store(level, std::memory_order_relaxed);
+    DebugOutputSetHandler(&WriteReportToStderr);
 }
 
 DebugOutputHandler DebugOutputGetHandler(void)

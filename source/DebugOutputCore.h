@@ -27,6 +27,12 @@ typedef void (*DebugOutputHandler)(const char* file, int32 line, const char* ver
 // away. A report that another thread is sending at that moment may still reach the handler before.
 KZ_EXPORT void DebugOutputSetHandler(DebugOutputHandler handler);
 
+// Installs a ready handler, which writes each report of at least this level to stderr as one line, "file(line): level
+// 2: text", with blanks for control characters and at most 300 bytes each of file and text. It keeps the counts. As
+// with any handler, a report of level 4 stops nothing. Called again it sets the level, for all threads. A level above 4
+// writes none, one below 0 all.
+KZ_EXPORT void DebugOutputToStderr(int32 level);
+
 // The handler, or null.
 KZ_EXPORT DebugOutputHandler DebugOutputGetHandler(void);
 
@@ -50,7 +56,7 @@ KZ_EXPORT void DebugOutputCallHandler(const char* file, int32 line, const char* 
 // "StopHere: " and the text. Null stands for an empty text. Always 0.
 KZ_EXPORT int32 StopHere(const char* text);
 
-// Does nothing; kept for callers of old.
+// Does nothing, and stands here because hosts link against it.
 KZ_EXPORT void DumpSomeMemory(unsigned char* memory, long size);
 
 KZ_EXTERN_C_END

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "DebugStreamPool.h"
 #include "DebugStreamService.h"
@@ -45,11 +46,16 @@ DebugStream::DebugStream(const char* file, int line, const char* versionId, _Deb
 
 void DebugStream::Process() const
 {
-    DebugOutputCallHandler(mFile, mLine, mVersionId, mLevel, mHash, mText != nullptr ? mText : "", mExtra);
-    if (mPoolRecord != nullptr) {
-        kz::CheckInDebugStreamBuffer(mPoolRecord);
+    // The stream forgets its buffer, because a second call, or a text appended behind this one, would reach one that
+    // another stream may have by then.
+    char* const text = std::exchange(mText, nullptr);
+    DebugStreamBufferPoolRecord* const record = std::exchange(mPoolRecord, nullptr);
+    mRest = {};
+    DebugOutputCallHandler(mFile, mLine, mVersionId, mLevel, mHash, text != nullptr ? text : "", mExtra);
+    if (record != nullptr) {
+        kz::CheckInDebugStreamBuffer(record);
     } else {
-        std::free(mText);
+        std::free(text);
     }
 }
 

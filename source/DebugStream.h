@@ -39,8 +39,8 @@ public:
     // Identifies the reporting place to the handler; 0 until set.
     void SetHash(uInt32 hash) { mHash = hash; }
 
-    // Sends the text and gives back the buffer: exactly once. A stream that is dropped without it keeps its buffer for
-    // the life of the process.
+    // Sends the text and gives back the buffer, so that the stream has no room afterwards and a second call sends an
+    // empty text. A stream that is dropped without this call keeps its buffer for the life of the process.
     void Process() const;
 
 private:
@@ -49,10 +49,10 @@ private:
     const char* mVersionId;
     int32 mLevel;
     uInt32 mHash = 0;
-    char* mText;                               // null without memory
-    kz::BoundedText mRest;                     // where the text goes on
-    DebugStreamBufferPoolRecord* mPoolRecord;  // null when the buffer came from malloc
-    uInt64 mExtra = 0;                         // handed on to the handler; no module gives it a meaning
+    mutable char* mText;                               // null without memory
+    mutable kz::BoundedText mRest;                     // where the text goes on
+    mutable DebugStreamBufferPoolRecord* mPoolRecord;  // null when the buffer came from malloc
+    uInt64 mExtra = 0;                                 // handed on to the handler; no module gives it a meaning
 };
 
 // Each appends a value's text, as printf would write it; a Boolean as "true" or "false", strings as they stand, null

@@ -18,6 +18,7 @@
 #include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryManager.h"
+#include "NotStarted.h"
 #include "PathClassic.h"
 #include "PathManager.h"
 #include "PathManagerImplementation.h"
@@ -126,11 +127,18 @@ KzErr FMOpen(File_t* file, const PathRef* path, int32 openMode, int32 denyMode)
         }
         // The cache is flushed first, because what it knows of the file may be wrong as soon as the open has begun,
         // even if it fails.
-        if (path != nullptr) {
+        const bool pathsRun = kz::PathsRun();
+        if (path != nullptr && pathsRun) {
             path->FlushCache();
         }
-        if (file == nullptr || !FIsAbsPath(path) || denyMode < kFMDenyAll || denyMode > kFMDenyNone || openMode < 0 ||
+        if (file == nullptr || path == nullptr || denyMode < kFMDenyAll || denyMode > kFMDenyNone || openMode < 0 ||
             openMode >= kOpenModeCount) {
+            return kzErrArgument;
+        }
+        if (!pathsRun) {
+            return kz::NotStarted("FMOpen");
+        }
+        if (!FIsAbsPath(path)) {
             return kzErrArgument;
         }
         std::string text;

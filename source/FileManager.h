@@ -38,7 +38,8 @@ KZ_EXTERN_C_BEGIN
 // process holds a lock in the way: kzErrNoPermission. Such locks belong to the process: a second open in the same
 // process succeeds, and closing any open of the file gives all of them up; and an exclusive one needs write access, so
 // that kFMReadOnly + kFMSynchronous opens with kFMDenyNone only. The path's cache is flushed. kzErrNotFound: no such
-// file; kzErrArgument: a bad mode, `file` is null, or the path can't be used, see above. Any thread.
+// file; kzErrArgument: a bad mode, `file` is null, or the path can't be used, see above. kzErrGeneric: the
+// library isn't started, which is reported at level 2. Any thread.
 KZ_EXPORT KzErr FMOpen(File_t* file, const PathRef* path, int32 openMode, int32 denyMode);
 
 // Closes the file, also when it fails. kzErrIO: buffered output could not be written.

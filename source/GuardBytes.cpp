@@ -295,7 +295,9 @@ namespace {
 // to the block goes by the bit of room alone.
 void* GuardedData(uInt32 word, void* block, unsigned long size)
 {
-    KZ_ASSERT(block != nullptr);
+    if (block == nullptr) {
+        return nullptr;
+    }
     if ((word & kWrite) != 0) {
         return InitGuardsAndSize(block, size);
     }

@@ -57,8 +57,8 @@ KZ_EXPORT unsigned long GetOneHandleGuardSize(void);
 KZ_EXPORT unsigned long GetAllPtrGuardsSize(void);
 KZ_EXPORT unsigned long GetAllNewDeleteGuardsSize(void);
 
-// The address of the data in a block with room for `size` bytes and the guards, which are written if they are on; and
-// back from the data to the block.
+// The address of the data in a block with room for `size` bytes and the guards, which are written if they are on, or
+// null for no block; and back from the data to the block.
 KZ_EXPORT void* InitPtrGuards(void* block, unsigned long size);
 KZ_EXPORT void* InitNewDeleteGuards(void* block, unsigned long size);
 KZ_EXPORT void* GetOrigPtrFromGuardedPtr(void* ptr);

@@ -1,3 +1,5 @@
+// Each operation is one call of MemoryManager.h, because a module that is given the interface chooses at run time which
+// calls it makes.
 #include "HandleAllocationInterface.h"
 
 #include "MemoryManager.h"

@@ -18,6 +18,7 @@
 #include "KzAssert.h"
 #include "KzErr.h"
 #include "MemoryChecks.h"
+#include "NotStarted.h"
 #include "Report.h"
 
 namespace kz {
@@ -150,7 +151,13 @@ bool ReportFreeChain(FreeChainState state)
 UHandle NewHandle(const HandleRequest& request)
 {
     MemZoneRec* const zone = MemZone();
-    const UHandle handle = zone == nullptr ? nullptr : TryNewHandle(zone, request);
+    if (zone == nullptr) {
+        // No lack of memory, so that the memory-full procedure is not asked to mend it.
+        Trace(kMemEventMake, kzErrGeneric, nullptr, request.size, 0);
+        NotStarted("A handle can't be made");
+        return nullptr;
+    }
+    const UHandle handle = TryNewHandle(zone, request);
     if (handle == nullptr) {
         TellMemoryFull(request.size);
     } else {
@@ -158,6 +165,11 @@ UHandle NewHandle(const HandleRequest& request)
     }
     Trace(kMemEventMake, handle == nullptr ? kzErrMemoryFull : kzErrNone, handle, request.size, 0);
     return handle;
+}
+
+KzErr FailedMake()
+{
+    return MemZone() == nullptr ? kzErrGeneric : kzErrMemoryFull;
 }
 
 KzErr Failed(const char* call, KzErr err)
@@ -177,7 +189,7 @@ KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request,
     unsigned char* const data = GoodData(handle, kRangeForChanges);
     if (data == nullptr) {
         if (request.fill == Fill::kZero) {
-            KZ_REPORT(kDbgFatal, 0x5D19A0F3);  // clearing resizes ask for the size first, and so tell of it twice
+            KZ_REPORT(kDbgFatal, 0x5D19A0F3);  // a bad handle is told of twice: as by a query of its size, and below
         }
         return BadHandle(call);
     }
@@ -206,7 +218,7 @@ KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* oldData, c
         if (blockSize != 0) {
             TellMemoryFull(blockSize);
         }
-        CheckAfterChange(master);
+        CheckAfterChange(nullptr);  // nothing of the handle was laid out anew
         Trace(kMemEventResize, kzErrMemoryFull, master, size, oldSize);
         return Failed(call, kzErrMemoryFull);
     }
@@ -248,7 +260,7 @@ KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& r
     }
     const UHandle made = NewHandle(request);
     if (made == nullptr) {
-        return kzErrMemoryFull;  // the make has told of it; no call on a handle has failed
+        return FailedMake();  // the make has told of it; no call on a handle has failed
     }
     Insert(insertion, DataOf(made));
     StoreVariable(variable, made);

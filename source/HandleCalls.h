@@ -61,8 +61,12 @@ inline unsigned char* DataOf(const void* handle)
     return LoadMaster(static_cast<const MasterWord*>(handle));
 }
 
-// The caller's to dispose; null when out of memory, after the memory-full procedure.
+// The caller's to dispose; null when out of memory, after the memory-full procedure, and while the memory service does
+// not run, after a report of that.
 UHandle NewHandle(const HandleRequest& request);
+
+// Why the make that has just given null did: kzErrMemoryFull, or kzErrGeneric while the memory service does not run.
+KzErr FailedMake();
 
 // kzErrBadZone: no good handle; kzErrMemoryFull. Both are reported, and leave the handle and its data as they were.
 KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request, const Insertion& insertion = {});
@@ -71,7 +75,8 @@ KzErr ResizeHandle(const char* call, void* handle, const HandleRequest& request,
 KzErr ResizeGoodHandle(const char* call, void* handle, unsigned char* data, const HandleRequest& request,
                        const Insertion& insertion = {});
 
-// The handle in the variable is resized, or a new one put there when it is null; kzErrArgument for a null variable.
+// The handle in the variable is resized, or a new one put there when it is null; kzErrArgument for a null variable, the
+// code of FailedMake for a handle that can't be made.
 KzErr ResizeOrNewHandle(const char* call, void* variable, const HandleRequest& request,
                         const Insertion& insertion = {});
 

@@ -1,3 +1,4 @@
+// A splice is one resize, which can fail, and behind it one turn, which can't: so a failure has changed nothing.
 #include "HandleSplice.h"
 
 #include <algorithm>

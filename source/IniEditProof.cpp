@@ -90,7 +90,7 @@ public:
 
     Element operator*() const
     {
-        KZ_ASSERT(!isAtEnd());
+        KZ_ASSERT(!isAtEnd() && m_section != nullptr);
         return {m_section, m_item < 0 ? nullptr : static_cast<const IniItem*>(*m_at)};
     }
 

@@ -1,7 +1,7 @@
 // The exported calls, in the order of the header. Each checks what a host gave it and answers with a code; what it does
 // stands in the modules below, which take these checks for granted.
 //
-// A call that changes an object goes through Changed at its end, whatever came of it.
+// A call that changes an object's content ends with Changed, whatever came of it.
 
 #include "IniFile.h"
 

@@ -6,7 +6,7 @@
 // stored raw, as they stand in the file between their quotes; the getters and setters without "Raw" in their names
 // decode and encode the escapes \n, \t, \", \\ and \xHH.
 //
-// Results are 1 for success or found, 0 for not found, and a negative code of the enumeration below for a failure. A
+// Results are 1 for success or found, 0 for not found, and a negative code of IniError (IniTypes.h) for a failure. A
 // null object gives kIniErrFile, or -1 where a line number is asked for. Getters leave their output alone unless they
 // give 1, but for those into a buffer.
 //

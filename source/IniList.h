@@ -35,6 +35,7 @@ INI_EXPORT qkini_List qkini_ListCreate(int elementSize);
 // Frees the list, not what its elements point to. Null does nothing.
 INI_EXPORT void qkini_ListDispose(qkini_List list);
 
+// The number of elements; 0 for a null list.
 INI_EXPORT int qkini_ListNumItems(qkini_List list);
 
 // The address of an element, or null.
@@ -44,6 +45,7 @@ INI_EXPORT void* qkini_ListGetPtrToItem(qkini_List list, int position);
 INI_EXPORT int qkini_ListGetItem(qkini_List list, void* out, int position);
 INI_EXPORT int qkini_ListGetItems(qkini_List list, void* out, int position, int count);
 
+// Remove one element, or `count` from `position` on. 0, with nothing removed, where there are fewer.
 INI_EXPORT int qkini_ListRemoveItem(qkini_List list, int position);
 INI_EXPORT int qkini_ListRemoveItems(qkini_List list, int position, int count);
 
@@ -62,6 +64,7 @@ INI_EXPORT int qkini_ListFindItem(qkini_List list, const void* key, int start, q
 // The position of the first element that equals `key` in a list in order, or 0.
 INI_EXPORT int qkini_ListBinSearch(qkini_List list, const void* key, qkini_CompareProc compare);
 
+// Sorts the elements; equal ones end in any order.
 INI_EXPORT void qkini_ListQuickSort(qkini_List list, qkini_CompareProc compare);
 
 // The index from 0 of the first element that equals `key` among `count` elements in order; without one the complement

@@ -60,8 +60,8 @@ unsigned PlaceInNode(const OrderNode& node, unsigned entry)
     unsigned at = 0;
     while (node.entries[at] != entry) {
         ++at;
+        KZ_ASSERT(at < node.used);
     }
-    KZ_ASSERT(at < node.used);
     CountSteps(at);
     return at;
 }
@@ -201,6 +201,7 @@ unsigned LastLeaf(const OrderPools& pools, unsigned number)
 
 unsigned Order::NumberAt(const OrderPools& pools, Place place) const
 {
+    KZ_ASSERT(place.at < NodeOf(pools, place.leaf)->used);
     return NodeOf(pools, place.leaf)->entries[place.at];
 }
 
@@ -239,6 +240,7 @@ Order::Place Order::PlaceOf(const OrderPools& pools, const Element* element) con
     unsigned at = 0;
     while (ElementOf(pools, leaf->entries[at]) != element) {
         ++at;
+        KZ_ASSERT(at < leaf->used);
     }
     return {element->leaf, at};
 }

@@ -33,7 +33,13 @@ int FillChunk(IniLineInput* input)
     }
     input->used = 0;
     input->available = 0;
-    return input->read(input->context, kIniInputChunk, &input->available, input->chunk);
+    const int result = input->read(input->context, kIniInputChunk, &input->available, input->chunk);
+    // A host's function may tell any number, and one that the chunk can't hold would be read past its end, or for ever.
+    if (input->available < 0 || input->available > kIniInputChunk) {
+        input->available = 0;
+        return kIniErrRead;
+    }
+    return result;
 }
 
 // The number of bytes in front of the first line's end, at most `size`.
@@ -73,7 +79,7 @@ int SkipPairedEnd(IniLineInput* input, int* skipped)
 // Takes what the chunk has of the line. Requires a byte in the chunk and room for one in the buffer.
 void TakeFromChunk(IniLineInput* input, char* buffer, int room, Piece* piece)
 {
-    KZ_ASSERT(input->used != input->available && room > 0);
+    KZ_ASSERT(input->used < input->available && room > 0);
     if (input->insideLine == 0) {
         input->insideLine = 1;
         input->lineNumber += input->lineNumber < INT_MAX ? 1 : 0;
@@ -310,6 +316,7 @@ struct Run {
 // Requires the first part of a value at `first`.
 Run RunAt(const IniSection* section, int first)
 {
+    KZ_ASSERT(IsFirstPart(Text(ItemAt(section, first)->name)));
     Run run{first, first + 1};
     while (run.end < section->items.Count() && IsFurtherPart(Text(ItemAt(section, run.end)->name))) {
         ++run.end;

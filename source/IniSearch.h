@@ -5,9 +5,9 @@
 
 namespace qkini {
 
-// The first of `count` numbers from 0 for which `isInFront` is false, or `count`. Requires: `isInFront` is true for no
-// number behind one for which it is false. Where that does not hold the result is some number up to `count`, so a list
-// that is out of order leads to a wrong answer and never out of the list.
+// The first of `count` numbers from 0 for which `isInFront` is false, or `count`. The answer is right only where
+// `isInFront` is true for no number behind one for which it is false. Elsewhere it is some number up to `count`, so a
+// list that is out of order leads to a wrong answer and never out of the list.
 template <typename Number, typename IsInFront>
 Number LowerBound(Number count, IsInFront isInFront)
 {

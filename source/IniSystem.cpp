@@ -1,3 +1,5 @@
+// The table holds the C library's own functions, and each call through it but close is made again after a signal,
+// because an interrupted save would look like a full disk.
 #include "IniSystem.h"
 
 #include <fcntl.h>

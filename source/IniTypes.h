@@ -24,32 +24,44 @@ extern "C" {
 // An object, known to hosts by its address only.
 typedef struct IniFile IniFile;
 
-// Why a call failed. 1 is success and 0 is not found, and neither is an error.
+// Why a call failed: X(constant, value, meaning), a row for each code. Expand it to get a list of constants, names or
+// texts. 1 is success and 0 is not found, and neither is an error.
+#define INI_ERR_LIST(X)                                                                      \
+    X(kIniErrLineTooShort, -2, "the greatest line length leaves no room for a value")        \
+    X(kIniErrUnicodeMark, -3, "the file starts with a mark of UTF-16 or UTF-32")             \
+    X(kIniErrNoFileName, -4, "nothing was read or written yet")                              \
+    X(kIniErrStream, -5, "the stream can't be cut or positioned, or not be written safely")  \
+    X(kIniErrName, -6, "an empty section or tag, or text that can't be read back")           \
+    X(kIniErrMemory, -12, "out of memory, or more to read than is allowed")                  \
+    X(kIniErrPermission, -13, "the file may not be written, or the rename failed")           \
+    X(kIniErrFile, -22, "no such file, or a bad object or file name")                        \
+    X(kIniErrWrite, -28, "a write failed")                                                   \
+    X(kIniErrOpen, -5001, "the file exists but can't be opened")                             \
+    X(kIniErrRead, -5002, "a read failed")                                                   \
+    X(kIniErrTemporary, -5003, "no temporary file could be made")                            \
+    X(kIniErrOpenForWrite, -5004, "the file can't be opened for writing")                    \
+    X(kIniErrInt, -5021, "not an integer of 32 bits; or a break character outside 0 to 127") \
+    X(kIniErrUInt, -5022, "not an unsigned integer of 32 bits")                              \
+    X(kIniErrDouble, -5023, "not a number")                                                  \
+    X(kIniErrBoolean, -5024, "neither \"True\" nor \"False\"")                               \
+    X(kIniErrRepeated, -6001, "an edit of the only item of a tag that has several")          \
+    X(kIniErrExists, -6002, "a section or item of the new name is there already")            \
+    X(kIniErrNotProved, -6003, "an edit would change more than was asked for")               \
+    X(kIniErrReadOnly, -6004, "a save of an object that was opened for reading")             \
+    X(kIniErrLock, -6005, "the lock of the file can't be taken or kept")                     \
+    X(kIniErrLinks, -6006, "the file has several names, which a save by a rename would part")
+
 enum IniError {
-    kIniErrLineTooShort = -2,     // the greatest line length leaves no room for a value behind this tag
-    kIniErrUnicodeMark = -3,      // the file starts with a mark of UTF-16 or UTF-32
-    kIniErrNoFileName = -4,       // nothing was read or written yet
-    kIniErrStream = -5,           // the stream can't be cut or positioned, or is asked to be written safely
-    kIniErrName = -6,             // an empty section or tag, or text that could not be read back as itself
-    kIniErrMemory = -12,          // out of memory, or more to read than is allowed
-    kIniErrPermission = -13,      // the file may not be written, or the rename failed
-    kIniErrFile = -22,            // null object, null, empty or too long file name, no such file
-    kIniErrWrite = -28,           // a write failed
-    kIniErrOpen = -5001,          // the file exists but can't be opened
-    kIniErrRead = -5002,          // a read failed
-    kIniErrTemporary = -5003,     // no temporary file could be made
-    kIniErrOpenForWrite = -5004,  // the file can't be opened for writing
-    kIniErrInt = -5021,           // not an integer of 32 bits; a break character outside 0 to 127
-    kIniErrUInt = -5022,          // not an unsigned integer of 32 bits
-    kIniErrDouble = -5023,        // not a number
-    kIniErrBoolean = -5024,       // neither "True" nor "False"
-    kIniErrRepeated = -6001,      // an edit of the only item of a tag that has several
-    kIniErrExists = -6002,        // the new name of a section or item is another one's already
-    kIniErrNotProved = -6003,     // the engine would read more changes out of an edited text than were asked for
-    kIniErrReadOnly = -6004,      // a save of an object that was opened for reading
-    kIniErrLock = -6005,          // the lock of the file can't be taken
-    kIniErrLinks = -6006          // the file has several names, which a save by a rename would part
+#define INI_ERR_CONSTANT(constant, value, meaning) constant = (value),
+    INI_ERR_LIST(INI_ERR_CONSTANT)
+#undef INI_ERR_CONSTANT
 };
+
+// The name of a code's constant, such as "kIniErrName", and its meaning, for a message. 1 has "success" and 0 "not
+// found" as both; a number that is no code has "unknown" and "unknown error". Never null; the texts stay for good. Any
+// thread.
+INI_EXPORT const char* IniErrName(int result);
+INI_EXPORT const char* IniErrText(int result);
 
 // How text is read, a sum for IniSetReadOptions.
 enum IniReadOption {

@@ -1,3 +1,4 @@
+// All static objects are placed here, in one order, because a cleanup destroys them in the opposite one.
 #include "KZStaticObjects.h"
 
 #include "PathText.h"

@@ -3,8 +3,17 @@
 #ifndef KZCORE_KZTYPES_H
 #define KZCORE_KZTYPES_H
 
-// Marks what a host may link against; everything else is hidden.
+#if defined(__cplusplus) && __cplusplus < 202002L
+#error "The headers of kzcore need C++20 (or C11): compile with -std=c++20."
+#include <-std=c++20>  // no such file: ends the compilation, whose hundreds of other errors would hide this one
+#endif
+
+// Marks what a host may link against; everything else is hidden. In a static library nothing needs to be marked.
+#ifdef KZCORE_STATIC
+#define KZ_EXPORT
+#else
 #define KZ_EXPORT __attribute__((visibility("default")))
+#endif
 
 #ifdef __cplusplus
 #define KZ_EXTERN_C_BEGIN extern "C" {

@@ -62,7 +62,41 @@ KzErr Fold(const Folding (&foldings)[N], int systemCode)
     return kzErrIO;
 }
 
+struct ErrTexts {
+    KzErr err;
+    const char* name;
+    const char* text;
+};
+
+constexpr ErrTexts kErrTexts[] = {
+#define KZ_ERR_TEXTS(constant, value, meaning) {value, #constant, meaning},
+    KZ_ERR_LIST(KZ_ERR_TEXTS)
+#undef KZ_ERR_TEXTS
+};
+
+constexpr ErrTexts kUnknown{0, "unknown", "unknown error"};
+
+const ErrTexts& TextsOf(KzErr err)
+{
+    for (const ErrTexts& texts : kErrTexts) {
+        if (texts.err == err) {
+            return texts;
+        }
+    }
+    return kUnknown;
+}
+
 }  // namespace
+
+const char* KzErrName(KzErr err)
+{
+    return TextsOf(err).name;
+}
+
+const char* KzErrText(KzErr err)
+{
+    return TextsOf(err).text;
+}
 
 KzErr MacToKZErr(short osErr)
 {

@@ -51,6 +51,12 @@ enum {
 
 KZ_EXTERN_C_BEGIN
 
+// The name of a code's constant, such as "kzErrArgument", and its meaning, such as "bad argument", for a message;
+// "unknown" and "unknown error" for a number that is no code. 19 reads as kzErrIniSyntax. Never null; the texts are the
+// library's and stay for good. Any thread, before the start too.
+KZ_EXPORT const char* KzErrName(KzErr err);
+KZ_EXPORT const char* KzErrText(KzErr err);
+
 // The code for a classic file-system result; kzErrIO for one that has no other. Any thread.
 KZ_EXPORT KzErr MacToKZErr(short osErr);
 

@@ -5,6 +5,7 @@
 #include "LoadedMap.h"
 
 #include "CookieWalk.h"
+#include "KzAssert.h"
 #include "MemoryManager.h"
 #include "ResourceMap.h"
 #include "ResourceTypes.h"
@@ -30,6 +31,7 @@ LoadedMap::LoadedMap()
 
 LoadedMap::~LoadedMap()
 {
+    KZ_ASSERT(mBlock == nullptr);
     // Not left to the jar's own destructor, because this call also tells of a jar that a stop of the memory manager
     // has ended.
     mJar.Uninit();

@@ -74,7 +74,7 @@ KzErr DuplicateHandle(void* variable)
     const unsigned long size = HandleDataSize(data);
     const UHandle copy = kz::NewHandle(BySize(size));
     if (copy == nullptr) {
-        return kzErrMemoryFull;
+        return kz::FailedMake();
     }
     // The old handle is not disposed, because it may have other owners than the variable.
     kz::MoveBytes(data, DataOf(copy), size);

@@ -28,7 +28,8 @@ constexpr char kModule[] = "source/MemoryHeap";
 constinit std::atomic<bool> inHeapCheck{false};
 
 // The tables are looked at under the lock and what is wrong is told outside it, because a report runs the host's
-// handler, which may make handles. The free chain is long, so that only the memory debugger asks for it.
+// handler, which may make handles. Only the memory debugger looks at the free chain, because the
+// walk over it is long.
 KzErr CheckZone()
 {
     const MemZoneRec* const zone = MemZone();

@@ -10,7 +10,9 @@
 // block of 12 bytes is only 4-aligned, and what follows its leading 4-byte count is 8-aligned. Where a call gives
 // them, the alignment becomes the next power of two from 8 to 32,768, the offset the next multiple of 4.
 //
-// Failures. A make gives null after the memory-full procedure has run. Calls on a handle give kzErrBadZone for one
+// Failures. A make gives null after the memory-full procedure has run; while the memory service does not run, after a
+// report of level 2 in its place, and calls that would make a handle then give kzErrGeneric where they give
+// kzErrMemoryFull otherwise. Calls on a handle give kzErrBadZone for one
 // that is not in use, after a report of level 4; a failed resize or disposal is then reported at level 2 with its code
 // and the call's name. How hard a handle is looked at is set by DSSetHandleChecking. A failed resize leaves the handle
 // and its data as they were.

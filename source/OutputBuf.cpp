@@ -14,6 +14,7 @@
 #include <climits>
 #include <new>
 
+#include "HandleCalls.h"
 #include "KzAssert.h"
 #include "MemoryManager.h"
 #include "Report.h"
@@ -92,7 +93,7 @@ HandleOutputBuf::HandleOutputBuf(unsigned long initialSize)
     : mHandle(DSNewHandle(initialSize)), mCapacity(mHandle == nullptr ? 0 : initialSize)
 {
     if (mHandle == nullptr) {
-        mError = kzErrMemoryFull;
+        mError = kz::FailedMake();
     }
 }
 
@@ -154,9 +155,13 @@ void LStrOutputBuf::SetCapacity(unsigned long room)
 void LStrOutputBuf::Make(unsigned long room)
 {
     const unsigned long size = room + kCountSize;  // wraps for the largest rooms
-    mHandle = size < room ? nullptr : reinterpret_cast<LStr**>(DSNewHandle(size));
-    if (mHandle == nullptr) {
+    if (size < room) {
         mError = kzErrMemoryFull;
+        return;
+    }
+    mHandle = reinterpret_cast<LStr**>(DSNewHandle(size));
+    if (mHandle == nullptr) {
+        mError = kz::FailedMake();
     } else {
         SetCapacity(room);
     }

@@ -14,6 +14,7 @@
 #include "KzAssert.h"
 #include "Literals.h"
 #include "NoDebugTexts.h"
+#include "NotStarted.h"
 #include "PathItemElement.h"
 #include "PathItemStorage.h"
 #include "PathNames.h"
@@ -47,11 +48,6 @@ constinit PathRef* gNotAPath = nullptr;
 // Init has run, with this result, and UnInit has not.
 constinit bool gInitRan = false;
 constinit KzErr gInitResult = kzErrNone;
-
-bool PathsRun()
-{
-    return (kz::gPathState.load(std::memory_order_relaxed) & kz::kPathsRun) != 0;
-}
 
 bool HangsFromNullPath(const PathItemElement& element)
 {
@@ -311,6 +307,9 @@ KzErr PathRef::AssignToName(const char* name) const
 {
     if (name == nullptr) {
         return kzErrArgument;
+    }
+    if (!kz::PathsRun()) {
+        return kz::NotStarted("A path can't be named");
     }
     return kz::ErrOf(kModule, __LINE__, [&]() -> KzErr {
         return PathItemStorage::SetNamedIfFree(name, mPathElement) ? kzErrNone : kzErrArgument;
@@ -579,7 +578,7 @@ PathRef PathRef::GetParentDirectory() const
 
 bool PathRef::IsValid() const
 {
-    return mPathElement != nullptr && PathsRun() && mPathElement->IsValid();
+    return mPathElement != nullptr && kz::PathsRun() && mPathElement->IsValid();
 }
 
 bool PathRef::IsSane(bool quick) const

@@ -6,11 +6,11 @@
 // "not a path" before it throws. One object belongs to one thread; copying takes no lock, and copies on different
 // threads share their element safely.
 //
-// Before PathRef::Init and after PathRef::UnInit no path can be had: making one gives not a path (from a text or a
-// name: throws kzErrArgument). A path that outlives UnInit refers to an element that is gone. Until the next Init it
-// may be destroyed, copied by constructor or assignment (which gives not a path), assigned by copy (which makes it not
-// a path), and asked IsValid (false), and nothing else; a move passes it on as it is. After the next Init even
-// destroying it is wrong.
+// Before PathRef::Init and after PathRef::UnInit no path can be had: making one gives not a path. From a text it throws
+// kzErrGeneric, after a report of level 2, and AssignToName then gives the same; from a name it throws kzErrArgument.
+// A path that outlives UnInit refers to an element that is gone. Until the next Init it may be destroyed,
+// copied by constructor or assignment (which gives not a path), assigned by copy (which makes it not a path), and asked
+// IsValid (false), and nothing else; a move passes it on as it is. After the next Init even destroying it is wrong.
 #ifndef KZCORE_PATHREF_H
 #define KZCORE_PATHREF_H
 
@@ -33,6 +33,11 @@ namespace kz {
 // The path layer's state, as bits: exactly kPathsRun is the plain state in which copies need no further thought.
 enum : uInt32 { kPathsRun = 1, kPathsDebug = 2 };
 KZ_EXPORT extern std::atomic<uInt32> gPathState;
+
+inline bool PathsRun()
+{
+    return (gPathState.load(std::memory_order_relaxed) & kPathsRun) != 0;
+}
 
 }  // namespace kz
 
@@ -229,8 +234,7 @@ inline PathRef::PathRef(const PathRef& other) noexcept
 
 inline PathRef::~PathRef()
 {
-    if (mPathElement != nullptr && (kz::gPathState.load(std::memory_order_relaxed) & kz::kPathsRun) != 0 &&
-        !kz::HeadOf(mPathElement).DropIfShared()) {
+    if (mPathElement != nullptr && kz::PathsRun() && !kz::HeadOf(mPathElement).DropIfShared()) {
         ReleaseElement(mPathElement, false);
     }
     if (mText != nullptr) {

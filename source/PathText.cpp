@@ -12,6 +12,7 @@
 #include "KZApp.h"
 #include "KzAssert.h"
 #include "Literals.h"
+#include "NotStarted.h"
 #include "PathCachedItem.h"
 #include "PathFormatReader.h"
 #include "PathItemStorage.h"
@@ -241,6 +242,9 @@ PathItemElement* ReadPathText(const std::string& text, const char* form)
     const TextForm* const known = FindTextForm(form);
     if (known != nullptr && known->namesAFile && text.empty()) {
         throw ZVExcept(kzErrArgument, "Empty command line strings cannot be converted to Path", kModule, __LINE__);
+    }
+    if (known != nullptr && PathItemStorage::Standard(PathTypes::kAbsolute) == nullptr) {
+        throw ZVExcept(NotStarted("A path can't be made"), "PathRef from string constructor", kModule, __LINE__);
     }
     PathItemHold path;
     const KzErr err =

@@ -160,7 +160,10 @@ KzErr RFReader::GetPStr(int32 id, unsigned char* str) const
     if (const KzErr err = PtrToResDataInternal(kz::kStringType, id, &data, &size)) {
         return err;
     }
-    KZ_ASSERT(size >= 0);
+    // A host's own kind of resource may tell any size.
+    if (size < 0) {
+        return kzErrCorrupt;
+    }
     // An empty resource gives a length of 255, of which no byte is there. The rest is cleared, because the caller takes
     // all of it for text.
     const std::size_t length = static_cast<unsigned char>(size - 1);

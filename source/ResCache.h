@@ -4,6 +4,7 @@
 
 #include "KZTypes.h"
 #include "KzAssert.h"
+#include "MemoryManager.h"
 #include "ResFile.h"
 #include "ResourceFormat.h"
 
@@ -16,7 +17,8 @@ public:
     void Record(const Resource* resource, _ResourceType type, UHandle map, const RsrcList* entry)
     {
         KZ_ASSERT(resource != nullptr && map != nullptr);
-        KZ_ASSERT(reinterpret_cast<const unsigned char*>(entry) > *map);
+        KZ_ASSERT(reinterpret_cast<const unsigned char*>(entry) > *map &&
+                  reinterpret_cast<const unsigned char*>(entry + 1) <= *map + DSGetHandleSize(map));
         mResource = resource;
         mType = type;
         mMap = map;

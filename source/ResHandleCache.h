@@ -61,7 +61,8 @@ public:
         }
     }
 
-    // Shows `visit(handle, resource)` each pair until it returns true. Whether it did. For the thread that records.
+    // Shows `visit(handle, resource)` each pair until it returns true. Returns whether it did. For the thread that
+    // records.
     template <typename Visit>
     bool VisitPairs(const Visit& visit) const
     {

@@ -13,7 +13,7 @@ namespace kz {
 
 namespace {
 
-// Shows `visit` each file with a refnum, under the lock, until it returns true. Whether it did.
+// Shows `visit` each file with a refnum, under the lock, until it returns true. Returns whether it did.
 template <typename Visit>
 bool VisitFiles(const ResFileMap& map, const Visit& visit)
 {

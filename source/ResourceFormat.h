@@ -31,12 +31,12 @@ public:
     // Converts a map in place with no more tests than memory safety needs. `header` may be null; given toward native,
     // kzErrGeneric when the map does not agree with it. kzErrIO (6): an offset or count leads outside the map, which
     // is then converted in part.
-    // Requires: the map's block holds at least kMapHeadSize bytes, and as many as its header says, or as `header` says.
+    // The map's block holds at least kMapHeadSize bytes, and as many as its header says, or as `header` says.
     static KzErr StandardizeRsrcMap(RsrcMap* map, Direction direction, const RsrcHeader* header);
 
     // Converts a map as read from the file to host order and checks all of it: 0, or 1 and 7 to 24 for the first rule
     // that it breaks, in part converted then. std::bad_alloc when memory is full.
-    // Requires: the map's block holds at least kMapHeadSize bytes and at least header.mapSize.
+    // The map's block holds at least kMapHeadSize bytes and at least header.mapSize.
     static int32 NativizeAndValidateRsrcMap(RsrcMap* map, const RsrcHeader& header);
 };
 

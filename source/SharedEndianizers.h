@@ -12,7 +12,7 @@ class Endianizer;
 
 namespace kz {
 
-// Places the three objects, as far as they are missing. Requires that no other thread uses or places them.
+// Places the three objects, as far as they are missing, while no other thread uses or places them.
 void PlaceEndianizers();
 
 // Whether the object is one of the three; null is none.

@@ -89,7 +89,7 @@ public:
     // Requires at least two elements.
     void Sort(Byte* base, int32 count)
     {
-        KZ_ASSERT(base != nullptr && count >= 2);
+        KZ_ASSERT(count >= 2);
         mBudget = SplitBudget(count);
         Range range{base, base + (count - 1) * mElements.Stride()};
         for (;;) {

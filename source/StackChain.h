@@ -49,7 +49,8 @@ public:
     long GetBufferEntries() const override { return N; }
 
 private:
-    void* mAddresses[N] = {};  // innermost first; what is past GetCount() is left from before
+    void* mAddresses[static_cast<unsigned long>(N)] =
+        {};  // innermost first; what is past GetCount() is left from before
 };
 
 #endif

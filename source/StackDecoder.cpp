@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "BoundedText.h"
-#include "KzAssert.h"
 #include "PlatformSymbols.h"
 
 StackCrawl::StackCrawl(long capacity)
@@ -15,7 +14,9 @@ StackCrawl::StackCrawl(long capacity)
 
 void StackCrawl::Add(const StackFrame& frame)
 {
-    KZ_ASSERT(mCount < mCapacity);
+    if (mCount == mCapacity) {
+        return;
+    }
     mFrames[static_cast<size_t>(mCount++)] = frame;
 }
 
@@ -24,7 +25,6 @@ StackDecoder::~StackDecoder() = default;
 StackDecoderImp::StackDecoderImp(const void* const* addresses, long count)
     : mCount(count), mCapacity(count), mAddresses(std::make_unique<const void*[]>(static_cast<size_t>(count)))
 {
-    KZ_ASSERT(count >= 0);
     std::copy_n(addresses, count, mAddresses.get());
 }
 
@@ -47,6 +47,9 @@ MacStackDecoder::~MacStackDecoder() = default;
 
 bool MacStackDecoder::GetNameForAddress(const void* address, char* name, unsigned long size, long* offset)
 {
+    if (size == 0) {
+        return false;
+    }
     if (DecodeLevel() != kAddressOnly && kz::SymbolAt(address, name, size, offset)) {
         name[std::strcspn(name, ":")] = '\0';
         return true;

@@ -24,10 +24,10 @@ public:
     long GetCount() const { return mCount; }
     long GetCapacity() const { return mCapacity; }
 
-    // Requires: 0 <= index < GetCount().
+    // `index` is from 0 and below GetCount().
     const StackFrame& GetFrame(long index) const { return mFrames[static_cast<size_t>(index)]; }
 
-    // Requires: GetCount() < GetCapacity().
+    // A full crawl drops the frame.
     void Add(const StackFrame& frame);
 
 private:
@@ -50,15 +50,15 @@ public:
     virtual std::unique_ptr<StackCrawl> GetStackCrawl() = 0;
 
     // Writes the name, cut to size - 1 bytes and NUL-terminated, and the offset from the start of what it names.
-    // "<unknown>" and 0 for an address that has no name, and for all at level kAddressOnly. False leaves a frame out.
-    // Requires: size > 0.
+    // "<unknown>" and 0 for an address that has no name, and for all at level kAddressOnly. False leaves a frame out;
+    // so does a size of 0, which has no room for a name.
     virtual bool GetNameForAddress(const void* address, char* name, unsigned long size, long* offset) = 0;
 };
 
 // Keeps a copy of the addresses and asks the platform's decoder for each.
 class KZ_EXPORT StackDecoderImp : public StackDecoder {
 public:
-    // Copies `count` addresses; throws std::bad_alloc.
+    // Copies `count` addresses; throws std::bad_alloc, for a negative count too.
     StackDecoderImp(const void* const* addresses, long count);
     ~StackDecoderImp() override;
     StackDecoderImp(const StackDecoderImp&) = delete;

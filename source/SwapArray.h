@@ -27,7 +27,7 @@ inline void CopyReversed16(const void* source, void* dest)
 }
 
 // Copies `count` numbers of `width` bytes, the bytes of each in reverse. The width is 2, 4, 8 or 16; numbers of another
-// one are copied as they are. Requires that `count * width` fits an unsigned long.
+// one are copied as they are. Source and destination have `count * width` bytes.
 void ReverseEach(const void* source, void* dest, unsigned long count, uInt32 width);
 
 }  // namespace kz

@@ -38,11 +38,28 @@ bool IsEvent(ThEvent event)
 }
 
 // The report of the calls that get a block which is no event. A signal and a failed tear-down have their own, because
-// their readers look for another cause.
-bool ReportForeign()
+// their readers look for another cause. Reports are made out of line, since the stack protector would guard each signal
+// and wait for the sake of the builder.
+[[gnu::cold, gnu::noinline]] bool ReportForeign()
 {
     KZ_REPORT(kDbgFatal, 0x71D4C8A3);
     return false;
+}
+
+[[gnu::cold, gnu::noinline]] int32 ReportForeignSignal()
+{
+    KZ_REPORT(kDbgFatal, 0x1C8E72BD) << "Bad verifier in event.";
+    return 0;
+}
+
+[[gnu::cold, gnu::noinline]] KzErr ReportWait(int answer)
+{
+    if (answer == kWaitFailed) {
+        KZ_REPORT(kDbgFatal, 0xD29F14E6) << "Wait on event failed";
+    } else {
+        KZ_REPORT(kDbgWarning, 0x85B6307C) << "We were not supposed to retry here";
+    }
+    return kzErrArgument;
 }
 
 bool CheckEvent(ThEvent event)
@@ -137,8 +154,7 @@ int32 ThEventSignal(ThEvent event)
         return 0;
     }
     if (!IsEvent(event)) {
-        KZ_REPORT(kDbgFatal, 0x1C8E72BD) << "Bad verifier in event.";
-        return 0;
+        return ReportForeignSignal();
     }
     return event->platform->Signal();  // after which the event may be gone
 }
@@ -163,17 +179,14 @@ KzErr ThEventWaitWithTimeout(ThEvent event, int32 milliseconds)
     }
     // A platform may give values of its own, which ask for another try. None of ours does, so one that comes all the
     // same ends the wait: to try again could go on for ever.
-    switch (event->platform->Wait(milliseconds)) {
+    const int answer = event->platform->Wait(milliseconds);
+    switch (answer) {
         case kWaitSignalled:
             return kzErrNone;
         case kWaitTimedOut:
             return kzErrTimeout;
-        case kWaitFailed:
-            KZ_REPORT(kDbgFatal, 0xD29F14E6) << "Wait on event failed";
-            return kzErrArgument;
         default:
-            KZ_REPORT(kDbgWarning, 0x85B6307C) << "We were not supposed to retry here";
-            return kzErrArgument;
+            return ReportWait(answer);
     }
 }
 

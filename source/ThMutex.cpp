@@ -71,6 +71,15 @@ void ThMutexDestroy(ThMutex mutex)
     kz::CountLive(kz::Live::kLocks, -1);
 }
 
+// Out of line, since the stack protector would guard the free lock too for the sake of the local here.
+[[gnu::noinline]] static void AwaitTurn(ThMutex mutex)
+{
+    // Cancellation waits until the lock is taken, because a waiter that went away would stay counted and be handed the
+    // lock.
+    const kz::CancellationOff untilTaken;
+    ThEventWait(mutex->event);
+}
+
 void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
 {
     if (mutex == nullptr) {
@@ -83,10 +92,7 @@ void ThMutexAcquire(ThMutex mutex) KZ_NO_THREAD_CHECK
         mutex->spin.Until([mutex] { return mutex->count.load(std::memory_order_relaxed) == kFree; });
     }
     if (mutex->count.fetch_add(1, std::memory_order_acq_rel) != kFree) {
-        // Cancellation waits until the lock is taken, because a waiter that went away would stay counted and be handed
-        // the lock.
-        const kz::CancellationOff untilTaken;
-        ThEventWait(mutex->event);
+        AwaitTurn(mutex);
     }
     mutex->order.Taken();
 }

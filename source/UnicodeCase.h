@@ -44,8 +44,7 @@ bool DecodeUtf8(const unsigned char* bytes, const unsigned char* end, Sink& sink
     return true;
 }
 
-// The characters with case are on the first of the pages of 256.
-// Those behind map to themselves without a search.
+// The characters with case are on the first of the pages of 256. Those behind map to themselves without a search.
 inline constexpr uInt32 kPages = (std::max(std::end(kUpperRanges)[-1].last, std::end(kLowerRanges)[-1].last) >> 8) + 1;
 
 // For each page the number of ranges that end before it, so that a search looks at few. The entry behind the last page

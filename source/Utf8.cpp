@@ -1,6 +1,6 @@
 // Single steps. A well-formed character is told by the codec's masks; how far a fault moves the cursor is this module's
-// own rule, which stored texts depend on: it goes by the length that the first byte would have told in the old scheme
-// of up to 6 bytes, so that such a sequence is one fault and not six.
+// own rule, which stored texts depend on: it goes by the length that the first byte tells in the scheme of up to 6
+// bytes (RFC 2279), so that such a sequence is one fault and not six.
 #include "Utf8.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace {
 
 using kz::IsUtf8Continuation;
 
-// The length that the first byte of a sequence tells, in the scheme of up to 6 bytes that UTF-8 once had.
+// The length that the first byte of a sequence tells, in the scheme of up to 6 bytes (RFC 2279).
 constexpr std::ptrdiff_t SequenceLength(unsigned char lead)
 {
     return lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF8 ? 4 : lead < 0xFC ? 5 : 6;

@@ -21,8 +21,7 @@ constexpr std::size_t Utf8Size(uInt32 value)
     return value < 0x80 ? 1 : value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
 }
 
-// Writes a value up to kLastCodePoint, surrogates too, and returns the end of what it wrote. Requires Utf8Size bytes of
-// room.
+// Writes a value up to kLastCodePoint, surrogates too, in Utf8Size bytes, and returns the end of what it wrote.
 inline unsigned char* EncodeUtf8(uInt32 value, unsigned char* out)
 {
     KZ_ASSERT(value <= kLastCodePoint);

@@ -46,6 +46,7 @@ KZ_EXPORT ZVExcept GetExceptionInCatch_FileAndLine(const char* file, int line);
 
 namespace kz {
 
+#ifdef __cpp_exceptions
 // Called inside a catch block: the code of the exception in flight, kzErrGeneric for one that is none of the standard
 // library's kinds and is reported. Only the cancellation of a thread, which has to reach the thread's end, is thrown
 // on. Null is not checked for, because a cancellation comes without an object.
@@ -63,17 +64,23 @@ __attribute__((no_sanitize("null"))) inline KzErr ErrOfExceptionInCatch(const ch
         return kzErrGeneric;
     }
 }
+#endif
 
 // Runs `body`, which returns a KzErr, and turns what it throws into a code, as ErrOfExceptionInCatch does: the boundary
-// of every exported C call.
+// of every exported C call. In a host compiled without exceptions nothing is caught, because nothing may be thrown.
 template <typename Body>
 KzErr ErrOf(const char* file, int line, Body&& body)
 {
+#ifdef __cpp_exceptions
     try {
         return std::forward<Body>(body)();
     } catch (...) {
         return ErrOfExceptionInCatch(file, line);
     }
+#else
+    static_cast<void>(file), static_cast<void>(line);
+    return std::forward<Body>(body)();
+#endif
 }
 
 }  // namespace kz

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 
+#include "HandleCalls.h"
 #include "KzAssert.h"
 #include "MemoryManager.h"
 #include "MemorySource.h"
@@ -100,7 +101,7 @@ KzErr ZVHandle::Resize(unsigned long size)
         return DSSetHandleSize(mHandle, size);
     }
     mHandle = DSNewHandle(size);
-    return mHandle != nullptr ? kzErrNone : kzErrMemoryFull;
+    return mHandle != nullptr ? kzErrNone : kz::FailedMake();
 }
 
 KzErr ZVHandle::ResizeField(unsigned char** field, unsigned long oldSize, unsigned long newSize)

@@ -181,6 +181,16 @@ TEST(DebugStream, AReportCarriesItsPlaceLevelAndHash)
     KZ_LOG(kDbgInternal) << "note";
     EXPECT_EQ(catcher.TakeAll(), (std::vector<CaughtReport>{{kModule, line, kDbgError, 0x51C0A3F7, "count 3 of 4"},
                                                             {kModule, line + 1, kDbgInternal, 0, "note"}}));
+    DebugStream twice(kModule, 1, nullptr, kDbgWarning);
+    twice.Append("once");
+    twice.Process();
+    DebugStream next(kModule, 2, nullptr, kDbgWarning);  // may have the buffer
+    next.Append("next");
+    twice.Append("more");
+    twice.Process();
+    next.Process();
+    EXPECT_EQ(catcher.TakeRows(),
+              (kztest::ReportRows{{kDbgWarning, "once"}, {kDbgWarning, ""}, {kDbgWarning, "next"}}));
     EXPECT_EQ(StopHere("the place"), 0);
     EXPECT_EQ(StopHere(nullptr), 0);
     EXPECT_EQ(catcher.TakeRows(), (kztest::ReportRows{{kDbgLog, "StopHere: the place"}, {kDbgLog, "StopHere: "}}));
@@ -342,6 +352,29 @@ std::vector<int32> TakeCounts()
     }
     DebugOutputResetNumEvents();
     return counts;
+}
+
+TEST(DebugOutput, ToStderrWritesReportsFromItsLevelOn)
+{
+    const std::string longText(400, 'x');
+    for (const auto& [least, written] : std::initializer_list<std::pair<int32, std::string>>{
+             {-1, "01234"}, {kDbgLog, "01234"}, {kDbgWarning, "234"}, {kDbgFatal, "4"}, {kDbgFatal + 1, ""}}) {
+        DebugOutputResetNumEvents();
+        testing::internal::CaptureStderr();
+        DebugOutputToStderr(least);
+        for (int32 level = kDbgLog; level <= kDbgFatal; ++level) {
+            DebugOutputCallHandler("source/Some", 7, "", level, 1, "two\nlines", 0);
+            DebugOutputCallHandler(nullptr, 8, nullptr, level, 1, level == kDbgFatal ? longText.c_str() : nullptr, 0);
+        }
+        std::string expected;
+        for (const char digit : written) {
+            expected += std::string("source/Some(7): level ") + digit + ": two lines\n(8): level " + digit + ": " +
+                        (digit == '4' ? longText.substr(0, 300) : "") + "\n";
+        }
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), expected) << least;
+        EXPECT_EQ(TakeCounts(), (std::vector<int32>{0, 2, 2, 2, 2, 2, 0})) << least;
+    }
+    DebugOutputSetHandler(nullptr);
 }
 
 TEST(DebugOutput, CountsWhatNoHandlerTakes)

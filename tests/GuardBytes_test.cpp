@@ -298,6 +298,7 @@ TEST(GuardBytes, OffByDefault)
     EXPECT_FALSE(ConfigGuardBytes(1) || ShouldCheckHandleGuardBytes());
     char block[4];
     EXPECT_EQ(block, InitPtrGuards(block, 4));
+    EXPECT_EQ(nullptr, InitPtrGuards(nullptr, 4));
     EXPECT_EQ(block, GetOrigPtrFromGuardedPtr(InitNewDeleteGuards(block, 4)));
     EXPECT_TRUE(CheckHandleGuards(nullptr) && CheckPtrGuards(nullptr) && CheckNewDeleteGuards(nullptr) &&
                 DSCheckPtrGuardBytes(nullptr));

@@ -504,6 +504,20 @@ TEST(IniFormat, AReadTakesNoMoreThanItsLimit)
     }
 }
 
+TEST(IniFormat, StreamsThatLieAboutTheirSize)
+{
+    for (int told : {-1, INT_MIN, kIniInputChunk + 1, INT_MAX}) {
+        const CheckedIni ini = NewIni();
+        IniLineInput input{};
+        input.context = &told;
+        input.read = [](void* context, int, int* actual, void*) {
+            *actual = *static_cast<int*>(context);
+            return 1;
+        };
+        EXPECT_EQ(kIniErrRead, IniRead(ini.get(), &IniLineFileInputFunction, &input)) << told;
+    }
+}
+
 // Sizes at which quadratic work would not end within the test's time.
 TEST(IniFormat, HostileText)
 {

@@ -21,91 +21,20 @@
 #include "IniFile.h"
 #include "IniSystem.h"
 #include "RowFiles.h"
+#include "SystemFaults.h"
 #include "TempFolder.h"
 
 namespace {
 
+using kztest::Calls;
 using kztest::CheckedIni;
-using Calls = qkini::SystemCalls;
+using kztest::Fault;
+using kztest::kReal;
+using kztest::PlaceFault;
 
 constexpr int kInPlace = 0;
 constexpr int kDerived = kIniWriteSafely;
 constexpr int kUnique = kIniWriteSafely | kIniWriteMkstemp;
-const Calls kReal = qkini::g_system;
-
-// What becomes of the call whose turn it is.
-struct Fault {
-    int error;            // 0 for none
-    std::size_t written;  // bytes of a write before it fails, is short or the process dies; 0 for a whole write
-    bool kills;
-    int at = 0;  // counted from 1
-};
-Fault gFault;
-int gCalls;
-
-// True when the call shall fail.
-bool Fails()
-{
-    if (++gCalls != gFault.at) {
-        return false;
-    }
-    if (gFault.kills) {
-        kill(getpid(), SIGKILL);
-    }
-    errno = gFault.error;
-    return gFault.error != 0;
-}
-
-// The call of the table, but for the one that shall fail.
-template <auto call>
-struct Faulty;
-template <typename Result, typename... T, Result (*Calls::*call)(T...)>
-struct Faulty<call> {
-    static Result Call(T... arguments) { return Fails() ? -1 : (kReal.*call)(arguments...); }
-};
-
-template <auto... calls>
-void MakeFaulty()
-{
-    ((qkini::g_system.*calls = &Faulty<calls>::Call), ...);
-}
-
-ssize_t FaultyWrite(int file, const void* bytes, std::size_t size)
-{
-    const bool isPart = gCalls + 1 == gFault.at && gFault.written > 0;
-    const ssize_t written = isPart ? kReal.write(file, bytes, std::min(size, gFault.written)) : 0;
-    return Fails() ? -1 : isPart ? written : kReal.write(file, bytes, size);
-}
-
-int FaultyClose(int file)
-{
-    const int error = Fails() ? gFault.error : 0;
-    const int result = kReal.close(file);
-    errno = error;
-    return error == 0 ? result : -1;
-}
-
-int FaultyMkstemp(char* name)
-{
-    if (Fails()) {
-        *std::strrchr(name, 'X') = 'a';  // as a real one does
-        return -1;
-    }
-    return kReal.mkstemp(name);
-}
-
-void PlaceFault(const Fault& fault)
-{
-    gFault = fault;
-    gCalls = 0;
-    MakeFaulty<&Calls::open, &Calls::stat, &Calls::fstat, &Calls::fchmod, &Calls::fchown, &Calls::getxattr,
-               &Calls::fsetxattr, &Calls::fremovexattr, &Calls::rename, &Calls::unlink>();
-    qkini::g_system.fsync = [](int) { return Fails() ? -1 : 0; };  // for speed
-    qkini::g_system.write = &FaultyWrite;
-    qkini::g_system.close = &FaultyClose;
-    qkini::g_system.mkstemp = &FaultyMkstemp;
-}
-
 CheckedIni Sample(int writeOptions, const std::string& value = "1")
 {
     CheckedIni ini = kztest::NewIni();
@@ -189,7 +118,7 @@ bool SaveWith(const Fault& fault, int options, bool hasOld)
         EXPECT_EQ(givesAway ? 12 : geteuid(), status.st_uid);
         EXPECT_EQ(givesAway ? 34 : getegid(), status.st_gid);
     }
-    return gCalls >= fault.at;
+    return kztest::gCalls >= fault.at;
 }
 
 TEST_F(IniStorage, AFaultLeavesTheOldOrTheNewFile)

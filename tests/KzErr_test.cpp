@@ -3,9 +3,46 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <initializer_list>
 #include <map>
 
+#include "IniTypes.h"
+
 namespace {
+
+struct Texts {
+    int code;
+    const char* name;
+    const char* text;
+};
+
+TEST(KzErr, CodesHaveTexts)
+{
+    for (const auto& [code, name, text] : std::initializer_list<Texts>{
+             {0, "kzErrNone", "no error"},
+             {1, "kzErrArgument", "bad argument"},
+             {19, "kzErrIniSyntax", "INI syntax"},
+             {42, "kzErrGeneric", "generic failure"},
+             {128, "kzErrNoUniqueId", "no free resource id left"},
+             {16, "unknown", "unknown error"},
+             {129, "unknown", "unknown error"},
+             {-1, "unknown", "unknown error"},
+         }) {
+        EXPECT_STREQ(KzErrName(code), name) << code;
+        EXPECT_STREQ(KzErrText(code), text) << code;
+    }
+    for (const auto& [code, name, text] : std::initializer_list<Texts>{
+             {1, "success", "success"},
+             {0, "not found", "not found"},
+             {-2, "kIniErrLineTooShort", "the greatest line length leaves no room for a value"},
+             {-5023, "kIniErrDouble", "not a number"},
+             {2, "unknown", "unknown error"},
+             {-1, "unknown", "unknown error"},
+         }) {
+        EXPECT_STREQ(IniErrName(code), name) << code;
+        EXPECT_STREQ(IniErrText(code), text) << code;
+    }
+}
 
 TEST(KzErr, UnixNumbersFold)
 {

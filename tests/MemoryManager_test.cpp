@@ -340,6 +340,7 @@ TEST(MemoryService, StartsWithLittleMemoryAndRecoversWhatIsLeft)
     MemoryManagerService()->Uninit();
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(nullptr, DSNewHandle(1));
+        EXPECT_TRUE(reports.Take(kDbgWarning, "A handle can't be made: kzcore is not started"));
         {
             // Only the zone: the blocks are made when a handle needs one.
             FailAllocation fail(2, FailAllocation::kForGood);

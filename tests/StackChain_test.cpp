@@ -260,6 +260,15 @@ TEST(StackChain, AThreadsOwnStackIsWalkedWithoutCopiesBetweenProcesses)
     EXPECT_GT(chain.GetCount(), 12);
 }
 
+TEST(StackDecoder, AFullCrawlDropsFrames)
+{
+    StackCrawl crawl(1);
+    for (int i = 0; i < 3; ++i) {
+        crawl.Add({});
+    }
+    EXPECT_EQ(crawl.GetCount(), 1);
+}
+
 TEST(StackDecoder, NamesAreTheLinkersWithTheOffsetFromTheStart)
 {
     using Decoder = MacStackDecoder;
@@ -287,6 +296,7 @@ TEST(StackDecoder, NamesAreTheLinkersWithTheOffsetFromTheStart)
     for (const auto& row : kRows) {
         Decoder decoder(nullptr, 0);
         decoder.SetDecodeLevel(row.level);
+        EXPECT_FALSE(decoder.GetNameForAddress(row.address, nullptr, 0, nullptr));
         for (const unsigned long size : {1ul, 2ul, 5ul, 11ul, 256ul}) {  // cut to the room
             char text[257];
             std::memset(text, 'x', sizeof text);

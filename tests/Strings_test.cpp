@@ -12,6 +12,7 @@
 #include <random>
 #include <string>
 
+#include "JsonLines.h"
 #include "KzErr.h"
 #include "ListTesting.h"
 #include "PlatformText.h"
@@ -148,7 +149,9 @@ protected:
     void Run(const Edit& edit, Targets& to)
     {
         std::string& text = to.texts[edit.target];
-        const std::string plain = DrawText(mDraw, edit.source == kP ? 255 : mDraw() % 3 == 0 ? 9000 : 300);
+        // Of small letters alone, because Look leaves the handle without capital ones.
+        const unsigned longest = edit.source == kP ? 255 : mDraw() % 3 == 0 ? 9000 : 300;
+        const std::string plain(DrawText(mDraw, longest).size(), static_cast<char>('a' + mDraw() % 6));
         const PStrValue shortText(plain.substr(0, 255));
         LStrValue longText(plain);
         const Part part = DrawPart(edit, to, plain, shortText, longText.Get());

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Fails on what neither compiler nor formatter sees: tests that are not registered, report hashes that are not literals
-or not unique, files and functions that are too long, paths of the checkout, and a KZCore.h that is not the public list.
+or not unique, files and functions that are too long, paths of the checkout, links that lead nowhere, and a KZCore.h that
+is not the public list.
 """
 import collections
 import pathlib
@@ -81,6 +82,15 @@ def machine_paths():
                     yield f"{name(path)}:{number}: names the path of this checkout, or __FILE__"
 
 
+def links():
+    """Links of the pages to files of the tree."""
+    for path in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")]:
+        text = re.sub(r"^```.*?^```$", "", path.read_text(), flags=re.MULTILINE | re.DOTALL)
+        for target in re.findall(r"\]\(([^)#:\s]+)(?:#[^)]*)?\)", text):
+            if not (path.parent / target).exists():
+                yield f"{name(path)}: a link to {target}, which is not there"
+
+
 def umbrella():
     public = set(re.findall(r"\b\w+\.h\b", re.sub(r"#.*", "", (ROOT / "cmake/KzPublicHeaders.cmake").read_text())))
     included = set(re.findall(r'#include "(\w+\.h)"', (ROOT / "source/KZCore.h").read_text())) | {"KZCore.h"}
@@ -92,7 +102,7 @@ def umbrella():
 
 
 def main():
-    faults = [f for check in (unregistered_tests, report_hashes, lengths, machine_paths, umbrella) for f in check()]
+    faults = [f for check in (unregistered_tests, report_hashes, lengths, machine_paths, links, umbrella) for f in check()]
     print("\n".join(faults), end="\n" if faults else "", file=sys.stderr)
     return 1 if faults else 0
 

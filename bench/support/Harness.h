@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "RatioReporter.h"
-#include "TestHost.h"
+#include "StartedLibrary.h"
 
 namespace kzbench {
 
@@ -43,7 +43,7 @@ public:
     RunningProgram& operator=(const RunningProgram&) = delete;
 
 private:
-    kztest::RunningLibrary mLibrary;
+    kztest::StartedLibrary mLibrary;
     std::mutex mLock;
     std::condition_variable mChanged;
     bool mStop = false;

@@ -1,4 +1,5 @@
-// A user's host in its smallest form: starts the library, starts a service by itself twice, makes a handle, stops.
+// A user's host in its smallest form: starts the library, starts a service by itself twice, makes a handle, writes
+// through a buffer of a kind of its own, catches what the library throws, stops.
 
 #include <kzcore/KZCore.h>
 
@@ -6,28 +7,51 @@
 
 namespace {
 
-class Host : public KZApp {
+// The library tells this kind of buffer from its own, also where the host was compiled without descriptions of types.
+class OwnBuf : public OutputBuf {
 public:
-    const char* GetAppSectionName() override { return "Consumer"; }
-    const char* GetAppBaseName() override { return "Consumer"; }
-    uInt32 GetAppAPIVersion() override { return 0x01008000; }
-    uInt32 GetAppEditorVersion() override { return 0x01008000; }
-    const char* GetAppVersionText() override { return "1.0"; }
-    const char* GetBoundAppName() override { return "Consumer"; }
-    KzBool IsTopLevel() override { return 1; }
-    KzBool IsBoundApp() override { return 0; }
-    KzBool IsRunTime() override { return 0; }
-    KzBool IsFullFeatureRunTime() override { return 0; }
-    KzBool IsRealTimeTarget() override { return 0; }
-    void PrepareAppPath() override {}
-    RsrcFile GetDefaultResourceFile() override { return 0; }
+    void* GetDataPointer(unsigned long size, KzErr& err) override
+    {
+        err = mWritten + size <= sizeof mData ? kzErrNone : kzErrCorrupt;
+        void* const data = mData + mWritten;
+        mWritten += err == kzErrNone ? size : 0;
+        return err == kzErrNone ? data : nullptr;
+    }
+    unsigned long GetBytesWritten() const override { return mWritten; }
+
+private:
+    unsigned char mData[64] = {};
+    unsigned long mWritten = 0;
 };
+
+unsigned long WriteWithOwnBuf()
+{
+    OwnBuf buffer;
+    BinDataWriter writer(&buffer, BigEndianizer());
+    writer.WriteU32(1);
+    writer.WriteU16(2);
+    return writer.GetError() == kzErrNone ? buffer.GetBytesWritten() : 0;
+}
+
+bool CatchesOurs()
+{
+#ifdef __cpp_exceptions
+    try {
+        PathRef("a name that nothing was stored under");
+    } catch (const ZVExcept& exception) {
+        return exception.err() == kzErrArgument;
+    }
+    return false;
+#else
+    return true;
+#endif
+}
 
 }  // namespace
 
 int main()
 {
-    Host host;
+    KZDefaultApp host("Consumer");
     KZAppInterfaceSet(&host);
     const KzErr err = InitKZCoreBase();
     // The second start is of a new object: the first stop has destroyed the first one, in the library's own eyes too.
@@ -37,10 +61,12 @@ int main()
     serviceErr |= ResourceManagerService()->Init();
     serviceErr |= ResourceManagerService()->Uninit();
     UHandle handle = DSNewHandle(12);
-    const long size = DSGetHandleSize(handle);
+    const unsigned long size = DSGetHandleSize(handle);
     DSDisposeHandle(handle);
+    const unsigned long written = WriteWithOwnBuf();
+    const bool caught = CatchesOurs();
     UninitKZCoreAppSupport();
     UninitKZCoreBase();
-    std::printf("start gave %d, the handle has %ld bytes\n", static_cast<int>(err), size);
-    return err == 0 && serviceErr == 0 && size == 12 ? 0 : 1;
+    std::printf("start gave %d, the handle has %lu bytes, the buffer %lu\n", static_cast<int>(err), size, written);
+    return err == 0 && serviceErr == 0 && size == 12 && written == 6 && caught ? 0 : 1;
 }
