@@ -1,7 +1,7 @@
 #!/bin/bash
 # packages.sh WORK PACKAGE...: installs the packages in a copy of this system, builds and runs the user's programs against
 # them, purges them, and fails if a file is left or lost. To be run in a mount namespace of its own, since the copy is a
-# layer over the root folder in WORK.
+# layer over the root folder in WORK. Ends with status 77 where this user may not mount one.
 set -euo pipefail
 
 work=$1
@@ -9,9 +9,9 @@ shift
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
 mkdir -p "$work/layer"
-mount -t tmpfs tmpfs "$work/layer"  # a layer can't lie on another one
+mount -t tmpfs tmpfs "$work/layer" || exit 77  # a layer can't lie on another one
 mkdir "$work/layer"/{upper,scratch,root}
-mount -t overlay -o "lowerdir=/,upperdir=$work/layer/upper,workdir=$work/layer/scratch" overlay "$work/layer/root"
+mount -t overlay -o "lowerdir=/,upperdir=$work/layer/upper,workdir=$work/layer/scratch" overlay "$work/layer/root" || exit 77
 root=$work/layer/root
 mount -t proc proc "$root/proc" 2>/dev/null || true
 mount --rbind /dev "$root/dev"
