@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <kzcore/IniFile.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +14,8 @@
 #include <map>
 #include <new>
 #include <system_error>
+
+#include "Text.h"
 
 namespace kzini {
 
@@ -72,15 +76,43 @@ std::string WholeStandardInput()
     return text;
 }
 
-// Why a file can't be opened, in the system's words, or "" when it can.
-std::string WhyNotOpened(const std::string& path)
+// Why a file can't be opened, or for an edit not written or made, in the system's words, or "" when it can.
+std::string WhyNotOpened(const std::string& path, bool isEdit)
 {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0) {
-        return std::strerror(errno);
+    if (access(path.c_str(), isEdit ? R_OK | W_OK : R_OK) == 0) {
+        return {};
     }
+    int error = errno;
+    if (error == ENOENT && isEdit) {
+        const std::string folder = path.substr(0, path.rfind('/') + 1) + ".";
+        error = access(folder.c_str(), W_OK | X_OK) == 0 ? 0 : errno;
+    }
+    return error == 0 ? "" : std::strerror(error);
+}
+
+// Writes a new file with the rights of `status`, and no more: what an access control list allows besides, or keeps from
+// the group, isn't known to it, and neither is a group that this process can't give away. Returns 0 or an errno.
+int WriteCopy(const std::string& path, std::string_view text, const struct stat& status, bool hasAcl)
+{
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0) {
+        return errno;
+    }
+    bool isGood = true;
+    while (isGood && !text.empty()) {
+        const ssize_t written = write(file, text.data(), text.size());
+        isGood = written > 0 || (written < 0 && errno == EINTR);
+        text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+    }
+    const bool isOwned = fchown(file, status.st_uid, status.st_gid) == 0 || status.st_gid == getegid();
+    const mode_t mode = status.st_mode & (hasAcl || !isOwned ? S_IRWXU : S_IRWXU | S_IRWXG | S_IRWXO);
+    isGood = isGood && fchmod(file, mode) == 0 && fsync(file) == 0;
+    const int error = isGood ? 0 : errno;
     close(file);
-    return {};
+    if (!isGood) {
+        unlink(path.c_str());
+    }
+    return error;
 }
 
 bool IsMissing(const std::string& path)
@@ -120,6 +152,7 @@ Document::Document(const Request& request, const std::string& path, Purpose purp
       m_hasColons(request.Has(kColons)),
       m_isBackup(request.Has(kBackup)),
       m_isDryRun(request.Has(kDryRun)),
+      m_isJson(request.Has(kJson)),
       m_readOptions(kIniReadKeepEmpty | kIniReadStripDoubleQuotes | (m_hasColons ? kIniReadColonAndNull : 0)),
       m_options((request.Has(kNoHash) ? 0 : kIniEditHashComments) | (request.Has(kInPlace) ? kIniEditInPlace : 0))
 {
@@ -145,22 +178,34 @@ void Document::Open(Purpose purpose)
     IniEdit* edit = nullptr;
     const int result = IniEditOpen(&edit, m_path.c_str(), m_readOptions, options);
     m_edit.reset(edit);
-    // In the system's words where it has any for what is there.
+    if (result < 0) {
+        ExplainOpen(result, !isReadOnly);
+    }
+    Require(result);
+}
+
+// Fails in the system's words where it has any for what is there.
+void Document::ExplainOpen(int result, bool isEdit) const
+{
     std::error_code error;
     const auto type = std::filesystem::status(m_path, error).type();
-    if (result < 0 && type == std::filesystem::file_type::directory) {
+    if (type == std::filesystem::file_type::directory) {
         FailInput(std::strerror(EISDIR));
     }
-    if (result == kIniErrPermission && !error && type != std::filesystem::file_type::regular) {
+    if (result == kIniErrPermission && !error && type != std::filesystem::file_type::regular && !m_isNew) {
         FailInput("not a regular file");
     }
+    if (result == kIniErrMemory && type == std::filesystem::file_type::regular &&
+        std::filesystem::file_size(m_path, error) > kMostBytes) {
+        Refuse("more than 256 MiB");
+    }
     if (result == kIniErrFile || result == kIniErrOpen || result == kIniErrPermission) {
-        const std::string why = WhyNotOpened(m_path);
+        // What has to be there is missing; else what would have to be made is.
+        const std::string why = WhyNotOpened(m_path, isEdit && result == kIniErrPermission);
         if (!why.empty()) {
             FailInput(why);
         }
     }
-    Require(result);
 }
 
 void Document::OpenText(std::string_view text)
@@ -278,9 +323,11 @@ void Document::Save() const
     Require(IniEditSave(edit()));
     const int lost = IniEditLostRights(edit());
     if (lost > 0) {
-        std::fprintf(stderr, "kzini: the file is written, but could not keep its%s%s%s\n",
-                     (lost & kIniLostOwner) != 0 ? " owner" : "", (lost & kIniLostGroup) != 0 ? " group" : "",
-                     (lost & kIniLostMode) != 0 ? " mode" : "");
+        const std::string text =
+            m_path + ": written, but could not keep its" + ((lost & kIniLostOwner) != 0 ? " owner" : "") +
+            ((lost & kIniLostGroup) != 0 ? " group" : "") + ((lost & kIniLostMode) != 0 ? " mode" : "");
+        const std::string line = m_isJson ? "{" + Member("warning", text) + "}" : "kzini: " + Printable(text);
+        std::fprintf(stderr, "%s\n", line.c_str());
     }
 }
 
@@ -297,13 +344,15 @@ void Document::MakeBackup() const
     // A new file each time, so that a link of this name leads the bytes nowhere else. The lock that the document holds
     // keeps the file as it was read.
     const std::string copy = m_path + "~";
-    std::error_code error;
-    std::filesystem::remove(copy, error);
-    if (!error) {
-        std::filesystem::copy_file(m_path, copy, error);
+    struct stat status;
+    const bool isRemoved = unlink(copy.c_str()) == 0 || errno == ENOENT;
+    int error = isRemoved && stat(m_path.c_str(), &status) == 0 ? 0 : errno;
+    if (error == 0) {
+        const bool hasAcl = getxattr(m_path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+        error = WriteCopy(copy, m_original, status, hasAcl);
     }
-    if (error) {
-        throw Failure{kInputOutput, copy + ": " + error.message()};
+    if (error != 0) {
+        throw Failure{kInputOutput, copy + ": " + std::strerror(error)};
     }
 }
 

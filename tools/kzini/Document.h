@@ -87,6 +87,7 @@ public:
 
 private:
     void Open(Purpose purpose);
+    void ExplainOpen(int result, bool isEdit) const;
     void OpenText(std::string_view text);
     void RequireText() const;
     void MakeBackup() const;
@@ -96,6 +97,7 @@ private:
     bool m_hasColons;
     bool m_isBackup;
     bool m_isDryRun;
+    bool m_isJson;
     int m_readOptions;
     int m_options;
     bool m_isNew = false;  // there was no file

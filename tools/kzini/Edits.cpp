@@ -106,40 +106,44 @@ Item ItemToEdit(const Request& request, const Document& document, const std::str
     return items[place - 1];
 }
 
-void RequireElement(const Request& request, const std::string& element)
+// Elements are compared and joined as they stand in the file, so that the escapes of all others stay.
+std::string RawElement(const Request& request)
 {
+    const std::string& element = request.operands[3];
     if (!IsElement(element, request.separator)) {
         FailUsage("an element is not empty and holds no separator");
     }
+    return request.Has(kRaw) ? element : Encoded(element);
 }
 
-// Elements are compared and joined as they stand in the file, so that the escapes of all others stay.
+void SetList(const Request& request, const Document& document, const std::string& section, const std::string& tag,
+             const std::string& list)
+{
+    RequireEdited(
+        request, document, section, tag,
+        IniEditSetItem(document.edit(), section.c_str(), tag.c_str(), WhichOf(request), list.c_str(), kIniEditRaw));
+}
+
 void SetElement(const Request& request, const Document& document, const std::string& section, const std::string& tag)
 {
-    const std::string& value = request.operands[3];
-    RequireElement(request, value);
-    const std::string element = request.Has(kRaw) ? value : Encoded(value);
+    const std::string element = RawElement(request);
     const bool isThere = document.Count(section, tag) > 0;
     const std::string old = isThere ? ItemToEdit(request, document, section, tag).raw : "";
     const std::string list = WithElement(old, request.separator, element);
     if (!isThere || list != old) {
-        RequireEdited(
-            request, document, section, tag,
-            IniEditSetItem(document.edit(), section.c_str(), tag.c_str(), WhichOf(request), list.c_str(), kIniEditRaw));
+        SetList(request, document, section, tag, list);
     }
 }
 
 void UnsetElement(const Request& request, const Document& document, const std::string& section, const std::string& tag)
 {
-    RequireElement(request, request.operands[3]);
+    const std::string element = RawElement(request);
     const std::string old = ItemToEdit(request, document, section, tag).raw;
-    const std::string list = WithoutElement(old, request.separator, Encoded(request.operands[3]));
+    const std::string list = WithoutElement(old, request.separator, element);
     if (list == old) {
         throw Failure{kNoSuchItem, document.path() + ": no element " + request.operands[3] + " in " + tag};
     }
-    RequireEdited(
-        request, document, section, tag,
-        IniEditSetItem(document.edit(), section.c_str(), tag.c_str(), WhichOf(request), list.c_str(), kIniEditRaw));
+    SetList(request, document, section, tag, list);
 }
 
 }  // namespace
@@ -173,6 +177,9 @@ void Unset(const Request& request, std::string* output)
 {
     if (request.Has(kList) != (request.operands.size() == 4)) {
         FailUsage("an ELEMENT and --list go together");
+    }
+    if (request.Has(kRaw) && !request.Has(kList)) {
+        FailUsage("--raw is for an ELEMENT");
     }
     const Document document(request, request.operands[0], Purpose::kEdit);
     const std::string section = document.NameOf(request.operands[1]);

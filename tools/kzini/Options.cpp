@@ -66,7 +66,8 @@ constexpr Command kCommandTable[] = {
      "there. A tag that stands several times needs --all, --nth N or --add. With --list VALUE is added to the elements "
      "of the value unless it is one of them.",
      "kzini set demo.ini Server Host example.org", &Set},
-    {"unset", "FILE SECTION [TAG [ELEMENT]]", 2, 4, kAll | kNth | kList | kEditOptions, "remove an item or a section",
+    {"unset", "FILE SECTION [TAG [ELEMENT]]", 2, 4, kAll | kNth | kList | kRaw | kEditOptions,
+     "remove an item or a section",
      "Removes an item, or a section with all its items. Comments stay. A tag that stands several times needs --all or "
      "--nth N. With --list just ELEMENT leaves the value.",
      "kzini unset demo.ini Server Port", &Unset},
