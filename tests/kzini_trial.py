@@ -227,6 +227,7 @@ def edit_files(kzini, folder, count, rng, scratch):
     for source in sorted(pathlib.Path(folder).iterdir()):
         path = scratch / source.name
         original = source.read_bytes()
+        require(len(Lines(original).items) > 1, f"{source} has too few items for a trial")
         path.write_bytes(original)
         wanted = done + refused + count
         while done + refused < wanted:

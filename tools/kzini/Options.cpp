@@ -102,7 +102,7 @@ constexpr Command kCommandTable[] = {
 
 constexpr const char* kExitTable[] = {
     "done",
-    "no such section, item or element",
+    "no such section, item, comment or element",
     "usage",
     "refused: the file, or what was asked for it",
     "a file or the standard output can't be read or written, or memory is out",
