@@ -40,6 +40,9 @@ declare -A kz_package=(
     [/usr/include/X11/Xlib.h]=libx11-dev
     [/usr/lib/python3/dist-packages/clang/cindex.py]=python3-clang-14
     [gcovr]=gcovr
+    [mandoc]=mandoc
+    [zsh]=zsh
+    [fish]=fish
     [doxygen]=doxygen
     [dpkg-shlibdeps]=dpkg-dev
     [abidw]=abigail-tools
@@ -47,7 +50,7 @@ declare -A kz_package=(
 )
 kz_build_needs=(g++-12 cmake ninja)
 kz_test_needs=("${kz_build_needs[@]}" nm python3 pkg-config make clang++-14 /usr/include/gtest/gtest.h
-    /usr/include/X11/Xlib.h /usr/lib/python3/dist-packages/clang/cindex.py)
+    /usr/include/X11/Xlib.h /usr/lib/python3/dist-packages/clang/cindex.py mandoc zsh fish)
 kz_check_needs=(nm python3 clang-format-14)
 kz_reference_needs=(doxygen python3)
 kz_bench_needs=("${kz_build_needs[@]}" /usr/include/benchmark/benchmark.h /usr/include/sqlite3.h

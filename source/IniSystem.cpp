@@ -14,7 +14,7 @@ namespace qkini {
 // Functions of our own stand where a header may declare the call as variadic or inline.
 SystemCalls g_system = {
     [](const char* path, int flags, mode_t mode) { return open(path, flags, mode); },
-    &mkstemp,
+    [](char* name) { return mkostemp(name, O_CLOEXEC); },
     &write,
     &fsync,
     &close,

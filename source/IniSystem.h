@@ -14,7 +14,7 @@ namespace qkini {
 // Each as the call of its name, of POSIX or, for extended attributes, of Linux: -1 and errno for a failure.
 struct SystemCalls {
     int (*open)(const char* path, int flags, mode_t mode);
-    int (*mkstemp)(char* name);
+    int (*mkstemp)(char* name);  // closed by exec, as are files from open with O_CLOEXEC
     ssize_t (*write)(int file, const void* bytes, size_t size);
     int (*fsync)(int file);
     int (*close)(int file);

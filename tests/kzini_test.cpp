@@ -28,7 +28,7 @@ struct Outcome {
 // A folder with files, in which kzini runs.
 class Kzini : public testing::Test {
 protected:
-    Outcome Run(Strings arguments) const
+    Outcome Run(Strings arguments, const std::string& input = "") const
     {
         arguments.insert(arguments.begin(), KZ_KZINI);
         std::vector<char*> argv;
@@ -37,9 +37,11 @@ protected:
         }
         argv.push_back(nullptr);
         const std::string err = outputs.File("err");
+        const std::string in = outputs.Write("in", input);
         const pid_t child = fork();
         if (child == 0) {
             const bool isReady = chdir(folder.File("").c_str()) == 0 &&
+                                 std::freopen(in.c_str(), "r", stdin) != nullptr &&
                                  std::freopen(outName.c_str(), "w", stdout) != nullptr &&
                                  std::freopen(err.c_str(), "w", stderr) != nullptr;
             _exit(isReady ? execv(KZ_KZINI, argv.data()) : -1);
@@ -55,8 +57,8 @@ protected:
     std::string outName = outputs.File("out");
 };
 
-// A row's files are in the folder before the run, and those of `after` afterwards, with the mode they had. Where it has
-// a `dry`, that is the output of a dry run, which changes nothing.
+// A row's files are in the folder before the run, and those of `after` afterwards, with the mode they had, which a copy
+// has too. `in` is the standard input. Where a row has a `dry`, that is the output of a dry run, which changes nothing.
 TEST_F(Kzini, Rows)
 {
     constexpr auto kMode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_read;
@@ -75,23 +77,36 @@ TEST_F(Kzini, Rows)
         for (const Json& argument : row["arguments"].Items()) {
             arguments.push_back(argument.Str());
         }
+        const std::string input = row.Has("in") ? row["in"].Str() : "";
         if (row.Has("dry")) {
             arguments.push_back("--dry-run");
-            const Outcome dry = Run(arguments);
+            const Outcome dry = Run(arguments, input);
             EXPECT_EQ(0, dry.status);
             EXPECT_EQ(row["dry"].Str(), dry.out);
             EXPECT_EQ(before, FilesIn(folder));
             arguments.pop_back();
         }
-        const Outcome outcome = Run(arguments);
+        const Outcome outcome = Run(arguments, input);
         EXPECT_EQ(row["status"].Int(), outcome.status);
         EXPECT_EQ(row["out"].Str(), outcome.out);
         EXPECT_EQ(row["err"].Str(), outcome.err);
-        EXPECT_EQ(row.Has("after") ? FilesIn(row["after"]) : before, FilesIn(folder));
-        for (const auto& [name, file] : before) {
-            EXPECT_TRUE(!file.starts_with("file ") || fs::status(folder.File(name)).permissions() == kMode) << name;
+        const kztest::Files after = row.Has("after") ? FilesIn(row["after"]) : before;
+        EXPECT_EQ(after, FilesIn(folder));
+        for (const auto& [name, file] : after) {
+            const bool isKept = file.starts_with("file ") && (before.count(name) != 0 || name.ends_with('~'));
+            EXPECT_TRUE(!isKept || fs::status(folder.File(name)).permissions() == kMode) << name;
         }
     }
+}
+
+TEST_F(Kzini, KeepsHardLinksWhenAsked)
+{
+    folder.Write("a.ini", "[s]\nt=1\n");
+    fs::create_hard_link(folder.File("a.ini"), folder.File("b.ini"));
+    EXPECT_EQ(3, Run({"set", "a.ini", "s", "t", "2"}).status);
+    EXPECT_EQ(0, Run({"set", "a.ini", "s", "t", "3", "--in-place", "--backup"}).status);
+    EXPECT_EQ("[s]\nt=3\n", kztest::ReadWholeFile(folder.File("b.ini")));
+    EXPECT_EQ("[s]\nt=1\n", kztest::ReadWholeFile(folder.File("a.ini~")));
 }
 
 TEST_F(Kzini, SurvivesHugeFiles)

@@ -1,38 +1,26 @@
-// What kzini can do, by name.
+// What kzini can do: a function for each command of the table in Options.cpp. They read the file into a Document, ask
+// or edit it, and append to the output.
 #ifndef KZINI_COMMANDS_H
 #define KZINI_COMMANDS_H
 
-#include <cstddef>
 #include <string>
-#include <string_view>
-#include <vector>
 
-#include "Document.h"
+#include "Options.h"
 
 namespace kzini {
 
-struct Request {
-    std::vector<std::string> operands;  // the file first
-    bool isJson = false;
-    bool isDryRun = false;
-    Document::Options options;
-};
+// Queries.cpp
+void Get(const Request& request, std::string* output);
+void List(const Request& request, std::string* output);
+void Check(const Request& request, std::string* output);
 
-struct Command {
-    std::string_view name;
-    const char* operands;  // as the usage tells them
-    std::size_t fewest;
-    std::size_t most;
-    bool isEdit;
-    // Appends what goes to the standard output. Throws Failure, which keeps that output.
-    void (*run)(const Request& request, std::string* output);
-};
-
-// Null for no such command.
-const Command* FindCommand(std::string_view name);
-
-// The usage of all commands, a line each.
-std::string CommandsText();
+// Edits.cpp
+void Set(const Request& request, std::string* output);
+void Unset(const Request& request, std::string* output);
+void Rename(const Request& request, std::string* output);
+void Merge(const Request& request, std::string* output);
+void Comment(const Request& request, std::string* output);
+void Sort(const Request& request, std::string* output);
 
 }  // namespace kzini
 

@@ -1,38 +1,30 @@
-// An edit must leave alone whatever it was not asked to change, so two things are proved before a file is replaced:
-// that its reading lost nothing that the writing would not put back (RequireNothingLost), and that the new text reads
-// back as the content that was meant (TextToWrite). What can't be proved is refused, and the file stays.
-
 #include "Document.h"
 
+#include <fcntl.h>
+#include <kzcore/IniFile.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <map>
 #include <new>
+#include <system_error>
 
-#include "Lines.h"
+#include "Text.h"
 
 namespace kzini {
 
 namespace {
 
-constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
-constexpr std::size_t kMarkSize = sizeof kUtf8Mark - 1;
+// More is no configuration, and a pipe may have no end.
+constexpr std::size_t kMostBytes = 256U << 20;
 
-// What the engine takes for white space.
-constexpr char kBlanks[] = " \t\n\v\f\r";
-
-// More is no configuration, and a device may have no end.
-constexpr std::size_t kMostBytes = 256u << 20;
-
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FileOwner = std::unique_ptr<std::FILE, CloseFile>;
+constexpr char kNoSection[] = "(null)";
 
 struct CodeText {
     int code;
@@ -45,11 +37,15 @@ const CodeText& TextOf(int code)
 {
     static constexpr CodeText kTexts[] = {
         {kIniErrLineTooShort, kRefused, "the width leaves no room for a value behind its tag"},
-        {kIniErrUnicodeMark, kRefused, "text in UTF-16 or UTF-32"},
+        {kIniErrUnicodeMark, kRefused, "text in UTF-16 or UTF-32; convert it to UTF-8 first"},
         {kIniErrName, kRefused, "a section or tag that could not be read back as itself"},
-        {kIniErrMemory, kInputOutput, "out of memory"},
+        {kIniErrNotProved, kRefused, "programs would read more changes than this one"},
+        {kIniErrLinks, kRefused, "the file has other names, hard links; --in-place keeps them"},
+        {kIniErrMemory, kInputOutput, "out of memory, or a file of more than 256 MiB"},
         {kIniErrPermission, kInputOutput, "may not be written, or its folder is missing"},
         {kIniErrFile, kInputOutput, "no such file, or a path too long"},
+        {kIniErrOpen, kInputOutput, "can't be opened"},
+        {kIniErrLock, kInputOutput, "can't be locked"},
         {kIniErrWrite, kInputOutput, "a write failed"},
         {kIniErrRead, kInputOutput, "a read failed"},
         {kIniErrTemporary, kInputOutput, "no temporary file can be made beside it"},
@@ -64,250 +60,300 @@ const CodeText& TextOf(int code)
     return kOther;
 }
 
-int AppendLine(void* text, const char* line)
+std::string WholeStandardInput()
 {
-    *static_cast<std::string*>(text) += line;
-    *static_cast<std::string*>(text) += '\n';
-    return 1;
+    std::string text;
+    char buffer[65536];
+    while (const std::size_t size = std::fread(buffer, 1, sizeof buffer, stdin)) {
+        text.append(buffer, size);
+        if (text.size() > kMostBytes) {
+            throw Failure{kRefused, "-: more than 256 MiB"};
+        }
+    }
+    if (std::ferror(stdin) != 0) {
+        throw Failure{kInputOutput, std::string("-: ") + std::strerror(errno)};
+    }
+    return text;
+}
+
+// Why a file can't be opened, or for an edit not written or made, in the system's words, or "" when it can.
+std::string WhyNotOpened(const std::string& path, bool isEdit)
+{
+    if (access(path.c_str(), isEdit ? R_OK | W_OK : R_OK) == 0) {
+        return {};
+    }
+    int error = errno;
+    if (error == ENOENT && isEdit) {
+        const std::string folder = path.substr(0, path.rfind('/') + 1) + ".";
+        error = access(folder.c_str(), W_OK | X_OK) == 0 ? 0 : errno;
+    }
+    return error == 0 ? "" : std::strerror(error);
+}
+
+// Writes a new file with the rights of `status`, and no more: what an access control list allows besides, or keeps from
+// the group, isn't known to it, and neither is a group that this process can't give away. Returns 0 or an errno.
+int WriteCopy(const std::string& path, std::string_view text, const struct stat& status, bool hasAcl)
+{
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0) {
+        return errno;
+    }
+    bool isGood = true;
+    while (isGood && !text.empty()) {
+        const ssize_t written = write(file, text.data(), text.size());
+        isGood = written > 0 || (written < 0 && errno == EINTR);
+        text.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+    }
+    const bool isOwned = fchown(file, status.st_uid, status.st_gid) == 0 || status.st_gid == getegid();
+    const mode_t mode = status.st_mode & (hasAcl || !isOwned ? S_IRWXU : S_IRWXU | S_IRWXG | S_IRWXO);
+    isGood = isGood && fchmod(file, mode) == 0 && fsync(file) == 0;
+    const int error = isGood ? 0 : errno;
+    close(file);
+    if (!isGood) {
+        unlink(path.c_str());
+    }
+    return error;
+}
+
+bool IsMissing(const std::string& path)
+{
+    return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+}
+
+Item ItemOf(const IniEditLine& line)
+{
+    return {std::string(line.tag, line.tagSize), std::string(line.value, line.valueSize), line.quote, line.number};
 }
 
 }  // namespace
 
-Document::Document(std::string path, const Options& options, Purpose purpose)
-    : m_path(std::move(path)), m_options(options), m_text(LoadFile(purpose))
+bool NameLess::operator()(const std::string& a, const std::string& b) const
 {
-    // The file is written as it was: with its mark, and with blanks around "=" where most of its items have them.
-    m_writeOptions = kIniWriteSafely | kIniWriteMkstemp | kIniWriteSync | kIniWriteComments;
-    m_writeOptions |= Body().size() != m_text.size() ? kIniWriteUtf8Bom : 0;
-    m_writeOptions |= HasSpacedEquals() ? kIniWriteSpacedEquals : 0;
-    m_ini = ReadText(m_text, m_options.width);
-    if (purpose != Purpose::kQuery) {
-        RequireNothingLost();
-    }
+    return qkini_StrICmpWithoutSurrWhiteSpace(a.c_str(), b.c_str()) < 0;
 }
 
-std::string Document::LoadFile(Purpose purpose) const
+bool IsSameName(const std::string& a, const std::string& b)
 {
-    // An edit of what is no file would replace it by one.
-    const FileOwner file(std::fopen(m_path.c_str(), "rbe"));
-    if (file == nullptr && errno == ENOENT && purpose == Purpose::kEditOrCreate) {
-        return {};
-    }
-    if (file == nullptr) {
-        FailInput(std::strerror(errno));
-    }
-    struct stat status;
-    if (purpose != Purpose::kQuery && fstat(fileno(file.get()), &status) == 0 && !S_ISREG(status.st_mode)) {
-        FailInput("not a regular file");
-    }
-    std::string text;
-    char buffer[65536];
-    while (const std::size_t size = std::fread(buffer, 1, sizeof buffer, file.get())) {
-        text.append(buffer, size);
-        if (text.size() > kMostBytes) {
-            Refuse("more than 256 MiB");
-        }
-    }
-    if (std::ferror(file.get()) != 0) {
-        FailInput(std::strerror(errno));
-    }
-    return text;
+    return qkini_StrICmpWithoutSurrWhiteSpace(a.c_str(), b.c_str()) == 0;
 }
 
-IniOwner Document::NewIni(int width) const
+std::string TimesText(std::size_t count)
 {
-    IniOwner ini(IniNew(0));
-    if (ini == nullptr) {
-        throw std::bad_alloc();
-    }
-    const int colons = m_options.hasColons ? kIniReadColonAndNull : 0;
-    IniSetReadOptions(ini.get(), kIniReadKeepEmpty | kIniReadStripDoubleQuotes | kIniReadKeepComments | colons);
-    IniSetReadLimit(ini.get(), -1);  // files have ours, what is written from them may have more
-    IniSetWriteOptions(ini.get(), width, 0, m_writeOptions);
-    return ini;
+    return count == 1 ? "once" : std::to_string(count) + " times";
 }
 
-IniOwner Document::ReadText(std::string_view text, int width) const
+std::string PlaceText(const std::string& section)
 {
-    IniOwner ini = NewIni(width);
-    // There is no stream over an empty text.
-    if (text.empty()) {
-        return ini;
-    }
-    // The library looks for marks of encodings only in files and streams. It does not write to this one.
-    const FileOwner stream(fmemopen(const_cast<char*>(text.data()), text.size(), "rb"));
-    if (stream == nullptr) {
-        throw std::bad_alloc();
-    }
-    Require(IniReadFromFilePtr(ini.get(), stream.get()));
-    return ini;
+    return section.empty() ? "front of the first section" : "section [" + section + "]";
 }
 
-std::string Document::WrittenBy(IniFile* ini) const
+Document::Document(const Request& request, const std::string& path, Purpose purpose)
+    : m_path(path),
+      m_hasColons(request.Has(kColons)),
+      m_isBackup(request.Has(kBackup)),
+      m_isDryRun(request.Has(kDryRun)),
+      m_isJson(request.Has(kJson)),
+      m_readOptions(kIniReadKeepEmpty | kIniReadStripDoubleQuotes | (m_hasColons ? kIniReadColonAndNull : 0)),
+      m_options((request.Has(kNoHash) ? 0 : kIniEditHashComments) | (request.Has(kInPlace) ? kIniEditInPlace : 0))
 {
-    std::string text((m_writeOptions & kIniWriteUtf8Bom) != 0 ? kUtf8Mark : "");
-    Require(IniWrite(ini, &AppendLine, &text));
-    return text;
+    if (IsStandardInput()) {
+        OpenText(WholeStandardInput());
+    } else {
+        Open(purpose);
+    }
+    m_original = text();
+    RequireText();
 }
 
-std::string Document::TextToWrite() const
+void Document::Open(Purpose purpose)
 {
-    // Read without a width, which only the writer has.
-    std::string text = WrittenBy(m_ini.get());
-    if (ContentOf(ReadText(text, -1).get()) != content()) {
-        Refuse("the result would not be read back equal");
-    }
-    return text;
-}
-
-void Document::Save() const
-{
-    // A symbolic link stays one: what it leads to is replaced.
-    std::string target = m_path;
-    if (char* const resolved = realpath(m_path.c_str(), nullptr)) {
-        struct stat status;
-        if (lstat(m_path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
-            target = resolved;
-        }
-        std::free(resolved);
-    }
-    Require(IniWriteToFile(m_ini.get(), target.c_str()));
-}
-
-Content Document::ContentOf(IniFile* ini) const
-{
-    // The decoded value and the line are asked for by name, because the library gives them by number to nobody. No name
-    // stands twice in what it has read.
-    Content content;
-    const char* name = nullptr;
-    for (int i = 1; IniNthSectionName(ini, i, &name) == 1; ++i) {
-        Section section{name, IniLineOfSection(ini, name), {}};
-        const char* tag = nullptr;
-        for (int j = 1; IniNthItemName(ini, section.name.c_str(), j, &tag) == 1; ++j) {
-            const char* raw = nullptr;
-            const char* value = nullptr;
-            IniNthItemPointerToString(ini, section.name.c_str(), j, &raw);
-            Require(IniGetPointerToString(ini, section.name.c_str(), tag, &value));
-            section.items.push_back({tag, raw, value, IniLineOfItem(ini, section.name.c_str(), tag)});
-        }
-        content.push_back(std::move(section));
-    }
-    return content;
-}
-
-void Document::RenameItem(const std::string& section, const std::string& tag, std::string_view newTag)
-{
-    newTag.remove_prefix(std::min(newTag.find_first_not_of(kBlanks), newTag.size()));
-    newTag = newTag.substr(0, newTag.find_last_not_of(kBlanks) + 1);
-    // The library has no call for it: the item's line is changed in the text that it writes, which is read again.
-    // Without a width for that time, because an item on several lines has no one place for its tag.
-    IniSetWriteOptions(m_ini.get(), -1, 0, m_writeOptions);
-    std::string text = TextToWrite();
-    const IniOwner copy = ReadText(text, -1);
-    const int line = IniLineOfItem(copy.get(), section.c_str(), tag.c_str());
-    Content expected = ContentOf(copy.get());
-    for (Section& each : expected) {
-        for (Item& item : each.items) {
-            if (item.line == line) {
-                item.tag = newTag;
-            }
-        }
-    }
-    // The text is the writer's, with a line feed behind each line, so its lines can be counted by these alone.
-    std::size_t start = (m_writeOptions & kIniWriteUtf8Bom) != 0 ? kMarkSize : 0;
-    for (int i = 1; i < line; ++i) {
-        start = text.find('\n', start) + 1;
-    }
-    const char* name = nullptr;
-    for (int i = 1; IniNthItemName(copy.get(), section.c_str(), i, &name) == 1; ++i) {
-        if (IniLineOfItem(copy.get(), section.c_str(), name) == line) {
-            text.replace(start, std::strlen(name), newTag);
-            break;
-        }
-    }
-    m_ini = ReadText(text, m_options.width);
-    if (content() != expected) {
-        Require(kIniErrName);
-    }
-}
-
-std::string_view Document::Body() const
-{
-    const std::string_view text = m_text;
-    return text.substr(text.substr(0, kMarkSize) == kUtf8Mark ? kMarkSize : 0);
-}
-
-// Whether at least half of the file's items have a blank in front of their "="; a new file has it so. A look at the
-// lines is enough, because a wrong guess costs looks and no content.
-bool Document::HasSpacedEquals() const
-{
-    TextInput lines(Body());
-    std::string line;
-    int number = 0;
-    long balance = 0;
-    while (lines.NextLine(&line, &number)) {
-        const std::size_t start = line.find_first_not_of(" \t");
-        const std::size_t equals = line.find('=');
-        if (equals != std::string::npos && equals > 0 && line[start] != ';' && line[start] != '[') {
-            balance += line[equals - 1] == ' ' ? 1 : -1;
-        }
-    }
-    return balance >= 0;
-}
-
-// Refuses a file with an item before the first section, which the engine drops unless it reads colons. All other lines
-// are kept by the writer, as comments if as nothing else.
-void Document::RequireNothingLost() const
-{
-    if (m_options.hasColons) {
+    m_isNew = IsMissing(m_path);
+    if (m_isNew && purpose == Purpose::kEditOrCreate && m_isDryRun) {
+        OpenText({});
         return;
     }
-    TextInput lines(Body());
-    LineClassifier classifier(kIniReadKeepEmpty);
-    std::string line;
-    int number = 0;
-    while (lines.NextLine(&line, &number)) {
-        const LineKind kind = classifier.KindOf(line);
-        if (kind == LineKind::kSection) {
-            return;
-        }
-        if (kind == LineKind::kItem) {
-            Refuse("line " + std::to_string(number) + " stands before any section and would be lost; see --colons");
+    const bool isReadOnly = purpose == Purpose::kQuery || m_isDryRun;
+    const int options =
+        m_options | (isReadOnly ? kIniEditReadOnly : 0) | (purpose == Purpose::kEditOrCreate ? 0 : kIniEditMustExist);
+    IniEdit* edit = nullptr;
+    const int result = IniEditOpen(&edit, m_path.c_str(), m_readOptions, options);
+    m_edit.reset(edit);
+    if (result < 0) {
+        ExplainOpen(result, !isReadOnly);
+    }
+    Require(result);
+}
+
+// Fails in the system's words where it has any for what is there.
+void Document::ExplainOpen(int result, bool isEdit) const
+{
+    std::error_code error;
+    const auto type = std::filesystem::status(m_path, error).type();
+    if (type == std::filesystem::file_type::directory) {
+        FailInput(std::strerror(EISDIR));
+    }
+    if (result == kIniErrPermission && !error && type != std::filesystem::file_type::regular && !m_isNew) {
+        FailInput("not a regular file");
+    }
+    if (result == kIniErrMemory && type == std::filesystem::file_type::regular &&
+        std::filesystem::file_size(m_path, error) > kMostBytes) {
+        Refuse("more than 256 MiB");
+    }
+    if (result == kIniErrFile || result == kIniErrOpen || result == kIniErrPermission) {
+        // What has to be there is missing; else what would have to be made is.
+        const std::string why = WhyNotOpened(m_path, isEdit && result == kIniErrPermission);
+        if (!why.empty()) {
+            FailInput(why);
         }
     }
 }
 
-int Document::LineCount() const
+void Document::OpenText(std::string_view text)
 {
-    TextInput lines(Body());
-    std::string line;
-    int number = 0;
-    int count = 0;
-    while (lines.NextLine(&line, &number)) {
-        ++count;
+    IniEdit* edit = nullptr;
+    const int result = IniEditOpenText(&edit, text.data(), text.size(), m_readOptions, m_options);
+    m_edit.reset(edit);
+    Require(result);
+}
+
+// Refuses NULs, which are no part of any text that people edit: the engine takes them for ends of lines, so that text
+// in UTF-16 without a mark would look like INI text.
+void Document::RequireText() const
+{
+    const std::size_t at = m_original.find('\0');
+    if (at != std::string::npos) {
+        Refuse("a NUL at offset " + std::to_string(at) + ", so this is no text, or UTF-16");
     }
-    return count;
+}
+
+std::string_view Document::text() const
+{
+    const char* bytes = nullptr;
+    std::size_t size = 0;
+    Require(IniEditGetText(m_edit.get(), &bytes, &size));
+    return {bytes, size};
+}
+
+std::string Document::NameOf(const std::string& section) const
+{
+    const bool isInFront = m_hasColons && section == kNoSection && IniEditCountSections(edit(), kNoSection) == 0;
+    return isInFront ? "" : section;
+}
+
+IniEditLine Document::Line(int number) const
+{
+    IniEditLine line{};
+    Require(IniEditGetLine(edit(), number, &line));
+    return line;
+}
+
+std::vector<Section> Document::Sections() const
+{
+    // Sections of one name are one, as the engine has it.
+    std::vector<Section> sections;
+    std::map<std::string, std::size_t, NameLess> places;
+    const int count = IniEditCountLines(edit());
+    for (int i = 1; i <= count; ++i) {
+        const IniEditLine line = Line(i);
+        if (line.kind != kIniEditSection && line.kind != kIniEditItem) {
+            continue;
+        }
+        std::string name(line.section, line.sectionSize);
+        const int number = name.empty() ? -1 : line.number;
+        if (name.empty() && m_hasColons) {
+            name = kNoSection;
+        }
+        const auto [place, isNew] = places.emplace(name, sections.size());
+        if (isNew) {
+            sections.push_back({std::move(name), number, {}});
+        }
+        if (line.kind == kIniEditItem) {
+            sections[place->second].items.push_back(ItemOf(line));
+        }
+    }
+    return sections;
 }
 
 std::vector<BadLine> Document::BadLines() const
 {
-    // Line by line, because the engine tells of the first unrecognized line only, and of a dropped item not at all.
     std::vector<BadLine> bad;
-    TextInput lines(Body());
-    LineClassifier classifier(kIniReadKeepEmpty | (m_options.hasColons ? kIniReadColonAndNull : 0));
-    std::string line;
-    int number = 0;
-    bool isInSection = m_options.hasColons;
-    while (lines.NextLine(&line, &number)) {
-        const LineKind kind = classifier.KindOf(line);
-        isInSection = isInSection || kind == LineKind::kSection;
-        if (kind == LineKind::kUnrecognized) {
-            bad.push_back({number, line, "neither item, section nor comment"});
-        } else if (kind == LineKind::kItem && !isInSection) {
-            bad.push_back({number, line, "an item before any section"});
+    const int count = IniEditCountLines(edit());
+    for (int i = 1; i <= count; ++i) {
+        const IniEditLine line = Line(i);
+        const bool isItem = line.kind == kIniEditItem || line.kind == kIniEditPart;
+        if (line.kind == kIniEditUnrecognized) {
+            bad.push_back({i, std::string(line.text, line.textSize), "neither item, section nor comment"});
+        } else if (isItem && line.sectionSize == 0 && !m_hasColons) {
+            bad.push_back({i, std::string(line.text, line.textSize), "an item before any section"});
         }
     }
     return bad;
+}
+
+bool Document::HasSection(const std::string& section) const
+{
+    return section.empty() || IniEditCountSections(edit(), section.c_str()) > 0;
+}
+
+int Document::Count(const std::string& section, const std::string& tag) const
+{
+    const int count = IniEditCountItems(edit(), section.c_str(), tag.c_str());
+    Require(count);
+    return count;
+}
+
+std::vector<Item> Document::Items(const std::string& section, const std::string& tag) const
+{
+    const int count = Count(section, tag);
+    if (count == 0) {
+        FailMissing(section, &tag);
+    }
+    std::vector<Item> items;
+    for (int i = 1; i <= count; ++i) {
+        IniEditLine line{};
+        Require(IniEditGetItem(edit(), section.c_str(), tag.c_str(), i, &line));
+        items.push_back(ItemOf(line));
+    }
+    return items;
+}
+
+void Document::Save() const
+{
+    MakeBackup();
+    Require(IniEditSave(edit()));
+    const int lost = IniEditLostRights(edit());
+    if (lost > 0) {
+        const std::string text =
+            m_path + ": written, but could not keep its" + ((lost & kIniLostOwner) != 0 ? " owner" : "") +
+            ((lost & kIniLostGroup) != 0 ? " group" : "") + ((lost & kIniLostMode) != 0 ? " mode" : "");
+        const std::string line = m_isJson ? "{" + Member("warning", text) + "}" : "kzini: " + Printable(text);
+        std::fprintf(stderr, "%s\n", line.c_str());
+    }
+}
+
+void Document::Replace(const std::string& text) const
+{
+    Require(IniEditSetText(edit(), text.data(), text.size()));
+}
+
+void Document::MakeBackup() const
+{
+    if (!m_isBackup || m_isNew) {
+        return;
+    }
+    // A new file each time, so that a link of this name leads the bytes nowhere else. The lock that the document holds
+    // keeps the file as it was read.
+    const std::string copy = m_path + "~";
+    struct stat status;
+    const bool isRemoved = unlink(copy.c_str()) == 0 || errno == ENOENT;
+    int error = isRemoved && stat(m_path.c_str(), &status) == 0 ? 0 : errno;
+    if (error == 0) {
+        const bool hasAcl = getxattr(m_path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+        error = WriteCopy(copy, m_original, status, hasAcl);
+    }
+    if (error != 0) {
+        throw Failure{kInputOutput, copy + ": " + std::strerror(error)};
+    }
 }
 
 void Document::Require(int result) const
@@ -316,6 +362,13 @@ void Document::Require(int result) const
         const CodeText& text = TextOf(result);
         throw Failure{text.status, m_path + ": " + text.text + " (" + std::to_string(result) + ")"};
     }
+}
+
+void Document::FailMissing(const std::string& section, const std::string* tag) const
+{
+    const bool isTagMissing = tag != nullptr && HasSection(section);
+    const std::string what = isTagMissing ? *tag + " in " : section.empty() ? "item in " : "";
+    throw Failure{kNoSuchItem, m_path + ": no " + what + PlaceText(section)};
 }
 
 void Document::Refuse(const std::string& why) const

@@ -1,115 +1,120 @@
-// One INI file as the commands see it: read whole, edited through the library's object, compared and saved.
+// One INI file as the commands see it: opened, asked and saved through the library's line-by-line edits. "-" is the
+// standard input, and what it becomes goes to the standard output.
 #ifndef KZINI_DOCUMENT_H
 #define KZINI_DOCUMENT_H
 
-#include <kzcore/IniFile.h>
+#include <kzcore/IniEdit.h>
 
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
+
+#include "Options.h"
 
 namespace kzini {
 
-enum ExitStatus { kDone = 0, kNoSuchItem = 1, kUsage = 2, kRefused = 3, kInputOutput = 4 };
-
-// Ends the program with a status and one line on stderr.
-struct Failure {
-    ExitStatus status;
-    std::string text;  // its control characters are made printable
+struct CloseEdit {
+    void operator()(IniEdit* edit) const { IniEditClose(edit); }
 };
-
-struct DisposeIni {
-    void operator()(IniFile* ini) const { IniDispose(ini); }
-};
-using IniOwner = std::unique_ptr<IniFile, DisposeIni>;
+using EditOwner = std::unique_ptr<IniEdit, CloseEdit>;
 
 // One item as the file has it.
 struct Item {
     std::string tag;
-    std::string raw;
-    std::string value;  // decoded
-    int line;           // -1 for one that did not come from the file
-    // Not the line, which an edit in front of the item moves, nor the decoded value, which follows from the raw one.
-    bool operator==(const Item& other) const { return tag == other.tag && raw == other.raw; }
+    std::string raw;  // the value between its quotes, if it has any
+    int quote;        // these, or 0
+    int line;
 };
 
+// All items of a name's sections, in the order of the file.
 struct Section {
     std::string name;
-    int line;
+    int line;  // of the first such section; -1 for the items in front of any
     std::vector<Item> items;
-    bool operator==(const Section& other) const { return name == other.name && items == other.items; }
 };
 
-using Content = std::vector<Section>;
-
-// A line that the engine does not keep as what it seems to be.
+// A line that the engine does not take for what it seems to be.
 struct BadLine {
     int line;
     std::string text;
     const char* reason;
 };
 
-// Not copied: its object is one.
 class Document {
 public:
-    struct Options {
-        bool hasColons = false;  // ":" separates too, and items may stand before the first section
-        int width = -1;          // of written lines; -1 without a limit
-    };
     enum class Purpose {
         kQuery,
-        kEdit,          // refuses a file that would lose lines when it is written
-        kEditOrCreate,  // likewise, and takes a missing file for an empty one
+        kEdit,
+        kEditOrCreate,  // takes a missing file for an empty one
     };
 
-    // Reads the file; throws Failure when it can't be.
-    Document(std::string path, const Options& options, Purpose purpose);
+    // Reads `path`, and for an edit keeps others from it until the object's end. Throws Failure when it can't.
+    Document(const Request& request, const std::string& path, Purpose purpose);
 
-    IniFile* ini() const { return m_ini.get(); }
-    const Options& options() const { return m_options; }
+    IniEdit* edit() const { return m_edit.get(); }
+    const std::string& path() const { return m_path; }
 
-    // The file as it was read.
-    std::string_view text() const { return m_text; }
+    // The bytes as they were read, and as they are by now.
+    std::string_view original() const { return m_original; }
+    std::string_view text() const;
 
-    // The file as it would be written now. Throws Failure for what would not be read back equal.
-    std::string TextToWrite() const;
+    bool IsStandardInput() const { return m_path == "-"; }
 
-    // Writes the file, through a temporary one that takes its place. Throws Failure.
-    void Save() const;
+    // The name that the library knows a section by; "(null)" may stand for "" with --colons.
+    std::string NameOf(const std::string& section) const;
 
-    Content content() const { return ContentOf(m_ini.get()); }
-
-    // Gives an item another tag where it stands. Throws Failure.
-    void RenameItem(const std::string& section, const std::string& tag, std::string_view newTag);
-
-    int LineCount() const;
+    std::vector<Section> Sections() const;
     std::vector<BadLine> BadLines() const;
+    // The items of a tag in order; throws Failure, by name, when the section or the tag is missing.
+    std::vector<Item> Items(const std::string& section, const std::string& tag) const;
+    bool HasSection(const std::string& section) const;
+    int Count(const std::string& section, const std::string& tag) const;
+    // A line of the file, from 1.
+    IniEditLine Line(int number) const;
 
-    // Throw Failure: for a negative result of the library, for a file that can't be edited so, and for one that can't
-    // be read. All name the file.
+    // Writes the file, and FILE~ first where that is asked for. Throws Failure.
+    void Save() const;
+    // Makes `text` the whole text. Throws Failure.
+    void Replace(const std::string& text) const;
+
+    // Throw Failure: for a negative result of the library, for something missing, for what can't be done to this file.
+    // All name the file.
     void Require(int result) const;
+    [[noreturn]] void FailMissing(const std::string& section, const std::string* tag) const;
     [[noreturn]] void Refuse(const std::string& why) const;
-    [[noreturn]] void FailInput(const std::string& why) const;
 
 private:
-    Content ContentOf(IniFile* ini) const;
-    IniOwner NewIni(int width) const;
-    IniOwner ReadText(std::string_view text, int width) const;
-    std::string WrittenBy(IniFile* ini) const;
-    std::string LoadFile(Purpose purpose) const;
-    void RequireNothingLost() const;
-    bool HasSpacedEquals() const;
-    std::string_view Body() const;
+    void Open(Purpose purpose);
+    void ExplainOpen(int result, bool isEdit) const;
+    void OpenText(std::string_view text);
+    void RequireText() const;
+    void MakeBackup() const;
+    [[noreturn]] void FailInput(const std::string& why) const;
 
     std::string m_path;
-    Options m_options;
-    std::string m_text;
-    int m_writeOptions = 0;
-    IniOwner m_ini;
+    bool m_hasColons;
+    bool m_isBackup;
+    bool m_isDryRun;
+    bool m_isJson;
+    int m_readOptions;
+    int m_options;
+    bool m_isNew = false;  // there was no file
+    EditOwner m_edit;
+    std::string m_original;
 };
+
+// Orders names as the library compares them.
+struct NameLess {
+    bool operator()(const std::string& a, const std::string& b) const;
+};
+
+bool IsSameName(const std::string& a, const std::string& b);
+
+// Where something is, and how often, for people: "section [net]", "2 times".
+std::string PlaceText(const std::string& section);
+std::string TimesText(std::size_t count);
 
 }  // namespace kzini
 

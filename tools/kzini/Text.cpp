@@ -52,13 +52,15 @@ std::size_t LengthOfUtf8(std::string_view text)
 
 using Lines = std::vector<std::string_view>;
 
+// A line feed is no part of its line, a carriage return is.
 Lines LinesOf(std::string_view text)
 {
     Lines lines;
     while (!text.empty()) {
-        const std::size_t end = text.find('\n');
-        lines.push_back(text.substr(0, end));
-        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+        const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
+        const std::size_t kept = end + (text.substr(end, 1) == "\r" ? 1 : 0);
+        lines.push_back(text.substr(0, kept));
+        text.remove_prefix(kept + (text.substr(kept, 1) == "\n" ? 1 : 0));
     }
     return lines;
 }
@@ -105,23 +107,24 @@ std::string Printable(std::string_view text)
     return result;
 }
 
-std::string Escaped(std::string_view value)
+std::string ShellQuoted(std::string_view text)
 {
-    std::string result;
-    for (std::size_t i = 0; i < value.size(); ++i) {
-        const char c = value[i];
-        if (c == '\t' || c == '\n') {
-            result += c == '\t' ? "\\t" : "\\n";
-        } else if (c == '"' || c == '\\') {
-            result += {'\\', c};
-        } else if (IsControl(c) || (c == ' ' && (i == 0 || i + 1 == value.size()))) {
-            // The engine drops blanks at the ends of what it is given.
-            result += Formatted("\\x%02x", static_cast<unsigned char>(c));
-        } else {
-            result += c;
-        }
+    std::string result = "'";
+    for (const char c : text) {
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
     }
-    return result;
+    return result + "'";
+}
+
+std::string ShellName(std::string_view text)
+{
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    const auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
+    std::string name = text.empty() || isDigit(text[0]) ? "_" : "";
+    for (const char c : text) {
+        name += isLetter(c) || isDigit(c) ? c : '_';
+    }
+    return name;
 }
 
 std::string JsonString(std::string_view text)
@@ -142,6 +145,21 @@ std::string JsonString(std::string_view text)
         text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return result + '"';
+}
+
+std::string Member(const char* name, std::string_view value)
+{
+    return JsonString(name) + ": " + JsonString(value);
+}
+
+std::string Member(const char* name, long long value)
+{
+    return JsonString(name) + ": " + std::to_string(value);
+}
+
+std::string Flag(const char* name, bool value)
+{
+    return JsonString(name) + (value ? ": true" : ": false");
 }
 
 std::vector<Change> ChangedLines(std::string_view before, std::string_view after)
