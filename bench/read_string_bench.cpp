@@ -11,8 +11,8 @@
 #include "PathRef.h"
 #include "RatioReporter.h"
 #include "ResourceManager.h"
-#include "TempFolder.h"
 #include "StartedLibrary.h"
+#include "TempFolder.h"
 
 namespace {
 
