@@ -32,7 +32,7 @@ extern "C" {
 // The file is the one that symbolic links lead to, also where it is missing. It is locked (`flock`) until the object is
 // closed: all other objects for it, in this process too, wait in IniEditOpen until then, so a thread that opens a file
 // twice waits for itself. A file that is missing is made, empty, to be locked, and removed again when nothing was
-// saved. Other programs take no part in the lock.
+// saved, but stays where it can't be locked. Other programs take no part in the lock.
 //
 // With kIniEditReadOnly the file is neither made nor locked, and may be a pipe or a device.
 //
@@ -124,9 +124,9 @@ INI_EXPORT int IniEditRemoveComment(IniEdit* edit, int line);
 //
 // kIniErrNoFileName: the object was made of bytes. kIniErrReadOnly. kIniErrLock: the path names another file by now, or
 // none, because a program that takes no part in the lock put it there; or the new file can't be locked. kIniErrLinks:
-// the file has several hard links, and kIniEditInPlace is not on. kIniErrTemporary: the temporary file can't be made.
-// kIniErrWrite: also when the file holds the new text but its folder could not be synced. kIniErrPermission: the file
-// can't be renamed.
+// the file has several hard links, and kIniEditInPlace is not on. kIniErrTemporary: the temporary file can't be made,
+// as beside a name of more than 245 bytes. kIniErrWrite: also when the file holds the new text but its folder could not
+// be synced. kIniErrPermission: the file can't be renamed.
 INI_EXPORT int IniEditSave(IniEdit* edit);
 
 // What the last save could not keep of the file that it replaced, as IniLostRights.

@@ -42,7 +42,7 @@ std::string FolderOf(const std::string& path)
 int FollowLinks(std::string* path)
 {
     std::string target(PATH_MAX, 0);
-    for (int links = 0; links < kMostLinks; ++links) {
+    for (int links = 0; links <= kMostLinks; ++links) {
         const ssize_t size = Retry([&] { return g_system.readlink(path->c_str(), target.data(), target.size()); });
         if (size < 0) {
             // What is no link, or is missing, is the target. The open behind this tells what else is wrong.
@@ -185,16 +185,13 @@ int EditFile::TryToLock(const std::string& path)
     if (result == 1) {
         result = OpenTarget();
     }
-    if (result != 1) {
-        return result;
-    }
-    if (Retry([&] { return g_system.flock(m_file, LOCK_EX); }) != 0) {
+    if (result == 1 && Retry([&] { return g_system.flock(m_file, LOCK_EX); }) != 0) {
         result = kIniErrLock;
-        m_isMade = false;  // it is not known who else has it
-    } else if (!IsNamedBy(path)) {
+    } else if (result == 1 && !IsNamedBy(path)) {
         result = kStartOver;
     }
-    if (result != 1) {
+    if (result != 1 && m_file >= 0) {
+        // A file that was made stays here: without the lock it is not known who else has it.
         g_system.close(m_file);
         m_file = -1;
         m_isMade = false;
@@ -220,7 +217,9 @@ int EditFile::OpenTarget()
     m_file = Retry([&] { return g_system.open(path, flags, 0666); });
     if (m_file >= 0) {
         m_isMade = !exists;
-        return 1;
+        // A read of a pipe that took its place in between would have no end.
+        const bool isRegular = !exists || (StatusOf(m_file, &status) && S_ISREG(status.st_mode));
+        return isRegular ? 1 : kStartOver;
     }
     // It came or went in between, or a link took its place.
     const bool isRaced = exists ? errno == ENOENT || errno == ELOOP : errno == EEXIST;
@@ -251,6 +250,9 @@ int EditFile::Save(const std::string& text, const std::string& saved)
     int result = 1;
     if (text != saved) {
         result = (m_options & kIniEditInPlace) != 0 ? SaveInPlace(text, saved) : SaveByRename(text);
+    }
+    if (result == 1 && m_isMade) {
+        result = SyncFolder(FolderOf(m_target));  // which has the name since it was made
     }
     m_isMade = m_isMade && result != 1;
     return result;

@@ -38,8 +38,6 @@ bool Reaches(uInt32 size, Member KZAppFunctions::*member)
 // pointer changes, so that a thread that asks meanwhile meets one structure or the other, each with its own context.
 class FunctionsApp final : public KZApp {
 public:
-    constexpr FunctionsApp() = default;
-
     void Set(const KZAppFunctions* functions) { mFunctions.store(functions, std::memory_order_release); }
 
     const char* GetAppSectionName() override
@@ -87,7 +85,11 @@ private:
     std::atomic<const KZAppFunctions*> mFunctions{nullptr};  // borrowed of the host; null until it sets the first
 };
 
-constinit kz::NeverDestroyed<FunctionsApp> gFunctionsApp;
+FunctionsApp& TheFunctionsApp()
+{
+    static kz::NeverDestroyed<FunctionsApp> sApp;
+    return *sApp;
+}
 
 }  // namespace
 
@@ -105,8 +107,9 @@ KzErr KZAppInterfaceSetFunctions(const KZAppFunctions* functions)
     if (functions->size < offsetof(KZAppFunctions, getAppSectionName)) {
         return kzErrArgument;
     }
-    gFunctionsApp->Set(functions);
-    KZAppInterfaceSet(&*gFunctionsApp);
+    FunctionsApp& app = TheFunctionsApp();
+    app.Set(functions);
+    KZAppInterfaceSet(&app);
     return kzErrNone;
 }
 

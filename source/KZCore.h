@@ -1,6 +1,10 @@
-// Everything a host may use. For hosts only: no module of the library includes it.
+// Everything a host in C++ may use. For hosts only: no module of the library includes it.
 #ifndef KZCORE_KZCORE_H
 #define KZCORE_KZCORE_H
+
+#ifndef __cplusplus
+#error "KZCore.h needs C++20: a host in C includes the headers that it uses, such as <kzcore/MemoryManager.h>."
+#endif
 
 #include "ATime128.h"
 #include "BinDataReader.h"

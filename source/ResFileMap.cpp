@@ -16,19 +16,18 @@ namespace {
 
 constexpr char kModule[] = "source/ResFileMap";
 
-constinit kz::NeverDestroyed<NULLResFile> gNullResFile;
-constinit kz::NeverDestroyed<NULLResource> gNullResource;
-
 }  // namespace
 
 NULLResFile* NULLResFile::Instance()
 {
-    return &*gNullResFile;
+    static kz::NeverDestroyed<NULLResFile> sNull;
+    return &*sNull;
 }
 
 NULLResource* NULLResource::Instance()
 {
-    return &*gNullResource;
+    static kz::NeverDestroyed<NULLResource> sNull;
+    return &*sNull;
 }
 
 KzErr NULLResource::RRelease()

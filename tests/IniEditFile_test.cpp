@@ -198,6 +198,30 @@ TEST_F(IniEditFile, WhatWasMadeForTheLockGoesUnlessItIsSaved)
     EXPECT_TRUE(fs::exists(path)) << "another file has the name";
 }
 
+TEST_F(IniEditFile, WhatTakesItsPlaceBeforeTheOpenIsSeen)
+{
+    folder.Write("file.ini", kOld);
+    qkini::g_system.open = [](const char* name, int flags, mode_t mode) {
+        fs::remove(name);
+        EXPECT_EQ(0, mkfifo(name, 0600));
+        return kReal.open(name, flags, mode);
+    };
+    Open(path, 0, kIniErrPermission);
+}
+
+TEST_F(IniEditFile, AsManyLinksAreFollowedAsByTheSystem)
+{
+    folder.Write("0", kOld);
+    for (int i = 1; i <= 41; ++i) {
+        fs::create_symlink(std::to_string(i - 1), folder.File(std::to_string(i)));
+    }
+    for (const int links : {40, 41}) {
+        const std::string name = folder.File(std::to_string(links));
+        Open(name, kIniEditReadOnly, links == 40 ? 1 : kIniErrOpen);
+        Open(name, 0, links == 40 ? 1 : kIniErrOpen);
+    }
+}
+
 std::string gSteps;
 
 TEST_F(IniEditFile, TheTextIsOnTheDiskBeforeItsName)
@@ -210,10 +234,17 @@ TEST_F(IniEditFile, TheTextIsOnTheDiskBeforeItsName)
         gSteps += "rename ";
         return kReal.rename(from, to);
     };
-    const std::pair<int, const char*> rows[] = {{0, "sync rename sync "}, {kIniEditInPlace, "sync "}};
-    for (const auto& [options, steps] : rows) {
-        const Owner edit = Open(path, options);
-        EXPECT_EQ(1, SetX(edit, steps));
+    const struct {
+        const char* name;
+        int options;
+        const char* steps;
+    } rows[] = {{"new", 0, "sync rename sync "},
+                {"new", 0, "sync rename sync "},
+                {"other", kIniEditInPlace, "sync sync "},
+                {"other", kIniEditInPlace, "sync "}};
+    for (const auto& [name, options, steps] : rows) {
+        const Owner edit = Open(folder.File(name), options);
+        EXPECT_EQ(1, SetX(edit, IniEditCountLines(edit.get()) == 0 ? "1" : "2"));
         gSteps.clear();
         EXPECT_EQ(1, IniEditSave(edit.get()));
         EXPECT_EQ(steps, gSteps);

@@ -15,7 +15,7 @@ static const char* Name(void* context)
     return context;
 }
 
-static char gName[] = "c_host";
+static char gName[] = "consumer";
 static const KZAppFunctions kApp = {.size = sizeof kApp, .context = gName, .getAppSectionName = Name};
 
 int main(void)
@@ -26,7 +26,7 @@ int main(void)
         err = InitKZCoreBase();
     }
     if (err != kzErrNone) {
-        fprintf(stderr, "c_host: %s (%s)\n", KzErrText(err), KzErrName(err));
+        fprintf(stderr, "consumer: %s (%s)\n", KzErrText(err), KzErrName(err));
         UninitKZCoreBase();
         return 1;
     }

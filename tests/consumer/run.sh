@@ -67,6 +67,8 @@ Install()
     mv "$work/stage/opt/a first prefix" "$prefix"
     [[ -z $(find "$work/stage" -type f) ]] || Die "installs beside its prefix: $(find "$work/stage" -type f)"
     if grep -rIl -e "a first prefix" -e "$build" "$prefix"; then Die "these name a folder of the build"; fi
+    # Threads may call the library until the process ends, so nothing of it is torn down before.
+    if nm -D --undefined-only "$prefix/lib/libkzcore.so" | grep -Ew '(__cxa_)?atexit(@.*)?'; then Die "has exit handlers"; fi
     "$prefix/bin/kzini" --version
 }
 

@@ -9,24 +9,20 @@
 namespace kztest {
 
 // An editor process of a release build, unless a test changes a field.
-class TestHost : public KZApp {
+class TestHost : public KZDefaultApp {
 public:
-    const char* GetAppSectionName() override { return "KZCoreTests"; }
-    const char* GetAppBaseName() override { return "KZCoreTests"; }
+    TestHost() : KZDefaultApp("KZCoreTests") {}
+
     uInt32 GetAppAPIVersion() override { return apiVersion; }
     uInt32 GetAppEditorVersion() override { return editorVersion; }
-    const char* GetAppVersionText() override { return "1.0"; }
-    const char* GetBoundAppName() override { return "KZCoreTestsApp"; }
     KzBool IsTopLevel() override { return isTopLevel; }
     KzBool IsBoundApp() override { return isBoundApp; }
     KzBool IsRunTime() override { return isRunTime; }
     KzBool IsFullFeatureRunTime() override { return isFullFeatureRunTime; }
     KzBool IsRealTimeTarget() override { return isRealTimeTarget; }
-    void PrepareAppPath() override {}
-    RsrcFile GetDefaultResourceFile() override { return 0; }
 
-    uInt32 apiVersion = 0x01008000;
-    uInt32 editorVersion = 0x01008000;  // stage 8: a release
+    uInt32 apiVersion = KZDefaultApp::GetAppAPIVersion();
+    uInt32 editorVersion = KZDefaultApp::GetAppEditorVersion();  // stage 8: a release
     KzBool isTopLevel = 1;
     KzBool isBoundApp = 0;
     KzBool isRunTime = 0;
