@@ -7,6 +7,7 @@ and name every command and option, completions must complete, and the example of
 import os
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -57,7 +58,7 @@ def check_completions(kzini, folder):
             got = output([*bash, "kzini", *words], cwd=scratch, env=path)
             require(got == wanted, f"bash completes {words} to {got!r}, not {wanted!r}")
         require(os.listdir(scratch) == ["demo.ini"], "a completion ran what a file says")
-    fish = f"source {folder / 'kzini.fish'}; complete -C 'kzini set --back'"
+    fish = f"source {shlex.quote(str(folder / 'kzini.fish'))}; complete -C 'kzini set --back'"
     require(output(["fish", "-c", fish]).startswith("--backup\t"), "fish completes no option")
 
 
