@@ -1,10 +1,9 @@
-// Edits of INI text: what each leaves, byte for byte; random ones against a model that knows only lines; saves under
-// the lock, and what becomes of file and object when a call or an allocation fails.
+// Edits of INI text: what each leaves, byte for byte; random ones against a model that knows only lines; and what the
+// proof refuses. Files are in IniEditFile_test.cpp.
 
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <random>
