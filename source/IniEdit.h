@@ -9,7 +9,7 @@
 //
 // Results are 1 for success, 0 for a section, item or line that is not there, and a negative code for a failure, which
 // leaves the object as it was. Every call can give kIniErrFile, for a null object or output, and kIniErrMemory, when
-// out of memory or for a text beyond the 256 MiB that one reading of the engine takes.
+// out of memory or for a text beyond 256 MiB, which one reading of the engine takes, or beyond 4,194,304 lines.
 //
 // Names and values are C strings of any encoding that keeps ASCII. Names compare as in the engine, without regard to
 // case and to white space at their ends, or byte for byte with kIniEditCaseSensitive. A null name is an empty one.

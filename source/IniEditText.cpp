@@ -18,6 +18,10 @@ namespace {
 
 static_assert(kIniReadLimit < INT_MAX, "numbers of 32 bits reach every byte");
 
+// A line takes about 40 bytes here and an edit hundreds for a while, so that a file of nothing but lines' ends would
+// take a machine's memory without this bound. Files that people edit are far below it.
+constexpr unsigned kMostLines = 4 << 20;
+
 unsigned Distance(const char* from, const char* to)
 {
     KZ_ASSERT(from <= to);
@@ -95,6 +99,9 @@ int EditText::Take(std::string text)
         size += static_cast<unsigned>(piece.size);
         // A text that ends where a piece did gave a line all the same.
         if (piece.isComplete || (piece.isEnd && size > 0)) {
+            if (LineCount() == kMostLines) {
+                return kIniErrMemory;
+            }
             const bool hasEnd = piece.taken - piece.skipped > piece.size;
             AddLine(at - size - (hasEnd ? 1 : 0), size);
             size = 0;

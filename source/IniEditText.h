@@ -46,7 +46,7 @@ class EditText {
 public:
     explicit EditText(const EditRules& rules) : m_rules(rules) {}
 
-    // Takes a text and finds its lines. 1, kIniErrUnicodeMark, or kIniErrMemory for one beyond the engine's limit.
+    // Takes a text and finds its lines. 1, kIniErrUnicodeMark, or kIniErrMemory for one of too many bytes or lines.
     int Take(std::string text);
 
     const EditRules& rules() const { return m_rules; }

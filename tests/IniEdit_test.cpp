@@ -493,6 +493,21 @@ TEST(IniEdit, RandomEditsAgainstAModel)
 }
 
 // Plans are right, so only here the proof sees texts that a wrong one would lead to.
+// A small file of a great many lines must not take the machine's memory; an edit doesn't get beyond the bound either.
+TEST(IniEdit, RefusesTooManyLines)
+{
+    constexpr std::size_t kMost = 4 << 20;
+    const std::string text(kMost, '\n');
+    const Owner edit = OpenText(text);
+    EXPECT_EQ(static_cast<int>(kMost), IniEditCountLines(edit.get()));
+    EXPECT_EQ(kIniErrMemory, IniEditAddComment(edit.get(), nullptr, nullptr, kIniEditOnly, "; one more"));
+    EXPECT_EQ(static_cast<int>(kMost), IniEditCountLines(edit.get()));
+
+    IniEdit* refused = edit.get();
+    EXPECT_EQ(kIniErrMemory, IniEditOpenText(&refused, (text + ";").data(), kMost + 1, kReads, 0));
+    EXPECT_EQ(nullptr, refused);
+}
+
 TEST(IniEdit, AnyOtherChangeIsNotProved)
 {
     const auto textOf = [](const char* bytes) {
